@@ -1,0 +1,13 @@
+// Visibility of the library's interface. The library is built with hidden visibility; what a program may use is marked
+// KEST_SUPPORT_EXPORT. The macro is the only one that the public headers define.
+#pragma once
+
+#if defined(_WIN32)
+#if defined(KEST_SUPPORT_BUILD)
+#define KEST_SUPPORT_EXPORT __declspec(dllexport)
+#else
+#define KEST_SUPPORT_EXPORT __declspec(dllimport)
+#endif
+#else
+#define KEST_SUPPORT_EXPORT __attribute__((visibility("default")))
+#endif

@@ -1,0 +1,104 @@
+// The observer mechanism: a collaborator tells its dependents, in the order of their registration.
+//
+//   KestNotification       what is told; kinds are told apart by their type
+//   KestEventNotification  an event was set or pulsed (id 1)
+//   PropertyChanged        a property changed; for users of the library, which sends none itself
+//   KestDependent          who is told
+//   KestCollaborator       who tells
+//
+// Threads: dependents may be added and removed from any thread, also during a notification. Handlers run on the
+// notifying thread while no lock is held; two threads that notify one collaborator may call one handler at once.
+//
+// Lifetime: a collaborator keeps bare pointers. A dependent is removed from every collaborator before it is destroyed;
+// a collaborator may be destroyed first.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "support/export.h"
+#include "support/locks.h"
+#include "support/strings.h"
+
+namespace KestSupport {
+
+class KestCollaborator;
+
+/// A small value with an id; the base of all notifications. Without a given id the id is 0.
+class KEST_SUPPORT_EXPORT KestNotification {
+  public:
+    KestNotification() noexcept = default;
+    explicit KestNotification(int id) noexcept : m_id(id) {}
+    KestNotification(const KestNotification&) = default;
+    KestNotification& operator=(const KestNotification&) = default;
+    KestNotification& operator=(int id) noexcept {
+        m_id = id;
+        return *this;
+    }
+    virtual ~KestNotification();
+
+    void setId(int id) noexcept { m_id = id; }
+    int getId() const noexcept { return m_id; }
+
+  protected:
+    int m_id = 0;
+};
+
+/// Sent by an event each time it is set or pulsed, and so by a timer each time it fires.
+class KEST_SUPPORT_EXPORT KestEventNotification : public KestNotification {
+  public:
+    KestEventNotification() noexcept : KestNotification(1) {}
+    KestEventNotification(const KestEventNotification&) = default;
+    KestEventNotification& operator=(const KestEventNotification&) = default;
+    ~KestEventNotification() override;
+};
+
+/// Names a property that changed.
+class KEST_SUPPORT_EXPORT PropertyChanged : public KestNotification {
+  public:
+    explicit PropertyChanged(const std::string& propertyName);
+    /// Narrows the name through the library's default locale; throws what KestStringUtilities::narrow throws.
+    explicit PropertyChanged(const wstring16& propertyName);
+    ~PropertyChanged() override;
+
+    std::string m_propertyName;
+};
+
+/// One that is told. It does not know its collaborators, and removes itself from each before it goes.
+class KEST_SUPPORT_EXPORT KestDependent {
+  public:
+    KestDependent() noexcept = default;
+    KestDependent(const KestDependent&) noexcept = default;
+    KestDependent& operator=(const KestDependent&) noexcept { return *this; }
+    virtual ~KestDependent();
+
+    /// Called on the notifying thread, without any lock held; it may add and remove dependents of the sender and notify
+    /// through it again. An exception ends the walk and reaches the notifying caller.
+    virtual void handleNotification(KestCollaborator& sender, const KestNotification& notification);
+};
+
+/// One that tells.
+class KEST_SUPPORT_EXPORT KestCollaborator {
+  public:
+    KestCollaborator() noexcept = default;
+    KestCollaborator(const KestCollaborator&) = delete;
+    KestCollaborator& operator=(const KestCollaborator&) = delete;
+    /// Tells nobody.
+    virtual ~KestCollaborator();
+
+    /// Calls every dependent in the order of registration and returns when the last has returned. The walk is by
+    /// position: a dependent added meanwhile is called in the same walk, and when one at or before the current position
+    /// is removed, the next one is passed over in this walk.
+    virtual void notify(const KestNotification& notification);
+
+    /// Appends the dependent; one that was added twice is called twice.
+    void addDependent(KestDependent& dependent);
+    /// Removes every entry of the dependent; the others keep their order.
+    void removeDependent(KestDependent& dependent);
+
+  private:
+    KestCriticalSectionObject m_lock;          // never held while a dependent runs
+    std::vector<KestDependent*> m_dependents;  // guarded by m_lock
+};
+
+}  // namespace KestSupport

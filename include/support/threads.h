@@ -1,0 +1,147 @@
+// A thread, its work, and the notification of its end.
+//
+//   KestThread                one thread; override run, or hand it a KestRunnable
+//   KestThread::KestRunnable  work that is not a thread itself
+//   KestThread::ThreadDone    what the dependents of a thread are told when its run has ended
+//   KestWorkInformation       base of an argument for the work
+//
+// A KestThread runs its work once; a new run needs a new object. Exceptions never leave the thread: the result is then
+// 0.
+//
+// Threads: an object is started, stopped, killed and destroyed by one thread at a time; waits and queries may come from
+// any. Work and work information are set before start.
+//
+// Lifetime: the destructor waits for the end of the run, unless the thread is marked for kill. A thread marked for
+// death is made with new and not touched after start: it deletes itself. A suspended thread is resumed or killed before
+// it is destroyed. A class derived from KestThread that overrides run waits for the run's end (waitForThreadExit) in
+// its own destructor, since the override is gone when the base's destructor runs.
+#pragma once
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+#include "support/export.h"
+#include "support/object_base.h"
+#include "support/observer.h"
+
+namespace KestSupport {
+
+/// Base of what a caller hands to a thread's work.
+class KEST_SUPPORT_EXPORT KestWorkInformation : public KestObjectBase {
+  public:
+    KestWorkInformation() = default;
+    KestWorkInformation(const KestWorkInformation&) = default;
+    KestWorkInformation& operator=(const KestWorkInformation&) = default;
+    ~KestWorkInformation() override;
+};
+
+/// One thread of the operating system. Time-outs are milliseconds; -1 waits without limit.
+class KEST_SUPPORT_EXPORT KestThread : public KestCollaborator, public KestObjectBase {
+  public:
+    enum t_Priority { ABOVE_NORMAL, BELOW_NORMAL, HIGHEST, IDLE, LOWEST, NORMAL, TIME_CRITICAL };
+
+    /// Work for a thread. Both forms of run do nothing and return 0 unless they are overridden.
+    class KEST_SUPPORT_EXPORT KestRunnable : public KestObjectBase {
+      public:
+        ~KestRunnable() override;
+        /// Called when the thread has work information.
+        virtual int run(KestWorkInformation& info);
+        /// Called when it has none.
+        virtual int run();
+    };
+
+    /// A run ended. The id is not set.
+    class KEST_SUPPORT_EXPORT ThreadDone : public KestNotification {
+      public:
+        explicit ThreadDone(int exitCode) noexcept : m_exitCode(exitCode) {}
+        ThreadDone(const ThreadDone& other) noexcept : KestNotification(), m_exitCode(other.m_exitCode) {}
+        ThreadDone& operator=(const ThreadDone& other) noexcept {
+            m_exitCode = other.m_exitCode;
+            return *this;
+        }
+        ~ThreadDone() override;
+
+        int m_exitCode;  ///< what run returned, 0 when it threw
+    };
+
+    /// Without a name the thread is called "class KestSupport::KestThread".
+    KestThread();
+    explicit KestThread(const std::string& name);
+    /// The thread keeps a reference to the runnable; its own run is then never called.
+    explicit KestThread(KestSmartPointer<KestRunnable> runnable);
+    KestThread(KestSmartPointer<KestRunnable> runnable, const std::string& name);
+    KestThread(const KestThread&) = delete;
+    KestThread& operator=(const KestThread&) = delete;
+    ~KestThread() override;
+
+    /// Starts the run; resumes a thread that stop suspended (each stop needs one start). A thread that cannot be made
+    /// is not reported: isAlive stays false.
+    virtual void start();
+    /// Suspends the thread where it stands, its locks held; returns when it stands still. It does not end the run.
+    virtual void stop();
+    /// The argument of run; only what is set before the run begins counts.
+    virtual void setWorkInfo(KestSmartPointer<KestWorkInformation> info);
+    /// Waits for the end of the thread: 0 it ended, 258 time-out, -1 the wait failed, and 128 at once when the thread
+    /// was not started, was killed or has ended its run already.
+    virtual int wait(int timeout);
+    /// False when there is no thread or the system refuses (raising a priority may need a privilege). Values outside
+    /// the enumeration mean NORMAL.
+    virtual bool setPriority(t_Priority priority);
+
+    /// Ends the thread by force where it stands: no destructor runs, no ThreadDone is sent, its locks are left
+    /// abandoned.
+    void kill();
+    /// The object deletes itself when the run has ended.
+    void setMarkForDeath() noexcept { m_markForDeath = true; }
+    /// The destructor kills the thread instead of waiting for it; on a thread that is marked for death too, this does
+    /// nothing, because the run has ended by then.
+    void setMarkForKill() noexcept { m_markForKill = true; }
+    /// Returns when the run, its ThreadDone included, has ended; at once on the thread itself and before start.
+    void waitForThreadExit();
+
+    /// True from a successful start until kill or destruction, and so also after the run has ended.
+    bool isAlive() const noexcept { return m_handle.load(std::memory_order_acquire) != nullptr; }
+    /// What run returned; -1 before that, and for a thread that never started or was killed.
+    int getExitCode() const noexcept;
+    /// The address of the cell that holds the native handle; null exactly when isAlive is false.
+    void* getHandle() noexcept { return m_handle.load(std::memory_order_acquire); }
+    const std::string& getName() const noexcept { return m_name; }
+    void setName(const std::string& name) { m_name = name; }
+
+    /// The calling thread's id on this platform, never 0.
+    static int getCurrentThreadId() noexcept;
+    /// Waits for all of the threads (0), or for the first of them to end (its position in the vector). -1 the wait
+    /// failed (also: no thread, more than 64, or one that has no native thread), -2 time-out.
+    static int wait(std::vector<KestThread*>& threads, bool waitAll, int timeout);
+    /// The same for count threads that lie one after the other in memory.
+    static int wait(int count, KestThread* threads, bool waitAll, int timeout);
+
+  protected:
+    /// The thread's work, when it has work information; override one of the two.
+    virtual int run(KestWorkInformation& info);
+    /// The thread's work, when it has none.
+    virtual int run();
+
+  private:
+    enum class Phase { fresh, starting, entered };
+
+    static std::uint32_t enter(void* object);
+    int performRun();
+    void notifyDone(int exitCode);
+    void cleanup() noexcept;
+
+    // A cell that holds the native handle; set before the new thread runs.
+    std::atomic<platform::WaitObject**> m_handle{nullptr};
+    KestSmartPointer<KestWorkInformation> m_workInfo;  // read by the new thread when its run begins
+    std::string m_name;
+    std::atomic<int> m_exitCode{-1};
+    std::atomic<bool> m_markForDeath{false};
+    std::atomic<bool> m_markForKill{false};
+    std::atomic<bool> m_running{false};
+    std::atomic<Phase> m_phase{Phase::fresh};  // waitForThreadExit waits for entered before it takes m_runLock
+    const KestSmartPointer<KestRunnable> m_runnable;
+    KestCriticalSectionObject m_runLock{false};  // held by the new thread for the whole of its run
+};
+
+}  // namespace KestSupport

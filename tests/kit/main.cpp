@@ -1,6 +1,11 @@
 #include <gtest/gtest.h>
 
+#include "kit/child_process.h"
+
+// A test of processes starts this program once more, in a role of its own.
 int main(int argc, char** argv) {
+    int exitCode = 0;
+    if (kit::ChildRole::run(argc, argv, exitCode)) return exitCode;
     testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

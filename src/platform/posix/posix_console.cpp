@@ -1,0 +1,123 @@
+// SIGINT and SIGTERM as control events. A signal handler counts the signal and posts a semaphore, both of which a
+// signal handler may do; one thread takes the counts and delivers. No signal is blocked for it, so that nothing of this
+// passes to a child: a caught signal has its default effect again in the program that a child executes.
+#include <pthread.h>
+#include <semaphore.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+
+#include "platform/console.h"
+#include "platform/posix/posix_call.h"
+
+namespace KestSupport::platform {
+namespace {
+
+struct EventSignal {
+    int number;
+    std::uint32_t event;
+    std::atomic<unsigned> pending{0};
+    struct sigaction before = {};  // written while no handler of ours is installed
+};
+
+// Static storage without constructors or destructors: a signal may arrive at any time of the process's life.
+constinit std::array<EventSignal, 2> g_signals{EventSignal{SIGINT, kConsoleControlC},
+                                               EventSignal{SIGTERM, kConsoleControlBreak}};
+sem_t g_arrived;
+std::atomic<pid_t> g_owner{0};  // the process that the delivering thread belongs to
+std::atomic<ConsoleEventSink> g_sink{nullptr};
+
+static_assert(std::atomic<unsigned>::is_always_lock_free && std::atomic<pid_t>::is_always_lock_free,
+              "a signal handler may use lock-free atomics only");
+
+// A process forked from ours has no delivering thread; there the signal has its default effect, once this handler
+// returns.
+void onSignal(int number) {
+    const int savedError = errno;
+    if (g_owner.load(std::memory_order_relaxed) != getpid()) {
+        signal(number, SIG_DFL);
+        raise(number);
+    } else {
+        for (EventSignal& each : g_signals) {
+            if (each.number == number) each.pending.fetch_add(1, std::memory_order_release);
+        }
+        sem_post(&g_arrived);
+    }
+    errno = savedError;
+}
+
+void* deliverEvents(void*) {
+    for (;;) {
+        while (sem_wait(&g_arrived) != 0) {
+        }
+        for (EventSignal& each : g_signals) {
+            for (unsigned count = each.pending.exchange(0, std::memory_order_acquire); count > 0; --count) {
+                g_sink.load(std::memory_order_acquire)(each.event);
+            }
+        }
+    }
+    return nullptr;
+}
+
+// The thread is made once and then stays, asleep unless an event arrives: ending it would mean waiting for a handler
+// that may itself be changing the list.
+bool startDelivery() {
+    if (g_owner.load(std::memory_order_relaxed) == getpid()) return true;
+    if (sem_init(&g_arrived, 0, 0) != 0) return false;
+    sigset_t all;
+    sigset_t callers;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &callers);
+    pthread_t thread;
+    const int error =
+        errorCall("pthread_create", [&] { return pthread_create(&thread, nullptr, deliverEvents, nullptr); });
+    pthread_sigmask(SIG_SETMASK, &callers, nullptr);
+    if (error != 0) return false;
+    pthread_detach(thread);
+    g_owner.store(getpid(), std::memory_order_relaxed);
+    return true;
+}
+
+bool catchSignal(EventSignal& which) {
+    struct sigaction ours = {};
+    ours.sa_handler = onSignal;
+    ours.sa_flags = SA_RESTART;
+    sigemptyset(&ours.sa_mask);
+    return systemCall("sigaction", [&] { return sigaction(which.number, &ours, &which.before); }) == 0;
+}
+
+}  // namespace
+
+bool openConsoleEvents(ConsoleEventSink sink) {
+    g_sink.store(sink, std::memory_order_release);
+    if (!startDelivery() || !catchSignal(g_signals[0])) return false;
+    if (catchSignal(g_signals[1])) return true;
+    sigaction(g_signals[0].number, &g_signals[0].before, nullptr);
+    return false;
+}
+
+void closeConsoleEvents() {
+    for (const EventSignal& each : g_signals)
+        sigaction(each.number, &each.before, nullptr);
+}
+
+// The delivering thread blocks all signals, so this one reaches it where it is let in, under the former disposition.
+void giveFormerEffect(std::uint32_t event) {
+    for (EventSignal& each : g_signals) {
+        if (each.event != event) continue;
+        struct sigaction present = {};
+        sigaction(each.number, &each.before, &present);
+        sigset_t only;
+        sigemptyset(&only);
+        sigaddset(&only, each.number);
+        raise(each.number);
+        pthread_sigmask(SIG_UNBLOCK, &only, nullptr);
+        pthread_sigmask(SIG_BLOCK, &only, nullptr);
+        sigaction(each.number, &present, nullptr);
+    }
+}
+
+}  // namespace KestSupport::platform

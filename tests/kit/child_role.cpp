@@ -1,0 +1,36 @@
+#include <cstdio>
+#include <string_view>
+
+#include "kit/child_process.h"
+
+namespace kit {
+namespace {
+
+constexpr std::string_view kRoleOption = "--child-role=";
+
+std::map<std::string, ChildRole::Main, std::less<>>& roles() {
+    static std::map<std::string, ChildRole::Main, std::less<>> all;
+    return all;
+}
+
+}  // namespace
+
+ChildRole::ChildRole(const char* name, Main main) {
+    roles()[name] = main;
+}
+
+bool ChildRole::run(int argc, char** argv, int& exitCode) {
+    if (argc < 2) return false;
+    const std::string_view first = argv[1];
+    if (!first.starts_with(kRoleOption)) return false;
+    const auto role = roles().find(first.substr(kRoleOption.size()));
+    if (role == roles().end()) {
+        std::fprintf(stderr, "no such role: %s\n", argv[1]);
+        exitCode = 127;
+        return true;
+    }
+    exitCode = role->second(std::vector<std::string>(argv + 2, argv + argc));
+    return true;
+}
+
+}  // namespace kit

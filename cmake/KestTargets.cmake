@@ -1,14 +1,16 @@
 # What every target of ours is compiled with. Nothing here is exported to users of the library.
 include_guard(GLOBAL)
-include(CMakePushCheckState)
 
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_THREAD_PREFER_PTHREAD ON)
 find_package(Threads REQUIRED)
 
+# Checkouts share what ccache holds: paths are taken relative to the checkout, and it is told that the tests' precompiled
+# header, which it would not store otherwise, depends on nothing but its contents.
 find_program(KEST_CCACHE ccache)
-if(KEST_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  set(CMAKE_CXX_COMPILER_LAUNCHER "${KEST_CCACHE}")
+if(PROJECT_IS_TOP_LEVEL AND KEST_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env "CCACHE_BASEDIR=${PROJECT_SOURCE_DIR}" CCACHE_NOHASHDIR=1
+      CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime "${KEST_CCACHE}")
 endif()
 
 # Standard, warnings and sanitizers for one of our own targets.
@@ -21,10 +23,21 @@ function(kest_configure target)
     target_compile_options(${target} PRIVATE -Werror)
   endif()
   if(KEST_SANITIZE)
-    target_compile_options(${target} PRIVATE -fsanitize=${KEST_SANITIZE} -fno-omit-frame-pointer -g)
+    target_compile_options(${target} PRIVATE -fsanitize=${KEST_SANITIZE} -fno-omit-frame-pointer)
     target_link_options(${target} PRIVATE -fsanitize=${KEST_SANITIZE})
     if(KEST_SANITIZE MATCHES "undefined")
       target_compile_options(${target} PRIVATE -fno-sanitize-recover=undefined)
     endif()
+    # What the sanitizers put in makes GCC see paths that are not there.
+    target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   endif()
+  if(KEST_BUILD_FUZZERS)
+    target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
+  endif()
+endfunction()
+
+# A precompiled header which ccache can store.
+function(kest_cacheable_precompiled_header target)
+  target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>
+                                           "$<$<CXX_COMPILER_ID:Clang>:SHELL:-Xclang -fno-pch-timestamp>")
 endfunction()

@@ -1,0 +1,15 @@
+// UTF-8 to and from UTF-16, for the text contract.
+#pragma once
+
+#include <cstddef>
+
+namespace KestSupport::platform {
+
+/// What stands for a part of a text that cannot be read.
+inline constexpr unsigned short replacementUnit = 0xFFFD;
+
+/// Both return the number of units written, 0 when the capacity does not hold the result; see platform/text.h.
+std::size_t widenUtf8(const char* text, std::size_t length, unsigned short* dest, std::size_t capacity) noexcept;
+std::size_t narrowUtf8(const unsigned short* text, std::size_t length, char* dest, std::size_t capacity) noexcept;
+
+}  // namespace KestSupport::platform

@@ -1,0 +1,29 @@
+#include "platform/posix/posix_barrier.h"
+
+#include <linux/membarrier.h>
+
+namespace KestSupport::platform {
+
+constinit std::atomic<bool> g_barrierWorks{false};
+
+namespace {
+
+bool callMembarrier(int command) noexcept {
+    return syscall(SYS_membarrier, command, 0, 0) == 0;
+}
+
+// A child made by fork without exec keeps its parent's registration.
+const bool g_registered = [] {
+    const bool works = callMembarrier(MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED);
+    g_barrierWorks.store(works, std::memory_order_relaxed);
+    return works;
+}();
+
+}  // namespace
+
+void barrierInAllThreads() noexcept {
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    if (g_registered) callMembarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED);
+}
+
+}  // namespace KestSupport::platform

@@ -1,0 +1,61 @@
+// Sleeping on a word of memory. The calls are not behind the seam: a futex call that fails is one that returns at once,
+// and every caller looks at its word again.
+#pragma once
+
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <limits>
+
+namespace KestSupport::platform {
+
+using FutexWord = std::atomic<std::uint32_t>;
+static_assert(sizeof(FutexWord) == 4 && FutexWord::is_always_lock_free);
+
+/// Nanoseconds of the monotonic clock.
+inline std::int64_t monotonicNanoseconds() noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+}
+
+/// A time on the monotonic clock that never comes.
+inline constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
+
+/// Sleeps while word holds expected, until the deadline on the monotonic clock. May return early.
+inline void futexWait(FutexWord& word, std::uint32_t expected, std::int64_t deadline = kNever) noexcept {
+    timespec until{};
+    if (deadline != kNever) {
+        until.tv_sec = static_cast<time_t>(deadline / 1'000'000'000);
+        until.tv_nsec = static_cast<long>(deadline % 1'000'000'000);
+    }
+    syscall(SYS_futex, &word, FUTEX_WAIT_BITSET_PRIVATE, expected, deadline == kNever ? nullptr : &until, nullptr,
+            FUTEX_BITSET_MATCH_ANY);
+}
+
+/// Wakes up to count sleepers. The word need not exist any more: only its address is used.
+inline void futexWake(FutexWord* word, int count) noexcept {
+    syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, count, nullptr, nullptr, 0);
+}
+
+/// Tells the processor that this is a spin loop.
+inline void spinPause() noexcept {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__)
+    asm volatile("yield" ::: "memory");
+#endif
+}
+
+/// Spinning only helps while the other thread runs on another processor.
+inline bool spinningPays() noexcept {
+    static const bool pays = sysconf(_SC_NPROCESSORS_ONLN) > 1;
+    return pays;
+}
+
+}  // namespace KestSupport::platform

@@ -1,0 +1,335 @@
+// Native threads, and taking one out of its run by a signal.
+//
+// A thread is suspended and terminated by a real-time signal to it. The signal's handler lets the thread go on when it
+// is in a region of the platform layer (which then runs the request at its end) or inside the C runtime at a place
+// where it may hold a lock of the allocator; whoever asked repeats the signal until the thread has complied.
+// Termination jumps from the handler to the thread's outermost frame, so nothing is unwound.
+#include "platform/thread.h"
+
+#include <link.h>
+#include <pthread.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <ucontext.h>
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <string_view>
+
+#include "platform/posix/posix_call.h"
+#include "platform/posix/posix_wait_object.h"
+
+namespace KestSupport::platform {
+namespace {
+
+constexpr std::uint32_t kMostSuspensions = 127;
+constexpr std::int64_t kMillisecond = 1'000'000;
+constexpr std::int64_t kForceAfter = 500 * kMillisecond;
+constexpr std::int64_t kGiveUpAfter = 5000 * kMillisecond;
+
+int controlSignal() noexcept {
+    return SIGRTMIN + 6;
+}
+
+// The code of the C and C++ runtimes, where locks are held that every thread needs.
+class RuntimeCode {
+  public:
+    RuntimeCode() noexcept { dl_iterate_phdr(&RuntimeCode::visit, this); }
+
+    bool contains(std::uintptr_t address) const noexcept {
+        return std::any_of(m_ranges.begin(), m_ranges.begin() + static_cast<std::ptrdiff_t>(m_count),
+                           [=](const Range& range) { return address - range.begin < range.size; });
+    }
+
+  private:
+    struct Range {
+        std::uintptr_t begin;
+        std::size_t size;
+    };
+
+    static int visit(dl_phdr_info* info, std::size_t, void* self) {
+        const std::string_view name = info->dlpi_name == nullptr ? "" : info->dlpi_name;
+        constexpr std::array<std::string_view, 7> runtimes{"/libc.so",   "/ld-linux",  "/libstdc++", "/libgcc_s",
+                                                           "/libc++.so", "/libc++abi", "/libasan"};
+        if (std::none_of(runtimes.begin(), runtimes.end(),
+                         [&](std::string_view part) { return name.find(part) != std::string_view::npos; })) {
+            return 0;
+        }
+        auto& code = *static_cast<RuntimeCode*>(self);
+        for (int i = 0; i < info->dlpi_phnum && code.m_count < code.m_ranges.size(); ++i) {
+            const auto& header = info->dlpi_phdr[i];
+            if (header.p_type != PT_LOAD || (header.p_flags & PF_X) == 0) continue;
+            code.m_ranges[code.m_count++] = {info->dlpi_addr + header.p_vaddr, header.p_memsz};
+        }
+        return 0;
+    }
+
+    std::array<Range, 16> m_ranges{};
+    std::size_t m_count = 0;
+};
+
+const RuntimeCode& runtimeCode() noexcept {
+    static const RuntimeCode code;
+    return code;
+}
+
+// True when the interrupted code may hold a lock of the runtime. Sleeping in a system call it holds none of the
+// allocator's: those calls that the allocator makes do not sleep.
+bool insideRuntime(const void* context) noexcept {
+#if defined(__x86_64__) && defined(__linux__) && !defined(__SANITIZE_THREAD__)
+    const auto& registers = static_cast<const ucontext_t*>(context)->uc_mcontext.gregs;
+    const auto address = static_cast<std::uintptr_t>(registers[REG_RIP]);
+    if (!runtimeCode().contains(address)) return false;
+    const auto* const code = reinterpret_cast<const unsigned char*>(address);
+    const auto isSystemCall = [](const unsigned char* instruction) {
+        return instruction[0] == 0x0F && instruction[1] == 0x05;
+    };
+    if (isSystemCall(code - 2) && registers[REG_RAX] == -EINTR) return false;
+    if (!isSystemCall(code)) return true;
+    constexpr std::array<long long, 6> allocatorCalls{SYS_mmap,    SYS_munmap, SYS_mremap,
+                                                      SYS_madvise, SYS_brk,    SYS_mprotect};
+    return std::find(allocatorCalls.begin(), allocatorCalls.end(), registers[REG_RAX]) != allocatorCalls.end();
+#else
+    // ThreadSanitizer delivers signals at safe places only; elsewhere the place cannot be told.
+    static_cast<void>(context);
+    return false;
+#endif
+}
+
+[[noreturn]] void terminateHere(ThreadObject& thread) noexcept {
+    ThreadRecord& self = t_record;
+    // From here on no further request is taken.
+    self.thread = nullptr;
+    abandonWait(self);
+    siglongjmp(thread.exitPoint, 1);
+}
+
+// Complies with what is asked of the calling thread; returns when nothing is asked any more.
+void complyWithControl(ThreadObject& thread) noexcept {
+    for (;;) {
+        const std::uint32_t control = thread.control.load(std::memory_order_acquire);
+        if ((control & ThreadObject::kTerminating) != 0) terminateHere(thread);
+        if (control == 0) break;
+        thread.standsStill.store(1, std::memory_order_release);
+        futexWake(&thread.standsStill, 1 << 30);
+        futexWait(thread.control, control);
+    }
+    thread.standsStill.store(0, std::memory_order_release);
+}
+
+void onControlSignal(int, siginfo_t*, void* context) {
+    const int savedError = errno;
+    ThreadRecord& self = t_record;
+    if (ThreadObject* const thread = self.thread; thread != nullptr) {
+        if (self.regionDepth != 0) {
+            self.controlPending = true;
+        } else if (thread->forced.load(std::memory_order_relaxed) || !insideRuntime(context)) {
+            complyWithControl(*thread);
+        }
+    }
+    errno = savedError;
+}
+
+bool installControlSignal() noexcept {
+    static std::atomic<bool> installed{false};
+    if (installed.load(std::memory_order_acquire)) return true;
+    runtimeCode();
+    struct sigaction action {};
+    action.sa_sigaction = &onControlSignal;
+    action.sa_flags = SA_SIGINFO | SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    if (systemCall("sigaction", [&] { return sigaction(controlSignal(), &action, nullptr); }) != 0) return false;
+    installed.store(true, std::memory_order_release);
+    return true;
+}
+
+bool hasEnded(const ThreadObject& thread) noexcept {
+    return (thread.word.load(std::memory_order_acquire) & WaitObject::kSignalled) != 0;
+}
+
+// Signals the thread again and again until it has complied. The thread's id may be another thread's by the time that
+// the signal is sent: that one has nothing asked of it and goes on.
+template <typename Complied>
+bool interruptUntil(ThreadObject& thread, FutexWord& word, Complied complied) noexcept {
+    const std::int64_t begin = monotonicNanoseconds();
+    for (std::int64_t pause = 50'000; !complied(); pause = std::min(pause * 2, kMillisecond)) {
+        const std::int64_t now = monotonicNanoseconds();
+        if (now - begin >= kGiveUpAfter) return false;
+        if (now - begin >= kForceAfter) thread.forced.store(true, std::memory_order_relaxed);
+        if (const std::uint32_t id = thread.systemId.load(std::memory_order_acquire); id != 0) {
+            syscall(SYS_tgkill, getpid(), id, controlSignal());
+        }
+        const std::uint32_t state = word.load(std::memory_order_acquire);
+        if (!complied()) futexWait(word, state, now + pause);
+    }
+    return true;
+}
+
+void* runThread(void* argument) {
+    auto* const thread = static_cast<ThreadObject*>(argument);
+    ThreadRecord& self = currentRecord();
+    self.finishing = thread;
+    thread->native.store(pthread_self(), std::memory_order_relaxed);
+    if (sigsetjmp(thread->exitPoint, 0) == 0) {
+        thread->systemId.store(self.systemId, std::memory_order_release);
+        self.thread = thread;
+        complyWithControl(*thread);
+        const std::uint32_t code = thread->entry(thread->argument);
+        // The frame that termination jumps to is about to go.
+        self.thread = nullptr;
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        thread->exitCode.store(code, std::memory_order_relaxed);
+    } else {
+        thread->exitCode.store(thread->terminationCode, std::memory_order_relaxed);
+    }
+    return nullptr;
+}
+
+ThreadObject* asThread(WaitHandle handle) noexcept {
+    return handle != nullptr && handle->kind == WaitObject::Kind::thread ? static_cast<ThreadObject*>(handle) : nullptr;
+}
+
+}  // namespace
+
+void runPendingControl(ThreadRecord& self) noexcept {
+    self.controlPending = false;
+    if (self.thread != nullptr) complyWithControl(*self.thread);
+}
+
+void finishThread(ThreadObject& thread, ThreadRecord& self) noexcept {
+    bool closed = false;
+    {
+        Dispatcher dispatcher(self);
+        detachThread(dispatcher, self);
+        dispatcher.signal(thread, true);
+        closed = thread.closed;
+    }
+    // An open handle may be closed by now, and the object gone with it.
+    if (!closed) return;
+    pthread_detach(pthread_self());
+    delete &thread;
+}
+
+void closeThread(ThreadObject& thread) noexcept {
+    {
+        Dispatcher dispatcher(currentRecord());
+        if (!hasEnded(thread)) {
+            thread.closed = true;
+            return;
+        }
+    }
+    pthread_join(thread.native.load(std::memory_order_relaxed), nullptr);
+    delete &thread;
+}
+
+bool createThread(ThreadEntry entry, void* argument, WaitHandle& handle) noexcept {
+    handle = nullptr;
+    if (!installControlSignal()) return false;
+    auto* const thread = new (std::nothrow) ThreadObject(entry, argument);
+    if (thread == nullptr) return false;
+    handle = thread;
+    pthread_t native{};
+    if (errorCall("pthread_create", [&] { return pthread_create(&native, nullptr, &runThread, thread); }) == 0) {
+        return true;
+    }
+    handle = nullptr;
+    delete thread;
+    return false;
+}
+
+bool suspendThread(WaitHandle handle) noexcept {
+    ThreadObject* const thread = asThread(handle);
+    if (thread == nullptr) return false;
+    ThreadRecord& self = currentRecord();
+    {
+        Dispatcher dispatcher(self);
+        const std::uint32_t control = thread->control.load(std::memory_order_relaxed);
+        if (hasEnded(*thread) || control >= kMostSuspensions) return false;
+        thread->control.store(control + 1, std::memory_order_release);
+    }
+    if (self.thread == thread) {
+        complyWithControl(*thread);
+        return true;
+    }
+    // A thread that somebody resumes or ends meanwhile need not be waited for.
+    interruptUntil(*thread, thread->standsStill, [&] {
+        return thread->standsStill.load(std::memory_order_acquire) != 0 || hasEnded(*thread) ||
+               thread->control.load(std::memory_order_acquire) == 0;
+    });
+    return true;
+}
+
+bool resumeThread(WaitHandle handle) noexcept {
+    ThreadObject* const thread = asThread(handle);
+    if (thread == nullptr) return false;
+    Dispatcher dispatcher(currentRecord());
+    if ((thread->control.load(std::memory_order_relaxed) & ~ThreadObject::kTerminating) == 0) return false;
+    thread->control.fetch_sub(1, std::memory_order_release);
+    futexWake(&thread->control, 1);
+    return true;
+}
+
+bool terminateThread(WaitHandle handle, std::uint32_t exitCode) noexcept {
+    ThreadObject* const thread = asThread(handle);
+    if (thread == nullptr) return false;
+    ThreadRecord& self = currentRecord();
+    {
+        Dispatcher dispatcher(self);
+        if (hasEnded(*thread)) return true;
+        if ((thread->control.load(std::memory_order_relaxed) & ThreadObject::kTerminating) == 0) {
+            thread->terminationCode = exitCode;
+            thread->control.fetch_or(ThreadObject::kTerminating, std::memory_order_release);
+        }
+    }
+    if (self.thread == thread) terminateHere(*thread);
+    futexWake(&thread->control, 1);
+    return interruptUntil(*thread, thread->word, [&] { return hasEnded(*thread); });
+}
+
+bool setThreadPriority(WaitHandle handle, ThreadPriority priority) noexcept {
+    ThreadObject* const thread = asThread(handle);
+    if (thread == nullptr || hasEnded(*thread)) return false;
+    // Time sharing knows niceness only, and the idle class; the steps are chosen so that each class is clearly apart.
+    constexpr std::array<std::pair<ThreadPriority, int>, 7> niceness{{{ThreadPriority::idle, 19},
+                                                                      {ThreadPriority::lowest, 10},
+                                                                      {ThreadPriority::belowNormal, 5},
+                                                                      {ThreadPriority::normal, 0},
+                                                                      {ThreadPriority::aboveNormal, -5},
+                                                                      {ThreadPriority::highest, -10},
+                                                                      {ThreadPriority::timeCritical, -20}}};
+    const auto* const entry = std::find_if(niceness.begin(), niceness.end(),
+                                           [=](const auto& candidate) { return candidate.first == priority; });
+    if (entry == niceness.end()) return false;
+    while (thread->systemId.load(std::memory_order_acquire) == 0)
+        yieldThread();
+    const auto id = thread->systemId.load(std::memory_order_relaxed);
+    const sched_param parameters{};
+    const int policy = priority == ThreadPriority::idle ? SCHED_IDLE : SCHED_OTHER;
+    return systemCall("sched_setscheduler",
+                      [&] { return sched_setscheduler(static_cast<pid_t>(id), policy, &parameters); }) == 0 &&
+           systemCall("setpriority", [&] { return setpriority(PRIO_PROCESS, id, entry->second); }) == 0;
+}
+
+bool threadExitCode(WaitHandle handle, std::uint32_t& exitCode) noexcept {
+    const ThreadObject* const thread = asThread(handle);
+    if (thread == nullptr) return false;
+    exitCode = hasEnded(*thread) ? thread->exitCode.load(std::memory_order_relaxed) : kStillActive;
+    return true;
+}
+
+void yieldThread() noexcept {
+    sched_yield();
+}
+
+void sleepThread(std::uint32_t milliseconds) noexcept {
+    timespec until{};
+    const std::int64_t end = monotonicNanoseconds() + std::int64_t{milliseconds} * kMillisecond;
+    until.tv_sec = static_cast<time_t>(end / 1'000'000'000);
+    until.tv_nsec = static_cast<long>(end % 1'000'000'000);
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
+    }
+}
+
+}  // namespace KestSupport::platform

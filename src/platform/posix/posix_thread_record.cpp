@@ -1,0 +1,107 @@
+// Attachment of threads to the waits: ids, the table of attached threads, and what happens when a thread ends.
+#include "platform/posix/posix_wait_object.h"
+
+namespace KestSupport::platform {
+
+constinit thread_local ThreadRecord t_record;
+
+namespace {
+
+// Ids go up and are skipped while in use, so an id is not used again before 2^31 further threads have come. Odd ids are
+// in the table; an even id belongs to a thread whose end was announced already and that still runs destructors.
+constinit std::atomic<std::uint32_t> g_lastId{0};
+
+constexpr std::size_t kBucketCount = 256;
+constinit std::array<ThreadRecord*, kBucketCount> g_buckets{};  // guarded by the dispatcher lock
+
+ThreadRecord*& bucketOf(std::uint32_t id) noexcept {
+    return g_buckets[(id >> 1) % kBucketCount];
+}
+
+void insert(ThreadRecord& record) noexcept {
+    ThreadRecord*& bucket = bucketOf(record.id);
+    record.nextInBucket = bucket;
+    record.previousInBucket = nullptr;
+    if (bucket != nullptr) bucket->previousInBucket = &record;
+    bucket = &record;
+}
+
+void erase(ThreadRecord& record) noexcept {
+    if (record.nextInBucket != nullptr) record.nextInBucket->previousInBucket = record.previousInBucket;
+    if (record.previousInBucket != nullptr) {
+        record.previousInBucket->nextInBucket = record.nextInBucket;
+    } else {
+        bucketOf(record.id) = record.nextInBucket;
+    }
+}
+
+bool isInTable(std::uint32_t id) noexcept {
+    const ThreadRecord* record = bucketOf(id);
+    while (record != nullptr && record->id != id)
+        record = record->nextInBucket;
+    return record != nullptr;
+}
+
+std::uint32_t newId(std::uint32_t lowBit) noexcept {
+    for (;;) {
+        const std::uint32_t id = g_lastId.fetch_add(2, std::memory_order_relaxed) + 2 + lowBit;
+        if (id > 1 && id != WaitObject::kReserved) return id;
+    }
+}
+
+// Its destructor is the announcement that the thread has ended. A thread made here attaches before any of its code
+// runs, so this is the last of its thread-local objects to go.
+struct Attachment {
+    bool armed = false;
+    ~Attachment() {
+        ThreadRecord& self = t_record;
+        self.detached = true;
+        if (self.finishing != nullptr) {
+            finishThread(*self.finishing, self);
+        } else {
+            Dispatcher dispatcher(self);
+            detachThread(dispatcher, self);
+        }
+    }
+};
+thread_local Attachment t_attachment;
+
+}  // namespace
+
+void attachThread(ThreadRecord& self) noexcept {
+    if (self.systemId == 0) self.systemId = static_cast<std::uint32_t>(syscall(SYS_gettid));
+    if (self.detached) {
+        self.id = newId(0);
+        return;
+    }
+    t_attachment.armed = true;
+    Dispatcher dispatcher(self);
+    do {
+        self.id = newId(1);
+    } while (isInTable(self.id));
+    insert(self);
+}
+
+bool isAttached(std::uint32_t id) noexcept {
+    return (id & 1) == 0 || isInTable(id);
+}
+
+void detachThread(Dispatcher& dispatcher, ThreadRecord& self) noexcept {
+    erase(self);
+    // A mutex without waiters needs no visit: its next taker finds the owner missing from the table.
+    for (WaitObject* mutex = firstContendedMutex(); mutex != nullptr;) {
+        WaitObject* const next = mutex->nextContended;
+        if (mutex->owner.load(std::memory_order_relaxed) == self.id) dispatcher.abandon(*mutex);
+        mutex = next;
+    }
+    self.id = 0;
+}
+
+std::uint32_t currentThreadId() noexcept {
+    ThreadRecord& self = t_record;
+    if (self.systemId == 0) [[unlikely]]
+        self.systemId = static_cast<std::uint32_t>(syscall(SYS_gettid));
+    return self.systemId;
+}
+
+}  // namespace KestSupport::platform

@@ -1,0 +1,365 @@
+// Events, mutexes and waitable timers: the fast paths without the dispatcher, and the wait itself.
+#include <algorithm>
+#include <new>
+
+#include "platform/fault_seam.h"
+#include "platform/posix/posix_barrier.h"
+#include "platform/posix/posix_wait_object.h"
+
+namespace KestSupport::platform {
+namespace {
+
+using Kind = WaitObject::Kind;
+
+constexpr std::uint32_t kLeastSpins = 8;
+constexpr std::uint32_t kMostSpins = 120;           // about four microseconds of pauses
+constexpr std::int64_t kHandOverAfter = 1'000'000;  // nanoseconds
+
+enum class Attempt : std::uint8_t { taken, notNow, dispatcherDecides };
+
+// A relative time-out as a time on the monotonic clock, asked for only when the wait is about to sleep.
+std::int64_t deadlineOf(std::uint32_t timeout) noexcept {
+    return timeout == kInfinite ? kNever : monotonicNanoseconds() + std::int64_t{timeout} * 1'000'000;
+}
+
+WaitHandle newObject(Kind kind, std::uint32_t word, const char* call) noexcept {
+    if (injectedFault(call) != 0) return nullptr;
+    auto* const object = new (std::nothrow) WaitObject(kind);
+    if (object != nullptr) object->word.store(word, std::memory_order_relaxed);
+    return object;
+}
+
+Attempt tryEvent(WaitObject& event) noexcept {
+    std::uint32_t word = event.word.load(std::memory_order_acquire);
+    while ((word & WaitObject::kFrozen) == 0) {
+        if ((word & WaitObject::kSignalled) == 0) return Attempt::notNow;
+        if (event.kind == Kind::manualEvent) return Attempt::taken;
+        if (event.word.compare_exchange_weak(word, word & ~WaitObject::kSignalled, std::memory_order_acq_rel,
+                                             std::memory_order_acquire)) {
+            return Attempt::taken;
+        }
+    }
+    return Attempt::dispatcherDecides;
+}
+
+bool tryMutex(WaitObject& mutex, std::uint32_t id) noexcept {
+    std::uint32_t owner = WaitObject::kNobody;
+    if (!mutex.owner.compare_exchange_strong(owner, id, std::memory_order_acquire, std::memory_order_relaxed)) {
+        return false;
+    }
+    mutex.depth = 1;
+    return true;
+}
+
+Attempt tryObject(WaitObject& object, ThreadRecord& self) noexcept {
+    switch (object.kind) {
+        case Kind::mutex:
+            return tryMutex(object, self.id) ? Attempt::taken : Attempt::notNow;
+        case Kind::autoEvent:
+        case Kind::manualEvent:
+            return tryEvent(object);
+        default:
+            return Attempt::dispatcherDecides;
+    }
+}
+
+// Looks at an object for as long as spinning has paid on it lately; that is what the budget remembers.
+bool spinFor(WaitObject& object, ThreadRecord& self) noexcept {
+    const std::uint32_t budget = object.spinBudget.load(std::memory_order_relaxed);
+    if (!object.isEvent() && object.kind != Kind::mutex) return false;
+    for (std::uint32_t spins = 0; spins < budget; ++spins) {
+        spinPause();
+        const bool promising = object.kind == Kind::mutex
+                                   ? object.owner.load(std::memory_order_relaxed) == WaitObject::kNobody
+                                   : (object.word.load(std::memory_order_relaxed) & WaitObject::kSignalled) != 0;
+        if (!promising) continue;
+        const Attempt attempt = tryObject(object, self);
+        if (attempt == Attempt::taken) {
+            object.spinBudget.store(std::min(kMostSpins, budget + spins + 1), std::memory_order_relaxed);
+            return true;
+        }
+        if (attempt == Attempt::dispatcherDecides) return false;
+    }
+    object.spinBudget.store(std::max(kLeastSpins, budget - budget / 8), std::memory_order_relaxed);
+    return false;
+}
+
+void park(ThreadRecord& self, std::int64_t deadline) noexcept {
+    std::uint32_t state = kParkArmed;
+    if (!self.parked.compare_exchange_strong(state, kParkAsleep, std::memory_order_acquire,
+                                             std::memory_order_acquire)) {
+        return;
+    }
+    while (self.parked.load(std::memory_order_acquire) == kParkAsleep) {
+        futexWait(self.parked, kParkAsleep, deadline);
+        if (deadline != kNever && monotonicNanoseconds() >= deadline) return;
+    }
+}
+
+// The wait of one thread, from its first look under the dispatcher lock to its end.
+class SlowWait {
+  public:
+    SlowWait(ThreadRecord& self, Waiter& waiter, std::uint32_t timeout) noexcept
+        : m_self(self), m_waiter(waiter), m_timeout(timeout) {
+        m_waiter.thread = &self;
+    }
+
+    std::uint32_t run(WaitObject* toSignal) noexcept {
+        if (!begin(toSignal)) return m_waiter.result;
+        for (;;) {
+            park(m_self, std::min(m_deadline, m_nextDue));
+            if (finished()) return m_waiter.result;
+        }
+    }
+
+  private:
+    // True when the thread has to sleep.
+    bool begin(WaitObject* toSignal) noexcept {
+        if (m_timeout != 0) m_deadline = deadlineOf(m_timeout);
+        Dispatcher dispatcher(m_self);
+        if (toSignal != nullptr && !signalFirst(dispatcher, *toSignal)) return false;
+        if (dispatcher.consume(m_waiter, m_waiter.result)) return false;
+        if (m_timeout == 0) {
+            m_waiter.result = kWaitTimeout;
+            return false;
+        }
+        return !queue(dispatcher, false);
+    }
+
+    bool signalFirst(Dispatcher& dispatcher, WaitObject& object) noexcept {
+        if (object.isEvent()) {
+            dispatcher.signal(object, true);
+            return true;
+        }
+        if (object.kind != Kind::mutex || object.owner.load(std::memory_order_relaxed) != m_self.id) return false;
+        if (--object.depth != 0) return true;
+        object.owner.store(WaitObject::kNobody, std::memory_order_release);
+        dispatcher.offer(object);
+        return true;
+    }
+
+    // Queues, and looks once more: from now on signals come to the queue, but one may have come just before. True when
+    // that ended the wait.
+    bool queue(Dispatcher& dispatcher, bool front) noexcept {
+        m_self.parked.store(kParkArmed, std::memory_order_relaxed);
+        dispatcher.enqueue(m_waiter, front);
+        if (dispatcher.consume(m_waiter, m_waiter.result)) {
+            dispatcher.dequeue(m_waiter);
+            return true;
+        }
+        noteTimers();
+        return false;
+    }
+
+    void noteTimers() noexcept {
+        m_nextDue = kNever;
+        for (std::size_t i = 0; i < m_waiter.count; ++i) {
+            const WaitObject& object = *m_waiter.links[i].object;
+            if (object.isTimer()) m_nextDue = std::min(m_nextDue, object.due);
+        }
+    }
+
+    // After a wake-up or a time-out: is the wait over?
+    bool finished() noexcept {
+        if (retrySucceeded()) return true;
+        Dispatcher dispatcher(m_self);
+        m_self.retrying = nullptr;
+        if (m_waiter.outcome == Waiter::Outcome::satisfied) return true;
+        const bool passedOver = !m_waiter.queued;
+        if (dispatcher.consume(m_waiter, m_waiter.result)) {
+            dispatcher.dequeue(m_waiter);
+            return true;
+        }
+        const std::int64_t now = monotonicNanoseconds();
+        if (now >= m_deadline) {
+            dispatcher.dequeue(m_waiter);
+            m_waiter.result = kWaitTimeout;
+            return true;
+        }
+        if (!passedOver) {
+            m_self.parked.store(kParkArmed, std::memory_order_relaxed);
+            noteTimers();
+            return false;
+        }
+        if (m_firstPassedOver == 0) m_firstPassedOver = now;
+        m_waiter.wantsHandOver = now - m_firstPassedOver >= kHandOverAfter;
+        return queue(dispatcher, true);
+    }
+
+    // A thread that was woken to try for a mutex does so without the dispatcher lock first. The wake-up must not get
+    // lost with the thread, so termination waits until it is clear who has the mutex.
+    bool retrySucceeded() noexcept {
+        if (m_waiter.count != 1 || m_waiter.links[0].object->kind != Kind::mutex) return false;
+        if (m_self.parked.load(std::memory_order_acquire) != kParkWoken) return false;
+        const Region region(m_self);
+        if (m_waiter.outcome != Waiter::Outcome::retry) return false;
+        WaitObject& mutex = *m_waiter.links[0].object;
+        if (!tryMutex(mutex, m_self.id) && !(spinningPays() && spinFor(mutex, m_self))) return false;
+        m_self.retrying = nullptr;
+        m_waiter.result = kWaitObject0;
+        return true;
+    }
+
+    ThreadRecord& m_self;
+    Waiter& m_waiter;
+    const std::uint32_t m_timeout;
+    std::int64_t m_deadline = kNever;
+    std::int64_t m_nextDue = kNever;
+    std::int64_t m_firstPassedOver = 0;
+};
+
+std::uint32_t waitSlowly(ThreadRecord& self, WaitObject& object, std::uint32_t timeout, WaitObject* toSignal) noexcept {
+    Link link;
+    link.object = &object;
+    Waiter waiter;
+    waiter.links = &link;
+    waiter.count = 1;
+    return SlowWait(self, waiter, timeout).run(toSignal);
+}
+
+}  // namespace
+
+WaitHandle createEvent(bool manualReset, bool signalled) noexcept {
+    return newObject(manualReset ? Kind::manualEvent : Kind::autoEvent, signalled ? WaitObject::kSignalled : 0,
+                     "createEvent");
+}
+
+bool setEvent(WaitHandle event) noexcept {
+    if (event == nullptr || !event->isEvent()) return false;
+    std::uint32_t word = event->word.load(std::memory_order_relaxed);
+    // An event that is signalled already is written all the same: who consumes it must see what this thread did before.
+    while ((word & (WaitObject::kQueued | WaitObject::kFrozen)) == 0) {
+        if (event->word.compare_exchange_weak(word, word | WaitObject::kSignalled, std::memory_order_release,
+                                              std::memory_order_relaxed)) {
+            return true;
+        }
+    }
+    Dispatcher dispatcher(currentRecord());
+    dispatcher.signal(*event, true);
+    return true;
+}
+
+bool resetEvent(WaitHandle event) noexcept {
+    if (event == nullptr || !event->isEvent()) return false;
+    std::uint32_t word = event->word.load(std::memory_order_relaxed);
+    while ((word & WaitObject::kFrozen) == 0) {
+        if (event->word.compare_exchange_weak(word, word & ~WaitObject::kSignalled, std::memory_order_acq_rel,
+                                              std::memory_order_relaxed)) {
+            return true;
+        }
+    }
+    Dispatcher dispatcher(currentRecord());
+    event->word.fetch_and(~WaitObject::kSignalled, std::memory_order_acq_rel);
+    return true;
+}
+
+bool pulseEvent(WaitHandle event) noexcept {
+    if (event == nullptr || !event->isEvent()) return false;
+    Dispatcher dispatcher(currentRecord());
+    dispatcher.signal(*event, false);
+    return true;
+}
+
+WaitHandle createMutex() noexcept {
+    if (injectedFault("createMutex") != 0) return nullptr;
+    WaitObject* const used = reuseMutex(currentRecord());
+    return used != nullptr ? used : new (std::nothrow) WaitObject(Kind::mutex);
+}
+
+bool releaseMutex(WaitHandle mutex) noexcept {
+    if (mutex == nullptr || mutex->kind != Kind::mutex) return false;
+    ThreadRecord& self = currentRecord();
+    if (mutex->owner.load(std::memory_order_relaxed) != self.id) return false;
+    if (mutex->depth > 1) {
+        --mutex->depth;
+        return true;
+    }
+    storeBeforeLoad(mutex->owner, WaitObject::kNobody);
+    if ((mutex->word.load(std::memory_order_relaxed) & WaitObject::kQueued) != 0) [[unlikely]] {
+        Dispatcher dispatcher(self);
+        dispatcher.offer(*mutex);
+    }
+    return true;
+}
+
+WaitHandle createWaitableTimer(bool manualReset) noexcept {
+    return newObject(manualReset ? Kind::manualTimer : Kind::autoTimer, 0, "createWaitableTimer");
+}
+
+bool setWaitableTimer(WaitHandle timer, std::int64_t delay, std::int32_t period) noexcept {
+    if (timer == nullptr || !timer->isTimer() || period < 0 || injectedFault("setWaitableTimer") != 0) return false;
+    constexpr std::int64_t longest = kNever / 400;
+    const std::int64_t due = monotonicNanoseconds() + std::clamp<std::int64_t>(delay, 0, longest) * 100;
+    Dispatcher dispatcher(currentRecord());
+    timer->word.fetch_and(~WaitObject::kSignalled, std::memory_order_relaxed);
+    timer->due = due;
+    timer->period = std::int64_t{period} * 1'000'000;
+    for (const Link* link = timer->first; link != nullptr; link = link->next)
+        dispatcher.recheck(*link->waiter);
+    return true;
+}
+
+bool cancelWaitableTimer(WaitHandle timer) noexcept {
+    if (timer == nullptr || !timer->isTimer()) return false;
+    Dispatcher dispatcher(currentRecord());
+    timer->due = kNever;
+    return true;
+}
+
+std::uint32_t waitForOne(WaitHandle object, std::uint32_t timeout) noexcept {
+    if (object == nullptr) return kWaitFailed;
+    ThreadRecord& self = currentRecord();
+    if (object->kind == Kind::mutex) {
+        if (object->owner.load(std::memory_order_relaxed) == self.id) {
+            ++object->depth;
+            return kWaitObject0;
+        }
+        if (tryMutex(*object, self.id)) return kWaitObject0;
+    } else {
+        const Attempt attempt = tryObject(*object, self);
+        if (attempt == Attempt::taken) return kWaitObject0;
+        if (attempt == Attempt::notNow && timeout == 0) return kWaitTimeout;
+    }
+    if (timeout != 0 && spinningPays() && spinFor(*object, self)) return kWaitObject0;
+    return waitSlowly(self, *object, timeout, nullptr);
+}
+
+std::uint32_t waitForMany(std::span<const WaitHandle> objects, bool all, std::uint32_t timeout) noexcept {
+    if (objects.empty() || objects.size() > kMaximumWaitObjects) return kWaitFailed;
+    std::array<Link, kMaximumWaitObjects> links;
+    for (std::size_t i = 0; i < objects.size(); ++i) {
+        if (objects[i] == nullptr) return kWaitFailed;
+        if (all && std::find(objects.begin(), objects.begin() + static_cast<std::ptrdiff_t>(i), objects[i]) !=
+                       objects.begin() + static_cast<std::ptrdiff_t>(i)) {
+            return kWaitFailed;
+        }
+        links[i].object = objects[i];
+    }
+    Waiter waiter;
+    waiter.links = links.data();
+    waiter.count = objects.size();
+    waiter.all = all;
+    return SlowWait(currentRecord(), waiter, timeout).run(nullptr);
+}
+
+std::uint32_t signalAndWait(WaitHandle toSignal, WaitHandle toWait, std::uint32_t timeout) noexcept {
+    if (toSignal == nullptr || toWait == nullptr) return kWaitFailed;
+    return waitSlowly(currentRecord(), *toWait, timeout, toSignal);
+}
+
+void closeHandle(WaitHandle object) noexcept {
+    if (object == nullptr) return;
+    if (object->kind == Kind::thread) {
+        closeThread(static_cast<ThreadObject&>(*object));
+        return;
+    }
+    if (object->kind == Kind::mutex) {
+        keepMutex(currentRecord(), *object);
+        return;
+    }
+    // Whoever signalled this thread may still be inside its call, but not beyond the dispatcher lock.
+    { Dispatcher dispatcher(currentRecord()); }
+    delete object;
+}
+
+}  // namespace KestSupport::platform

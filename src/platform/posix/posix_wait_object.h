@@ -1,0 +1,230 @@
+// What the back end's waits and threads share: the objects, the waiting threads, and the lock over both.
+//
+// Each object has one state word. While nobody is queued, events and mutexes are worked on with single atomic
+// instructions. Everything else happens under the dispatcher lock: the queues, timers, the end of threads, and every
+// step that concerns more than one object. Two bits of the word send the fast paths there:
+//
+//   kQueued  threads are queued on the object, so a signal has to look for whom it satisfies
+//   kFrozen  a step over several objects, or a hand-over, is under way; nobody may consume the event meanwhile
+//
+// A mutex has a second word for its owner. kReserved in it does for a mutex what kFrozen does for an event, and stays
+// in a mutex that was abandoned, so that its next owner hears of it. Releasing is a plain store to that word followed
+// by a look at kQueued, without a locked instruction between them; the thread that sets kQueued pays for that with a
+// barrier in all threads (the membarrier call) before it looks at the owner again. Since a releasing thread looks at
+// the mutex once more after it has let go of it, mutexes are kept for the next createMutex when they are closed, and
+// never freed.
+//
+// A thread that waits is queued on all of its objects with one link each. Whoever makes an object signalled decides
+// under the dispatcher lock whom that satisfies, consumes on behalf of that thread, unlinks it and wakes it. So a wait
+// is satisfied as a whole or not at all, and a pulse cannot pass between two looks. A mutex is an exception for speed:
+// its longest waiter is woken to try again, while a running thread may take the mutex first; a waiter that was passed
+// over for a millisecond is handed the mutex.
+//
+// Lock order: the dispatcher lock is innermost. Nothing is allocated and nobody else's code runs under it. While a
+// thread holds it (or is in any other Region), suspension and termination of that thread wait.
+#pragma once
+
+#include <array>
+#include <csetjmp>
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/posix/posix_futex.h"
+#include "platform/thread.h"
+#include "platform/wait.h"
+
+namespace KestSupport::platform {
+
+class ThreadObject;
+struct Waiter;
+
+/// One thread as the waits see it; it lies in the thread's static thread-local storage.
+struct ThreadRecord {
+    std::uint32_t id = 0;               ///< what a mutex knows its owner by; 0 until the thread is attached
+    std::uint32_t systemId = 0;         ///< the kernel's thread id
+    bool detached = false;              ///< the thread's end has been announced; its last destructors run
+    ThreadObject* thread = nullptr;     ///< set while a thread made here can be suspended and terminated
+    ThreadObject* finishing = nullptr;  ///< a thread made here: what its end is told to
+
+    // Written by the thread itself; its signal handler reads them.
+    volatile int regionDepth = 0;
+    volatile bool controlPending = false;
+
+    // Guarded by the dispatcher lock.
+    Waiter* waiter = nullptr;              ///< the wait that the thread is queued for
+    WaitObject* retrying = nullptr;        ///< the mutex that the thread was woken to try for
+    ThreadRecord* nextInBucket = nullptr;  ///< table of attached threads
+    ThreadRecord* previousInBucket = nullptr;
+
+    FutexWord parked{0};  ///< Park states below
+};
+
+enum ParkState : std::uint32_t { kParkArmed, kParkWoken, kParkAsleep };
+
+// Static thread-local storage: an access is one instruction, and safe in a signal handler.
+extern constinit thread_local ThreadRecord t_record [[gnu::tls_model("initial-exec")]];
+
+/// Gives the calling thread an id and a place in the table of threads.
+void attachThread(ThreadRecord& self) noexcept;
+
+/// The calling thread's record, attached.
+inline ThreadRecord& currentRecord() noexcept {
+    ThreadRecord& self = t_record;
+    if (self.id == 0) [[unlikely]]
+        attachThread(self);
+    return self;
+}
+
+/// Runs a suspension or termination that came while the thread was in a region.
+void runPendingControl(ThreadRecord& self) noexcept;
+
+/// Keeps suspension and termination of the calling thread away for its lifetime.
+class Region {
+  public:
+    explicit Region(ThreadRecord& self) noexcept : m_self(self) {
+        m_self.regionDepth = m_self.regionDepth + 1;
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+    }
+    Region(const Region&) = delete;
+    Region& operator=(const Region&) = delete;
+    ~Region() {
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        m_self.regionDepth = m_self.regionDepth - 1;
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        if (m_self.regionDepth == 0 && m_self.controlPending) runPendingControl(m_self);
+    }
+
+  private:
+    ThreadRecord& m_self;
+};
+
+/// One place in the queue of one object.
+struct Link {
+    Link* previous = nullptr;
+    Link* next = nullptr;
+    WaitObject* object = nullptr;
+    Waiter* waiter = nullptr;
+};
+
+/// One wait of one thread; on that thread's stack.
+struct Waiter {
+    enum class Outcome : std::uint8_t { waiting, satisfied, retry };
+
+    ThreadRecord* thread = nullptr;
+    Link* links = nullptr;  ///< one for each object, in the caller's order
+    std::size_t count = 0;
+    bool all = false;
+    bool wantsHandOver = false;  ///< passed over too often on a mutex
+    bool queued = false;
+    Outcome outcome = Outcome::waiting;
+    std::uint32_t result = kWaitFailed;
+};
+
+/// An object that can be waited on.
+class WaitObject {
+  public:
+    enum class Kind : std::uint8_t { autoEvent, manualEvent, mutex, autoTimer, manualTimer, thread };
+
+    static constexpr std::uint32_t kSignalled = 1;  // not for mutexes
+    static constexpr std::uint32_t kQueued = 2;
+    static constexpr std::uint32_t kFrozen = 4;
+
+    // What the owner word of a mutex holds besides the owner's id.
+    static constexpr std::uint32_t kNobody = 0;
+    static constexpr std::uint32_t kReserved = 0xFFFFFFFF;
+
+    explicit WaitObject(Kind objectKind) noexcept : kind(objectKind) {}
+    WaitObject(const WaitObject&) = delete;
+    WaitObject& operator=(const WaitObject&) = delete;
+
+    bool isTimer() const noexcept { return kind == Kind::autoTimer || kind == Kind::manualTimer; }
+    bool isEvent() const noexcept { return kind == Kind::autoEvent || kind == Kind::manualEvent; }
+    bool resetsItself() const noexcept { return kind == Kind::autoEvent || kind == Kind::autoTimer; }
+
+    const Kind kind;
+    FutexWord word{0};
+    FutexWord owner{kNobody};                   // mutex
+    std::uint32_t depth = 0;                    // mutex: levels of the owner; only it, or who acts for it, uses them
+    std::atomic<std::uint32_t> spinBudget{16};  // a hint, adapted by the waits
+
+    // Guarded by the dispatcher lock.
+    Link* first = nullptr;
+    Link* last = nullptr;
+    bool abandoned = false;               // mutex: the owner ended; owner holds kReserved
+    WaitObject* nextContended = nullptr;  // mutexes that have waiters, and closed ones that wait for their next use
+    WaitObject* previousContended = nullptr;
+    std::int64_t due = kNever;  // timer: monotonic nanoseconds
+    std::int64_t period = 0;    // timer: nanoseconds, 0 for one time
+};
+
+/// A thread made by createThread. It belongs to its handle and to the running thread; the later of both frees it.
+class ThreadObject : public WaitObject {
+  public:
+    static constexpr std::uint32_t kTerminating = 1U << 31;
+
+    ThreadObject(ThreadEntry threadEntry, void* threadArgument) noexcept
+        : WaitObject(Kind::thread), entry(threadEntry), argument(threadArgument) {}
+
+    const ThreadEntry entry;
+    void* const argument;
+    sigjmp_buf exitPoint{};           // where termination leaves the thread's code; the thread's own
+    std::atomic<pthread_t> native{};  // valid until joined or detached
+    FutexWord systemId{0};            // the kernel's thread id; 0 until the thread runs
+    FutexWord control{0};             // how often suspended, and kTerminating; changed under the dispatcher lock
+    FutexWord standsStill{0};         // 1 while the thread sits in its suspension
+    std::atomic<bool> forced{false};  // take the thread even inside the C runtime
+    std::atomic<std::uint32_t> exitCode{kStillActive};
+    std::uint32_t terminationCode = 0;  // set before kTerminating
+    bool closed = false;                // guarded by the dispatcher lock: the handle is gone
+};
+
+/// Holds the dispatcher lock, keeps control signals away, and wakes after the lock is free again.
+class Dispatcher {
+  public:
+    explicit Dispatcher(ThreadRecord& self) noexcept;
+    Dispatcher(const Dispatcher&) = delete;
+    Dispatcher& operator=(const Dispatcher&) = delete;
+    ~Dispatcher();
+
+    /// Ends the wait of a thread: unlinks it and lets it run.
+    void finish(Waiter& waiter, Waiter::Outcome outcome, std::uint32_t result) noexcept;
+    /// Lets a queued thread look at its objects and deadlines again.
+    void recheck(Waiter& waiter) noexcept;
+    /// Makes an object signalled for good or, with keep false, only for those who wait now.
+    void signal(WaitObject& object, bool keep) noexcept;
+    /// Offers a mutex that was released to those who wait for it; nothing happens when it was taken meanwhile.
+    void offer(WaitObject& mutex) noexcept;
+    /// Marks a mutex whose owner has ended, and offers it.
+    void abandon(WaitObject& mutex) noexcept;
+    /// Tries to satisfy a wait on behalf of its thread; true with the result when all that it needs was consumed.
+    bool consume(Waiter& waiter, std::uint32_t& result) noexcept;
+
+    void enqueue(Waiter& waiter, bool front) noexcept;
+    void dequeue(Waiter& waiter) noexcept;
+
+  private:
+    void wake(ThreadRecord& thread) noexcept;
+
+    Region m_region;
+    std::array<FutexWord*, 8> m_toWake{};
+    std::size_t m_wakeCount = 0;
+};
+
+/// Gives up the wait that the calling thread was terminated in, and passes on what it was woken for.
+void abandonWait(ThreadRecord& self) noexcept;
+/// Announces the end of an attached thread: its mutexes become abandoned. For the thread's own last steps.
+void detachThread(Dispatcher& dispatcher, ThreadRecord& self) noexcept;
+/// Frees a thread object whose handle is closed; joins the thread when it has ended.
+void closeThread(ThreadObject& thread) noexcept;
+/// The last step of a thread made here: its handle becomes signalled.
+void finishThread(ThreadObject& thread, ThreadRecord& self) noexcept;
+/// A mutex that was closed, as good as new; null when there is none.
+WaitObject* reuseMutex(ThreadRecord& self) noexcept;
+/// Keeps a closed mutex for reuseMutex.
+void keepMutex(ThreadRecord& self, WaitObject& mutex) noexcept;
+/// The mutexes that have waiters, linked by nextContended; under the dispatcher lock.
+WaitObject* firstContendedMutex() noexcept;
+/// True while a thread with this owner id may still release what it owns.
+bool isAttached(std::uint32_t id) noexcept;
+
+}  // namespace KestSupport::platform

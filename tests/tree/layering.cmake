@@ -1,0 +1,22 @@
+# Only the platform layer knows the operating system, and a public header includes nothing but the standard library and its
+# like. Run with ROOT.
+cmake_minimum_required(VERSION 3.22)
+
+set(system "<(unistd|pthread|windows|dirent|fcntl|poll|signal|dlfcn|spawn|termios|pwd|sched|langinfo|iconv)\\.h>|<(sys|linux|netinet|arpa)/")
+file(GLOB_RECURSE files RELATIVE ${ROOT} ${ROOT}/include/*.h ${ROOT}/src/*.h ${ROOT}/src/*.cpp)
+if(NOT files)
+  message(FATAL_ERROR "Nothing to look at in ${ROOT}")
+endif()
+foreach(file IN LISTS files)
+  if(file MATCHES "^src/platform/(posix|windows)/")
+    continue()
+  endif()
+  file(STRINGS ${ROOT}/${file} lines REGEX "^[ \t]*#[ \t]*(include|if|ifdef|ifndef|elif)")
+  foreach(line IN LISTS lines)
+    if(line MATCHES "include[ \t]*(${system})" OR (line MATCHES "_WIN32|__linux__|__unix__" AND NOT file STREQUAL "include/support/export.h"))
+      message(SEND_ERROR "${file}: ${line}: belongs to src/platform")
+    elseif(file MATCHES "^include/" AND line MATCHES "include[ \t]*(\"|<support/|<[a-z_]+/)" AND NOT line MATCHES "include <support/[a-z_]+\\.h>|include \"support/[a-z_]+\\.h\"")
+      message(SEND_ERROR "${file}: ${line}: a public header includes <support/NAME.h> and the standard library only")
+    endif()
+  endforeach()
+endforeach()

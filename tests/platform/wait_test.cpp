@@ -1,0 +1,375 @@
+// What every back end of platform/wait.h must do.
+#include "platform/wait.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <vector>
+
+#include "kit/failing_calls.h"
+#include "kit/gate.h"
+#include "platform/thread.h"
+
+using namespace KestSupport::platform;
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr auto kNotYet = 30ms;
+
+OwnedHandle event(bool manual = false, bool signalled = false) {
+    return OwnedHandle(createEvent(manual, signalled));
+}
+OwnedHandle mutex() {
+    return OwnedHandle(createMutex());
+}
+
+// A thread that waits and tells the result. waiting() returns when it has had time to be queued.
+class WaitingThread {
+  public:
+    template <typename Wait>
+    explicit WaitingThread(Wait wait)
+        : m_thread([this, wait] {
+              m_started.open();
+              m_result = wait();
+              m_done.open();
+          }) {
+        m_started.pass();
+    }
+    ~WaitingThread() {
+        if (m_thread.joinable()) m_thread.join();
+    }
+    bool stillWaits() { return !m_done.passWithin(kNotYet); }
+    std::uint32_t result() {
+        m_done.pass();
+        return m_result;
+    }
+    kit::Gate& done() { return m_done; }
+
+  private:
+    kit::Gate m_started, m_done;
+    std::atomic<std::uint32_t> m_result{0xDEAD};
+    std::thread m_thread;
+};
+
+std::uint32_t waitElsewhere(WaitHandle handle, std::uint32_t timeout) {
+    std::uint32_t result = 0;
+    std::thread([&] {
+        result = waitForOne(handle, timeout);
+        if (result == kWaitObject0 || result == kWaitAbandoned) releaseMutex(handle);
+    }).join();
+    return result;
+}
+
+TEST(Wait, AnEventAnswersBySignalAndKindOfReset) {
+    for (const bool manual : {false, true}) {
+        const auto subject = event(manual);
+        EXPECT_EQ(waitForOne(subject.get(), 0), kWaitTimeout);
+        EXPECT_TRUE(setEvent(subject.get()));
+        EXPECT_TRUE(setEvent(subject.get()));
+        EXPECT_EQ(waitForOne(subject.get(), 0), kWaitObject0);
+        EXPECT_EQ(waitForOne(subject.get(), 0), manual ? kWaitObject0 : kWaitTimeout);
+        setEvent(subject.get());
+        EXPECT_TRUE(resetEvent(subject.get()));
+        EXPECT_EQ(waitForOne(subject.get(), 0), kWaitTimeout);
+        EXPECT_EQ(waitForOne(event(manual, true).get(), kInfinite), kWaitObject0);
+    }
+}
+
+TEST(Wait, ATimeOutPassesInFull) {
+    const auto subject = event();
+    const auto begin = Clock::now();
+    EXPECT_EQ(waitForOne(subject.get(), 40), kWaitTimeout);
+    const std::array<WaitHandle, 1> handles{subject.get()};
+    EXPECT_EQ(waitForMany(handles, true, 20), kWaitTimeout);
+    EXPECT_GE(Clock::now() - begin, 60ms);
+}
+
+TEST(Wait, OneSetReleasesOneWaiterOfAnAutoResetEventAndAllOfAManualOne) {
+    for (const bool manual : {false, true}) {
+        const auto subject = event(manual);
+        std::atomic<int> released{0};
+        const auto wait = [&] {
+            const auto result = waitForOne(subject.get(), kInfinite);
+            ++released;
+            return result;
+        };
+        WaitingThread first(wait), second(wait);
+        EXPECT_TRUE(first.stillWaits());
+        setEvent(subject.get());
+        if (manual) {
+            EXPECT_EQ(first.result() + second.result(), 0U);
+        } else {
+            kit::await([&] { return released == 1; });
+            EXPECT_TRUE(first.stillWaits() || second.stillWaits());
+            EXPECT_EQ(released, 1);
+            setEvent(subject.get());
+        }
+        first.result();
+        second.result();
+        EXPECT_EQ(released, 2);
+    }
+}
+
+TEST(Wait, APulseReleasesThoseWhoWaitAndLeavesNoSignal) {
+    for (const bool manual : {false, true}) {
+        const auto subject = event(manual);
+        EXPECT_TRUE(pulseEvent(subject.get()));
+        EXPECT_EQ(waitForOne(subject.get(), 0), kWaitTimeout);
+        const auto other = event();
+        WaitingThread one([&] { return waitForOne(subject.get(), kInfinite); });
+        WaitingThread any([&] {
+            return waitForMany(std::array<WaitHandle, 2>{other.get(), subject.get()}, false, kInfinite);
+        });
+        EXPECT_TRUE(one.stillWaits() && any.stillWaits());
+        pulseEvent(subject.get());
+        if (!manual) {
+            kit::await([&] { return one.done().passWithin(0ms) || any.done().passWithin(0ms); });
+            pulseEvent(subject.get());
+        }
+        EXPECT_EQ(one.result(), 0U);
+        EXPECT_EQ(any.result(), 1U);
+        EXPECT_EQ(waitForOne(subject.get(), 0), kWaitTimeout);
+    }
+}
+
+TEST(Wait, AnyTakesTheLowestIndexAndConsumesThatOnly) {
+    const auto a = event(), b = event(), c = event();
+    const std::array<WaitHandle, 3> handles{a.get(), b.get(), c.get()};
+    setEvent(c.get());
+    EXPECT_EQ(waitForMany(handles, false, 0), 2U);
+    setEvent(a.get());
+    setEvent(c.get());
+    EXPECT_EQ(waitForMany(handles, false, 0), 0U);
+    EXPECT_EQ(waitForOne(c.get(), 0), kWaitObject0);
+    EXPECT_EQ(waitForMany(handles, false, 0), kWaitTimeout);
+}
+
+TEST(Wait, AllConsumesTogetherOrNotAtAll) {
+    const auto a = event(), b = event(true), m = mutex();
+    const std::array<WaitHandle, 3> handles{a.get(), m.get(), b.get()};
+    setEvent(a.get());
+    EXPECT_EQ(waitForMany(handles, true, 10), kWaitTimeout);
+    EXPECT_EQ(waitElsewhere(m.get(), 0), kWaitObject0) << "a wait that failed left the mutex taken";
+    EXPECT_EQ(waitForOne(a.get(), 0), kWaitObject0) << "a wait that failed took the event";
+    waitForOne(m.get(), 0);
+    WaitingThread all([&] {
+        const auto result = waitForMany(handles, true, kInfinite);
+        releaseMutex(m.get());
+        return result;
+    });
+    setEvent(a.get());
+    setEvent(b.get());
+    EXPECT_TRUE(all.stillWaits()) << "the mutex is not to be had yet";
+    releaseMutex(m.get());
+    EXPECT_EQ(all.result(), kWaitObject0);
+    EXPECT_EQ(waitForOne(a.get(), 0), kWaitTimeout);
+    EXPECT_EQ(waitForOne(b.get(), 0), kWaitObject0);
+}
+
+TEST(Wait, UpTo64ObjectsAndNoneThatIsMissing) {
+    std::vector<OwnedHandle> owners;
+    std::vector<WaitHandle> handles;
+    for (int i = 0; i < 65; ++i)
+        handles.push_back(owners.emplace_back(createEvent(true, i == 63 || i == 64)).get());
+    EXPECT_EQ(waitForMany({handles.data(), 64}, false, 0), 63U);
+    EXPECT_EQ(waitForMany(handles, false, 0), kWaitFailed);
+    EXPECT_EQ(waitForMany({}, true, 0), kWaitFailed);
+    handles[3] = nullptr;
+    EXPECT_EQ(waitForMany({handles.data(), 64}, false, 0), kWaitFailed);
+    EXPECT_EQ(waitForOne(nullptr, 0), kWaitFailed);
+    const std::array<WaitHandle, 2> twice{handles[63], handles[63]};
+    EXPECT_EQ(waitForMany(twice, true, 0), kWaitFailed) << "the same object twice cannot be taken together";
+    closeHandle(nullptr);
+}
+
+TEST(Wait, AMutexIsRecursiveAndBelongsToOneThread) {
+    const auto subject = mutex();
+    EXPECT_FALSE(releaseMutex(subject.get()));
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(waitForOne(subject.get(), 0), kWaitObject0);
+    EXPECT_EQ(waitElsewhere(subject.get(), 0), kWaitTimeout);
+    EXPECT_EQ(waitElsewhere(subject.get(), 20), kWaitTimeout);
+    std::thread([&] { EXPECT_FALSE(releaseMutex(subject.get())); }).join();
+    EXPECT_TRUE(releaseMutex(subject.get()) && releaseMutex(subject.get()));
+    EXPECT_EQ(waitElsewhere(subject.get(), 0), kWaitTimeout);
+    EXPECT_TRUE(releaseMutex(subject.get()));
+    EXPECT_FALSE(releaseMutex(subject.get()));
+    EXPECT_EQ(waitElsewhere(subject.get(), 0), kWaitObject0);
+}
+
+TEST(Wait, AnEndedOwnerLeavesAMutexAbandonedForTheNextOne) {
+    const auto subject = mutex();
+    const auto takeAndEnd = [&] {
+        std::thread([&] {
+            waitForOne(subject.get(), 0);
+            waitForOne(subject.get(), 0);
+        }).join();
+    };
+    takeAndEnd();
+    EXPECT_EQ(waitForOne(subject.get(), 0), kWaitAbandoned);
+    EXPECT_TRUE(releaseMutex(subject.get()));
+    EXPECT_FALSE(releaseMutex(subject.get())) << "the ended owner's levels are gone";
+    EXPECT_EQ(waitForOne(subject.get(), 0), kWaitObject0) << "said once";
+    releaseMutex(subject.get());
+
+    takeAndEnd();
+    const auto other = event();
+    EXPECT_EQ(waitForMany(std::array<WaitHandle, 2>{other.get(), subject.get()}, false, 0), kWaitAbandoned + 1);
+    releaseMutex(subject.get());
+    takeAndEnd();
+    setEvent(other.get());
+    EXPECT_EQ(waitForMany(std::array<WaitHandle, 2>{other.get(), subject.get()}, true, 0), kWaitAbandoned);
+    releaseMutex(subject.get());
+}
+
+TEST(Wait, AWaiterHearsOfTheEndOfTheOwner) {
+    const auto subject = mutex();
+    kit::Gate taken, end;
+    std::thread owner([&] {
+        waitForOne(subject.get(), 0);
+        taken.open();
+        end.pass();
+    });
+    taken.pass();
+    WaitingThread waiter([&] {
+        const auto result = waitForOne(subject.get(), kInfinite);
+        releaseMutex(subject.get());
+        return result;
+    });
+    EXPECT_TRUE(waiter.stillWaits());
+    end.open();
+    EXPECT_EQ(waiter.result(), kWaitAbandoned);
+    owner.join();
+}
+
+TEST(Wait, ATimerIsSignalledWhenItIsDue) {
+    for (const bool manual : {false, true}) {
+        const OwnedHandle subject(createWaitableTimer(manual));
+        EXPECT_EQ(waitForOne(subject.get(), 0), kWaitTimeout);
+        const auto begin = Clock::now();
+        EXPECT_TRUE(setWaitableTimer(subject.get(), 300'000, 0));
+        EXPECT_EQ(waitForOne(subject.get(), 5), kWaitTimeout);
+        EXPECT_EQ(waitForOne(subject.get(), kInfinite), kWaitObject0);
+        EXPECT_GE(Clock::now() - begin, 30ms);
+        EXPECT_EQ(waitForOne(subject.get(), 0), manual ? kWaitObject0 : kWaitTimeout);
+        setWaitableTimer(subject.get(), 0, 0);
+        EXPECT_EQ(waitForOne(subject.get(), 0), kWaitObject0);
+        setWaitableTimer(subject.get(), 10'000, 0);
+        EXPECT_TRUE(cancelWaitableTimer(subject.get()));
+        EXPECT_EQ(waitForOne(subject.get(), 5), kWaitTimeout);
+        EXPECT_FALSE(setWaitableTimer(subject.get(), 1, -1));
+    }
+}
+
+TEST(Wait, APeriodicTimerComesAgainAndReArmingReachesAWaiter) {
+    const OwnedHandle subject(createWaitableTimer(false));
+    setWaitableTimer(subject.get(), 100'000, 10);
+    const auto begin = Clock::now();
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(waitForOne(subject.get(), kInfinite), kWaitObject0);
+    EXPECT_GE(Clock::now() - begin, 25ms);
+
+    setWaitableTimer(subject.get(), 36'000'000'000, 0);
+    const auto wake = event();
+    WaitingThread waiter([&] {
+        return waitForMany(std::array<WaitHandle, 2>{wake.get(), subject.get()}, false, kInfinite);
+    });
+    EXPECT_TRUE(waiter.stillWaits());
+    setWaitableTimer(subject.get(), 10'000, 0);
+    EXPECT_EQ(waiter.result(), 1U);
+}
+
+TEST(Wait, SignalAndWaitLeavesNoGapForAPulse) {
+    const auto request = event(), answer = event();
+    const auto keeper = mutex();
+    std::thread server([&] {
+        for (int i = 0; i < 300; ++i) {
+            waitForOne(request.get(), kInfinite);
+            pulseEvent(answer.get());
+        }
+    });
+    for (int i = 0; i < 300; ++i)
+        ASSERT_EQ(signalAndWait(request.get(), answer.get(), 10'000), kWaitObject0);
+    server.join();
+    waitForOne(keeper.get(), 0);
+    setEvent(answer.get());
+    EXPECT_EQ(signalAndWait(keeper.get(), answer.get(), 0), kWaitObject0);
+    EXPECT_EQ(waitElsewhere(keeper.get(), 0), kWaitObject0);
+    EXPECT_EQ(signalAndWait(keeper.get(), answer.get(), 0), kWaitFailed) << "not this thread's to release";
+    EXPECT_EQ(signalAndWait(nullptr, answer.get(), 0), kWaitFailed);
+}
+
+TEST(Wait, ShortMemoryGivesANullHandleAndCallsOnItFail) {
+    for (const char* call : {"createEvent", "createMutex", "createWaitableTimer"}) {
+        const kit::FailingCalls failing(call);
+        EXPECT_EQ(createEvent(false, false) == nullptr, std::string(call) == "createEvent");
+    }
+    EXPECT_FALSE(setEvent(nullptr) || resetEvent(nullptr) || pulseEvent(nullptr) || releaseMutex(nullptr) ||
+                 setWaitableTimer(nullptr, 0, 0) || cancelWaitableTimer(nullptr));
+    EXPECT_FALSE(setEvent(mutex().get()) || releaseMutex(event().get()) || setWaitableTimer(event().get(), 0, 0));
+}
+
+TEST(Wait, AMutexGuardsItsDataWhateverWayItIsTaken) {
+    const auto subject = mutex(), second = mutex();
+    const std::array<WaitHandle, 2> both{second.get(), subject.get()};
+    long counter = 0;
+    constexpr int kRounds = 4000;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < kRounds; ++i) {
+                std::uint32_t taken = kWaitTimeout;
+                while (taken == kWaitTimeout) {
+                    if (t == 0) taken = waitForMany(both, true, kInfinite);
+                    if (t == 1) taken = waitForMany({&both[1], 1}, false, 1);
+                    if (t >= 2) taken = waitForOne(subject.get(), t == 2 ? kInfinite : 0);
+                }
+                ++counter;
+                releaseMutex(subject.get());
+                if (t == 0) releaseMutex(second.get());
+            }
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_EQ(counter, 4 * kRounds);
+}
+
+TEST(Wait, SignalsAreNeitherLostNorDoubled) {
+    const auto a = event(), b = event(), stop = event(true);
+    const std::array<WaitHandle, 3> handles{a.get(), b.get(), stop.get()};
+    constexpr int kSignals = 5000;
+    std::atomic<int> taken{0};
+    std::vector<std::thread> waiters;
+    for (int t = 0; t < 3; ++t) {
+        waiters.emplace_back([&] {
+            while (waitForMany(handles, false, kInfinite) != 2)
+                ++taken;
+        });
+    }
+    for (int i = 0; i < kSignals; ++i) {
+        setEvent(i % 2 == 0 ? a.get() : b.get());
+        kit::await([&] { return taken == i + 1; });
+    }
+    setEvent(stop.get());
+    for (auto& waiter : waiters)
+        waiter.join();
+    EXPECT_EQ(taken, kSignals);
+}
+
+TEST(Wait, AnEventMayBeClosedByWhomItsSignalReleased) {
+    for (int i = 0; i < 2000; ++i) {
+        const WaitHandle done = createEvent(false, false);
+        std::thread setter([done] { setEvent(done); });
+        ASSERT_EQ(waitForOne(done, kInfinite), kWaitObject0);
+        closeHandle(done);
+        setter.join();
+    }
+}
+
+}  // namespace

@@ -39,7 +39,7 @@ class KEST_SUPPORT_EXPORT KestWorkInformation : public KestObjectBase {
 /// One thread of the operating system. Time-outs are milliseconds; -1 waits without limit.
 class KEST_SUPPORT_EXPORT KestThread : public KestCollaborator, public KestObjectBase {
   public:
-    enum t_Priority { ABOVE_NORMAL, BELOW_NORMAL, HIGHEST, IDLE, LOWEST, NORMAL, TIME_CRITICAL };
+    enum t_Priority : int { ABOVE_NORMAL, BELOW_NORMAL, HIGHEST, IDLE, LOWEST, NORMAL, TIME_CRITICAL };
 
     /// Work for a thread. Both forms of run do nothing and return 0 unless they are overridden.
     class KEST_SUPPORT_EXPORT KestRunnable : public KestObjectBase {

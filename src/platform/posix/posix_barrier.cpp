@@ -22,8 +22,12 @@ const bool g_registered = [] {
 }  // namespace
 
 void barrierInAllThreads() noexcept {
-    std::atomic_thread_fence(std::memory_order_seq_cst);
-    if (g_registered) callMembarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED);
+    if (g_registered) {
+        callMembarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED);
+        return;
+    }
+    FutexWord fence{0};
+    fence.fetch_add(1, std::memory_order_seq_cst);
 }
 
 }  // namespace KestSupport::platform

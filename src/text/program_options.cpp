@@ -1,0 +1,183 @@
+#include "support/program_options.h"
+
+#include <string_view>
+
+#include "support/exceptions.h"
+#include "text/command_line_splitter.h"
+
+namespace KestSupport {
+namespace {
+
+enum class LongOption { kUnknown, kPlain, kTakesNextArgument };
+
+[[noreturn]] void refuse(std::string_view dashes, std::string_view option) {
+    std::string text = "KestProgramOptions::parse: Unrecognized option: ";
+    throw KestException(text.append(dashes).append(option), 0);
+}
+
+std::string_view nameOf(std::string_view option) {
+    return option.substr(0, option.find('='));
+}
+
+// Whether the specification has the name between a colon and the given end.
+bool hasEntry(std::string_view longSpec, std::string_view name, std::string_view end) {
+    for (std::size_t at = longSpec.find(name, 1); at != std::string_view::npos; at = longSpec.find(name, at + 1)) {
+        if (longSpec[at - 1] == ':' && longSpec.substr(at + name.size()).starts_with(end)) return true;
+    }
+    return false;
+}
+
+LongOption findLongOption(std::string_view longSpec, std::string_view name) {
+    if (hasEntry(longSpec, name, ":")) return LongOption::kPlain;
+    return hasEntry(longSpec, name, ".:") ? LongOption::kTakesNextArgument : LongOption::kUnknown;
+}
+
+}  // namespace
+
+struct KestProgramOptions::Specification {
+    std::string_view shortSpec;
+    std::string_view longSpec;
+};
+
+// What is left of the command line.
+class KestProgramOptions::Arguments {
+  public:
+    Arguments(int argc, char** argv) : m_argc(argc), m_argv(argv) {}
+
+    /// Null at the end.
+    const char* next() { return m_index < m_argc ? m_argv[m_index++] : nullptr; }
+
+    /// The argument that the option takes as its data.
+    std::string dataFor(std::string_view option) {
+        if (const char* const data = next(); data != nullptr) return data;
+        std::string text = "KestProgramOptions::parse: option data not available for: -";
+        throw KestException(text.append(option), 0);
+    }
+
+  private:
+    const int m_argc;
+    char** const m_argv;
+    int m_index = 1;  // the name is no argument
+};
+
+KestProgramOptions::KestProgramOptions(int argc, char** argv, bool allowSlash) {
+    parse(argc, argv, nullptr, allowSlash);
+}
+
+KestProgramOptions::KestProgramOptions(int argc, char** argv, const std::string& shortSpec, const std::string& longSpec,
+                                       bool allowSlash) {
+    const Specification specification{shortSpec, longSpec};
+    parse(argc, argv, &specification, allowSlash);
+}
+
+KestProgramOptions::KestProgramOptions(const std::string& commandLine, bool allowSlash) {
+    parse(commandLine, nullptr, allowSlash);
+}
+
+KestProgramOptions::KestProgramOptions(const std::string& commandLine, const std::string& shortSpec,
+                                       const std::string& longSpec, bool allowSlash) {
+    const Specification specification{shortSpec, longSpec};
+    parse(commandLine, &specification, allowSlash);
+}
+
+KestProgramOptions::KestProgramOptions(const KestProgramOptions& other)
+    : m_programName(other.m_programName),
+      m_options(other.m_options),
+      m_arguments(other.m_arguments),
+      m_current(m_arguments.begin()) {}
+
+KestProgramOptions& KestProgramOptions::operator=(const KestProgramOptions& other) {
+    if (this == &other) return *this;
+    m_programName = other.m_programName;
+    m_options = other.m_options;
+    m_arguments = other.m_arguments;
+    reset();
+    return *this;
+}
+
+KestProgramOptions::~KestProgramOptions() = default;
+
+const std::string& KestProgramOptions::getArgument(unsigned int index) const {
+    if (index >= m_arguments.size()) throw KestException("KestProgramOptions::getArgument: index out of bounds", 0);
+    return m_arguments[index];
+}
+
+std::string KestProgramOptions::getSwitch(const std::string& name) const {
+    std::string value;
+    if (!m_options.getPropertyValue(name, value)) throw KestException();
+    return value.c_str();
+}
+
+std::string KestProgramOptions::getSwitch(const std::string& name1, const std::string& name2) const {
+    std::string value;
+    if (!m_options.getPropertyValue(name2, value)) return getSwitch(name1);
+    return value.c_str();
+}
+
+void KestProgramOptions::parse(int argc, char** argv, const Specification* specification, bool allowSlash) {
+    if (argc > 0 && argv[0] != nullptr) m_programName = argv[0];
+    Arguments arguments(argc, argv);
+    while (const char* const text = arguments.next()) {
+        if (text[0] == '-' || (allowSlash && text[0] == '/')) {
+            addOption(text, arguments, specification);
+        } else {
+            m_arguments.emplace_back(text);
+        }
+    }
+    reset();
+}
+
+void KestProgramOptions::parse(const std::string& commandLine, const Specification* specification, bool allowSlash) {
+    std::vector<std::string> tokens = internal::splitCommandLine(commandLine);
+    std::vector<char*> argv;
+    for (std::string& token : tokens)
+        argv.push_back(token.data());
+    parse(static_cast<int>(argv.size()), argv.data(), specification, allowSlash);
+}
+
+// The text begins with a dash or a slash.
+void KestProgramOptions::addOption(const char* text, Arguments& arguments, const Specification* specification) {
+    const bool hasTwoDashes = text[0] == '-' && text[1] == '-';
+    const char* const option = text + (hasTwoDashes ? 2 : 1);
+    if (specification == nullptr) {
+        m_options.addProperty(option, '=');
+    } else if (option[0] == '\0' && !hasTwoDashes) {
+        refuse("-", option);
+    } else if (addLongOption(option, arguments, *specification)) {
+        return;
+    } else if (hasTwoDashes) {
+        refuse("--", nameOf(option));
+    } else {
+        addShortOption(option, arguments, *specification);
+    }
+}
+
+// False when there is no such long option.
+bool KestProgramOptions::addLongOption(const char* option, Arguments& arguments, const Specification& specification) {
+    switch (findLongOption(specification.longSpec, nameOf(option))) {
+        case LongOption::kPlain:
+            m_options.addProperty(option, '=');
+            return true;
+        case LongOption::kTakesNextArgument:
+            m_options.addProperty(option, arguments.dataFor(option));
+            return true;
+        case LongOption::kUnknown:
+            break;
+    }
+    return false;
+}
+
+void KestProgramOptions::addShortOption(const char* option, Arguments& arguments, const Specification& specification) {
+    const std::string_view letter = std::string_view(option).substr(0, 1);
+    const std::string_view rest = std::string_view(option).substr(letter.size());
+    const std::string_view spec = specification.shortSpec;
+    // A colon in the specification is no letter.
+    const std::size_t at = letter == ":" ? std::string_view::npos : spec.find(letter);
+    if (at == std::string_view::npos) refuse("-", letter);
+    const bool takesData = spec.substr(at + 1).starts_with(':');
+    std::string data;
+    if (takesData) data = rest.empty() ? arguments.dataFor(letter) : std::string(rest);
+    m_options.addProperty(std::string(letter), data);
+}
+
+}  // namespace KestSupport

@@ -1,0 +1,50 @@
+// Writing a property file: lines of name, "=" and value, gathered into large blocks.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "platform/file_stream.h"
+#include "text/file_text.h"
+
+namespace KestSupport::internal {
+
+/// How the text stands in the file.
+enum class FileEncoding {
+    kBytes,  ///< 8-bit; wide text by the global locale
+    kUtf16,  ///< UTF-16 little-endian with byte-order mark
+};
+
+/// The mode to open a file with that is to hold such text: only 8-bit text has its line feeds translated.
+inline platform::StreamMode streamMode(FileEncoding encoding) {
+    return encoding == FileEncoding::kBytes ? platform::StreamMode::kWriteText : platform::StreamMode::kWriteBinary;
+}
+
+/// CharType is char or unsigned short. Wide text for kBytes must have an 8-bit form.
+template <typename CharType>
+class PropertyFileWriter {
+  public:
+    using View = std::basic_string_view<CharType>;
+
+    PropertyFileWriter(platform::Stream stream, FileEncoding encoding);
+
+    void writeLine(View name, View value);
+    /// Writes what is left and closes the file; false when anything was lost.
+    bool finish();
+
+  private:
+    void append(View text);
+    void flush();
+
+    platform::Stream m_stream;
+    const FileEncoding m_encoding;
+    const FileText m_fileText;
+    std::string m_block;
+    bool m_lost = false;
+};
+
+extern template class PropertyFileWriter<char>;
+extern template class PropertyFileWriter<unsigned short>;
+
+}  // namespace KestSupport::internal

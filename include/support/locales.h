@@ -16,7 +16,7 @@ namespace KestSupport {
 
 class KEST_SUPPORT_EXPORT KestLocaleFactory {
   public:
-    enum Language { German, English, Spanish, French, Japanese, Chinese, GlobalC };
+    enum Language : int { German, English, Spanish, French, Japanese, Chinese, GlobalC };
 
     /// A copy of the default locale, with an ansi_ctype for the present environment if one is asked for. The default
     /// locale is the user's, as the environment named it when the library was loaded; where the system does not have

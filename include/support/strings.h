@@ -166,6 +166,10 @@ class KEST_SUPPORT_EXPORT KestStringUtilities {
     /// "KestStringUtilities::makeBSTR: com_error exception converting BSTR - " and the system's text when memory is
     /// short.
     static BSTR makeBSTR(const wstring16& s);
+
+  private:
+    // The code page of a facet of the library; 0 for any other, whose own conversion decides.
+    static unsigned codePageOf(const wide_ctype& facet);
 };
 
 }  // namespace KestSupport

@@ -41,4 +41,8 @@ void freeWideString(unsigned short* text) noexcept;
 /// The platform's own names for one of the library's locale names ("german"), the preferred one first; none for others.
 std::vector<std::string> localeNames(const std::string& name);
 
+/// The id of the user's locale, as language (low ten bits) and region are counted on the library's first platform; 0
+/// for one that the back end has no id for. It need only know those of languages that no ANSI code page covers.
+std::uint32_t userLocaleId();
+
 }  // namespace KestSupport::platform

@@ -1,9 +1,12 @@
 #include "support/locales.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <iterator>
+#include <mutex>
 #include <stdexcept>
 #include <string_view>
+#include <vector>
 
 #include "platform/text.h"
 #include "support/strings.h"
@@ -31,6 +34,11 @@ constexpr NamedCode countryCodes[] = {
 constexpr const char* localeNames[] = {"german",   "english-us", "spanish-mexican", "french",
                                        "japanese", "chinese",    "globalc"};
 
+// The languages that no ANSI code page covers: their locales could never be made, and the global one serves instead.
+constexpr std::uint32_t localesServedByGlobal[] = {
+    0x042B, 0x0437, 0x0439, 0x0445, 0x0446, 0x0447, 0x0448, 0x0449, 0x044A, 0x044B, 0x044C, 0x044D, 0x044E, 0x044F,
+    0x0451, 0x0453, 0x0454, 0x0457, 0x045A, 0x045B, 0x045D, 0x045E, 0x0461, 0x0465, 0x0478, 0x0850, 0x0851};
+
 template <std::size_t Size>
 std::string codeOf(const NamedCode (&table)[Size], std::string_view name) {
     const auto* row = std::find_if(table, table + Size, [&](const NamedCode& r) { return r.name == name; });
@@ -41,7 +49,9 @@ std::locale makeDefaultLocale() {
     try {
         return std::locale("");
     } catch (const std::runtime_error&) {
-        return std::locale::classic();
+        const auto* end = std::end(localesServedByGlobal);
+        const bool served = std::find(std::begin(localesServedByGlobal), end, platform::userLocaleId()) != end;
+        return served ? std::locale() : std::locale::classic();
     }
 }
 
@@ -54,11 +64,37 @@ const std::locale& defaultLocale() {
 // Has the default locale built when the library is loaded.
 [[maybe_unused]] const std::locale& builtAtLoad = defaultLocale();
 
+// The default locale with the facet of the code page that was asked for last: to put a locale together costs more than
+// most conversions.
+class AnsiLocale {
+  public:
+    static AnsiLocale& instance() {
+        static auto* const locale = new AnsiLocale;
+        return *locale;
+    }
+
+    std::locale get() {
+        const platform::CodePage codePage = platform::ansiCodePage();
+        const std::lock_guard lock(m_mutex);
+        if (m_codePage != codePage) {
+            m_locale = std::locale(defaultLocale(), new ansi_ctype);
+            m_codePage = codePage;
+        }
+        return m_locale;
+    }
+
+  private:
+    std::mutex m_mutex;
+    // Both guarded by m_mutex. No code page has the number 0.
+    platform::CodePage m_codePage = 0;
+    std::locale m_locale;
+};
+
 }  // namespace
 
 std::locale KestLocaleFactory::getDefaultLocale(bool withAnsiFacet) {
     if (!withAnsiFacet) return defaultLocale();
-    return std::locale(defaultLocale(), new ansi_ctype);
+    return AnsiLocale::instance().get();
 }
 
 std::locale KestLocaleFactory::getLocale(Language language) {

@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <memory>
+#include <typeinfo>
 #include <vector>
 
 #include "platform/error.h"
@@ -29,6 +30,110 @@ const unsigned short* narrowRange(platform::CodePage codePage, const unsigned sh
     const auto length = static_cast<std::size_t>(last - first);
     platform::narrowText(codePage, first, length, dest, capacityFor(length));
     return last;
+}
+
+// The facets of the library need no cleared buffer of four times the text: their conversions are known to write a zero
+// only for a zero, and how much they write.
+constexpr platform::CodePage foreignFacet = 0;
+
+// Loops over blocks of fixed length without a way out become vector code; short texts are one or two small blocks.
+template <std::size_t Block, typename Unit, typename Mark>
+std::size_t blocksBelow(unsigned limit, const Unit* text, std::size_t length, const Mark& mark) {
+    std::size_t good = 0;
+    for (; length - good >= Block; good += Block) {
+        Unit bits = 0;
+        for (std::size_t i = 0; i < Block; ++i)
+            bits = static_cast<Unit>(bits | mark(text[good + i]));
+        if (bits >= limit) break;
+    }
+    return good;
+}
+
+// The length of the leading part whose units are all marked with less than `limit`, a power of two.
+template <typename Unit, typename Mark>
+std::size_t lengthBelow(unsigned limit, const Unit* text, std::size_t length, const Mark& mark) {
+    std::size_t good = blocksBelow<64>(limit, text, length, mark);
+    good += blocksBelow<16>(limit, text + good, length - good, mark);
+    while (good < length && mark(text[good]) < limit)
+        ++good;
+    return good;
+}
+
+// The length of the leading part that is ASCII without zeros: less 1, a zero has all bits.
+template <typename Unit>
+std::size_t plainLength(const Unit* text, std::size_t length) {
+    return lengthBelow(0x80, text, length, [](Unit unit) { return static_cast<Unit>(unit | (unit - 1)); });
+}
+
+template <typename Unit>
+std::size_t lengthToZero(const Unit* text, std::size_t length) {
+    return lengthBelow(1, text, length, [](Unit unit) { return static_cast<Unit>(unit == 0); });
+}
+
+// The sum of a small weight (two at most) of each unit. Partial sums as narrow as the units keep the vector code dense.
+template <typename Unit, typename Weight>
+std::size_t sumOf(const Unit* text, std::size_t length, const Weight& weight) {
+    constexpr std::size_t block = 64;
+    std::size_t sum = 0;
+    std::size_t i = 0;
+    for (; length - i >= block; i += block) {
+        Unit partial = 0;
+        for (std::size_t k = 0; k < block; ++k)
+            partial = static_cast<Unit>(partial + weight(text[i + k]));
+        sum += partial;
+    }
+    for (; i < length; ++i)
+        sum += weight(text[i]);
+    return sum;
+}
+
+// The units that a UTF-8 text gives when it is in order: two for a character of four bytes, one for any other.
+std::size_t expectedUnits(const unsigned char* text, std::size_t length) {
+    return sumOf(text, length, [](unsigned char byte) {
+        return static_cast<unsigned char>(((byte & 0xC0) != 0x80 ? 1 : 0) + (byte >= 0xF0 ? 1 : 0));
+    });
+}
+
+// The bytes that a text in UTF-16 gives when it is in order: a pair of surrogates makes four.
+std::size_t expectedBytes(const unsigned short* text, std::size_t length) {
+    return length + sumOf(text, length, [](unsigned short unit) {
+               const bool surrogate = (unit & 0xF800) == 0xD800;
+               return static_cast<unsigned short>((unit >= 0x80 ? 1 : 0) + (unit >= 0x800 ? 1 : 0) -
+                                                  (surrogate ? 1 : 0));
+           });
+}
+
+// Converts into a string of the size expected, and once more with room for anything when the text proves larger.
+template <typename String, typename Conversion>
+String convertExpecting(std::size_t expected, std::size_t most, const Conversion& conversion) {
+    String result(expected, 0);
+    std::size_t written = conversion(result.data(), expected);
+    if (written == 0 && expected < most) {
+        result.resize(most);
+        written = conversion(result.data(), most);
+    }
+    result.resize(written);
+    return result;
+}
+
+wstring16 widenThrough(platform::CodePage codePage, const char* text, std::size_t length) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text);
+    const bool utf8 = codePage == platform::codePageUtf8;
+    if (utf8 && plainLength(bytes, length) == length) return wstring16(bytes, bytes + length);
+    length = lengthToZero(bytes, length);
+    return convertExpecting<wstring16>(utf8 ? expectedUnits(bytes, length) : length, capacityFor(length),
+                                       [&](unsigned short* dest, std::size_t capacity) {
+                                           return platform::widenText(codePage, text, length, dest, capacity);
+                                       });
+}
+
+std::string narrowThrough(platform::CodePage codePage, const unsigned short* text, std::size_t length) {
+    const bool utf8 = codePage == platform::codePageUtf8;
+    if (utf8 && plainLength(text, length) == length) return std::string(text, text + length);
+    length = lengthToZero(text, length);
+    return convertExpecting<std::string>(
+        utf8 ? expectedBytes(text, length) : length, capacityFor(length),
+        [&](char* dest, std::size_t capacity) { return platform::narrowText(codePage, text, length, dest, capacity); });
 }
 
 struct FreeBstr {
@@ -107,9 +212,17 @@ void SysFreeString(BSTR text) noexcept {
     platform::freeWideString(text);
 }
 
+platform::CodePage KestStringUtilities::codePageOf(const wide_ctype& facet) {
+    if (typeid(facet) == typeid(utf8_ctype)) return platform::codePageUtf8;
+    return typeid(facet) == typeid(ansi_ctype) ? static_cast<const ansi_ctype&>(facet).m_codePage : foreignFacet;
+}
+
 wstring16 KestStringUtilities::widen(const std::string& s, std::locale loc) {
     try {
         const auto& facet = std::use_facet<wide_ctype>(loc);
+        if (const platform::CodePage codePage = codePageOf(facet); codePage != foreignFacet) {
+            return widenThrough(codePage, s.data(), s.size());
+        }
         std::vector<unsigned short> buffer(capacityFor(s.size()) + expansion);
         facet.widen(s.data(), s.data() + s.size(), buffer.data());
         return wstring16(buffer.data());
@@ -123,6 +236,9 @@ wstring16 KestStringUtilities::widen(const std::string& s, std::locale loc) {
 std::string KestStringUtilities::narrow(const wstring16& s, std::locale loc) {
     try {
         const auto& facet = std::use_facet<wide_ctype>(loc);
+        if (const platform::CodePage codePage = codePageOf(facet); codePage != foreignFacet) {
+            return narrowThrough(codePage, s.data(), s.size());
+        }
         std::vector<char> buffer(capacityFor(s.size()) + expansion);
         facet.narrow(s.data(), s.data() + s.size(), ' ', buffer.data());
         return std::string(buffer.data());

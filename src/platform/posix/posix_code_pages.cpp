@@ -3,40 +3,22 @@
 #include <langinfo.h>
 #include <locale.h>
 
-#include <algorithm>
 #include <cstdlib>
-#include <iterator>
+#include <map>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
-#include "platform/text.h"
+#include "platform/posix/posix_character_sets.h"
 
 namespace KestSupport::platform {
 namespace {
 
-constexpr CodePage codePage1252 = 1252;
-
-// The units of the bytes 0x80 to 0x9F; the other bytes are their own units.
-constexpr unsigned short units1252[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
-                                          0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
-                                          0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
-                                          0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
-
-// The variable that decides, in the order that the C runtime looks at them; an empty one counts as absent.
-std::string environmentLocale() {
-    for (const char* variable : {"LC_ALL", "LC_CTYPE", "LANG"}) {
-        const char* value = std::getenv(variable);
-        if (value != nullptr && *value != '\0') return value;
-    }
-    return "C";
-}
-
-std::string charsetOf(const std::string& locale) {
-    if (const std::size_t dot = locale.find('.'); dot != std::string::npos) {
-        return locale.substr(dot + 1, locale.find('@', dot) - dot - 1);
-    }
-    return {};
-}
+// The first of the numbers that no code page of another system has.
+constexpr CodePage firstCodePage = 0x10000;
 
 bool isUtf8(std::string_view charset) {
     std::string letters;
@@ -46,29 +28,88 @@ bool isUtf8(std::string_view charset) {
     return letters == "utf8";
 }
 
+// The character set in a name such as de_DE.ISO-8859-15@euro; empty when the name has none.
+std::string statedCharset(const std::string& locale) {
+    const std::size_t dot = locale.find('.');
+    return dot == std::string::npos ? std::string() : locale.substr(dot + 1, locale.find('@', dot) - dot - 1);
+}
+
+// The character set of a locale that the system has; empty for another.
+std::string installedCharset(const std::string& locale) {
+    const locale_t loaded = newlocale(LC_CTYPE_MASK, locale.c_str(), nullptr);
+    if (loaded == nullptr) return {};
+    const std::string charset = nl_langinfo_l(CODESET, loaded);
+    freelocale(loaded);
+    // What C and POSIX call theirs.
+    return charset == "ANSI_X3.4-1968" ? std::string() : charset;
+}
+
+// The code pages met so far. A program meets one or two of them, so they are kept until it ends.
+class CodePages {
+  public:
+    static CodePages& instance() {
+        // Never destroyed: text is still converted while static objects are torn down.
+        static auto* const pages = new CodePages;
+        return *pages;
+    }
+
+    CodePage ofLocale(std::string_view locale) {
+        const std::lock_guard lock(m_mutex);
+        if (const auto known = m_byLocale.find(locale); known != m_byLocale.end()) return known->second;
+        const std::string name(locale);
+        const CodePage page = find(name);
+        m_byLocale.emplace(name, page);
+        return page;
+    }
+
+    const CharacterSet& set(CodePage page) {
+        const std::lock_guard lock(m_mutex);
+        return *m_sets.at(page - firstCodePage);
+    }
+
+  private:
+    CodePages() { add(SingleByteSet::windows1252()); }
+
+    CodePage add(std::unique_ptr<CharacterSet> set) {
+        m_sets.push_back(std::move(set));
+        return firstCodePage + static_cast<CodePage>(m_sets.size() - 1);
+    }
+
+    // What the system says of a locale that it has, else what the locale's name states.
+    CodePage find(const std::string& locale) {
+        const std::string stated = statedCharset(locale);
+        if (isUtf8(stated)) return codePageUtf8;
+        for (const std::string& charset : {installedCharset(locale), stated}) {
+            if (isUtf8(charset)) return codePageUtf8;
+            if (charset.empty()) continue;
+            if (auto set = openCharacterSet(charset); set != nullptr) return add(std::move(set));
+        }
+        return firstCodePage;
+    }
+
+    std::mutex m_mutex;
+    // Both guarded by m_mutex; the sets themselves never change.
+    std::map<std::string, CodePage, std::less<>> m_byLocale;
+    std::vector<std::unique_ptr<CharacterSet>> m_sets;
+};
+
 }  // namespace
 
+std::string_view environmentLocale() {
+    // The order in which the C runtime looks; an empty variable counts as absent.
+    for (const char* variable : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+        const char* value = std::getenv(variable);
+        if (value != nullptr && *value != '\0') return value;
+    }
+    return "C";
+}
+
 CodePage ansiCodePage() {
-    return isUtf8(charsetOf(environmentLocale())) ? codePageUtf8 : codePage1252;
+    return CodePages::instance().ofLocale(environmentLocale());
 }
 
-std::size_t widenCharset(unsigned, const char* text, std::size_t length, unsigned short* dest, std::size_t capacity) {
-    if (length > capacity) return 0;
-    std::transform(text, text + length, dest, [](char c) {
-        const auto byte = static_cast<unsigned char>(c);
-        return byte >= 0x80 && byte < 0xA0 ? units1252[byte - 0x80] : static_cast<unsigned short>(byte);
-    });
-    return length;
-}
-
-std::size_t narrowCharset(unsigned, const unsigned short* text, std::size_t length, char* dest, std::size_t capacity) {
-    if (length > capacity) return 0;
-    std::transform(text, text + length, dest, [](unsigned short unit) {
-        if (unit < 0x80 || (unit >= 0xA0 && unit < 0x100)) return static_cast<char>(unit);
-        const auto* found = std::find(std::begin(units1252), std::end(units1252), unit);
-        return found == std::end(units1252) ? '?' : static_cast<char>(0x80 + (found - units1252));
-    });
-    return length;
+const CharacterSet& characterSet(CodePage codePage) {
+    return CodePages::instance().set(codePage);
 }
 
 }  // namespace KestSupport::platform

@@ -2,14 +2,28 @@
 #pragma once
 
 #include <cstddef>
+#include <string_view>
+
+#include "platform/text.h"
 
 namespace KestSupport::platform {
 
-/// Both return the number of units written, 0 when the capacity does not hold the result; see platform/text.h. The code
-/// page is one that ansiCodePage gave.
-std::size_t widenCharset(unsigned codePage, const char* text, std::size_t length, unsigned short* dest,
-                         std::size_t capacity);
-std::size_t narrowCharset(unsigned codePage, const unsigned short* text, std::size_t length, char* dest,
-                          std::size_t capacity);
+/// One character set. It never changes once it is made.
+class CharacterSet {
+  public:
+    virtual ~CharacterSet() = default;
+
+    /// Both return the number of units written, 0 when the capacity does not hold the result; see platform/text.h.
+    virtual std::size_t widen(const char* text, std::size_t length, unsigned short* dest,
+                              std::size_t capacity) const = 0;
+    virtual std::size_t narrow(const unsigned short* text, std::size_t length, char* dest,
+                               std::size_t capacity) const = 0;
+};
+
+/// The name of the locale that the environment asks for, "C" if none; valid until the environment changes.
+std::string_view environmentLocale();
+
+/// The set behind a number that ansiCodePage gave, UTF-8 excepted; it lasts as long as the process.
+const CharacterSet& characterSet(CodePage codePage);
 
 }  // namespace KestSupport::platform

@@ -1,5 +1,7 @@
 #include "platform/posix/posix_utf8.h"
 
+#include <algorithm>
+
 namespace KestSupport::platform {
 namespace {
 
@@ -68,49 +70,158 @@ Decoded decodeUtf16(const unsigned short* text, std::size_t length) {
 }
 
 constexpr std::size_t utf8Length(char32_t character) {
-    return character < 0x80 ? 1 : character < 0x800 ? 2 : character < 0x10000 ? 3 : 4;
+    return character < 0x800 ? 2 : character < 0x10000 ? 3 : 4;
 }
 
+// Writes one character that is not ASCII.
 void encodeUtf8(char32_t character, std::size_t length, char* dest) {
-    constexpr unsigned char leads[] = {0, 0, 0xC0, 0xE0, 0xF0};
-    for (std::size_t i = length - 1; i > 0; --i, character >>= 6) {
-        dest[i] = static_cast<char>(0x80 | (character & 0x3F));
+    const auto trailing = [&](unsigned shift) { return static_cast<char>(0x80 | ((character >> shift) & 0x3F)); };
+    if (length == 2) {
+        dest[0] = static_cast<char>(0xC0 | (character >> 6));
+        dest[1] = trailing(0);
+    } else if (length == 3) {
+        dest[0] = static_cast<char>(0xE0 | (character >> 12));
+        dest[1] = trailing(6);
+        dest[2] = trailing(0);
+    } else {
+        dest[0] = static_cast<char>(0xF0 | (character >> 18));
+        dest[1] = trailing(12);
+        dest[2] = trailing(6);
+        dest[3] = trailing(0);
     }
-    dest[0] = static_cast<char>(leads[length] | character);
+}
+
+constexpr bool isTrailing(unsigned char byte) {
+    return (byte & 0xC0) == 0x80;
+}
+
+// ASCII goes in blocks, which the compiler turns into vector code: a loop of fixed length without a way out.
+constexpr std::size_t block = 16;
+
+template <typename Unit>
+bool isAsciiBlock(const Unit* text) {
+    unsigned bits = 0;
+    for (std::size_t i = 0; i < block; ++i)
+        bits |= text[i];
+    return bits < 0x80;
+}
+
+template <typename From, typename To>
+void copyBlock(const From* text, To* dest) {
+    for (std::size_t i = 0; i < block; ++i)
+        dest[i] = static_cast<To>(text[i]);
+}
+
+// A conversion in progress: what is left of the source, and of the destination.
+template <typename From, typename To>
+struct Progress {
+    const From* text;
+    const From* end;
+    To* dest;
+    To* destEnd;
+
+    std::size_t left() const { return static_cast<std::size_t>(end - text); }
+    std::size_t space() const { return static_cast<std::size_t>(destEnd - dest); }
+    bool goesOn() const { return text != end && dest != destEnd; }
+
+    // ASCII, for as long as it lasts.
+    void copyAscii() {
+        while (left() >= block && space() >= block && isAsciiBlock(text)) {
+            copyBlock(text, dest);
+            text += block;
+            dest += block;
+        }
+        while (goesOn() && *text < 0x80)
+            *dest++ = static_cast<To>(*text++);
+    }
+};
+
+using Widening = Progress<unsigned char, unsigned short>;
+using Narrowing = Progress<unsigned short, char>;
+
+// These convert characters of one length, for as long as such follow each other: text stays with one script for a
+// while.
+void widenTwoByteRun(Widening& p) {
+    while (p.left() >= 2 && p.dest != p.destEnd && p.text[0] >= 0xC2 && p.text[0] <= 0xDF && isTrailing(p.text[1])) {
+        *p.dest++ = static_cast<unsigned short>((p.text[0] & 0x1F) << 6 | (p.text[1] & 0x3F));
+        p.text += 2;
+    }
+}
+
+void widenThreeByteRun(Widening& p) {
+    // From E1 to EC any trailing bytes are good.
+    while (p.left() >= 3 && p.dest != p.destEnd && p.text[0] >= 0xE1 && p.text[0] <= 0xEC && isTrailing(p.text[1]) &&
+           isTrailing(p.text[2])) {
+        *p.dest++ =
+            static_cast<unsigned short>((p.text[0] & 0x0F) << 12 | (p.text[1] & 0x3F) << 6 | (p.text[2] & 0x3F));
+        p.text += 3;
+    }
+}
+
+// Any character; false when it does not fit.
+bool widenOne(Widening& p) {
+    const Decoded next = decodeUtf8(p.text, p.left());
+    p.text += next.taken;
+    if (p.space() < (next.character < 0x10000 ? 1 : 2)) return false;
+    if (next.character < 0x10000) {
+        *p.dest++ = static_cast<unsigned short>(next.character);
+    } else {
+        *p.dest++ = static_cast<unsigned short>(0xD7C0 + (next.character >> 10));
+        *p.dest++ = static_cast<unsigned short>(0xDC00 | (next.character & 0x3FF));
+    }
+    return true;
+}
+
+void narrowTwoByteRun(Narrowing& p) {
+    while (p.text != p.end && p.space() >= 2 && *p.text >= 0x80 && *p.text < 0x800) {
+        encodeUtf8(*p.text++, 2, p.dest);
+        p.dest += 2;
+    }
+}
+
+void narrowThreeByteRun(Narrowing& p) {
+    // Below the surrogates.
+    while (p.text != p.end && p.space() >= 3 && *p.text >= 0x800 && *p.text < 0xD800) {
+        encodeUtf8(*p.text++, 3, p.dest);
+        p.dest += 3;
+    }
+}
+
+bool narrowOne(Narrowing& p) {
+    const Decoded next = decodeUtf16(p.text, p.left());
+    p.text += next.taken;
+    const std::size_t bytes = utf8Length(next.character);
+    if (p.space() < bytes) return false;
+    encodeUtf8(next.character, bytes, p.dest);
+    p.dest += bytes;
+    return true;
 }
 
 }  // namespace
 
 std::size_t widenUtf8(const char* text, std::size_t length, unsigned short* dest, std::size_t capacity) noexcept {
     const auto* bytes = reinterpret_cast<const unsigned char*>(text);
-    std::size_t written = 0;
-    for (std::size_t i = 0; i < length;) {
-        const Decoded next = bytes[i] < 0x80 ? Decoded{bytes[i], 1} : decodeUtf8(bytes + i, length - i);
-        i += next.taken;
-        const std::size_t units = next.character < 0x10000 ? 1 : 2;
-        if (capacity - written < units) return 0;
-        if (units == 1) {
-            dest[written] = static_cast<unsigned short>(next.character);
-        } else {
-            dest[written] = static_cast<unsigned short>(0xD7C0 + (next.character >> 10));
-            dest[written + 1] = static_cast<unsigned short>(0xDC00 | (next.character & 0x3FF));
-        }
-        written += units;
+    Widening p{bytes, bytes + length, dest, dest + capacity};
+    while (p.text != p.end) {
+        const unsigned char* before = p.text;
+        p.copyAscii();
+        widenTwoByteRun(p);
+        widenThreeByteRun(p);
+        if (p.text == before && !widenOne(p)) return 0;
     }
-    return written;
+    return static_cast<std::size_t>(p.dest - dest);
 }
 
 std::size_t narrowUtf8(const unsigned short* text, std::size_t length, char* dest, std::size_t capacity) noexcept {
-    std::size_t written = 0;
-    for (std::size_t i = 0; i < length;) {
-        const Decoded next = decodeUtf16(text + i, length - i);
-        i += next.taken;
-        const std::size_t bytes = utf8Length(next.character);
-        if (capacity - written < bytes) return 0;
-        encodeUtf8(next.character, bytes, dest + written);
-        written += bytes;
+    Narrowing p{text, text + length, dest, dest + capacity};
+    while (p.text != p.end) {
+        const unsigned short* before = p.text;
+        p.copyAscii();
+        narrowTwoByteRun(p);
+        narrowThreeByteRun(p);
+        if (p.text == before && !narrowOne(p)) return 0;
     }
-    return written;
+    return static_cast<std::size_t>(p.dest - dest);
 }
 
 }  // namespace KestSupport::platform

@@ -1,0 +1,48 @@
+// Sets environment variables for the length of a test and restores them afterwards. Not while other threads run.
+#pragma once
+
+#include <cstdlib>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace kit {
+
+class EnvironmentGuard {
+  public:
+    EnvironmentGuard() = default;
+    EnvironmentGuard(const EnvironmentGuard&) = delete;
+    EnvironmentGuard& operator=(const EnvironmentGuard&) = delete;
+    ~EnvironmentGuard() {
+        for (const auto& [name, value] : m_saved)
+            put(name, value);
+    }
+
+    /// Without a value the variable is removed.
+    void set(const std::string& name, const std::optional<std::string>& value) {
+        const char* current = std::getenv(name.c_str());
+        m_saved.emplace(name, current == nullptr ? std::nullopt : std::optional<std::string>(current));
+        put(name, value);
+    }
+
+    /// Makes `locale` the one that the environment asks for.
+    void setLocale(const std::string& locale) {
+        set("LC_ALL", std::nullopt);
+        set("LC_CTYPE", std::nullopt);
+        set("LANG", locale);
+    }
+
+  private:
+    static void put(const std::string& name, const std::optional<std::string>& value) {
+        if (value) {
+            ::setenv(name.c_str(), value->c_str(), 1);
+        } else {
+            ::unsetenv(name.c_str());
+        }
+    }
+
+    std::map<std::string, std::optional<std::string>> m_saved;
+};
+
+}  // namespace kit

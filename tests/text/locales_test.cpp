@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
 
@@ -20,8 +21,8 @@ const std::string systemLocale = "/usr/lib/locale/C.utf8";
 // Lets the C runtime find a locale by the names given, whatever is installed here.
 class LocaleFolder {
   public:
-    explicit LocaleFolder(std::initializer_list<const char*> names) {
-        for (const char* name : names)
+    explicit LocaleFolder(const std::vector<std::string>& names) {
+        for (const std::string& name : names)
             std::filesystem::create_directory_symlink(systemLocale, m_path / name);
         m_environment.set("LOCPATH", m_path.string());
     }
@@ -38,49 +39,65 @@ class LocaleFolder {
     kit::EnvironmentGuard m_environment;
 };
 
+// Prints the lines and ends at once: in a folder of the user's the C runtime loses memory with each locale looked for.
+[[noreturn]] void printAndEnd(const std::vector<std::string>& lines) {
+    for (const std::string& line : lines)
+        std::printf("%s\n", line.c_str());
+    std::fflush(stdout);
+    std::_Exit(0);
+}
+
+const kit::ChildRole printsCodes("prints codes", [](const std::vector<std::string>& names) -> int {
+    std::vector<std::string> lines;
+    for (const std::string& name : names) {
+        const std::locale locale(name);
+        lines.push_back(KestLocaleFactory::getLanguage(locale) + " " + KestLocaleFactory::getCountry(locale));
+    }
+    printAndEnd(lines);
+});
+
 TEST(Locales, CodesComeFromTheLocalesName) {
     ASSERT_TRUE(std::filesystem::is_directory(systemLocale));
-    const LocaleFolder folder({"German_Germany.UTF-8", "Spanish_Mexico.UTF-8", "de_DE", "English_United States.UTF-8",
-                               "Chinese_People's Republic of China.UTF-8", "Elvish", "French_New_Caledonia.UTF-8"});
-    const struct {
-        const char* name;
-        const char* language;
-        const char* country;
-    } rows[] = {{"C", "C", "C"},
-                {"German_Germany.UTF-8", "de", "DE"},
-                {"Spanish_Mexico.UTF-8", "es", "ES"},
-                {"English_United States.UTF-8", "en", "US"},
-                {"Chinese_People's Republic of China.UTF-8", "zh", "CN"},
-                {"French_New_Caledonia.UTF-8", "fr", "New_Caledonia"},
-                {"de_DE", "de", "DE"},
-                {"Elvish", "Elvish", "Elvish"}};
-    for (const auto& row : rows) {
-        const std::locale locale(row.name);
-        EXPECT_EQ(KestLocaleFactory::getLanguage(locale), row.language);
-        EXPECT_EQ(KestLocaleFactory::getCountry(locale), row.country);
-    }
+    const std::pair<std::string, std::string> rows[] = {{"German_Germany.UTF-8", "de DE"},
+                                                        {"Spanish_Mexico.UTF-8", "es ES"},
+                                                        {"English_United States.UTF-8", "en US"},
+                                                        {"Chinese_People's Republic of China.UTF-8", "zh CN"},
+                                                        {"French_New_Caledonia.UTF-8", "fr New_Caledonia"},
+                                                        {"de_DE", "de DE"},
+                                                        {"Elvish", "Elvish Elvish"}};
+    std::vector<std::string> names;
+    std::string expected;
+    for (const auto& [name, codes] : rows)
+        names.push_back(name), expected += codes + "\n";
+    const LocaleFolder folder(names);
+    auto child = kit::ChildProcess::inRole("prints codes", names);
+    EXPECT_EQ(child.wait(), 0);
+    EXPECT_EQ(child.output(), expected);
+    EXPECT_EQ(KestLocaleFactory::getLanguage(std::locale::classic()), "C");
+    EXPECT_EQ(KestLocaleFactory::getCountry(std::locale::classic()), "C");
     // A locale with a facet of its own has no name.
     EXPECT_EQ(KestLocaleFactory::getLanguage(KestLocaleFactory::getDefaultLocale(true)), "*");
 }
 
-TEST(Locales, LanguagesAreFoundByTheirNameOrTheSystemsOwn) {
-    const LocaleFolder folder({"chinese", "de_DE.UTF-8", "es_MX.UTF-8", "English"});
-    const std::pair<int, const char*> rows[] = {{KestLocaleFactory::German, "de_DE.UTF-8"},
-                                                {KestLocaleFactory::Spanish, "es_MX.UTF-8"},
-                                                {KestLocaleFactory::Chinese, "chinese"},
-                                                {7, "English"},
-                                                {-1, "English"}};
-    for (const auto& [language, name] : rows) {
-        EXPECT_EQ(KestLocaleFactory::getLocale(static_cast<KestLocaleFactory::Language>(language)).name(), name);
-    }
-    for (const auto missing : {KestLocaleFactory::English, KestLocaleFactory::Japanese, KestLocaleFactory::GlobalC}) {
+const kit::ChildRole printsLanguages("prints languages", [](const std::vector<std::string>&) -> int {
+    std::vector<std::string> lines;
+    for (const int language : {0, 1, 2, 3, 4, 5, 6, 7, -1}) {
         try {
-            KestLocaleFactory::getLocale(missing);
-            ADD_FAILURE() << missing;
+            lines.push_back(KestLocaleFactory::getLocale(static_cast<KestLocaleFactory::Language>(language)).name());
         } catch (const std::runtime_error& failure) {
-            EXPECT_STREQ(failure.what(), "bad locale name");
+            lines.push_back(failure.what());
         }
     }
+    printAndEnd(lines);
+});
+
+TEST(Locales, LanguagesAreFoundByTheirNameOrTheSystemsOwn) {
+    const LocaleFolder folder({"chinese", "de_DE.UTF-8", "es_MX.UTF-8", "English"});
+    auto child = kit::ChildProcess::inRole("prints languages");
+    EXPECT_EQ(child.wait(), 0);
+    EXPECT_EQ(child.output(),
+              "de_DE.UTF-8\nbad locale name\nes_MX.UTF-8\nbad locale name\nbad locale name\nchinese\nbad locale name\n"
+              "English\nEnglish\n");
 }
 
 TEST(Locales, TheAnsiFacetFollowsTheEnvironment) {

@@ -7,6 +7,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
@@ -27,8 +28,18 @@ inline std::int64_t monotonicNanoseconds() noexcept {
 /// A time on the monotonic clock that never comes.
 inline constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
 
+#if defined(__SANITIZE_THREAD__)
+inline constexpr bool kSanitizerDefersSignals = true;
+#elif defined(__has_feature)
+inline constexpr bool kSanitizerDefersSignals = __has_feature(thread_sanitizer);
+#else
+inline constexpr bool kSanitizerDefersSignals = false;
+#endif
+
 /// Sleeps while word holds expected, until the deadline on the monotonic clock. May return early.
 inline void futexWait(FutexWord& word, std::uint32_t expected, std::int64_t deadline = kNever) noexcept {
+    // ThreadSanitizer keeps a signal back until the thread leaves a call that the sanitizer does not know to block.
+    if constexpr (kSanitizerDefersSignals) deadline = std::min(deadline, monotonicNanoseconds() + 10'000'000);
     timespec until{};
     if (deadline != kNever) {
         until.tv_sec = static_cast<time_t>(deadline / 1'000'000'000);

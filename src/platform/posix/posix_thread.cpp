@@ -78,7 +78,9 @@ const RuntimeCode& runtimeCode() noexcept {
 // True when the interrupted code may hold a lock of the runtime. Sleeping in a system call it holds none of the
 // allocator's: those calls that the allocator makes do not sleep.
 bool insideRuntime(const void* context) noexcept {
-#if defined(__x86_64__) && defined(__linux__) && !defined(__SANITIZE_THREAD__)
+#if defined(__x86_64__)
+    // ThreadSanitizer delivers signals at safe places only.
+    if (kSanitizerDefersSignals) return false;
     const auto& registers = static_cast<const ucontext_t*>(context)->uc_mcontext.gregs;
     const auto address = static_cast<std::uintptr_t>(registers[REG_RIP]);
     if (!runtimeCode().contains(address)) return false;
@@ -92,7 +94,7 @@ bool insideRuntime(const void* context) noexcept {
                                                       SYS_madvise, SYS_brk,    SYS_mprotect};
     return std::find(allocatorCalls.begin(), allocatorCalls.end(), registers[REG_RAX]) != allocatorCalls.end();
 #else
-    // ThreadSanitizer delivers signals at safe places only; elsewhere the place cannot be told.
+    // The place cannot be told on this processor.
     static_cast<void>(context);
     return false;
 #endif
@@ -324,12 +326,11 @@ void yieldThread() noexcept {
 }
 
 void sleepThread(std::uint32_t milliseconds) noexcept {
-    timespec until{};
     const std::int64_t end = monotonicNanoseconds() + std::int64_t{milliseconds} * kMillisecond;
-    until.tv_sec = static_cast<time_t>(end / 1'000'000'000);
-    until.tv_nsec = static_cast<long>(end % 1'000'000'000);
-    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
-    }
+    FutexWord nobodyWakes{0};
+    do {
+        futexWait(nobodyWakes, 0, end);
+    } while (monotonicNanoseconds() < end);
 }
 
 }  // namespace KestSupport::platform

@@ -1,0 +1,77 @@
+// Threads that work on shared objects while they are suspended, resumed and terminated at random.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kit/gate.h"
+#include "platform/thread.h"
+#include "platform/wait.h"
+
+using namespace KestSupport::platform;
+
+namespace {
+
+// What the threads share. Each worker repeats every kind of operation; none of them may be left unusable by the end of
+// another.
+struct Shared {
+    std::array<OwnedHandle, 3> mutexes{OwnedHandle(createMutex()), OwnedHandle(createMutex()),
+                                       OwnedHandle(createMutex())};
+    OwnedHandle event{createEvent(false, false)};
+    std::atomic<long> rounds{0};
+    std::atomic<bool> end{false};
+
+    static std::uint32_t work(void* argument) {
+        auto& self = *static_cast<Shared*>(argument);
+        const std::array<WaitHandle, 2> pair{self.mutexes[0].get(), self.mutexes[1].get()};
+        while (!self.end) {
+            for (const auto& mutex : self.mutexes) {
+                waitForOne(mutex.get(), kInfinite);
+                releaseMutex(mutex.get());
+            }
+            waitForMany(pair, true, kInfinite);
+            setEvent(self.event.get());
+            for (const WaitHandle mutex : pair)
+                releaseMutex(mutex);
+            waitForOne(self.event.get(), 1);
+            const std::string text(static_cast<std::size_t>(100 + self.rounds % 500), 'x');
+            self.rounds += text.empty() ? 0 : 1;
+        }
+        return 0;
+    }
+};
+
+TEST(ThreadStress, OthersGoOnWhateverHappensToSome) {
+    Shared shared;
+    std::minstd_rand random(4711);
+    std::vector<WaitHandle> workers(6, nullptr);
+    for (auto& worker : workers)
+        ASSERT_TRUE(createThread(&Shared::work, &shared, worker));
+    for (int step = 0; step < 400; ++step) {
+        WaitHandle& worker = workers[random() % workers.size()];
+        if (random() % 3 == 0) {
+            ASSERT_TRUE(terminateThread(worker, 1)) << "step " << step;
+            closeHandle(worker);
+            ASSERT_TRUE(createThread(&Shared::work, &shared, worker));
+            continue;
+        }
+        ASSERT_TRUE(suspendThread(worker));
+        // A suspended thread may hold a mutex, so nobody's progress is expected before it is resumed.
+        if (random() % 2 == 0) yieldThread();
+        ASSERT_TRUE(resumeThread(worker));
+        const long seen = shared.rounds;
+        kit::await([&] { return shared.rounds != seen; });
+    }
+    shared.end = true;
+    EXPECT_EQ(waitForMany(workers, true, kInfinite), kWaitObject0);
+    for (const WaitHandle worker : workers)
+        closeHandle(worker);
+    for (const auto& mutex : shared.mutexes) {
+        EXPECT_NE(waitForOne(mutex.get(), 0), kWaitTimeout) << "a mutex without a living owner";
+    }
+}
+
+}  // namespace

@@ -11,8 +11,11 @@ namespace {
 
 using Kind = WaitObject::Kind;
 
+// Pauses, of about 25 nanoseconds each.
 constexpr std::uint32_t kLeastSpins = 8;
-constexpr std::uint32_t kMostSpins = 120;           // about four microseconds of pauses
+constexpr std::uint32_t kSpins = 160;
+constexpr std::uint32_t kProbeSpins = 1600;
+constexpr std::uint32_t kProbeEvery = 8;
 constexpr std::int64_t kHandOverAfter = 1'000'000;  // nanoseconds
 
 enum class Attempt : std::uint8_t { taken, notNow, dispatcherDecides };
@@ -63,10 +66,13 @@ Attempt tryObject(WaitObject& object, ThreadRecord& self) noexcept {
     }
 }
 
-// Looks at an object for as long as spinning has paid on it lately; that is what the budget remembers.
+// Looks at an object for a while before the thread sleeps: long when that paid last time, else hardly at all. Two
+// threads that answer each other, once one of them slept, would both sleep for ever after, because waking takes longer
+// than the spin; so now and then a spin is long enough to meet a thread that is just being woken.
 bool spinFor(WaitObject& object, ThreadRecord& self) noexcept {
-    const std::uint32_t budget = object.spinBudget.load(std::memory_order_relaxed);
     if (!object.isEvent() && object.kind != Kind::mutex) return false;
+    const std::uint32_t vain = object.vainSpins.load(std::memory_order_relaxed);
+    const std::uint32_t budget = vain == 0 ? kSpins : vain % kProbeEvery == 0 ? kProbeSpins : kLeastSpins;
     for (std::uint32_t spins = 0; spins < budget; ++spins) {
         spinPause();
         const bool promising = object.kind == Kind::mutex
@@ -75,12 +81,12 @@ bool spinFor(WaitObject& object, ThreadRecord& self) noexcept {
         if (!promising) continue;
         const Attempt attempt = tryObject(object, self);
         if (attempt == Attempt::taken) {
-            object.spinBudget.store(std::min(kMostSpins, budget + spins + 1), std::memory_order_relaxed);
+            if (vain != 0) object.vainSpins.store(0, std::memory_order_relaxed);
             return true;
         }
         if (attempt == Attempt::dispatcherDecides) return false;
     }
-    object.spinBudget.store(std::max(kLeastSpins, budget - budget / 8), std::memory_order_relaxed);
+    object.vainSpins.store(vain + 1, std::memory_order_relaxed);
     return false;
 }
 

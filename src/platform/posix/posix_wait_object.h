@@ -143,9 +143,9 @@ class WaitObject {
 
     const Kind kind;
     FutexWord word{0};
-    FutexWord owner{kNobody};                   // mutex
-    std::uint32_t depth = 0;                    // mutex: levels of the owner; only it, or who acts for it, uses them
-    std::atomic<std::uint32_t> spinBudget{16};  // a hint, adapted by the waits
+    FutexWord owner{kNobody};                 // mutex
+    std::uint32_t depth = 0;                  // mutex: levels of the owner; only it, or who acts for it, uses them
+    std::atomic<std::uint32_t> vainSpins{0};  // spins in a row that ended asleep; a hint for the next wait
 
     // Guarded by the dispatcher lock.
     Link* first = nullptr;

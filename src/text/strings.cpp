@@ -1,10 +1,12 @@
 #include "support/strings.h"
 
+#include <cstring>
 #include <exception>
 #include <memory>
 #include <typeinfo>
 #include <vector>
 
+#include "platform/ascii_words.h"
 #include "platform/error.h"
 #include "platform/text.h"
 #include "support/exceptions.h"
@@ -36,38 +38,44 @@ const unsigned short* narrowRange(platform::CodePage codePage, const unsigned sh
 // only for a zero, and how much they write.
 constexpr platform::CodePage foreignFacet = 0;
 
-// Loops over blocks of fixed length without a way out become vector code; short texts are one or two small blocks.
-template <std::size_t Block, typename Unit, typename Mark>
-std::size_t blocksBelow(unsigned limit, const Unit* text, std::size_t length, const Mark& mark) {
-    std::size_t good = 0;
-    for (; length - good >= Block; good += Block) {
-        Unit bits = 0;
-        for (std::size_t i = 0; i < Block; ++i)
-            bits = static_cast<Unit>(bits | mark(text[good + i]));
-        if (bits >= limit) break;
-    }
-    return good;
-}
-
-// The length of the leading part whose units are all marked with less than `limit`, a power of two.
-template <typename Unit, typename Mark>
-std::size_t lengthBelow(unsigned limit, const Unit* text, std::size_t length, const Mark& mark) {
-    std::size_t good = blocksBelow<64>(limit, text, length, mark);
-    good += blocksBelow<16>(limit, text + good, length - good, mark);
-    while (good < length && mark(text[good]) < limit)
-        ++good;
-    return good;
-}
-
-// The length of the leading part that is ASCII without zeros: less 1, a zero has all bits.
+// The length of the leading part that is ASCII without zeros. Long texts go in blocks of fixed length without a way
+// out, which become vector code, short ones by the word.
 template <typename Unit>
 std::size_t plainLength(const Unit* text, std::size_t length) {
-    return lengthBelow(0x80, text, length, [](Unit unit) { return static_cast<Unit>(unit | (unit - 1)); });
+    constexpr std::size_t block = 64;
+    constexpr std::size_t word = platform::unitsPerWord<Unit>;
+    std::size_t plain = 0;
+    for (; length - plain >= block; plain += block) {
+        Unit bits = 0;
+        for (std::size_t i = 0; i < block; ++i) {
+            bits = static_cast<Unit>(bits | text[plain + i] | (text[plain + i] - 1));
+        }
+        if (bits >= 0x80) break;
+    }
+    while (length - plain >= word && platform::isPlainWord<Unit>(platform::loadWord(text + plain)))
+        plain += word;
+    while (plain < length && platform::isPlainWord<Unit>(platform::wordOf(text[plain])))
+        ++plain;
+    return plain;
 }
 
-template <typename Unit>
-std::size_t lengthToZero(const Unit* text, std::size_t length) {
-    return lengthBelow(1, text, length, [](Unit unit) { return static_cast<Unit>(unit == 0); });
+std::size_t lengthToZero(const unsigned char* text, std::size_t length) {
+    const void* zero = length == 0 ? nullptr : std::memchr(text, 0, length);
+    return zero == nullptr ? length : static_cast<std::size_t>(static_cast<const unsigned char*>(zero) - text);
+}
+
+std::size_t lengthToZero(const unsigned short* text, std::size_t length) {
+    constexpr std::size_t block = 64;
+    std::size_t good = 0;
+    for (; length - good >= block; good += block) {
+        unsigned short zeros = 0;
+        for (std::size_t i = 0; i < block; ++i)
+            zeros = static_cast<unsigned short>(zeros | (text[good + i] == 0));
+        if (zeros != 0) break;
+    }
+    while (good < length && text[good] != 0)
+        ++good;
+    return good;
 }
 
 // The sum of a small weight (two at most) of each unit. Partial sums as narrow as the units keep the vector code dense.

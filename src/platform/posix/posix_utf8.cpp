@@ -1,6 +1,6 @@
 #include "platform/posix/posix_utf8.h"
 
-#include "platform/ascii_words.h"
+#include <algorithm>
 
 namespace KestSupport::platform {
 namespace {
@@ -95,6 +95,23 @@ constexpr bool isTrailing(unsigned char byte) {
     return (byte & 0xC0) == 0x80;
 }
 
+// ASCII goes in blocks, which the compiler turns into vector code: a loop of fixed length without a way out.
+constexpr std::size_t block = 16;
+
+template <typename Unit>
+bool isAsciiBlock(const Unit* text) {
+    unsigned bits = 0;
+    for (std::size_t i = 0; i < block; ++i)
+        bits |= text[i];
+    return bits < 0x80;
+}
+
+template <typename From, typename To>
+void copyBlock(const From* text, To* dest) {
+    for (std::size_t i = 0; i < block; ++i)
+        dest[i] = static_cast<To>(text[i]);
+}
+
 // A conversion in progress: what is left of the source, and of the destination.
 template <typename From, typename To>
 struct Progress {
@@ -109,10 +126,8 @@ struct Progress {
 
     // ASCII, for as long as it lasts.
     void copyAscii() {
-        constexpr std::size_t block = unitsPerWord<From>;
-        while (left() >= block && space() >= block && isAsciiWord<From>(loadWord(text))) {
-            for (std::size_t i = 0; i < block; ++i)
-                dest[i] = static_cast<To>(text[i]);
+        while (left() >= block && space() >= block && isAsciiBlock(text)) {
+            copyBlock(text, dest);
             text += block;
             dest += block;
         }

@@ -1,0 +1,156 @@
+#include "values/local_zone.h"
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+
+#include "platform/local_time.h"
+#include "values/civil_time.h"
+
+namespace KestSupport::internal {
+namespace {
+
+constexpr std::int64_t kEndOfRange = 32535216000;  // 3001-01-01 00:00:00 UTC
+// No zone is farther from UTC than the 24:59:59 that TZ can hold, so no two offsets differ by more than 50 hours.
+constexpr std::int64_t kWidestOffset = 25 * 3600;
+constexpr std::int64_t kWidestChange = 50 * 3600;
+
+/// How far local clocks are ahead of UTC in a block of time.
+struct Offset {
+    std::int32_t seconds = 0;
+    bool daylightSaving = false;
+    bool settled = false;  ///< the whole block has this offset
+
+    bool operator==(const Offset&) const = default;
+};
+
+/// Remembers the offsets of blocks of equal length, numbered from 0, in each zone. A slot is one word, so that a reader
+/// gets all of it or nothing; blocks that share a slot displace each other.
+template <std::size_t slotCount>
+class OffsetTable {
+  public:
+    template <typename Measure>
+    Offset get(std::int64_t block, Measure measure) {
+        const std::uint32_t zone = platform::localZone();
+        std::atomic<std::uint64_t>& slot = m_slots[static_cast<std::size_t>(block) % slotCount];
+        const std::uint64_t tag = static_cast<std::uint64_t>(block) << kBlockShift | std::uint64_t{zone} << kZoneShift;
+        const std::uint64_t remembered = slot.load(std::memory_order_relaxed);
+        if (remembered >> kZoneShift == tag >> kZoneShift && zone != 0) return unpack(remembered);
+        const Offset offset = measure();
+        // A change of TZ meanwhile would put one zone's offset down as another's.
+        if (zone == platform::localZone()) slot.store(tag | pack(offset), std::memory_order_relaxed);
+        return offset;
+    }
+
+  private:
+    // From the lowest bit: settled, daylight saving, 18 bits of offset, 12 of the zone's number, the block's number.
+    static constexpr int kOffsetShift = 2;
+    static constexpr int kZoneShift = 20;
+    static constexpr int kBlockShift = 32;
+    static constexpr std::int32_t kBias = 1 << 17;  // makes every offset positive
+
+    static std::uint64_t pack(const Offset& offset) {
+        return static_cast<std::uint64_t>(offset.seconds + kBias) << kOffsetShift |
+               static_cast<std::uint64_t>(offset.daylightSaving) << 1 | static_cast<std::uint64_t>(offset.settled);
+    }
+    static Offset unpack(std::uint64_t word) {
+        const auto biased = static_cast<std::int32_t>(word >> kOffsetShift & 0x3FFFF);
+        return {biased - kBias, (word & 2) != 0, (word & 1) != 0};
+    }
+
+    std::array<std::atomic<std::uint64_t>, slotCount> m_slots{};
+};
+
+constexpr std::int64_t kQuarterHour = 900;
+// Clocks that are changed and changed back within so many days are not known: the shortest time between is a week.
+constexpr std::int64_t kCivilBlock = 4 * kSecondsPerDay;
+
+constinit OffsetTable<64> g_quarters;
+constinit OffsetTable<4096> g_civilBlocks;
+
+Offset offsetAt(std::int64_t instant) {
+    std::tm fields{};
+    if (!platform::localTime(instant, fields)) return {};
+    const std::int64_t seconds = civilSeconds(fields) - instant;
+    if (seconds < -kWidestOffset || seconds > kWidestOffset) return {};
+    return {static_cast<std::int32_t>(seconds), fields.tm_isdst > 0, true};
+}
+
+Offset measureQuarter(std::int64_t first) {
+    Offset offset = offsetAt(first);
+    // Most zones change their clocks on a quarter of an hour, yet not all: some did so a minute past midnight.
+    if (offset != offsetAt(first + kQuarterHour - 1)) offset.settled = false;
+    return offset;
+}
+
+// The answer for every local time of the block is proved when the offset is the same as far around as any other instant
+// with such a local time could lie.
+Offset measureCivilBlock(std::int64_t first) {
+    Offset offset = offsetAt(first);
+    const Offset expected = offset;
+    const std::int64_t begin = first - offset.seconds;
+    const std::int64_t end = begin + kCivilBlock;
+    for (const std::int64_t instant : {begin - kWidestChange, begin, end, end + kWidestChange}) {
+        if (offsetAt(instant) != expected) offset.settled = false;
+    }
+    return offset;
+}
+
+Offset offsetOfCivil(std::int64_t civil) {
+    const std::int64_t block = (civil + kCivilBlock) / kCivilBlock;  // the range begins a little before 1970
+    return g_civilBlocks.get(block, [block] { return measureCivilBlock((block - 1) * kCivilBlock); });
+}
+
+bool isRepresentable(const LocalMoment& moment) {
+    return moment.instant >= 0 && moment.instant < kEndOfRange && moment.civil < kEndOfRange;
+}
+
+bool askRuntime(const std::tm& fields, LocalMoment& moment) {
+    std::tm normalised = fields;
+    moment.instant = platform::instantOfLocalTime(normalised);
+    moment.civil = civilSeconds(normalised);
+    moment.daylightSaving = normalised.tm_isdst;
+    return isRepresentable(moment);
+}
+
+bool find(const std::tm& fields, std::int64_t civil, LocalMoment& moment) {
+    if (civil < -kWidestOffset || civil >= kEndOfRange + kWidestOffset) return false;
+    // The runtime counts spare seconds in real time, across a change of the clocks, everything else in local time.
+    if (0 <= fields.tm_sec && fields.tm_sec <= 59) {
+        const Offset offset = offsetOfCivil(civil);
+        if (offset.settled && (fields.tm_isdst < 0 || (fields.tm_isdst > 0) == offset.daylightSaving)) {
+            moment = {civil - offset.seconds, civil, offset.daylightSaving ? 1 : 0};
+            return isRepresentable(moment);
+        }
+    }
+    return askRuntime(fields, moment);
+}
+
+}  // namespace
+
+std::optional<LocalMoment> momentOfInstant(std::int64_t instant) {
+    if (instant < 0 || instant >= kEndOfRange) return std::nullopt;
+    const std::int64_t block = instant / kQuarterHour;
+    const Offset offset = g_quarters.get(block, [block] { return measureQuarter(block * kQuarterHour); });
+    LocalMoment moment{instant, instant + offset.seconds, offset.daylightSaving ? 1 : 0};
+    if (!offset.settled) {
+        std::tm fields{};
+        if (!platform::localTime(instant, fields)) return std::nullopt;
+        moment = {instant, civilSeconds(fields), fields.tm_isdst};
+    }
+    return isRepresentable(moment) ? std::optional(moment) : std::nullopt;
+}
+
+std::optional<LocalMoment> momentOfFields(const std::tm& fields) {
+    LocalMoment moment{};
+    return find(fields, civilSeconds(fields), moment) ? std::optional(moment) : std::nullopt;
+}
+
+bool isLocalTime(const std::tm& fields) {
+    if (!isCalendarTime(fields)) return false;
+    const std::int64_t civil = civilSeconds(fields);
+    LocalMoment moment{};
+    return find(fields, civil, moment) && moment.civil == civil;
+}
+
+}  // namespace KestSupport::internal

@@ -1,0 +1,390 @@
+#include <support/date_time.h>
+#include <support/exceptions.h>
+#include <support/locales.h>
+
+#include <limits>
+#include <optional>
+#include <string_view>
+
+#include "values/civil_time.h"
+#include "values/date_text.h"
+#include "values/local_zone.h"
+
+namespace KestSupport {
+namespace {
+
+using internal::LocalMoment;
+
+// Only what lies in the ranges of a calendar survives validation, so what wraps here is refused there.
+std::tm standardTime(unsigned int day, unsigned int month, unsigned int year, unsigned int hour, unsigned int minute,
+                     unsigned int second) {
+    std::tm fields{};
+    fields.tm_sec = static_cast<int>(second);
+    fields.tm_min = static_cast<int>(minute);
+    fields.tm_hour = static_cast<int>(hour);
+    fields.tm_mday = static_cast<int>(day);
+    fields.tm_mon = static_cast<int>(month - 1);
+    fields.tm_year = static_cast<int>(year);
+    return fields;
+}
+
+[[noreturn]] void refuse(const std::string& detail) {
+    throw KestInvalidDateException(detail);
+}
+
+constexpr char kNotADate[] = "Input does not compute to a valid DateTime object";
+
+}  // namespace
+
+constinit std::atomic<unsigned int> KestDateTime::m_objectCounter{0};
+
+const char* const KestDateTime::abbrevMonthNames[12] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                                        "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+
+KestDateTime::KestDateTime() {
+    // A clock outside the representable years leaves the first moment of 1970.
+    if (const std::optional<LocalMoment> now = internal::momentOfInstant(std::time(nullptr))) {
+        store(internal::brokenDown(now->civil, now->daylightSaving));
+    }
+    adjustInstanceId();
+}
+
+KestDateTime::KestDateTime(const KestDateTime& source) : m_locale(std::in_place) {
+    *this = source;
+}
+
+KestDateTime::~KestDateTime() = default;
+
+KestDateTime& KestDateTime::operator=(const KestDateTime& source) {
+    if (this == &source) return *this;
+    m_day = source.m_day;
+    m_month = source.m_month;
+    m_year = source.m_year;
+    m_hour = source.m_hour;
+    m_minute = source.m_minute;
+    m_second = source.m_second;
+    m_instanceId = source.m_instanceId;
+    return *this;
+}
+
+KestDateTime& KestDateTime::operator=(const std::tm& fields) {
+    std::string message;
+    if (!operatorImpl(fields, message)) refuse(message);
+    return *this;
+}
+
+KestDateTime& KestDateTime::operator=(const std::string& text) {
+    adjustInstanceId();
+    std::string message;
+    if (!setDateTime(text, message)) refuse(message);
+    return *this;
+}
+
+KestDateTime& KestDateTime::set(const std::tm& fields) {
+    std::string message;
+    if (!setDateTimeFromTmImpl(fields, message)) refuse(message);
+    return *this;
+}
+
+KestDateTime& KestDateTime::set(const std::string& text) {
+    std::string message;
+    if (!setDateTimeFromStrImpl(text, message)) refuse(message);
+    return *this;
+}
+
+KestDateTime& KestDateTime::set(unsigned int day, unsigned int month, unsigned int year, unsigned int hour,
+                                unsigned int minute, unsigned int second) {
+    std::string message;
+    if (!setDateTimeImpl(day, month, year, hour, minute, second, message)) refuse(message);
+    return *this;
+}
+
+KestDateTime& KestDateTime::setDate(unsigned int day, unsigned int month, unsigned int year) {
+    std::string message;
+    if (!setDateImpl(day, month, year, message)) refuse(message);
+    return *this;
+}
+
+void KestDateTime::set(const std::locale& locale) {
+    if (heldLocale() != locale) m_locale = locale;
+}
+
+int KestDateTime::setDay(unsigned int day) {
+    std::string message;
+    if (!setDayImpl(day, message)) refuse(message);
+    m_day = day;
+    return static_cast<int>(day);
+}
+
+int KestDateTime::setMonth(unsigned int month) {
+    std::string message;
+    if (!setMonthImpl(month, message)) refuse(message);
+    m_month = month - 1;
+    return static_cast<int>(month);
+}
+
+int KestDateTime::setYear(unsigned int year) {
+    std::string message;
+    if (!setYearImpl(year, message)) refuse(message);
+    m_year = year;
+    return static_cast<int>(year);
+}
+
+int KestDateTime::setHour(unsigned int hour) {
+    if (hour > 23) refuse("Invalid Hour : Exceeds 23");
+    m_hour = hour;
+    return static_cast<int>(hour);
+}
+
+int KestDateTime::setMinute(unsigned int minute) {
+    if (minute > 59) refuse("Invalid Minute : Exceeds 59");
+    m_minute = minute;
+    return static_cast<int>(minute);
+}
+
+int KestDateTime::setSecond(unsigned int second) {
+    if (second > 59) refuse("Invalid Second : Exceeds 59");
+    m_second = second;
+    return static_cast<int>(second);
+}
+
+bool KestDateTime::setDateTimeImpl(unsigned int day, unsigned int month, unsigned int year, unsigned int hour,
+                                   unsigned int minute, unsigned int second, std::string& message) {
+    if (!setDateTimeFromTmImpl(standardTime(day, month, year, hour, minute, second), message)) return false;
+    adjustInstanceId();
+    return true;
+}
+
+bool KestDateTime::setDateImpl(unsigned int day, unsigned int month, unsigned int year, std::string& message) {
+    return setDateTimeImpl(day, month, year, 0, 0, 0, message);
+}
+
+bool KestDateTime::setDateTimeFromTmImpl(const std::tm& fields, std::string& message) {
+    std::string detail;
+    if (operatorImpl(fields, detail)) return true;
+    // The text that the assignment would have thrown.
+    message = KestInvalidDateException(detail).getText();
+    return false;
+}
+
+bool KestDateTime::setDateTimeFromStrImpl(const std::string& text, std::string& message) {
+    if (!setDateTime(text, message)) return false;
+    adjustInstanceId();
+    return true;
+}
+
+unsigned int KestDateTime::getDay() const {
+    return m_day;
+}
+
+unsigned int KestDateTime::getMonth() const {
+    return m_month + 1;
+}
+
+unsigned int KestDateTime::getYear() const {
+    return m_year;
+}
+
+unsigned int KestDateTime::getHour() const {
+    return m_hour;
+}
+
+unsigned int KestDateTime::getMinute() const {
+    return m_minute;
+}
+
+unsigned int KestDateTime::getSecond() const {
+    return m_second;
+}
+
+std::int64_t KestDateTime::getTime() const {
+    const std::optional<LocalMoment> moment = internal::momentOfFields(storedFields());
+    return moment ? moment->instant : -1;
+}
+
+unsigned int KestDateTime::getWeekday() const {
+    return static_cast<unsigned int>(localFields().tm_wday);
+}
+
+unsigned int KestDateTime::day() const {
+    return static_cast<unsigned int>(localFields().tm_yday + 1);
+}
+
+// Asking mktime for a 29 February instead would give a wrong answer in the hour around midnight while daylight saving
+// holds, since it holds on one side of the question only.
+bool KestDateTime::isLeapYear() const {
+    return internal::isLeapYear(std::int64_t{localFields().tm_year} + 1900);
+}
+
+unsigned int KestDateTime::hash() const {
+    constexpr std::int64_t buckets = 28;
+    const std::int64_t value = (getTime() * 41358 + m_instanceId) % buckets;
+    return static_cast<unsigned int>(value < 0 ? value + buckets : value);
+}
+
+KestDateTime& KestDateTime::add(FieldId_t field, unsigned int amount) {
+    std::string message;
+    if (!modifyDate(field, static_cast<int>(amount), message)) refuse(message);
+    return *this;
+}
+
+KestDateTime& KestDateTime::subtract(FieldId_t field, unsigned int amount) {
+    std::string message;
+    if (!modifyDate(field, static_cast<int>(0 - amount), message)) refuse(message);
+    return *this;
+}
+
+bool KestDateTime::setDateTime(const std::string& text, std::string& message) {
+    const internal::DateLayout layout = internal::layoutOf(text);
+    internal::DateText date;
+    if (!internal::readDateText(text, layout, date)) {
+        message =
+            layout == internal::DateLayout::Rfc1123 ? "Incorrect RFC1123 DateTime format" : "Incorrect DateTime format";
+        return false;
+    }
+    if (layout != internal::DateLayout::DayMonthYear) date.fields.tm_mon = getMonthForRFCName(date.monthName);
+    if (layout != internal::DateLayout::Rfc1123) {
+        *this = date.fields;
+        return true;
+    }
+    const std::optional<LocalMoment> moment = internal::momentOfFields(date.fields);
+    if (!moment) refuse(kNotADate);
+    store(internal::brokenDown(moment->civil, moment->daylightSaving));
+    adjustInstanceId();
+    return true;
+}
+
+bool KestDateTime::operatorImpl(const std::tm& fields, std::string& message) {
+    if (!validateDateTime(fields, message)) return false;
+    store(fields);
+    adjustInstanceId();
+    return true;
+}
+
+bool KestDateTime::validateDateTime(const std::tm& fields, std::string& message) const {
+    if (internal::isLocalTime(fields)) return true;
+    message = kNotADate;
+    return false;
+}
+
+bool KestDateTime::setDayImpl(unsigned int day, std::string& message) {
+    if (day == 0 || day > 31) {
+        message = "Invalid Day : Exceeds 31";
+        return false;
+    }
+    std::tm fields = localFields();
+    fields.tm_mday = static_cast<int>(day);
+    return validateDateTime(fields, message);
+}
+
+bool KestDateTime::setMonthImpl(unsigned int month, std::string& message) {
+    if (month == 0 || month > 12) {
+        message = "Invalid Month : Exceeds 12";
+        return false;
+    }
+    std::tm fields = localFields();
+    fields.tm_mon = static_cast<int>(month - 1);
+    return validateDateTime(fields, message);
+}
+
+bool KestDateTime::setYearImpl(unsigned int year, std::string& message) {
+    std::tm fields = localFields();
+    fields.tm_year = static_cast<int>(year - 1900);
+    return validateDateTime(fields, message);
+}
+
+bool KestDateTime::modifyDate(FieldId_t field, int amount, std::string& message) {
+    static constexpr int std::tm::*members[] = {&std::tm::tm_mon,  &std::tm::tm_mday, &std::tm::tm_year,
+                                                &std::tm::tm_hour, &std::tm::tm_min,  &std::tm::tm_sec};
+    if (amount == 0) return false;
+    std::tm fields = localFields();
+    bool fits = true;
+    if (field >= Month && field <= Second) {
+        int& member = fields.*members[field];
+        const std::int64_t sum = std::int64_t{member} + amount;
+        fits = sum >= std::numeric_limits<int>::min() && sum <= std::numeric_limits<int>::max();
+        member = static_cast<int>(sum);
+    }
+    const std::optional<LocalMoment> moment = fits ? internal::momentOfFields(fields) : std::nullopt;
+    if (!moment) {
+        message = "Subtracting does not compute to a valid Date. Trying to subtract field," +
+                  std::to_string(static_cast<int>(field)) + " with " + std::to_string(amount);
+        return false;
+    }
+    store(internal::brokenDown(moment->civil, moment->daylightSaving));
+    adjustInstanceId();
+    return true;
+}
+
+int KestDateTime::getMonthForRFCName(std::string_view name) {
+    if (name.size() != 3) return 0;
+    for (int month = 0; month < 12; ++month) {
+        const char* const known = abbrevMonthNames[month];
+        if (name[0] == known[0] && name[1] == known[1] && name[2] == known[2]) return month;
+    }
+    return 0;
+}
+
+void KestDateTime::adjustInstanceId() {
+    m_instanceId = m_objectCounter.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+void KestDateTime::store(const std::tm& fields) {
+    m_day = static_cast<std::uint32_t>(fields.tm_mday);
+    m_month = static_cast<std::uint32_t>(fields.tm_mon);
+    m_year = static_cast<std::uint32_t>(fields.tm_year + 1900);
+    m_hour = static_cast<std::uint32_t>(fields.tm_hour);
+    m_minute = static_cast<std::uint32_t>(fields.tm_min);
+    m_second = static_cast<std::uint32_t>(fields.tm_sec);
+}
+
+std::tm KestDateTime::storedFields() const {
+    std::tm fields{};
+    fields.tm_sec = static_cast<int>(m_second);
+    fields.tm_min = static_cast<int>(m_minute);
+    fields.tm_hour = static_cast<int>(m_hour);
+    fields.tm_mday = static_cast<int>(m_day);
+    fields.tm_mon = static_cast<int>(m_month);
+    fields.tm_year = static_cast<int>(m_year) - 1900;
+    fields.tm_isdst = -1;
+    return fields;
+}
+
+// What the local clock shows at the value's instant; differs from the stored fields for a time of day that clocks skip,
+// which the hour, minute and second setters let in. Fields that have no instant are taken as they stand.
+std::tm KestDateTime::localFields() const {
+    const std::tm stored = storedFields();
+    const std::optional<LocalMoment> moment = internal::momentOfFields(stored);
+    return moment ? internal::brokenDown(moment->civil, moment->daylightSaving)
+                  : internal::brokenDown(internal::civilSeconds(stored), 0);
+}
+
+std::locale KestDateTime::heldLocale() const {
+    return m_locale ? *m_locale : KestLocaleFactory::getDefaultLocale(false);
+}
+
+bool operator==(const KestDateTime& a, const KestDateTime& b) {
+    return a.getTime() == b.getTime();
+}
+
+bool operator!=(const KestDateTime& a, const KestDateTime& b) {
+    return a.getTime() != b.getTime();
+}
+
+bool operator<(const KestDateTime& a, const KestDateTime& b) {
+    return a.getTime() < b.getTime();
+}
+
+bool operator>(const KestDateTime& a, const KestDateTime& b) {
+    return a.getTime() > b.getTime();
+}
+
+bool operator<=(const KestDateTime& a, const KestDateTime& b) {
+    return a.getTime() <= b.getTime();
+}
+
+bool operator>=(const KestDateTime& a, const KestDateTime& b) {
+    return a.getTime() >= b.getTime();
+}
+
+}  // namespace KestSupport

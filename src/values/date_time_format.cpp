@@ -1,0 +1,149 @@
+#include <support/date_time.h>
+#include <support/locales.h>
+
+#include <cstddef>
+#include <ctime>
+#include <ios>
+#include <iterator>
+#include <locale>
+#include <optional>
+#include <streambuf>
+#include <string>
+#include <utility>
+
+#include "platform/local_time.h"
+#include "values/local_zone.h"
+
+namespace KestSupport {
+namespace {
+
+constexpr unsigned short kDateAndTime[] = {'%', 'c', 0};
+constexpr unsigned short kDate[] = {'%', 'x', 0};
+constexpr unsigned short kTime[] = {'%', 'X', 0};
+constexpr unsigned short kWeekday[] = {'%', 'A', 0};
+constexpr unsigned short kMonth[] = {'%', 'B', 0};
+
+/// Collects wide characters as 16-bit units. A string stream does the same at several times the cost.
+class UnitCollector : public std::wstreambuf {
+  public:
+    UnitCollector() { setp(m_buffer, m_buffer + std::size(m_buffer)); }
+
+    wstring16 take() {
+        flush();
+        return std::move(m_units);
+    }
+
+  protected:
+    int_type overflow(int_type character) override {
+        flush();
+        if (!traits_type::eq_int_type(character, traits_type::eof())) sputc(traits_type::to_char_type(character));
+        return traits_type::not_eof(character);
+    }
+
+  private:
+    void flush() {
+        m_units.reserve(m_units.size() + static_cast<std::size_t>(pptr() - pbase()));
+        for (const wchar_t* next = pbase(); next != pptr(); ++next)
+            append(static_cast<char32_t>(*next));
+        setp(m_buffer, m_buffer + std::size(m_buffer));
+    }
+
+    void append(char32_t character) {
+        if (character > 0xFFFF) {
+            const char32_t rest = character - 0x10000;
+            m_units.push_back(static_cast<unsigned short>(0xD800 + (rest >> 10)));
+            m_units.push_back(static_cast<unsigned short>(0xDC00 + (rest & 0x3FF)));
+        } else {
+            m_units.push_back(static_cast<unsigned short>(character));
+        }
+    }
+
+    wchar_t m_buffer[64];
+    wstring16 m_units;
+};
+
+wstring16 formatTime(const std::locale& locale, std::wios& state, const std::tm& fields,
+                     const unsigned short* pattern) {
+    const auto& facet = std::use_facet<std::time_put<wchar_t>>(locale);
+    const std::wstring widePattern(pattern, pattern + std::char_traits<unsigned short>::length(pattern));
+    UnitCollector collector;
+    facet.put(std::ostreambuf_iterator<wchar_t>(&collector), state, L'\0', &fields, widePattern.data(),
+              widePattern.data() + widePattern.size());
+    return collector.take();
+}
+
+std::wios& imbued(std::wios& state, const std::locale& locale) {
+    state.imbue(locale);
+    return state;
+}
+
+}  // namespace
+
+// The facet takes the locale from a stream's state; it needs no stream. Making a state takes as long as the rest, so
+// the one for the default locale, whose facets are all the standard library's own and only read it, serves all threads.
+wstring16 KestDateTime::constructTimeString(std::tm* fields, const std::locale& locale, const unsigned short* pattern) {
+    static const std::locale& defaultLocale = *new std::locale(KestLocaleFactory::getDefaultLocale(false));
+    static std::wios& defaultState = imbued(*new std::wios(nullptr), defaultLocale);
+    if (locale == defaultLocale) return formatTime(locale, defaultState, *fields, pattern);
+    std::wios state(nullptr);
+    return formatTime(locale, imbued(state, locale), *fields, pattern);
+}
+
+// The runtime breaks the instant down, since only it knows the name of the zone, which some locales put into the text.
+wstring16 KestDateTime::localText(const std::locale& locale, const unsigned short* pattern) {
+    std::tm fields = storedFields();
+    if (const std::optional<internal::LocalMoment> moment = internal::momentOfFields(fields)) {
+        platform::localTime(moment->instant, fields);
+    } else {
+        fields = localFields();
+    }
+    return constructTimeString(&fields, locale, pattern);
+}
+
+wstring16 KestDateTime::toString() {
+    return toString(heldLocale());
+}
+
+wstring16 KestDateTime::toString(const std::locale& locale) {
+    return localText(locale, kDateAndTime);
+}
+
+wstring16 KestDateTime::timeToString() {
+    return timeToString(heldLocale());
+}
+
+wstring16 KestDateTime::timeToString(const std::locale& locale) {
+    return localText(locale, kDate);
+}
+
+wstring16 KestDateTime::dateToString() {
+    return dateToString(heldLocale());
+}
+
+wstring16 KestDateTime::dateToString(const std::locale& locale) {
+    return localText(locale, kTime);
+}
+
+wstring16 KestDateTime::weekdayName() {
+    return weekdayName(heldLocale());
+}
+
+wstring16 KestDateTime::weekdayName(const std::locale& locale) {
+    return localText(locale, kWeekday);
+}
+
+wstring16 KestDateTime::monthName() {
+    return monthName(heldLocale());
+}
+
+wstring16 KestDateTime::monthName(const std::locale& locale) {
+    return localText(locale, kMonth);
+}
+
+wstring16 KestDateTime::toGMTString() {
+    std::tm fields = storedFields();
+    platform::utcTime(getTime(), fields);
+    return constructTimeString(&fields, heldLocale(), kDateAndTime);
+}
+
+}  // namespace KestSupport

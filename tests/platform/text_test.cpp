@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <numeric>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "kit/environment_guard.h"
@@ -172,6 +174,23 @@ TEST(Text, Windows1252CarriesEveryByteThereAndBack) {
     std::string bytes(256, '\0');
     std::iota(bytes.begin(), bytes.end(), '\0');
     EXPECT_EQ(narrowed(pageOf("C"), widened(pageOf("C"), bytes)), bytes);
+}
+
+TEST(Text, ThreadsShareCharacterSets) {
+    kit::EnvironmentGuard environment;
+    environment.setLocale("ja_JP.eucJP");
+    std::vector<std::thread> threads;
+    std::atomic<int> good{0};
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            const std::string text = "\xC6\xFC\xCB\xDC";
+            for (int k = 0; k < 50; ++k)
+                good += narrowed(ansiCodePage(), widened(ansiCodePage(), text)) == text ? 1 : 0;
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(good, 200);
 }
 
 TEST(Text, WideStringsKnowTheirLengthAndEndWithAZero) {

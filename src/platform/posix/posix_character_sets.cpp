@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <bit>
 #include <cerrno>
+#include <cstdint>
 #include <iterator>
 #include <numeric>
 #include <string_view>
@@ -28,14 +29,21 @@ constexpr const char* nativeUtf16 = std::endian::native == std::endian::little ?
 // One conversion in progress.
 class Iconv {
   public:
-    Iconv(const char* to, const char* from) : m_handle(open(to, from)) {}
+    Iconv(const char* to, const char* from) {
+        if (const int error = injectedFault("iconv_open"); error != 0) {
+            errno = error;
+            return;
+        }
+        m_handle = iconv_open(to, from);
+        m_open = reinterpret_cast<std::intptr_t>(m_handle) != -1;
+    }
     Iconv(const Iconv&) = delete;
     Iconv& operator=(const Iconv&) = delete;
     ~Iconv() {
-        if (isOpen()) iconv_close(m_handle);
+        if (m_open) iconv_close(m_handle);
     }
 
-    bool isOpen() const { return m_handle != invalid(); }
+    bool isOpen() const { return m_open; }
 
     /// Converts until the source is used up (0) or something stops it (an errno value). An empty source ends the text:
     /// it writes what is still due and returns to the initial state.
@@ -49,16 +57,8 @@ class Iconv {
     }
 
   private:
-    static iconv_t invalid() { return reinterpret_cast<iconv_t>(-1); }
-    static iconv_t open(const char* to, const char* from) {
-        if (const int error = injectedFault("iconv_open"); error != 0) {
-            errno = error;
-            return invalid();
-        }
-        return iconv_open(to, from);
-    }
-
-    iconv_t m_handle;
+    iconv_t m_handle = nullptr;
+    bool m_open = false;
 };
 
 // Where converted bytes go. They pass through a piece of its own, since iconv wants more room than some results take.

@@ -1,6 +1,6 @@
 #include "platform/posix/posix_utf8.h"
 
-#include <algorithm>
+#include "platform/ascii_words.h"
 
 namespace KestSupport::platform {
 namespace {
@@ -95,23 +95,6 @@ constexpr bool isTrailing(unsigned char byte) {
     return (byte & 0xC0) == 0x80;
 }
 
-// ASCII goes in blocks, which the compiler turns into vector code: a loop of fixed length without a way out.
-constexpr std::size_t block = 16;
-
-template <typename Unit>
-bool isAsciiBlock(const Unit* text) {
-    unsigned bits = 0;
-    for (std::size_t i = 0; i < block; ++i)
-        bits |= text[i];
-    return bits < 0x80;
-}
-
-template <typename From, typename To>
-void copyBlock(const From* text, To* dest) {
-    for (std::size_t i = 0; i < block; ++i)
-        dest[i] = static_cast<To>(text[i]);
-}
-
 // A conversion in progress: what is left of the source, and of the destination.
 template <typename From, typename To>
 struct Progress {
@@ -126,8 +109,10 @@ struct Progress {
 
     // ASCII, for as long as it lasts.
     void copyAscii() {
-        while (left() >= block && space() >= block && isAsciiBlock(text)) {
-            copyBlock(text, dest);
+        constexpr std::size_t block = unitsPerWord<From>;
+        while (left() >= block && space() >= block && isAsciiWord<From>(loadWord(text))) {
+            for (std::size_t i = 0; i < block; ++i)
+                dest[i] = static_cast<To>(text[i]);
             text += block;
             dest += block;
         }

@@ -1,0 +1,38 @@
+// Looks at text eight bytes at a time: characters of one byte or units of two, side by side in a 64-bit word.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace KestSupport::platform {
+
+template <typename Unit>
+inline constexpr std::size_t unitsPerWord = sizeof(std::uint64_t) / sizeof(Unit);
+
+/// A word with `value` for each of its units.
+template <typename Unit>
+constexpr std::uint64_t wordOf(Unit value) {
+    constexpr std::uint64_t ones = ~std::uint64_t{0} / static_cast<Unit>(-1);
+    return ones * value;
+}
+
+template <typename Unit>
+std::uint64_t loadWord(const Unit* text) {
+    std::uint64_t word;
+    std::memcpy(&word, text, sizeof word);
+    return word;
+}
+
+template <typename Unit>
+constexpr bool isAsciiWord(std::uint64_t word) {
+    return (word & wordOf(static_cast<Unit>(~0x7F))) == 0;
+}
+
+/// ASCII without zeros: a zero less 1 has all bits. What is borrowed from a neighbour does no harm, as a zero lends it.
+template <typename Unit>
+constexpr bool isPlainWord(std::uint64_t word) {
+    return isAsciiWord<Unit>(word | (word - wordOf<Unit>(1)));
+}
+
+}  // namespace KestSupport::platform

@@ -86,12 +86,11 @@ Link* nextWait(const Link& link) noexcept {
 bool takeMutex(WaitObject& mutex, std::uint32_t id, bool& abandoned) noexcept {
     std::uint32_t owner = mutex.owner.load(std::memory_order_acquire);
     if (owner == id) {
-        ++mutex.depth;
+        ++mutex.innerLevels;
         return true;
     }
     while (owner == WaitObject::kNobody) {
         if (mutex.owner.compare_exchange_weak(owner, id, std::memory_order_acquire, std::memory_order_acquire)) {
-            mutex.depth = 1;
             return true;
         }
     }
@@ -100,8 +99,8 @@ bool takeMutex(WaitObject& mutex, std::uint32_t id, bool& abandoned) noexcept {
     if (owner != WaitObject::kReserved && !ownerGone) return false;
     abandoned = abandoned || ownerGone || mutex.abandoned;
     mutex.abandoned = false;
+    mutex.innerLevels = 0;
     mutex.owner.store(id, std::memory_order_relaxed);
-    mutex.depth = 1;
     return true;
 }
 
@@ -168,6 +167,7 @@ WaitObject* reuseMutex(ThreadRecord& self) noexcept {
     g_closedMutexes = mutex->nextContended;
     mutex->nextContended = nullptr;
     mutex->abandoned = false;
+    mutex->innerLevels = 0;
     mutex->owner.store(WaitObject::kNobody, std::memory_order_relaxed);
     return mutex;
 }

@@ -47,23 +47,7 @@ Attempt tryEvent(WaitObject& event) noexcept {
 
 bool tryMutex(WaitObject& mutex, std::uint32_t id) noexcept {
     std::uint32_t owner = WaitObject::kNobody;
-    if (!mutex.owner.compare_exchange_strong(owner, id, std::memory_order_acquire, std::memory_order_relaxed)) {
-        return false;
-    }
-    mutex.depth = 1;
-    return true;
-}
-
-Attempt tryObject(WaitObject& object, ThreadRecord& self) noexcept {
-    switch (object.kind) {
-        case Kind::mutex:
-            return tryMutex(object, self.id) ? Attempt::taken : Attempt::notNow;
-        case Kind::autoEvent:
-        case Kind::manualEvent:
-            return tryEvent(object);
-        default:
-            return Attempt::dispatcherDecides;
-    }
+    return mutex.owner.compare_exchange_strong(owner, id, std::memory_order_acquire, std::memory_order_relaxed);
 }
 
 // Looks at an object for a while before the thread sleeps: long when that paid last time, else hardly at all. Two
@@ -79,7 +63,9 @@ bool spinFor(WaitObject& object, ThreadRecord& self) noexcept {
                                    ? object.owner.load(std::memory_order_relaxed) == WaitObject::kNobody
                                    : (object.word.load(std::memory_order_relaxed) & WaitObject::kSignalled) != 0;
         if (!promising) continue;
-        const Attempt attempt = tryObject(object, self);
+        const Attempt attempt = object.isEvent()            ? tryEvent(object)
+                                : tryMutex(object, self.id) ? Attempt::taken
+                                                            : Attempt::notNow;
         if (attempt == Attempt::taken) {
             if (vain != 0) object.vainSpins.store(0, std::memory_order_relaxed);
             return true;
@@ -138,7 +124,10 @@ class SlowWait {
             return true;
         }
         if (object.kind != Kind::mutex || object.owner.load(std::memory_order_relaxed) != m_self.id) return false;
-        if (--object.depth != 0) return true;
+        if (object.innerLevels != 0) {
+            --object.innerLevels;
+            return true;
+        }
         object.owner.store(WaitObject::kNobody, std::memory_order_release);
         dispatcher.offer(object);
         return true;
@@ -223,6 +212,34 @@ std::uint32_t waitSlowly(ThreadRecord& self, WaitObject& object, std::uint32_t t
     return SlowWait(self, waiter, timeout).run(toSignal);
 }
 
+// The rare ends of the calls below, out of line: the fast paths then need no stack frame, and its stores would have to
+// drain before the next locked instruction.
+
+[[gnu::noinline]] std::uint32_t waitAfterFirstLook(WaitObject& object, std::uint32_t timeout) noexcept {
+    ThreadRecord& self = currentRecord();
+    if (object.isEvent()) {
+        const Attempt attempt = tryEvent(object);
+        if (attempt == Attempt::taken) return kWaitObject0;
+        if (attempt == Attempt::notNow && timeout == 0) return kWaitTimeout;
+    } else if (object.kind == Kind::mutex && tryMutex(object, self.id)) {
+        return kWaitObject0;
+    }
+    if (timeout != 0 && spinningPays() && spinFor(object, self)) return kWaitObject0;
+    return waitSlowly(self, object, timeout, nullptr);
+}
+
+[[gnu::noinline]] bool signalQueued(WaitObject& event) noexcept {
+    Dispatcher dispatcher(currentRecord());
+    dispatcher.signal(event, true);
+    return true;
+}
+
+[[gnu::noinline]] bool offerReleased(WaitObject& mutex) noexcept {
+    Dispatcher dispatcher(currentRecord());
+    dispatcher.offer(mutex);
+    return true;
+}
+
 }  // namespace
 
 WaitHandle createEvent(bool manualReset, bool signalled) noexcept {
@@ -232,17 +249,15 @@ WaitHandle createEvent(bool manualReset, bool signalled) noexcept {
 
 bool setEvent(WaitHandle event) noexcept {
     if (event == nullptr || !event->isEvent()) return false;
-    std::uint32_t word = event->word.load(std::memory_order_relaxed);
+    std::uint32_t word = 0;
     // An event that is signalled already is written all the same: who consumes it must see what this thread did before.
     while ((word & (WaitObject::kQueued | WaitObject::kFrozen)) == 0) {
-        if (event->word.compare_exchange_weak(word, word | WaitObject::kSignalled, std::memory_order_release,
-                                              std::memory_order_relaxed)) {
+        if (event->word.compare_exchange_strong(word, word | WaitObject::kSignalled, std::memory_order_release,
+                                                std::memory_order_relaxed)) {
             return true;
         }
     }
-    Dispatcher dispatcher(currentRecord());
-    dispatcher.signal(*event, true);
-    return true;
+    return signalQueued(*event);
 }
 
 bool resetEvent(WaitHandle event) noexcept {
@@ -274,16 +289,15 @@ WaitHandle createMutex() noexcept {
 
 bool releaseMutex(WaitHandle mutex) noexcept {
     if (mutex == nullptr || mutex->kind != Kind::mutex) return false;
-    ThreadRecord& self = currentRecord();
-    if (mutex->owner.load(std::memory_order_relaxed) != self.id) return false;
-    if (mutex->depth > 1) {
-        --mutex->depth;
+    const std::uint32_t owner = mutex->owner.load(std::memory_order_relaxed);
+    if (owner == WaitObject::kNobody || owner != t_record.id) return false;
+    if (mutex->innerLevels != 0) {
+        --mutex->innerLevels;
         return true;
     }
     storeBeforeLoad(mutex->owner, WaitObject::kNobody);
     if ((mutex->word.load(std::memory_order_relaxed) & WaitObject::kQueued) != 0) [[unlikely]] {
-        Dispatcher dispatcher(self);
-        dispatcher.offer(*mutex);
+        return offerReleased(*mutex);
     }
     return true;
 }
@@ -314,20 +328,24 @@ bool cancelWaitableTimer(WaitHandle timer) noexcept {
 
 std::uint32_t waitForOne(WaitHandle object, std::uint32_t timeout) noexcept {
     if (object == nullptr) return kWaitFailed;
-    ThreadRecord& self = currentRecord();
     if (object->kind == Kind::mutex) {
-        if (object->owner.load(std::memory_order_relaxed) == self.id) {
-            ++object->depth;
+        // A thread that is not attached yet has no id to own a mutex by.
+        if (const std::uint32_t self = t_record.id; self != 0) [[likely]] {
+            if (object->owner.load(std::memory_order_relaxed) == self) {
+                ++object->innerLevels;
+                return kWaitObject0;
+            }
+            if (tryMutex(*object, self)) return kWaitObject0;
+        }
+    } else if (object->kind == Kind::autoEvent) {
+        // The commonest state is tried without a look: a load would wait for the locked instruction of a set just
+        // before it, and the one of this call for the load.
+        std::uint32_t word = WaitObject::kSignalled;
+        if (object->word.compare_exchange_strong(word, 0, std::memory_order_acq_rel, std::memory_order_relaxed)) {
             return kWaitObject0;
         }
-        if (tryMutex(*object, self.id)) return kWaitObject0;
-    } else {
-        const Attempt attempt = tryObject(*object, self);
-        if (attempt == Attempt::taken) return kWaitObject0;
-        if (attempt == Attempt::notNow && timeout == 0) return kWaitTimeout;
     }
-    if (timeout != 0 && spinningPays() && spinFor(*object, self)) return kWaitObject0;
-    return waitSlowly(self, *object, timeout, nullptr);
+    return waitAfterFirstLook(*object, timeout);
 }
 
 std::uint32_t waitForMany(std::span<const WaitHandle> objects, bool all, std::uint32_t timeout) noexcept {

@@ -143,8 +143,10 @@ class WaitObject {
 
     const Kind kind;
     FutexWord word{0};
-    FutexWord owner{kNobody};                 // mutex
-    std::uint32_t depth = 0;                  // mutex: levels of the owner; only it, or who acts for it, uses them
+    FutexWord owner{kNobody};  // mutex
+    // Mutex: levels of the owner beyond the first, so that taking a free one writes nothing but the owner. Only the
+    // owner, or who acts for it, uses them.
+    std::uint32_t innerLevels = 0;
     std::atomic<std::uint32_t> vainSpins{0};  // spins in a row that ended asleep; a hint for the next wait
 
     // Guarded by the dispatcher lock.

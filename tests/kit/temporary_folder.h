@@ -1,0 +1,40 @@
+// A folder of the test's own, removed at the end with all that is in it; and whole files as bytes.
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <string>
+
+namespace kit {
+
+class TemporaryFolder {
+  public:
+    TemporaryFolder() { std::filesystem::create_directories(m_path); }
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    ~TemporaryFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
+
+    std::string path() const { return m_path.string(); }
+    std::string pathOf(const std::string& name) const { return (m_path / name).string(); }
+
+    /// Writes a file and returns its path.
+    std::string write(const std::string& name, const std::string& bytes) const {
+        std::ofstream(pathOf(name), std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        return pathOf(name);
+    }
+    std::string read(const std::string& name) const {
+        std::ifstream file(pathOf(name), std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+  private:
+    const std::filesystem::path m_path =
+        std::filesystem::temp_directory_path() / ("kest_" + std::to_string(std::random_device{}()));
+};
+
+}  // namespace kit

@@ -3,6 +3,15 @@
 #include "platform/type_names.h"
 
 namespace KestSupport {
+namespace {
+
+// Out of line, so that a release that is not the last needs no stack frame.
+[[gnu::noinline]] unsigned long destroy(KestObjectBase* object) {
+    delete object;
+    return 0;
+}
+
+}  // namespace
 
 KestObjectBase::~KestObjectBase() = default;
 
@@ -13,9 +22,8 @@ unsigned long KestObjectBase::addRef() {
 }
 
 unsigned long KestObjectBase::release() {
-    const unsigned long left = m_refCount.fetch_sub(1, std::memory_order_acq_rel) - 1;
-    if (left == 0) delete this;
-    return left;
+    const std::uint32_t left = m_refCount.fetch_sub(1, std::memory_order_acq_rel) - 1;
+    return left != 0 ? left : destroy(this);
 }
 
 unsigned long KestObjectBase::refCount() const {

@@ -16,37 +16,29 @@ using namespace KestSupport::platform;
 using Units = std::vector<unsigned short>;
 
 constexpr unsigned short R = 0xFFFD;
-constexpr unsigned short untouched = 0xABCD;
 
 // Converts with just the room needed, checks that nothing behind it is touched and that one less is not enough.
-Units widened(CodePage page, const std::string& text) {
-    Units units(4 * text.size() + 1, untouched);
-    const std::size_t written = widenText(page, text.data(), text.size(), units.data(), 4 * text.size());
-    Units exact(written + 1, untouched);
-    EXPECT_EQ(widenText(page, text.data(), text.size(), exact.data(), written), written);
-    EXPECT_EQ(exact.back(), untouched);
-    if (written != 0) {
-        exact[written - 1] = untouched;
-        EXPECT_EQ(widenText(page, text.data(), text.size(), exact.data(), written - 1), 0u);
-        EXPECT_EQ(exact[written - 1], untouched);
+template <typename To, typename From>
+To converted(std::size_t (*convert)(CodePage, const typename From::value_type*, std::size_t, typename To::value_type*,
+                                    std::size_t),
+             CodePage page, const From& text) {
+    constexpr typename To::value_type untouched = 0x5A;
+    To result(4 * text.size() + 1, untouched);
+    const std::size_t written = convert(page, text.data(), text.size(), result.data(), 4 * text.size());
+    for (std::size_t room = written == 0 ? 0 : written - 1; room <= written; ++room) {
+        To exact(room + 1, untouched);
+        EXPECT_EQ(convert(page, text.data(), text.size(), exact.data(), room), room == written ? written : 0);
+        EXPECT_EQ(exact.back(), untouched);
     }
-    units.resize(written);
-    return units;
+    result.resize(written);
+    return result;
 }
 
+Units widened(CodePage page, const std::string& text) {
+    return converted<Units>(widenText, page, text);
+}
 std::string narrowed(CodePage page, const Units& units) {
-    std::string text(4 * units.size() + 1, '~');
-    const std::size_t written = narrowText(page, units.data(), units.size(), text.data(), 4 * units.size());
-    std::string exact(written + 1, '~');
-    EXPECT_EQ(narrowText(page, units.data(), units.size(), exact.data(), written), written);
-    EXPECT_EQ(exact.back(), '~');
-    if (written != 0) {
-        exact[written - 1] = '~';
-        EXPECT_EQ(narrowText(page, units.data(), units.size(), exact.data(), written - 1), 0u);
-        EXPECT_EQ(exact[written - 1], '~');
-    }
-    text.resize(written);
-    return text;
+    return converted<std::string>(narrowText, page, units);
 }
 
 CodePage pageOf(const std::string& locale) {
@@ -111,7 +103,7 @@ TEST(Text, Utf8CarriesEachCharacterAtEachPlaceOfABlock) {
             EXPECT_EQ(narrowed(codePageUtf8, units), text);
         }
     }
-    for (char32_t c = 0; c < 0x110000; c += 1) {
+    for (char32_t c = 0; c < 0x110000; ++c) {
         if (c >= 0xD800 && c < 0xE000) continue;
         const auto high = static_cast<unsigned short>(0xD7C0 + (c >> 10));
         const auto low = static_cast<unsigned short>(0xDC00 | (c & 0x3FF));

@@ -144,6 +144,16 @@ std::string narrowThrough(platform::CodePage codePage, const unsigned short* tex
         [&](char* dest, std::size_t capacity) { return platform::narrowText(codePage, text, length, dest, capacity); });
 }
 
+// An exception made from narrow text converts it, and that must not fail for the reason which is being told: ASCII,
+// which the text nearly always is, is therefore widened here.
+[[noreturn]] void throwConversionFailed(const std::string& operation, const std::exception& failure) {
+    const std::string text =
+        "KestStringUtilities::" + operation + ": ctype facet cannot be created for the locale - " + failure.what();
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+    if (plainLength(bytes, text.size()) != text.size()) throw KestException(text, 0);
+    throw KestException(wstring16(bytes, bytes + text.size()), 0);
+}
+
 struct FreeBstr {
     void operator()(unsigned short* text) const noexcept { SysFreeString(text); }
 };
@@ -235,9 +245,7 @@ wstring16 KestStringUtilities::widen(const std::string& s, std::locale loc) {
         facet.widen(s.data(), s.data() + s.size(), buffer.data());
         return wstring16(buffer.data());
     } catch (const std::exception& failure) {
-        throw KestException(
-            std::string("KestStringUtilities::widen: ctype facet cannot be created for the locale - ") + failure.what(),
-            0);
+        throwConversionFailed("widen", failure);
     }
 }
 

@@ -3,12 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
+#include <cstring>
 #include <numeric>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "kit/environment_guard.h"
+#include "platform/fault_seam.h"
 
 namespace {
 
@@ -139,6 +142,12 @@ TEST(Text, AnsiCodePageIsTheCharacterSetOfTheEnvironment) {
         EXPECT_EQ(narrowed(page, row.units), row.bytes) << row.locale;
         EXPECT_EQ(pageOf(row.locale), page);
     }
+}
+
+TEST(Text, ACharacterSetThatCannotBeOpenedGivesWayToThatOfC) {
+    setFaultHook([](const char* call) noexcept { return std::strcmp(call, "iconv_open") == 0 ? EMFILE : 0; });
+    EXPECT_EQ(pageOf("ko_KR.eucKR"), pageOf("C"));
+    setFaultHook(nullptr);
 }
 
 TEST(Text, EnvironmentVariablesDecideInTheirOrder) {

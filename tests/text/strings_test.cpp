@@ -205,16 +205,4 @@ TEST(Strings, BstrsThatFindNoMemoryThrowWithTheSystemsText) {
     SysFreeString(text);
 }
 
-TEST(Strings, AConversionThatTheSystemCannotMakeAtPresentThrowsItsReason) {
-    const std::locale japanese = ansiLocale("ja_JP.eucJP");
-    platform::setFaultHook([](const char* call) noexcept { return std::strcmp(call, "iconv_open") == 0 ? EMFILE : 0; });
-    for (const std::string& text : {textThrown([&] { KestStringUtilities::widen("a", japanese); }),
-                                    textThrown([&] { KestStringUtilities::narrow(wide(u"a"), japanese); })}) {
-        EXPECT_NE(text.find("ctype facet cannot be created for the locale - "), std::string::npos) << text;
-        EXPECT_NE(text.find(std::strerror(EMFILE)), std::string::npos) << text;
-    }
-    platform::setFaultHook(nullptr);
-    EXPECT_EQ(KestStringUtilities::widen("a", japanese), wide(u"a"));
-}
-
 }  // namespace

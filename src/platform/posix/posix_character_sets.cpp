@@ -7,10 +7,9 @@
 #include <cerrno>
 #include <cstdint>
 #include <iterator>
+#include <mutex>
 #include <numeric>
 #include <string_view>
-#include <system_error>
-#include <utility>
 
 #include "platform/fault_seam.h"
 
@@ -44,6 +43,9 @@ class Iconv {
     }
 
     bool isOpen() const { return m_open; }
+
+    /// Back to the initial state.
+    void restart() { iconv(m_handle, nullptr, nullptr, nullptr, nullptr); }
 
     /// Converts until the source is used up (0) or something stops it (an errno value). An empty source ends the text:
     /// it writes what is still due and returns to the initial state.
@@ -83,32 +85,34 @@ struct Output {
     }
 };
 
-// A set that iconv converts: one in which a character may take several bytes.
+// A set that iconv converts: one in which a character may take several bytes. Its two conversions stay open, so that
+// none fails later for want of a descriptor or of memory.
 class IconvSet : public CharacterSet {
   public:
-    explicit IconvSet(std::string name) : m_name(std::move(name)) {}
+    explicit IconvSet(const std::string& name)
+        : m_widening(nativeUtf16, name.c_str()), m_narrowing(name.c_str(), nativeUtf16) {}
+
+    bool isOpen() const { return m_widening.isOpen() && m_narrowing.isOpen(); }
 
     std::size_t widen(const char* text, std::size_t length, unsigned short* dest, std::size_t capacity) const override {
-        const std::size_t bytes = convert(nativeUtf16, m_name.c_str(), {text, length}, "?",
-                                          reinterpret_cast<char*>(dest), capacity * sizeof *dest);
-        return bytes / sizeof *dest;
+        return convert(m_widening, {text, length}, "?", {reinterpret_cast<char*>(dest), capacity * sizeof *dest}) /
+               sizeof *dest;
     }
 
     std::size_t narrow(const unsigned short* text, std::size_t length, char* dest,
                        std::size_t capacity) const override {
         constexpr unsigned short questionMark = '?';
-        return convert(m_name.c_str(), nativeUtf16, {reinterpret_cast<const char*>(text), length * sizeof *text},
-                       {reinterpret_cast<const char*>(&questionMark), sizeof questionMark}, dest, capacity);
+        return convert(m_narrowing, {reinterpret_cast<const char*>(text), length * sizeof *text},
+                       {reinterpret_cast<const char*>(&questionMark), sizeof questionMark}, {dest, capacity});
     }
 
   private:
     // Returns the bytes written. The question mark comes in the source's encoding: it goes through the conversion like
     // the text, so that a set with shift states gets it right; its size is that of a unit of the source.
-    static std::size_t convert(const char* to, const char* from, std::string_view source, std::string_view questionMark,
-                               char* dest, std::size_t capacity) {
-        Iconv conversion(to, from);
-        if (!conversion.isOpen()) throw std::system_error(errno, std::generic_category(), from);
-        Output output{dest, capacity};
+    std::size_t convert(Iconv& conversion, std::string_view source, std::string_view questionMark,
+                        Output output) const {
+        const std::lock_guard lock(m_mutex);
+        conversion.restart();
         while (!source.empty()) {
             if (!output.take(conversion, source)) return 0;
             if (source.empty()) break;
@@ -119,10 +123,10 @@ class IconvSet : public CharacterSet {
         return output.take(conversion, source) ? output.written : 0;
     }
 
-    std::string m_name;
-    // Conversions open one of their own, for it has a state; with these two the C runtime keeps its modules loaded.
-    Iconv m_widening{nativeUtf16, m_name.c_str()};
-    Iconv m_narrowing{m_name.c_str(), nativeUtf16};
+    mutable std::mutex m_mutex;
+    // Both have a state, which m_mutex guards.
+    mutable Iconv m_widening;
+    mutable Iconv m_narrowing;
 };
 
 enum class ByteKind { character, unknown, lead };
@@ -139,6 +143,12 @@ ByteKind readByte(Iconv& conversion, char byte, unsigned short& unit) {
     if (error == EINVAL) return ByteKind::lead;
     unit = units[0];
     return error == 0 && space == sizeof units - sizeof unit ? ByteKind::character : ByteKind::unknown;
+}
+
+std::unique_ptr<CharacterSet> openIconvSet(const std::string& name) {
+    auto set = std::make_unique<IconvSet>(name);
+    if (!set->isOpen()) return nullptr;
+    return set;
 }
 
 }  // namespace
@@ -186,7 +196,7 @@ std::unique_ptr<CharacterSet> openCharacterSet(const std::string& name) {
     SingleByteSet::Units units;
     for (std::size_t i = 0; i < units.size(); ++i) {
         const ByteKind kind = readByte(conversion, static_cast<char>(i), units[i]);
-        if (kind == ByteKind::lead) return std::make_unique<IconvSet>(name);
+        if (kind == ByteKind::lead) return openIconvSet(name);
         if (kind == ByteKind::unknown) units[i] = '?';
     }
     return std::make_unique<SingleByteSet>(units);

@@ -34,6 +34,14 @@ const unsigned short* narrowRange(platform::CodePage codePage, const unsigned sh
     return last;
 }
 
+// A facet of someone else's tells by a zero where its text ends.
+template <typename String, typename Conversion>
+String convertByFacet(std::size_t length, const Conversion& conversion) {
+    std::vector<typename String::value_type> buffer(capacityFor(length) + expansion);
+    conversion(buffer.data());
+    return String(buffer.data());
+}
+
 // The facets of the library need no cleared buffer of four times the text: their conversions are known to write a zero
 // only for a zero, and how much they write.
 constexpr platform::CodePage foreignFacet = 0;
@@ -241,9 +249,8 @@ wstring16 KestStringUtilities::widen(const std::string& s, std::locale loc) {
         if (const platform::CodePage codePage = codePageOf(facet); codePage != foreignFacet) {
             return widenThrough(codePage, s.data(), s.size());
         }
-        std::vector<unsigned short> buffer(capacityFor(s.size()) + expansion);
-        facet.widen(s.data(), s.data() + s.size(), buffer.data());
-        return wstring16(buffer.data());
+        return convertByFacet<wstring16>(
+            s.size(), [&](unsigned short* dest) { facet.widen(s.data(), s.data() + s.size(), dest); });
     } catch (const std::exception& failure) {
         throwConversionFailed("widen", failure);
     }
@@ -255,14 +262,10 @@ std::string KestStringUtilities::narrow(const wstring16& s, std::locale loc) {
         if (const platform::CodePage codePage = codePageOf(facet); codePage != foreignFacet) {
             return narrowThrough(codePage, s.data(), s.size());
         }
-        std::vector<char> buffer(capacityFor(s.size()) + expansion);
-        facet.narrow(s.data(), s.data() + s.size(), ' ', buffer.data());
-        return std::string(buffer.data());
+        return convertByFacet<std::string>(s.size(),
+                                           [&](char* dest) { facet.narrow(s.data(), s.data() + s.size(), ' ', dest); });
     } catch (const std::exception& failure) {
-        throw KestException(
-            std::string("KestStringUtilities::narrow: ctype facet cannot be created for the locale - ") +
-                failure.what(),
-            0);
+        throwConversionFailed("narrow", failure);
     }
 }
 

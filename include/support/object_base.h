@@ -68,8 +68,11 @@ class KestSmartPointer {
         if (m_pTarget != nullptr) m_pTarget->release();
     }
 
-    KestSmartPointer& operator=(const KestSmartPointer& other) { return *this = other.m_pTarget; }
-    KestSmartPointer& operator=(KestSmartPointer&& other) {
+    KestSmartPointer& operator=(const KestSmartPointer& other) {
+        if (this != &other) *this = other.m_pTarget;
+        return *this;
+    }
+    KestSmartPointer& operator=(KestSmartPointer&& other) noexcept {
         if (this == &other) return *this;
         T* const target = other.m_pTarget;
         other.m_pTarget = nullptr;

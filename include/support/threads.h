@@ -55,6 +55,8 @@ class KEST_SUPPORT_EXPORT KestThread : public KestCollaborator, public KestObjec
     class KEST_SUPPORT_EXPORT ThreadDone : public KestNotification {
       public:
         explicit ThreadDone(int exitCode) noexcept : m_exitCode(exitCode) {}
+        // The id says nothing here and is not carried over.
+        // NOLINTNEXTLINE(bugprone-copy-constructor-init)
         ThreadDone(const ThreadDone& other) noexcept : KestNotification(), m_exitCode(other.m_exitCode) {}
         ThreadDone& operator=(const ThreadDone& other) noexcept {
             m_exitCode = other.m_exitCode;

@@ -88,6 +88,7 @@ int KestEvent::wait(std::vector<KestEvent*>& events, bool waitAll, int timeout) 
 
 int KestEvent::wait(int count, KestEvent* events, bool waitAll, int timeout) {
     std::vector<KestEvent*> addresses;
+    if (count > 0) addresses.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i)
         addresses.push_back(&events[i]);
     return wait(addresses, waitAll, timeout);

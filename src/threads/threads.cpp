@@ -193,6 +193,7 @@ int KestThread::wait(std::vector<KestThread*>& threads, bool waitAll, int timeou
 
 int KestThread::wait(int count, KestThread* threads, bool waitAll, int timeout) {
     std::vector<KestThread*> addresses;
+    if (count > 0) addresses.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i)
         addresses.push_back(&threads[i]);
     return wait(addresses, waitAll, timeout);

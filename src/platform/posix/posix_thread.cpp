@@ -84,6 +84,7 @@ bool insideRuntime(const void* context) noexcept {
     const auto& registers = static_cast<const ucontext_t*>(context)->uc_mcontext.gregs;
     const auto address = static_cast<std::uintptr_t>(registers[REG_RIP]);
     if (!runtimeCode().contains(address)) return false;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the register holds the address of code
     const auto* const code = reinterpret_cast<const unsigned char*>(address);
     const auto isSystemCall = [](const unsigned char* instruction) {
         return instruction[0] == 0x0F && instruction[1] == 0x05;

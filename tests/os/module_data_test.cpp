@@ -1,0 +1,47 @@
+#include "os/module_data.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "support/locks.h"
+#include "sync/reference_count_lock.h"
+
+namespace KestSupport {
+namespace {
+
+TEST(ModuleData, DerivedClassesKnowWhetherTheyAreEnabled) {
+    struct Own : ModuleData {
+        explicit Own(bool enabled) : ModuleData(enabled) {}
+        void initialize() override {}
+        void terminate() override {}
+        using ModuleData::m_enabled;
+        using ModuleData::m_initCount;
+    };
+    EXPECT_TRUE(Own(true).m_enabled);
+    EXPECT_FALSE(Own(false).m_enabled);
+    EXPECT_EQ(Own(true).m_initCount, 0);
+    EXPECT_EQ(ModuleData::m_pHead, nullptr);
+    ModuleData::entry();
+    ModuleData::exit();
+}
+
+// One test, because the tear-down is for good: the library's own module data made the lock before main.
+TEST(ModuleData, TheLockOfTheProcessLivesFromLoadToTheLastTearDown) {
+    KestCriticalSectionObject* const made = internal::referenceCountLock();
+    ASSERT_NE(made, nullptr);
+    auto module = std::make_unique<Module>();
+    EXPECT_EQ(internal::referenceCountLock(), made) << "there is one for all module data";
+    KestCriticalSectionObject used;
+    used.lock();
+    module.reset();
+    EXPECT_EQ(internal::referenceCountLock(), nullptr);
+    used.unlock();
+    KestCriticalSectionObject fresh;
+    fresh.lock();
+    EXPECT_EQ(fresh.lockCount(), 1) << "a lock that comes late is made without it";
+    fresh.unlock();
+}
+
+}  // namespace
+}  // namespace KestSupport

@@ -30,13 +30,20 @@ class ItemReader {
 
     bool number(int& value) {
         skipSpaces();
-        // Nearly all numbers of a date have two digits.
-        if (isDigit(m_next[0]) && isDigit(m_next[1]) && !isDigit(m_next[2])) {
-            value = (m_next[0] - '0') * 10 + (m_next[1] - '0');
-            m_next += 2;
-            return true;
+        const bool negative = *m_next == '-';
+        if (negative || *m_next == '+') ++m_next;
+        if (!isDigit(*m_next)) return false;
+        const std::int64_t largest = std::int64_t{std::numeric_limits<int>::max()} + (negative ? 1 : 0);
+        std::int64_t magnitude = 0;
+        for (; isDigit(*m_next); ++m_next) {
+            magnitude = magnitude * 10 + (*m_next - '0');
+            if (magnitude > largest) {
+                m_overflowed = true;
+                return false;
+            }
         }
-        return anyNumber(value);
+        value = static_cast<int>(negative ? -magnitude : magnitude);
+        return true;
     }
 
     bool word(std::string_view& value) {
@@ -62,23 +69,6 @@ class ItemReader {
     bool overflowed() const { return m_overflowed; }
 
   private:
-    bool anyNumber(int& value) {
-        const bool negative = *m_next == '-';
-        if (negative || *m_next == '+') ++m_next;
-        if (!isDigit(*m_next)) return false;
-        const std::int64_t largest = std::int64_t{std::numeric_limits<int>::max()} + (negative ? 1 : 0);
-        std::int64_t magnitude = 0;
-        for (; isDigit(*m_next); ++m_next) {
-            magnitude = magnitude * 10 + (*m_next - '0');
-            if (magnitude > largest) {
-                m_overflowed = true;
-                return false;
-            }
-        }
-        value = static_cast<int>(negative ? -magnitude : magnitude);
-        return true;
-    }
-
     void skipSpaces() {
         while (isSpace(*m_next))
             ++m_next;
@@ -139,17 +129,92 @@ bool readAsctime(const std::string& text, DateText& result) {
     return true;
 }
 
-}  // namespace
+// Most texts have exactly the form that the layouts are known by, every number with all its digits. They are read by
+// position, which takes half the time; whatever differs from the form is left to the item readers, with the same
+// result.
+class FixedReader {
+  public:
+    explicit FixedReader(const char* text) : m_text(text) {}
 
-DateLayout layoutOf(const std::string& text) noexcept {
+    int twoDigits(std::size_t at) { return digit(at) * 10 + digit(at + 1); }
+    int fourDigits(std::size_t at) { return twoDigits(at) * 100 + twoDigits(at + 2); }
+    void expect(std::size_t at, char c) { m_fits &= m_text[at] == c; }
+    /// A word of three characters.
+    std::string_view word(std::size_t at) {
+        for (std::size_t i = at; i < at + 3; ++i)
+            m_fits &= m_text[i] != '\0' && !isSpace(m_text[i]);
+        return {m_text + at, 3};
+    }
+    void timeOfDay(std::size_t at, std::tm& fields) {
+        fields.tm_hour = twoDigits(at);
+        expect(at + 2, ':');
+        fields.tm_min = twoDigits(at + 3);
+        expect(at + 5, ':');
+        fields.tm_sec = twoDigits(at + 6);
+    }
+    bool fits() const { return m_fits; }
+
+  private:
+    int digit(std::size_t at) {
+        const int value = m_text[at] - '0';
+        m_fits &= static_cast<unsigned int>(value) <= 9;
+        return value;
+    }
+
+    const char* m_text;
+    bool m_fits = true;
+};
+
+bool readFixedDayMonthYear(const std::string& text, DateText& result) {
+    FixedReader reader(text.data());
+    std::tm& fields = result.fields;
+    fields.tm_mday = reader.twoDigits(0);
+    reader.expect(2, '/');
+    fields.tm_mon = reader.twoDigits(3) - 1;
+    reader.expect(5, '/');
+    fields.tm_year = reader.fourDigits(6) - 1900;
+    reader.expect(10, ' ');
+    reader.timeOfDay(11, fields);
+    return reader.fits();
+}
+
+bool readFixedRfc1123(const std::string& text, DateText& result) {
+    FixedReader reader(text.data());
+    std::tm& fields = result.fields;
+    reader.word(0);
+    reader.expect(3, ',');
+    reader.expect(4, ' ');
+    fields.tm_mday = reader.twoDigits(5);
+    reader.expect(7, ' ');
+    result.monthName = reader.word(8);
+    reader.expect(11, ' ');
+    fields.tm_year = reader.fourDigits(12) - 1900;
+    reader.expect(16, ' ');
+    reader.timeOfDay(17, fields);
+    reader.expect(25, ' ');
+    reader.word(26);
+    return reader.fits();
+}
+
+DateLayout layoutOf(const std::string& text) {
     if (text.find(',') != std::string::npos) return DateLayout::Rfc1123;
     if (text.find('/') != std::string::npos) return DateLayout::DayMonthYear;
     return DateLayout::Asctime;
 }
 
-bool readDateText(const std::string& text, DateLayout layout, DateText& result) {
+}  // namespace
+
+bool readDateText(const std::string& text, DateText& result) {
     result.fields.tm_isdst = -1;
-    switch (layout) {
+    result.layout = DateLayout::DayMonthYear;
+    if (text.size() == kLongestDayMonthYear && readFixedDayMonthYear(text, result)) return true;
+    result.layout = DateLayout::Rfc1123;
+    if (text.size() == kLongestRfc1123 && readFixedRfc1123(text, result)) return true;
+
+    result = DateText{};
+    result.fields.tm_isdst = -1;
+    result.layout = layoutOf(text);
+    switch (result.layout) {
         case DateLayout::Rfc1123:
             return readRfc1123(text, result);
         case DateLayout::DayMonthYear:

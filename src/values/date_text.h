@@ -17,15 +17,14 @@ namespace KestSupport::internal {
 
 enum class DateLayout { Rfc1123, DayMonthYear, Asctime };
 
-/// The layout that the characters of the text select.
-DateLayout layoutOf(const std::string& text) noexcept;
-
 struct DateText {
+    DateLayout layout = DateLayout::Asctime;
     std::tm fields{};            ///< tm_isdst is -1; tm_mon only for a layout that has the month as a number
     std::string_view monthName;  ///< for the other layouts; points into the text
 };
 
-/// Reads the items of a text in that layout; false when it is too long for the layout or lacks a needed item.
-bool readDateText(const std::string& text, DateLayout layout, DateText& result);
+/// Reads a text in the layout that its characters select, which is known afterwards in any case. False when the text is
+/// too long for the layout or lacks a needed item.
+bool readDateText(const std::string& text, DateText& result);
 
 }  // namespace KestSupport::internal

@@ -235,15 +235,14 @@ KestDateTime& KestDateTime::subtract(FieldId_t field, unsigned int amount) {
 }
 
 bool KestDateTime::setDateTime(const std::string& text, std::string& message) {
-    const internal::DateLayout layout = internal::layoutOf(text);
     internal::DateText date;
-    if (!internal::readDateText(text, layout, date)) {
-        message =
-            layout == internal::DateLayout::Rfc1123 ? "Incorrect RFC1123 DateTime format" : "Incorrect DateTime format";
+    if (!internal::readDateText(text, date)) {
+        message = date.layout == internal::DateLayout::Rfc1123 ? "Incorrect RFC1123 DateTime format"
+                                                               : "Incorrect DateTime format";
         return false;
     }
-    if (layout != internal::DateLayout::DayMonthYear) date.fields.tm_mon = getMonthForRFCName(date.monthName);
-    if (layout != internal::DateLayout::Rfc1123) {
+    if (date.layout != internal::DateLayout::DayMonthYear) date.fields.tm_mon = getMonthForRFCName(date.monthName);
+    if (date.layout != internal::DateLayout::Rfc1123) {
         *this = date.fields;
         return true;
     }

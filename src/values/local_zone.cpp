@@ -29,14 +29,15 @@ struct Offset {
 template <std::size_t slotCount>
 class OffsetTable {
   public:
-    template <typename Measure>
+    using Measure = Offset (*)(std::int64_t block);
+
     Offset get(std::int64_t block, Measure measure) {
         const std::uint32_t zone = platform::localZone();
         std::atomic<std::uint64_t>& slot = m_slots[static_cast<std::size_t>(block) % slotCount];
         const std::uint64_t tag = static_cast<std::uint64_t>(block) << kBlockShift | std::uint64_t{zone} << kZoneShift;
         const std::uint64_t remembered = slot.load(std::memory_order_relaxed);
-        if (remembered >> kZoneShift == tag >> kZoneShift && zone != 0) return unpack(remembered);
-        const Offset offset = measure();
+        if ((remembered ^ tag) >> kZoneShift == 0 && zone != 0) return unpack(remembered);
+        const Offset offset = measure(block);
         // A change of TZ meanwhile would put one zone's offset down as another's.
         if (zone == platform::localZone()) slot.store(tag | pack(offset), std::memory_order_relaxed);
         return offset;
@@ -76,7 +77,9 @@ Offset offsetAt(std::int64_t instant) {
     return {static_cast<std::int32_t>(seconds), fields.tm_isdst > 0, true};
 }
 
-Offset measureQuarter(std::int64_t first) {
+// Kept out of the way of the calls that find what they want in a table, like the other slow paths.
+[[gnu::noinline]] Offset measureQuarter(std::int64_t block) {
+    const std::int64_t first = block * kQuarterHour;
     Offset offset = offsetAt(first);
     // Most zones change their clocks on a quarter of an hour, yet not all: some did so a minute past midnight.
     if (offset != offsetAt(first + kQuarterHour - 1)) offset.settled = false;
@@ -85,7 +88,8 @@ Offset measureQuarter(std::int64_t first) {
 
 // The answer for every local time of the block is proved when the offset is the same as far around as any other instant
 // with such a local time could lie.
-Offset measureCivilBlock(std::int64_t first) {
+[[gnu::noinline]] Offset measureCivilBlock(std::int64_t block) {
+    const std::int64_t first = (block - 1) * kCivilBlock;  // see offsetOfCivil
     Offset offset = offsetAt(first);
     const Offset expected = offset;
     const std::int64_t begin = first - offset.seconds;
@@ -98,14 +102,14 @@ Offset measureCivilBlock(std::int64_t first) {
 
 Offset offsetOfCivil(std::int64_t civil) {
     const std::int64_t block = (civil + kCivilBlock) / kCivilBlock;  // the range begins a little before 1970
-    return g_civilBlocks.get(block, [block] { return measureCivilBlock((block - 1) * kCivilBlock); });
+    return g_civilBlocks.get(block, measureCivilBlock);
 }
 
 bool isRepresentable(const LocalMoment& moment) {
     return moment.instant >= 0 && moment.instant < kEndOfRange && moment.civil < kEndOfRange;
 }
 
-bool askRuntime(const std::tm& fields, LocalMoment& moment) {
+[[gnu::noinline]] bool askRuntime(const std::tm& fields, LocalMoment& moment) {
     std::tm normalised = fields;
     moment.instant = platform::instantOfLocalTime(normalised);
     moment.civil = civilSeconds(normalised);
@@ -131,7 +135,7 @@ bool find(const std::tm& fields, std::int64_t civil, LocalMoment& moment) {
 std::optional<LocalMoment> momentOfInstant(std::int64_t instant) {
     if (instant < 0 || instant >= kEndOfRange) return std::nullopt;
     const std::int64_t block = instant / kQuarterHour;
-    const Offset offset = g_quarters.get(block, [block] { return measureQuarter(block * kQuarterHour); });
+    const Offset offset = g_quarters.get(block, measureQuarter);
     LocalMoment moment{instant, instant + offset.seconds, offset.daylightSaving ? 1 : 0};
     if (!offset.settled) {
         std::tm fields{};

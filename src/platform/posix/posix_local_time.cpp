@@ -44,14 +44,17 @@ class ZoneWatch {
 
     std::uint32_t look() {
         const std::lock_guard guard(m_mutex);
+        // Never destroyed: destructors of static objects use dates too.
+        // It never shrinks either, since m_text points into it.
+        static auto& zones = *new std::map<std::string, std::uint32_t>;
         Sighting sighting = search();
         const std::string text = sighting.text == nullptr ? std::string() : sighting.text;
-        auto known = m_zones.find(text);
-        if (known == m_zones.end() && m_zones.size() < kMostZones) {
-            known = m_zones.emplace(text, static_cast<std::uint32_t>(m_zones.size() + 1)).first;
+        auto known = zones.find(text);
+        if (known == zones.end() && zones.size() < kMostZones) {
+            known = zones.emplace(text, static_cast<std::uint32_t>(zones.size() + 1)).first;
         }
         tzset();
-        if (known == m_zones.end()) return 0;
+        if (known == zones.end()) return 0;
         if (sighting.text != nullptr) sighting.text = known->first.c_str();
         publish(sighting, known->second);
         return known->second;
@@ -82,7 +85,6 @@ class ZoneWatch {
     static constexpr std::size_t kMostZones = 1000;
 
     std::mutex m_mutex;
-    std::map<std::string, std::uint32_t> m_zones;  // guarded by m_mutex; never shrinks, since m_text points into it
     // The published sighting: written under m_mutex, read without.
     std::atomic<std::uint32_t> m_sequence{0};
     std::atomic<char**> m_environment{nullptr};
@@ -92,12 +94,12 @@ class ZoneWatch {
     std::atomic<std::uint32_t> m_number{0};
 };
 
+constinit ZoneWatch g_watch;
+
 }  // namespace
 
 std::uint32_t localZone() {
-    // Never destroyed: destructors of static objects use dates too.
-    static ZoneWatch& watch = *new ZoneWatch;
-    return watch.zone();
+    return g_watch.zone();
 }
 
 bool localTime(std::int64_t instant, std::tm& result) noexcept {

@@ -1,0 +1,361 @@
+#include "threads/timer_manager.h"
+
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <memory>
+#include <new>
+
+#include "platform/clock.h"
+#include "platform/thread.h"
+#include "support/exceptions.h"
+
+namespace KestSupport {
+
+using internal::TimerEntry;
+
+// What outlives the manager. Lock order: the pass lock is only ever tried, under the list lock; while timers fire, the
+// pass lock is held and the list lock is not.
+struct KestTimerManager::Process {
+    KestCriticalSectionObject m_listLock;
+
+    // Held by the thread of a pass, whole; found abandoned when that thread was killed. Null is no protection.
+    const platform::OwnedHandle m_passLock{platform::createMutex()};
+    // Manual reset: set when a firing has ended.
+    const platform::OwnedHandle m_fired{platform::createEvent(true, false)};
+
+    // Guarded by the list lock.
+    std::uint32_t m_passThread = 0;  // the thread of the pass, 0 for none
+    KestTimer* m_pFiring = nullptr;  // the timer that it is firing, null for none
+    bool m_rearm = false;            // that timer goes back into the list if it is periodic
+
+    std::atomic<int> m_liveThreads{0};
+};
+
+namespace {
+
+constexpr std::int64_t kNanoseconds = 1'000'000'000;
+constexpr std::int64_t kNanosecondsPerMillisecond = 1'000'000;
+constexpr std::int64_t kLongestWait = internal::TimerQueue::kLongestRest * kNanoseconds;
+constexpr std::int64_t kCoarseFrom = 10 * kNanoseconds;  // intervals from here on make do with the coarse clock
+constexpr std::int64_t kNotYet = 0;                      // a new thread looks by itself
+constexpr std::uint32_t kFiringCheck = 50;  // milliseconds between looks whether a firing thread still lives
+constexpr int kYieldsAtEnd = 1000;
+
+std::int64_t calendarNanoseconds() noexcept {
+    using std::chrono::duration_cast;
+    using std::chrono::nanoseconds;
+    return duration_cast<nanoseconds>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+// Never ahead of calendarNanoseconds, and cheaper.
+std::int64_t calendarSeconds() noexcept {
+    return static_cast<std::int64_t>(std::time(nullptr));
+}
+
+// The steady time at which an interval from now is over; never before it is.
+std::int64_t deadlineAfter(std::int64_t interval) noexcept {
+    if (interval < kCoarseFrom) return platform::steadyTime() + interval;
+    return platform::coarseSteadyTime() + platform::kCoarseLag + interval;
+}
+
+bool isDue(const TimerEntry& entry, std::int64_t now) noexcept {
+    return entry.expirySeconds < now || (entry.expirySeconds == now && entry.expiryMilliseconds == 0);
+}
+
+// Runs foreign code, whose exceptions have nobody to go to.
+template <typename Result, typename Call>
+Result guarded(Result otherwise, Call&& call) noexcept {
+    try {
+        return call();
+    } catch (...) {
+        return otherwise;
+    }
+}
+
+}  // namespace
+
+std::atomic<KestTimerManager*> KestTimerManager::m_pInstance{nullptr};
+std::atomic<bool> KestTimerManager::m_exiting{false};
+
+KestTimerManager::Process& KestTimerManager::process() {
+    static Process& process = *new Process;
+    return process;
+}
+
+KestTimerManager* KestTimerManager::getInstance() {
+    if (KestTimerManager* const instance = m_pInstance.load(std::memory_order_acquire)) return instance;
+    const KestCriticalSection guard(process().m_listLock, true);
+    if (m_exiting) throw KestException("KestTimerManager::getInstance: Exiting system", 0);
+    if (m_pInstance == nullptr) m_pInstance = new KestTimerManager;
+    return m_pInstance;
+}
+
+void KestTimerManager::deleteInstance() {
+    Process& shared = process();
+    {
+        const KestCriticalSection guard(shared.m_listLock, true);
+        m_exiting = true;
+        KestTimerManager* const manager = m_pInstance.exchange(nullptr);
+        if (manager != nullptr) {
+            manager->dismissThread();
+            if (!manager->isPassUnderWay()) delete manager;  // the pass deletes it otherwise
+        }
+    }
+    for (int yields = 0; shared.m_liveThreads > 0 && yields < kYieldsAtEnd; ++yields)
+        platform::yieldThread();
+}
+
+KestTimerManager::KestTimerManager() : m_timers(calendarSeconds()) {}
+
+KestTimerManager::~KestTimerManager() = default;
+
+template <typename Change>
+void KestTimerManager::update(Change&& change) {
+    bool due = false;
+    {
+        const KestCriticalSection guard(process().m_listLock, true);
+        KestTimerManager* const manager = m_pInstance.load(std::memory_order_relaxed);
+        if (manager == nullptr) return;
+        const std::int64_t now = calendarSeconds();
+        manager->m_timers.settle(now);
+        change(*manager);
+        due = manager->scheduleOrDue(now);
+    }
+    if (due) dispatch();
+}
+
+void KestTimerManager::addTimer(KestTimer& timer) {
+    update([&timer](KestTimerManager& manager) {
+        manager.m_timers.remove(timer.m_entry);
+        manager.insertTimer(timer);
+    });
+}
+
+void KestTimerManager::removeTimer(KestTimer& timer) {
+    update([&timer](KestTimerManager& manager) { manager.remove(timer); });
+}
+
+void KestTimerManager::reschedule() {
+    update([](KestTimerManager&) {});
+}
+
+void KestTimerManager::cancelWait() {
+    const KestCriticalSection guard(process().m_listLock, true);
+    if (KestTimerManager* const manager = m_pInstance) manager->dismissThread();
+}
+
+void KestTimerManager::dismissThread() noexcept {
+    if (m_pWaiting != nullptr) m_pWaiting->wake();
+    m_pWaiting = nullptr;
+}
+
+void KestTimerManager::insertTimer(KestTimer& timer) {
+    const internal::TimerSetting setting = timer.m_setting.load(std::memory_order_relaxed);
+    TimerEntry& entry = timer.m_entry;
+    entry.expirySeconds = calendarSeconds() + setting.seconds;
+    entry.expiryMilliseconds = setting.milliseconds;
+    entry.deadline = deadlineAfter(setting.seconds * kNanoseconds + setting.milliseconds * kNanosecondsPerMillisecond);
+    timer.m_registered.store(true, std::memory_order_release);
+    m_timers.insert(entry);
+}
+
+void KestTimerManager::remove(KestTimer& timer) {
+    Process& shared = process();
+    m_timers.remove(timer.m_entry);
+    const bool firing = shared.m_pFiring == &timer;
+    if (firing) shared.m_rearm = false;
+    timer.m_registered.store(firing, std::memory_order_release);
+}
+
+// True when the caller has to dispatch, without the list lock.
+bool KestTimerManager::scheduleOrDue(std::int64_t now) {
+    if (isPassUnderWay() || m_timers.empty()) return false;
+    const TimerEntry* const first = m_timers.first();
+    if (first != nullptr && isDue(*first, now) && !KestTimerDeferral::isActive()) return true;
+    scheduleFor(first);
+    return false;
+}
+
+void KestTimerManager::scheduleFor(const TimerEntry* first) {
+    if (m_pWaiting == nullptr) {
+        startThread();
+        return;
+    }
+    if (first == nullptr || first->deadline >= m_waitsUntil) return;
+    m_waitsUntil = first->deadline;
+    m_pWaiting->wake();
+}
+
+// The new thread needs the list lock first of all, so it cannot be gone before we have looked whether it came to life.
+// When there is none, the next reschedule tries again.
+void KestTimerManager::startThread() {
+    try {
+        auto thread = std::make_unique<KestTimerThread>();
+        if (!thread->canWait()) return;
+        thread->setMarkForDeath();
+        thread->start();
+        if (!thread->isAlive()) return;
+        m_waitsUntil = kNotYet;
+        m_pWaiting = thread.release();
+    } catch (const std::bad_alloc&) {
+    }
+}
+
+// Clears up after a pass whose thread was killed.
+bool KestTimerManager::isPassUnderWay() {
+    if (!m_dispatching) return false;
+    Process& shared = process();
+    KestTimer* const interrupted = shared.m_pFiring;
+    if (!recoverPass(shared)) return true;
+    m_timers.endPass();
+    m_dispatching = false;
+    if (interrupted != nullptr && shared.m_rearm && !interrupted->m_setting.load().oneShot) rearm(*interrupted);
+    return false;
+}
+
+void KestTimerManager::rearm(KestTimer& timer) {
+    process().m_rearm = false;
+    if (!m_timers.contains(timer.m_entry)) insertTimer(timer);
+}
+
+// True when the thread of the pass under way was killed; nothing is firing then.
+bool KestTimerManager::recoverPass(Process& shared) noexcept {
+    if (shared.m_passThread == platform::currentThreadId()) return false;
+    const std::uint32_t taken = platform::waitForOne(shared.m_passLock.get(), 0);
+    if (taken != platform::kWaitObject0 && taken != platform::kWaitAbandoned) return false;
+    shared.m_passThread = 0;
+    shared.m_pFiring = nullptr;
+    platform::releaseMutex(shared.m_passLock.get());
+    return true;
+}
+
+void KestTimerManager::dispatch() {
+    KestCriticalSection guard(process().m_listLock, true);
+    KestTimerManager* const manager = m_pInstance;
+    if (manager == nullptr || manager->isPassUnderWay()) return;
+    manager->m_timers.settle(calendarSeconds());
+    manager->runPass(guard);
+    if (!manager->isCurrent()) delete manager;
+}
+
+void KestTimerManager::runPass(KestCriticalSection& guard) {
+    Process& shared = process();
+    platform::waitForOne(shared.m_passLock.get(), 0);
+    shared.m_passThread = platform::currentThreadId();
+    m_dispatching = true;
+    m_timers.beginPass();
+    for (bool goOn = true; goOn;) {
+        TimerEntry* const entry = m_timers.takeDue(calendarNanoseconds() / kNanoseconds);
+        goOn = entry != nullptr && fire(*entry->owner, guard);
+    }
+    const bool isThere = isCurrent();  // when not, timers may be destroyed without leaving our list
+    if (isThere) m_timers.endPass();
+    m_dispatching = false;
+    shared.m_passThread = 0;
+    platform::releaseMutex(shared.m_passLock.get());
+    if (isThere && !m_timers.empty()) scheduleFor(m_timers.first());
+}
+
+// Called and left with the list lock held. False when the manager is gone.
+bool KestTimerManager::fire(KestTimer& timer, KestCriticalSection& guard) {
+    Process& shared = process();
+    shared.m_pFiring = &timer;
+    shared.m_rearm = true;
+    guard.unlock();
+    const bool oneShot = guarded(true, [&timer] { return timer.isOneShot(); });
+    guard.lock();
+    if (isCurrent() && !oneShot && shared.m_rearm) rearm(timer);
+    shared.m_rearm = false;
+    guard.unlock();
+    guarded(false, [&timer] {
+        timer.set();
+        return true;
+    });
+    guard.lock();
+    if (!m_timers.contains(timer.m_entry)) timer.m_registered.store(false, std::memory_order_release);
+    shared.m_pFiring = nullptr;
+    platform::setEvent(shared.m_fired.get());
+    return isCurrent();
+}
+
+void KestTimerManager::waitWhileFiring(const KestTimer& timer) {
+    Process& shared = process();
+    KestCriticalSection guard(shared.m_listLock, true);
+    while (shared.m_pFiring == &timer && shared.m_passThread != platform::currentThreadId()) {
+        if (recoverPass(shared)) return;
+        platform::resetEvent(shared.m_fired.get());
+        guard.unlock();
+        platform::waitForOne(shared.m_fired.get(), kFiringCheck);
+        guard.lock();
+    }
+}
+
+KestTimerManager::Order KestTimerManager::nextOrder(const KestTimerThread& thread, std::uint32_t& milliseconds) {
+    const KestCriticalSection guard(process().m_listLock, true);
+    KestTimerManager* const manager = m_pInstance;
+    if (manager == nullptr || manager->m_pWaiting != &thread) return Order::leave;
+    const std::int64_t calendar = calendarNanoseconds();
+    manager->m_timers.settle(calendar / kNanoseconds);
+    const bool isIdle = manager->m_timers.empty() || manager->isPassUnderWay();
+    const std::int64_t now = platform::steadyTime();
+    const std::int64_t rest = isIdle ? 0 : manager->restOfWait(now, calendar);
+    if (rest <= 0) {
+        manager->m_pWaiting = nullptr;
+        return isIdle ? Order::leave : Order::dispatch;
+    }
+    manager->m_waitsUntil = now + rest;
+    milliseconds = static_cast<std::uint32_t>((rest + kNanosecondsPerMillisecond - 1) / kNanosecondsPerMillisecond);
+    return Order::wait;
+}
+
+std::int64_t KestTimerManager::restOfWait(std::int64_t now, std::int64_t calendar) const noexcept {
+    const TimerEntry* const first = m_timers.first();
+    if (first == nullptr) return kLongestWait;
+    // Its second comes after its interval when the calendar was set back; a pass would find nothing due before.
+    const std::int64_t toSecond = (first->expirySeconds - calendar / kNanoseconds) * kNanoseconds;
+    return std::min(kLongestWait, std::max(first->deadline - now, toSecond - calendar % kNanoseconds));
+}
+
+// A pass starts the thread of the next wait; when none could be made, the one that ran the pass stays.
+bool KestTimerManager::waitAgain(KestTimerThread& thread) {
+    const KestCriticalSection guard(process().m_listLock, true);
+    KestTimerManager* const manager = m_pInstance;
+    if (manager == nullptr || manager->m_pWaiting != nullptr) return false;
+    if (manager->m_timers.empty() || manager->isPassUnderWay()) return false;
+    manager->m_waitsUntil = kNotYet;
+    manager->m_pWaiting = &thread;
+    return true;
+}
+
+KestTimerThread::KestTimerThread() : m_wakeEvent(platform::createEvent(false, false)) {
+    ++KestTimerManager::process().m_liveThreads;
+}
+
+KestTimerThread::~KestTimerThread() {
+    --KestTimerManager::process().m_liveThreads;
+}
+
+int KestTimerThread::run() {
+    do {
+        if (!waitForExpiry()) return 0;
+        KestTimerManager::dispatch();
+    } while (KestTimerManager::waitAgain(*this));
+    return 0;
+}
+
+bool KestTimerThread::waitForExpiry() {
+    for (;;) {
+        std::uint32_t milliseconds = 0;
+        const KestTimerManager::Order order = KestTimerManager::nextOrder(*this, milliseconds);
+        if (order != KestTimerManager::Order::wait) return order == KestTimerManager::Order::dispatch;
+        platform::waitForOne(m_wakeEvent.get(), milliseconds);
+    }
+}
+
+int& KestTimerDeferral::depth() noexcept {
+    thread_local int depth = 0;
+    return depth;
+}
+
+}  // namespace KestSupport

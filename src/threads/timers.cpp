@@ -1,0 +1,69 @@
+#include "support/timers.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "support/exceptions.h"
+#include "threads/timer_manager.h"
+
+namespace KestSupport {
+namespace {
+
+internal::TimerSetting normalise(std::int32_t seconds, std::int32_t milliseconds, bool oneShot) noexcept {
+    using Limits = std::numeric_limits<std::int32_t>;
+    const std::int64_t sum = std::int64_t{seconds} + milliseconds / 1000;
+    const std::int64_t held = std::clamp<std::int64_t>(sum, Limits::min(), Limits::max());
+    return {static_cast<std::int32_t>(held), static_cast<std::int16_t>(milliseconds % 1000), oneShot};
+}
+
+}  // namespace
+
+KestTimer::KestTimer() noexcept : m_setting(internal::TimerSetting{}) {}
+
+KestTimer::KestTimer(std::int32_t milliseconds, bool oneShot) noexcept : KestTimer(0, milliseconds, oneShot) {}
+
+KestTimer::KestTimer(std::int32_t seconds, std::int32_t milliseconds, bool oneShot) noexcept
+    : m_setting(normalise(seconds, milliseconds, oneShot)) {}
+
+KestTimer::~KestTimer() {
+    KestTimer::stop();
+}
+
+void KestTimer::reset() {
+    const internal::TimerSetting setting = m_setting.load(std::memory_order_acquire);
+    start(setting.seconds, setting.milliseconds, setting.oneShot);
+}
+
+void KestTimer::start(std::int32_t seconds, std::int32_t milliseconds, bool oneShot) {
+    try {
+        KestTimerManager::getInstance();
+        m_setting.store(normalise(seconds, milliseconds, oneShot), std::memory_order_release);
+        if (seconds > 0 || milliseconds > 0) {
+            KestTimerManager::addTimer(*this);
+        } else {
+            KestTimerManager::removeTimer(*this);
+        }
+    } catch (const KestException&) {  // the library is being torn down
+    }
+}
+
+void KestTimer::start(std::int32_t milliseconds, bool oneShot) {
+    start(0, milliseconds, oneShot);
+}
+
+void KestTimer::stop() {
+    if (!m_registered.load(std::memory_order_acquire)) return;
+    try {
+        KestTimerManager::getInstance();
+        KestTimerManager::removeTimer(*this);
+    } catch (const KestException&) {  // the library is being torn down
+    }
+    // Still registered: being fired, or left over from a manager that is gone.
+    if (m_registered.load(std::memory_order_acquire)) KestTimerManager::waitWhileFiring(*this);
+}
+
+bool KestTimer::isOneShot() const {
+    return m_setting.load(std::memory_order_acquire).oneShot;
+}
+
+}  // namespace KestSupport

@@ -6,6 +6,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -305,9 +306,11 @@ TEST(Wait, SignalAndWaitLeavesNoGapForAPulse) {
 }
 
 TEST(Wait, ShortMemoryGivesANullHandleAndCallsOnItFail) {
-    for (const char* call : {"createEvent", "createMutex", "createWaitableTimer"}) {
+    for (const std::string call : {"createEvent", "createMutex", "createWaitableTimer"}) {
         const kit::FailingCalls failing(call);
-        EXPECT_EQ(createEvent(false, false) == nullptr, std::string(call) == "createEvent");
+        EXPECT_EQ(event() == nullptr, call == "createEvent");
+        EXPECT_EQ(mutex() == nullptr, call == "createMutex");
+        EXPECT_EQ(OwnedHandle(createWaitableTimer(true)) == nullptr, call == "createWaitableTimer");
     }
     EXPECT_FALSE(setEvent(nullptr) || resetEvent(nullptr) || pulseEvent(nullptr) || releaseMutex(nullptr) ||
                  setWaitableTimer(nullptr, 0, 0) || cancelWaitableTimer(nullptr));

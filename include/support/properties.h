@@ -27,6 +27,7 @@
 
 #include <concepts>
 #include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -39,6 +40,11 @@
 #include "support/strings.h"
 
 namespace KestSupport {
+
+namespace internal {
+template <typename StringType>
+class PropertyTable;
+}  // namespace internal
 
 /// Derive from it and override handleProperty to see every entry of a KestProperties.
 template <typename StringType>
@@ -92,8 +98,8 @@ class KEST_SUPPORT_EXPORT KestProperties : public KestObjectBase, public KestCol
 
     /// A copy of everything.
     std::map<StringType, std::vector<StringType>> getProperties() const;
-    /// Calls the iterator once for each entry, in the order of the names. The handler may change this object: entries
-    /// that it removes are not visited, and those that it adds behind the current one are.
+    /// Calls the iterator once for each entry, in the order of the names. The handler may change this object: what it
+    /// removes is not visited any more, what it adds is not visited in this walk.
     void forEach(KestPropertyIterator<StringType>& it) const;
 
     /// Adds the lines of a file to what is there and returns true. Throws KestException, code 0, with
@@ -124,17 +130,19 @@ class KEST_SUPPORT_EXPORT KestProperties : public KestObjectBase, public KestCol
   private:
     using View = std::basic_string_view<CharType, typename StringType::traits_type>;
 
+    using Table = internal::PropertyTable<StringType>;
+
     bool loadPropertiesImpl(const std::string& fileName, CharType separator);
     bool savePropertiesImpl(const std::string& fileName);
     void addLine(View line, CharType separator);
     void addNarrowLine(std::string_view line, char separator);
-    void add(StringType name, View value);
-    /// The first value of a name, null when it is absent. The lock is held by the caller.
-    const StringType* find(const StringType& name) const;
+    void add(View name, View value);
+    /// The table, ready to be read in order.
+    const Table& inOrder() const;
     void logEntries() const;
 
-    mutable KestCriticalSectionObject m_lock;  // guards the map
-    PropertyMap m_properties;                  // every name has at least one value
+    mutable KestCriticalSectionObject m_lock;  // guards the table; those who read all of it do so without
+    std::unique_ptr<Table> m_pTable;           // never null
     bool m_multiValued = true;
 };
 

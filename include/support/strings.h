@@ -48,7 +48,7 @@ struct char_traits_ci : std::char_traits<CharT> {
         return nullptr;
     }
 
-  private:
+    /// What is compared in place of the character.
     static int fold(CharT c) {
         if constexpr (std::is_same_v<CharT, char>) {
             const auto value = static_cast<signed char>(c);

@@ -19,17 +19,16 @@ std::string_view nameOf(std::string_view option) {
     return option.substr(0, option.find('='));
 }
 
-// Whether the specification has the name between a colon and the given end.
-bool hasEntry(std::string_view longSpec, std::string_view name, std::string_view end) {
-    for (std::size_t at = longSpec.find(name, 1); at != std::string_view::npos; at = longSpec.find(name, at + 1)) {
-        if (longSpec[at - 1] == ':' && longSpec.substr(at + name.size()).starts_with(end)) return true;
-    }
-    return false;
-}
-
+// Looks for the name between a colon and either of its ends; the plain one comes first, wherever it stands.
 LongOption findLongOption(std::string_view longSpec, std::string_view name) {
-    if (hasEntry(longSpec, name, ":")) return LongOption::kPlain;
-    return hasEntry(longSpec, name, ".:") ? LongOption::kTakesNextArgument : LongOption::kUnknown;
+    LongOption found = LongOption::kUnknown;
+    for (std::size_t at = longSpec.find(name, 1); at != std::string_view::npos; at = longSpec.find(name, at + 1)) {
+        if (longSpec[at - 1] != ':') continue;
+        const std::string_view end = longSpec.substr(at + name.size());
+        if (end.starts_with(':')) return LongOption::kPlain;
+        if (end.starts_with(".:")) found = LongOption::kTakesNextArgument;
+    }
+    return found;
 }
 
 }  // namespace

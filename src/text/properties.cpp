@@ -8,6 +8,7 @@
 #include "text/log_record.h"
 #include "text/property_line.h"
 #include "text/property_reader.h"
+#include "text/property_table.h"
 #include "text/property_writer.h"
 
 namespace KestSupport {
@@ -40,19 +41,19 @@ auto textForFile(const StringType& text) {
     return all.substr(0, all.find(typename StringType::value_type{}));
 }
 
-template <typename PropertyMap>
-internal::FileEncoding encodingFor(const PropertyMap& properties) {
-    if constexpr (!std::is_same_v<typename PropertyMap::key_type::value_type, char>) {
+template <typename StringType>
+internal::FileEncoding encodingFor(const internal::PropertyTable<StringType>& table) {
+    bool isExpressible = true;
+    if constexpr (!std::is_same_v<typename StringType::value_type, char>) {
         const internal::FileText fileText;
         std::string bytes;
-        for (const auto& [name, values] : properties) {
+        table.visitInOrder([&](const auto& entry) {
             bytes.clear();
-            if (!fileText.narrow(textForFile(name), bytes) || !fileText.narrow(textForFile(values.front()), bytes)) {
-                return internal::FileEncoding::kUtf16;
-            }
-        }
+            isExpressible = isExpressible && fileText.narrow(textForFile(entry.name), bytes) &&
+                            fileText.narrow(textForFile(entry.value), bytes);
+        });
     }
-    return internal::FileEncoding::kBytes;
+    return isExpressible ? internal::FileEncoding::kBytes : internal::FileEncoding::kUtf16;
 }
 
 }  // namespace
@@ -64,22 +65,24 @@ template <typename StringType>
 void KestPropertyIterator<StringType>::handleProperty(const std::pair<const StringType, std::vector<StringType>>&) {}
 
 template <typename StringType>
-KestProperties<StringType>::KestProperties() = default;
+KestProperties<StringType>::KestProperties() : KestProperties(true) {}
 
 template <typename StringType>
-KestProperties<StringType>::KestProperties(bool multiValued) : m_multiValued(multiValued) {}
+KestProperties<StringType>::KestProperties(bool multiValued)
+    : m_pTable(std::make_unique<Table>()), m_multiValued(multiValued) {}
 
 template <typename StringType>
 KestProperties<StringType>::KestProperties(const KestProperties& other)
-    : KestObjectBase(), KestCollaborator(), m_properties(other.m_properties), m_multiValued(other.m_multiValued) {}
+    : KestObjectBase(),
+      KestCollaborator(),
+      m_pTable(std::make_unique<Table>(*other.m_pTable)),
+      m_multiValued(other.m_multiValued) {}
 
 template <typename StringType>
 KestProperties<StringType>& KestProperties<StringType>::operator=(const KestProperties& other) {
     if (this == &other) return *this;
     KestCriticalSection guard(m_lock, true);
-    // Copied as a whole before it is taken over, so that a shortage of memory leaves this object as it was.
-    PropertyMap copy(other.m_properties);
-    m_properties.swap(copy);
+    m_pTable = std::make_unique<Table>(*other.m_pTable);
     m_multiValued = other.m_multiValued;
     return *this;
 }
@@ -95,11 +98,10 @@ void KestProperties<StringType>::addProperty(const StringType& name, const Strin
 template <typename StringType>
 void KestProperties<StringType>::setProperty(const StringType& name, const StringType& value) {
     KestCriticalSection guard(m_lock, true);
-    const auto entry = m_properties.find(name);
-    if (entry == m_properties.end()) {
-        addProperty(name, value);
+    if (auto* const entry = m_pTable->find(name); entry != nullptr) {
+        entry->value = value;
     } else {
-        entry->second.front() = value;
+        addProperty(name, value);
     }
 }
 
@@ -112,7 +114,7 @@ template <typename StringType>
 void KestProperties<StringType>::addPropertyforWSmanDA(const StringType& line) {
     if (line.empty() || line.front() == CharType{'#'}) return;
     try {
-        add(line, View());
+        add(line, View(line).substr(line.size()));
     } catch (const KestException&) {
         // A line that cannot be added is dropped, so that the others of its source are still taken.
     }
@@ -122,51 +124,57 @@ template <typename StringType>
 const StringType& KestProperties<StringType>::getProperty(const StringType& name,
                                                           const StringType& defaultValue) const {
     KestCriticalSection guard(m_lock, true);
-    const StringType* const value = find(name);
-    return value == nullptr ? defaultValue : *value;
+    const auto* const entry = m_pTable->find(name);
+    return entry == nullptr ? defaultValue : entry->value;
 }
 
 template <typename StringType>
 StringType KestProperties<StringType>::getProperty(const StringType& name) const {
-    StringType value;
-    if (!getPropertyValue(name, value)) throw KestPropertyNotFound(name);
-    return value;
+    KestCriticalSection guard(m_lock, true);
+    if (const auto* const entry = m_pTable->find(name); entry != nullptr) return entry->value;
+    guard.unlock();
+    throw KestPropertyNotFound(name);
 }
 
 template <typename StringType>
 bool KestProperties<StringType>::getPropertyValue(const StringType& name, StringType& value) const {
     KestCriticalSection guard(m_lock, true);
-    const StringType* const found = find(name);
-    if (found == nullptr) return false;
-    value = *found;
+    const auto* const entry = m_pTable->find(name);
+    if (entry == nullptr) return false;
+    value = entry->value;
     return true;
 }
 
 template <typename StringType>
 std::vector<StringType> KestProperties<StringType>::getPropertyValues(const StringType& name) const {
     KestCriticalSection guard(m_lock, true);
-    const auto entry = m_properties.find(name);
-    return entry == m_properties.end() ? ValueList() : entry->second;
+    const auto* const entry = m_pTable->find(name);
+    return entry == nullptr ? ValueList() : m_pTable->valuesOf(*entry);
 }
 
 template <typename StringType>
 void KestProperties<StringType>::removeProperty(const StringType& name) {
     KestCriticalSection guard(m_lock, true);
-    m_properties.erase(name);
+    m_pTable->erase(name);
 }
 
 template <typename StringType>
 std::map<StringType, std::vector<StringType>> KestProperties<StringType>::getProperties() const {
-    return m_properties;
+    PropertyMap properties;
+    const Table& table = inOrder();
+    table.visitInOrder([&](const auto& entry) {
+        properties.emplace_hint(properties.end(), StringType(entry.name), table.valuesOf(entry));
+    });
+    return properties;
 }
 
 template <typename StringType>
 void KestProperties<StringType>::forEach(KestPropertyIterator<StringType>& it) const {
-    for (auto position = m_properties.begin(); position != m_properties.end();) {
-        // The handler may remove any entry, so the way on is found by name.
-        const typename PropertyMap::value_type entry = *position;
-        it.handleProperty(entry);
-        position = m_properties.upper_bound(entry.first);
+    ValueList names;
+    inOrder().visitInOrder([&](const auto& entry) { names.emplace_back(entry.name); });
+    for (const StringType& name : names) {
+        const auto* const entry = m_pTable->find(name);
+        if (entry != nullptr) it.handleProperty({name, m_pTable->valuesOf(*entry)});
     }
 }
 
@@ -221,15 +229,15 @@ bool KestProperties<StringType>::loadPropertiesImpl(const std::string& fileName,
 template <typename StringType>
 bool KestProperties<StringType>::savePropertiesImpl(const std::string& fileName) {
     internal::logRecord(kFileOperationLevel, kSaving, fileName);
-    const internal::FileEncoding encoding = encodingFor(m_properties);
+    const Table& table = inOrder();
+    const internal::FileEncoding encoding = encodingFor(table);
     platform::Stream stream = platform::openStream(fileName.c_str(), internal::streamMode(encoding));
     if (stream == nullptr) {
         internal::logRecord(kFileOperationLevel, kCannotOpenToSave, fileName);
         return false;
     }
     internal::PropertyFileWriter<CharType> writer(std::move(stream), encoding);
-    for (const auto& [name, values] : m_properties)
-        writer.writeLine(textForFile(name), textForFile(values.front()));
+    table.visitInOrder([&](const auto& entry) { writer.writeLine(textForFile(entry.name), textForFile(entry.value)); });
     if (!writer.finish()) logAndFail(kCannotWrite, fileName);
     return true;
 }
@@ -238,32 +246,30 @@ template <typename StringType>
 void KestProperties<StringType>::addLine(View line, CharType separator) {
     try {
         const internal::PropertyLine<View> parsed = internal::parsePropertyLine(line, separator);
-        if (!parsed.name.empty()) add(StringType(parsed.name), parsed.value);
+        if (!parsed.name.empty()) add(parsed.name, parsed.value);
     } catch (const KestException&) {
         // A line that cannot be added is dropped, so that the others of its source are still taken.
     }
 }
 
 template <typename StringType>
-void KestProperties<StringType>::add(StringType name, View value) {
-    ValueList values;
-    values.emplace_back(value);
+void KestProperties<StringType>::add(View name, View value) {
+    StringType copy(value);
     KestCriticalSection guard(m_lock, true);
-    const std::size_t count = m_properties.size();
-    // Saved files are in order, so a name that is new most often belongs at the end.
-    const auto entry = m_properties.try_emplace(m_properties.end(), std::move(name), std::move(values));
-    if (m_properties.size() != count) return;
-    if (m_multiValued) {
-        entry->second.push_back(std::move(values.front()));
+    const auto [entry, isNew] = m_pTable->findOrAdd(name);
+    if (isNew || !m_multiValued) {
+        entry->value = std::move(copy);
     } else {
-        entry->second.front() = std::move(values.front());
+        m_pTable->addFurtherValue(*entry, std::move(copy));
     }
 }
 
+// The order is the only thing that reading may have to make, so the lock is held for that alone.
 template <typename StringType>
-const StringType* KestProperties<StringType>::find(const StringType& name) const {
-    const auto entry = m_properties.find(name);
-    return entry == m_properties.end() ? nullptr : &entry->second.front();
+auto KestProperties<StringType>::inOrder() const -> const Table& {
+    KestCriticalSection guard(m_lock, true);
+    m_pTable->prepareOrder();
+    return *m_pTable;
 }
 
 template <typename StringType>
@@ -271,7 +277,7 @@ void KestProperties<StringType>::logEntries() const {
     if (internal::currentLogLevel() != kDumpLevel) return;
     // Others may be loading into this object too, and nothing is logged under a lock.
     KestCriticalSection guard(m_lock, true);
-    const PropertyMap properties(m_properties);
+    const PropertyMap properties = getProperties();
     guard.unlock();
     for (const auto& [name, values] : properties) {
         const StringType& value = values.front();

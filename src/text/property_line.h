@@ -27,7 +27,7 @@ PropertyLine<View> parsePropertyLine(View line, typename View::value_type separa
     using CharType = typename View::value_type;
     if (!line.empty() && line.front() == CharType{'#'}) return {};
     const std::size_t separatorAt = line.find(separator);
-    if (separatorAt == View::npos) return {line, {}};
+    if (separatorAt == View::npos) return {line, line.substr(line.size())};
     View value = line.substr(0, endOfValue(line, separatorAt)).substr(separatorAt + 1);
     while (!value.empty() && value.front() == CharType{' '})
         value.remove_prefix(1);

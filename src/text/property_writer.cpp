@@ -8,27 +8,22 @@ namespace {
 
 constexpr std::size_t kBlock = std::size_t{64} * 1024;
 
-template <typename CharType>
-constexpr CharType kEquals[] = {'='};
-template <typename CharType>
-constexpr CharType kLineFeed[] = {'\n'};
-template <typename CharType>
-constexpr CharType kByteOrderMark[] = {static_cast<CharType>(0xFEFF)};
+constexpr std::string_view kUtf16Mark = "\xFF\xFE";
 
 }  // namespace
 
 template <typename CharType>
 PropertyFileWriter<CharType>::PropertyFileWriter(platform::Stream stream, FileEncoding encoding)
     : m_stream(std::move(stream)), m_encoding(encoding) {
-    if (encoding == FileEncoding::kUtf16) append({kByteOrderMark<CharType>, 1});
+    if (encoding == FileEncoding::kUtf16) m_block = kUtf16Mark;
 }
 
 template <typename CharType>
 void PropertyFileWriter<CharType>::writeLine(View name, View value) {
     append(name);
-    append({kEquals<CharType>, 1});
+    appendAscii('=');
     append(value);
-    append({kLineFeed<CharType>, 1});
+    appendAscii('\n');
     if (m_block.size() >= kBlock) flush();
 }
 
@@ -51,6 +46,12 @@ void PropertyFileWriter<CharType>::append(View text) {
             m_block.push_back(static_cast<char>(unit >> 8));
         }
     }
+}
+
+template <typename CharType>
+void PropertyFileWriter<CharType>::appendAscii(char c) {
+    m_block.push_back(c);
+    if (m_encoding == FileEncoding::kUtf16) m_block.push_back('\0');
 }
 
 template <typename CharType>

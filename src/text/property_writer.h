@@ -35,6 +35,7 @@ class PropertyFileWriter {
 
   private:
     void append(View text);
+    void appendAscii(char c);
     void flush();
 
     platform::Stream m_stream;

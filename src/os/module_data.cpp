@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "sync/reference_count_lock.h"
+#include "threads/timer_manager.h"
 
 namespace KestSupport {
 
@@ -48,6 +49,7 @@ void Module::initialize() {
 }
 
 void Module::terminate() {
+    KestSupport::KestTimerManager::deleteInstance();
     KestSupport::internal::deleteReferenceCountLock();
 }
 

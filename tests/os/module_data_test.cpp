@@ -4,8 +4,11 @@
 
 #include <memory>
 
+#include "support/exceptions.h"
 #include "support/locks.h"
+#include "support/timers.h"
 #include "sync/reference_count_lock.h"
+#include "threads/timer_manager.h"
 
 namespace KestSupport {
 namespace {
@@ -34,8 +37,19 @@ TEST(ModuleData, TheLockOfTheProcessLivesFromLoadToTheLastTearDown) {
     EXPECT_EQ(internal::referenceCountLock(), made) << "there is one for all module data";
     KestCriticalSectionObject used;
     used.lock();
+    KestTimer timer(3600, 0, false);
+    timer.start(3600, 0, false);
     module.reset();
     EXPECT_EQ(internal::referenceCountLock(), nullptr);
+    timer.start(1, true);
+    timer.stop();
+    try {
+        KestTimerManager::getInstance();
+        ADD_FAILURE() << "there is no timer manager any more";
+    } catch (const KestException& exception) {
+        EXPECT_EQ(exception.getText(), "KestTimerManager::getInstance: Exiting system");
+        EXPECT_EQ(exception.getCode(), 0);
+    }
     used.unlock();
     KestCriticalSectionObject fresh;
     fresh.lock();

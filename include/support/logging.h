@@ -181,6 +181,9 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
 
     template <typename Append>
     KestLogging& insert(Append append);
+    template <typename Integer>
+    KestLogging& insertDecimal(Integer value);
+    void writeRecord();
 
     static std::atomic<KestLogging*> m_pInstance;
 

@@ -1,0 +1,59 @@
+// What is logged, for tests to look at: a logger in a folder of its own that is the process's logger while it lives. It
+// says on standard error where it logs to. Threads: what is read holds the records that were ended by then.
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/logging.h"
+
+namespace kit {
+
+/// A folder for log files, removed at the end.
+class LogFolder {
+  public:
+    LogFolder() { std::filesystem::create_directories(m_path); }
+    LogFolder(const LogFolder&) = delete;
+    LogFolder& operator=(const LogFolder&) = delete;
+    ~LogFolder() { std::filesystem::remove_all(m_path); }
+
+    std::string pathOf(const std::string& name) const { return (m_path / name).string(); }
+
+    /// The contents of all files, one after the other.
+    std::string text() const {
+        std::string all;
+        for (const auto& entry : std::filesystem::directory_iterator(m_path)) {
+            std::ifstream file(entry.path(), std::ios::binary);
+            all.append(std::istreambuf_iterator<char>(file), {});
+        }
+        return all;
+    }
+
+  private:
+    const std::filesystem::path m_path =
+        std::filesystem::temp_directory_path() / ("kest_log_" + std::to_string(std::random_device{}()));
+};
+
+class LogCapture : public LogFolder, public KestSupport::KestLogging {
+  public:
+    explicit LogCapture(int level = 9) : KestLogging(pathOf("log"), fileTarget, level) { setInstance(*this); }
+
+    /// The lines without their ends; without the prefixes, if wanted.
+    std::vector<std::string> lines(bool withPrefix = true) const {
+        std::vector<std::string> found;
+        std::istringstream all(text());
+        for (std::string line; std::getline(all, line);) {
+            const std::size_t prefix = line.find("] ");
+            found.push_back(withPrefix || prefix == std::string::npos ? line : line.substr(prefix + 2));
+        }
+        return found;
+    }
+    std::vector<std::string> messages() const { return lines(false); }
+};
+
+}  // namespace kit

@@ -1,0 +1,111 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "kit/log_capture.h"
+#include "support/logging.h"
+#include "support/threads.h"
+
+using namespace KestSupport;
+
+namespace {
+
+constexpr int records = 3000;
+
+/// Sender, number, and a text whose length and letter follow from both.
+std::string message(int sender, int number) {
+    const std::string body(static_cast<std::size_t>(number % 97), static_cast<char>('a' + sender));
+    return std::to_string(sender) + "," + std::to_string(number) + "," + body + ">";
+}
+
+void logRecord(KestLogging& log, int level, const std::string& text) {
+    log << setloglevel("M" + text.substr(0, 1), level) << text[0] << text.c_str() + 1 << endrecord;
+}
+
+void logFromThreads(KestLogging& log, int level, int senders) {
+    std::vector<std::thread> threads;
+    for (int sender = 0; sender < senders; ++sender) {
+        threads.emplace_back([&log, level, sender] {
+            for (int number = 0; number < records; ++number)
+                logRecord(log, level, message(sender, number));
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+/// How many records of each sender arrived. Each line must be a whole one.
+std::vector<int> countRecords(const kit::LogCapture& log) {
+    std::vector<int> counts(10);
+    for (const std::string& line : log.messages()) {
+        const int sender = line.empty() ? 0 : (line[0] - '0') % 10;
+        const int number = line.size() < 2 ? 0 : std::atoi(line.c_str() + 2);
+        if (line != message(sender, number)) ADD_FAILURE() << "torn or mixed: " << line;
+        ++counts[static_cast<std::size_t>(sender)];
+    }
+    return counts;
+}
+
+}  // namespace
+
+TEST(LoggingStress, NoRecordOfManyThreadsIsLostTornOrMixed) {
+    for (const int senders : {2, 10}) {
+        const std::vector<int> counts = [&] {
+            kit::LogCapture log(9);
+            logFromThreads(log, 9, senders);
+            return countRecords(log);
+        }();
+        for (int i = 0; i < 10; ++i)
+            EXPECT_EQ(counts[static_cast<std::size_t>(i)], i < senders ? records : 0);
+    }
+}
+
+TEST(LoggingStress, RecordsAreWholeWhileLevelsAndTargetsChange) {
+    kit::LogCapture log(5);
+    std::atomic<bool> over{false};
+    std::vector<std::thread> threads;
+    for (int sender = 0; sender < 4; ++sender) {
+        threads.emplace_back([&log, &over, sender] {
+            for (int number = 0; !over; ++number)
+                logRecord(log, 4, message(sender, number % records));
+        });
+    }
+    for (int i = 0; i < records; ++i) {
+        log.setLogLevel(3 + i % 3);
+        log.setLogLevel("M1", i % 10);
+        if (i % 100 < 2) log.setTarget(i % 2);
+        std::this_thread::yield();
+    }
+    over = true;
+    for (std::thread& thread : threads)
+        thread.join();
+    log << setloglevel(1) << message(9, 1) << endrecord;
+    EXPECT_EQ(countRecords(log)[9], 1);
+}
+
+TEST(LoggingStress, ThreadsThatAreKilledLeaveTheOthersRecordsWhole) {
+    struct Sender : KestThread {
+        explicit Sender(KestLogging& target) : log(target) {}
+        using KestThread::run;
+        int run() override {
+            for (;;)
+                logRecord(log, 9, text);
+        }
+        KestLogging& log;
+        const std::string text = message(1, 96);  // a killed thread frees nothing
+    };
+    kit::LogCapture log(9);
+    std::thread steady([&] { logFromThreads(log, 9, 1); });
+    for (int i = 0; i < 100; ++i) {
+        Sender sender(log);
+        sender.start();
+        std::this_thread::sleep_for(std::chrono::microseconds(i * 20));
+        sender.kill();
+    }
+    steady.join();
+    EXPECT_EQ(countRecords(log)[0], records);
+}

@@ -1,0 +1,331 @@
+#include "support/logging.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <future>
+#include <limits>
+#include <thread>
+
+#include "kit/child_process.h"
+#include "kit/log_capture.h"
+#include "platform/fault_seam.h"
+#include "support/date_time.h"
+#include "support/threads.h"
+#include "text/log_file.h"
+#include "text/log_record.h"
+#include "text/log_watchdog.h"
+
+using namespace KestSupport;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+struct Capture : kit::LogCapture {
+    using KestLogging::getLogAccess;
+    using KestLogging::handleNotification;
+    using KestLogging::timerElapsed;
+    using LogCapture::LogCapture;
+};
+
+template <typename Work>
+void onAnotherThread(Work work) {
+    std::thread(work).join();
+}
+
+/// Begins a record and is killed in the middle of it.
+struct KilledInRecord : KestThread {
+    explicit KilledInRecord(KestLogging& logging) : log(logging) {
+        start();
+        inserted.get_future().wait();
+        kill();
+    }
+    using KestThread::run;
+    int run() override {
+        log << setloglevel("Dead", 2) << "half a ";
+        inserted.set_value();
+        for (;;)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    KestLogging& log;
+    std::promise<void> inserted;
+};
+
+std::string now() {
+    const KestDateTime time;
+    char text[80];
+    std::snprintf(text, sizeof(text), "%04u%02u%02u_%02u:%02u:%02u ", time.getYear(), time.getMonth(), time.getDay(),
+                  time.getHour(), time.getMinute(), time.getSecond());
+    return text;
+}
+
+}  // namespace
+
+TEST(Logging, WritesTheRecordsThatGlobalAndModuleLevelsAllow) {
+    const std::string id = "[" + std::to_string(KestThread::getCurrentThreadId()) + "] x";
+    const struct {
+        int global;
+        std::string module;
+        int level;
+        std::string expected;  // behind the time; empty: no line
+    } rows[] = {
+        {5, "", 5, "5 Global     " + id},
+        {5, "", 6, ""},
+        {5, "Disk", 0, "x"},  // level 0 is written whatever the module's level
+        {9, "Disk", 5, ""},
+        {9, "Disk", 3, "3 Disk       " + id},
+        {2, "Disk", 3, ""},  // a module's level does not lift the global one
+        {9, "ElevenChars", 9, "9 ElevenChars " + id},
+        {9, std::string(700, 'm'), 4, "4 " + std::string(700, 'm') + " " + id},
+        {9, "", 10, ""},
+        {-1, "", 0, ""},
+        {-1, "", -1, "-1 Global     " + id},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::to_string(row.global) + " " + row.module + " " + std::to_string(row.level));
+        Capture log(row.global);
+        log.setLogLevel("Disk", 3);
+        const std::string before = now();
+        log << setloglevel(row.module, row.level) << "x" << endrecord;
+        const std::string after = now();
+        log.setLogLevel(5);
+        log << setloglevel(0) << "next" << endrecord;
+        std::string line = log.text();
+        if (row.level != 0 && !row.expected.empty()) {
+            EXPECT_LE(before, line.substr(0, before.size()));
+            EXPECT_GE(after, line.substr(0, before.size()));
+            line.erase(0, before.size());
+        }
+        EXPECT_EQ(line, row.expected + (row.expected.empty() ? "next\n" : "\nnext\n"));
+    }
+}
+
+TEST(Logging, KeepsTheRulesOfItsLevelsAndItsRegistration) {
+    {
+        KestLogging log;
+        EXPECT_FALSE(KestLogging::isAccessAllowed());
+        KestLogging::setInstance(log);
+        EXPECT_EQ(log.getTarget(), 2);
+        for (const int level : {0, 7, -1, 10, -2}) {
+            EXPECT_EQ(KestLogging::isAccessAllowed(), log.getLogLevel() != -1);
+            log.setLogLevel(level);
+            log.setLogLevel("M", level);
+        }
+        EXPECT_EQ(log.getLogLevel(), 7);
+        EXPECT_EQ(log.getLogLevel("M"), -1);
+        EXPECT_EQ(log.getLogLevel("m"), 7);
+        { const KestLogging unregistered("x", 0, 99); }
+        EXPECT_EQ(&KestLogging::getInstance(), &log);
+    }
+    EXPECT_FALSE(KestLogging::isAccessAllowed());
+}
+
+TEST(Logging, InsertsTheTextOfEveryType) {
+    constexpr double huge = std::numeric_limits<double>::max();
+    char longest[700];
+    std::snprintf(longest, sizeof(longest), "%f|%f", huge, -huge);
+    const wstring16 wide{'w', 'i', 'd', 'e'};
+    const struct {
+        std::function<void(KestLogging&)> insert;
+        std::string expected;
+    } rows[] = {
+        {[](KestLogging& log) { log << true << '/' << false; }, "true/false"},
+        {[](KestLogging& log) { log << short{-32768} << ' ' << static_cast<unsigned short>(65535); }, "-32768 65535"},
+        {[](KestLogging& log) { log << std::numeric_limits<int>::min() << 4294967295U; }, "-21474836484294967295"},
+        {[](KestLogging& log) { log << std::numeric_limits<long>::min(); }, "-9223372036854775808"},
+        {[](KestLogging& log) { log << std::numeric_limits<unsigned long>::max(); }, "18446744073709551615"},
+        {[](KestLogging& log) { log << std::numeric_limits<long long>::min() << 0ULL; }, "-92233720368547758080"},
+        {[](KestLogging& log) { log << 1.5 << -0.0 << 0.1F << 2.5e-7; }, "1.500000-0.0000000.1000000.000000"},
+        {[](KestLogging& log) { log << INFINITY << -INFINITY << double{NAN} << -double{NAN}; }, "inf-infnan-nan"},
+        {[](KestLogging& log) { log << huge << '|' << -huge; }, longest},
+        {[](KestLogging& log) { log << reinterpret_cast<const void*>(0x1234ABCDEFUL); }, "0000001234ABCDEF"},
+        {[](KestLogging& log) { log << "text" << std::string(" two\nlines") << string_ci("Ci"); }, "text two\nlinesCi"},
+        {[&](KestLogging& log) { log << wide << wstring16_ci(3, 'c') << wstring16_ci(3, 0); }, "wideccc"},
+        {[](KestLogging& log) { log << std::string("a\0b", 3) << "c"; }, "a"},
+        {[](KestLogging& log) { log << std::string(1'000'000, 'x'); }, std::string(1'000'000, 'x')},
+        {[](KestLogging& log) { log << setloglevel("M", 7) << "a" << setloglevel(8) << "b"; }, "ab"},
+    };
+    for (const auto& row : rows) {
+        Capture log;
+        log.enableRecordData(false);
+        row.insert(log);
+        log << endrecord;
+        EXPECT_EQ(log.text(), row.expected + "\n");
+    }
+}
+
+TEST(Logging, EndingARecordForgetsItsLevelAndModule) {
+    Capture log(4);
+    log << setloglevel("M", 2) << endrecord;  // a record without text
+    log << "refused, since without a choice the level is 9" << endrecord;
+    log << setloglevel("M", 2) << setloglevel(3) << "replaced" << endrecord;
+    const KestSetLogLevelManipulator copied = setloglevel("N", 4);
+    log << copied << setloglevel(-2) << "kept" << endrecord;
+    internal::logRecord(4, "shown ", 4, std::string("!"));
+    internal::logRecord(5, "hidden");
+    const Lines lines = log.lines();
+    ASSERT_EQ(lines.size(), 3U);
+    EXPECT_NE(lines[0].find(" 3 Global     ["), std::string::npos);
+    EXPECT_NE(lines[1].find(" 4 N          ["), std::string::npos);
+    EXPECT_EQ(log.messages(), (Lines{"replaced", "kept", "shown 4!"}));
+}
+
+TEST(Logging, NamesItsFileAfterTheLastPoint) {
+    const std::pair<const char*, const char*> rows[] = {
+        {"app.cfg", "app7.log"}, {"log", "log7.log"},         {"a.b.c", "a.b7.log"}, {"", "7.log"},
+        {".cfg", "7.log"},       {"\"quoted", "quoted7.log"}, {"\"", "7.log"},       {"d.d/app", "d7.log"}};
+    for (const auto& [base, expected] : rows)
+        EXPECT_EQ(internal::logFileName(base, 7), expected);
+}
+
+/// Logs while the file's bit goes and comes, with a known sequence of random numbers.
+static const kit::ChildRole switchesTargets("logging switches targets", [](const Lines& arguments) {
+    std::srand(1);
+    KestLogging log(arguments[0], 3, 1);
+    log.enableRecordData(false);
+    for (const int target : {3, 2, 1, 1, 0}) {
+        log.setTarget(target);
+        log << setloglevel(1) << "to " << target << endrecord;
+    }
+    return 0;
+});
+
+TEST(Logging, WritesToTheTargetsAndTellsWhatItOpens) {
+    std::srand(1);
+    const std::string numbers[] = {std::to_string(std::rand()), std::to_string(std::rand())};
+    const kit::LogFolder folder;
+    for (const std::string& base : {folder.pathOf("app"), folder.pathOf("absent/app")}) {
+        kit::ChildProcess child = kit::ChildProcess::inRole("logging switches targets", {base + ".cfg"});
+        EXPECT_EQ(child.wait(), 0);
+        EXPECT_EQ(child.output(), "to 3\nto 2\n");
+        std::string expected;
+        for (const std::string& number : numbers) {
+            const std::string name = base + number + ".log";
+            expected += "KestLogging: Opening " + name + " for logging...\n";
+            if (base == folder.pathOf("app")) continue;
+            expected += "KestLogging: Cannot open log file " + name + " (" + std::to_string(ENOENT) + ")\n";
+        }
+        EXPECT_EQ(child.errors(), expected);
+    }
+    const std::string text = folder.text();  // of two files, in any order
+    EXPECT_TRUE(text == "to 3\nto 1\nto 1\n" || text == "to 1\nto 1\nto 3\n") << text;
+}
+
+TEST(Logging, GoesOnAfterAnOutputFailure) {
+    static std::atomic<bool> full{false};
+    platform::setFaultHook([](const char* call) noexcept { return full && !std::strcmp(call, "write") ? ENOSPC : 0; });
+    Capture log;
+    for (const char* text : {"before", "lost", "after"}) {
+        full = !std::strcmp(text, "lost");
+        log << text << endrecord;
+    }
+    platform::setFaultHook(nullptr);
+    EXPECT_EQ(log.messages(), (Lines{"before", "after"}));
+}
+
+TEST(Logging, AnOpenRecordKeepsOthersOutButNotFromTheSettings) {
+    Capture log(5);
+    log << setloglevel("Mine", 5) << "open";
+    onAnotherThread([&] {
+        log << endrecord;  // not its own: nothing happens
+        log.setTarget(2);  // the file is closed when nobody can be writing to it
+        log.setTarget(1);
+        log.setLogLevel("Mine", 5);
+    });
+    std::atomic<bool> entered{false};
+    std::thread waiting([&] {
+        log << setloglevel("Other", 4);
+        entered = true;
+        log << "other" << endrecord;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(entered);
+    log << " whole" << endrecord;
+    waiting.join();
+    EXPECT_EQ(log.messages(), (Lines{"open whole", "other"}));
+}
+
+TEST(Logging, ARecordIsWrittenWholeOrNotAtAll) {
+    Capture log(5);
+    log << setloglevel(5);
+    onAnotherThread([&] { log << endrecord; });  // takes the choice away
+    log << "refused";
+    onAnotherThread([&] { log << setloglevel(5); });
+    log << "and so is the rest" << endrecord;
+
+    log << setloglevel(5) << "a ";
+    for (const int level : {3, 5}) {
+        onAnotherThread([&] { log.setLogLevel(level); });
+        log << level;
+    }
+    log << endrecord << setloglevel(6);
+    EXPECT_FALSE(log.getLogAccess());
+    log.setLogLevel(6);  // what the thread itself chooses counts at once
+    EXPECT_TRUE(log.getLogAccess());
+    log << "own" << setloglevel(7) << " hidden" << setloglevel(6) << " choice" << endrecord;
+    EXPECT_EQ(log.messages(), (Lines{"a 35", "own choice"}));
+}
+
+TEST(Logging, WhatAKilledThreadLeftIsMixedIntoNoRecord) {
+    Capture log(5);
+    const KilledInRecord first(log);
+    log << setloglevel(4) << "alive" << endrecord;
+    const KilledInRecord second(log);
+    log.timerElapsed();
+    const KilledInRecord third(log);
+    onAnotherThread([&] { log << "refused" << endrecord; });
+    EXPECT_EQ(log.messages(), (Lines{"alive", "half a "}));
+}
+
+TEST(Logging, TheWatchdogFiresOnlyForARecordThatStaysOpen) {
+    struct Listener : KestDependent {
+        void handleNotification(KestCollaborator&, const KestNotification&) override { ++calls; }
+        std::atomic<int> calls{0};
+    } listener;
+    internal::LogWatchdog watchdog(1);
+    watchdog.addDependent(listener);
+    EXPECT_FALSE(watchdog.openRecord());
+    watchdog.arm();
+    EXPECT_TRUE(watchdog.openRecord());
+    for (int firing = 1; firing <= 2; ++firing) {  // again and again, until the record ends
+        EXPECT_EQ(watchdog.wait(-1), 0);
+        EXPECT_GE(listener.calls, firing);
+    }
+    watchdog.closeRecord();
+    const int calls = listener.calls;
+    watchdog.set();
+    EXPECT_FALSE(watchdog.openRecord());  // rests
+    watchdog.arm();
+    EXPECT_TRUE(watchdog.openRecord());
+    watchdog.set();  // too early
+    EXPECT_TRUE(watchdog.openRecord());
+    EXPECT_LE(listener.calls, calls + 1);
+}
+
+TEST(Logging, TheWatchdogsThreadVisitsTheLoggerWhileItLives) {
+    KestCollaborator sender;
+    Capture log;
+    for (const int level : {8, 9}) {
+        log.setLogLevel(level);
+        log.timerElapsed();
+    }
+    log.handleNotification(sender, KestNotification(5));
+    while (log.lines().size() < 2)
+        std::this_thread::yield();
+    const std::string message =
+        "KestLogging::timerElapsed: called (NOTE: This message only appears and repeats when LogLevel = 9)";
+    EXPECT_EQ(log.messages(), (Lines{message, message}));
+    for (int i = 0; i < 100; ++i) {
+        Capture brief;
+        brief << "still open";
+        brief.handleNotification(sender, KestNotification(1));
+    }
+}

@@ -20,12 +20,12 @@ bool isLowSurrogate(unsigned unit) {
 }
 
 void appendUnits(wchar_t character, WideText& text) {
-    const auto code = static_cast<unsigned>(character);
+    const auto code = static_cast<char32_t>(character);
     if (code < kFirstBeyondBasicPlane) {
         text.push_back(static_cast<unsigned short>(code));
         return;
     }
-    const unsigned offset = code - kFirstBeyondBasicPlane;
+    const unsigned offset = static_cast<unsigned>(code) - kFirstBeyondBasicPlane;
     text.push_back(static_cast<unsigned short>(kFirstHighSurrogate + (offset >> 10)));
     text.push_back(static_cast<unsigned short>(kFirstLowSurrogate + (offset & 0x3FF)));
 }

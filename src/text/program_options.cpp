@@ -129,6 +129,7 @@ void KestProgramOptions::parse(int argc, char** argv, const Specification* speci
 void KestProgramOptions::parse(const std::string& commandLine, const Specification* specification, bool allowSlash) {
     std::vector<std::string> tokens = internal::splitCommandLine(commandLine);
     std::vector<char*> argv;
+    argv.reserve(tokens.size());
     for (std::string& token : tokens)
         argv.push_back(token.data());
     parse(static_cast<int>(argv.size()), argv.data(), specification, allowSlash);

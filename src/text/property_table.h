@@ -130,10 +130,9 @@ class PropertyTable {
     };
 
     static std::uint32_t hashOf(View name);
-    const Slot* findSlot(View name, std::uint32_t hash) const;
+    std::size_t findSlot(View name, std::uint32_t hash) const;
     std::size_t home(const Slot& slot) const { return slot.hash & (m_slots.size() - 1); }
     std::size_t behind(std::size_t slot) const { return (slot + 1) & (m_slots.size() - 1); }
-    void placeSlot(Slot slot);
     void freeSlot(std::size_t slot);
     void growSlots();
     Entry& takeEntry();
@@ -171,21 +170,22 @@ PropertyTable<StringType>::PropertyTable(const PropertyTable& other) {
 template <typename StringType>
 auto PropertyTable<StringType>::find(View name) const -> const Entry* {
     if (m_count == 0) return nullptr;
-    const Slot* const slot = findSlot(name, hashOf(name));
-    return slot == nullptr ? nullptr : &m_entries[slot->place - 1];
+    const Slot& slot = m_slots[findSlot(name, hashOf(name))];
+    return slot.place == 0 ? nullptr : &m_entries[slot.place - 1];
 }
 
 template <typename StringType>
 auto PropertyTable<StringType>::findOrAdd(View name) -> std::pair<Entry*, bool> {
-    const std::uint32_t hash = hashOf(name);
-    if (const Slot* const slot = findSlot(name, hash); slot != nullptr) return {&m_entries[slot->place - 1], false};
     if ((m_count + 1) * 8 > m_slots.size() * 7) growSlots();
+    const std::uint32_t hash = hashOf(name);
+    Slot& slot = m_slots[findSlot(name, hash)];
+    if (slot.place != 0) return {&m_entries[slot.place - 1], false};
     if (m_names.isMostlyWaste()) packNames();
     const View kept = m_names.keep(name);
     const bool isBehindLast = m_count == 0 || (m_isInOrder && m_free.empty() && m_entries.back().name < kept);
     Entry& entry = takeEntry();
     entry.name = kept;
-    placeSlot({hash, entry.index + 1});
+    slot = {hash, entry.index + 1};
     ++m_count;
     m_isInOrder = isBehindLast;
     m_order.clear();
@@ -195,16 +195,16 @@ auto PropertyTable<StringType>::findOrAdd(View name) -> std::pair<Entry*, bool> 
 template <typename StringType>
 void PropertyTable<StringType>::erase(View name) {
     if (m_count == 0) return;
-    const Slot* const slot = findSlot(name, hashOf(name));
-    if (slot == nullptr) return;
-    Entry& entry = m_entries[slot->place - 1];
+    const std::size_t slot = findSlot(name, hashOf(name));
+    if (m_slots[slot].place == 0) return;
+    Entry& entry = m_entries[m_slots[slot].place - 1];
     m_free.push_back(entry.index);
     if (entry.hasFurtherValues) m_furtherValues.erase(entry.index);
     m_names.giveBack(entry.name);
     entry.name = View();
     entry.value = StringType();
     entry.hasFurtherValues = false;
-    freeSlot(static_cast<std::size_t>(slot - m_slots.data()));
+    freeSlot(slot);
     --m_count;
     m_order.clear();
 }
@@ -314,21 +314,14 @@ std::uint32_t PropertyTable<StringType>::hashOf(View name) {
     return static_cast<std::uint32_t>((hash * kMultiplier) >> 32);
 }
 
+// The slot of the name, or the free one where it belongs.
 template <typename StringType>
-auto PropertyTable<StringType>::findSlot(View name, std::uint32_t hash) const -> const Slot* {
-    if (m_slots.empty()) return nullptr;
-    for (std::size_t slot = home({hash, 0}); m_slots[slot].place != 0; slot = behind(slot)) {
-        if (m_slots[slot].hash == hash && m_entries[m_slots[slot].place - 1].name == name) return &m_slots[slot];
+std::size_t PropertyTable<StringType>::findSlot(View name, std::uint32_t hash) const {
+    std::size_t place = home({hash, 0});
+    for (; m_slots[place].place != 0; place = behind(place)) {
+        if (m_slots[place].hash == hash && m_entries[m_slots[place].place - 1].name == name) break;
     }
-    return nullptr;
-}
-
-template <typename StringType>
-void PropertyTable<StringType>::placeSlot(Slot slot) {
-    std::size_t place = home(slot);
-    while (m_slots[place].place != 0)
-        place = behind(place);
-    m_slots[place] = slot;
+    return place;
 }
 
 // Moves up what a gap would make unreachable.
@@ -350,7 +343,11 @@ void PropertyTable<StringType>::growSlots() {
     std::vector<Slot> old(std::max(kFewest, 2 * m_slots.size()));
     m_slots.swap(old);
     for (const Slot& slot : old) {
-        if (slot.place != 0) placeSlot(slot);
+        if (slot.place == 0) continue;
+        std::size_t place = home(slot);
+        while (m_slots[place].place != 0)
+            place = behind(place);
+        m_slots[place] = slot;
     }
 }
 

@@ -3,12 +3,11 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <mutex>
 #include <semaphore>
 
 #include "kit/child_process.h"
-#include "platform/fault_seam.h"
+#include "kit/failing_calls.h"
 
 namespace {
 
@@ -110,17 +109,12 @@ TEST(Console, RemovalWaitsForACallThatIsUnderWay) {
 }
 
 TEST(Console, AFailingSystemCallLeavesTheHandlerOutAndALaterAttemptSucceeds) {
-    static std::string failing;
-    static int callsBefore;
-    const FaultHook failNth = [](const char* call) noexcept { return failing == call && callsBefore-- == 0 ? 11 : 0; };
-    const std::pair<const char*, int> faults[] = {{"sigaction", 0}, {"sigaction", 1}};
-    for (const auto& [call, before] : faults) {
-        failing = call;
-        callsBefore = before;
-        setFaultHook(failNth);
-        EXPECT_FALSE(addConsoleHandler(takesAll)) << call << before;
-        setFaultHook(nullptr);
-        EXPECT_FALSE(removeConsoleHandler(takesAll)) << call << before;
+    for (const int failing : {1, 2}) {
+        {
+            const kit::FailingCalls calls("sigaction", failing, false);
+            EXPECT_FALSE(addConsoleHandler(takesAll)) << failing;
+        }
+        EXPECT_FALSE(removeConsoleHandler(takesAll)) << failing;
     }
     ASSERT_TRUE(addConsoleHandler(takesAll));
     EXPECT_EQ(heardAfter(SIGINT, 1), "a0");
@@ -153,7 +147,7 @@ const ChildRole g_removed("removed", [](const std::vector<std::string>&) {
 });
 
 const ChildRole g_firstThreadRefused("refused", [](const std::vector<std::string>&) {
-    setFaultHook([](const char* call) noexcept { return std::strcmp(call, "pthread_create") == 0 ? 11 : 0; });
+    const kit::FailingCalls threads("pthread_create");
     if (addConsoleHandler(takesAll)) return 1;
     return readyUntilEnded();
 });

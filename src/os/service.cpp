@@ -1,0 +1,102 @@
+#include "support/service.h"
+
+#include "os/service_host.h"
+#include "platform/console.h"
+#include "text/log_record.h"
+
+namespace KestSupport {
+
+using internal::logRecord;
+using internal::ServiceHost;
+
+std::atomic<KestService*> KestService::m_pThis{nullptr};
+
+KestService::KestService() : KestService("", "", "", "", false) {}
+
+KestService::KestService(const std::string& appName, const std::string& serviceName, const std::string& displayName,
+                         const std::string& dependencies, bool interactive)
+    : m_appName(appName),
+      m_serviceName(serviceName),
+      m_displayName(displayName),
+      m_dependencies(dependencies),
+      m_interactive(interactive),
+      m_pRecord(std::make_unique<internal::ServiceRecord>()) {
+    m_pThis.store(this, std::memory_order_release);
+}
+
+KestService::KestService(bool interactive, const std::string& dependencies)
+    : KestService("", "", "", dependencies, interactive) {}
+
+// No control or console event reaches the object from here on; another object that has taken its place stays there.
+KestService::~KestService() {
+    if (m_consoleHandlerAdded) platform::removeConsoleHandler(ServiceHost::onConsoleEvent);
+    KestService* expected = this;
+    m_pThis.compare_exchange_strong(expected, nullptr);
+}
+
+bool KestService::start(const std::string& arguments, bool runAsService) {
+    if (state() == RUNNING) return true;
+    bool started = true;
+    if (runAsService) {
+        runUnderManager();
+    } else {
+        started = runInConsole(arguments);
+    }
+    logRecord(9, "KestService::start: exiting");
+    return started;
+}
+
+void KestService::runUnderManager() {
+    m_pRecord->runAsService = true;
+    logRecord(9, "KestService::start: calling StartServiceCtrlDispatcher");
+    ServiceHost::enter(*this, RUNNING);
+    platform::serviceManager().runDispatcher(m_serviceName, ServiceHost::serviceMain);
+    logRecord(9, "KestService::start: StartServiceCtrlDispatcher returned, exiting");
+    ServiceHost::enter(*this, STOPPED);
+}
+
+bool KestService::runInConsole(const std::string& arguments) {
+    if (!startIt(arguments)) return false;
+
+    // Also when stopIt throws: a service that has left start is stopped.
+    struct StoppedAtTheEnd {
+        KestService& service;
+        ~StoppedAtTheEnd() { ServiceHost::enter(service, STOPPED); }
+    } const stoppedAtTheEnd{*this};
+
+    ServiceHost::enter(*this, RUNNING);
+    if (!m_consoleHandlerAdded) m_consoleHandlerAdded = platform::addConsoleHandler(ServiceHost::onConsoleEvent);
+    logRecord(9, "KestService::start: waiting for service to exit");
+    m_event.wait(-1);
+    logRecord(9, "KestService::start: service completed.");
+    stopIt();
+    return true;
+}
+
+bool KestService::stop() {
+    logRecord(9, "KestService::stop: entering");
+    m_pRecord->state = STOP_PENDING;
+    m_event.set();
+    logRecord(9, "KestService::stop: exiting");
+    return true;
+}
+
+KestService::tState KestService::state() const noexcept {
+    return m_pRecord->state;
+}
+
+bool KestService::ReportStatusToSCMgr(std::uint32_t currentState, std::uint32_t exitCode, std::uint32_t waitHint) {
+    return ServiceHost::report(*this, currentState, exitCode, waitHint);
+}
+
+void KestService::setStatusHandle(void* handle) noexcept {
+    m_pRecord->statusHandle = handle;
+}
+
+void* KestService::getStatusHandle() const noexcept {
+    return m_pRecord->statusHandle;
+}
+
+void KestService::AddToMessageLog(const std::string&) {}
+
+}  // namespace KestSupport

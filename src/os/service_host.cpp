@@ -1,0 +1,89 @@
+#include "os/service_host.h"
+
+#include <mutex>
+
+#include "os/service_run.h"
+#include "platform/console.h"
+#include "text/log_record.h"
+
+namespace KestSupport::internal {
+namespace {
+
+// Reports go out one by one, in the order of their check points. Process-wide, because the service may be gone as soon
+// as the report that it has stopped has gone out.
+std::mutex g_reportLock;
+std::uint32_t g_checkPoint = 1;  // guarded by g_reportLock
+
+bool isPending(std::uint32_t state) {
+    return state != KestService::RUNNING && state != KestService::STOPPED;
+}
+
+// The first text is the service's own name.
+std::string startArguments(const std::vector<std::string>& texts) {
+    std::string arguments;
+    for (std::size_t i = 1; i < texts.size(); ++i)
+        arguments += texts[i] + ' ';
+    return arguments;
+}
+
+}  // namespace
+
+void ServiceHost::serviceMain(const std::vector<std::string>& arguments) {
+    KestService* const service = KestService::getService();
+    if (service == nullptr) return;
+    void* const handle = platform::serviceManager().registerControlHandler(service->serviceName(), onControl);
+    if (handle == nullptr) return;
+    setStatusHandle(*service, handle);
+    report(*service, KestService::START_PENDING, 0, kServiceWaitHint);
+    runService(*service, startArguments(arguments));
+}
+
+void ServiceHost::onControl(std::uint32_t control) {
+    KestService* const service = KestService::getService();
+    if (service == nullptr) return;
+    if (control == platform::kServiceControlStop) {
+        service->stop();
+    } else {
+        report(*service, state(*service), 0, 0);
+    }
+}
+
+bool ServiceHost::onConsoleEvent(std::uint32_t event) {
+    if (event != platform::kConsoleControlC && event != platform::kConsoleControlBreak) return false;
+    KestService* const service = KestService::getService();
+    if (service == nullptr) return false;
+    try {
+        service->stop();
+    } catch (...) {
+        // A dependent of the stop event threw: the event is not set, as for any other caller of stop.
+    }
+    return true;
+}
+
+bool ServiceHost::report(KestService& service, std::uint32_t state, std::uint32_t exitCode, std::uint32_t waitHint) {
+    ServiceRecord& record = *service.m_pRecord;
+    if (!record.runAsService) return true;
+    logRecord(9, "KestService::ReportStatusToSCMgr: state=", state);
+
+    const std::lock_guard guard(g_reportLock);
+    platform::ServiceStatus& status = record.status;
+    status.controlsAccepted = state == KestService::START_PENDING ? 0 : platform::kServiceAcceptStop;
+    status.currentState = state;
+    status.exitCode = exitCode;
+    status.waitHint = waitHint;
+    status.checkPoint = isPending(state) ? g_checkPoint++ : 0;
+    return platform::serviceManager().setStatus(record.statusHandle, status) == 0;
+}
+
+void ServiceHost::enter(KestService& service, KestService::tState state) {
+    const std::lock_guard guard(g_reportLock);
+    service.m_pRecord->status.currentState = state;
+    service.m_pRecord->state = state;
+}
+
+void ServiceHost::keepStatus(KestService& service, const platform::ServiceStatus& status) {
+    const std::lock_guard guard(g_reportLock);
+    service.m_pRecord->status = status;
+}
+
+}  // namespace KestSupport::internal

@@ -1,0 +1,51 @@
+// The service mode of KestService: which state is reported when, and how the threads of a service's life meet. It knows
+// the manager only as a contract, so it runs the same against a recording one.
+//
+//   ServiceRecord    what a service remembers about itself
+//   ServiceHost      what the manager and the console call, and the reports
+//
+// Threads of one life: the manager's, which runs serviceMain; the start thread, which runs startIt; the wait thread,
+// which sleeps until the service is asked to stop; the stop thread, which runs stopIt.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/service_manager.h"
+#include "support/service.h"
+
+namespace KestSupport::internal {
+
+struct ServiceRecord {
+    std::atomic<KestService::tState> state{KestService::STOPPED};
+    std::atomic<bool> runAsService{false};
+    std::atomic<platform::ServiceManager::Handle> statusHandle{nullptr};
+    platform::ServiceStatus status;  // guarded by the lock of reports
+};
+
+class ServiceHost {
+  public:
+    /// For the manager: brings the service up and returns when it runs or has failed.
+    static void serviceMain(const std::vector<std::string>& arguments);
+    /// For the manager: stop, or say the present state again.
+    static void onControl(std::uint32_t control);
+    /// For the console: Ctrl+C and Ctrl+Break stop the service.
+    static bool onConsoleEvent(std::uint32_t event);
+
+    /// ReportStatusToSCMgr. Touches nothing of the service once the manager has the report.
+    static bool report(KestService& service, std::uint32_t state, std::uint32_t exitCode, std::uint32_t waitHint);
+    /// The service's state, for itself and in the status that the next report starts from.
+    static void enter(KestService& service, KestService::tState state);
+    /// What the manager answered about the service.
+    static void keepStatus(KestService& service, const platform::ServiceStatus& status);
+
+    static std::atomic<KestService::tState>& state(KestService& service) { return service.m_pRecord->state; }
+    static KestEvent& stopEvent(KestService& service) { return service.m_event; }
+    static void setStatusHandle(KestService& service, void* handle) { service.setStatusHandle(handle); }
+    static bool startIt(KestService& service, const std::string& arguments) { return service.startIt(arguments); }
+    static bool stopIt(KestService& service) { return service.stopIt(); }
+};
+
+}  // namespace KestSupport::internal

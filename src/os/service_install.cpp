@@ -1,0 +1,92 @@
+// How a service enters the manager's database and leaves it.
+#include "os/service_host.h"
+#include "platform/program_path.h"
+#include "platform/service_manager.h"
+#include "platform/thread.h"
+#include "support/service.h"
+#include "text/log_record.h"
+
+namespace KestSupport {
+namespace {
+
+using platform::ServiceManager;
+
+constexpr std::size_t kPathCapacity = 512;
+constexpr std::uint32_t kPollInterval = 1000;  // milliseconds
+
+class OwnedServiceHandle {
+  public:
+    OwnedServiceHandle() = default;
+    OwnedServiceHandle(const OwnedServiceHandle&) = delete;
+    OwnedServiceHandle& operator=(const OwnedServiceHandle&) = delete;
+    ~OwnedServiceHandle() {
+        if (m_handle != nullptr) platform::serviceManager().closeHandle(m_handle);
+    }
+
+    /// Where a call stores the handle.
+    ServiceManager::Handle& cell() { return m_handle; }
+    ServiceManager::Handle get() const { return m_handle; }
+
+  private:
+    ServiceManager::Handle m_handle = nullptr;
+};
+
+// A platform without a manager needs no registration, so there it has succeeded.
+bool countsAsSuccess(platform::ErrorCode error) {
+    return error == platform::errorCallNotImplemented;
+}
+
+}  // namespace
+
+bool KestService::install() {
+    platform::ServiceConfiguration configuration;
+    if (const platform::ErrorCode error = platform::programPath(kPathCapacity, configuration.commandLine); error != 0) {
+        return countsAsSuccess(error);
+    }
+    if (!m_arguments.empty()) configuration.commandLine += ' ' + m_arguments;
+
+    ServiceManager& all = platform::serviceManager();
+    OwnedServiceHandle manager;
+    if (const platform::ErrorCode error = all.openManager(platform::kServiceManagerAllAccess, manager.cell());
+        error != 0) {
+        return countsAsSuccess(error);
+    }
+    configuration.name = m_serviceName;
+    configuration.displayName = m_displayName;
+    if (m_interactive) configuration.type |= platform::kServiceInteractive;
+    configuration.dependencies = m_dependencies;
+    OwnedServiceHandle service;
+    if (all.createService(manager.get(), configuration, platform::kServiceAllAccess, service.cell()) != 0) return false;
+
+    if (m_description.empty()) return true;
+    internal::logRecord(4, "KestService::install: adding service description");
+    if (const platform::ErrorCode error = all.setDescription(service.get(), m_description); error != 0) {
+        internal::logRecord(3, "KestService::install: failed to set service description (", error, ")");
+    }
+    return true;
+}
+
+bool KestService::remove() {
+    ServiceManager& all = platform::serviceManager();
+    OwnedServiceHandle manager;
+    if (const platform::ErrorCode error = all.openManager(platform::kServiceManagerAllAccess, manager.cell());
+        error != 0) {
+        return countsAsSuccess(error);
+    }
+    OwnedServiceHandle service;
+    if (all.openService(manager.get(), m_serviceName, platform::kServiceAllAccess, service.cell()) != 0) return false;
+
+    platform::ServiceStatus status;
+    if (all.control(service.get(), platform::kServiceControlStop, status) == 0) {
+        internal::ServiceHost::keepStatus(*this, status);
+        do {
+            platform::sleepThread(kPollInterval);
+            if (all.queryStatus(service.get(), status) != 0) break;
+            internal::ServiceHost::keepStatus(*this, status);
+            m_pRecord->state = status.currentState == STOP_PENDING ? STOP_PENDING : STOPPED;
+        } while (status.currentState == STOP_PENDING);
+    }
+    return all.deleteService(service.get()) == 0;
+}
+
+}  // namespace KestSupport

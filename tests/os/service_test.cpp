@@ -1,0 +1,338 @@
+#include "support/service.h"
+
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <regex>
+#include <stdexcept>
+
+#include "kit/child_process.h"
+#include "kit/failing_calls.h"
+#include "kit/gate.h"
+#include "kit/recording_service_manager.h"
+#include "support/exceptions.h"
+#include "support/logging.h"
+
+namespace {
+
+using namespace KestSupport;
+using kit::RecordingServiceManager;
+using Texts = std::vector<std::string>;
+
+class TestService : public KestService {
+  public:
+    TestService() = default;
+    TestService(bool interactive, const std::string& dependencies) : KestService(interactive, dependencies) {}
+    explicit TestService(const std::string& name) : KestService("app", name, "The service", "first", true) {}
+
+    std::function<bool()> onStart = [] { return true; };
+    std::function<bool()> onStop = [] { return true; };
+    Texts heard;
+
+    Texts fields() const {
+        return {m_appName,
+                m_serviceName,
+                m_displayName,
+                m_dependencies,
+                m_arguments,
+                m_interactive ? "yes" : "no",
+                std::string(m_description.begin(), m_description.end())};
+    }
+    void describe(const std::string& text) { m_description.assign(text.begin(), text.end()); }
+    void addArguments(const std::string& text) { m_arguments = text; }
+    using KestService::getEventObject;
+    using KestService::getStatusHandle;
+    using KestService::ReportStatusToSCMgr;
+
+  protected:
+    bool startIt(const std::string& arguments) override {
+        heard.push_back("start <" + arguments + "> in " + std::to_string(state()));
+        return onStart();
+    }
+    bool stopIt() override {
+        heard.push_back("stop in " + std::to_string(state()));
+        return onStop();
+    }
+};
+
+// Records without their prefix go to standard output while this lives.
+struct CapturedLog {
+    KestLogging logging{"service", KestLogging::standardOutputTarget, 9};
+    CapturedLog() {
+        testing::internal::CaptureStdout();
+        logging.enableRecordData(false);
+        KestLogging::setInstance(logging);
+    }
+    std::string text() { return testing::internal::GetCapturedStdout(); }
+};
+
+TEST(Service, IsMadeWithTheFieldsThatItIsGiven) {
+    const TestService plain;
+    EXPECT_EQ(plain.fields(), (Texts{"", "", "", "", "", "no", ""}));
+    EXPECT_EQ(plain.state(), KestService::STOPPED);
+    EXPECT_EQ(plain.getStatusHandle(), nullptr);
+    {
+        const TestService dependent(true, "other");
+        EXPECT_EQ(dependent.fields(), (Texts{"", "", "", "other", "", "yes", ""}));
+        const TestService full("named");
+        EXPECT_EQ(full.fields(), (Texts{"app", "named", "The service", "first", "", "yes", ""}));
+        EXPECT_EQ(full.serviceName(), "named");
+        EXPECT_EQ(KestService::getService(), &full) << "the latest";
+    }
+    const TestService again;
+    EXPECT_EQ(KestService::getService(), &again);
+}
+
+// Console mode.
+
+TEST(ServiceConsole, AFailedStartNeitherWaitsNorStops) {
+    TestService service;
+    service.onStart = [] { return false; };
+    EXPECT_FALSE(service.start("a b", false));
+    EXPECT_EQ(service.heard, Texts{"start <a b> in 1"});
+    EXPECT_EQ(service.state(), KestService::STOPPED);
+    service.onStart = []() -> bool { throw std::runtime_error("no"); };
+    EXPECT_THROW(service.start("", false), std::runtime_error);
+    EXPECT_EQ(service.state(), KestService::STOPPED);
+}
+
+TEST(ServiceConsole, RunsUntilAnotherThreadStopsItAndTellsNoManager) {
+    RecordingServiceManager manager;
+    TestService service;
+    std::thread other([&] {
+        while (service.state() != KestService::RUNNING)
+            std::this_thread::yield();
+        EXPECT_TRUE(service.start("", false)) << "a running service is started already";
+        EXPECT_TRUE(service.ReportStatusToSCMgr(4, 0, 0));
+        service.stop();
+    });
+    EXPECT_TRUE(service.start("", false));
+    other.join();
+    EXPECT_EQ(service.heard, (Texts{"start <> in 1", "stop in 3"}));
+    EXPECT_EQ(service.state(), KestService::STOPPED);
+    EXPECT_EQ(manager.reports(), Texts{});
+    EXPECT_EQ(manager.calls(), Texts{});
+}
+
+const kit::ChildRole g_service("service", [](const Texts&) {
+    KestLogging logging("service", KestLogging::standardOutputTarget, 9);
+    KestLogging::setInstance(logging);
+    TestService service;
+    const bool started = service.start("", false);
+    return started && service.heard.back() == "stop in 3" && service.state() == KestService::STOPPED ? 42 : 1;
+});
+
+TEST(ServiceConsole, EndsCleanlyOnAnEventOfTheConsole) {
+    for (const auto event : {&kit::ChildProcess::interrupt, &kit::ChildProcess::requestEnd}) {
+        kit::ChildProcess child = kit::ChildProcess::inRole("service");
+        ASSERT_TRUE(child.waitForOutput("KestService::start: waiting for service to exit\n"));
+        (child.*event)();
+        EXPECT_EQ(child.wait(), 42) << child.output() << child.errors();
+    }
+}
+
+TEST(ServiceConsole, LogsItsWay) {
+    CapturedLog log;
+    TestService service;
+    service.onStart = [&] { return service.stop(); };
+    EXPECT_TRUE(service.start("", false));
+    EXPECT_EQ(log.text(),
+              "KestService::stop: entering\n"
+              "KestService::stop: exiting\n"
+              "KestService::start: waiting for service to exit\n"
+              "KestService::start: service completed.\n"
+              "KestService::start: exiting\n");
+    EXPECT_EQ(service.heard, (Texts{"start <> in 1", "stop in 4"}));
+    service.onStop = []() -> bool { throw std::runtime_error("no"); };
+    EXPECT_THROW(service.start("", false), std::runtime_error);
+    EXPECT_EQ(service.state(), KestService::STOPPED);
+}
+
+// Service mode.
+
+TEST(ServiceMode, ReportsAndLogsItsWholeLife) {
+    RecordingServiceManager manager;
+    CapturedLog log;
+    manager.startArguments = {"life", "x", "y"};
+    TestService service("life");
+    service.onStart = [] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+        return true;
+    };
+    service.onStop = [&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+        return false;
+    };
+    std::thread administrator([&] {
+        manager.awaitReport(4);
+        manager.send(4);  // interrogate
+        EXPECT_EQ(service.state(), KestService::RUNNING);
+        manager.send(1);
+    });
+    EXPECT_TRUE(service.start("not used", true));
+    administrator.join();
+    const std::string text = log.text();
+    for (const char* line :
+         {"KestService::start: calling StartServiceCtrlDispatcher", "KestService::ReportStatusToSCMgr: state=2",
+          "service_main: creating WaitForServiceThread", "WaitForServiceThread: waiting for service to exit",
+          "service_main: creating ServiceStartThread", "service_main: waiting for ServiceStartThread to exit",
+          "ServiceStartThread: calling startIt", "ServiceStartThread: startIt returned with status=1",
+          "service_main: ServiceStartThread exited", "service_main: service has started, signaling SCM",
+          "WaitForServiceThread: enter: service completed", "WaitForServiceThread: creating ServiceStopThread",
+          "WaitForServiceThread: waiting for ServiceStopThread to exit", "ServiceStopThread: calling stopIt",
+          "ServiceStopThread: stopIt returned with status=0", "WaitForServiceThread: ServiceStopThread has exited",
+          "WaitForServiceThread: stopping service", "KestService::start: StartServiceCtrlDispatcher returned, exiting",
+          "KestService::start: exiting"}) {
+        EXPECT_NE(text.find(line + std::string("\n")), std::string::npos) << line;
+    }
+    EXPECT_EQ(service.heard, (Texts{"start <x y > in 4", "stop in 3"}));
+    EXPECT_EQ(service.state(), KestService::STOPPED);
+    EXPECT_EQ(manager.calls(), (Texts{"runDispatcher life", "registerControlHandler life"}));
+
+    // A slow machine may report more often that something is pending, never less.
+    const Texts reports = manager.reports();
+    const std::vector<std::uint32_t> checkPoints = manager.checkPoints();
+    Texts kinds;
+    std::uint32_t expected = checkPoints.at(0);
+    for (std::size_t i = 0; i < reports.size(); ++i) {
+        if (i < 3 || reports[i] != reports[i - 1] || reports[i][0] == '4') kinds.push_back(reports[i]);
+        const bool pending = reports[i][0] == '2' || reports[i][0] == '3';
+        EXPECT_EQ(checkPoints[i], pending ? expected++ : 0u) << i;
+    }
+    const std::string starting = "2 accepted=0 exit=0 hint=3000";
+    EXPECT_EQ(kinds, (Texts{starting, starting, starting, "4 accepted=1 exit=0 hint=0", "4 accepted=1 exit=0 hint=0",
+                            "3 accepted=1 exit=0 hint=3000", "1 accepted=1 exit=0 hint=0"}));
+    EXPECT_GE(std::count(reports.begin(), reports.end(), "3 accepted=1 exit=0 hint=3000"), 2);
+}
+
+TEST(ServiceMode, EndsStoppedWhateverFails) {
+    struct Case {
+        const char* what;
+        std::function<void(TestService&, RecordingServiceManager&)> arrange;
+        std::string states;  // reported, without repetition, as a pattern
+        std::size_t heard;   // of startIt and stopIt
+        int refusedThread = 0;
+    };
+    kit::Gate stopped;
+    const auto stopAtStart = [](TestService& service, RecordingServiceManager&) {
+        service.onStart = [&service] { return service.stop(); };
+    };
+    const Case cases[] = {
+        {"dispatcher", [](TestService&, RecordingServiceManager& m) { m.failures["runDispatcher"] = 1063; }, "", 0},
+        {"handler", [](TestService&, RecordingServiceManager& m) { m.failures["registerControlHandler"] = 6; }, "", 0},
+        {"start", [](TestService& s, RecordingServiceManager&) { s.onStart = [] { return false; }; }, "21", 1},
+        {"start throws",
+         [](TestService& s, RecordingServiceManager&) { s.onStart = []() -> bool { throw KestException(7); }; }, "21",
+         1},
+        {"stopped while it starts; stop throws",
+         [&stopped](TestService& s, RecordingServiceManager&) {
+             s.onStart = [&s, &stopped] {
+                 s.stop();
+                 stopped.pass();
+                 return true;
+             };
+             s.onStop = [&stopped]() -> bool {
+                 stopped.open();
+                 throw std::runtime_error("no");
+             };
+         },
+         "231", 2},
+        {"wait thread", stopAtStart, "21", 0, 1},
+        {"start thread", stopAtStart, "21", 0, 2},
+        {"stop thread", stopAtStart, "24?1", 1, 3},
+    };
+    for (const Case& each : cases) {
+        RecordingServiceManager manager;
+        auto service = std::make_unique<TestService>("failing");
+        each.arrange(*service, manager);
+        {
+            std::optional<kit::FailingCalls> refused;
+            if (each.refusedThread > 0) refused.emplace("pthread_create", each.refusedThread);
+            EXPECT_TRUE(service->start("", true)) << each.what;
+        }
+        EXPECT_EQ(service->state(), KestService::STOPPED) << each.what;
+        EXPECT_EQ(service->heard.size(), each.heard) << each.what;
+        service.reset();
+        std::string states;
+        for (const std::string& report : manager.reports()) {
+            if (states.empty() || states.back() != report[0]) states += report[0];
+        }
+        EXPECT_TRUE(std::regex_match(states, std::regex(each.states))) << each.what << ": " << states;
+    }
+    TestService unmanaged("here");
+    EXPECT_TRUE(unmanaged.start("", true)) << "not started by the platform's manager";
+    EXPECT_EQ(unmanaged.heard, Texts{});
+}
+
+// The manager's database.
+
+TEST(ServiceInstall, RegistersTheRunningProgram) {
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
+    RecordingServiceManager manager;
+    TestService plain;
+    plain.describe("what it does");
+    EXPECT_TRUE(plain.install());
+    TestService full("named");
+    full.addArguments("--serve now");
+    EXPECT_TRUE(full.install());
+    EXPECT_EQ(manager.calls(),
+              (Texts{"openManager 983103", "createService [] [] [" + program + "] [] 983551 16 2 1",
+                     "setDescription what it does", "openManager 983103",
+                     "createService [named] [The service] [" + program + " --serve now] [first] 983551 272 2 1"}));
+    EXPECT_EQ(manager.openHandles(), 0u);
+}
+
+TEST(ServiceInstall, AnswersForEachFailure) {
+    struct Case {
+        const char* call;
+        unsigned error;
+        bool installed;
+        bool removed;
+    };
+    const Case cases[] = {
+        {"openManager", 120, true, true},    {"openManager", 5, false, false},   {"createService", 1073, false, true},
+        {"createService", 120, false, true}, {"openService", 1060, true, false}, {"setDescription", 5, true, true},
+        {"control", 1062, true, true},       {"deleteService", 5, true, false},
+    };
+    for (const Case& each : cases) {
+        RecordingServiceManager manager;
+        CapturedLog log;
+        manager.failures[each.call] = each.error;
+        manager.failures.emplace("control", 1062);
+        TestService service("named");
+        service.describe("d");
+        EXPECT_EQ(service.install(), each.installed) << each.call << each.error;
+        const std::string logged = log.text();
+        EXPECT_EQ(service.remove(), each.removed) << each.call << each.error;
+        EXPECT_EQ(manager.openHandles(), 0u) << each.call << each.error;
+        EXPECT_EQ(logged.find("KestService::install: failed to set service description (5)\n") != std::string::npos,
+                  each.call == std::string("setDescription"))
+            << logged;
+    }
+    RecordingServiceManager manager;
+    TestService service("named");
+    for (const auto& [error, result] : {std::pair{ENOSYS, true}, {EACCES, false}}) {
+        const kit::FailingCalls calls("readlink", 1, true, error);
+        EXPECT_EQ(service.install(), result) << error;
+    }
+    EXPECT_EQ(manager.calls(), Texts{});
+}
+
+TEST(ServiceInstall, RemovalWaitsUntilTheServiceHasStopped) {
+    RecordingServiceManager manager;
+    TestService service("named");
+    manager.queriedStates = {3, 1, 3};
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_TRUE(service.remove());
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+    EXPECT_EQ(service.state(), KestService::STOPPED);
+    EXPECT_EQ(manager.calls(), (Texts{"openManager 983103", "openService named 983551", "control 1", "queryStatus",
+                                      "queryStatus", "deleteService"}));
+    TestService unmanaged("here");
+    KestSupport::platform::setServiceManager(nullptr);
+    EXPECT_TRUE(unmanaged.install() && unmanaged.remove()) << "a platform without a manager";
+}
+
+}  // namespace

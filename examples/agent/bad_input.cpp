@@ -1,0 +1,24 @@
+#include "bad_input.h"
+
+#include <cstdio>
+
+namespace agent {
+
+std::string printable(const std::string& text) {
+    constexpr std::size_t longest = 120;
+    std::string shown;
+    for (const char each : text.substr(0, longest)) {
+        const auto byte = static_cast<unsigned char>(each);
+        if (byte >= 0x20 && byte != 0x7F) {
+            shown += each;
+            continue;
+        }
+        char escaped[5];
+        std::snprintf(escaped, sizeof escaped, "\\x%02X", static_cast<unsigned>(byte));
+        shown += escaped;
+    }
+    if (text.size() > longest) shown += "...";
+    return shown;
+}
+
+}  // namespace agent

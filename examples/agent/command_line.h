@@ -1,0 +1,25 @@
+// The agent's command line.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace agent {
+
+/// What the user asked for; what is absent is left to the settings.
+struct CommandLine {
+    bool help = false;
+    bool console = false;
+    std::optional<std::string> settingsFile;
+    std::optional<std::string> samples;
+    std::optional<std::string> interval;
+    std::optional<std::string> logLevel;
+};
+
+/// Throws BadInput for an option that there is not, one without its value, and an argument that is no option.
+CommandLine parseCommandLine(int argc, char** argv);
+
+/// The text of --help.
+extern const char* const kUsage;
+
+}  // namespace agent

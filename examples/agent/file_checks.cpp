@@ -1,0 +1,54 @@
+#include "file_checks.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <system_error>
+
+#include "bad_input.h"
+
+namespace agent {
+namespace {
+
+constexpr std::size_t kLargestText = 1 << 20;
+
+struct FileCloser {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using OwnedFile = std::unique_ptr<std::FILE, FileCloser>;
+
+std::string reasonOf(int error) {
+    return std::generic_category().message(error);
+}
+
+}  // namespace
+
+void requireReadableText(const std::string& what, const std::string& file) {
+    std::error_code error;
+    const auto status = std::filesystem::status(file, error);
+    if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
+        throw BadInput(what, "not a regular file");
+    }
+    const OwnedFile opened(std::fopen(file.c_str(), "rb"));
+    if (opened == nullptr) throw BadInput(what, reasonOf(errno));
+
+    std::string text(kLargestText + 1, '\0');
+    text.resize(std::fread(text.data(), 1, text.size(), opened.get()));
+    if (std::ferror(opened.get()) != 0) throw BadInput(what, reasonOf(errno));
+    if (text.size() > kLargestText) throw BadInput(what, "larger than " + std::to_string(kLargestText) + " bytes");
+    if (text.rfind("\xFF\xFE", 0) == 0) return;  // UTF-16, where every other byte may be 0
+    const auto nul = std::find(text.begin(), text.end(), '\0');
+    if (nul == text.end()) return;
+    const auto line = std::count(text.begin(), nul, '\n') + 1;
+    throw BadInput(what, "line " + std::to_string(line) + " is not text");
+}
+
+void requireCreatable(const std::string& what, const std::string& probe) {
+    const OwnedFile made(std::fopen(probe.c_str(), "w"));
+    if (made == nullptr) throw BadInput(what, reasonOf(errno));
+    std::remove(probe.c_str());
+}
+
+}  // namespace agent

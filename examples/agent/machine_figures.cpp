@@ -1,0 +1,68 @@
+#include "machine_figures.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+
+#include "number.h"
+
+namespace agent {
+namespace {
+
+// A line of /proc/meminfo, such as "MemTotal:       16384 kB".
+std::optional<double> memoryLine(const std::string& wanted) {
+    std::ifstream lines("/proc/meminfo");
+    std::string name;
+    std::string amount;
+    std::string rest;
+    while (lines >> name >> amount && std::getline(lines, rest)) {
+        if (name == wanted) return numberFrom<double>(amount);
+    }
+    return std::nullopt;
+}
+
+bool isProcess(const std::string& name) {
+    return std::all_of(name.begin(), name.end(), [](char each) { return each >= '0' && each <= '9'; });
+}
+
+}  // namespace
+
+std::optional<double> MachineFigures::loadAverage() {
+    std::ifstream line("/proc/loadavg");
+    std::string lastMinute;
+    if (!(line >> lastMinute)) return std::nullopt;
+    return numberFrom<double>(lastMinute);
+}
+
+std::optional<double> MachineFigures::memoryUsedPercent() {
+    const auto total = memoryLine("MemTotal:");
+    const auto available = memoryLine("MemAvailable:");
+    if (!total || !available || *total <= 0) return std::nullopt;
+    return 100 * (*total - *available) / *total;
+}
+
+// A process that ends meanwhile ends nothing here: the walk then goes on or stops with what it has.
+std::optional<double> MachineFigures::processCount() {
+    std::error_code error;
+    std::uint32_t count = 0;
+    std::filesystem::directory_iterator entry("/proc", error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        if (isProcess(entry->path().filename().string())) ++count;
+    }
+    if (count == 0) return std::nullopt;
+    return count;
+}
+
+// As df counts: what is kept for the administrator is in use for everybody else.
+std::optional<double> MachineFigures::diskUsedPercent(const std::string& path) {
+    std::error_code error;
+    const std::filesystem::space_info space = std::filesystem::space(path, error);
+    if (error) return std::nullopt;
+    const double used = static_cast<double>(space.capacity - space.free);
+    const double usable = used + static_cast<double>(space.available);
+    return usable > 0 ? 100 * used / usable : 0;
+}
+
+}  // namespace agent

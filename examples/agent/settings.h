@@ -1,0 +1,33 @@
+// The agent's settings: defaults, then a property file, then the command line.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "command_line.h"
+
+namespace agent {
+
+struct Settings {
+    int interval = 5;  ///< seconds from one sample to the next
+    int samples = 0;   ///< 0: until asked to end
+
+    double cpuLimit = 8;         ///< load average of the last minute
+    double memoryLimit = 90;     ///< per cent in use
+    double diskLimit = 90;       ///< per cent in use, of each file system
+    double processLimit = 2000;  ///< processes
+    std::vector<std::string> diskPaths{"/"};
+
+    std::string stateFile = "kest-agent.state";
+    std::string logFile;  ///< empty: standard output only
+    bool logToConsole = false;
+    int logLevel = 3;
+    std::map<std::string, int> moduleLevels;  ///< by watcher: Cpu, Memory, Disk, Process
+};
+
+/// Throws BadInput for a file that cannot be read, a setting that there is not, one given twice, and a value that is
+/// not of its setting's kind or range.
+Settings loadSettings(const CommandLine& commandLine);
+
+}  // namespace agent

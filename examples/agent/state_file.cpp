@@ -1,0 +1,57 @@
+#include "state_file.h"
+
+#include <support/exceptions.h>
+
+#include <filesystem>
+#include <system_error>
+
+#include "bad_input.h"
+#include "file_checks.h"
+
+namespace agent {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Removes what was begun, unless it has been moved to its place.
+struct Temporary {
+    std::string name;
+    ~Temporary() {
+        std::error_code ignored;
+        fs::remove(name, ignored);
+    }
+};
+
+std::string temporaryName(const std::string& file) {
+    return file + ".kest-agent-new";
+}
+
+}  // namespace
+
+StateFile::StateFile(const std::string& file) : m_described("state file " + printable(file)) {
+    std::error_code error;
+    m_file = fs::weakly_canonical(file, error).string();
+    if (error) throw BadInput(m_described, error.message());
+    requireCreatable(m_described, temporaryName(m_file));
+    if (!fs::exists(m_file, error)) return;
+
+    requireReadableText(m_described, m_file);
+    m_last.loadProperties(m_file, '=');
+    std::string status;
+    if (!m_last.getPropertyValue(kStatus, status)) throw BadInput(m_described, "holds something else");
+}
+
+void StateFile::save(Properties& state) const {
+    const Temporary temporary{temporaryName(m_file)};
+    requireCreatable(m_described, temporary.name);
+    try {
+        state.saveProperties(temporary.name);
+    } catch (const KestSupport::KestException&) {
+        throw BadInput(m_described, "could not be written whole");
+    }
+    std::error_code error;
+    fs::rename(temporary.name, m_file, error);
+    if (error) throw BadInput(m_described, error.message());
+}
+
+}  // namespace agent

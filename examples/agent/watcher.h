@@ -1,0 +1,51 @@
+// A watcher reads one figure at each sample and tells its dependents when the figure crosses its limit.
+#pragma once
+
+#include <support/observer.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace agent {
+
+/// A figure has risen above its limit, or has come back.
+class LimitCrossed : public KestSupport::KestNotification {
+  public:
+    explicit LimitCrossed(bool above) : m_above(above) {}
+
+    bool isAbove() const { return m_above; }
+
+  private:
+    bool m_above;
+};
+
+class Watcher : public KestSupport::KestCollaborator {
+  public:
+    using Read = std::function<std::optional<double>()>;
+
+    /// `module` names it in the log, `figure` in words; `property` begins its names in the state file.
+    Watcher(std::string module, std::string property, std::string figure, double limit, Read read);
+
+    /// Reads the figure, logs it, and tells of a crossing on the calling thread.
+    void sample();
+
+    const std::string& module() const { return m_module; }
+    const std::string& property() const { return m_property; }
+    const std::string& figure() const { return m_figure; }
+    double limit() const { return m_limit; }
+    /// The latest value; none before the first sample, and when the system did not tell it.
+    std::optional<double> value() const { return m_value; }
+    bool isAbove() const { return m_above; }
+
+  private:
+    std::string m_module;
+    std::string m_property;
+    std::string m_figure;
+    double m_limit;
+    Read m_read;
+    std::optional<double> m_value;
+    bool m_above = false;
+};
+
+}  // namespace agent

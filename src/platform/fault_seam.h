@@ -1,5 +1,5 @@
 // The seam in front of the operating system. Every system call whose failure matters asks it first, by the call's name,
-// so that a test can make the Nth one fail, once or from then on. Without a hook it costs one relaxed load.
+// so that a test can make the Nth one fail, once or from then on. Without a hook it costs one load.
 //
 // Threads: the hook may be called by any thread, also while the library holds internal locks; it takes no lock of the
 // library and calls nothing of it.
@@ -23,7 +23,7 @@ inline void setFaultHook(FaultHook hook) noexcept {
 
 /// The errno value that the named call is to fail with, 0 for none.
 inline int injectedFault(const char* call) noexcept {
-    const FaultHook hook = internal::g_faultHook.load(std::memory_order_relaxed);
+    const FaultHook hook = internal::g_faultHook.load(std::memory_order_acquire);
     return hook == nullptr ? 0 : hook(call);
 }
 

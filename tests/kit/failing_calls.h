@@ -3,7 +3,7 @@
 
 #include <atomic>
 #include <cerrno>
-#include <string>
+#include <string_view>
 
 #include "platform/fault_seam.h"
 
@@ -11,10 +11,10 @@ namespace kit {
 
 class FailingCalls {
   public:
-    /// call: the name that the seam is asked with, empty for every call. first counts from 1. forGood: all later ones
-    /// too.
-    explicit FailingCalls(std::string call, int first = 1, bool forGood = true, int error = ENOMEM) {
-        s_call = std::move(call);
+    /// call: the name that the seam is asked with, empty for every call; kept as a pointer. first counts from 1.
+    /// forGood: all later ones too.
+    explicit FailingCalls(const char* call, int first = 1, bool forGood = true, int error = ENOMEM) {
+        s_call = call;
         s_first = first;
         s_forGood = forGood;
         s_error = error;
@@ -30,12 +30,13 @@ class FailingCalls {
 
   private:
     static int ask(const char* call) noexcept {
-        if (!s_call.empty() && s_call != call) return 0;
+        const std::string_view wanted = s_call.load();
+        if (!wanted.empty() && wanted != call) return 0;
         const int number = ++s_seen;
         return number == s_first || (s_forGood && number > s_first) ? s_error.load() : 0;
     }
 
-    inline static std::string s_call;
+    inline static std::atomic<const char*> s_call;
     inline static std::atomic<int> s_first, s_error, s_seen;
     inline static std::atomic<bool> s_forGood;
 };

@@ -307,7 +307,7 @@ TEST(Wait, SignalAndWaitLeavesNoGapForAPulse) {
 
 TEST(Wait, ShortMemoryGivesANullHandleAndCallsOnItFail) {
     for (const std::string call : {"createEvent", "createMutex", "createWaitableTimer"}) {
-        const kit::FailingCalls failing(call);
+        const kit::FailingCalls failing(call.c_str());
         EXPECT_EQ(event() == nullptr, call == "createEvent");
         EXPECT_EQ(mutex() == nullptr, call == "createMutex");
         EXPECT_EQ(OwnedHandle(createWaitableTimer(true)) == nullptr, call == "createWaitableTimer");

@@ -91,13 +91,10 @@ class PropertyTable {
     using View = std::basic_string_view<CharType, Traits>;
     using Index = std::uint32_t;
 
-    /// The first value is here, further ones in a place of their own: most names have one. A look-up waits for the
-    /// memory more than for anything else, so an entry fills the usual cache line.
-    struct alignas(64) Entry {
+    /// The first value is here, further ones in a place of their own: most names have one.
+    struct Entry {
         View name;  // without characters: a free place
         StringType value;
-        Index index = 0;
-        bool hasFurtherValues = false;
     };
 
     PropertyTable() = default;
@@ -135,14 +132,14 @@ class PropertyTable {
     std::size_t behind(std::size_t slot) const { return (slot + 1) & (m_slots.size() - 1); }
     void freeSlot(std::size_t slot);
     void growSlots();
-    Entry& takeEntry();
+    Index takePlace();
     void packNames();
     static void fetch(const Entry* const* entries, std::size_t count);
 
     std::vector<Slot> m_slots;  // linear probing; a power of two of them, at most seven eighths in use
     std::deque<Entry> m_entries;
     std::vector<Index> m_free;  // places in m_entries
-    std::map<Index, std::vector<StringType>> m_furtherValues;
+    std::map<const Entry*, std::vector<StringType>> m_furtherValues;
     NameStore<View> m_names;
     std::size_t m_count = 0;
     bool m_isInOrder = true;            // the entries stand in the order of their names
@@ -161,9 +158,8 @@ PropertyTable<StringType>::PropertyTable(const PropertyTable& other) {
         if (entry.name.empty()) continue;
         Entry& copy = *findOrAdd(entry.name).first;
         copy.value = entry.value;
-        if (!entry.hasFurtherValues) continue;
-        m_furtherValues[copy.index] = other.m_furtherValues.at(entry.index);
-        copy.hasFurtherValues = true;
+        const auto further = other.m_furtherValues.find(&entry);
+        if (further != other.m_furtherValues.end()) m_furtherValues[&copy] = further->second;
     }
 }
 
@@ -183,9 +179,10 @@ auto PropertyTable<StringType>::findOrAdd(View name) -> std::pair<Entry*, bool> 
     if (m_names.isMostlyWaste()) packNames();
     const View kept = m_names.keep(name);
     const bool isBehindLast = m_count == 0 || (m_isInOrder && m_free.empty() && m_entries.back().name < kept);
-    Entry& entry = takeEntry();
+    const Index index = takePlace();
+    Entry& entry = m_entries[index];
     entry.name = kept;
-    slot = {hash, entry.index + 1};
+    slot = {hash, index + 1};
     ++m_count;
     m_isInOrder = isBehindLast;
     m_order.clear();
@@ -197,13 +194,13 @@ void PropertyTable<StringType>::erase(View name) {
     if (m_count == 0) return;
     const std::size_t slot = findSlot(name, hashOf(name));
     if (m_slots[slot].place == 0) return;
-    Entry& entry = m_entries[m_slots[slot].place - 1];
-    m_free.push_back(entry.index);
-    if (entry.hasFurtherValues) m_furtherValues.erase(entry.index);
+    const Index index = m_slots[slot].place - 1;
+    Entry& entry = m_entries[index];
+    m_free.push_back(index);
+    m_furtherValues.erase(&entry);
     m_names.giveBack(entry.name);
     entry.name = View();
     entry.value = StringType();
-    entry.hasFurtherValues = false;
     freeSlot(slot);
     --m_count;
     m_order.clear();
@@ -212,16 +209,14 @@ void PropertyTable<StringType>::erase(View name) {
 template <typename StringType>
 std::vector<StringType> PropertyTable<StringType>::valuesOf(const Entry& entry) const {
     std::vector<StringType> values{entry.value};
-    if (!entry.hasFurtherValues) return values;
-    const std::vector<StringType>& further = m_furtherValues.at(entry.index);
-    values.insert(values.end(), further.begin(), further.end());
+    const auto further = m_furtherValues.find(&entry);
+    if (further != m_furtherValues.end()) values.insert(values.end(), further->second.begin(), further->second.end());
     return values;
 }
 
 template <typename StringType>
 void PropertyTable<StringType>::addFurtherValue(Entry& entry, StringType value) {
-    m_furtherValues[entry.index].push_back(std::move(value));
-    entry.hasFurtherValues = true;
+    m_furtherValues[&entry].push_back(std::move(value));
 }
 
 // Most names are told apart by a few characters behind those that all have in common; only the others are compared.
@@ -352,16 +347,15 @@ void PropertyTable<StringType>::growSlots() {
 }
 
 template <typename StringType>
-auto PropertyTable<StringType>::takeEntry() -> Entry& {
+auto PropertyTable<StringType>::takePlace() -> Index {
     if (!m_free.empty()) {
-        Entry& entry = m_entries[m_free.back()];
+        const Index index = m_free.back();
         m_free.pop_back();
-        return entry;
+        return index;
     }
     if (m_entries.size() == UINT32_MAX - 1) throw std::length_error("too many properties");
-    const auto index = static_cast<Index>(m_entries.size());
-    m_entries.emplace_back().index = index;
-    return m_entries.back();
+    m_entries.emplace_back();
+    return static_cast<Index>(m_entries.size() - 1);
 }
 
 template <typename StringType>

@@ -1,12 +1,14 @@
 #include "bench_kit.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <mutex>
 #include <string>
 
-#include "platform/record_file.h"
 #include "support/logging.h"
 #ifdef KEST_HAVE_SPDLOG
 #include <spdlog/sinks/basic_file_sink.h>
@@ -71,11 +73,11 @@ void logAboveTheLevel(benchmark::State& state) {
 
 void writeTheSameBytes(benchmark::State& state) {
     const Folder folder;
-    platform::RecordFile file;
-    file.open(folder.file("bare.log").c_str());
+    const int file = ::open(folder.file("bare.log").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     const std::string line = "20261118_13:05:07 5 Global     [4711] 1234567" + text + "\n";
     for (auto _ : state)
-        file.write(line);
+        benchmark::DoNotOptimize(::write(file, line.data(), line.size()));
+    ::close(file);
 }
 
 #ifdef KEST_HAVE_SPDLOG

@@ -1,7 +1,7 @@
 #include "support/service.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -11,6 +11,7 @@
 #include "kit/child_process.h"
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
+#include "kit/log_capture.h"
 #include "kit/recording_service_manager.h"
 #include "support/exceptions.h"
 #include "support/logging.h"
@@ -31,18 +32,12 @@ class TestService : public KestService {
     std::function<bool()> onStop = [] { return true; };
     Texts heard;
 
-    Texts fields() const {
-        return {m_appName,
-                m_serviceName,
-                m_displayName,
-                m_dependencies,
-                m_arguments,
-                m_interactive ? "yes" : "no",
-                std::string(m_description.begin(), m_description.end())};
+    std::string fields() const {
+        return m_appName + "," + m_serviceName + "," + m_displayName + "," + m_dependencies + "," + m_arguments + "," +
+               std::string(m_description.begin(), m_description.end()) + "," + std::to_string(m_interactive);
     }
     void describe(const std::string& text) { m_description.assign(text.begin(), text.end()); }
     void addArguments(const std::string& text) { m_arguments = text; }
-    using KestService::getEventObject;
     using KestService::getStatusHandle;
     using KestService::ReportStatusToSCMgr;
 
@@ -57,27 +52,16 @@ class TestService : public KestService {
     }
 };
 
-// Records without their prefix go to standard output while this lives.
-struct CapturedLog {
-    KestLogging logging{"service", KestLogging::standardOutputTarget, 9};
-    CapturedLog() {
-        testing::internal::CaptureStdout();
-        logging.enableRecordData(false);
-        KestLogging::setInstance(logging);
-    }
-    std::string text() { return testing::internal::GetCapturedStdout(); }
-};
-
 TEST(Service, IsMadeWithTheFieldsThatItIsGiven) {
     const TestService plain;
-    EXPECT_EQ(plain.fields(), (Texts{"", "", "", "", "", "no", ""}));
+    EXPECT_EQ(plain.fields(), ",,,,,,0");
     EXPECT_EQ(plain.state(), KestService::STOPPED);
     EXPECT_EQ(plain.getStatusHandle(), nullptr);
     {
         const TestService dependent(true, "other");
-        EXPECT_EQ(dependent.fields(), (Texts{"", "", "", "other", "", "yes", ""}));
+        EXPECT_EQ(dependent.fields(), ",,,other,,,1");
         const TestService full("named");
-        EXPECT_EQ(full.fields(), (Texts{"app", "named", "The service", "first", "", "yes", ""}));
+        EXPECT_EQ(full.fields(), "app,named,The service,first,,,1");
         EXPECT_EQ(full.serviceName(), "named");
         EXPECT_EQ(KestService::getService(), &full) << "the latest";
     }
@@ -134,16 +118,13 @@ TEST(ServiceConsole, EndsCleanlyOnAnEventOfTheConsole) {
 }
 
 TEST(ServiceConsole, LogsItsWay) {
-    CapturedLog log;
+    kit::LogCapture log;
     TestService service;
     service.onStart = [&] { return service.stop(); };
     EXPECT_TRUE(service.start("", false));
-    EXPECT_EQ(log.text(),
-              "KestService::stop: entering\n"
-              "KestService::stop: exiting\n"
-              "KestService::start: waiting for service to exit\n"
-              "KestService::start: service completed.\n"
-              "KestService::start: exiting\n");
+    EXPECT_EQ(log.messages(), (Texts{"KestService::stop: entering", "KestService::stop: exiting",
+                                     "KestService::start: waiting for service to exit",
+                                     "KestService::start: service completed.", "KestService::start: exiting"}));
     EXPECT_EQ(service.heard, (Texts{"start <> in 1", "stop in 4"}));
     service.onStop = []() -> bool { throw std::runtime_error("no"); };
     EXPECT_THROW(service.start("", false), std::runtime_error);
@@ -154,7 +135,7 @@ TEST(ServiceConsole, LogsItsWay) {
 
 TEST(ServiceMode, ReportsAndLogsItsWholeLife) {
     RecordingServiceManager manager;
-    CapturedLog log;
+    kit::LogCapture log;
     manager.startArguments = {"life", "x", "y"};
     TestService service("life");
     service.onStart = [] {
@@ -173,9 +154,9 @@ TEST(ServiceMode, ReportsAndLogsItsWholeLife) {
     });
     EXPECT_TRUE(service.start("not used", true));
     administrator.join();
-    const std::string text = log.text();
+    const Texts messages = log.messages();
     for (const char* line :
-         {"KestService::start: calling StartServiceCtrlDispatcher", "KestService::ReportStatusToSCMgr: state=2",
+         {"KestService::start: calling StartServiceCtrlDispatcher", "KestService::ReportStatusToSCMgr: state=1",
           "service_main: creating WaitForServiceThread", "WaitForServiceThread: waiting for service to exit",
           "service_main: creating ServiceStartThread", "service_main: waiting for ServiceStartThread to exit",
           "ServiceStartThread: calling startIt", "ServiceStartThread: startIt returned with status=1",
@@ -185,7 +166,7 @@ TEST(ServiceMode, ReportsAndLogsItsWholeLife) {
           "ServiceStopThread: stopIt returned with status=0", "WaitForServiceThread: ServiceStopThread has exited",
           "WaitForServiceThread: stopping service", "KestService::start: StartServiceCtrlDispatcher returned, exiting",
           "KestService::start: exiting"}) {
-        EXPECT_NE(text.find(line + std::string("\n")), std::string::npos) << line;
+        EXPECT_EQ(std::count(messages.begin(), messages.end(), line), 1) << line;
     }
     EXPECT_EQ(service.heard, (Texts{"start <x y > in 4", "stop in 3"}));
     EXPECT_EQ(service.state(), KestService::STOPPED);
@@ -298,18 +279,18 @@ TEST(ServiceInstall, AnswersForEachFailure) {
     };
     for (const Case& each : cases) {
         RecordingServiceManager manager;
-        CapturedLog log;
+        kit::LogCapture log;
         manager.failures[each.call] = each.error;
         manager.failures.emplace("control", 1062);
         TestService service("named");
         service.describe("d");
         EXPECT_EQ(service.install(), each.installed) << each.call << each.error;
-        const std::string logged = log.text();
         EXPECT_EQ(service.remove(), each.removed) << each.call << each.error;
         EXPECT_EQ(manager.openHandles(), 0u) << each.call << each.error;
-        EXPECT_EQ(logged.find("KestService::install: failed to set service description (5)\n") != std::string::npos,
-                  each.call == std::string("setDescription"))
-            << logged;
+        const Texts messages = log.messages();
+        EXPECT_EQ(
+            std::count(messages.begin(), messages.end(), "KestService::install: failed to set service description (5)"),
+            each.call == std::string("setDescription") ? 1 : 0);
     }
     RecordingServiceManager manager;
     TestService service("named");

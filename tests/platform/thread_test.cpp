@@ -5,6 +5,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
+#include <iterator>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -52,6 +55,22 @@ struct Counter {
     }
 };
 
+// A thread that runs a lambda.
+struct Lambda {
+    std::function<void(WaitHandle)> work;
+    WaitHandle handle = nullptr;
+
+    bool start() {
+        return createThread(
+            [](void* argument) -> std::uint32_t {
+                const auto& self = *static_cast<Lambda*>(argument);
+                self.work(self.handle);
+                return 0;
+            },
+            this, handle);
+    }
+};
+
 std::uint32_t exitCodeOf(WaitHandle thread) {
     std::uint32_t code = 0;
     EXPECT_TRUE(threadExitCode(thread, code));
@@ -77,24 +96,21 @@ TEST(Thread, RunsEndsAndTellsItsExitCode) {
 
 TEST(Thread, EndsOnlyAfterItsThreadLocalObjects) {
     static std::atomic<bool> destroyed;
-    destroyed = false;
     struct Local {
         ~Local() {
             std::this_thread::sleep_for(10ms);
             destroyed = true;
         }
+        std::atomic<int> used{0};
     };
-    WaitHandle handle = nullptr;
-    ASSERT_TRUE(createThread(
-        [](void*) -> std::uint32_t {
-            thread_local const Local local;
-            static_cast<void>(local);
-            return 0;
-        },
-        nullptr, handle));
-    waitForOne(handle, kInfinite);
+    Lambda thread{[](WaitHandle) {
+        thread_local Local local;
+        ++local.used;
+    }};
+    ASSERT_TRUE(thread.start());
+    waitForOne(thread.handle, kInfinite);
     EXPECT_TRUE(destroyed);
-    closeHandle(handle);
+    closeHandle(thread.handle);
 }
 
 TEST(Thread, SuspensionsCount) {
@@ -113,27 +129,33 @@ TEST(Thread, SuspensionsCount) {
     EXPECT_FALSE(resumeThread(counter.handle));
 }
 
-TEST(Thread, AThreadMaySuspendItself) {
-    struct Self {
-        WaitHandle handle = nullptr;
-        kit::Gate ready;
-        std::atomic<bool> resumed{false};
-    } self;
-    ASSERT_TRUE(createThread(
-        [](void* argument) -> std::uint32_t {
-            auto& me = *static_cast<Self*>(argument);
-            me.ready.open();
-            suspendThread(me.handle);
-            me.resumed = true;
-            return 0;
-        },
-        &self, self.handle));
-    self.ready.pass();
-    EXPECT_EQ(waitForOne(self.handle, 20), kWaitTimeout);
-    EXPECT_FALSE(self.resumed);
-    kit::await([&] { return resumeThread(self.handle); });
-    EXPECT_EQ(waitForOne(self.handle, kInfinite), kWaitObject0);
-    closeHandle(self.handle);
+TEST(Thread, AThreadMaySuspendTerminateAndCloseItself) {
+    std::atomic<bool> resumed{false}, after{false};
+    kit::Gate ready;
+    Lambda thread{[&](WaitHandle self) {
+        ready.open();
+        suspendThread(self);
+        resumed = true;
+        terminateThread(self, 9);
+        after = true;
+    }};
+    ASSERT_TRUE(thread.start());
+    ready.pass();
+    EXPECT_EQ(waitForOne(thread.handle, 20), kWaitTimeout);
+    EXPECT_FALSE(resumed);
+    kit::await([&] { return resumeThread(thread.handle); });
+    EXPECT_EQ(waitForOne(thread.handle, kInfinite), kWaitObject0);
+    EXPECT_EQ(exitCodeOf(thread.handle), 9U);
+    EXPECT_TRUE(resumed && !after);
+    closeHandle(thread.handle);
+
+    kit::Gate closed;
+    Lambda closing{[&](WaitHandle self) {
+        closeHandle(self);
+        closed.open();
+    }};
+    ASSERT_TRUE(closing.start());
+    closed.pass();
 }
 
 // Where a thread may be when it is terminated.
@@ -160,71 +182,40 @@ const Place kPlaces[] = {
 };
 
 TEST(Thread, TerminationTakesAThreadWhereverItIs) {
-    for (const Place& place : kPlaces) {
-        for (const bool suspended : {false, true}) {
-            SCOPED_TRACE(std::string(place.name) + (suspended ? ", suspended" : ""));
-            struct Setup {
-                const Place* place;
-                WaitHandle held = createMutex();
-                WaitHandle event = createEvent(false, false);
-                CriticalSection* section = createCriticalSection();
-                kit::Gate ready;
-                std::atomic<bool> destroyed{false};
-            } setup{&place, createMutex(), createEvent(false, false), createCriticalSection(), {}, {false}};
-            enterCriticalSection(*setup.section);
-            WaitHandle handle = nullptr;
-            ASSERT_TRUE(createThread(
-                [](void* argument) -> std::uint32_t {
-                    auto& s = *static_cast<Setup*>(argument);
-                    struct Witness {
-                        std::atomic<bool>& destroyed;
-                        ~Witness() { destroyed = true; }
-                    } const witness{s.destroyed};
-                    waitForOne(s.held, kInfinite);
-                    s.ready.open();
-                    s.place->stay(s.event, *s.section);
-                    return 0;
-                },
-                &setup, handle));
-            setup.ready.pass();
-            std::this_thread::sleep_for(5ms);
-            EXPECT_TRUE(!suspended || suspendThread(handle));
-            EXPECT_TRUE(terminateThread(handle, 42));
-            EXPECT_EQ(waitForOne(handle, 0), kWaitObject0);
-            EXPECT_EQ(exitCodeOf(handle), 42U);
-            EXPECT_FALSE(setup.destroyed) << "nothing is unwound";
-            EXPECT_EQ(waitForOne(setup.held, kInfinite), kWaitAbandoned);
-            setEvent(setup.event);
-            EXPECT_EQ(waitForOne(setup.event, 0), kWaitObject0) << "the ended thread still waited";
-            closeHandle(handle);
-            closeHandle(setup.held);
-            closeHandle(setup.event);
-            leaveCriticalSection(*setup.section);
-            destroyCriticalSection(setup.section);
-        }
+    for (int run = 0; run < 2 * static_cast<int>(std::size(kPlaces)); ++run) {
+        const Place& place = kPlaces[run / 2];
+        const bool suspended = run % 2 == 1;
+        SCOPED_TRACE(std::string(place.name) + (suspended ? ", suspended" : ""));
+        const OwnedHandle held(createMutex()), event(createEvent(false, false));
+        const std::unique_ptr<CriticalSection, void (*)(CriticalSection*)> section(
+            createCriticalSection(), [](CriticalSection* used) { destroyCriticalSection(used); });
+        enterCriticalSection(*section);
+        kit::Gate ready;
+        std::atomic<bool> destroyed{false};
+        Lambda thread{[&](WaitHandle) {
+            const std::unique_ptr<std::atomic<bool>, void (*)(std::atomic<bool>*)> witness(
+                &destroyed, [](std::atomic<bool>* flag) { *flag = true; });
+            waitForOne(held.get(), kInfinite);
+            ready.open();
+            place.stay(event.get(), *section);
+        }};
+        ASSERT_TRUE(thread.start());
+        ready.pass();
+        std::this_thread::sleep_for(5ms);
+        EXPECT_TRUE(!suspended || suspendThread(thread.handle));
+        EXPECT_TRUE(terminateThread(thread.handle, 42));
+        EXPECT_EQ(waitForOne(thread.handle, 0), kWaitObject0);
+        EXPECT_EQ(exitCodeOf(thread.handle), 42U);
+        EXPECT_FALSE(destroyed) << "nothing is unwound";
+        EXPECT_EQ(waitForOne(held.get(), kInfinite), kWaitAbandoned);
+        setEvent(event.get());
+        EXPECT_EQ(waitForOne(event.get(), 0), kWaitObject0) << "the ended thread still waited";
+        closeHandle(thread.handle);
+        leaveCriticalSection(*section);
     }
 }
 
-TEST(Thread, AThreadMayTerminateItself) {
-    struct Self {
-        WaitHandle handle = nullptr;
-        std::atomic<bool> after{false};
-    } self;
-    ASSERT_TRUE(createThread(
-        [](void* argument) -> std::uint32_t {
-            auto& me = *static_cast<Self*>(argument);
-            terminateThread(me.handle, 9);
-            me.after = true;
-            return 0;
-        },
-        &self, self.handle));
-    EXPECT_EQ(waitForOne(self.handle, kInfinite), kWaitObject0);
-    EXPECT_EQ(exitCodeOf(self.handle), 9U);
-    EXPECT_FALSE(self.after);
-    closeHandle(self.handle);
-}
-
-TEST(Thread, WaitsAmongOthersAndMayCloseItsOwnHandle) {
+TEST(Thread, WaitsAmongOthers) {
     Counter slow, quick;
     ASSERT_TRUE(slow.start() && quick.start());
     const std::vector<WaitHandle> handles{slow.handle, quick.handle};
@@ -234,20 +225,6 @@ TEST(Thread, WaitsAmongOthersAndMayCloseItsOwnHandle) {
     EXPECT_EQ(waitForMany(handles, true, 10), kWaitTimeout);
     slow.end = true;
     EXPECT_EQ(waitForMany(handles, true, kInfinite), kWaitObject0);
-
-    struct Own {
-        WaitHandle handle = nullptr;
-        kit::Gate closed;
-    } own;
-    ASSERT_TRUE(createThread(
-        [](void* argument) -> std::uint32_t {
-            auto& me = *static_cast<Own*>(argument);
-            closeHandle(me.handle);
-            me.closed.open();
-            return 0;
-        },
-        &own, own.handle));
-    own.closed.pass();
 }
 
 TEST(Thread, IdsAreTheSystemsAndNeverZero) {

@@ -6,6 +6,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -20,8 +21,6 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-constexpr auto kNotYet = 30ms;
-
 OwnedHandle event(bool manual = false, bool signalled = false) {
     return OwnedHandle(createEvent(manual, signalled));
 }
@@ -29,41 +28,22 @@ OwnedHandle mutex() {
     return OwnedHandle(createMutex());
 }
 
-// A thread that waits and tells the result. waiting() returns when it has had time to be queued.
-class WaitingThread {
-  public:
-    template <typename Wait>
-    explicit WaitingThread(Wait wait)
-        : m_thread([this, wait] {
-              m_started.open();
-              m_result = wait();
-              m_done.open();
-          }) {
-        m_started.pass();
-    }
-    ~WaitingThread() {
-        if (m_thread.joinable()) m_thread.join();
-    }
-    bool stillWaits() { return !m_done.passWithin(kNotYet); }
-    std::uint32_t result() {
-        m_done.pass();
-        return m_result;
-    }
-    kit::Gate& done() { return m_done; }
+template <typename Wait>
+std::future<std::uint32_t> elsewhere(Wait wait) {
+    return std::async(std::launch::async, wait);
+}
+bool stillWaits(const std::future<std::uint32_t>& wait) {
+    return wait.wait_for(30ms) == std::future_status::timeout;
+}
 
-  private:
-    kit::Gate m_started, m_done;
-    std::atomic<std::uint32_t> m_result{0xDEAD};
-    std::thread m_thread;
-};
-
+// Another thread's wait for a mutex, which it gives back.
 std::uint32_t waitElsewhere(WaitHandle handle, std::uint32_t timeout) {
-    std::uint32_t result = 0;
-    std::thread([&] {
-        result = waitForOne(handle, timeout);
-        if (result == kWaitObject0 || result == kWaitAbandoned) releaseMutex(handle);
-    }).join();
-    return result;
+    return elsewhere([=] {
+               const std::uint32_t result = waitForOne(handle, timeout);
+               if (result != kWaitTimeout) releaseMutex(handle);
+               return result;
+           })
+        .get();
 }
 
 TEST(Wait, AnEventAnswersBySignalAndKindOfReset) {
@@ -95,45 +75,39 @@ TEST(Wait, OneSetReleasesOneWaiterOfAnAutoResetEventAndAllOfAManualOne) {
         const auto subject = event(manual);
         std::atomic<int> released{0};
         const auto wait = [&] {
-            const auto result = waitForOne(subject.get(), kInfinite);
+            const std::uint32_t result = waitForOne(subject.get(), kInfinite);
             ++released;
             return result;
         };
-        WaitingThread first(wait), second(wait);
-        EXPECT_TRUE(first.stillWaits());
+        auto first = elsewhere(wait), second = elsewhere(wait);
+        EXPECT_TRUE(stillWaits(first));
         setEvent(subject.get());
-        if (manual) {
-            EXPECT_EQ(first.result() + second.result(), 0U);
-        } else {
-            kit::await([&] { return released == 1; });
-            EXPECT_TRUE(first.stillWaits() || second.stillWaits());
-            EXPECT_EQ(released, 1);
-            setEvent(subject.get());
-        }
-        first.result();
-        second.result();
-        EXPECT_EQ(released, 2);
+        kit::await([&] { return released == (manual ? 2 : 1); });
+        EXPECT_TRUE(manual || stillWaits(first) || stillWaits(second));
+        EXPECT_EQ(released, manual ? 2 : 1);
+        setEvent(subject.get());
+        EXPECT_EQ(first.get() + second.get(), 0U);
     }
 }
 
 TEST(Wait, APulseReleasesThoseWhoWaitAndLeavesNoSignal) {
     for (const bool manual : {false, true}) {
-        const auto subject = event(manual);
-        EXPECT_TRUE(pulseEvent(subject.get()));
+        const auto subject = event(manual), other = event();
+        pulseEvent(subject.get());
         EXPECT_EQ(waitForOne(subject.get(), 0), kWaitTimeout);
-        const auto other = event();
-        WaitingThread one([&] { return waitForOne(subject.get(), kInfinite); });
-        WaitingThread any([&] {
-            return waitForMany(std::array<WaitHandle, 2>{other.get(), subject.get()}, false, kInfinite);
-        });
-        EXPECT_TRUE(one.stillWaits() && any.stillWaits());
+        const std::array<WaitHandle, 2> both{other.get(), subject.get()};
+        auto one = elsewhere([&] { return waitForOne(subject.get(), kInfinite); });
+        auto any = elsewhere([&] { return waitForMany(both, false, kInfinite); });
+        EXPECT_TRUE(stillWaits(one) && stillWaits(any));
         pulseEvent(subject.get());
         if (!manual) {
-            kit::await([&] { return one.done().passWithin(0ms) || any.done().passWithin(0ms); });
+            const auto isDone = [](const auto& wait) { return wait.wait_for(0ms) == std::future_status::ready; };
+            kit::await([&] { return isDone(one) || isDone(any); });
+            EXPECT_TRUE(stillWaits(one) || stillWaits(any)) << "one pulse, one waiter";
             pulseEvent(subject.get());
         }
-        EXPECT_EQ(one.result(), 0U);
-        EXPECT_EQ(any.result(), 1U);
+        EXPECT_EQ(one.get(), 0U);
+        EXPECT_EQ(any.get(), 1U);
         EXPECT_EQ(waitForOne(subject.get(), 0), kWaitTimeout);
     }
 }
@@ -158,16 +132,16 @@ TEST(Wait, AllConsumesTogetherOrNotAtAll) {
     EXPECT_EQ(waitElsewhere(m.get(), 0), kWaitObject0) << "a wait that failed left the mutex taken";
     EXPECT_EQ(waitForOne(a.get(), 0), kWaitObject0) << "a wait that failed took the event";
     waitForOne(m.get(), 0);
-    WaitingThread all([&] {
+    auto all = elsewhere([&] {
         const auto result = waitForMany(handles, true, kInfinite);
         releaseMutex(m.get());
         return result;
     });
     setEvent(a.get());
     setEvent(b.get());
-    EXPECT_TRUE(all.stillWaits()) << "the mutex is not to be had yet";
+    EXPECT_TRUE(stillWaits(all)) << "the mutex is not to be had yet";
     releaseMutex(m.get());
-    EXPECT_EQ(all.result(), kWaitObject0);
+    EXPECT_EQ(all.get(), kWaitObject0);
     EXPECT_EQ(waitForOne(a.get(), 0), kWaitTimeout);
     EXPECT_EQ(waitForOne(b.get(), 0), kWaitObject0);
 }
@@ -230,21 +204,16 @@ TEST(Wait, AnEndedOwnerLeavesAMutexAbandonedForTheNextOne) {
 
 TEST(Wait, AWaiterHearsOfTheEndOfTheOwner) {
     const auto subject = mutex();
-    kit::Gate taken, end;
+    kit::Gate end;
     std::thread owner([&] {
         waitForOne(subject.get(), 0);
-        taken.open();
         end.pass();
     });
-    taken.pass();
-    WaitingThread waiter([&] {
-        const auto result = waitForOne(subject.get(), kInfinite);
-        releaseMutex(subject.get());
-        return result;
-    });
-    EXPECT_TRUE(waiter.stillWaits());
+    kit::await([&] { return waitElsewhere(subject.get(), 0) == kWaitTimeout; });
+    auto waiter = elsewhere([&] { return waitElsewhere(subject.get(), kInfinite); });
+    EXPECT_TRUE(stillWaits(waiter));
     end.open();
-    EXPECT_EQ(waiter.result(), kWaitAbandoned);
+    EXPECT_EQ(waiter.get(), kWaitAbandoned);
     owner.join();
 }
 
@@ -277,12 +246,12 @@ TEST(Wait, APeriodicTimerComesAgainAndReArmingReachesAWaiter) {
 
     setWaitableTimer(subject.get(), 36'000'000'000, 0);
     const auto wake = event();
-    WaitingThread waiter([&] {
+    auto waiter = elsewhere([&] {
         return waitForMany(std::array<WaitHandle, 2>{wake.get(), subject.get()}, false, kInfinite);
     });
-    EXPECT_TRUE(waiter.stillWaits());
+    EXPECT_TRUE(stillWaits(waiter));
     setWaitableTimer(subject.get(), 10'000, 0);
-    EXPECT_EQ(waiter.result(), 1U);
+    EXPECT_EQ(waiter.get(), 1U);
 }
 
 TEST(Wait, SignalAndWaitLeavesNoGapForAPulse) {

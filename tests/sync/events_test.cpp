@@ -5,16 +5,12 @@
 #include <array>
 #include <atomic>
 #include <stdexcept>
-#include <thread>
 #include <vector>
 
 #include "kit/failing_calls.h"
-#include "kit/gate.h"
 
 namespace KestSupport {
 namespace {
-
-using namespace std::chrono_literals;
 
 struct Told : KestDependent {
     void handleNotification(KestCollaborator&, const KestNotification& notification) override {
@@ -108,20 +104,6 @@ TEST(Event, WaitsForAnyAndForAll) {
     EXPECT_EQ(KestEvent::wait(65, many.data(), false, 0), -1);
     many[63].set();
     EXPECT_EQ(KestEvent::wait(64, many.data(), false, 0), 63);
-}
-
-TEST(Event, APulseReachesAWaiter) {
-    KestEvent event;
-    kit::Gate done;
-    std::thread waiter([&] {
-        EXPECT_EQ(event.wait(-1), 0);
-        done.open();
-    });
-    // Whether the waiter waits already cannot be seen from here; a pulse that comes too early is lost, as it should be.
-    while (!done.passWithin(5ms))
-        event.pulse();
-    waiter.join();
-    EXPECT_EQ(event.wait(0), -2);
 }
 
 TEST(Event, WithoutAPlatformEventIsInert) {

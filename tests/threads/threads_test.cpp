@@ -6,7 +6,6 @@
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -69,7 +68,13 @@ TEST(KestThreads, LiveFromStartToTheEndOfTheirRun) {
     EXPECT_NE(thread.getHandle(), nullptr);
     EXPECT_EQ(thread.wait(10), 258);
     EXPECT_EQ(thread.getExitCode(), -1);
-    end.open();
+    EXPECT_TRUE(thread.setPriority(KestThread::IDLE));
+    {
+        const kit::FailingCalls failing("sched_setscheduler", 1, true, EPERM);
+        EXPECT_FALSE(thread.setPriority(static_cast<KestThread::t_Priority>(9)));
+    }
+    std::thread([&] { end.open(); }).join();
+    EXPECT_EQ(thread.wait(-1) % 128, 0) << "0, or 128 when the run has ended already";
     thread.waitForThreadExit();
     EXPECT_EQ(thread.wait(-1), 128);
     EXPECT_EQ(thread.getExitCode(), 5);
@@ -82,32 +87,14 @@ TEST(KestThreads, LiveFromStartToTheEndOfTheirRun) {
     EXPECT_EQ(done.calls, 1) << "a thread runs once";
 }
 
-TEST(KestThreads, AWaitWithoutLimitEndsWithTheThread) {
-    kit::Gate end;
-    Work thread([&] {
-        end.pass();
-        return 0;
-    });
-    thread.start();
-    std::thread opener([&] { end.open(); });
-    const int result = thread.wait(-1);
-    EXPECT_TRUE(result == 0 || result == 128) << result;
-    opener.join();
-}
-
 TEST(KestThreads, WhatTheWorkThrowsBecomesZero) {
-    for (const bool library : {false, true}) {
-        DoneRecorder done;
-        Work thread([library]() -> int {
-            if (library) throw 7;
-            throw std::runtime_error("lost");
-        });
-        thread.addDependent(done);
-        thread.start();
-        thread.waitForThreadExit();
-        EXPECT_EQ(done.exitCode, 0);
-        EXPECT_EQ(thread.getExitCode(), 0);
-    }
+    DoneRecorder done;
+    Work thread([]() -> int { throw 7; });
+    thread.addDependent(done);
+    thread.start();
+    thread.waitForThreadExit();
+    EXPECT_EQ(done.exitCode, 0);
+    EXPECT_EQ(thread.getExitCode(), 0);
 }
 
 TEST(KestThreads, TheRightRunIsCalled) {
@@ -145,23 +132,21 @@ TEST(KestThreads, HaveNames) {
 }
 
 TEST(KestThreads, StopSuspendsAndStartResumes) {
-    std::atomic<long> count{0};
+    kit::Gate running;
     std::atomic<bool> end{false};
     Work thread([&] {
+        running.open();
         while (!end)
-            ++count;
+            std::this_thread::yield();
         return 0;
     });
     thread.start();
-    kit::await([&] { return count > 0; });
+    running.pass();
     thread.stop();
-    const long seen = count;
-    std::this_thread::sleep_for(20ms);
-    EXPECT_EQ(count, seen);
-    EXPECT_EQ(thread.wait(0), 258);
-    thread.start();
-    kit::await([&] { return count != seen; });
     end = true;
+    EXPECT_EQ(thread.wait(20), 258);
+    thread.start();
+    thread.waitForThreadExit();
 }
 
 TEST(KestThreads, AKilledThreadTellsNobodyAndHoldsNothing) {
@@ -248,20 +233,6 @@ TEST(KestThreads, AreWaitedForInSets) {
         thread.start();
     EXPECT_EQ(KestThread::wait(2, row.data(), true, -1), 0);
     EXPECT_EQ(KestThread::wait(0, row.data(), false, 0), -1);
-}
-
-TEST(KestThreads, TakeEveryPriorityThatTheSystemGives) {
-    kit::Gate end;
-    Work thread([&] {
-        end.pass();
-        return 0;
-    });
-    thread.start();
-    EXPECT_TRUE(thread.setPriority(KestThread::LOWEST));
-    EXPECT_TRUE(thread.setPriority(KestThread::IDLE));
-    const kit::FailingCalls failing("sched_setscheduler", 1, true, EPERM);
-    EXPECT_FALSE(thread.setPriority(static_cast<KestThread::t_Priority>(9)));
-    end.open();
 }
 
 TEST(KestThreads, AThreadThatCannotBeMadeIsAsIfNeverStarted) {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "support/logging.h"
+#include "threads/timer_manager.h"
 
 namespace KestSupport {
 
@@ -34,6 +35,8 @@ void LogWatchdog::set() {
 void LogWatchdog::startOnce(std::time_t seconds) {
     constexpr std::int32_t millisecondsPerSecond = 1000;
     if (m_armed.exchange(true, std::memory_order_seq_cst)) return;
+    // The thread has chosen a record's level and module; a dependent of another timer that logs would undo that.
+    const KestTimerDeferral deferral;
     start(static_cast<std::int32_t>(seconds) * millisecondsPerSecond, true);
 }
 

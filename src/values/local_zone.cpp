@@ -12,8 +12,8 @@ namespace {
 
 constexpr std::int64_t kEndOfRange = 32535216000;  // 3001-01-01 00:00:00 UTC
 // No zone is farther from UTC than the 24:59:59 that TZ can hold, so no two offsets differ by more than 50 hours.
-constexpr std::int64_t kWidestOffset = 25 * 3600;
-constexpr std::int64_t kWidestChange = 50 * 3600;
+constexpr std::int64_t kWidestOffset = std::int64_t{25} * 3600;
+constexpr std::int64_t kWidestChange = std::int64_t{50} * 3600;
 
 /// How far local clocks are ahead of UTC in a block of time.
 struct Offset {

@@ -156,10 +156,6 @@ bool consumeAll(Waiter& waiter, bool& abandoned) noexcept {
 
 }  // namespace
 
-WaitObject* firstContendedMutex() noexcept {
-    return g_firstContended;
-}
-
 WaitObject* reuseMutex(ThreadRecord& self) noexcept {
     Dispatcher dispatcher(self);
     WaitObject* const mutex = g_closedMutexes;
@@ -287,7 +283,6 @@ void Dispatcher::offer(WaitObject& mutex) noexcept {
         Link* const next = nextWait(*link);
         Waiter& waiter = *link->waiter;
         if (waiter.count == 1 && !waiter.wantsHandOver) {
-            waiter.thread->retrying = &mutex;
             finish(waiter, Waiter::Outcome::retry, kWaitFailed);
             return;
         }
@@ -303,14 +298,37 @@ void Dispatcher::abandon(WaitObject& mutex) noexcept {
     offer(mutex);
 }
 
+void settleMutexes(Dispatcher& dispatcher, std::uint32_t endedId) noexcept {
+    // An offer can take any mutex out of the list, so the walk begins anew after each and marks what it has seen.
+    static constinit std::uint32_t round = 0;  // guarded by the dispatcher lock
+    ++round;
+    for (WaitObject* mutex = g_firstContended; mutex != nullptr;) {
+        if (mutex->lastRound == round) {
+            mutex = mutex->nextContended;
+            continue;
+        }
+        mutex->lastRound = round;
+        const std::uint32_t owner = mutex->owner.load(std::memory_order_acquire);
+        if (owner == WaitObject::kNobody || owner == WaitObject::kReserved) {
+            dispatcher.offer(*mutex);
+        } else if (owner == endedId) {
+            dispatcher.abandon(*mutex);
+        }
+        mutex = g_firstContended;
+    }
+}
+
+void offerReleasedMutexes(ThreadRecord& self) noexcept {
+    Dispatcher dispatcher(self);
+    settleMutexes(dispatcher, WaitObject::kNobody);
+}
+
 void abandonWait(ThreadRecord& self) noexcept {
     Dispatcher dispatcher(self);
     if (self.waiter != nullptr) dispatcher.dequeue(*self.waiter);
-    WaitObject* const mutex = self.retrying;
-    self.retrying = nullptr;
-    if (mutex == nullptr) return;
-    // This thread was to take the mutex; the next in the queue tries in its place.
-    dispatcher.offer(*mutex);
+    // If this thread was woken to try for a mutex, or was about to offer one that it had released, the next in the
+    // queue is woken in its place.
+    settleMutexes(dispatcher, WaitObject::kNobody);
 }
 
 }  // namespace KestSupport::platform

@@ -115,6 +115,7 @@ void complyWithControl(ThreadObject& thread) noexcept {
         const std::uint32_t control = thread.control.load(std::memory_order_acquire);
         if ((control & ThreadObject::kTerminating) != 0) terminateHere(thread);
         if (control == 0) break;
+        offerReleasedMutexes(t_record);
         thread.standsStill.store(1, std::memory_order_release);
         futexWake(&thread.standsStill, 1 << 30);
         futexWait(thread.control, control);

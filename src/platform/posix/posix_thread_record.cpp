@@ -89,11 +89,7 @@ bool isAttached(std::uint32_t id) noexcept {
 void detachThread(Dispatcher& dispatcher, ThreadRecord& self) noexcept {
     erase(self);
     // A mutex without waiters needs no visit: its next taker finds the owner missing from the table.
-    for (WaitObject* mutex = firstContendedMutex(); mutex != nullptr;) {
-        WaitObject* const next = mutex->nextContended;
-        if (mutex->owner.load(std::memory_order_relaxed) == self.id) dispatcher.abandon(*mutex);
-        mutex = next;
-    }
+    settleMutexes(dispatcher, self.id);
     self.id = 0;
 }
 

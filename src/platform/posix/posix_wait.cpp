@@ -158,7 +158,6 @@ class SlowWait {
     bool finished() noexcept {
         if (retrySucceeded()) return true;
         Dispatcher dispatcher(m_self);
-        m_self.retrying = nullptr;
         if (m_waiter.outcome == Waiter::Outcome::satisfied) return true;
         const bool passedOver = !m_waiter.queued;
         if (dispatcher.consume(m_waiter, m_waiter.result)) {
@@ -181,16 +180,13 @@ class SlowWait {
         return queue(dispatcher, true);
     }
 
-    // A thread that was woken to try for a mutex does so without the dispatcher lock first. The wake-up must not get
-    // lost with the thread, so termination waits until it is clear who has the mutex.
+    // A thread that was woken to try for a mutex does so without the dispatcher lock first.
     bool retrySucceeded() noexcept {
         if (m_waiter.count != 1 || m_waiter.links[0].object->kind != Kind::mutex) return false;
         if (m_self.parked.load(std::memory_order_acquire) != kParkWoken) return false;
-        const Region region(m_self);
         if (m_waiter.outcome != Waiter::Outcome::retry) return false;
         WaitObject& mutex = *m_waiter.links[0].object;
         if (!tryMutex(mutex, m_self.id) && !(spinningPays() && spinFor(mutex, m_self))) return false;
-        m_self.retrying = nullptr;
         m_waiter.result = kWaitObject0;
         return true;
     }

@@ -52,7 +52,6 @@ struct ThreadRecord {
 
     // Guarded by the dispatcher lock.
     Waiter* waiter = nullptr;              ///< the wait that the thread is queued for
-    WaitObject* retrying = nullptr;        ///< the mutex that the thread was woken to try for
     ThreadRecord* nextInBucket = nullptr;  ///< table of attached threads
     ThreadRecord* previousInBucket = nullptr;
 
@@ -155,8 +154,9 @@ class WaitObject {
     bool abandoned = false;               // mutex: the owner ended; owner holds kReserved
     WaitObject* nextContended = nullptr;  // mutexes that have waiters, and closed ones that wait for their next use
     WaitObject* previousContended = nullptr;
-    std::int64_t due = kNever;  // timer: monotonic nanoseconds
-    std::int64_t period = 0;    // timer: nanoseconds, 0 for one time
+    std::uint32_t lastRound = 0;  // mutex: the last walk over the contended ones that came by
+    std::int64_t due = kNever;    // timer: monotonic nanoseconds
+    std::int64_t period = 0;      // timer: nanoseconds, 0 for one time
 };
 
 /// A thread made by createThread. It belongs to its handle and to the running thread; the later of both frees it.
@@ -212,8 +212,11 @@ class Dispatcher {
     std::size_t m_wakeCount = 0;
 };
 
-/// Gives up the wait that the calling thread was terminated in, and passes on what it was woken for.
+/// Gives up the wait that the calling thread was terminated in, and passes on what it was woken for or about to offer.
 void abandonWait(ThreadRecord& self) noexcept;
+/// Does what the calling thread may just have been about to do: a release is a store, and then an offer to who waits.
+/// Others must not wait for the offer while this thread is suspended.
+void offerReleasedMutexes(ThreadRecord& self) noexcept;
 /// Announces the end of an attached thread: its mutexes become abandoned. For the thread's own last steps.
 void detachThread(Dispatcher& dispatcher, ThreadRecord& self) noexcept;
 /// Frees a thread object whose handle is closed; joins the thread when it has ended.
@@ -224,8 +227,8 @@ void finishThread(ThreadObject& thread, ThreadRecord& self) noexcept;
 WaitObject* reuseMutex(ThreadRecord& self) noexcept;
 /// Keeps a closed mutex for reuseMutex.
 void keepMutex(ThreadRecord& self, WaitObject& mutex) noexcept;
-/// The mutexes that have waiters, linked by nextContended; under the dispatcher lock.
-WaitObject* firstContendedMutex() noexcept;
+/// Under the dispatcher lock: offers every mutex that has waiters and no owner, and abandons those of an ended thread.
+void settleMutexes(Dispatcher& dispatcher, std::uint32_t endedId) noexcept;
 /// True while a thread with this owner id may still release what it owns.
 bool isAttached(std::uint32_t id) noexcept;
 

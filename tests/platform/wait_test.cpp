@@ -6,6 +6,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <future>
 #include <string>
 #include <thread>
@@ -116,12 +117,9 @@ TEST(Wait, AnyTakesTheLowestIndexAndConsumesThatOnly) {
     const auto a = event(), b = event(), c = event();
     const std::array<WaitHandle, 3> handles{a.get(), b.get(), c.get()};
     setEvent(c.get());
-    EXPECT_EQ(waitForMany(handles, false, 0), 2U);
     setEvent(a.get());
-    setEvent(c.get());
-    EXPECT_EQ(waitForMany(handles, false, 0), 0U);
-    EXPECT_EQ(waitForOne(c.get(), 0), kWaitObject0);
-    EXPECT_EQ(waitForMany(handles, false, 0), kWaitTimeout);
+    for (const std::uint32_t expected : {0U, 2U, kWaitTimeout})
+        EXPECT_EQ(waitForMany(handles, false, 0), expected);
 }
 
 TEST(Wait, AllConsumesTogetherOrNotAtAll) {
@@ -178,80 +176,63 @@ TEST(Wait, AMutexIsRecursiveAndBelongsToOneThread) {
 }
 
 TEST(Wait, AnEndedOwnerLeavesAMutexAbandonedForTheNextOne) {
-    const auto subject = mutex();
-    const auto takeAndEnd = [&] {
-        std::thread([&] {
-            waitForOne(subject.get(), 0);
-            waitForOne(subject.get(), 0);
-        }).join();
-    };
-    takeAndEnd();
-    EXPECT_EQ(waitForOne(subject.get(), 0), kWaitAbandoned);
-    EXPECT_TRUE(releaseMutex(subject.get()));
-    EXPECT_FALSE(releaseMutex(subject.get())) << "the ended owner's levels are gone";
-    EXPECT_EQ(waitForOne(subject.get(), 0), kWaitObject0) << "said once";
-    releaseMutex(subject.get());
-
-    takeAndEnd();
-    const auto other = event();
-    EXPECT_EQ(waitForMany(std::array<WaitHandle, 2>{other.get(), subject.get()}, false, 0), kWaitAbandoned + 1);
-    releaseMutex(subject.get());
-    takeAndEnd();
-    setEvent(other.get());
-    EXPECT_EQ(waitForMany(std::array<WaitHandle, 2>{other.get(), subject.get()}, true, 0), kWaitAbandoned);
-    releaseMutex(subject.get());
-}
-
-TEST(Wait, AWaiterHearsOfTheEndOfTheOwner) {
-    const auto subject = mutex();
-    kit::Gate end;
-    std::thread owner([&] {
-        waitForOne(subject.get(), 0);
-        end.pass();
-    });
-    kit::await([&] { return waitElsewhere(subject.get(), 0) == kWaitTimeout; });
-    auto waiter = elsewhere([&] { return waitElsewhere(subject.get(), kInfinite); });
-    EXPECT_TRUE(stillWaits(waiter));
-    end.open();
-    EXPECT_EQ(waiter.get(), kWaitAbandoned);
-    owner.join();
-}
-
-TEST(Wait, ATimerIsSignalledWhenItIsDue) {
-    for (const bool manual : {false, true}) {
-        const OwnedHandle subject(createWaitableTimer(manual));
-        EXPECT_EQ(waitForOne(subject.get(), 0), kWaitTimeout);
-        const auto begin = Clock::now();
-        EXPECT_TRUE(setWaitableTimer(subject.get(), 300'000, 0));
-        EXPECT_EQ(waitForOne(subject.get(), 5), kWaitTimeout);
-        EXPECT_EQ(waitForOne(subject.get(), kInfinite), kWaitObject0);
-        EXPECT_GE(Clock::now() - begin, 30ms);
-        EXPECT_EQ(waitForOne(subject.get(), 0), manual ? kWaitObject0 : kWaitTimeout);
-        setWaitableTimer(subject.get(), 0, 0);
-        EXPECT_EQ(waitForOne(subject.get(), 0), kWaitObject0);
-        setWaitableTimer(subject.get(), 10'000, 0);
-        EXPECT_TRUE(cancelWaitableTimer(subject.get()));
-        EXPECT_EQ(waitForOne(subject.get(), 5), kWaitTimeout);
-        EXPECT_FALSE(setWaitableTimer(subject.get(), 1, -1));
+    const auto subject = mutex(), other = event(true, true);
+    const std::array<WaitHandle, 2> both{subject.get(), other.get()};
+    const std::function<std::uint32_t()> waits[] = {[&] { return waitForOne(subject.get(), kInfinite); },
+                                                    [&] { return waitForMany(both, false, kInfinite); },
+                                                    [&] { return waitForMany(both, true, kInfinite); }};
+    for (const auto& wait : waits) {
+        for (const bool late : {false, true}) {
+            kit::Gate end;
+            std::thread owner([&] {
+                for (int level = 0; level < 2; ++level)
+                    waitForOne(subject.get(), 0);
+                end.pass();
+            });
+            kit::await([&] { return waitElsewhere(subject.get(), 0) == kWaitTimeout; });
+            resetEvent(other.get());
+            auto waiter = late ? elsewhere([&] { return waitElsewhere(subject.get(), kInfinite); })
+                               : elsewhere([] { return kWaitAbandoned; });
+            EXPECT_TRUE(!late || stillWaits(waiter));
+            end.open();
+            owner.join();
+            EXPECT_EQ(waiter.get(), kWaitAbandoned) << "a waiter hears of the end";
+            setEvent(other.get());
+            EXPECT_EQ(wait(), late ? kWaitObject0 : kWaitAbandoned) << "it is said once";
+            EXPECT_TRUE(releaseMutex(subject.get()));
+            EXPECT_FALSE(releaseMutex(subject.get())) << "the ended owner's levels are gone";
+        }
     }
 }
 
-TEST(Wait, APeriodicTimerComesAgainAndReArmingReachesAWaiter) {
-    const OwnedHandle subject(createWaitableTimer(false));
-    setWaitableTimer(subject.get(), 100'000, 10);
-    const auto begin = Clock::now();
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(waitForOne(subject.get(), kInfinite), kWaitObject0);
-    EXPECT_GE(Clock::now() - begin, 25ms);
-
-    setWaitableTimer(subject.get(), 36'000'000'000, 0);
-    const auto wake = event();
-    auto waiter = elsewhere([&] {
-        return waitForMany(std::array<WaitHandle, 2>{wake.get(), subject.get()}, false, kInfinite);
-    });
-    EXPECT_TRUE(stillWaits(waiter));
-    setWaitableTimer(subject.get(), 10'000, 0);
-    EXPECT_EQ(waiter.get(), 1U);
+TEST(Wait, ATimerIsSignalledWhenItIsDue) {
+    constexpr std::int64_t kMillisecond = 10'000, kHour = 36'000'000'000;
+    for (const bool manual : {false, true}) {
+        const OwnedHandle subject(createWaitableTimer(manual));
+        const auto wake = event();
+        const std::array<WaitHandle, 2> both{wake.get(), subject.get()};
+        EXPECT_EQ(waitForOne(subject.get(), 0), kWaitTimeout);
+        EXPECT_TRUE(setWaitableTimer(subject.get(), kHour, 0));
+        auto waiter = elsewhere([&] { return waitForMany(both, false, kInfinite); });
+        EXPECT_TRUE(stillWaits(waiter));
+        const auto begin = Clock::now();
+        setWaitableTimer(subject.get(), 30 * kMillisecond, 0);
+        EXPECT_EQ(waiter.get(), 1U) << "setting it anew reaches who waits";
+        EXPECT_GE(Clock::now() - begin, 30ms);
+        EXPECT_EQ(waitForOne(subject.get(), 0), manual ? kWaitObject0 : kWaitTimeout);
+        setWaitableTimer(subject.get(), 0, 0);
+        EXPECT_TRUE(cancelWaitableTimer(subject.get()));
+        EXPECT_EQ(waitForOne(subject.get(), 0), kWaitObject0) << "it was signalled before it was cancelled";
+        setWaitableTimer(subject.get(), kHour, 0);
+        EXPECT_TRUE(cancelWaitableTimer(subject.get()));
+        EXPECT_EQ(waitForOne(subject.get(), 5), kWaitTimeout);
+        const auto periodic = Clock::now();
+        setWaitableTimer(subject.get(), 10 * kMillisecond, 10);
+        for (int i = 0; i < 3; ++i)
+            EXPECT_EQ(waitForOne(subject.get(), kInfinite), kWaitObject0);
+        EXPECT_GE(Clock::now() - periodic, manual ? 10ms : 25ms);
+        EXPECT_FALSE(setWaitableTimer(subject.get(), 1, -1));
+    }
 }
 
 TEST(Wait, SignalAndWaitLeavesNoGapForAPulse) {

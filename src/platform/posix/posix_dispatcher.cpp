@@ -64,15 +64,6 @@ class Freeze {
     WaitObject* m_object = nullptr;
 };
 
-void refreshTimer(WaitObject& timer) noexcept {
-    if (timer.due == kNever) return;
-    const std::int64_t now = monotonicNanoseconds();
-    if (timer.due > now) return;
-    timer.word.fetch_or(WaitObject::kSignalled, std::memory_order_relaxed);
-    // Periods that nobody waited for fall together into this one.
-    timer.due = timer.period == 0 ? kNever : timer.due + ((now - timer.due) / timer.period + 1) * timer.period;
-}
-
 // The next place in an object's queue that belongs to another wait; one wait may name an object twice.
 Link* nextWait(const Link& link) noexcept {
     Link* next = link.next;
@@ -155,6 +146,15 @@ bool consumeAll(Waiter& waiter, bool& abandoned) noexcept {
 }
 
 }  // namespace
+
+void refreshTimer(WaitObject& timer) noexcept {
+    if (timer.due == kNever) return;
+    const std::int64_t now = monotonicNanoseconds();
+    if (timer.due > now) return;
+    timer.word.fetch_or(WaitObject::kSignalled, std::memory_order_relaxed);
+    // Periods that nobody waited for fall together into this one.
+    timer.due = timer.period == 0 ? kNever : timer.due + ((now - timer.due) / timer.period + 1) * timer.period;
+}
 
 WaitObject* reuseMutex(ThreadRecord& self) noexcept {
     Dispatcher dispatcher(self);

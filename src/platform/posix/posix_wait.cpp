@@ -318,6 +318,7 @@ bool setWaitableTimer(WaitHandle timer, std::int64_t delay, std::int32_t period)
 bool cancelWaitableTimer(WaitHandle timer) noexcept {
     if (timer == nullptr || !timer->isTimer()) return false;
     Dispatcher dispatcher(currentRecord());
+    refreshTimer(*timer);
     timer->due = kNever;
     return true;
 }

@@ -212,6 +212,9 @@ class Dispatcher {
     std::size_t m_wakeCount = 0;
 };
 
+/// Makes a timer signalled when it is due by now; under the dispatcher lock. Nothing else does: a timer is due when
+/// somebody looks.
+void refreshTimer(WaitObject& timer) noexcept;
 /// Gives up the wait that the calling thread was terminated in, and passes on what it was woken for or about to offer.
 void abandonWait(ThreadRecord& self) noexcept;
 /// Does what the calling thread may just have been about to do: a release is a store, and then an offer to who waits.

@@ -84,13 +84,13 @@ class KestSmartPointer {
         m_pTarget = target;
         return *this;
     }
-    /// Releases the old target, then holds the new one; nothing happens when they are the same.
+    /// Releases the old target, then holds the new one; nothing happens when they are the same. So a target that only
+    /// the old one holds is held by somebody else meanwhile, as by a smart pointer of the caller's.
     KestSmartPointer& operator=(T* target) {
         if (target == m_pTarget) return *this;
-        // The new target may be owned by the old one, so it is held before the old one goes.
-        if (target != nullptr) target->addRef();
         drop();
         m_pTarget = target;
+        if (m_pTarget != nullptr) m_pTarget->addRef();
         return *this;
     }
 

@@ -15,7 +15,6 @@ struct Witness : KestObjectBase {
     ~Witness() override { ++m_destroyed; }
     using KestObjectBase::normalizeClassName;
     int& m_destroyed;
-    KestSmartPointer<Witness> m_other;
 };
 template <typename A, typename B>
 struct Pair : KestObjectBase {};
@@ -60,16 +59,6 @@ TEST(ObjectBase, AssignmentMovesHoldersBetweenTargets) {
     third = std::move(second);
     EXPECT_EQ(third->refCount(), 1U);
     EXPECT_EQ(b, 0);
-}
-
-TEST(ObjectBase, ATargetThatOwnsItsSuccessorMayBeReplacedByIt) {
-    int head = 0, tail = 0;
-    KestSmartPointer<Witness> list(new Witness(head));
-    list->m_other = new Witness(tail);
-    list = list->m_other;
-    EXPECT_EQ(head, 1);
-    EXPECT_EQ(tail, 0);
-    EXPECT_EQ(list->refCount(), 1U);
 }
 
 TEST(ObjectBase, TheCountBelongsToTheObject) {

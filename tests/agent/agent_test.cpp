@@ -36,61 +36,54 @@ const std::string kWhole = " is not a whole number from ";
 const std::string kLimit = " is not a number of 0 or more";
 
 TEST(Agent, TellsWhatItCannotUseInOneLineAndLeavesNothingBehind) {
-    struct Case {
-        std::string settings;
-        Texts arguments;
-        std::string line;
-    };
-    const Case cases[] = {
-        {"", {"--colour"}, "command line: Unrecognized option: --colour" + kHint},
-        {"", {"-x"}, "command line: Unrecognized option: -x" + kHint},
-        {"", {"-n"}, "command line: option data not available for: -n" + kHint},
-        {"", {"a\nb"}, "command line: unexpected argument: a\\x0Ab"},
-        {"", {"--samples", "0"}, "option --samples: \"0\"" + kWhole + "1 to 1000000000"},
-        {"", {"--samples=many"}, "option --samples: \"many\"" + kWhole + "1 to 1000000000"},
-        {"", {"-i1.5"}, "option --interval: \"1.5\"" + kWhole + "1 to 86400"},
-        {"", {"--log-level=10"}, "option --log-level: \"10\"" + kWhole + "0 to 9"},
-        {"", {"-s", "none"}, "settings file none: No such file or directory"},
-        {"", {"-s", "."}, "settings file .: not a regular file"},
-        {std::string("a\nb\0c", 5), {}, "settings file s: line 2 is not text"},
-        {std::string((1 << 20) + 1, '#'), {}, "settings file s: larger than 1048576 bytes"},
-        {"speed=1\n", {}, "settings file s: there is no setting \"speed\""},
-        {"cpu.limit 5\n", {}, "settings file s: there is no setting \"cpu.limit 5\""},
-        {"cpu.limit\n", {}, "settings file s: cpu.limit: \"\"" + kLimit},
-        {"cpu.limit=1\ncpu.limit=2\n", {}, "settings file s: cpu.limit is given twice"},
-        {"cpu.limit=1\n cpu.limit = 2\n", {}, "settings file s: cpu.limit is given twice"},
-        {"cpu.limit=lots\n", {}, "settings file s: cpu.limit: \"lots\"" + kLimit},
-        {"memory.limit=5%\r\n", {}, "settings file s: memory.limit: \"5%\"" + kLimit},
-        {"disk.limit=-1\n", {}, "settings file s: disk.limit: \"-1\"" + kLimit},
-        {"process.limit=nan\n", {}, "settings file s: process.limit: \"nan\"" + kLimit},
-        {"interval=0\n", {}, "settings file s: interval: \"0\"" + kWhole + "1 to 86400"},
-        {"log.level.Disk=-2\n", {}, "settings file s: log.level.Disk: \"-2\"" + kWhole + "-1 to 9"},
-        {"log.console=on\n", {}, "settings file s: log.console: \"on\" is neither yes nor no"},
-        {"disk.path=/none\n", {}, "settings file s: disk.path: \"/none\": No such file or directory"},
-        {"log.file=none/log\n", {}, "log file none/log: No such file or directory"},
-        {"state.file=\n", {}, "settings file s: state.file: \"\" is no file's name"},
-        {"state.file=none/state\n", {}, "state file none/state: No such file or directory"},
-        {"state.file=.\nlog.file=log\n", {}, "state file .: not a regular file"},
-        {"state.file=/dev/null\n", {}, "state file /dev/null: not a regular file"},
-        {"state.file=s\n", {}, "state file s: holds something else"},
-        {"state.file=" + std::string(300, 'x') + "\n",
-         {},
-         "state file " + std::string(120, 'x') + "...: File name too long"},
-    };
-    for (const Case& each : cases) {
-        const Folder folder;
-        Texts arguments = each.arguments;
-        Texts left;
-        if (!each.settings.empty()) {
-            folder.write("s", each.settings);
-            arguments.insert(arguments.end(), {"--settings", "s"});
-            left = {"s"};
-        }
+    const Folder folder;
+    const auto check = [&](const Texts& arguments, const std::string& line) {
+        const Texts before = folder.names();
         ChildProcess agent = folder.start(arguments);
-        EXPECT_EQ(agent.wait(), 2) << each.line;
-        EXPECT_EQ(agent.errors(), "kest-agent: " + each.line + "\n");
-        EXPECT_EQ(agent.output(), "") << each.line;
-        EXPECT_EQ(folder.names(), left) << each.line;
+        EXPECT_EQ(agent.wait(), 2) << line;
+        EXPECT_EQ(agent.errors(), "kest-agent: " + line + "\n");
+        EXPECT_EQ(agent.output(), "") << line;
+        EXPECT_EQ(folder.names(), before) << line;
+    };
+    const std::pair<std::string, std::string> arguments[] = {
+        {"--colour", "command line: Unrecognized option: --colour" + kHint},
+        {"-x", "command line: Unrecognized option: -x" + kHint},
+        {"-n", "command line: option data not available for: -n" + kHint},
+        {"a\nb", "command line: unexpected argument: a\\x0Ab"},
+        {"--samples=many", "option --samples: \"many\"" + kWhole + "1 to 1000000000"},
+        {"-i1.5", "option --interval: \"1.5\"" + kWhole + "1 to 86400"},
+        {"--log-level=10", "option --log-level: \"10\"" + kWhole + "0 to 9"},
+        {"-snone", "settings file none: No such file or directory"},
+        {"-s.", "settings file .: not a regular file"},
+    };
+    for (const auto& [argument, line] : arguments)
+        check({argument}, line);
+    const std::string longName(300, 'x');
+    const std::pair<std::string, std::string> settings[] = {
+        {std::string("a\nb\0c", 5), "settings file s: line 2 is not text"},
+        {std::string((1 << 20) + 1, '#'), "settings file s: larger than 1048576 bytes"},
+        {"speed=1\n", "settings file s: there is no setting \"speed\""},
+        {"cpu.limit 5\n", "settings file s: there is no setting \"cpu.limit 5\""},
+        {"cpu.limit\n", "settings file s: cpu.limit: \"\"" + kLimit},
+        {"cpu.limit=1\n cpu.limit = 2\n", "settings file s: cpu.limit is given twice"},
+        {"memory.limit=5%\r\n", "settings file s: memory.limit: \"5%\"" + kLimit},
+        {"disk.limit=-1\n", "settings file s: disk.limit: \"-1\"" + kLimit},
+        {"process.limit=nan\n", "settings file s: process.limit: \"nan\"" + kLimit},
+        {"interval=0\n", "settings file s: interval: \"0\"" + kWhole + "1 to 86400"},
+        {"log.level.Disk=-2\n", "settings file s: log.level.Disk: \"-2\"" + kWhole + "-1 to 9"},
+        {"log.console=on\n", "settings file s: log.console: \"on\" is neither yes nor no"},
+        {"disk.path=/none\n", "settings file s: disk.path: \"/none\": No such file or directory"},
+        {"log.file=none/log\n", "log file none/log: No such file or directory"},
+        {"state.file=\n", "settings file s: state.file: \"\" is no file's name"},
+        {"state.file=none/state\n", "state file none/state: No such file or directory"},
+        {"state.file=.\nlog.file=log\n", "state file .: not a regular file"},
+        {"state.file=/dev/null\n", "state file /dev/null: not a regular file"},
+        {"state.file=s\n", "state file s: holds something else"},
+        {"state.file=" + longName + "\n", "state file " + longName.substr(0, 120) + "...: File name too long"},
+    };
+    for (const auto& [text, line] : settings) {
+        folder.write("s", text);
+        check({"--settings", "s"}, line);
     }
 }
 
@@ -99,37 +92,38 @@ TEST(Agent, SamplesThisMachineTellsOfCrossingsAndKeepsItsState) {
     folder.write("s",
                  "# comment\n\n interval = 1 \nprocess.limit=1\nmemory.limit=100\ndisk.path=/\ndisk.path=.\r\n"
                  "log.level.Cpu=0\nlog.file=./log\nlog.console=yes\nstate.file=state\n");
+    using Counts = std::vector<std::pair<const char*, std::size_t>>;
+    const auto expectCounts = [](const std::string& text, const Counts& expected) {
+        for (const auto& [pattern, times] : expected)
+            EXPECT_EQ(count(text, pattern), times) << pattern << " in " << text;
+    };
     ChildProcess first = folder.start({"-s", "s", "-n", "2"});
     EXPECT_EQ(first.wait(), 0) << first.errors();
-    const std::string log = first.output();
-    EXPECT_EQ(count(log, " 3 Memory     \\[\\d+\\] memory in use \\(%\\) \\d+(\\.\\d\\d)? \\(limit 100\\)\n"), 2u)
-        << log;
-    EXPECT_EQ(count(log, " 3 Disk       \\[\\d+\\] file system of [/.] in use \\(%\\) \\d"), 4u) << log;
-    EXPECT_EQ(count(log, " 3 Process    \\[\\d+\\] processes \\d+ \\(limit 1\\)\n"), 2u) << log;
-    EXPECT_EQ(count(log, " 1 Process    \\[\\d+\\] processes has risen to \\d+, above its limit of 1\n"), 1u) << log;
-    EXPECT_EQ(count(log, " Cpu "), 0u) << "its level is lower";
-    EXPECT_EQ(count(log, "ending after 2 samples\n"), 1u) << log;
-    EXPECT_EQ(count(log, "last seen"), 0u) << log;
-
+    expectCounts(first.output(),
+                 {{" 3 Memory     \\[\\d+\\] memory in use \\(%\\) \\d+(\\.\\d\\d)? \\(limit 100\\)\n", 2},
+                  {" 3 Disk       \\[\\d+\\] file system of [/.] in use \\(%\\) \\d", 4},
+                  {" 3 Process    \\[\\d+\\] processes \\d+ \\(limit 1\\)\n", 2},
+                  {" 1 Process    \\[\\d+\\] processes has risen to \\d+, above its limit of 1\n", 1},
+                  {" Cpu ", 0},
+                  {"ending after 2 samples\n", 1},
+                  {"last seen", 0}});
     const std::string state = folder.read("state");
-    for (const char* line : {"agent.status=stopped\n", "agent.samples=2\n", "process.above=yes\n", "process.rises=1\n",
-                             "memory.above=no\n", "memory.rises=0\n", "disk.1.path=/\n", "disk.2.path=.\n"}) {
-        EXPECT_NE(state.find(line), std::string::npos) << line << state;
-    }
-    EXPECT_EQ(count(state, "agent\\.time=\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\n"), 1u) << state;
-    EXPECT_EQ(count(state, "cpu\\.value=\\d+(\\.\\d\\d)?\n"), 1u) << state;
-
+    for (const char* line :
+         {"agent\\.status=stopped", "agent\\.samples=2", "process\\.above=yes", "process\\.rises=1",
+          "memory\\.above=no", "memory\\.rises=0", "disk\\.1\\.path=/", "disk\\.2\\.path=\\.",
+          "cpu\\.value=\\d+(\\.\\d\\d)?", "agent\\.time=(\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d)"})
+        EXPECT_EQ(count(state, line + std::string("\n")), 1u) << line << state;
     const Texts names = folder.names();
     ASSERT_EQ(names.size(), 3u);
     EXPECT_TRUE(std::regex_match(names[0], std::regex("log\\d+\\.log"))) << names[0];
-    EXPECT_EQ(folder.read(names[0]), log) << "the file holds what standard output shows";
+    EXPECT_EQ(folder.read(names[0]), first.output()) << "the file holds what standard output shows";
 
     ChildProcess second = folder.start({"--settings=s", "--samples=1", "--log-level", "1"});
     EXPECT_EQ(second.wait(), 0) << second.errors();
-    EXPECT_EQ(count(second.output(), "\n"), 1u) << "the crossing alone: " << second.output();
+    expectCounts(second.output(), {{"\n", 1}, {" has risen to ", 1}});
     ChildProcess third = folder.start({"-s", "s", "-n1"});
     EXPECT_EQ(third.wait(), 0) << third.errors();
-    EXPECT_EQ(count(third.output(), "last seen .*, stopped after 1 samples\n"), 1u) << third.output();
+    expectCounts(third.output(), {{"last seen .*, stopped after 1 samples\n", 1}});
 }
 
 TEST(Agent, EndsCleanlyWhenItIsAskedTo) {

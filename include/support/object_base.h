@@ -84,8 +84,8 @@ class KestSmartPointer {
         m_pTarget = target;
         return *this;
     }
-    /// Releases the old target, then holds the new one; nothing happens when they are the same. So a target that only
-    /// the old one holds is held by somebody else meanwhile, as by a smart pointer of the caller's.
+    /// Releases the old target, then holds the new one; nothing happens when they are the same. A new target that
+    /// nothing but the old one keeps alive needs another holder meanwhile.
     KestSmartPointer& operator=(T* target) {
         if (target == m_pTarget) return *this;
         drop();

@@ -3,40 +3,24 @@
 #pragma once
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "kit/temporary_folder.h"
 #include "support/logging.h"
 
 namespace kit {
 
 /// A folder for log files, removed at the end.
-class LogFolder {
-  public:
-    LogFolder() { std::filesystem::create_directories(m_path); }
-    LogFolder(const LogFolder&) = delete;
-    LogFolder& operator=(const LogFolder&) = delete;
-    ~LogFolder() { std::filesystem::remove_all(m_path); }
-
-    std::string pathOf(const std::string& name) const { return (m_path / name).string(); }
-
+struct LogFolder : TemporaryFolder {
     /// The contents of all files, one after the other.
     std::string text() const {
         std::string all;
-        for (const auto& entry : std::filesystem::directory_iterator(m_path)) {
-            std::ifstream file(entry.path(), std::ios::binary);
-            all.append(std::istreambuf_iterator<char>(file), {});
-        }
+        for (const auto& entry : std::filesystem::directory_iterator(path()))
+            all += read(entry.path().filename().string());
         return all;
     }
-
-  private:
-    const std::filesystem::path m_path =
-        std::filesystem::temp_directory_path() / ("kest_log_" + std::to_string(std::random_device{}()));
 };
 
 class LogCapture : public LogFolder, public KestSupport::KestLogging {

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <string>
 #include <thread>
@@ -26,12 +25,12 @@ void logRecord(KestLogging& log, int level, const std::string& text) {
     log << setloglevel("M" + text.substr(0, 1), level) << text[0] << text.c_str() + 1 << endrecord;
 }
 
-void logFromThreads(KestLogging& log, int level, int senders) {
+void logFromThreads(KestLogging& log, int senders) {
     std::vector<std::thread> threads;
     for (int sender = 0; sender < senders; ++sender) {
-        threads.emplace_back([&log, level, sender] {
+        threads.emplace_back([&log, sender] {
             for (int number = 0; number < records; ++number)
-                logRecord(log, level, message(sender, number));
+                logRecord(log, 9, message(sender, number));
         });
     }
     for (std::thread& thread : threads)
@@ -52,37 +51,22 @@ std::vector<int> countRecords(const kit::LogCapture& log) {
 
 }  // namespace
 
-TEST(LoggingStress, NoRecordOfManyThreadsIsLostTornOrMixed) {
-    for (const int senders : {2, 10}) {
-        const std::vector<int> counts = [&] {
-            kit::LogCapture log(9);
-            logFromThreads(log, 9, senders);
-            return countRecords(log);
-        }();
-        for (int i = 0; i < 10; ++i)
-            EXPECT_EQ(counts[static_cast<std::size_t>(i)], i < senders ? records : 0);
-    }
+TEST(LoggingStress, NoRecordIsLostTornOrMixed) {
+    kit::LogCapture log(9);
+    logFromThreads(log, 10);
+    EXPECT_EQ(countRecords(log), std::vector<int>(10, records));
 }
 
 TEST(LoggingStress, RecordsAreWholeWhileLevelsAndTargetsChange) {
-    kit::LogCapture log(5);
-    std::atomic<bool> over{false};
-    std::vector<std::thread> threads;
-    for (int sender = 0; sender < 4; ++sender) {
-        threads.emplace_back([&log, &over, sender] {
-            for (int number = 0; !over; ++number)
-                logRecord(log, 4, message(sender, number % records));
-        });
-    }
+    kit::LogCapture log(9);
+    std::thread steady([&] { logFromThreads(log, 4); });
     for (int i = 0; i < records; ++i) {
-        log.setLogLevel(3 + i % 3);
+        log.setLogLevel(7 + i % 3);
         log.setLogLevel("M1", i % 10);
         if (i % 100 < 2) log.setTarget(i % 2);
         std::this_thread::yield();
     }
-    over = true;
-    for (std::thread& thread : threads)
-        thread.join();
+    steady.join();
     log << setloglevel(1) << message(9, 1) << endrecord;
     EXPECT_EQ(countRecords(log)[9], 1);
 }
@@ -99,7 +83,7 @@ TEST(LoggingStress, ThreadsThatAreKilledLeaveTheOthersRecordsWhole) {
         const std::string text = message(1, 96);  // a killed thread frees nothing
     };
     kit::LogCapture log(9);
-    std::thread steady([&] { logFromThreads(log, 9, 1); });
+    std::thread steady([&] { logFromThreads(log, 1); });
     for (int i = 0; i < 100; ++i) {
         Sender sender(log);
         sender.start();

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <exception>
+#include <tuple>
 #include <type_traits>
 #include <typeinfo>
 
@@ -23,65 +24,46 @@ class Exceptions : public testing::Test {
 };
 
 TEST_F(Exceptions, ConstructorsSetTextCodeAndTheFirstMessage) {
-    const struct {
-        KestException exception;
-        const char* text;
-        int code;
-        std::size_t messages;
-    } rows[] = {{KestException(), "", 0, 0},
-                {KestException(-3), "", -3, 0},
-                {KestException(std::string("abc"), 7), "abc", 7, 1},
-                {KestException(wide("abc"), 7), "abc", 7, 1},
-                {KestException(std::string(), 1), "", 1, 1}};
-    for (const auto& row : rows) {
-        EXPECT_EQ(row.exception.getText(), row.text);
-        EXPECT_EQ(row.exception.getUText(), wide(row.text));
-        EXPECT_EQ(row.exception.getCode(), row.code);
-        EXPECT_EQ(row.exception.getCallStack().size(), row.messages);
-        EXPECT_EQ(row.exception.getFormattedMessages(), wide(row.text));
+    const std::tuple<KestException, std::string, int, std::size_t> rows[] = {
+        {KestException(), "", 0, 0},
+        {KestException(-3), "", -3, 0},
+        {KestException(std::string("abc"), 7), "abc", 7, 1},
+        {KestException(wide("abc"), 7), "abc", 7, 1},
+        {KestException(std::string(), 1), "", 1, 1}};
+    for (const auto& [exception, text, code, messages] : rows) {
+        EXPECT_EQ(exception.getText(), text);
+        EXPECT_EQ(exception.getUText(), wide(text));
+        EXPECT_EQ(exception.getCode(), code);
+        EXPECT_EQ(exception.getCallStack().size(), messages);
+        EXPECT_EQ(exception.getFormattedMessages(), wide(text));
     }
 }
 
 TEST_F(Exceptions, MessagesAreAStackApartFromTheText) {
     KestException exception(std::string("A"), 1);
-    exception.pushMessage(wide("B"));
-    exception.pushMessage(wide(""));
-    exception.pushMessage(wide("C"));
+    for (const char* message : {"B", "", "C"})
+        exception.pushMessage(wide(message));
     EXPECT_EQ(exception.getFormattedMessages(), wide("C\n\nB\nA"));
-    EXPECT_EQ(exception.getCallStack().size(), 4u);
+    const KestException copy(exception);
     exception.setText(std::string("other"));
     exception.setCode(9);
     EXPECT_EQ(exception.popMessage(), wide("C"));
-    EXPECT_EQ(exception.popMessage(), wide(""));
+    // An empty message that is the newest has no line of its own.
     EXPECT_EQ(exception.getFormattedMessages(), wide("B\nA"));
+    for (const char* message : {"", "B", "A", ""})
+        EXPECT_EQ(exception.popMessage(), wide(message));
     EXPECT_EQ(exception.getText(), "other");
+    EXPECT_EQ(exception.getCode(), 9);
     exception.setText(wide("wide"));
     EXPECT_EQ(exception.getText(), "wide");
-    EXPECT_EQ(exception.getCode(), 9);
-    exception.popMessage();
-    exception.popMessage();
-    EXPECT_EQ(exception.popMessage(), wstring16());
-    EXPECT_EQ(exception.getText(), "wide");
-    // An empty message that is the newest has no line of its own.
-    exception.pushMessage(wide("A"));
-    exception.pushMessage(wide(""));
-    EXPECT_EQ(exception.getFormattedMessages(), wide("A"));
-}
-
-TEST_F(Exceptions, CopiesAreDeep) {
-    KestException source(std::string("A"), 4);
-    source.pushMessage(wide("B"));
-    KestException copy(source);
-    KestException assigned;
-    assigned = source;
-    const KestException& self = assigned;
-    assigned = self;
-    source.popMessage();
-    source.setText(std::string("changed"));
-    for (KestException* other : {&copy, &assigned}) {
+    // Copies are deep.
+    exception = copy;
+    const KestException& self = exception;
+    exception = self;
+    for (const KestException* other : {&copy, &self}) {
         EXPECT_EQ(other->getText(), "A");
-        EXPECT_EQ(other->getCode(), 4);
-        EXPECT_EQ(other->getFormattedMessages(), wide("B\nA"));
+        EXPECT_EQ(other->getCode(), 1);
+        EXPECT_EQ(other->getFormattedMessages(), wide("C\n\nB\nA"));
     }
 }
 

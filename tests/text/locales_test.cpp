@@ -9,6 +9,7 @@
 
 #include "kit/child_process.h"
 #include "kit/environment_guard.h"
+#include "kit/temporary_folder.h"
 #include "support/exceptions.h"
 #include "support/strings.h"
 
@@ -19,24 +20,13 @@ using namespace KestSupport;
 const std::string systemLocale = "/usr/lib/locale/C.utf8";
 
 // Lets the C runtime find a locale by the names given, whatever is installed here.
-class LocaleFolder {
-  public:
+struct LocaleFolder : kit::TemporaryFolder {
     explicit LocaleFolder(const std::vector<std::string>& names) {
         for (const std::string& name : names)
-            std::filesystem::create_directory_symlink(systemLocale, m_path / name);
-        m_environment.set("LOCPATH", m_path.string());
+            std::filesystem::create_directory_symlink(systemLocale, pathOf(name));
+        environment.set("LOCPATH", path());
     }
-    ~LocaleFolder() { std::filesystem::remove_all(m_path); }
-
-  private:
-    static std::filesystem::path makeFolder() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "kest-locales-XXXXXX").string();
-        if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary folder");
-        return pattern;
-    }
-
-    std::filesystem::path m_path = makeFolder();
-    kit::EnvironmentGuard m_environment;
+    kit::EnvironmentGuard environment;
 };
 
 // Prints the lines and ends at once: in a folder of the user's the C runtime loses memory with each locale looked for.
@@ -58,21 +48,17 @@ const kit::ChildRole printsCodes("prints codes", [](const std::vector<std::strin
 
 TEST(Locales, CodesComeFromTheLocalesName) {
     ASSERT_TRUE(std::filesystem::is_directory(systemLocale));
-    const std::pair<std::string, std::string> rows[] = {{"German_Germany.UTF-8", "de DE"},
-                                                        {"Spanish_Mexico.UTF-8", "es ES"},
-                                                        {"English_United States.UTF-8", "en US"},
-                                                        {"Chinese_People's Republic of China.UTF-8", "zh CN"},
-                                                        {"French_New_Caledonia.UTF-8", "fr New_Caledonia"},
-                                                        {"de_DE", "de DE"},
-                                                        {"Elvish", "Elvish Elvish"}};
-    std::vector<std::string> names;
-    std::string expected;
-    for (const auto& [name, codes] : rows)
-        names.push_back(name), expected += codes + "\n";
+    const std::vector<std::string> names = {"German_Germany.UTF-8",
+                                            "Spanish_Mexico.UTF-8",
+                                            "English_United States.UTF-8",
+                                            "de_DE",
+                                            "Elvish",
+                                            "Chinese_People's Republic of China.UTF-8",
+                                            "French_New_Caledonia.UTF-8"};
     const LocaleFolder folder(names);
     auto child = kit::ChildProcess::inRole("prints codes", names);
     EXPECT_EQ(child.wait(), 0);
-    EXPECT_EQ(child.output(), expected);
+    EXPECT_EQ(child.output(), "de DE\nes ES\nen US\nde DE\nElvish Elvish\nzh CN\nfr New_Caledonia\n");
     EXPECT_EQ(KestLocaleFactory::getLanguage(std::locale::classic()), "C");
     EXPECT_EQ(KestLocaleFactory::getCountry(std::locale::classic()), "C");
     // A locale with a facet of its own has no name.

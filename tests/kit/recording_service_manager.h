@@ -24,7 +24,6 @@ class RecordingServiceManager : public KestSupport::platform::ServiceManager {
     std::vector<std::string> startArguments{"service"};  ///< the texts that the service's main routine is given
     std::map<std::string, ErrorCode> failures;           ///< by call, such as "createService"
     std::vector<std::uint32_t> queriedStates;            ///< answered one after the other; then queryStatus fails
-    std::uint32_t stateAfterControl = 3;
 
     // What was told. Reads as "STATE accepted=A exit=E hint=H", "running" and the like being numbers.
     std::vector<std::string> reports() { return copyOf(m_reports); }
@@ -57,9 +56,8 @@ class RecordingServiceManager : public KestSupport::platform::ServiceManager {
                             " accepted=" + std::to_string(status.controlsAccepted) +
                             " exit=" + std::to_string(status.exitCode) + " hint=" + std::to_string(status.waitHint));
         m_checkPoints.push_back(status.checkPoint);
-        if (statusHandle != &m_handler || status.serviceType != 16 || status.serviceExitCode != 0) {
+        if (statusHandle != &m_handler || status.serviceType != 16 || status.serviceExitCode != 0)
             m_reports.back() += " wrong";
-        }
         m_states.insert(status.currentState);
         m_reported.notify_all();
         return failures["setStatus"];
@@ -71,12 +69,10 @@ class RecordingServiceManager : public KestSupport::platform::ServiceManager {
     ErrorCode createService(Handle, const KestSupport::platform::ServiceConfiguration& given, std::uint32_t access,
                             Handle& service) override {
         std::string call = "createService";
-        for (const std::string& text : {given.name, given.displayName, given.commandLine, given.dependencies}) {
+        for (const std::string& text : {given.name, given.displayName, given.commandLine, given.dependencies})
             call += " [" + text + "]";
-        }
-        for (const std::uint32_t number : {access, given.type, given.startType, given.errorControl}) {
+        for (const std::uint32_t number : {access, given.type, given.startType, given.errorControl})
             call += " " + std::to_string(number);
-        }
         return open(call, service);
     }
     ErrorCode openService(Handle, const std::string& name, std::uint32_t access, Handle& service) override {
@@ -86,7 +82,7 @@ class RecordingServiceManager : public KestSupport::platform::ServiceManager {
         return note("setDescription " + std::string(description.begin(), description.end()));
     }
     ErrorCode control(Handle, std::uint32_t code, ServiceStatus& answer) override {
-        answer.currentState = stateAfterControl;
+        answer.currentState = 3;
         return note("control " + std::to_string(code));
     }
     ErrorCode queryStatus(Handle, ServiceStatus& status) override {

@@ -4,17 +4,13 @@
 #include <cerrno>
 #include <filesystem>
 #include <functional>
-#include <optional>
 #include <regex>
-#include <stdexcept>
 
-#include "kit/child_process.h"
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
 #include "kit/log_capture.h"
 #include "kit/recording_service_manager.h"
 #include "support/exceptions.h"
-#include "support/logging.h"
 
 namespace {
 
@@ -52,6 +48,10 @@ class TestService : public KestService {
     }
 };
 
+bool fail() {
+    throw KestException(7);
+}
+
 TEST(Service, IsMadeWithTheFieldsThatItIsGiven) {
     const TestService plain;
     EXPECT_EQ(plain.fields(), ",,,,,,0");
@@ -69,25 +69,11 @@ TEST(Service, IsMadeWithTheFieldsThatItIsGiven) {
     EXPECT_EQ(KestService::getService(), &again);
 }
 
-// Console mode.
-
-TEST(ServiceConsole, AFailedStartNeitherWaitsNorStops) {
-    TestService service;
-    service.onStart = [] { return false; };
-    EXPECT_FALSE(service.start("a b", false));
-    EXPECT_EQ(service.heard, Texts{"start <a b> in 1"});
-    EXPECT_EQ(service.state(), KestService::STOPPED);
-    service.onStart = []() -> bool { throw std::runtime_error("no"); };
-    EXPECT_THROW(service.start("", false), std::runtime_error);
-    EXPECT_EQ(service.state(), KestService::STOPPED);
-}
-
 TEST(ServiceConsole, RunsUntilAnotherThreadStopsItAndTellsNoManager) {
     RecordingServiceManager manager;
     TestService service;
     std::thread other([&] {
-        while (service.state() != KestService::RUNNING)
-            std::this_thread::yield();
+        kit::await([&] { return service.state() == KestService::RUNNING; });
         EXPECT_TRUE(service.start("", false)) << "a running service is started already";
         EXPECT_TRUE(service.ReportStatusToSCMgr(4, 0, 0));
         service.stop();
@@ -100,52 +86,38 @@ TEST(ServiceConsole, RunsUntilAnotherThreadStopsItAndTellsNoManager) {
     EXPECT_EQ(manager.calls(), Texts{});
 }
 
-const kit::ChildRole g_service("service", [](const Texts&) {
-    KestLogging logging("service", KestLogging::standardOutputTarget, 9);
-    KestLogging::setInstance(logging);
+TEST(ServiceConsole, LogsItsWayAndIsStoppedAlsoAfterAFailure) {
     TestService service;
-    const bool started = service.start("", false);
-    return started && service.heard.back() == "stop in 3" && service.state() == KestService::STOPPED ? 42 : 1;
-});
-
-TEST(ServiceConsole, EndsCleanlyOnAnEventOfTheConsole) {
-    for (const auto event : {&kit::ChildProcess::interrupt, &kit::ChildProcess::requestEnd}) {
-        kit::ChildProcess child = kit::ChildProcess::inRole("service");
-        ASSERT_TRUE(child.waitForOutput("KestService::start: waiting for service to exit\n"));
-        (child.*event)();
-        EXPECT_EQ(child.wait(), 42) << child.output() << child.errors();
+    {
+        const kit::LogCapture log;
+        service.onStart = [&] { return service.stop(); };
+        EXPECT_TRUE(service.start("a b", false));
+        EXPECT_EQ(log.messages(), (Texts{"KestService::stop: entering", "KestService::stop: exiting",
+                                         "KestService::start: waiting for service to exit",
+                                         "KestService::start: service completed.", "KestService::start: exiting"}));
     }
-}
-
-TEST(ServiceConsole, LogsItsWay) {
-    kit::LogCapture log;
-    TestService service;
-    service.onStart = [&] { return service.stop(); };
-    EXPECT_TRUE(service.start("", false));
-    EXPECT_EQ(log.messages(), (Texts{"KestService::stop: entering", "KestService::stop: exiting",
-                                     "KestService::start: waiting for service to exit",
-                                     "KestService::start: service completed.", "KestService::start: exiting"}));
-    EXPECT_EQ(service.heard, (Texts{"start <> in 1", "stop in 4"}));
-    service.onStop = []() -> bool { throw std::runtime_error("no"); };
-    EXPECT_THROW(service.start("", false), std::runtime_error);
+    service.onStop = fail;
+    EXPECT_THROW(service.start("", false), KestException);
     EXPECT_EQ(service.state(), KestService::STOPPED);
+    service.onStart = fail;
+    EXPECT_THROW(service.start("", false), KestException);
+    EXPECT_EQ(service.state(), KestService::STOPPED);
+    service.onStart = [] { return false; };
+    EXPECT_FALSE(service.start("", false));
+    EXPECT_EQ(service.state(), KestService::STOPPED);
+    EXPECT_EQ(service.heard,
+              (Texts{"start <a b> in 1", "stop in 4", "start <> in 1", "stop in 4", "start <> in 1", "start <> in 1"}))
+        << "a failed start is not stopped";
 }
-
-// Service mode.
 
 TEST(ServiceMode, ReportsAndLogsItsWholeLife) {
     RecordingServiceManager manager;
     kit::LogCapture log;
     manager.startArguments = {"life", "x", "y"};
     TestService service("life");
-    service.onStart = [] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-        return true;
-    };
-    service.onStop = [&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-        return false;
-    };
+    const auto sleepLong = [] { std::this_thread::sleep_for(std::chrono::milliseconds(1500)); };
+    service.onStart = [&] { return sleepLong(), true; };
+    service.onStop = [&] { return sleepLong(), false; };
     std::thread administrator([&] {
         manager.awaitReport(4);
         manager.send(4);  // interrogate
@@ -189,65 +161,53 @@ TEST(ServiceMode, ReportsAndLogsItsWholeLife) {
 }
 
 TEST(ServiceMode, EndsStoppedWhateverFails) {
-    struct Case {
-        const char* what;
-        std::function<void(TestService&, RecordingServiceManager&)> arrange;
+    const auto succeed = [] { return true; };
+    const auto refuse = [] { return false; };
+    const auto stopIt = [] { return KestService::getService()->stop(); };
+    kit::Gate stopped;
+    const auto stopAndWait = [&] {
+        KestService::getService()->stop();
+        stopped.pass();
+        return true;
+    };
+    const auto openAndFail = [&] {
+        stopped.open();
+        return fail();
+    };
+    const struct {
+        const char* managersCall;  // that fails
+        int refusedThread;         // counted from 1; 0: none
+        std::function<bool()> onStart, onStop;
         std::string states;  // reported, without repetition, as a pattern
         std::size_t heard;   // of startIt and stopIt
-        int refusedThread = 0;
-    };
-    kit::Gate stopped;
-    const auto stopAtStart = [](TestService& service, RecordingServiceManager&) {
-        service.onStart = [&service] { return service.stop(); };
-    };
-    const Case cases[] = {
-        {"dispatcher", [](TestService&, RecordingServiceManager& m) { m.failures["runDispatcher"] = 1063; }, "", 0},
-        {"handler", [](TestService&, RecordingServiceManager& m) { m.failures["registerControlHandler"] = 6; }, "", 0},
-        {"start", [](TestService& s, RecordingServiceManager&) { s.onStart = [] { return false; }; }, "21", 1},
-        {"start throws",
-         [](TestService& s, RecordingServiceManager&) { s.onStart = []() -> bool { throw KestException(7); }; }, "21",
-         1},
-        {"stopped while it starts; stop throws",
-         [&stopped](TestService& s, RecordingServiceManager&) {
-             s.onStart = [&s, &stopped] {
-                 s.stop();
-                 stopped.pass();
-                 return true;
-             };
-             s.onStop = [&stopped]() -> bool {
-                 stopped.open();
-                 throw std::runtime_error("no");
-             };
-         },
-         "231", 2},
-        {"wait thread", stopAtStart, "21", 0, 1},
-        {"start thread", stopAtStart, "21", 0, 2},
-        {"stop thread", stopAtStart, "24?1", 1, 3},
-    };
-    for (const Case& each : cases) {
+    } cases[] = {
+        {"runDispatcher", 0, succeed, succeed, "", 0},   {"registerControlHandler", 0, succeed, succeed, "", 0},
+        {"none", 0, refuse, succeed, "21", 1},           {"none", 0, fail, succeed, "21", 1},
+        {"none", 0, stopAndWait, openAndFail, "231", 2}, {"none", 1, stopIt, succeed, "21", 0},
+        {"none", 2, stopIt, succeed, "21", 0},           {"none", 3, stopIt, succeed, "24?1", 1}};
+    for (const auto& each : cases) {
         RecordingServiceManager manager;
-        auto service = std::make_unique<TestService>("failing");
-        each.arrange(*service, manager);
+        manager.failures[each.managersCall] = 1063;
         {
-            std::optional<kit::FailingCalls> refused;
-            if (each.refusedThread > 0) refused.emplace("pthread_create", each.refusedThread);
-            EXPECT_TRUE(service->start("", true)) << each.what;
+            TestService service("failing");
+            service.onStart = each.onStart;
+            service.onStop = each.onStop;
+            const kit::FailingCalls refused(each.refusedThread > 0 ? "pthread_create" : "none", each.refusedThread,
+                                            false);
+            EXPECT_TRUE(service.start("", true)) << each.states;
+            EXPECT_EQ(service.state(), KestService::STOPPED) << each.states;
+            EXPECT_EQ(service.heard.size(), each.heard) << each.states;
         }
-        EXPECT_EQ(service->state(), KestService::STOPPED) << each.what;
-        EXPECT_EQ(service->heard.size(), each.heard) << each.what;
-        service.reset();
         std::string states;
         for (const std::string& report : manager.reports()) {
             if (states.empty() || states.back() != report[0]) states += report[0];
         }
-        EXPECT_TRUE(std::regex_match(states, std::regex(each.states))) << each.what << ": " << states;
+        EXPECT_TRUE(std::regex_match(states, std::regex(each.states))) << each.states << ": " << states;
     }
     TestService unmanaged("here");
     EXPECT_TRUE(unmanaged.start("", true)) << "not started by the platform's manager";
     EXPECT_EQ(unmanaged.heard, Texts{});
 }
-
-// The manager's database.
 
 TEST(ServiceInstall, RegistersTheRunningProgram) {
     const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
@@ -266,18 +226,16 @@ TEST(ServiceInstall, RegistersTheRunningProgram) {
 }
 
 TEST(ServiceInstall, AnswersForEachFailure) {
-    struct Case {
-        const char* call;
+    const struct {
+        std::string call;
         unsigned error;
-        bool installed;
-        bool removed;
-    };
-    const Case cases[] = {
+        bool installed, removed;
+    } cases[] = {
         {"openManager", 120, true, true},    {"openManager", 5, false, false},   {"createService", 1073, false, true},
         {"createService", 120, false, true}, {"openService", 1060, true, false}, {"setDescription", 5, true, true},
         {"control", 1062, true, true},       {"deleteService", 5, true, false},
     };
-    for (const Case& each : cases) {
+    for (const auto& each : cases) {
         RecordingServiceManager manager;
         kit::LogCapture log;
         manager.failures[each.call] = each.error;
@@ -287,10 +245,8 @@ TEST(ServiceInstall, AnswersForEachFailure) {
         EXPECT_EQ(service.install(), each.installed) << each.call << each.error;
         EXPECT_EQ(service.remove(), each.removed) << each.call << each.error;
         EXPECT_EQ(manager.openHandles(), 0u) << each.call << each.error;
-        const Texts messages = log.messages();
-        EXPECT_EQ(
-            std::count(messages.begin(), messages.end(), "KestService::install: failed to set service description (5)"),
-            each.call == std::string("setDescription") ? 1 : 0);
+        const std::string notDescribed = "KestService::install: failed to set service description (5)\n";
+        EXPECT_EQ(log.text().find(notDescribed) != std::string::npos, each.call == "setDescription") << each.call;
     }
     RecordingServiceManager manager;
     TestService service("named");

@@ -21,7 +21,7 @@ struct Folder : kit::TemporaryFolder {
         return found;
     }
     ChildProcess start(const Texts& arguments, const std::string& command = "") const {
-        return ChildProcess(KEST_AGENT, arguments, {{}, path(), command});
+        return ChildProcess(KEST_AGENT, arguments, {path(), command});
     }
 };
 

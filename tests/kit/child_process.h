@@ -11,7 +11,6 @@
 // Threads: a ChildProcess belongs to one thread.
 #pragma once
 
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,9 +20,8 @@ namespace kit {
 class ChildProcess {
   public:
     struct Options {
-        std::map<std::string, std::string> environment;  ///< added to ours
-        std::string directory;                           ///< where the child starts; empty: where we are
-        std::string command;                             ///< shell commands to run first, such as "ulimit -f 0"
+        std::string directory;  ///< where the child starts; empty: where we are
+        std::string command;    ///< shell commands to run first, such as "ulimit -f 0"
     };
 
     /// Starts the program, with nothing to read on standard input. Throws std::runtime_error when that fails.

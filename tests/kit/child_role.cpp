@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <map>
 #include <string_view>
 
 #include "kit/child_process.h"

@@ -6,10 +6,8 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
-#include <system_error>
 
 #include "kit/child_process.h"
 
@@ -33,14 +31,6 @@ struct Pipe {
     }
 };
 
-std::vector<char*> pointersTo(std::vector<std::string>& texts) {
-    std::vector<char*> pointers;
-    for (std::string& each : texts)
-        pointers.push_back(each.data());
-    pointers.push_back(nullptr);
-    return pointers;
-}
-
 std::vector<std::string> commandLine(const std::string& program, const std::vector<std::string>& arguments,
                                      const std::string& shellCommand) {
     std::vector<std::string> words;
@@ -48,17 +38,6 @@ std::vector<std::string> commandLine(const std::string& program, const std::vect
     words.push_back(program);
     words.insert(words.end(), arguments.begin(), arguments.end());
     return words;
-}
-
-std::vector<std::string> environmentWith(const std::map<std::string, std::string>& added) {
-    std::vector<std::string> entries;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        const std::string text = *entry;
-        if (added.count(text.substr(0, text.find('='))) == 0) entries.push_back(text);
-    }
-    for (const auto& [name, value] : added)
-        entries.push_back(name + "=" + value);
-    return entries;
 }
 
 }  // namespace
@@ -103,9 +82,10 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
                            const Options& options)
     : m_state(std::make_unique<State>()) {
     std::vector<std::string> words = commandLine(program, arguments, options.command);
-    std::vector<std::string> entries = environmentWith(options.environment);
-    const std::vector<char*> argv = pointersTo(words);
-    const std::vector<char*> envp = pointersTo(entries);
+    std::vector<char*> argv;
+    for (std::string& word : words)
+        argv.push_back(word.data());
+    argv.push_back(nullptr);
     const int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
     m_state->process = fork();
     if (m_state->process == 0) {
@@ -115,7 +95,7 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
         dup2(nothing, 0);
         dup2(m_state->pipes[0].writeEnd, 1);
         dup2(m_state->pipes[1].writeEnd, 2);
-        execve(argv[0], argv.data(), envp.data());
+        execv(argv[0], argv.data());
         _exit(127);
     }
     close(nothing);

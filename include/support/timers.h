@@ -31,7 +31,7 @@ namespace internal {
 
 /// What a timer is set to, as one value that threads can read whole. The parts are normalised: the milliseconds are
 /// below 1000 in size.
-struct TimerSetting {
+struct alignas(8) TimerSetting {  // read and written as one word
     std::int32_t seconds = 0;
     std::int16_t milliseconds = 0;
     bool oneShot = false;

@@ -26,8 +26,12 @@ namespace {
 
 constexpr std::uint32_t kMostSuspensions = 127;
 constexpr std::int64_t kMillisecond = 1'000'000;
-constexpr std::int64_t kForceAfter = 500 * kMillisecond;
-constexpr std::int64_t kGiveUpAfter = 5000 * kMillisecond;
+// A thread that does little but allocate is outside the runtime for a few instructions at a time, so the signal comes
+// often and for long before the thread is taken where it should not be.
+constexpr std::int64_t kFirstPause = 20'000;
+constexpr std::int64_t kLongestPause = 200'000;
+constexpr std::int64_t kForceAfter = 5000 * kMillisecond;
+constexpr std::int64_t kGiveUpAfter = 10'000 * kMillisecond;
 
 int controlSignal() noexcept {
     return SIGRTMIN + 6;
@@ -158,7 +162,7 @@ bool hasEnded(const ThreadObject& thread) noexcept {
 template <typename Complied>
 bool interruptUntil(ThreadObject& thread, FutexWord& word, Complied complied) noexcept {
     const std::int64_t begin = monotonicNanoseconds();
-    for (std::int64_t pause = 50'000; !complied(); pause = std::min(pause * 2, kMillisecond)) {
+    for (std::int64_t pause = kFirstPause; !complied(); pause = std::min(pause * 2, kLongestPause)) {
         const std::int64_t now = monotonicNanoseconds();
         if (now - begin >= kGiveUpAfter) return false;
         if (now - begin >= kForceAfter) thread.forced.store(true, std::memory_order_relaxed);

@@ -149,7 +149,9 @@ TEST(Agent, EndsWhenItCanNoLongerKeepItsState) {
     ASSERT_TRUE(agent.waitForOutput(" Process "));
     std::filesystem::rename(folder.pathOf("there"), folder.pathOf("gone"));
     EXPECT_EQ(agent.wait(), 2);
-    EXPECT_EQ(agent.errors(), "kest-agent: state file there/state: No such file or directory\n");
+    // Which step of keeping it fails first depends on the moment.
+    EXPECT_TRUE(agent.errors().starts_with("kest-agent: state file there/state: ")) << agent.errors();
+    EXPECT_EQ(agent.errors().find('\n'), agent.errors().size() - 1);
 
     const Folder full;
     full.write("kest-agent.state", "agent.status=before\n");

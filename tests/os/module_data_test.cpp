@@ -13,6 +13,22 @@
 namespace KestSupport {
 namespace {
 
+TEST(ModuleData, DerivedClassesKnowWhetherTheyAreEnabled) {
+    struct Own : ModuleData {
+        explicit Own(bool enabled) : ModuleData(enabled) {}
+        void initialize() override {}
+        void terminate() override {}
+        using ModuleData::m_enabled;
+        using ModuleData::m_initCount;
+    };
+    EXPECT_TRUE(Own(true).m_enabled);
+    EXPECT_FALSE(Own(false).m_enabled);
+    EXPECT_EQ(Own(true).m_initCount, 0);
+    EXPECT_EQ(ModuleData::m_pHead, nullptr);
+    ModuleData::entry();
+    ModuleData::exit();
+}
+
 // One test, because the tear-down is for good: the library's own module data made the lock before main.
 TEST(ModuleData, TheLockOfTheProcessLivesFromLoadToTheLastTearDown) {
     KestCriticalSectionObject* const made = internal::referenceCountLock();
@@ -21,7 +37,7 @@ TEST(ModuleData, TheLockOfTheProcessLivesFromLoadToTheLastTearDown) {
     EXPECT_EQ(internal::referenceCountLock(), made) << "there is one for all module data";
     KestCriticalSectionObject used;
     used.lock();
-    KestTimer timer;
+    KestTimer timer(3600, 0, false);
     timer.start(3600, 0, false);
     module.reset();
     EXPECT_EQ(internal::referenceCountLock(), nullptr);

@@ -11,98 +11,130 @@ namespace {
 
 using namespace KestSupport;
 
-thread_local bool t_mayBeKilled = false;  // and then leaves nothing behind
-std::atomic<bool> isWild{true};
-std::atomic<int> faults{0};
+constexpr int kThreads = 10;
+constexpr int kTimers = 10'000;
 
-// A timer that changes itself and a neighbour each time it fires, and notices a firing that it should not have.
-struct Restless : KestTimer, private KestDependent {
-    Restless() { addDependent(*this); }
+thread_local bool t_mayBeKilled = false;
+
+// A timer that changes itself and a neighbour each time it fires, and notices a firing that it should not have. On a
+// thread that may be killed it leaves nothing behind.
+class Restless : public KestTimer, private KestDependent {
+  public:
+    explicit Restless(Restless* neighbour) : m_neighbour(neighbour) { addDependent(*this); }
     ~Restless() override {
         stop();
-        faults += m_firing;
+        if (m_firing) ++s_faults;
     }
+
     void act(unsigned choice) {
         if (choice % 8 < 2) return stop();
         if (choice % 8 == 2) return reset();
         if (choice % 8 == 3) return start(-3, 1000, true);
         start(static_cast<std::int32_t>(choice / 8 % 60 + 1), choice % 8 < 6);
     }
+
+    static inline std::atomic<bool> s_isWild{true};
+    static inline std::atomic<int> s_faults{0};
+    std::atomic<int> m_fired{0};
+
+  private:
     KestNotification* createNotification() override { return &m_notification; }
     void destroyNotification(KestNotification*) override {}
     void handleNotification(KestCollaborator&, const KestNotification&) override {
-        const bool isLast = ++m_fired >= 50;
-        if (t_mayBeKilled || !isWild) return;
-        faults += m_firing.exchange(true);
-        thread_local std::mt19937 random(platform::currentThreadId());
-        isLast ? stop() : act(static_cast<unsigned>(random()));
-        if (!isLast) m_neighbour->act(static_cast<unsigned>(random()));
+        if (t_mayBeKilled) {
+            ++m_fired;
+            return;
+        }
+        if (m_firing.exchange(true)) ++s_faults;
+        if (++m_fired < 50 && s_isWild) {
+            thread_local std::mt19937 random(platform::currentThreadId());
+            act(static_cast<unsigned>(random()));
+            if (m_neighbour != nullptr) m_neighbour->act(static_cast<unsigned>(random()));
+        } else if (s_isWild) {
+            stop();
+        }
         m_firing = false;
     }
 
-    Restless* m_neighbour = this;
-    std::atomic<int> m_fired{0};
+    Restless* const m_neighbour;
     std::atomic<bool> m_firing{false};
     KestEventNotification m_notification;
 };
 
+using Timers = std::vector<std::unique_ptr<Restless>>;
+
+Timers makeTimers(int count) {
+    Timers timers;
+    for (int i = 0; i < count; ++i)
+        timers.push_back(std::make_unique<Restless>(i % 7 ? timers.back().get() : nullptr));
+    return timers;
+}
+
 struct Victim : KestThread {
+    explicit Victim(KestTimer& timer) : m_timer(timer) {}
     ~Victim() override { kill(); }
     using KestThread::run;
     int run() override {
-        for (t_mayBeKilled = true;; m_timer->reset()) {
-            m_timer->start(30, 0, false);
-            m_timer->stop();
+        for (t_mayBeKilled = true;;) {
+            m_timer.start(30, 0, false);
+            m_timer.stop();
+            m_timer.reset();
         }
     }
-    KestTimer* m_timer = nullptr;
+    KestTimer& m_timer;
 };
 
+void killSome(Timers& timers) {
+    for (auto& timer : timers) {
+        Victim victim(*timer);
+        victim.start();
+        for (std::uint32_t i = 0; i < 3; ++i) {
+            platform::sleepThread(i % 2);
+            victim.stop();
+            victim.start();
+        }
+    }
+}
+
 TEST(TimersStress, TenThousandObeyTenThreadsAndTheirOwnNotificationsWhileOthersAreKilled) {
-    std::vector<Restless> timers(10'000), victims(200);
-    for (std::size_t i = 1; i < timers.size(); ++i)
-        timers[i].m_neighbour = &timers[i - (i % 7 != 0)];
+    Timers timers = makeTimers(kTimers), victims = makeTimers(200);
     std::vector<std::thread> threads;
-    for (unsigned number = 0; number < 10; ++number) {
+    for (unsigned number = 0; number < kThreads; ++number) {
         threads.emplace_back([&timers, number] {
             std::mt19937 random(number);
-            for (int i = 0; i < 30'000; ++i) {
-                timers[random() % timers.size()].act(static_cast<unsigned>(random()));
+            for (int i = 0; i < 3 * kTimers; ++i) {
+                timers[random() % timers.size()]->act(static_cast<unsigned>(random()));
                 if (i % 100 != 0) continue;
-                Restless brief;
+                Restless brief(nullptr);
                 brief.start(1, false);
                 if (i % 1000 == 0) brief.wait(-1);
             }
         });
     }
-    for (Restless& timer : victims) {
-        Victim victim;
-        victim.m_timer = &timer;
-        victim.start();
-        for (std::uint32_t i = 0; i < 3; ++i, victim.start()) {
-            platform::sleepThread(i % 2);
-            victim.stop();
-        }
-    }
+    killSome(victims);
     for (std::thread& thread : threads)
         thread.join();
 
     // Whatever was done to them before: stopped ones do not fire, started ones do.
-    isWild = false;
-    const auto forAll = [&](const auto& act) {
-        std::for_each(timers.begin(), timers.end(), act);
-        std::for_each(victims.begin(), victims.end(), act);
-    };
-    forAll([](Restless& timer) { timer.stop(); });
-    forAll([](Restless& timer) { timer.m_fired = 0; });
+    std::move(victims.begin(), victims.end(), std::back_inserter(timers));
+    Restless::s_isWild = false;
+    for (auto& timer : timers)
+        timer->stop();
+    for (auto& timer : timers)
+        timer->m_fired = 0;
     platform::sleepThread(100);
-    forAll([](Restless& timer) { EXPECT_EQ(timer.m_fired, 0); });
-    forAll([](Restless& timer) { timer.start(20, true); });
-    forAll([](Restless& timer) { kit::await([&] { return timer.m_fired == 1; }); });
-    forAll([](Restless& timer) { timer.start(1, 0, false); });
-    forAll([](Restless& timer) { kit::await([&] { return timer.m_fired >= 3; }); });
+    for (auto& timer : timers)
+        ASSERT_EQ(timer->m_fired, 0);
+    for (auto& timer : timers)
+        timer->start(20, true);
+    for (auto& timer : timers)
+        kit::await([&] { return timer->m_fired == 1; });
+    for (auto& timer : timers)
+        timer->start(1, 0, false);
+    for (auto& timer : timers)
+        kit::await([&] { return timer->m_fired >= 3; });
     timers.clear();
-    EXPECT_EQ(faults, 0);
+    EXPECT_EQ(Restless::s_faults, 0);
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
 #include "platform/thread.h"
+#include "support/exceptions.h"
 #include "support/threads.h"
 #include "threads/timer_manager.h"
 
@@ -32,10 +33,7 @@ constexpr std::int32_t kLeast = std::numeric_limits<std::int32_t>::min();
 struct Probe : KestTimer, private KestDependent {
     Probe() { addDependent(*this); }
     ~Probe() override { stop(); }
-    bool isOneShot() const override {
-        if (onAsk) onAsk();
-        return fired == lastAfter || KestTimer::isOneShot();
-    }
+    bool isOneShot() const override { return onAsk ? onAsk() : KestTimer::isOneShot(); }
     KestNotification* createNotification() override { return &m_notification; }
     void destroyNotification(KestNotification*) override {}
     void handleNotification(KestCollaborator&, const KestNotification& notification) override {
@@ -43,17 +41,23 @@ struct Probe : KestTimer, private KestDependent {
         if (onFire) onFire();
     }
 
-    std::function<void()> onFire, onAsk;
-    int lastAfter = -1;
+    std::function<void()> onFire;
+    std::function<bool()> onAsk;
     std::atomic<int> fired{0};
     KestEventNotification m_notification;
 };
+
+bool hang(kit::Gate& hangs) {
+    for (hangs.open();; platform::sleepThread(1000)) {
+    }
+}
 
 TEST(Timers, FireAfterTheirIntervalAndNotBefore) {
     const struct {
         std::int32_t seconds, milliseconds;
         Clock::duration atLeast;
-    } rows[] = {{0, 40, 40ms}, {0, 1500, 1500ms}, {-1, 1300, 300ms}, {kLeast, 1, 0ms}, {1, kLeast, 0ms}};
+    } rows[] = {{0, 40, 40ms},   {0, 1500, 1500ms}, {-1, 1300, 300ms},
+                {0, 200, 200ms}, {kLeast, 1, 0ms},  {1, kLeast, 0ms}};
     KestTimer other, timer, late;
     late.start(kMost, kMost, true);
     for (const auto& row : rows) {
@@ -66,6 +70,13 @@ TEST(Timers, FireAfterTheirIntervalAndNotBefore) {
         EXPECT_GE(Clock::now() - before, row.atLeast);
         EXPECT_EQ(timer.wait(0), kTimedOut);
     }
+    const auto before = Clock::now();
+    timer.start(1000, true);
+    EXPECT_EQ(timer.wait(50), kTimedOut);
+    timer.reset();
+    EXPECT_EQ(timer.wait(-1), kSignalled);
+    EXPECT_GE(Clock::now() - before, 1050ms);
+
     // Its interval is over before its second begins: no thread after thread until then.
     KestTimerManager::cancelWait();
     const kit::FailingCalls counted("pthread_create", kMost);
@@ -78,38 +89,44 @@ TEST(Timers, FireAfterTheirIntervalAndNotBefore) {
 TEST(Timers, HoldTheNormalisedIntervalAndStartOnlyWithAPositivePart) {
     struct Recorder : KestTimer {
         using KestTimer::KestTimer;
-        void start(std::int32_t seconds, std::int32_t milliseconds, bool oneShot) override {
-            held = {seconds, milliseconds};
-            KestTimer::start(0, 50, true);  // replaced or ended by the next
-            KestTimer::start(seconds, milliseconds, oneShot);
+        void start(std::int32_t seconds, std::int32_t milliseconds, bool) override {
+            interval = {seconds, milliseconds};
         }
-        std::pair<std::int32_t, std::int32_t> held;
+        std::pair<std::int32_t, std::int32_t> interval;
     };
     const std::pair<std::int32_t, std::int32_t> rows[][2] = {
-        {{0, 0}, {0, 0}},      {{1, -1300}, {0, -300}},        {{-4, 2000}, {-2, 0}},
-        {{7, 2999}, {9, 999}}, {{kLeast, -1000}, {kLeast, 0}}, {{kMost, kMost}, {kMost, 647}}};
+        {{0, 0}, {0, 0}}, {{0, -300}, {0, -300}}, {{1, -1300}, {0, -300}},        {{-4, 2000}, {-2, 0}},
+        {{0, 1}, {0, 1}}, {{7, 2999}, {9, 999}},  {{kLeast, -1000}, {kLeast, 0}}, {{kMost, kMost}, {kMost, 647}}};
     for (const auto& [given, normalised] : rows) {
-        Recorder timer(given.first, given.second, true);
-        timer.reset();
-        EXPECT_EQ(timer.held, normalised);
-        EXPECT_EQ(timer.wait(90), kTimedOut) << given.first << " s " << given.second << " ms";
+        Recorder recorder(given.first, given.second, true);
+        recorder.reset();  // through the table
+        EXPECT_EQ(recorder.interval, normalised);
+        if (normalised.first > 0 || normalised.second > 0) continue;
+        KestTimer timer;
+        timer.start(10, false);
+        timer.start(normalised.first, normalised.second, false);
+        EXPECT_EQ(timer.wait(40), kTimedOut) << normalised.first << " s " << normalised.second << " ms";
     }
 }
 
 TEST(Timers, FireUntilTheyAreStoppedOrSaySoInsideTheirOwnFiring) {
     Probe timer;
     KestTimer other;
+    std::atomic<int> asked{0};
+    const std::function<bool()> startElsewhere = [&] {
+        std::thread([&] { other.start(60, 0, true); }).join();  // asking must not hold a lock
+        return ++asked == 3;
+    };
     const struct {
         bool oneShot;
-        int lastAfter;
-        std::function<void()> onFire, onAsk;
-    } rows[] = {{false, -1, [&] { timer.fired == 3 ? timer.stop() : void(); }, nullptr},
-                {true, -1, [&] { timer.fired < 3 ? timer.reset() : void(); }, nullptr},
-                {false, 2, nullptr, [&] { std::thread([&] { other.start(60, 0, true); }).join(); }},  // under no lock
-                {false, -1, nullptr, [&] { timer.fired == 2 ? timer.stop() : void(); }}};
+        std::function<void()> onFire;
+        std::function<bool()> onAsk;
+    } rows[] = {{false, [&] { timer.fired == 3 ? timer.stop() : void(); }, nullptr},
+                {true, [&] { timer.fired < 3 ? timer.start(40, true) : void(); }, nullptr},
+                {true, nullptr, startElsewhere},
+                {false, nullptr, [&] { return timer.fired == 2 ? (timer.stop(), false) : startElsewhere(); }}};
     for (const auto& row : rows) {
-        timer.fired = 0;
-        timer.lastAfter = row.lastAfter;
+        asked = timer.fired = 0;
         timer.onFire = row.onFire;
         timer.onAsk = row.onAsk;
         const auto before = Clock::now();
@@ -124,11 +141,16 @@ TEST(Timers, FireUntilTheyAreStoppedOrSaySoInsideTheirOwnFiring) {
 
 TEST(Timers, OfOneSecondFireInOnePassTheLastStartedFirst) {
     Probe first, second, inside;
-    std::vector<std::pair<const Probe*, std::thread::id>> fired;
-    for (Probe* probe : {&first, &inside})
-        probe->onFire = [&fired, probe] { fired.emplace_back(probe, std::this_thread::get_id()); };
+    std::string order;
+    std::vector<std::thread::id> threads;
+    const auto note = [&](char name) {
+        order += name;
+        threads.push_back(std::this_thread::get_id());
+    };
+    first.onFire = [&] { note('1'); };
+    inside.onFire = [&] { note('i'); };
     second.onFire = [&] {
-        fired.emplace_back(&second, std::this_thread::get_id());
+        note('2');
         inside.start(1, true);
         throw 1;  // nobody's: the pass goes on
     };
@@ -138,19 +160,18 @@ TEST(Timers, OfOneSecondFireInOnePassTheLastStartedFirst) {
         second.start(1, 0, true);
     }
     EXPECT_EQ(first.wait(-1), kSignalled);
-    first.stop();  // returns when the pass is over
-    const auto thread = fired.front().second;
-    EXPECT_EQ(fired, (decltype(fired){{&second, thread}, {&inside, thread}, {&first, thread}}));
-    EXPECT_NE(thread, std::this_thread::get_id());
+    EXPECT_EQ(order, "2i1");
+    EXPECT_EQ(threads, std::vector(3, threads.front()));
+    EXPECT_NE(threads.front(), std::this_thread::get_id());
 
     // What is due already fires before the call returns, unless the thread defers it.
     first.start(-5, 1000, true);
     EXPECT_EQ(first.wait(0), kSignalled);
-    EXPECT_EQ(fired.back().second, std::this_thread::get_id());
+    EXPECT_EQ(threads.back(), std::this_thread::get_id());
     const KestTimerDeferral deferral;
     first.start(-5, 1000, true);
     EXPECT_EQ(first.wait(-1), kSignalled);
-    EXPECT_NE(fired.back().second, std::this_thread::get_id());
+    EXPECT_NE(threads.back(), std::this_thread::get_id());
 }
 
 TEST(Timers, StopAndDestructionWaitForAFiringElsewhereAndNothingElseDoes) {
@@ -199,20 +220,23 @@ TEST(Timers, OutliveThreadsThatCannotBeMadeOrAreKilled) {
         kit::await([&] { return timer.fired >= 4; });
         timer.stop();
     }
-    for (const auto hook : {&Probe::onAsk, &Probe::onFire}) {
+    for (const bool whenAsked : {true, false}) {
         struct Firer : KestThread {
+            explicit Firer(KestTimer& timerToFire) : m_timer(timerToFire) {}
+            ~Firer() override { kill(); }
             using KestThread::run;
-            int run() override { return timer->start(-5, 1000, false), 0; }
-            Probe* timer = nullptr;
-        } firer;
+            int run() override {
+                m_timer.start(-5, 1000, false);
+                return 0;
+            }
+            KestTimer& m_timer;
+        } firer(timer);
         kit::Gate hangs;
         std::atomic<bool> isFirst{true};
-        timer.*hook = [&] {
-            for (const bool here = isFirst.exchange(false); here; platform::sleepThread(1000))
-                hangs.open();
-        };
+        const auto hangOnce = [&](bool isHere) { return isHere && isFirst.exchange(false) ? hang(hangs) : false; };
+        timer.onAsk = [&] { return hangOnce(whenAsked); };
+        timer.onFire = [&] { hangOnce(!whenAsked); };
         timer.fired = 0;
-        firer.timer = &timer;
         firer.start();
         hangs.pass();
         firer.kill();
@@ -220,72 +244,101 @@ TEST(Timers, OutliveThreadsThatCannotBeMadeOrAreKilled) {
         EXPECT_EQ(other.wait(-1), kSignalled);
         kit::await([&] { return timer.fired >= 3; });
         timer.stop();
-        timer.*hook = nullptr;
     }
 }
 
-const kit::ChildRole tearDownRole("timers-tear-down", [](const std::vector<std::string>& arguments) {
-    auto& firing = *new kit::Gate;
-    auto& timer = *new Probe;
-    const bool isInside = arguments[0] == "inside";
-    timer.onFire = [&firing, isInside] {
-        firing.open();
-        isInside ? KestTimerManager::deleteInstance() : (new kit::Gate)->pass();
-    };
+const kit::ChildRole exitRole("timers-exit", [](const std::vector<std::string>& arguments) {
+    static auto& firing = *new kit::Gate;
+    static auto& timer = *new Probe;
+    timer.onFire = [] { hang(firing); };
+    timer.start(arguments[0] == "firing" ? 1 : 600'000, false);
+    if (arguments[0] == "firing") firing.pass();
+    KestTimerManager::deleteInstance();
+    return 0;
+});
+
+const kit::ChildRole tearDownRole("timers-tear-down", [](const std::vector<std::string>&) {
+    Probe timer;
     KestTimer other;
-    other.start(60, 0, false);
+    timer.onFire = [] { KestTimerManager::deleteInstance(); };
+    other.start(20, false);
     timer.start(10, false);
-    firing.pass();
-    isInside ? void(timer.wait(-1)) : KestTimerManager::deleteInstance();
+    if (timer.wait(-1) != kSignalled) return 1;
     other.start(10, true);
     timer.reset();
-    return other.wait(60) == kTimedOut && timer.wait(60) == kTimedOut ? 0 : 1;
+    timer.stop();
+    if (other.wait(60) != kTimedOut || timer.wait(60) != kTimedOut) return 2;
+    try {
+        KestTimerManager::getInstance();
+    } catch (const KestException& exception) {
+        return exception.getText() == "KestTimerManager::getInstance: Exiting system" && exception.getCode() == 0 ? 0
+                                                                                                                  : 3;
+    }
+    return 4;
 });
 
 TEST(Timers, DoNothingOnceTheLibraryIsTornDown) {
-    for (const char* from : {"inside", "elsewhere"})
-        EXPECT_EQ(kit::ChildProcess::inRole("timers-tear-down", {from}).wait(), 0) << from;
+    EXPECT_EQ(kit::ChildProcess::inRole("timers-tear-down").wait(), 0);
+    EXPECT_EQ(kit::ChildProcess::inRole("timers-exit", {"waiting"}).wait(), 0);
+    EXPECT_EQ(kit::ChildProcess::inRole("timers-exit", {"firing"}).wait(), 0);
 }
 
-// The reference is the list as it is described to its users: one sequence, searched from the front.
+// The list as it is described to its users: one sequence, searched from the front.
+class PlainList {
+  public:
+    void insert(internal::TimerEntry& entry) {
+        const auto isLater = [&](const auto* other) { return other->expirySeconds >= entry.expirySeconds; };
+        m_entries.insert(std::find_if(m_entries.begin(), m_entries.end(), isLater), &entry);
+    }
+    void remove(internal::TimerEntry& entry) { std::erase(m_entries, &entry); }
+    internal::TimerEntry* takeDue(std::int64_t now) {
+        for (internal::TimerEntry* entry : m_entries) {
+            if (entry->expirySeconds > now || std::count(m_fired.begin(), m_fired.end(), entry) != 0) continue;
+            m_fired.push_back(entry);
+            remove(*entry);
+            return entry;
+        }
+        m_fired.clear();
+        return nullptr;
+    }
+    internal::TimerEntry* first() const { return m_entries.empty() ? nullptr : m_entries.front(); }
+
+  private:
+    std::vector<internal::TimerEntry*> m_entries, m_fired;
+};
+
 TEST(Timers, KeepTheOrderOfAPlainListWhateverTheClockDoes) {
-    using Entry = internal::TimerEntry;
     std::mt19937 random(20261122);
     const auto upTo = [&](int most) { return static_cast<int>(random() % static_cast<unsigned>(most)); };
     std::int64_t now = 1'800'000'000;
     internal::TimerQueue queue(now);
-    Entry entries[60];
-    std::vector<Entry*> plain, fired;
+    PlainList plain;
+    internal::TimerEntry entries[60];
     const int ranges[] = {1, 2, 3, 5, 64, 4096, 4200, 20'000};
-    const auto change = [&](Entry& entry) {
+    const auto change = [&](internal::TimerEntry& entry) {
         queue.remove(entry);
-        std::erase(plain, &entry);
+        plain.remove(entry);
         ASSERT_FALSE(queue.contains(entry));
         if (upTo(3) == 0) return;
         entry.expirySeconds = now + upTo(ranges[upTo(8)]) - (upTo(8) == 0 ? upTo(200) : 0);
         queue.insert(entry);
-        plain.insert(std::ranges::lower_bound(plain, entry.expirySeconds, {}, &Entry::expirySeconds), &entry);
+        plain.insert(entry);
     };
-    const auto isDue = [&](Entry* entry) { return entry->expirySeconds <= now && !std::ranges::count(fired, entry); };
     for (int round = 0; round < 20'000; ++round) {
         if (upTo(4) == 0) now += upTo(10) == 0 ? upTo(3000) : upTo(3);
         if (upTo(500) == 0) now -= upTo(4) == 0 ? 10'000 : upTo(100);
         queue.settle(now);
         for (int i = upTo(6); i > 0; --i)
             change(entries[upTo(60)]);
-        ASSERT_EQ(queue.empty(), plain.empty());
-        ASSERT_TRUE(queue.first() == nullptr || queue.first() == plain.front());
-        fired.clear();
+        ASSERT_TRUE(queue.first() == nullptr || queue.first() == plain.first());
+        ASSERT_EQ(queue.empty(), plain.first() == nullptr);
         queue.beginPass();
-        for (auto next = plain.begin(); (next = std::ranges::find_if(plain, isDue)) != plain.end();) {
-            Entry& due = **next;
-            ASSERT_EQ(queue.takeDue(now), &due) << "round " << round;
-            plain.erase(next);
-            fired.push_back(&due);
+        for (internal::TimerEntry* due = nullptr; (due = queue.takeDue(now)) != nullptr;) {
+            ASSERT_EQ(due, plain.takeDue(now)) << "round " << round;
             for (int i = upTo(3); i > 0; --i)
-                change(upTo(2) == 0 ? due : entries[upTo(60)]);
+                change(upTo(2) == 0 ? *due : entries[upTo(60)]);
         }
-        ASSERT_EQ(queue.takeDue(now), nullptr);
+        ASSERT_EQ(plain.takeDue(now), nullptr);
         queue.endPass();
     }
 }

@@ -1,10 +1,13 @@
 // Events, mutexes and waitable timers: the fast paths without the dispatcher, and the wait itself.
 #include <algorithm>
+#include <bit>
 #include <new>
+#include <optional>
 
 #include "platform/fault_seam.h"
 #include "platform/posix/posix_barrier.h"
 #include "platform/posix/posix_wait_object.h"
+#include "platform/thread.h"
 
 namespace KestSupport::platform {
 namespace {
@@ -15,7 +18,9 @@ using Kind = WaitObject::Kind;
 constexpr std::uint32_t kLeastSpins = 8;
 constexpr std::uint32_t kSpins = 160;
 constexpr std::uint32_t kProbeSpins = 1600;
-constexpr std::uint32_t kProbeEvery = 8;
+constexpr std::uint32_t kFirstProbe = 8;
+constexpr std::uint32_t kProbeEvery = 1024;
+constexpr std::uint32_t kYields = 2;
 constexpr std::int64_t kHandOverAfter = 1'000'000;  // nanoseconds
 
 enum class Attempt : std::uint8_t { taken, notNow, dispatcherDecides };
@@ -50,27 +55,47 @@ bool tryMutex(WaitObject& mutex, std::uint32_t id) noexcept {
     return mutex.owner.compare_exchange_strong(owner, id, std::memory_order_acquire, std::memory_order_relaxed);
 }
 
-// Looks at an object for a while before the thread sleeps: long when that paid last time, else hardly at all. Two
-// threads that answer each other, once one of them slept, would both sleep for ever after, because waking takes longer
-// than the spin; so now and then a spin is long enough to meet a thread that is just being woken.
+// One look while spinning; empty when the spin may go on.
+std::optional<bool> glance(WaitObject& object, ThreadRecord& self) noexcept {
+    const bool promising = object.kind == Kind::mutex
+                               ? object.owner.load(std::memory_order_relaxed) == WaitObject::kNobody
+                               : (object.word.load(std::memory_order_relaxed) & WaitObject::kSignalled) != 0;
+    if (!promising) return std::nullopt;
+    if (object.kind == Kind::mutex) return tryMutex(object, self.id) ? std::optional(true) : std::nullopt;
+    const Attempt attempt = tryEvent(object);
+    if (attempt == Attempt::notNow) return std::nullopt;
+    return attempt == Attempt::taken;
+}
+
+// How long a thread that looked in vain so often looks this time. Two threads that answer each other, once one of them
+// slept, would both sleep for ever after, because waking takes longer than the spin; so now and then, and ever more
+// seldom, a spin is long enough to meet a thread that is just being woken.
+std::uint32_t spinBudget(std::uint32_t vain) noexcept {
+    if (vain == 0) return kSpins;
+    const bool probe = vain >= kFirstProbe && (std::has_single_bit(vain) || vain % kProbeEvery == 0);
+    return probe ? kProbeSpins : kLeastSpins;
+}
+
+// Looks at an object for a while before the thread sleeps: long when that paid last time, else hardly at all. The
+// thread that is to answer may have been given this very processor; for that one no spin is long enough, but giving the
+// processor away is. That counts as a vain spin all the same: the next one would only keep the other thread waiting.
 bool spinFor(WaitObject& object, ThreadRecord& self) noexcept {
     if (!object.isEvent() && object.kind != Kind::mutex) return false;
     const std::uint32_t vain = object.vainSpins.load(std::memory_order_relaxed);
-    const std::uint32_t budget = vain == 0 ? kSpins : vain % kProbeEvery == 0 ? kProbeSpins : kLeastSpins;
-    for (std::uint32_t spins = 0; spins < budget; ++spins) {
-        spinPause();
-        const bool promising = object.kind == Kind::mutex
-                                   ? object.owner.load(std::memory_order_relaxed) == WaitObject::kNobody
-                                   : (object.word.load(std::memory_order_relaxed) & WaitObject::kSignalled) != 0;
-        if (!promising) continue;
-        const Attempt attempt = object.isEvent()            ? tryEvent(object)
-                                : tryMutex(object, self.id) ? Attempt::taken
-                                                            : Attempt::notNow;
-        if (attempt == Attempt::taken) {
-            if (vain != 0) object.vainSpins.store(0, std::memory_order_relaxed);
-            return true;
+    const std::uint32_t budget = spinBudget(vain);
+    for (std::uint32_t step = 0; step < budget + kYields; ++step) {
+        const bool spinning = step < budget;
+        if (spinning) {
+            spinPause();
+        } else {
+            yieldThread();
         }
-        if (attempt == Attempt::dispatcherDecides) return false;
+        if (const std::optional<bool> end = glance(object, self)) {
+            if (*end && (vain != 0 || !spinning)) {
+                object.vainSpins.store(spinning ? 0 : vain + 1, std::memory_order_relaxed);
+            }
+            return *end;
+        }
     }
     object.vainSpins.store(vain + 1, std::memory_order_relaxed);
     return false;
@@ -156,7 +181,7 @@ class SlowWait {
 
     // After a wake-up or a time-out: is the wait over?
     bool finished() noexcept {
-        if (retrySucceeded()) return true;
+        if (wasGivenEvent() || retrySucceeded()) return true;
         Dispatcher dispatcher(m_self);
         if (m_waiter.outcome == Waiter::Outcome::satisfied) return true;
         const bool passedOver = !m_waiter.queued;
@@ -178,6 +203,13 @@ class SlowWait {
         if (m_firstPassedOver == 0) m_firstPassedOver = now;
         m_waiter.wantsHandOver = now - m_firstPassedOver >= kHandOverAfter;
         return queue(dispatcher, true);
+    }
+
+    // Who waits for one event is woken once, with the event; nobody touches the wait after that, so it can be read
+    // without the dispatcher lock, which the waking thread may still hold.
+    bool wasGivenEvent() const noexcept {
+        return m_waiter.count == 1 && m_waiter.links[0].object->isEvent() &&
+               m_self.parked.load(std::memory_order_acquire) == kParkWoken;
     }
 
     // A thread that was woken to try for a mutex does so without the dispatcher lock first.

@@ -29,6 +29,11 @@ class ChildProcess {
     ChildProcess(const std::string& program, const std::vector<std::string>& arguments);
     static ChildProcess inRole(const std::string& role, const std::vector<std::string>& arguments = {});
 
+    /// Whether this process has a child of any kind, an ended one that nobody waited for included.
+    static bool anyLeft();
+    /// The command line of this program in a role, without arguments.
+    static std::string commandOfRole(const std::string& role);
+
     /// Kills a child that still runs.
     ~ChildProcess();
     ChildProcess(ChildProcess&&) noexcept;

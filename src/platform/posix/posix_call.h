@@ -7,17 +7,23 @@
 
 namespace KestSupport::platform {
 
-/// Runs a call that reports failure with -1 and errno. An interrupted one is repeated.
+/// Runs a call that reports failure with -1 and errno, and repeats it when a signal interrupted it.
+template <typename Call>
+auto uninterrupted(Call&& call) noexcept -> decltype(call()) {
+    for (;;) {
+        const auto result = call();
+        if (result != static_cast<decltype(call())>(-1) || errno != EINTR) return result;
+    }
+}
+
+/// The same for a call whose failure matters.
 template <typename Call>
 auto systemCall(const char* name, Call&& call) noexcept -> decltype(call()) {
     if (const int error = injectedFault(name); error != 0) {
         errno = error;
         return static_cast<decltype(call())>(-1);
     }
-    for (;;) {
-        const auto result = call();
-        if (result != static_cast<decltype(call())>(-1) || errno != EINTR) return result;
-    }
+    return uninterrupted(call);
 }
 
 /// Runs a call that returns its error number (the pthread family); 0 is success.

@@ -115,6 +115,15 @@ ChildProcess ChildProcess::inRole(const std::string& role, const std::vector<std
     return ChildProcess(std::filesystem::read_symlink("/proc/self/exe").string(), all);
 }
 
+bool ChildProcess::anyLeft() {
+    siginfo_t info{};
+    return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 || errno != ECHILD;
+}
+
+std::string ChildProcess::commandOfRole(const std::string& role) {
+    return std::filesystem::read_symlink("/proc/self/exe").string() + " --child-role=" + role;
+}
+
 ChildProcess::~ChildProcess() = default;
 ChildProcess::ChildProcess(ChildProcess&&) noexcept = default;
 

@@ -1,0 +1,140 @@
+#include "support/version.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <string_view>
+
+#include "support/exceptions.h"
+
+namespace KestSupport {
+namespace {
+
+bool isDigit(char c) {
+    return '0' <= c && c <= '9';
+}
+
+/// Moves `next` behind the digits there. A number that does not fit is the largest int.
+int takeNumber(const char*& next, const char* end) {
+    constexpr std::int64_t largest = std::numeric_limits<int>::max();
+    std::int64_t number = 0;
+    for (; next != end && isDigit(*next); ++next)
+        number = std::min(number * 10 + (*next - '0'), largest);
+    return static_cast<int>(number);
+}
+
+using RangeText = std::pair<std::string_view, std::string_view>;
+
+/// False for something in braces that is no range.
+bool splitRange(std::string_view piece, RangeText& range) {
+    range = {piece, {}};
+    if (!piece.starts_with('{')) return true;
+    const std::size_t dash = piece.find('-');
+    if (dash == std::string_view::npos || dash == 1 || piece.size() - dash < 3) return false;
+    range = {piece.substr(1, dash - 1), piece.substr(dash + 1, piece.size() - dash - 2)};
+    return true;
+}
+
+bool hasOtherThanZero(const std::vector<int>& components, std::size_t first) {
+    return std::any_of(components.begin() + static_cast<std::ptrdiff_t>(first), components.end(),
+                       [](int component) { return component != 0; });
+}
+
+}  // namespace
+
+KestVersion::KestVersion() = default;
+
+KestVersion::KestVersion(int* const) {}
+
+KestVersion::KestVersion(const std::string& text) {
+    parse(text);
+}
+
+KestVersion::KestVersion(const KestVersion& source) = default;
+KestVersion::~KestVersion() = default;
+
+KestVersion& KestVersion::operator=(const KestVersion& source) = default;
+
+KestVersion& KestVersion::operator=(const std::string& text) {
+    m_components.clear();
+    m_suffix.clear();
+    parse(text);
+    return *this;
+}
+
+bool KestVersion::isInit() const {
+    return !m_components.empty() || !m_suffix.empty();
+}
+
+std::string KestVersion::toString() const {
+    std::string text;
+    for (const int component : m_components) {
+        if (!text.empty()) text += '.';
+        text += std::to_string(component);
+    }
+    if (!m_suffix.empty()) text.append(1, '.').append(m_suffix);
+    return text;
+}
+
+void KestVersion::parse(const std::string& text) {
+    if (text.empty()) return;
+    // One allocation is enough for what versions usually have; a long suffix shall not make it a large one.
+    m_components.reserve(std::min<std::size_t>(text.size() / 2 + 1, 8));
+    const char* const end = text.data() + text.size();
+    for (const char* next = text.data();; ++next) {
+        const char* const piece = next;
+        const bool isNumber = piece != end && isDigit(*piece);
+        if (isNumber) m_components.push_back(takeNumber(next, end));
+        next = std::find(next, end, '.');
+        if (!isNumber && next != end) throw KestException("KestVersion::parse: invalid version string: " + text, 0);
+        if (!isNumber) m_suffix.assign(piece, end);
+        if (next == end) return;
+    }
+}
+
+KestVersion::tTestMode KestVersion::compare(const KestVersion& a, const KestVersion& b) {
+    const std::size_t common = std::min(a.m_components.size(), b.m_components.size());
+    for (std::size_t i = 0; i < common; ++i) {
+        if (a.m_components[i] != b.m_components[i]) return a.m_components[i] < b.m_components[i] ? Less : Greater;
+    }
+    if (hasOtherThanZero(a.m_components, common)) return Greater;
+    if (hasOtherThanZero(b.m_components, common)) return Less;
+    const int order = a.m_suffix.compare(b.m_suffix);
+    return order < 0 ? Less : order > 0 ? Greater : Equal;
+}
+
+bool KestVersion::operator<(const KestVersion& other) const {
+    return compare(*this, other) == Less;
+}
+
+bool KestVersion::operator==(const KestVersion& other) const {
+    return compare(*this, other) == Equal;
+}
+
+bool KestVersion::operator<=(const KestVersion& other) const {
+    return compare(*this, other) != Greater;
+}
+
+std::vector<std::pair<KestVersion, KestVersion>> KestVersion::createRangeVector(const std::string& spec) {
+    const std::string_view whole = spec;
+    std::vector<RangeText> texts;
+    for (std::size_t begin = 0, end = 0; !whole.empty() && begin <= whole.size(); begin = end + 1) {
+        end = std::min(whole.find(',', begin), whole.size());
+        if (!splitRange(whole.substr(begin, end - begin), texts.emplace_back())) {
+            throw KestException("KestVersion::createRangeVector: Invalid range specification: " + spec, 0);
+        }
+    }
+    std::vector<std::pair<KestVersion, KestVersion>> ranges;
+    ranges.reserve(texts.size());
+    for (const auto& [low, high] : texts)
+        ranges.emplace_back(std::string(low), std::string(high));
+    return ranges;
+}
+
+bool KestVersion::inRange(const std::pair<KestVersion, KestVersion>& range, const KestVersion& v) {
+    const auto& [low, high] = range;
+    return high.isInit() ? low <= v && v < high : v == low;
+}
+
+}  // namespace KestSupport

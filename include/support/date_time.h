@@ -149,7 +149,7 @@ class KEST_SUPPORT_EXPORT KestDateTime {
     bool modifyDate(FieldId_t field, int amount, std::string& message);
     static int getMonthForRFCName(std::string_view name);
     wstring16 constructTimeString(std::tm* fields, const std::locale& locale, const unsigned short* pattern);
-    void adjustInstanceId();
+    void adjustInstanceId(unsigned int stamps = 1);
 
     void store(const std::tm& fields);
     std::tm storedFields() const;

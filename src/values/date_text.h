@@ -1,8 +1,8 @@
 // Reads the three layouts of a date text. Only the text's shape is judged here, not the calendar.
 //
 //     Sun, 06 Nov 1994 08:49:37 GMT     RFC 1123, for a text that contains a comma
-//     06/11/1994 08:49:37               day/month/year, else for a text that contains a slash; the time or its end may
-//     be missing Sun Nov  6 08:49:37 1994          asctime, for any other text
+//     06/11/1994 08:49:37               day/month/year, else for a text with a slash; it may end before the seconds
+//     Sun Nov  6 08:49:37 1994          asctime, for any other text
 //
 // Items are read as the C runtime's sscanf reads them: white space in front of a number or word is skipped, a number
 // may have a sign, a separator stands directly behind its number, what follows the last item is ignored, and a zero

@@ -74,9 +74,13 @@ KestDateTime& KestDateTime::operator=(const std::tm& fields) {
 }
 
 KestDateTime& KestDateTime::operator=(const std::string& text) {
-    adjustInstanceId();
+    // The stamp for the attempt and the one for its success in a single step: each costs as much as reading the time.
     std::string message;
-    if (!setDateTime(text, message)) refuse(message);
+    if (!setDateTime(text, message)) {
+        adjustInstanceId();
+        refuse(message);
+    }
+    adjustInstanceId(2);
     return *this;
 }
 
@@ -168,9 +172,13 @@ bool KestDateTime::setDateTimeFromTmImpl(const std::tm& fields, std::string& mes
 }
 
 bool KestDateTime::setDateTimeFromStrImpl(const std::string& text, std::string& message) {
-    if (!setDateTime(text, message)) return false;
-    adjustInstanceId();
-    return true;
+    if (setDateTime(text, message)) {
+        adjustInstanceId(2);
+        return true;
+    }
+    // A text that can't be read is reported; one that reads well but names no date is thrown.
+    if (message == kNotADate) refuse(message);
+    return false;
 }
 
 unsigned int KestDateTime::getDay() const {
@@ -243,13 +251,16 @@ bool KestDateTime::setDateTime(const std::string& text, std::string& message) {
     }
     if (date.layout != internal::DateLayout::DayMonthYear) date.fields.tm_mon = getMonthForRFCName(date.monthName);
     if (date.layout != internal::DateLayout::Rfc1123) {
-        *this = date.fields;
+        if (!validateDateTime(date.fields, message)) return false;
+        store(date.fields);
         return true;
     }
     const std::optional<LocalMoment> moment = internal::momentOfFields(date.fields);
-    if (!moment) refuse(kNotADate);
+    if (!moment) {
+        message = kNotADate;
+        return false;
+    }
     store(internal::brokenDown(moment->civil, moment->daylightSaving));
-    adjustInstanceId();
     return true;
 }
 
@@ -324,8 +335,8 @@ int KestDateTime::getMonthForRFCName(std::string_view name) {
     return 0;
 }
 
-void KestDateTime::adjustInstanceId() {
-    m_instanceId = m_objectCounter.fetch_add(1, std::memory_order_relaxed) + 1;
+void KestDateTime::adjustInstanceId(unsigned int stamps) {
+    m_instanceId = m_objectCounter.fetch_add(stamps, std::memory_order_relaxed) + stamps;
 }
 
 void KestDateTime::store(const std::tm& fields) {

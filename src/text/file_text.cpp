@@ -4,43 +4,19 @@
 #include <cwchar>
 #include <iterator>
 
+#include "text/surrogates.h"
+
 namespace KestSupport::internal {
 namespace {
 
-constexpr unsigned kFirstHighSurrogate = 0xD800;
-constexpr unsigned kFirstLowSurrogate = 0xDC00;
-constexpr unsigned kEndOfSurrogates = 0xE000;
-constexpr unsigned kFirstBeyondBasicPlane = 0x10000;
-
-bool isHighSurrogate(unsigned unit) {
-    return unit >= kFirstHighSurrogate && unit < kFirstLowSurrogate;
-}
-bool isLowSurrogate(unsigned unit) {
-    return unit >= kFirstLowSurrogate && unit < kEndOfSurrogates;
-}
-
-void appendUnits(wchar_t character, WideText& text) {
-    const auto code = static_cast<char32_t>(character);
-    if (code < kFirstBeyondBasicPlane) {
-        text.push_back(static_cast<unsigned short>(code));
-        return;
-    }
-    const unsigned offset = static_cast<unsigned>(code) - kFirstBeyondBasicPlane;
-    text.push_back(static_cast<unsigned short>(kFirstHighSurrogate + (offset >> 10)));
-    text.push_back(static_cast<unsigned short>(kFirstLowSurrogate + (offset & 0x3FF)));
-}
-
-// The wide characters of UTF-16; false for a surrogate without its partner. Where a wide character is a 16-bit unit,
-// the pairs stay as they are.
+// False for a surrogate without its partner.
 bool toWideCharacters(WideView text, std::wstring& characters) {
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        unsigned code = text[i];
-        if (sizeof(wchar_t) > 2 && code >= kFirstHighSurrogate && code < kEndOfSurrogates) {
-            if (!isHighSurrogate(code) || i + 1 == text.size() || !isLowSurrogate(text[i + 1])) return false;
-            const unsigned low = text[++i];
-            code = kFirstBeyondBasicPlane + ((code - kFirstHighSurrogate) << 10) + (low - kFirstLowSurrogate);
-        }
-        characters.push_back(static_cast<wchar_t>(code));
+    while (!text.empty()) {
+        wchar_t character = 0;
+        const std::size_t units = characterOf(text, character);
+        if (units == 0) return false;
+        characters.push_back(character);
+        text.remove_prefix(units);
     }
     return true;
 }
@@ -61,7 +37,8 @@ void FileText::widen(std::string_view bytes, WideText& text) const {
     while (!bytes.empty()) {
         wchar_t character = static_cast<unsigned char>(bytes.front());
         const std::size_t length = std::max<std::size_t>(1, firstCharacter(bytes, character));
-        appendUnits(character, text);
+        unsigned short units[2];
+        text.append(units, unitsOf(character, units));
         bytes.remove_prefix(length);
     }
 }
@@ -77,6 +54,7 @@ std::size_t FileText::firstCharacter(std::string_view bytes, wchar_t& character)
         wchar_t* end = nullptr;
         m_conversion->in(state, bytes.data(), bytes.data() + length, next, &converted, &converted + 1, end);
         if (end == &converted) continue;
+        if (static_cast<char32_t>(converted) > kLastCharacter) return 0;
         character = converted;
         return length;
     }

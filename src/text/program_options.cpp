@@ -127,7 +127,7 @@ void KestProgramOptions::parse(int argc, char** argv, const Specification* speci
 }
 
 void KestProgramOptions::parse(const std::string& commandLine, const Specification* specification, bool allowSlash) {
-    std::vector<std::string> tokens = internal::splitCommandLine(commandLine);
+    std::vector<std::string> tokens = internal::splitCommandLine(commandLine, internal::kOptionRules);
     std::vector<char*> argv;
     argv.reserve(tokens.size());
     for (std::string& token : tokens)

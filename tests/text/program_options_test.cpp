@@ -115,7 +115,7 @@ TEST(ProgramOptions, SplitACommandLineAtUnquotedBlanks) {
         {"a\nb c", {"a\nb", "c"}},
     };
     for (const auto& [line, tokens] : rows) {
-        EXPECT_EQ(internal::splitCommandLine(line), tokens) << line;
+        EXPECT_EQ(internal::splitCommandLine(line, internal::kOptionRules), tokens) << line;
         EXPECT_EQ(KestProgramOptions(line, false).getProgramName(), tokens.empty() ? "" : tokens[0]) << line;
     }
     check({{"prog"}, {{"o", "a b"}, {"p", "c d"}, {"z", "1"}}, {"", "x -y"}},

@@ -1,0 +1,42 @@
+#include "support/message_sets.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "kit/failure_of.h"
+#include "kit/temporary_folder.h"
+
+using namespace KestSupport;
+
+namespace {
+
+std::string message(const KestMessageSet& messages, const std::string& key) {
+    const wstring16 text = messages.getString(wstring16(key.begin(), key.end()));
+    return std::string(text.begin(), text.end());
+}
+
+}  // namespace
+
+TEST(MessageSets, TakeEachMessageFromTheMostSpecificCatalogueThatIsThere) {
+    const kit::TemporaryFolder folder;
+    const std::string base = folder.pathOf("m");
+    // Its language and its country have different codes.
+    const auto make = [&] { return KestMessageSet(base, std::locale("C.UTF-8")); };
+    EXPECT_EQ(kit::failureOf(make), "KestProperties<StringType>::loadProperties: couldn't open file " + base + ".pro");
+    folder.write("m.pro", "a=1\nb=1\nc=1\n");
+    folder.write("m_C.UTF-8_C.pro", "c=3\nc=4");
+    EXPECT_EQ(message(make(), "b") + message(make(), "c"), "14");
+    folder.write("m_C.UTF-8.pro", "b=\nc=2");
+    const KestMessageSet messages = make();
+    EXPECT_EQ(messages.getLocale(), std::locale("C.UTF-8"));
+    EXPECT_EQ(kit::failureOf([&] { message(messages, "A key"); }), "KestMissingMessageException - Missing A key");
+    const auto read = [&](const std::string& key, const std::string& text) {
+        for (int i = 0; i < 1000; ++i)
+            ASSERT_EQ(message(messages, key), text);
+    };
+    std::thread first(read, "a", "1"), second(read, "b", "");
+    read("c", "4");
+    first.join();
+    second.join();
+}

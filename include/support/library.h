@@ -4,8 +4,8 @@
 //   ModuleDataControl  a polymorphic handle for code that manages several of them
 //
 // The library's own module data does its work from static construction and destruction; a program need not do anything.
-// When the library is unloaded, its timer manager ends first and the lock under which other locks are created last;
-// timers that are started after that stay stopped.
+// When the library is unloaded, the object factory of the process is deleted first, then the timer manager ends, and
+// the lock under which other locks are created goes last; timers that are started after that stay stopped.
 //
 // Threads: static construction and destruction run on one thread. Nothing here is locked.
 #pragma once

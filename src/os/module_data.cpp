@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "support/object_factory.h"
 #include "sync/reference_count_lock.h"
 #include "threads/timer_manager.h"
 
@@ -49,6 +50,7 @@ void Module::initialize() {
 }
 
 void Module::terminate() {
+    KestSupport::KestObjectFactory::deleteGlobalInstance();
     KestSupport::KestTimerManager::deleteInstance();
     KestSupport::internal::deleteReferenceCountLock();
 }

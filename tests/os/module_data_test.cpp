@@ -6,6 +6,7 @@
 
 #include "support/exceptions.h"
 #include "support/locks.h"
+#include "support/object_factory.h"
 #include "support/timers.h"
 #include "sync/reference_count_lock.h"
 #include "threads/timer_manager.h"
@@ -39,8 +40,10 @@ TEST(ModuleData, TheLockOfTheProcessLivesFromLoadToTheLastTearDown) {
     used.lock();
     KestTimer timer(3600, 0, false);
     timer.start(3600, 0, false);
+    KestObjectFactory::getGlobalInstance().add("gone", [] { return new KestObjectBase; });
     module.reset();
     EXPECT_EQ(internal::referenceCountLock(), nullptr);
+    EXPECT_TRUE(KestObjectFactory::getGlobalInstance().construct("gone").isNull()) << "the factory is another one";
     timer.start(1, true);
     timer.stop();
     try {

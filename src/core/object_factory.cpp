@@ -1,0 +1,75 @@
+#include "support/object_factory.h"
+
+#include <utility>
+
+namespace KestSupport {
+namespace {
+
+// What the map holds for the name, null when it holds nothing.
+template <typename Value>
+Value found(const std::map<std::string, Value>& entries, const std::string& name) {
+    const auto entry = entries.find(name);
+    return entry == entries.end() ? nullptr : entry->second;
+}
+
+}  // namespace
+
+KestExemplar::~KestExemplar() = default;
+KestObjectFactoryRegistration::~KestObjectFactoryRegistration() = default;
+
+constinit KestObjectFactory* KestObjectFactory::m_pGlobalInstance = nullptr;
+
+KestObjectFactory::KestObjectFactory(const KestObjectFactory& other) : m_creators(other.m_creators) {}
+
+// The lock, too, stays that of the target.
+KestObjectFactory& KestObjectFactory::operator=(const KestObjectFactory& other) {
+    if (this != &other) m_creators = other.m_creators;
+    return *this;
+}
+
+KestObjectFactory::~KestObjectFactory() = default;
+
+void KestObjectFactory::add(const std::string& name, Creator creator) {
+    const KestCriticalSection guard(m_lock, true);
+    m_creators[name] = creator;
+}
+
+void KestObjectFactory::add(const std::string& name, KestObjectFactoryRegistration& registration) {
+    const KestCriticalSection guard(m_lock, true);
+    m_registrations[name] = &registration;
+}
+
+void KestObjectFactory::remove(const std::string& name) {
+    const KestCriticalSection guard(m_lock, true);
+    if (m_registrations.erase(name) == 0) m_creators.erase(name);
+}
+
+KestSmartPointer<KestObjectBase> KestObjectFactory::construct(const std::string& name) {
+    KestCriticalSection guard(m_lock, true);
+    KestObjectFactoryRegistration* const registration = found(m_registrations, name);
+    const Creator creator = registration == nullptr ? found(m_creators, name) : nullptr;
+    guard.unlock();
+    if (registration != nullptr) return registration->create();
+    return creator != nullptr ? creator() : nullptr;
+}
+
+std::vector<std::string> KestObjectFactory::getRegisteredClasses() const {
+    std::vector<std::string> names;
+    names.reserve(m_creators.size() + m_registrations.size());
+    for (const auto& entry : m_creators)
+        names.push_back(entry.first);
+    for (const auto& entry : m_registrations)
+        names.push_back(entry.first);
+    return names;
+}
+
+KestObjectFactory& KestObjectFactory::getGlobalInstance() {
+    if (m_pGlobalInstance == nullptr) m_pGlobalInstance = new KestObjectFactory;
+    return *m_pGlobalInstance;
+}
+
+void KestObjectFactory::deleteGlobalInstance() {
+    delete std::exchange(m_pGlobalInstance, nullptr);
+}
+
+}  // namespace KestSupport

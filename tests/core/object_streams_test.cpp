@@ -1,0 +1,199 @@
+#include "support/object_streams.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <new>
+#include <thread>
+
+#include "kit/failing_calls.h"
+
+namespace KestSupport {
+namespace {
+
+using namespace std::string_literals;
+
+// The block of a stream as bytes.
+std::string blockOf(const KestBufferStream& stream) {
+    return {reinterpret_cast<const char*>(stream.buffer()), stream.size() + 4};
+}
+
+template <typename Value>
+std::string written(const Value& value) {
+    KestBufferStream stream;
+    stream << value;
+    return blockOf(stream).substr(4);
+}
+
+KestBufferStream streamOf(const std::string& payload) {
+    const std::string block = "head" + payload;
+    return {block.data(), static_cast<unsigned int>(block.size())};
+}
+
+// What is in the variable after it was read from the payload, and that the stream is then empty.
+template <typename Value>
+Value readFrom(const std::string& payload, Value value) {
+    KestBufferStream stream = streamOf(payload);
+    stream >> value;
+    EXPECT_EQ(stream.size(), 0U);
+    return value;
+}
+
+const std::string kWide = "\3\0\0\0\0\0\0\0a\0\xE9\0\0\xD8"s;
+
+TEST(ObjectStreams, EachTypeHasItsBytesInBothDirections) {
+    const auto expectBytes = [](auto value, auto before, const std::string& bytes) {
+        EXPECT_EQ(written(value), bytes);
+        EXPECT_EQ(readFrom(bytes, before), value);
+    };
+    expectBytes('a', 'b', "a");
+    expectBytes(static_cast<unsigned char>(200), static_cast<unsigned char>(1), "\xC8");
+    expectBytes(static_cast<short>(-2), static_cast<short>(1), "\xFE\xFF");
+    expectBytes(static_cast<unsigned short>(0x1234), static_cast<unsigned short>(1), "\x34\x12");
+    expectBytes(-2, 1, "\xFE\xFF\xFF\xFF");
+    expectBytes(0x12345678U, 1U, "\x78\x56\x34\x12");
+    expectBytes(-2L, 1L, "\xFE\xFF\xFF\xFF");
+    expectBytes(0xFFFFFFFEUL, 1UL, "\xFE\xFF\xFF\xFF");
+    expectBytes(1.0F, 0.0F, "\0\0\x80\x3F"s);
+    expectBytes(1.0, 0.0, "\0\0\0\0\0\0\xF0\x3F"s);
+    expectBytes("text"s, ""s, "\4\0\0\0\0\0\0\0text"s);
+    expectBytes(wstring16{'a', 0xE9, 0xD800}, wstring16{}, kWide);
+    expectBytes(std::string(300, 'x'), ""s, "\x2C\1\0\0\0\0\0\0"s + std::string(300, 'x'));
+    EXPECT_EQ(written("a\0b"s), "\1\0\0\0\0\0\0\0a"s) << "a narrow text ends at its first NUL";
+    EXPECT_EQ(written(wstring16{0, 1}), "\2\0\0\0\0\0\0\0\0\0\1\0"s);
+    EXPECT_EQ(written(static_cast<const char*>(nullptr)), "\0\0\0\0\0\0\0\0"s);
+    EXPECT_EQ(written(0x123456789ABCDEF0L), "\xF0\xDE\xBC\x9A") << "a long is 4 bytes wide";
+}
+
+TEST(ObjectStreams, WhatAPayloadDoesNotHoldIsNotMadeUp) {
+    EXPECT_EQ(readFrom("\1\2", 0x55667788), 0x55660201);
+    EXPECT_EQ(readFrom("", 0x5566778811223344L), 0x5566778811223344L);
+    EXPECT_EQ(readFrom("", "before"s), "before");
+    EXPECT_EQ(readFrom("\0\0\0\0\0\0\0\0"s, "before"s), "before");
+    EXPECT_EQ(readFrom("\0\0\0\0\0\0\0\0"s, wstring16{'b'}), wstring16{'b'});
+    EXPECT_EQ(readFrom("\0\0\0\0\0\0\0\0"s, static_cast<char*>(nullptr)), nullptr);
+    const std::string huge = "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF";
+    for (const std::string& length : {huge, "\0\0\0\0\0\0\0\x80"s, "\5\0\0\0\0\0\0\0"s, "\xFF\xFF\xFF\xFF\0\0\0\0"s}) {
+        EXPECT_EQ(readFrom(length + "ab\0"s, "before"s), "ab");
+        EXPECT_EQ(readFrom(length, "before"s), "");
+        EXPECT_EQ(readFrom(length + "a\0b"s, wstring16{'b'}), (wstring16{'a', 'b'}));
+        const std::unique_ptr<char[]> text(readFrom(length + "a\0b"s, static_cast<char*>(nullptr)));
+        EXPECT_EQ(std::memcmp(text.get(), "a\0b\0", 4), 0) << "an array keeps its NULs and has one more";
+    }
+}
+
+TEST(ObjectStreams, AStreamOfOnesOwnIsAskedOnceForEachPartAndBelieved) {
+    struct Own : KestInputObjectStream, KestOutputObjectStream {
+        void reset() override {}
+        std::size_t read(void* destination, std::size_t size, std::size_t count) override {
+            seen += "r" + std::to_string(size) + "*" + std::to_string(count) + " ";
+            if (size == 8) std::memcpy(destination, &length, 8);
+            return 0;
+        }
+        std::size_t write(const void*, std::size_t size, std::size_t count) override {
+            seen += "w" + std::to_string(size) + "*" + std::to_string(count) + " ";
+            return 0;
+        }
+        std::uint64_t length = 400;
+        std::string seen;
+    } stream;
+    std::string text = "before";
+    wstring16 wide{'b'};
+    EXPECT_EQ(&(stream << "abc"), static_cast<KestOutputObjectStream*>(&stream));
+    stream << wide;
+    stream << 'c';
+    EXPECT_EQ(&(stream >> text), static_cast<KestInputObjectStream*>(&stream));
+    stream >> wide;
+    EXPECT_EQ(stream.seen, "w8*1 w1*3 w8*1 w2*1 w1*1 r8*1 r1*400 r8*1 r2*400 ");
+    EXPECT_EQ(text, "");
+    for (const std::uint64_t length : {~std::uint64_t{0}, ~std::uint64_t{0} >> 1}) {
+        stream.length = length;
+        EXPECT_THROW(stream >> text, std::bad_alloc);
+    }
+}
+
+TEST(BufferStream, ABlockIsWrittenHandedOnAndReadFromItsFront) {
+    KestBufferStream stream;
+    int number = 0;
+    EXPECT_EQ(blockOf(stream), "\0\0\0\0"s);
+    EXPECT_EQ(stream.read(&number, 4, 1), 0U);
+    stream << 1;
+    stream << static_cast<short>(2);
+    EXPECT_EQ(blockOf(stream), "\6\0\0\0\1\0\0\0\2\0"s);
+
+    KestBufferStream received(stream.buffer(), 10), copy(1);
+    EXPECT_EQ(received.peek(&number, 4, 1), 4U);
+    EXPECT_EQ(received.size(), 6U);
+    received >> number;
+    EXPECT_EQ(number, 1);
+    EXPECT_EQ(blockOf(received), "\2\0\0\0\2\0"s);
+    copy = received;
+    copy = *&copy;
+    received.reset();
+    EXPECT_EQ(received.peek(&number, ~std::size_t{0}, 2), 0U);
+    received << 'x';
+    EXPECT_EQ(blockOf(received), "\1\0\0\0x"s);
+    EXPECT_EQ(blockOf(copy), "\2\0\0\0\2\0"s);
+    EXPECT_EQ(copy.read(&number, ~std::size_t{0}, ~std::size_t{0}), 2U) << "more than there is gives what there is";
+    EXPECT_EQ(KestBufferStream(copy).size(), 0U);
+    for (unsigned int size = 0; size <= 4; ++size)
+        EXPECT_EQ(KestBufferStream("\7\0\0\0", size).size(), 0U);
+}
+
+// Against a text that is appended to and cut, with payloads that lie in front of, behind and across their former
+// places.
+TEST(BufferStream, WritingAndReadingInTurnsKeepsEveryByte) {
+    for (const unsigned long growBy : {0UL, 1UL, 64UL}) {
+        KestBufferStream stream(growBy);
+        std::string expected;
+        for (unsigned int step = 1; step < 3000; ++step) {
+            const std::string more(step * 7 % 97, static_cast<char>(step));
+            EXPECT_EQ(stream.write(more.data(), more.size(), 1), more.size());
+            expected += more;
+            std::string taken(step * 11 % 95, '\0');
+            taken.resize(stream.read(taken.data(), 1, taken.size()));
+            ASSERT_EQ(taken, expected.substr(0, taken.size()));
+            expected.erase(0, taken.size());
+            ASSERT_EQ(stream.size(), expected.size());
+            if (step % 100 == 0) {
+                ASSERT_EQ(blockOf(KestBufferStream(stream)).substr(4), expected);
+            }
+        }
+        EXPECT_EQ(blockOf(stream).substr(4), expected);
+    }
+}
+
+TEST(BufferStream, AWriteThatFindsNoRoomChangesNothing) {
+    KestBufferStream stream(8);
+    stream << 1;
+    const kit::FailingCalls failing("realloc");
+    EXPECT_EQ(stream.write("0123456789", 10, 1), 0U);
+    EXPECT_EQ(stream.write("", ~std::size_t{0}, 2), 0U);
+    EXPECT_EQ(stream.write("", 0xFFFFFFF8, 1), 0U) << "4 GiB with the header";
+    EXPECT_EQ(kit::FailingCalls::seen(), 2) << "what no block can hold is not tried";
+    int number = 0;
+    stream >> number;
+    EXPECT_EQ(stream.write("0123456789", 10, 1), 10U) << "what was read made room";
+    EXPECT_EQ(blockOf(stream),
+              "\12\0\0\0"
+              "0123456789"s);
+}
+
+TEST(BufferStream, OneThreadWritesWhileAnotherReads) {
+    constexpr int kCount = 20000;
+    KestBufferStream stream;
+    std::thread writer([&] {
+        for (int i = 0; i < kCount; ++i)
+            stream << i;
+    });
+    for (int expected = 0, number = 0; expected < kCount; ++expected) {
+        while (stream.read(&number, sizeof number, 1) == 0)
+            std::this_thread::yield();
+        ASSERT_EQ(number, expected);
+    }
+    writer.join();
+}
+
+}  // namespace
+}  // namespace KestSupport

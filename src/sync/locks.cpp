@@ -1,5 +1,6 @@
 #include "support/locks.h"
 
+#include <memory>
 #include <new>
 
 #include "platform/critical_section.h"
@@ -129,15 +130,17 @@ inline LockImplementation& KestCriticalSectionObject::implementation() {
 LockImplementation& KestCriticalSectionObject::create() {
     KestCriticalSectionObject* const creationLock = internal::referenceCountLock();
     const auto makeOwn = [this]() -> LockImplementation& {
-        const auto* implementation = m_pImpl.load(std::memory_order_acquire);
-        if (implementation == nullptr) {
-            const KestSmartPointer<LockImplementation> fresh(new LockImplementation(m_isCriticalSection));
-            implementation = new KestSmartPointer<LockImplementation>(fresh);
-            m_pImpl.store(const_cast<KestSmartPointer<LockImplementation>*>(implementation), std::memory_order_release);
+        auto* implementation = m_pImpl.load(std::memory_order_acquire);
+        if (implementation != nullptr) return **implementation;
+        const KestSmartPointer<LockImplementation> fresh(new LockImplementation(m_isCriticalSection));
+        auto own = std::make_unique<KestSmartPointer<LockImplementation>>(fresh);
+        if (!m_pImpl.compare_exchange_strong(implementation, own.get(), std::memory_order_acq_rel)) {
+            return **implementation;
         }
-        return **implementation;
+        return **own.release();
     };
-    // The lock itself is created while the process has one thread only; after it is gone, that is so again.
+    // The implementation of the creation lock itself is made without a lock, perhaps by several threads at once, of
+    // which one prevails. There is no such lock while the process has one thread only, before main and after it.
     if (creationLock == nullptr || creationLock == this) return makeOwn();
     const KestCriticalSection guard(*creationLock, true);
     return makeOwn();

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "support/threads.h"
+#include "sync/reference_count_lock.h"
 
 namespace KestSupport {
 namespace {
@@ -143,6 +144,29 @@ TEST(MutexLock, AnEndedOwnersLevelsAreGone) {
     EXPECT_EQ(lock.lockCount(), 0);
     EXPECT_TRUE(lock.testAndSet());
     lock.unlock();
+}
+
+TEST(LockCreation, ThreadsThatAreTheFirstToLockAnythingGetOneLock) {
+    std::atomic<int> faults{0};
+    for (int round = 0; round < 500; ++round) {
+        internal::deleteReferenceCountLock();
+        internal::createReferenceCountLock();
+        KestCriticalSectionObject lock;
+        std::atomic<int> ready{0}, inside{0};
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 3; ++i) {
+            threads.emplace_back([&] {
+                for (++ready; ready < 3;)
+                    std::this_thread::yield();
+                const KestCriticalSection guard(lock, true);
+                faults += inside++;
+                --inside;
+            });
+        }
+        for (std::thread& thread : threads)
+            thread.join();
+    }
+    EXPECT_EQ(faults, 0);
 }
 
 }  // namespace

@@ -1,0 +1,79 @@
+#include "support/producer_consumer.h"
+
+#include <new>
+
+#include "platform/thread.h"
+#include "platform/wait.h"
+#include "text/log_record.h"
+
+namespace KestSupport {
+
+struct KestBaseProducerConsumer::Sync {
+    platform::OwnedHandle event;
+    platform::OwnedHandle mutex;
+};
+
+KestBaseSynchronizedQueue::KestBaseSynchronizedQueue() = default;
+KestBaseSynchronizedQueue::~KestBaseSynchronizedQueue() = default;
+
+KestBaseProducerConsumer::KestBaseProducerConsumer(KestBaseSynchronizedQueue& queue) noexcept : m_queue(queue) {
+    platform::OwnedHandle mutex(platform::createMutex());
+    platform::OwnedHandle event(platform::createEvent(true, false));
+    if (mutex == nullptr || event == nullptr) return;
+    m_pSync.reset(new (std::nothrow) Sync{std::move(event), std::move(mutex)});
+}
+
+KestBaseProducerConsumer::~KestBaseProducerConsumer() = default;
+
+void KestBaseProducerConsumer::lockSyncMutex() {
+    if (m_pSync == nullptr) {
+        m_queue.getLock().lock();
+    } else {
+        platform::waitForOne(m_pSync->mutex.get(), platform::kInfinite);
+    }
+}
+
+void KestBaseProducerConsumer::unlockSyncMutex() {
+    if (m_pSync == nullptr) {
+        m_queue.getLock().unlock();
+    } else {
+        platform::releaseMutex(m_pSync->mutex.get());
+    }
+}
+
+void KestBaseProducerConsumer::setSyncEvent() {
+    if (m_pSync != nullptr) platform::setEvent(m_pSync->event.get());
+}
+
+void KestBaseProducerConsumer::waitForSyncEvent() {
+    if (m_pSync == nullptr) {
+        constexpr std::uint32_t pollEvery = 10;  // milliseconds
+        unlockSyncMutex();
+        platform::sleepThread(pollEvery);
+        lockSyncMutex();
+        return;
+    }
+    platform::signalAndWait(m_pSync->mutex.get(), m_pSync->event.get(), platform::kInfinite);
+    lockSyncMutex();
+    platform::resetEvent(m_pSync->event.get());
+}
+
+void KestBaseProducerConsumer::produceSentinel(bool emptyQueue) {
+    struct WakeAndUnlock {
+        KestBaseProducerConsumer& owner;
+        ~WakeAndUnlock() {
+            owner.setSyncEvent();
+            owner.unlockSyncMutex();
+        }
+    };
+    internal::logRecord(9, "KestBaseProducerConsumer::produceSentinel: waiting for lock");
+    lockSyncMutex();
+    const WakeAndUnlock atEnd{*this};
+    internal::logRecord(9, "KestBaseProducerConsumer::produceSentinel: adding sentinel");
+    m_sentinel = true;
+    if (!emptyQueue) return;
+    internal::logRecord(9, "KestBaseProducerConsumer::produceSentinel: clearing queue");
+    m_queue.clear();
+}
+
+}  // namespace KestSupport

@@ -1,5 +1,7 @@
 #include "support/service.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
@@ -165,15 +167,8 @@ TEST(ServiceMode, EndsStoppedWhateverFails) {
     const auto refuse = [] { return false; };
     const auto stopIt = [] { return KestService::getService()->stop(); };
     kit::Gate stopped;
-    const auto stopAndWait = [&] {
-        KestService::getService()->stop();
-        stopped.pass();
-        return true;
-    };
-    const auto openAndFail = [&] {
-        stopped.open();
-        return fail();
-    };
+    const auto stopAndWait = [&] { return stopIt(), stopped.pass(), true; };
+    const auto openAndFail = [&] { return stopped.open(), fail(); };
     const struct {
         const char* managersCall;  // that fails
         int refusedThread;         // counted from 1; 0: none
@@ -199,9 +194,8 @@ TEST(ServiceMode, EndsStoppedWhateverFails) {
             EXPECT_EQ(service.heard.size(), each.heard) << each.states;
         }
         std::string states;
-        for (const std::string& report : manager.reports()) {
-            if (states.empty() || states.back() != report[0]) states += report[0];
-        }
+        for (const std::string& report : manager.reports())
+            if (!states.ends_with(report[0])) states += report[0];
         EXPECT_TRUE(std::regex_match(states, std::regex(each.states))) << each.states << ": " << states;
     }
     TestService unmanaged("here");
@@ -230,11 +224,10 @@ TEST(ServiceInstall, AnswersForEachFailure) {
         std::string call;
         unsigned error;
         bool installed, removed;
-    } cases[] = {
-        {"openManager", 120, true, true},    {"openManager", 5, false, false},   {"createService", 1073, false, true},
-        {"createService", 120, false, true}, {"openService", 1060, true, false}, {"setDescription", 5, true, true},
-        {"control", 1062, true, true},       {"deleteService", 5, true, false},
-    };
+    } cases[] = {{"openManager", 120, true, true},     {"openManager", 5, false, false},
+                 {"createService", 1073, false, true}, {"createService", 120, false, true},
+                 {"openService", 1060, true, false},   {"setDescription", 5, true, true},
+                 {"control", 1062, true, true},        {"deleteService", 5, true, false}};
     for (const auto& each : cases) {
         RecordingServiceManager manager;
         kit::LogCapture log;

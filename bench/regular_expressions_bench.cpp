@@ -1,0 +1,161 @@
+// Patterns: searches in 64 KiB of a log for what stands near its end or nowhere, and compiling.
+#include <support/regular_expressions.h>
+
+#include <memory>
+#include <regex>
+#include <string>
+
+#include "bench_kit.h"
+
+#ifdef KEST_HAVE_PCRE2
+#define PCRE2_CODE_UNIT_WIDTH 8
+#include <pcre2.h>
+#endif
+#ifdef KEST_HAVE_RE2
+#include <re2/re2.h>
+#endif
+
+namespace {
+
+constexpr std::size_t longText = 64 * 1024;
+constexpr std::size_t npos = std::string::npos;
+
+struct Search {
+    std::string pattern;
+    std::string text;
+    std::size_t offset;  // where all have to find it
+};
+
+// Lines of a log of which no two are the same.
+std::string logOf(std::size_t size) {
+    const char* const words[] = {"service", "started",    "stopped", "disk",  "memory", "of",  "process", "uses",
+                                 "timer",   "elapsed",    "the",     "queue", "is",     "not", "empty",   "after",
+                                 "retry",   "connection", "from",    "host",  "port",   "at",  "level",   "warning"};
+    std::string text;
+    unsigned state = 12345;
+    const auto next = [&state] { return (state = state * 1103515245 + 12345) >> 16; };
+    while (text.size() < size) {
+        text += std::to_string(20261118 + next() % 9) + " " + std::to_string(next() % 10);
+        for (unsigned count = 4 + next() % 8; count > 0; --count)
+            text += std::string(" ") + words[next() % std::size(words)];
+        text += " [" + std::to_string(next() % 5000) + "]\n";
+    }
+    text.resize(size);
+    text.back() = '\n';
+    return text;
+}
+
+template <typename Find>
+void measure(benchmark::State& state, std::size_t expected, const Find& find) {
+    std::size_t offset = npos;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(offset = find());
+    if (offset != expected) state.SkipWithError("another offset");
+}
+
+void findOurs(benchmark::State& state, const Search& search) {
+    KestSupport::KestRegularExpression<std::string> expression;
+    expression.setPattern(search.pattern);
+    measure(state, search.offset, [&] { return expression.find(search.text, 0); });
+}
+
+void compileOurs(benchmark::State& state, const std::string& pattern) {
+    KestSupport::KestRegularExpression<std::string> expression;
+    for (auto _ : state)
+        expression.setPattern(pattern);
+}
+
+// It needs stack for what it repeats, so it gets no '.' for more than a line.
+void findStandard(benchmark::State& state, const Search& search) {
+    const std::regex expression(search.pattern, std::regex::optimize);
+    measure(state, search.offset, [&] {
+        std::smatch match;
+        return std::regex_search(search.text, match, expression) ? static_cast<std::size_t>(match.position()) : npos;
+    });
+}
+
+#ifdef KEST_HAVE_PCRE2
+struct FreePcre2 {
+    void operator()(pcre2_code* code) const { pcre2_code_free(code); }
+    void operator()(pcre2_match_data* data) const { pcre2_match_data_free(data); }
+};
+
+std::unique_ptr<pcre2_code, FreePcre2> compilePcre2(const std::string& pattern) {
+    int error = 0;
+    PCRE2_SIZE where = 0;
+    const auto* const text = reinterpret_cast<PCRE2_SPTR>(pattern.data());
+    return std::unique_ptr<pcre2_code, FreePcre2>(
+        pcre2_compile(text, pattern.size(), PCRE2_DOTALL, &error, &where, nullptr));
+}
+
+void findPcre2(benchmark::State& state, const Search& search) {
+    const auto code = compilePcre2(search.pattern);
+    if (pcre2_jit_compile(code.get(), PCRE2_JIT_COMPLETE) != 0) return state.SkipWithError("no JIT");
+    const std::unique_ptr<pcre2_match_data, FreePcre2> data(pcre2_match_data_create_from_pattern(code.get(), nullptr));
+    const auto* const text = reinterpret_cast<PCRE2_SPTR>(search.text.data());
+    measure(state, search.offset, [&] {
+        const int count = pcre2_match(code.get(), text, search.text.size(), 0, 0, data.get(), nullptr);
+        return count > 0 ? pcre2_get_ovector_pointer(data.get())[0] : npos;
+    });
+}
+#endif
+
+#ifdef KEST_HAVE_RE2
+void findRe2(benchmark::State& state, const Search& search) {
+    RE2::Options options;
+    options.set_dot_nl(true);
+    options.set_encoding(RE2::Options::EncodingLatin1);
+    const RE2 expression(search.pattern, options);
+    measure(state, search.offset, [&] {
+        re2::StringPiece match;
+        return expression.Match(search.text, 0, search.text.size(), RE2::UNANCHORED, &match, 1)
+                   ? static_cast<std::size_t>(match.data() - search.text.data())
+                   : npos;
+    });
+}
+#endif
+
+enum class Standard { Yes, No };
+
+void compareSearch(const std::string& what, double target, const Search& search, Standard standard = Standard::Yes) {
+    KestBench::Comparison comparison("patterns/find " + what);
+    comparison.ours([=](benchmark::State& state) { findOurs(state, search); });
+#ifdef KEST_HAVE_PCRE2
+    comparison.peer("PCRE2 JIT", target, [=](benchmark::State& state) { findPcre2(state, search); });
+#endif
+#ifdef KEST_HAVE_RE2
+    comparison.peer("RE2", target > 0 ? 1.0 : 0, [=](benchmark::State& state) { findRe2(state, search); });
+#endif
+    if (standard == Standard::No) return;
+    comparison.peer("std::regex", target > 0 ? 0.05 : 0, [=](benchmark::State& state) { findStandard(state, search); });
+}
+
+}  // namespace
+
+void KestBench::registerBenches() {
+    const std::string log = logOf(longText);
+    const std::string half = log.substr(0, longText / 2);
+    compareSearch("literal", 0.5, {"timeout", log + "timeout 7", longText});
+    compareSearch("literal of rare letters", 0.5, {"Exception", log + "Exception 7", longText});
+    compareSearch("literal then sets", 1.0, {"error=[0-9]+ [a-z_]*;", log + "error=17 disk_full; ", longText});
+    compareSearch("literal then sets often", 1.0, {"timer [a-z]+ [0-9]+;", log, npos});
+    compareSearch("optional set first", 1.0, {"[a-z]*@[a-z]+", log + "operator@host ", longText});
+    compareSearch("optional set first nowhere", 1.0, {"[0-9]* warning z", log, npos});
+    compareSearch("any and literal", 1.0, {".*timeout", half + "timeout" + half, 0}, Standard::No);
+    compareSearch("any and literal nowhere", 1.0, {".*timeout", log, npos}, Standard::No);
+    compareSearch("anchor", 1.0, {"^2026[0-9]+ .*timeout", half + "timeout" + half, 0}, Standard::No);
+    compareSearch("anchor nowhere", 1.0, {"^[0-9]+ [0-9] .*timeout", log, npos}, Standard::No);
+    compareSearch("rare byte", 0.5, {"host [a-z0-9 ]*~", log, npos});
+    compareSearch("short text", 0, {"[0-9]+ms", "17ms", 0});
+
+    for (const std::string pattern : {"shutdown", "error=[0-9]+ [a-z_]*;", "^2026[0-9]+ .*shutdown$"}) {
+        Comparison comparison("patterns/compile " + pattern);
+        comparison.ours([=](benchmark::State& state) { compileOurs(state, pattern); });
+#ifdef KEST_HAVE_PCRE2
+        comparison.peer("PCRE2", 1.2, [=](benchmark::State& state) {
+            for (auto _ : state)
+                benchmark::DoNotOptimize(compilePcre2(pattern).get());
+        });
+#endif
+    }
+}

@@ -1,0 +1,186 @@
+#include "values/regular_expression_trace.h"
+
+#include "text/log_record.h"
+
+namespace KestSupport::internal {
+namespace {
+
+constexpr const char* kTypeNames[] = {"in set", "not in set", "literal segment=", "any", "begin", "end"};
+constexpr const char* kFactorNames[] = {"one", "zero or one", "zero or more", "one or more"};
+
+/// What one token matched once.
+template <typename StringType>
+struct MatchEntry {
+    StringType text;
+    std::size_t start;
+    std::size_t length;
+    std::int32_t backIndex;  // of the entry below; -1 when this one cannot be given back
+    const ExpressionToken<StringType>* token;
+};
+
+template <typename... Values>
+void trace(const Values&... values) {
+    logRecord(kExpressionTraceLevel, values...);
+}
+
+// Dumps belong to this one level: those above it are for other things.
+bool isDumping() {
+    return currentLogLevel() == kExpressionTraceLevel;
+}
+
+template <typename StringType>
+void traceEntry(const MatchEntry<StringType>& entry) {
+    traceToken(*entry.token);
+    trace("\tmatch token:");
+    trace("\t\tsegment: ", entry.text, ":", entry.start, ":", entry.length, ":", entry.backIndex);
+}
+
+template <typename StringType>
+class TracedWalk {
+  public:
+    using Token = ExpressionToken<StringType>;
+
+    TracedWalk(const std::vector<Token>& tokens, const StringType& text, std::size_t start)
+        : m_tokens(tokens), m_text(text), m_start(start), m_position(start) {}
+
+    std::size_t run(std::size_t& length) {
+        while (m_current < m_tokens.size() && step()) {
+        }
+        traceStack();
+        if (m_stack.empty()) return npos;
+        const std::size_t offset = m_stack.front().start;
+        length = m_position - offset;
+        const bool isRefused = (m_mustBegin && offset != m_start) || (m_mustEnd && m_position != m_text.size());
+        return isRefused ? npos : offset;
+    }
+
+  private:
+    static constexpr std::size_t npos = StringType::npos;
+
+    // Tries the current token once. False when the search has come to its end.
+    bool step() {
+        const Token& token = m_tokens[m_current];
+        const bool isOptional = token.factor == TokenFactor::ZeroOrOne || token.factor == TokenFactor::ZeroOrMore;
+        const bool isRepeated = token.factor == TokenFactor::ZeroOrMore || token.factor == TokenFactor::OneOrMore;
+        const std::size_t before = m_position;
+        if (tryToken(token)) {
+            // What takes nothing would be tried here for ever.
+            if (!isRepeated || m_position == before) ++m_current;
+            return true;
+        }
+        if (m_stack.empty()) {
+            ++m_position;
+            return isOptional && before < m_text.size() && m_position < m_text.size();
+        }
+        if (isOptional || (token.factor == TokenFactor::OneOrMore && *m_stack.back().token == token)) {
+            ++m_current;
+        } else {
+            giveBack();
+        }
+        return true;
+    }
+
+    bool tryToken(const Token& token) {
+        const auto isMember = [&] { return token.segment.find(m_text[m_position]) != npos; };
+        const bool isInside = m_position < m_text.size();
+        switch (token.type) {
+            case TokenType::Begin:
+                m_mustBegin = true;
+                return true;
+            case TokenType::End:
+                m_mustEnd = true;
+                return true;
+            case TokenType::Literal:
+                return tryLiteral(token);
+            case TokenType::InSet:
+                return isInside && isMember() && push(token, m_position, 1);
+            case TokenType::NotInSet:
+                return isInside && !isMember() && push(token, m_position, 1);
+            default:
+                return isInside && push(token, m_position, 1);
+        }
+    }
+
+    bool tryLiteral(const Token& token) {
+        const std::size_t found = m_text.find(token.segment, m_position);
+        trace(m_text, ".find (", token.segment, ", ", m_position, ") = ", static_cast<std::int32_t>(found));
+        if (found == npos || (!m_stack.empty() && found != m_position)) return false;
+        return push(token, found, token.segment.size());
+    }
+
+    bool push(const Token& token, std::size_t start, std::size_t length) {
+        m_stack.push_back({m_text.substr(start, length), start, length, backIndexFor(token), &token});
+        m_position = start + length;
+        if (isDumping()) {
+            trace("KestRegularExpressionImplementation::addMatch: begin");
+            traceEntry(m_stack.back());
+            trace("KestRegularExpressionImplementation::addMatch: end");
+        }
+        return true;
+    }
+
+    std::int32_t backIndexFor(const Token& token) const {
+        if (m_stack.empty()) return -1;
+        const MatchEntry<StringType>& top = m_stack.back();
+        if (token.factor == TokenFactor::OneOrMore && !(*top.token == token)) return top.backIndex;
+        return static_cast<std::int32_t>(m_stack.size() - 1);
+    }
+
+    void giveBack() {
+        const MatchEntry<StringType>& top = m_stack.back();
+        if (top.backIndex != -1) {
+            m_position = top.start;
+            m_stack.pop_back();
+            return;
+        }
+        const MatchEntry<StringType>& bottom = m_stack.front();
+        m_position = bottom.start + 1;
+        m_current = static_cast<std::size_t>(bottom.token - m_tokens.data());
+        m_stack.clear();
+    }
+
+    void traceStack() const {
+        if (!isDumping()) return;
+        trace("KestRegularExpressionImplementation::find: match stack begin");
+        for (const MatchEntry<StringType>& entry : m_stack)
+            traceEntry(entry);
+        trace("KestRegularExpressionImplementation::find: match stack end");
+    }
+
+    const std::vector<Token>& m_tokens;
+    const StringType& m_text;
+    const std::size_t m_start;
+    std::size_t m_position;
+    std::size_t m_current = 0;  // index of the token
+    bool m_mustBegin = false;
+    bool m_mustEnd = false;
+    std::vector<MatchEntry<StringType>> m_stack;
+};
+
+}  // namespace
+
+template <typename StringType>
+void traceToken(const ExpressionToken<StringType>& token) {
+    const char* const type = kTypeNames[static_cast<int>(token.type)];
+    const char* const factor = kFactorNames[static_cast<int>(token.factor)];
+    if (token.type == TokenType::Literal) {
+        trace("ExpressionToken: type=", type, token.segment, " factor=", factor);
+    } else {
+        trace("ExpressionToken: type=", type, " factor=", factor);
+    }
+}
+
+template <typename StringType>
+std::size_t findWithTrace(const std::vector<ExpressionToken<StringType>>& tokens, const StringType& text,
+                          std::size_t& length, std::size_t start) {
+    return TracedWalk<StringType>(tokens, text, start).run(length);
+}
+
+template void traceToken(const ExpressionToken<std::string>&);
+template void traceToken(const ExpressionToken<wstring16>&);
+template std::size_t findWithTrace(const std::vector<ExpressionToken<std::string>>&, const std::string&, std::size_t&,
+                                   std::size_t);
+template std::size_t findWithTrace(const std::vector<ExpressionToken<wstring16>>&, const wstring16&, std::size_t&,
+                                   std::size_t);
+
+}  // namespace KestSupport::internal

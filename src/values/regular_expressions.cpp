@@ -1,0 +1,174 @@
+#include "support/regular_expressions.h"
+
+#include <utility>
+#include <vector>
+
+#include "support/exceptions.h"
+#include "text/log_record.h"
+#include "values/regular_expression_program.h"
+#include "values/regular_expression_trace.h"
+#include "values/regular_expression_walk.h"
+
+namespace KestSupport {
+
+namespace internal {
+
+template <typename StringType>
+struct CompiledExpression {
+    explicit CompiledExpression(std::vector<ExpressionToken<StringType>> list)
+        : tokens(std::move(list)), program(tokens) {}
+    CompiledExpression(const CompiledExpression&) = delete;
+    CompiledExpression& operator=(const CompiledExpression&) = delete;
+
+    const std::vector<ExpressionToken<StringType>> tokens;
+    const ExpressionProgram<StringType> program;
+};
+
+}  // namespace internal
+
+namespace {
+
+constexpr int kReplaceAll = 1;
+
+template <typename StringType>
+std::size_t findQuickly(const internal::ExpressionProgram<StringType>& program, const StringType& text,
+                        std::size_t& length, std::size_t start, bool onlyMatches) {
+    internal::ExpressionWalk<StringType> walk(program, text);
+    const internal::ExpressionMatch match = program.hasBegin && onlyMatches ? walk.runAtStart(start) : walk.run(start);
+    if (match.offset == StringType::npos) return StringType::npos;
+    length = match.length;
+    const bool isRefused =
+        (program.hasBegin && match.offset != start) || (program.hasEnd && match.offset + match.length != text.size());
+    return isRefused ? StringType::npos : match.offset;
+}
+
+}  // namespace
+
+template <typename StringType>
+KestRegularExpressionImplementation<StringType>::KestRegularExpressionImplementation()
+    : m_pCompiled(std::make_shared<internal::CompiledExpression<StringType>>(
+          std::vector<internal::ExpressionToken<StringType>>())) {}
+
+template <typename StringType>
+KestRegularExpressionImplementation<StringType>::~KestRegularExpressionImplementation() = default;
+
+template <typename StringType>
+bool KestRegularExpressionImplementation<StringType>::compile(const StringType& pattern, std::string& message) {
+    std::vector<internal::ExpressionToken<StringType>> tokens;
+    const bool isCompiled = internal::compilePattern(pattern, tokens, message);
+    StringType kept = isCompiled ? pattern : StringType();
+    Snapshot compiled = std::make_shared<internal::CompiledExpression<StringType>>(std::move(tokens));
+    const KestCriticalSection guard(m_tokenLock, true);
+    // What is replaced is freed behind the lock.
+    m_pCompiled.swap(compiled);
+    if (isCompiled) m_pattern.swap(kept);
+    return isCompiled;
+}
+
+template <typename StringType>
+auto KestRegularExpressionImplementation<StringType>::snapshot() const -> Snapshot {
+    const KestCriticalSection guard(m_tokenLock, true);
+    return m_pCompiled;
+}
+
+template <typename StringType>
+std::size_t KestRegularExpressionImplementation<StringType>::find(const Snapshot& compiled, const StringType& text,
+                                                                  std::size_t& length, std::size_t start,
+                                                                  Length wanted) {
+    if (internal::currentLogLevel() < internal::kExpressionTraceLevel) {
+        return findQuickly(compiled->program, text, length, start, wanted == Length::OfMatch);
+    }
+    const std::size_t offset = internal::findWithTrace(compiled->tokens, text, length, start);
+    internal::logRecord(internal::kExpressionTraceLevel, "KestRegularExpressionImplementation::find: match found at ",
+                        static_cast<std::int64_t>(offset), ":", length);
+    return offset;
+}
+
+// Nothing is logged under the lock, which a search in the middle of another thread's record may be waiting for.
+template <typename StringType>
+void KestRegularExpressionImplementation<StringType>::print() const {
+    if (internal::currentLogLevel() != internal::kExpressionTraceLevel) return;
+    KestCriticalSection guard(m_tokenLock, true);
+    const StringType pattern = m_pattern;
+    const Snapshot compiled = m_pCompiled;
+    guard.unlock();
+    internal::logRecord(internal::kExpressionTraceLevel, "regular expression: ", pattern);
+    for (const auto& token : compiled->tokens)
+        internal::traceToken(token);
+}
+
+template <typename StringType>
+KestRegularExpression<StringType>::KestRegularExpression() = default;
+
+template <typename StringType>
+KestRegularExpression<StringType>::~KestRegularExpression() = default;
+
+template <typename StringType>
+void KestRegularExpression<StringType>::setPattern(const StringType& pattern) {
+    std::string message;
+    if (!setPatternImpl(pattern, message)) throw KestException(message, 0);
+}
+
+template <typename StringType>
+bool KestRegularExpression<StringType>::setPatternImpl(const StringType& pattern, std::string& message) {
+    const KestCriticalSection guard(m_lock, true);
+    return m_engine.compile(pattern, message);
+}
+
+template <typename StringType>
+std::size_t KestRegularExpression<StringType>::find(const StringType& text, std::size_t& length,
+                                                    std::size_t start) const {
+    return Engine::find(m_engine.snapshot(), text, length, start, Engine::Length::Always);
+}
+
+template <typename StringType>
+std::size_t KestRegularExpression<StringType>::find(const StringType& text, std::size_t start) const {
+    std::size_t length = 0;
+    return Engine::find(m_engine.snapshot(), text, length, start, Engine::Length::OfMatch);
+}
+
+template <typename StringType>
+StringType KestRegularExpression<StringType>::match(const StringType& text, std::size_t start) const {
+    std::size_t length = 0;
+    const std::size_t offset = Engine::find(m_engine.snapshot(), text, length, start, Engine::Length::OfMatch);
+    return offset == StringType::npos ? StringType() : text.substr(offset, length);
+}
+
+template <typename StringType>
+StringType KestRegularExpression<StringType>::replace(const StringType& text, const StringType& replacement, int mode,
+                                                      std::size_t start) const {
+    const KestCriticalSection guard(m_lock, true);
+    const auto compiled = m_engine.snapshot();
+    // The traces show the text as it has become. Otherwise it is put together in one go: a search looks at nothing in
+    // front of its start, so it finds the same in the original.
+    const bool isTraced = internal::currentLogLevel() >= internal::kExpressionTraceLevel;
+    StringType searched = isTraced ? text : StringType();
+    StringType result;
+    std::size_t copied = 0;
+    std::size_t length = 0;
+    do {
+        const std::size_t offset =
+            Engine::find(compiled, isTraced ? searched : text, length, start, Engine::Length::OfMatch);
+        if (offset == StringType::npos) break;
+        if (isTraced) {
+            searched.replace(offset, length, replacement);
+            start = offset + replacement.size();
+        } else {
+            result.append(text, copied, offset - copied).append(replacement);
+            start = copied = offset + length;
+        }
+    } while (mode == kReplaceAll && length > 0);
+    return isTraced ? searched : result.append(text, copied);
+}
+
+template <typename StringType>
+void KestRegularExpression<StringType>::print() const {
+    m_engine.print();
+}
+
+template class KestRegularExpressionImplementation<std::string>;
+template class KestRegularExpressionImplementation<wstring16>;
+template class KestRegularExpression<std::string>;
+template class KestRegularExpression<wstring16>;
+
+}  // namespace KestSupport

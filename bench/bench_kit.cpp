@@ -1,6 +1,7 @@
 #include "bench_kit.h"
 
 #include <condition_variable>
+#include <map>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -76,9 +77,26 @@ void Comparison::add(const std::string& side, double target, Body body) {
     if (m_iterations > 0) added->Iterations(m_iterations);
 }
 
+namespace {
+
+std::map<std::string, int (*)()>& childPrograms() {
+    static std::map<std::string, int (*)()> all;
+    return all;
+}
+
+}  // namespace
+
+ChildProgram::ChildProgram(const std::string& argument, int (*main)()) {
+    childPrograms()[argument] = main;
+}
+
 }  // namespace KestBench
 
 int main(int argc, char** argv) {
+    if (argc == 2) {
+        const auto child = KestBench::childPrograms().find(argv[1]);
+        if (child != KestBench::childPrograms().end()) return child->second();
+    }
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
     const KestBench::SecondThread second;

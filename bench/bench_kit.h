@@ -60,6 +60,13 @@ class Comparison {
     benchmark::IterationCount m_iterations = 0;
 };
 
+/// What the bench's program does instead when it is started with that one argument, for benches that start programs.
+/// Declared at namespace scope.
+class ChildProgram {
+  public:
+    ChildProgram(const std::string& argument, int (*main)());
+};
+
 /// Every bench defines it; main() calls it once.
 void registerBenches();
 

@@ -4,7 +4,8 @@
 //   KestService    derive from it, supply startIt and stopIt, call start
 //
 // Console mode: start runs startIt on the calling thread, waits for stop, Ctrl+C, Ctrl+Break or a supervisor's request
-// to end (SIGTERM), and runs stopIt. Service mode: start hands the calling thread to the manager; startIt and stopIt
+// to end (SIGTERM), and runs stopIt. A supervisor that asks for it ($NOTIFY_SOCKET) hears when the service is ready and
+// when it stops. Service mode: start hands the calling thread to the manager; startIt and stopIt
 // run on threads of their own, while the manager hears once a second that they are under way.
 //
 // Threads: stop may be called from any thread, also from within startIt; state from any. The rest belongs to the thread

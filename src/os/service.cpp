@@ -2,6 +2,7 @@
 
 #include "os/service_host.h"
 #include "platform/console.h"
+#include "platform/supervisor.h"
 #include "text/log_record.h"
 
 namespace KestSupport {
@@ -56,6 +57,13 @@ void KestService::runUnderManager() {
 }
 
 bool KestService::runInConsole(const std::string& arguments) {
+    using platform::SupervisorNews;
+    // What the supervisor shows last tells a start that failed, by result or exception, from an end that was asked for.
+    struct ToldAtTheEnd {
+        const char* status = "The start failed";
+        ~ToldAtTheEnd() { platform::tellSupervisor(SupervisorNews::progress, status); }
+    } toldAtTheEnd;
+    platform::tellSupervisor(SupervisorNews::progress, "Starting");
     if (!startIt(arguments)) return false;
 
     // Also when stopIt throws: a service that has left start is stopped.
@@ -66,8 +74,11 @@ bool KestService::runInConsole(const std::string& arguments) {
 
     ServiceHost::enter(*this, RUNNING);
     if (!m_consoleHandlerAdded) m_consoleHandlerAdded = platform::addConsoleHandler(ServiceHost::onConsoleEvent);
+    toldAtTheEnd.status = "Stopped";
+    platform::tellSupervisor(SupervisorNews::ready, "Running");
     logRecord(9, "KestService::start: waiting for service to exit");
     m_event.wait(-1);
+    platform::tellSupervisor(SupervisorNews::stopping, "Stopping");
     logRecord(9, "KestService::start: service completed.");
     stopIt();
     return true;

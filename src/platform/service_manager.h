@@ -4,13 +4,26 @@
 //   ServiceStatus, ServiceConfiguration    what is told and registered, with the platform's numbers
 //   ServiceManager                         the calls; results are platform error numbers, 0 for success
 //   serviceManager, setServiceManager      the process's manager, and its replacement in tests
+//   dependencyNames                        the names in a text of dependencies
+//   StartOrder, autoStartOrder             which service is to be started before which
 //
-// Handles belong to the caller, who gives each one back with closeHandle; the status handle alone is the manager's.
+// A service's name has 1 to 256 bytes, none of them a separator of paths or a control character; else it is refused
+// with errorInvalidName. Names are told apart byte by byte.
+//
+// Handles belong to the caller, who gives each one back with closeHandle; the status handle alone is the manager's. A
+// handle allows what it was opened for; any other call gives errorAccessDenied. A call with a null handle, or with one
+// of the other kind, gives errorInvalidHandle.
+//
 // Threads: every call may be made by any thread. No call keeps a reference to its arguments.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/error.h"
@@ -21,32 +34,84 @@ namespace KestSupport::platform {
 inline constexpr std::uint32_t kServiceOwnProcess = 0x10;
 inline constexpr std::uint32_t kServiceInteractive = 0x100;
 inline constexpr std::uint32_t kServiceAutoStart = 2;
+inline constexpr std::uint32_t kServiceDemandStart = 3;
+inline constexpr std::uint32_t kServiceDisabled = 4;
 inline constexpr std::uint32_t kServiceErrorNormal = 1;
+
+inline constexpr std::uint32_t kServiceStopped = 1;
+inline constexpr std::uint32_t kServiceStartPending = 2;
+inline constexpr std::uint32_t kServiceStopPending = 3;
+inline constexpr std::uint32_t kServiceRunning = 4;
+inline constexpr std::uint32_t kServiceContinuePending = 5;
+inline constexpr std::uint32_t kServicePausePending = 6;
+inline constexpr std::uint32_t kServicePaused = 7;
+
 inline constexpr std::uint32_t kServiceControlStop = 1;
+inline constexpr std::uint32_t kServiceControlPause = 2;
+inline constexpr std::uint32_t kServiceControlContinue = 3;
+inline constexpr std::uint32_t kServiceControlInterrogate = 4;
+inline constexpr std::uint32_t kServiceControlParameterChange = 6;
+inline constexpr std::uint32_t kServiceControlFirstOfUser = 128;
+inline constexpr std::uint32_t kServiceControlLastOfUser = 255;
+
 inline constexpr std::uint32_t kServiceAcceptStop = 1;
+inline constexpr std::uint32_t kServiceAcceptPauseContinue = 2;
+inline constexpr std::uint32_t kServiceAcceptParameterChange = 8;
+
+inline constexpr std::uint32_t kServiceManagerConnect = 1;
+inline constexpr std::uint32_t kServiceManagerCreateService = 2;
+inline constexpr std::uint32_t kServiceManagerEnumerate = 4;
 inline constexpr std::uint32_t kServiceManagerAllAccess = 0xF003F;
+
+inline constexpr std::uint32_t kServiceQueryConfiguration = 0x1;
+inline constexpr std::uint32_t kServiceChangeConfiguration = 0x2;
+inline constexpr std::uint32_t kServiceQueryStatus = 0x4;
+inline constexpr std::uint32_t kServiceStart = 0x10;
+inline constexpr std::uint32_t kServiceStop = 0x20;
+inline constexpr std::uint32_t kServicePauseContinue = 0x40;
+inline constexpr std::uint32_t kServiceInterrogate = 0x80;
+inline constexpr std::uint32_t kServiceUserControl = 0x100;
+inline constexpr std::uint32_t kServiceDelete = 0x10000;
 inline constexpr std::uint32_t kServiceAllAccess = 0xF01FF;
 
 /// What a service tells about itself.
 struct ServiceStatus {
     std::uint32_t serviceType = kServiceOwnProcess;
-    std::uint32_t currentState = 0;  ///< 1 stopped, 2 start pending, 3 stop pending, 4 running
-    std::uint32_t controlsAccepted = 0;
-    std::uint32_t exitCode = 0;
+    std::uint32_t currentState = 0;      ///< kServiceStopped to kServicePaused
+    std::uint32_t controlsAccepted = 0;  ///< kServiceAccept...
+    std::uint32_t exitCode = 0;          ///< errorProcessAborted when its process ended without a report
     std::uint32_t serviceExitCode = 0;
     std::uint32_t checkPoint = 0;  ///< grows from one pending report to the next; else 0
     std::uint32_t waitHint = 0;    ///< milliseconds until the next report
+    std::uint32_t processId = 0;   ///< of a service that is not stopped; the manager's, ignored in a report
 };
 
-/// What a service is registered with. It runs under the system's own account.
+/// What a service is registered with. It runs under the account of its manager: the system's own on a platform whose
+/// manager is a part of the system, else the one that owns the services.
 struct ServiceConfiguration {
     std::string name;
     std::string displayName;
     std::uint32_t type = kServiceOwnProcess;
-    std::uint32_t startType = kServiceAutoStart;
+    std::uint32_t startType = kServiceAutoStart;  ///< automatic, on demand or disabled
     std::uint32_t errorControl = kServiceErrorNormal;
-    std::string commandLine;
+    std::string commandLine;   ///< the program's path and its arguments, quoted as the platform's programs are called
     std::string dependencies;  ///< names of services, each ended by a NUL; the text's own end is one more NUL
+};
+
+/// What of a configuration is to become another; the rest stays.
+struct ServiceChange {
+    std::optional<std::string> displayName = {};
+    std::optional<std::uint32_t> startType = {};
+    std::optional<std::string> commandLine = {};
+    std::optional<std::string> dependencies = {};
+};
+
+/// One service of a list.
+struct ServiceEntry {
+    std::string name;
+    std::string displayName;
+    ServiceStatus status;
+    ErrorCode error = 0;  ///< why the two texts or the status are not known, such as errorInvalidData
 };
 
 class ServiceManager {
@@ -58,26 +123,50 @@ class ServiceManager {
 
     virtual ~ServiceManager() = default;
 
-    // Dispatcher side.
+    // Dispatcher side. A process is one service, so the name that counts is the one that it was registered under.
 
     /// Gives the calling thread to the manager, which calls `main` on another one. Returns when the service has
     /// reported that it is stopped; at once with errorFailedServiceControllerConnect in a process that the manager did
-    /// not start.
+    /// not start. A main that returns without a control handler, or that throws, has stopped the service. A
+    /// supervisor's request that the process end (SIGTERM) reaches the service as kServiceControlStop.
     virtual ErrorCode runDispatcher(const std::string& service, ServiceMain main) = 0;
-    /// Controls reach `handler`, on a thread of the manager. The status handle; null when the manager refuses.
+    /// Controls reach `handler`, on a thread of the manager, one at a time. The status handle; null when the manager
+    /// refuses.
     virtual Handle registerControlHandler(const std::string& service, ControlHandler handler) = 0;
+    /// Once a service is stopped it has no status to report: errorInvalidHandle.
     virtual ErrorCode setStatus(Handle statusHandle, const ServiceStatus& status) = 0;
 
-    // Client side. A handle is null unless the result is 0.
+    // Client side. A handle is null unless the result is 0. A service that is not registered (any more):
+    // errorServiceDoesNotExist; one that is marked for deletion takes no change: errorServiceMarkedForDelete.
 
+    /// errorAccessDenied for another user than the owner of the services and the system's administrator.
     virtual ErrorCode openManager(std::uint32_t access, Handle& manager) = 0;
+    /// Each service once, in the order of the names. One that is damaged is listed with its error.
+    virtual ErrorCode enumerateServices(Handle manager, std::vector<ServiceEntry>& services) = 0;
+    /// errorServiceExists; errorInvalidParameter for a field out of its range; errorCircularDependency.
     virtual ErrorCode createService(Handle manager, const ServiceConfiguration& configuration, std::uint32_t access,
                                     Handle& service) = 0;
     virtual ErrorCode openService(Handle manager, const std::string& name, std::uint32_t access, Handle& service) = 0;
+    virtual ErrorCode queryConfiguration(Handle service, ServiceConfiguration& configuration) = 0;
+    /// A change holds from the next start on.
+    virtual ErrorCode changeConfiguration(Handle service, const ServiceChange& change) = 0;
+    virtual ErrorCode queryDescription(Handle service, wstring16& description) = 0;
     virtual ErrorCode setDescription(Handle service, const wstring16& description) = 0;
-    /// Sends a control; `answer` is the status after it, untouched when the control was not accepted.
+    /// Starts what the service depends on, waits until that runs, then starts the service, and returns when its process
+    /// has called runDispatcher; the service is start pending by then, or further. Fails with
+    /// errorServiceAlreadyRunning also while it is starting or stopping, errorServiceDisabled,
+    /// errorServiceDependencyDeleted, errorServiceDependencyFail, errorCircularDependency; errorServiceRequestTimeout
+    /// after 30 seconds, errorProcessAborted when the process ended before; or what the program cannot be executed for.
+    virtual ErrorCode startService(Handle service, const std::vector<std::string>& arguments) = 0;
+    /// Sends a control and waits until the handler has returned. `answer` is the status after it; also when the service
+    /// did not get the control for its state (errorServiceNotActive, errorServiceCannotAcceptControl) or takes no such
+    /// control (errorInvalidServiceControl). Otherwise it is untouched: errorDependentServicesRunning for a stop while
+    /// a service that depends on this one is not stopped, errorServiceRequestTimeout after 30 seconds,
+    /// errorExceptionInService, errorInvalidParameter for a code that is none. A service that is asked to stop is
+    /// stop pending from then on, whether it has reported that or not.
     virtual ErrorCode control(Handle service, std::uint32_t control, ServiceStatus& answer) = 0;
     virtual ErrorCode queryStatus(Handle service, ServiceStatus& status) = 0;
+    /// A service that is not stopped is marked, and goes when it has stopped.
     virtual ErrorCode deleteService(Handle service) = 0;
     virtual void closeHandle(Handle handle) = 0;
 };
@@ -87,6 +176,44 @@ ServiceManager& serviceManager() noexcept;
 
 /// Replaces the manager for the whole process; null brings back the platform's. It outlives its use.
 void setServiceManager(ServiceManager* manager) noexcept;
+
+/// The names in a text of dependencies, up to the first empty one.
+std::vector<std::string> dependencyNames(std::string_view dependencies);
+
+/// Brings services into the order in which they can be started.
+class StartOrder {
+  public:
+    /// Gives the names that a service depends on; false when there is no such service.
+    using Find = std::function<bool(const std::string& name, std::vector<std::string>& needed)>;
+    explicit StartOrder(Find find);
+
+    /// Appends what the service depends on, and then it, unless they are there.
+    void add(const std::string& name);
+
+    const std::vector<std::string>& order() const { return m_order; }
+    bool isCircular() const { return m_circular; }      ///< services that were added depend on each other
+    bool isIncomplete() const { return m_incomplete; }  ///< one of them does not exist
+
+  private:
+    enum class Progress { onPath, done };
+    struct Visit {
+        std::string name;
+        std::vector<std::string> needed;
+        std::size_t next = 0;
+    };
+    void enter(const std::string& name);
+
+    const Find m_find;
+    std::map<std::string, Progress> m_entered;
+    std::vector<Visit> m_path;
+    std::vector<std::string> m_order;
+    bool m_circular = false;
+    bool m_incomplete = false;
+};
+
+/// The services that start by themselves, each behind those that it depends on, else in the order given. What stands
+/// in a circle is listed too; its start tells.
+std::vector<std::string> autoStartOrder(const std::vector<ServiceConfiguration>& services);
 
 /// Back end: the platform's manager.
 ServiceManager& platformServiceManager() noexcept;

@@ -11,6 +11,7 @@
 // Threads: a ChildProcess belongs to one thread.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -33,6 +34,12 @@ class ChildProcess {
     static bool anyLeft();
     /// The command line of this program in a role, without arguments.
     static std::string commandOfRole(const std::string& role);
+
+    /// Kills a process that need not be ours, and asks one to end as a supervisor does.
+    static void kill(std::uint32_t processId);
+    static void requestEnd(std::uint32_t processId);
+    /// Whether this program may become another user.
+    static bool isRoot();
 
     /// Kills a child that still runs.
     ~ChildProcess();

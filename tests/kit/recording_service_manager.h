@@ -24,6 +24,8 @@ class RecordingServiceManager : public KestSupport::platform::ServiceManager {
     std::vector<std::string> startArguments{"service"};  ///< the texts that the service's main routine is given
     std::map<std::string, ErrorCode> failures;           ///< by call, such as "createService"
     std::vector<std::uint32_t> queriedStates;            ///< answered one after the other; then queryStatus fails
+    std::uint32_t stateAfterControl = 3;
+    KestSupport::platform::ServiceConfiguration configuration;  ///< of every service
 
     // What was told. Reads as "STATE accepted=A exit=E hint=H", "running" and the like being numbers.
     std::vector<std::string> reports() { return copyOf(m_reports); }
@@ -81,8 +83,23 @@ class RecordingServiceManager : public KestSupport::platform::ServiceManager {
     ErrorCode setDescription(Handle, const KestSupport::wstring16& description) override {
         return note("setDescription " + std::string(description.begin(), description.end()));
     }
+    ErrorCode enumerateServices(Handle, std::vector<KestSupport::platform::ServiceEntry>&) override {
+        return note("enumerateServices");
+    }
+    ErrorCode queryConfiguration(Handle, KestSupport::platform::ServiceConfiguration& answer) override {
+        answer = configuration;
+        return note("queryConfiguration");
+    }
+    ErrorCode changeConfiguration(Handle, const KestSupport::platform::ServiceChange& change) override {
+        const bool more = change.displayName || change.commandLine || change.dependencies;
+        return note("changeConfiguration " + std::to_string(change.startType.value_or(0)) + (more ? " more" : ""));
+    }
+    ErrorCode queryDescription(Handle, KestSupport::wstring16&) override { return note("queryDescription"); }
+    ErrorCode startService(Handle, const std::vector<std::string>& arguments) override {
+        return note("startService " + std::to_string(arguments.size()));
+    }
     ErrorCode control(Handle, std::uint32_t code, ServiceStatus& answer) override {
-        answer.currentState = 3;
+        answer.currentState = stateAfterControl;
         return note("control " + std::to_string(code));
     }
     ErrorCode queryStatus(Handle, ServiceStatus& status) override {
@@ -126,7 +143,7 @@ class RecordingServiceManager : public KestSupport::platform::ServiceManager {
     std::set<std::uint32_t> m_states;
     std::set<Handle> m_open;
     ControlHandler m_handler = nullptr;
-    char m_handleNames[16] = {};
+    char m_handleNames[64] = {};
     std::size_t m_nextHandle = 0;
 };
 

@@ -260,9 +260,6 @@ TEST(ServiceInstall, RemovalWaitsUntilTheServiceHasStopped) {
     EXPECT_EQ(service.state(), KestService::STOPPED);
     EXPECT_EQ(manager.calls(), (Texts{"openManager 983103", "openService named 983551", "control 1", "queryStatus",
                                       "queryStatus", "deleteService"}));
-    TestService unmanaged("here");
-    KestSupport::platform::setServiceManager(nullptr);
-    EXPECT_TRUE(unmanaged.install() && unmanaged.remove()) << "a platform without a manager";
 }
 
 }  // namespace

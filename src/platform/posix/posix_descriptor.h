@@ -16,12 +16,16 @@ class Descriptor {
         std::swap(m_number, other.m_number);
         return *this;
     }
-    ~Descriptor() {
-        if (isOpen()) ::close(m_number);
-    }
+    ~Descriptor() { close(); }
 
     int get() const noexcept { return m_number; }
     bool isOpen() const noexcept { return m_number >= 0; }
+    void close() noexcept {
+        if (isOpen()) ::close(m_number);
+        m_number = -1;
+    }
+    /// Leaves the descriptor to the caller.
+    int release() noexcept { return std::exchange(m_number, -1); }
 
   private:
     int m_number = -1;

@@ -53,6 +53,8 @@ struct ErrorText {
 
 // The codes that no errno value stands for: the C runtime has no text for them.
 constexpr ErrorText errorTexts[] = {
+    {errorInvalidData, "The data is not valid."},
+    {errorInvalidName, "The name is not valid."},
     {errorModuleNotFound, "The library was not found."},
     {errorProcedureNotFound, "The library has no such function."},
     {errorCannotComplete, "The operation cannot be completed."},
@@ -77,6 +79,7 @@ constexpr ErrorText errorTexts[] = {
     {errorServiceMarkedForDelete, "The service is marked for deletion."},
     {errorServiceExists, "The service is already installed."},
     {errorServiceDependencyDeleted, "A service that this service depends on is not installed."},
+    {errorServiceNeverStarted, "The service has never been started."},
     {errorDuplicateServiceName, "The name is already used by another service."},
 };
 

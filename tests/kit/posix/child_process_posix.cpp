@@ -124,6 +124,16 @@ std::string ChildProcess::commandOfRole(const std::string& role) {
     return std::filesystem::read_symlink("/proc/self/exe").string() + " --child-role=" + role;
 }
 
+void ChildProcess::kill(std::uint32_t processId) {
+    ::kill(static_cast<pid_t>(processId), SIGKILL);
+}
+void ChildProcess::requestEnd(std::uint32_t processId) {
+    ::kill(static_cast<pid_t>(processId), SIGTERM);
+}
+bool ChildProcess::isRoot() {
+    return ::geteuid() == 0;
+}
+
 ChildProcess::~ChildProcess() = default;
 ChildProcess::ChildProcess(ChildProcess&&) noexcept = default;
 

@@ -1,0 +1,340 @@
+#include "platform/posix/posix_service_database.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <filesystem>
+
+#include "platform/clock.h"
+#include "platform/posix/posix_call.h"
+#include "platform/posix/posix_service_messages.h"
+#include "platform/state_directory.h"
+#include "platform/thread.h"
+
+namespace KestSupport::platform {
+namespace {
+
+constexpr mode_t kOwnerOnly = 0700;
+constexpr std::size_t kLongestFolderName = 200;  // leaves room below the 255 bytes of a file's name
+
+std::uint64_t hashOf(const std::string& text) {
+    std::uint64_t hash = 14695981039346656037U;  // FNV-1a
+    for (const char each : text)
+        hash = (hash ^ static_cast<unsigned char>(each)) * 1099511628211U;
+    return hash;
+}
+
+ErrorCode makeFolder(int parent, const char* name) {
+    if (systemCall("mkdirat", [&] { return ::mkdirat(parent, name, kOwnerOnly); }) == 0 || errno == EEXIST) return 0;
+    return errorFromErrno(errno);
+}
+
+ServiceStatus stoppedWith(ErrorCode exitCode) {
+    ServiceStatus status;
+    status.currentState = kServiceStopped;
+    status.exitCode = exitCode;
+    return status;
+}
+
+struct FolderCloser {
+    void operator()(DIR* folder) const noexcept { ::closedir(folder); }
+};
+
+}  // namespace
+
+ErrorCode openFile(int folder, const std::string& path, int flags, Descriptor& file) {
+    // Not to wait for the other end of what turns out to be a pipe.
+    const int all = flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+    file = Descriptor(systemCall("openat", [&] { return ::openat(folder, path.c_str(), all, S_IRUSR | S_IWUSR); }));
+    if (file.isOpen()) return 0;
+    for (const int notTheFile : {ELOOP, EISDIR, ENOTDIR, ENXIO}) {
+        if (errno == notTheFile) return errorInvalidData;
+    }
+    return errorFromErrno(errno);
+}
+
+ErrorCode ServiceDatabase::open(std::shared_ptr<const ServiceDatabase>& database) {
+    const auto opened = std::make_shared<ServiceDatabase>();
+    std::string path;
+    if (const ErrorCode error = createStateDirectory(path); error != 0) return error;
+    std::error_code failure;
+    opened->m_stateDirectory = std::filesystem::absolute(path, failure).string();
+    if (failure) return errorFromErrno(failure.value());
+    Descriptor state;
+    const int folderFlags = O_RDONLY | O_DIRECTORY;
+    state = Descriptor(
+        systemCall("open", [&] { return ::open(opened->m_stateDirectory.c_str(), folderFlags | O_CLOEXEC); }));
+    if (!state.isOpen()) return errorFromErrno(errno);
+
+    struct stat status {};
+    if (systemCall("fstat", [&] { return ::fstat(state.get(), &status); }) != 0) return errorFromErrno(errno);
+    const uid_t user = ::geteuid();
+    if (user != 0 && user != status.st_uid) return errorAccessDenied;
+    opened->m_owner = status.st_uid;
+    if (const ErrorCode error = makeFolder(state.get(), "services"); error != 0) return error;
+    if (const ErrorCode error = openFile(state.get(), "services", folderFlags, opened->m_folder); error != 0) {
+        return error;
+    }
+    if (systemCall("fstat", [&] { return ::fstat(opened->folder(), &status); }) != 0) return errorFromErrno(errno);
+    // Who may write there decides what runs under the owner's account.
+    const bool trusted =
+        (status.st_uid == opened->m_owner || status.st_uid == user) && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+    if (!trusted) return errorAccessDenied;
+    database = opened;
+    return 0;
+}
+
+bool ServiceDatabase::isOurs() const noexcept {
+    return ::geteuid() == m_owner;
+}
+
+ErrorCode ServiceDatabase::list(std::vector<std::string>& folders) const {
+    Descriptor folder;
+    if (const ErrorCode error = openFile(m_folder.get(), ".", O_RDONLY | O_DIRECTORY, folder); error != 0) return error;
+    const std::unique_ptr<DIR, FolderCloser> entries(::fdopendir(folder.get()));
+    if (entries == nullptr) return errorFromErrno(errno);
+    static_cast<void>(folder.release());
+    folders.clear();
+    for (errno = 0; const dirent* entry = ::readdir(entries.get()); errno = 0) {
+        const std::string name = entry->d_name;
+        const bool mayBeFolder = entry->d_type == DT_DIR || entry->d_type == DT_UNKNOWN;
+        if (mayBeFolder && name != "." && name != "..") folders.push_back(name);
+    }
+    if (errno != 0) return errorFromErrno(errno);
+    std::sort(folders.begin(), folders.end());
+    return 0;
+}
+
+ErrorCode DatabaseLock::take(int folder) {
+    constexpr std::int64_t limit = 10'000'000'000;  // nanoseconds
+    if (const ErrorCode error = openFile(folder, ".", O_RDONLY | O_DIRECTORY, m_folder); error != 0) return error;
+    const std::int64_t begin = steadyTime();
+    while (systemCall("flock", [&] { return ::flock(m_folder.get(), LOCK_EX | LOCK_NB); }) != 0) {
+        if (errno != EWOULDBLOCK) return errorFromErrno(errno);
+        if (steadyTime() - begin > limit) return errorServiceDatabaseLocked;
+        sleepThread(1);
+    }
+    return 0;
+}
+
+ErrorCode RecordLock::take(int record, off_t which) {
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = which;
+    lock.l_len = 1;
+    if (systemCall("fcntl", [&] { return ::fcntl(record, F_OFD_SETLK, &lock); }) == 0) return 0;
+    return errno == EAGAIN || errno == EACCES ? errorServiceAlreadyRunning : errorFromErrno(errno);
+}
+
+void RecordLock::release(int record, off_t which) {
+    struct flock lock = {};
+    lock.l_type = F_UNLCK;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = which;
+    lock.l_len = 1;
+    ::fcntl(record, F_OFD_SETLK, &lock);
+}
+
+ErrorCode RecordLock::holder(int record, Holder& holder) {
+    holder = Holder::none;
+    for (const off_t length : {2, 1}) {
+        struct flock lock = {};
+        lock.l_type = F_WRLCK;
+        lock.l_whence = SEEK_SET;
+        lock.l_start = kRunning;
+        lock.l_len = length;
+        if (systemCall("fcntl", [&] { return ::fcntl(record, F_OFD_GETLK, &lock); }) != 0) return errorFromErrno(errno);
+        if (lock.l_type == F_UNLCK) return 0;
+        holder = lock.l_start == kRunning ? Holder::process : Holder::starter;
+        // A starter is told first while both locks are held.
+        if (holder == Holder::process) return 0;
+    }
+    return 0;
+}
+
+std::string ServiceFiles::folderName(const std::string& name) {
+    std::string folder;
+    for (const char each : name) {
+        if (each == '%') {
+            folder += "%25";
+        } else if (each == '.' && folder.empty()) {
+            folder += "%2e";  // neither hidden nor the way up
+        } else {
+            folder += each;
+        }
+    }
+    if (folder.size() <= kLongestFolderName) return folder;
+    constexpr std::size_t hashDigits = 16;
+    std::string hash;
+    std::uint64_t rest = hashOf(name);
+    for (std::size_t i = 0; i < hashDigits; ++i, rest >>= 4)
+        hash.push_back("0123456789abcdef"[rest & 0xF]);
+    return folder.substr(0, kLongestFolderName - hashDigits) + "%%" + hash;
+}
+
+std::string ServiceFiles::nameOf(const std::string& folder) {
+    std::string name = folder;
+    for (const auto& [code, character] : {std::pair{"%25", '%'}, {"%2e", '.'}}) {
+        for (std::size_t at = name.find(code); at != std::string::npos; at = name.find(code, at + 1))
+            name.replace(at, 3, 1, character);
+    }
+    return name;
+}
+
+ServiceFiles::ServiceFiles(const std::string& folder, int database) : m_database(database), m_folder(folder) {}
+
+ErrorCode ServiceFiles::open(const char* file, int flags, Descriptor& opened) const {
+    return openFile(m_database, pathOf(file), flags, opened);
+}
+
+ErrorCode ServiceFiles::openFolder(Descriptor& opened) const {
+    return openFile(m_database, m_folder, O_RDONLY | O_DIRECTORY, opened);
+}
+
+ErrorCode ServiceFiles::read(StoredService& service) const {
+    Descriptor file;
+    if (const ErrorCode error = open(kConfiguration, O_RDONLY, file); error != 0) {
+        return error == errorFileNotFound ? errorServiceDoesNotExist : error;
+    }
+    char first[1024];
+    std::string text;
+    ssize_t size = systemCall("read", [&] { return ::read(file.get(), first, sizeof first); });
+    if (size > 0) text.assign(first, static_cast<std::size_t>(size));
+    // A file that fills the block may be longer.
+    while (size == static_cast<ssize_t>(sizeof first) && text.size() <= kConfigurationLimit) {
+        size = systemCall("read", [&] { return ::read(file.get(), first, sizeof first); });
+        if (size > 0) text.append(first, static_cast<std::size_t>(size));
+    }
+    if (size < 0) return errno == EISDIR ? errorInvalidData : errorFromErrno(errno);
+    auto parsed = text.size() > kConfigurationLimit ? std::nullopt : parseConfiguration(text);
+    if (!parsed || folderName(parsed->name) != m_folder) return errorInvalidData;
+    if (parsed->deleted) {
+        bool active = false;
+        if (const ErrorCode error = isActive(active); error != 0) return error;
+        if (!active) return errorServiceDoesNotExist;
+    }
+    service = std::move(*parsed);
+    return 0;
+}
+
+ErrorCode ServiceFiles::replace(const StoredService& service) const {
+    const std::string text = formatConfiguration(service);
+    if (text.size() > kConfigurationLimit) return errorInvalidParameter;
+    if (const ErrorCode error = makeFolder(m_database, m_folder.c_str()); error != 0) return error;
+    const std::string next = pathOf("configuration.new");
+    Descriptor folder;
+    if (const ErrorCode error = openFolder(folder); error != 0) return error;
+    Descriptor file;
+    if (const ErrorCode error = openFile(m_database, next, O_WRONLY | O_CREAT | O_TRUNC, file); error != 0) {
+        return error;
+    }
+    std::size_t written = 0;
+    while (written < text.size()) {
+        const ssize_t taken =
+            systemCall("write", [&] { return ::write(file.get(), text.data() + written, text.size() - written); });
+        if (taken < 0) return errorFromErrno(errno);
+        written += static_cast<std::size_t>(taken);
+    }
+    const auto keep = [](int descriptor) { return systemCall("fsync", [&] { return ::fsync(descriptor); }); };
+    if (keep(file.get()) != 0) return errorFromErrno(errno);
+    const std::string path = pathOf(kConfiguration);
+    if (systemCall("renameat", [&] { return ::renameat(m_database, next.c_str(), m_database, path.c_str()); }) != 0) {
+        return errorFromErrno(errno);
+    }
+    return keep(folder.get()) == 0 && keep(m_database) == 0 ? 0 : errorFromErrno(errno);
+}
+
+ErrorCode ServiceFiles::remove() const {
+    const auto unlink = [&](const std::string& path, int flags) {
+        return systemCall("unlinkat", [&] { return ::unlinkat(m_database, path.c_str(), flags); }) == 0 ||
+               errno == ENOENT;
+    };
+    // The configuration first: without it there is no service, whatever else is left.
+    if (!unlink(pathOf(kConfiguration), 0)) return errorFromErrno(errno);
+    for (const char* const file : {"configuration.new", kSocket, kRecord})
+        unlink(pathOf(file), 0);
+    unlink(m_folder, AT_REMOVEDIR);
+    return systemCall("fsync", [&] { return ::fsync(m_database); }) == 0 ? 0 : errorFromErrno(errno);
+}
+
+ErrorCode ServiceFiles::status(ServiceStatus& status) const {
+    constexpr int tries = 100;
+    status = ServiceStatus{};
+    Descriptor record;
+    if (const ErrorCode error = open(kRecord, O_RDONLY, record); error != 0) {
+        if (error != errorFileNotFound) return error;
+        const std::string path = pathOf(kConfiguration);
+        if (::faccessat(m_database, path.c_str(), F_OK, 0) != 0) return errorServiceDoesNotExist;
+        status = stoppedWith(errorServiceNeverStarted);
+        return 0;
+    }
+    for (int i = 0; i < tries; ++i) {
+        RecordLock::Holder holder{};
+        if (const ErrorCode error = RecordLock::holder(record.get(), holder); error != 0) return error;
+        if (holder == RecordLock::Holder::starter) {
+            status = ServiceStatus{};
+            status.currentState = kServiceStartPending;
+            return 0;
+        }
+        char bytes[kServiceRecordSize + 1];
+        const ssize_t size = systemCall("pread", [&] { return ::pread(record.get(), bytes, sizeof bytes, 0); });
+        if (size < 0) return errno == EISDIR ? errorInvalidData : errorFromErrno(errno);
+        const auto told = decodeRecord({bytes, static_cast<std::size_t>(size)});
+        const bool toldStopped = told && told->currentState == kServiceStopped;
+        if (holder == RecordLock::Holder::none && !toldStopped) {
+            // Its process has ended without a word, unless what was read belongs to one that has come meanwhile.
+            if (const ErrorCode error = RecordLock::holder(record.get(), holder); error != 0) return error;
+            if (holder != RecordLock::Holder::none) continue;
+            status = stoppedWith(errorProcessAborted);
+            return 0;
+        }
+        if (!told) {
+            yieldThread();
+            continue;
+        }
+        status = *told;
+        if (holder == RecordLock::Holder::none) status.processId = 0;
+        if (holder == RecordLock::Holder::none || !toldStopped) return 0;
+        // The process has said its last word, and is about to give up the lock: a service that is told to be stopped
+        // can be started.
+        status.currentState = kServiceStopPending;
+        sleepThread(1);
+    }
+    return status.currentState == kServiceStopPending ? errorSuccess : errorInvalidData;
+}
+
+ErrorCode ServiceFiles::isActive(bool& active) const {
+    active = false;
+    Descriptor record;
+    if (const ErrorCode error = open(kRecord, O_RDONLY, record); error != 0) {
+        return error == errorFileNotFound ? 0 : error;
+    }
+    RecordLock::Holder holder{};
+    const ErrorCode error = RecordLock::holder(record.get(), holder);
+    active = holder != RecordLock::Holder::none;
+    return error;
+}
+
+ErrorCode writeRecord(int record, const ServiceStatus& status) {
+    const std::string bytes = encodeRecord(status);
+    const ssize_t size = systemCall("pwrite", [&] { return ::pwrite(record, bytes.data(), bytes.size(), 0); });
+    if (size < 0) return errorFromErrno(errno);
+    return static_cast<std::size_t>(size) == bytes.size() ? 0 : errorDiskFull;
+}
+
+void removeIfDeleted(int database, const std::string& name) {
+    DatabaseLock lock;
+    if (lock.take(database) != 0) return;
+    const ServiceFiles files(database, name);
+    StoredService service;
+    // What is marked and not active reads as if it were not there.
+    if (files.read(service) == errorServiceDoesNotExist) files.remove();
+}
+
+}  // namespace KestSupport::platform

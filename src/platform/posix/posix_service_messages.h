@@ -1,0 +1,45 @@
+// What the processes around a service tell each other, as bytes; docs/formats/service_manager.md describes them.
+//
+//   encodeRecord, decodeRecord      the status record, which a service keeps in a file
+//   encodeRequest, decodeRequest    a control, sent to a service
+//   encodeReply, decodeReply        its answer
+//   encodeStart, decodeStart        what a service is started with
+//
+// A decoder takes any bytes and gives nothing for what is not whole and right.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/service_manager.h"
+
+namespace KestSupport::platform {
+
+inline constexpr std::size_t kServiceRecordSize = 40;  ///< bytes of a status record
+inline constexpr std::size_t kServiceReplySize = 40;
+inline constexpr std::size_t kServiceRequestSize = 8;
+inline constexpr std::size_t kServiceStartLimit = 64 * 1024;  ///< of what a service is started with
+
+struct ServiceReply {
+    ErrorCode error = 0;
+    ServiceStatus status;
+};
+
+std::string encodeRecord(const ServiceStatus& status);
+/// Nothing also for a record that was read while it was being written.
+std::optional<ServiceStatus> decodeRecord(std::string_view bytes);
+
+std::string encodeRequest(std::uint32_t control);
+std::optional<std::uint32_t> decodeRequest(std::string_view bytes);
+
+std::string encodeReply(const ServiceReply& reply);
+std::optional<ServiceReply> decodeReply(std::string_view bytes);
+
+/// The service's name and the arguments that follow it.
+std::string encodeStart(const std::vector<std::string>& texts);
+std::optional<std::vector<std::string>> decodeStart(std::string_view bytes);
+
+}  // namespace KestSupport::platform

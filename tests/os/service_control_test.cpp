@@ -1,0 +1,208 @@
+#include "support/service_control.h"
+
+#include <memory>
+
+#include "kit/log_capture.h"
+#include "kit/recording_service_manager.h"
+#include "kit/service_fixture.h"
+#include "support/service.h"
+
+namespace {
+
+using namespace KestSupport;
+using kit::RecordingServiceManager;
+using Texts = std::vector<std::string>;
+using Code = std::uint32_t;
+
+// "NUMBER/CODE" of the exception that the call throws.
+template <typename Call>
+std::string failureOf(Call call) {
+    try {
+        call();
+    } catch (const KestServiceControlException& failed) {
+        return std::to_string(failed.GetErrorNumber()) + "/" + std::to_string(failed.GetOsErrorNumber());
+    }
+    return "none";
+}
+
+TEST(ServiceControlException, DescribesAndMapsItself) {
+    const struct {
+        Code number, code;
+        const char* text;
+        int status;
+    } cases[] = {
+        {1, 5, "An OS error occurred (error number = 5): Permission denied", 270},
+        {1, 258, "An OS error occurred (error number = 258): Connection timed out", 3},
+        {1, 1051,
+         "Unable to stop the SNMP service because one or more running services depend on it. Please stop all dependent "
+         "services before running this command.",
+         305},
+        {1, 1003, "An OS error occurred (error number = 1003): The operation cannot be completed.", -1},
+        {1, 4000000000, "An OS error occurred (error number = 4000000000): ", -1},
+        {2, 5, "A command to start or stop the service timed out.", 3},
+        {99, 1051, "The command is not implemented.", 1},
+        {7, 5, "as it was", -1},
+    };
+    for (const auto& each : cases) {
+        KestServiceControlException copy(7);
+        EXPECT_EQ(copy.GetOsErrorNumber(), 0u);
+        copy = KestServiceControlException(each.number, each.code);
+        std::string text = "as it was";
+        copy.GetErrorMessage(text);
+        EXPECT_EQ(text, each.text);
+        EXPECT_EQ(copy.MapErrorToSmStatusCode(), each.status) << each.text;
+        EXPECT_EQ(copy.GetErrorNumber(), each.number);
+        EXPECT_EQ(copy.GetOsErrorNumber(), each.code);
+    }
+}
+
+TEST(ServiceControl, AsksTheManagerForWhatEachOperationNeeds) {
+    RecordingServiceManager manager;
+    manager.configuration.startType = 3;
+    {
+        const std::unique_ptr<KestServiceControl> service(KestServiceControl::CreateKestServiceControl("s"));
+        manager.queriedStates = {4, 7};
+        service->StartServiceA();
+        EXPECT_EQ(service->GetServiceStatus(), 7u);
+        manager.stateAfterControl = 1;
+        service->StopService();
+        EXPECT_EQ(service->GetServiceStartType(), 3u);
+        service->SetServiceStartType(4);
+        EXPECT_TRUE(service->IsServiceInstalled());
+        manager.queriedStates = {4};
+        service->RestartService();
+        manager.failures["openService"] = 1060;
+        EXPECT_EQ(service->GetServiceStatus(), 0u);
+    }
+    EXPECT_EQ(
+        manager.calls(),
+        (Texts{
+            "openManager 1",      "openService s 20", "startService 0",        "queryStatus",     "openService s 4",
+            "openService s 4",    "queryStatus",      "openService s 36",      "control 1",       "openService s 1",
+            "queryConfiguration", "openService s 2",  "changeConfiguration 4", "openService s 4", "openService s 36",
+            "control 1",          "openService s 20", "startService 0",        "queryStatus",     "openService s 4"}));
+    EXPECT_EQ(manager.openHandles(), 0u);
+}
+
+TEST(ServiceControl, ThrowsWhatThePlatformAnswers) {
+    const struct {
+        const char* call;  // that fails
+        Code error;
+        std::vector<Code> states;  // of the service, as it is asked for them
+        Code afterControl;
+        std::string started, stopped;
+    } cases[] = {
+        {"openManager", 5, {}, 1, "1/5", "1/5"},        {"openService", 1060, {}, 1, "1/1060", "1/1060"},
+        {"startService", 1056, {4}, 1, "none", "none"}, {"startService", 1058, {}, 1, "1/1058", "none"},
+        {"none", 0, {1}, 4, "1/1003", "1/1003"},        {"none", 0, {2, 4}, 1, "none", "none"},
+        {"none", 0, {2, 2, 1}, 1, "1/31", "none"},      {"none", 0, {}, 1, "1/6", "none"},
+        {"control", 1062, {4}, 1, "none", "none"},      {"control", 1061, {4, 1}, 3, "none", "none"},
+        {"control", 1061, {4, 4}, 3, "none", "1/31"},   {"control", 1061, {4}, 2, "none", "1/1003"},
+        {"control", 1051, {4}, 1, "none", "1/1051"},    {"control", 1052, {4}, 1, "none", "1/1052"},
+    };
+    for (const auto& each : cases) {
+        RecordingServiceManager manager;
+        manager.queriedStates = each.states;
+        manager.stateAfterControl = each.afterControl;
+        manager.failures[each.call] = each.error;
+        EXPECT_EQ(failureOf([] { KestServiceControlWin("s").StartServiceA(); }), each.started) << each.call;
+        EXPECT_EQ(failureOf([] { KestServiceControlWin("s").StopService(); }), each.stopped) << each.call << each.error;
+        EXPECT_EQ(manager.openHandles(), 0u) << each.call;
+    }
+    RecordingServiceManager manager;
+    for (const char* call : {"queryConfiguration", "changeConfiguration", "openService"}) {
+        manager.failures[call] = 5;
+        KestServiceControlWin service("s");
+        EXPECT_EQ(failureOf([&] { service.SetServiceStartType(2); }) == "none", call[0] == 'q');
+        EXPECT_EQ(failureOf([&] { service.GetServiceStartType(); }), "1/5");
+        EXPECT_EQ(failureOf([&] { service.IsServiceInstalled(); }) == "none", call[0] != 'o');
+    }
+}
+
+TEST(ServiceControl, CopiesShareTheConnectionAndNothingElse) {
+    RecordingServiceManager manager;
+    manager.failures["queryConfiguration"] = 5;
+    KestServiceControlWin other("other");
+    {
+        KestServiceControlWin first("first");
+        EXPECT_EQ(failureOf([&] { first.GetServiceStartType(); }), "1/5");
+        EXPECT_EQ(manager.openHandles(), 3u) << "a failed operation leaves its handle open";
+        const KestServiceControlWin copy(first);
+        other = copy;
+        other = *&other;
+        EXPECT_EQ(manager.openHandles(), 2u) << "the connection that nobody uses any more is closed";
+    }
+    EXPECT_EQ(manager.openHandles(), 1u);
+    EXPECT_TRUE(other.IsServiceInstalled());
+    EXPECT_EQ(manager.calls().back(), "openService first 4");
+}
+
+class HostedService : public KestService {
+  public:
+    HostedService() : KestService("app", "hosted", "A hosted service", std::string("base\0", 5), false) {
+        m_arguments = "--child-role=hosted";
+        const std::string description = "what it does";
+        m_description.assign(description.begin(), description.end());
+    }
+
+  protected:
+    bool startIt(const std::string& arguments) override {
+        std::ofstream("arguments") << "<" << arguments << ">";
+        std::this_thread::sleep_for(std::chrono::milliseconds(arguments == "slow " ? 1200 : 0));
+        return arguments != "fail ";
+    }
+    bool stopIt() override {
+        std::ofstream("stopped") << "yes";
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        return true;
+    }
+};
+const kit::ChildRole hosted("hosted", [](const Texts&) { return HostedService().start("", true) ? 0 : 1; });
+
+using HostedServiceTest = kit::ServiceFixture;
+
+TEST_F(HostedServiceTest, IsInstalledStartedStoppedAndRemoved) {
+    HostedService installer;
+    ASSERT_TRUE(installer.install());
+    EXPECT_FALSE(installer.install()) << "it is there";
+    KestServiceControlWin service("hosted");
+    EXPECT_EQ(service.GetServiceStartType(), 2u);
+    service.SetServiceStartType(3);
+    EXPECT_EQ(service.GetServiceStartType(), 3u);
+    EXPECT_EQ(failureOf([&] { service.StartServiceA(); }), "1/1075");
+    ASSERT_EQ(create("base", "hosted"), 0u);
+
+    EXPECT_EQ(service.GetServiceStatus(), 1u);
+    service.StopService();
+    service.StartServiceA();
+    service.StartServiceA();
+    EXPECT_EQ(service.GetServiceStatus(), 4u);
+    EXPECT_EQ(state.read("arguments"), "<>");
+    EXPECT_EQ(failureOf([] { KestServiceControlWin("base").StopService(); }), "1/1051");
+    service.StopService();
+    EXPECT_EQ(service.GetServiceStatus(), 1u);
+    EXPECT_EQ(state.read("stopped"), "yes");
+
+    ASSERT_EQ(start("hosted", {"slow"}), 0u);
+    EXPECT_EQ(service.GetServiceStatus(), 2u);
+    EXPECT_EQ(failureOf([&] { service.StopService(); }), "1/1003") << "it takes no stop while it starts";
+    service.StartServiceA();
+    EXPECT_EQ(tell("hosted"), "4 accepted=1 exit=0 process");
+    EXPECT_EQ(state.read("arguments"), "<slow >");
+    EXPECT_EQ(control("hosted", 2), 1052u);
+    EXPECT_EQ(control("hosted", 4), 0u);
+    Status answer;
+    EXPECT_EQ(control("hosted", 1, std::move(answer)), 0u);
+    EXPECT_EQ(answer.currentState, 3u);
+    awaitState("hosted", 1);
+    ASSERT_EQ(start("hosted", {"fail"}), 0u);
+    awaitState("hosted", 1);
+
+    service.StartServiceA();
+    EXPECT_TRUE(installer.remove());
+    EXPECT_FALSE(service.IsServiceInstalled());
+    EXPECT_EQ(service.GetServiceStatus(), 0u);
+    EXPECT_FALSE(installer.remove());
+}
+
+}  // namespace

@@ -47,7 +47,7 @@ void search(const StringType& pattern, const StringType& text) {
         members += token.segment.size();
     if (text.size() * text.size() * members > 10'000'000) return;
     std::size_t naiveLength = untouched;
-    requireThat(offset == KestTest::NaiveExpressionMatcher<StringType>::find(tokens, text, naiveLength, 0));
+    requireThat(offset == KestTest::findNaively(tokens, text, naiveLength, 0));
     requireThat(length == naiveLength);
 }
 

@@ -19,9 +19,8 @@
 //
 // The search is a simple one, and differs from that of other matchers:
 //
-//   - A pattern that begins with a literal or with an optional token is searched for forward; one that begins with a
-//   set
-//     or '.', alone or with '+', has to match right at the start.
+//   - A first token that is a literal or optional is searched for forward; a set or '.' that has to be there, alone or
+//     with '+', must match right at the start.
 //   - Tokens are greedy and give back one by one, but no token is tried in another way once it has been passed: a.c
 //     matches the first two characters of acx, since the c takes back what the '.' had.
 //   - Anchors are tested once, at the first match without them: abc$ does not match abcabc.

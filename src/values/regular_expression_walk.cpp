@@ -43,9 +43,7 @@ std::size_t ExpressionWalk<StringType>::nextStart(std::size_t from) const {
     const auto& steps = m_program.steps;
     const ThisStep& lead = steps.front();
     if (lead.kind == StepKind::Literal) return first(lead, from);
-    if (steps.size() > 1 && steps[1].isNeededLiteral() && !(*steps[1].token == *lead.token)) {
-        return nextStartBefore(steps[1], from);
-    }
+    if (steps.size() > 1 && steps[1].isNeededLiteral()) return nextStartBefore(steps[1], from);
     if (lead.isOptional()) return first(lead, from);
     return isAt(lead, from) ? from : npos;
 }

@@ -10,75 +10,59 @@
 
 namespace KestTest {
 
+/// The offset or npos; length as the library's find treats it.
 template <typename S>
-class NaiveExpressionMatcher {
-  public:
-    using Token = KestSupport::internal::ExpressionToken<S>;
+std::size_t findNaively(const std::vector<KestSupport::internal::ExpressionToken<S>>& tokens, const S& text,
+                        std::size_t& length, std::size_t start) {
     using Type = KestSupport::internal::TokenType;
     using Factor = KestSupport::internal::TokenFactor;
-
-    /// The offset or npos; length as the library's find treats it.
-    static std::size_t find(const std::vector<Token>& tokens, const S& text, std::size_t& length, std::size_t start) {
-        std::vector<Entry> stack;
-        std::size_t p = start, t = 0;
-        bool begin = false, end = false;
-        while (t < tokens.size()) {
-            const Token& token = tokens[t];
-            const bool optional = token.factor == Factor::ZeroOrOne || token.factor == Factor::ZeroOrMore;
-            begin = begin || token.type == Type::Begin;
-            end = end || token.type == Type::End;
-            const bool anchor = token.type == Type::Begin || token.type == Type::End;
-            const std::size_t place = anchor ? p : placeOf(token, text, p, stack.empty());
-            if (place != S::npos) {
-                const std::size_t size = anchor ? 0 : token.type == Type::Literal ? token.segment.size() : 1;
-                const bool more = token.factor == Factor::ZeroOrMore || token.factor == Factor::OneOrMore;
-                if (!anchor) stack.push_back({place, size, backIndex(token, tokens, stack), t});
-                p = place + size;
-                if (!more || size == 0) ++t;
-            } else if (stack.empty()) {
-                if (!optional || p >= text.size() || p + 1 >= text.size()) break;
-                ++p;
-            } else if (optional || (token.factor == Factor::OneOrMore && tokens[stack.back().token] == token)) {
-                ++t;
-            } else if (stack.back().back != -1) {
-                p = stack.back().start;
-                stack.pop_back();
-            } else {
-                p = stack.front().start + 1;
-                t = stack.front().token;
-                stack.clear();
-            }
-        }
-        if (stack.empty()) return S::npos;
-        length = 0;
-        for (const Entry& entry : stack)
-            length += entry.length;
-        const std::size_t offset = stack.front().start;
-        return (begin && offset != start) || (end && offset + length != text.size()) ? S::npos : offset;
-    }
-
-  private:
     struct Entry {
-        std::size_t start, length;
+        std::size_t start, length, token;
         int back;
-        std::size_t token;
     };
-
-    static std::size_t placeOf(const Token& token, const S& text, std::size_t p, bool anywhere) {
-        if (token.type == Type::Literal) {
-            const std::size_t found = text.find(token.segment, p);
-            return anywhere || found == p ? found : S::npos;
+    std::vector<Entry> stack;
+    std::size_t p = start;
+    bool begin = false, end = false;
+    for (std::size_t t = 0; t < tokens.size();) {
+        const auto& [type, factor, segment] = tokens[t];
+        const bool optional = factor == Factor::ZeroOrOne || factor == Factor::ZeroOrMore;
+        const bool onTopOfEqual = !stack.empty() && tokens[stack.back().token] == tokens[t];
+        std::size_t place = p, size = 0;
+        if (type == Type::Begin || type == Type::End) {
+            (type == Type::Begin ? begin : end) = true;
+        } else if (type == Type::Literal) {
+            size = segment.size();
+            place = text.find(segment, p);
+            if (!stack.empty() && place != p) place = S::npos;
+        } else {
+            size = 1;
+            const bool inside = p < text.size(), member = inside && segment.find(text[p]) != S::npos;
+            if (!inside || (type == Type::InSet && !member) || (type == Type::NotInSet && member)) place = S::npos;
         }
-        if (p >= text.size()) return S::npos;
-        const bool member = token.segment.find(text[p]) != S::npos;
-        return token.type == Type::Any || member == (token.type == Type::InSet) ? p : S::npos;
+        if (place != S::npos) {
+            const int top = static_cast<int>(stack.size()) - 1;
+            const bool inherits = top >= 0 && factor == Factor::OneOrMore && !onTopOfEqual;
+            if (type != Type::Begin && type != Type::End) {
+                stack.push_back({place, size, t, inherits ? stack.back().back : top});
+            }
+            p = place + size;
+            if (size == 0 || factor == Factor::One || factor == Factor::ZeroOrOne) ++t;
+        } else if (stack.empty()) {
+            if (!optional || p >= text.size() || ++p == text.size()) return S::npos;
+        } else if (optional || (factor == Factor::OneOrMore && onTopOfEqual)) {
+            ++t;
+        } else if (stack.back().back != -1) {
+            p = stack.back().start;
+            stack.pop_back();
+        } else {
+            p = stack.front().start + 1;
+            t = stack.front().token;
+            stack.clear();
+        }
     }
-
-    static int backIndex(const Token& token, const std::vector<Token>& tokens, const std::vector<Entry>& stack) {
-        const int top = static_cast<int>(stack.size()) - 1;
-        if (stack.empty() || token.factor != Factor::OneOrMore || tokens[stack.back().token] == token) return top;
-        return stack.back().back;
-    }
-};
+    if (stack.empty()) return S::npos;
+    length = p - stack.front().start;
+    return (begin && stack.front().start != start) || (end && p != text.size()) ? S::npos : stack.front().start;
+}
 
 }  // namespace KestTest

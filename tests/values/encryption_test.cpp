@@ -67,10 +67,9 @@ TEST(EncryptionTest, PublishedVectorsAreMet) {
         "1F1F1F1F0E0E0E0E 0123456789ABCDEF A790795108EA3CAE", "E0FEE0FEF1FEF1FE 0123456789ABCDEF C39E072D9FAC631D",
         "0000000000000000 FFFFFFFFFFFFFFFF 014933E0CDAFF6E4", "FFFFFFFFFFFFFFFF 0000000000000000 F21E9A77B71C49BC",
         "0123456789ABCDEF 0000000000000000 245946885754369A", "FEDCBA9876543210 FFFFFFFFFFFFFFFF 6B5C5A9C5D9E0A5A"};
-    for (const std::string& block : blocks) {
-        const std::string key = bytes(block.substr(0, 16));
-        EXPECT_EQ(bytes(block.substr(34)), encrypted(KestEncryption::Normal, key, bytes(block.substr(17, 16))));
-    }
+    const auto word = [](const std::string& block, std::size_t at) { return bytes(block.substr(at, 16)); };
+    for (const std::string& block : blocks)
+        EXPECT_EQ(word(block, 34), encrypted(KestEncryption::Normal, word(block, 0), word(block, 17)));
     // One plaintext with the first byte of a key, the first two, and so on.
     const std::string keys = bytes("F0E1D2C3B4A5968778695A4B3C2D1E0F0011223344556677");
     std::string found;
@@ -158,8 +157,7 @@ TEST(EncryptionTest, TheScheduleKeptIsThatOfTheKeyAndLeavesNoTrace) {
         for (const bool claimed : {false, true}) {
             expectRight(*cipher, key);
             KestEncryption copy(*cipher);
-            KestEncryption& same = copy;
-            copy = same;
+            copy.operator=(copy);
             copy.setInit(claimed);
             expectRight(copy, claimed ? key : "other");
             copy.setStrength(KestEncryption::Normal);

@@ -1,140 +1,75 @@
 #include "support/producer_consumer.h"
 
-#include <functional>
-
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
 #include "kit/log_capture.h"
 
-namespace KestSupport {
 namespace {
 
-const std::string kPrefix = "KestBaseProducerConsumer::produceSentinel: ";
+using namespace KestSupport;
+using namespace std::chrono_literals;
 
-struct Numbers : KestBaseSynchronizedQueue {
+struct Queue : KestBaseSynchronizedQueue {
     void clear() override {
-        const KestCriticalSection guard(getLock(), true);
-        if (failsToClear) throw 7;
-        items.clear();
+        ++cleared;
+        throw 7;
     }
-    std::vector<int> items;
-    bool failsToClear = false;
+    int cleared = 0;
 };
 
 struct Exchange : KestBaseProducerConsumer {
-    explicit Exchange(Numbers& queue) : KestBaseProducerConsumer(queue), numbers(queue) {}
-    using KestBaseProducerConsumer::lockSyncMutex;
+    using KestBaseProducerConsumer::KestBaseProducerConsumer;
     using KestBaseProducerConsumer::m_sentinel;
-    using KestBaseProducerConsumer::setSyncEvent;
-    using KestBaseProducerConsumer::unlockSyncMutex;
-    using KestBaseProducerConsumer::waitForSyncEvent;
 
-    void produce(int number) {
-        lockSyncMutex();
-        numbers.items.push_back(number);
-        setSyncEvent();
-        unlockSyncMutex();
-    }
-    // The sum of all that came until the sentinel.
-    long consume() {
-        long sum = 0;
-        lockSyncMutex();
-        for (;;) {
-            while (numbers.items.empty() && !m_sentinel)
-                waitForSyncEvent();
-            if (numbers.items.empty()) break;
-            sum += numbers.items.back();
-            numbers.items.pop_back();
+    // Whether a thread that waits is let go within the time, by a sentinel if wanted.
+    bool passesWithin(std::chrono::milliseconds time, bool sentinel = false, bool emptyQueue = false) {
+        kit::Gate locked, passed;
+        const std::jthread waiter([&] {
+            lockSyncMutex();
+            lockSyncMutex();
+            unlockSyncMutex();
+            locked.open();
+            waitForSyncEvent();
+            passed.open();
+            unlockSyncMutex();
+        });
+        locked.pass();
+        if (emptyQueue) {
+            EXPECT_THROW(produceSentinel(true), int);
+        } else if (sentinel) {
+            produceSentinel(false);
         }
-        unlockSyncMutex();
-        return sum;
+        const bool result = passed.passWithin(time);
+        if (!result) setSyncEvent();
+        return result;
     }
-    Numbers& numbers;
 };
 
-// Whether a thread that waits now is let go; the mutex is held afterwards exactly by that thread.
-bool passesWithin(Exchange& exchange, std::chrono::milliseconds time, const std::function<void()>& wake) {
-    auto passed = std::make_shared<kit::Gate>();
-    kit::Gate locked;
-    std::thread waiter([&exchange, &locked, passed] {
-        exchange.lockSyncMutex();
-        exchange.lockSyncMutex();
-        exchange.unlockSyncMutex();
-        locked.open();
-        exchange.waitForSyncEvent();
-        passed->open();
-        exchange.unlockSyncMutex();
-    });
-    locked.pass();
-    wake();
-    const bool result = passed->passWithin(time);
-    if (!result) exchange.setSyncEvent();
-    waiter.join();
-    return result;
-}
-
-using namespace std::chrono_literals;
-
-TEST(ProducerConsumer, ASignalStaysUntilAWaiterTakesItAndResetsIt) {
-    Numbers queue;
-    Exchange exchange(queue);
-    EXPECT_FALSE(exchange.m_sentinel);
-    EXPECT_FALSE(passesWithin(exchange, 30ms, [] {})) << "not set in the beginning";
-    exchange.setSyncEvent();
-    EXPECT_TRUE(passesWithin(exchange, 10min, [] {}));
-    EXPECT_FALSE(passesWithin(exchange, 30ms, [] {})) << "the waiter before has reset it";
-    EXPECT_TRUE(passesWithin(exchange, 10min, [&] { exchange.produceSentinel(false); }));
-    EXPECT_TRUE(exchange.m_sentinel);
-    EXPECT_TRUE(passesWithin(exchange, 10min, [&] { exchange.produceSentinel(true); })) << "it signals again";
-    EXPECT_TRUE(exchange.m_sentinel);
-}
-
-TEST(ProducerConsumer, TheSentinelKeepsOrClearsTheQueueAndLogsItsSteps) {
+TEST(ProducerConsumer, ASentinelSignalsEachTimeAndTheWaiterThatIsLetGoResetsIt) {
+    const std::string place = "KestBaseProducerConsumer::produceSentinel: ";
+    const std::string waiting = place + "waiting for lock", adding = place + "adding sentinel";
     const kit::LogCapture log;
-    Numbers queue;
+    Queue queue;
     Exchange exchange(queue);
-    exchange.produce(1);
+    EXPECT_FALSE(exchange.m_sentinel || exchange.passesWithin(30ms));
+    EXPECT_TRUE(exchange.passesWithin(10min, true));
+    EXPECT_TRUE(exchange.m_sentinel && queue.cleared == 0);
+    EXPECT_FALSE(exchange.passesWithin(30ms));
+    EXPECT_TRUE(exchange.passesWithin(10min, true, true)) << "even when the queue cannot be cleared";
+    EXPECT_TRUE(exchange.m_sentinel && queue.cleared == 1);
     exchange.produceSentinel(false);
-    EXPECT_EQ(queue.items.size(), 1u);
-    exchange.produceSentinel(true);
-    EXPECT_TRUE(queue.items.empty());
+    EXPECT_TRUE(exchange.passesWithin(10min)) << "the signal stays";
     EXPECT_EQ(log.messages(),
-              (std::vector{kPrefix + "waiting for lock", kPrefix + "adding sentinel", kPrefix + "waiting for lock",
-                           kPrefix + "adding sentinel", kPrefix + "clearing queue"}));
-    const kit::LogCapture quiet(8);
-    Exchange other(queue);
-    queue.failsToClear = true;
-    EXPECT_TRUE(passesWithin(other, 10min, [&] { EXPECT_THROW(other.produceSentinel(true), int); }));
-    EXPECT_EQ(quiet.text(), "");
+              (std::vector{waiting, adding, waiting, adding, place + "clearing queue", waiting, adding}));
 }
 
-TEST(ProducerConsumer, EveryItemArrivesOnceAlsoWhenTheSystemGivesNoCondition) {
-    for (const char* refused : {"", "createMutex", "createEvent"}) {
-        Numbers queue;
-        std::unique_ptr<Exchange> exchange;
-        if (*refused != 0) {
-            const kit::FailingCalls failing(refused);
-            exchange = std::make_unique<Exchange>(queue);
-        } else {
-            exchange = std::make_unique<Exchange>(queue);
-        }
-        std::atomic<long> sum{0};
-        std::vector<std::thread> producers, consumers;
-        for (int i = 0; i < 4; ++i) {
-            consumers.emplace_back([&] { sum += exchange->consume(); });
-            producers.emplace_back([&] {
-                for (int number = 1; number <= 1000; ++number)
-                    exchange->produce(number);
-            });
-        }
-        for (std::thread& producer : producers)
-            producer.join();
-        exchange->produceSentinel(false);
-        for (std::thread& consumer : consumers)
-            consumer.join();
-        EXPECT_EQ(sum, 4 * 500'500) << refused;
+TEST(ProducerConsumer, WithoutMutexOrEventTheQueuesLockServes) {
+    for (const char* refused : {"createMutex", "createEvent"}) {
+        Queue queue;
+        queue.getLock().unwind();
+        const kit::FailingCalls failing(refused);
+        EXPECT_TRUE(Exchange(queue).passesWithin(10min, true, true));
     }
 }
 
 }  // namespace
-}  // namespace KestSupport

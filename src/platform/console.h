@@ -1,6 +1,8 @@
-// Console control events: a user's or a supervisor's request that the program end, and the handlers that meet it.
+// Console control events: a user's or a supervisor's request that the program end, and the handlers that meet it. And
+// whether there is a person at the other end of a standard stream.
 //
 //   addConsoleHandler, removeConsoleHandler    the list of handlers; written once, above the back ends
+//   isTerminal                                 asks about a stream
 //   openConsoleEvents and what follows it      what a back end gives
 //
 // An event is offered to the handlers, last registered first, until one takes it; an event that none takes has the
@@ -30,6 +32,12 @@ bool addConsoleHandler(ConsoleHandler handler);
 /// Takes out the handler's latest registration; false when there is none. When this returns, the handler is not running
 /// on behalf of that registration and will not: it waits for a call that is under way, except inside a handler.
 bool removeConsoleHandler(ConsoleHandler handler);
+
+enum class StandardStream { input, output, error };
+
+/// Back end: whether the stream is a terminal or console window, so that what is shown there may be shown over again.
+/// False for a pipe, a file, and a stream that is closed.
+bool isTerminal(StandardStream stream) noexcept;
 
 /// Receives a control event. It must not throw.
 using ConsoleEventSink = void (*)(std::uint32_t event);

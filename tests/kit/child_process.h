@@ -23,6 +23,7 @@ class ChildProcess {
     struct Options {
         std::string directory;  ///< where the child starts; empty: where we are
         std::string command;    ///< shell commands to run first, such as "ulimit -f 0"
+        bool terminal = false;  ///< standard error is a terminal of its own
     };
 
     /// Starts the program, with nothing to read on standard input. Throws std::runtime_error when that fails.

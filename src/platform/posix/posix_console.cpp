@@ -1,6 +1,6 @@
-// SIGINT and SIGTERM as control events. A signal handler counts the signal and posts a semaphore, both of which a
-// signal handler may do; one thread takes the counts and delivers. No signal is blocked for it, so that nothing of this
-// passes to a child: a caught signal has its default effect again in the program that a child executes.
+// Terminals, and SIGINT and SIGTERM as control events. A signal handler counts the signal and posts a semaphore, both
+// of which a signal handler may do; one thread takes the counts and delivers. No signal is blocked for it, so that
+// nothing of this passes to a child: a caught signal has its default effect again in the program that a child executes.
 #include <pthread.h>
 #include <semaphore.h>
 #include <signal.h>
@@ -90,6 +90,10 @@ bool catchSignal(EventSignal& which) {
 }
 
 }  // namespace
+
+bool isTerminal(StandardStream stream) noexcept {
+    return ::isatty(static_cast<int>(stream)) == 1;
+}
 
 bool openConsoleEvents(ConsoleEventSink sink) {
     g_sink.store(sink, std::memory_order_release);

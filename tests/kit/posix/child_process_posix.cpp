@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
 
@@ -25,9 +26,23 @@ struct Pipe {
     }
     Pipe(const Pipe&) = delete;
     Pipe& operator=(const Pipe&) = delete;
-    ~Pipe() {
-        if (readEnd >= 0) close(readEnd);
-        if (writeEnd >= 0) close(writeEnd);
+    ~Pipe() { closeEnds(); }
+
+    // What is written to a terminal is read at its other side.
+    void becomeTerminal() {
+        closeEnds();
+        readEnd = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+        char name[64];
+        if (readEnd < 0 || unlockpt(readEnd) != 0 || ptsname_r(readEnd, name, sizeof name) != 0 ||
+            (writeEnd = open(name, O_RDWR | O_NOCTTY | O_CLOEXEC)) < 0) {
+            throw std::runtime_error("no terminal");
+        }
+    }
+    void closeEnds() {
+        for (int* const end : {&readEnd, &writeEnd}) {
+            if (*end >= 0) close(*end);
+            *end = -1;
+        }
     }
 };
 
@@ -86,6 +101,7 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
     for (std::string& word : words)
         argv.push_back(word.data());
     argv.push_back(nullptr);
+    if (options.terminal) m_state->pipes[1].becomeTerminal();
     const int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
     m_state->process = fork();
     if (m_state->process == 0) {

@@ -1,0 +1,306 @@
+// Runs kestsc as an administrator does, on services of this program, and looks at what no command line shows.
+#include <algorithm>
+#include <regex>
+
+#include "kestsc/command_line.h"
+#include "kestsc/failure.h"
+#include "kestsc/json.h"
+#include "kestsc/table.h"
+#include "kestsc/text.h"
+#include "kit/service_fixture.h"
+#include "platform/thread.h"
+
+namespace {
+
+using namespace KestSupport::platform;
+using Texts = std::vector<std::string>;
+
+ServiceManager::Handle g_status;
+std::string g_behaviour;
+
+void report(std::uint32_t state, std::uint32_t exitCode = 0, std::uint32_t checkPoint = 0, std::uint32_t hint = 0) {
+    ServiceStatus status;
+    status.currentState = state;
+    status.controlsAccepted = kServiceAcceptStop;
+    status.exitCode = exitCode;
+    status.serviceExitCode = 42;
+    status.checkPoint = checkPoint;
+    status.waitHint = hint;
+    serviceManager().setStatus(g_status, status);
+}
+
+// What the service does when it is to stop, and before that when it is to start.
+void onControl(std::uint32_t code) {
+    if (code != kServiceControlStop) return;
+    if (g_behaviour == "stubborn") return report(kServiceStopPending, 0, 7, 1);
+    report(kServiceStopPending);
+    std::ofstream("stops", std::ios::app) << g_behaviour << " ";
+    report(kServiceStopped);
+}
+void serve(const Texts& arguments) {
+    g_status = serviceManager().registerControlHandler("any", onControl);
+    if (g_behaviour == "failing") return report(kServiceStopped, 1066);
+    if (g_behaviour == "slow") {
+        report(kServiceStartPending, 0, 1, 100);
+        sleepThread(arguments.size() > 1 ? 2000 : 100);
+    }
+    std::ofstream starts("starts", std::ios::app);
+    for (std::size_t i = 1; i < arguments.size(); ++i)
+        starts << arguments[i] << ",";
+    starts << g_behaviour << " ";
+    starts.close();
+    report(kServiceRunning);
+}
+const kit::ChildRole role("serve", [](const Texts& arguments) {
+    g_behaviour = arguments.at(0);
+    return static_cast<int>(serviceManager().runDispatcher("any", serve));
+});
+
+struct Step {
+    Texts arguments;
+    int code;
+    std::string output;
+    std::string errors;
+};
+
+class Kestsc : public kit::ServiceFixture {
+  protected:
+    // The service's process is told as PID, and our command line as SERVE.
+    void expect(const Step& step) {
+        kit::ChildProcess child(KESTSC, step.arguments);
+        EXPECT_EQ(child.wait(), step.code) << kestsc::jsonTexts(step.arguments);
+        std::string output =
+            std::regex_replace(child.output(), std::regex("(\"processId\":|Process +)\\d\\d+"), "$1PID");
+        if (const auto at = output.find(serveCommand); at != std::string::npos)
+            output.replace(at, serveCommand.size(), "SERVE");
+        EXPECT_EQ(output, step.output) << kestsc::jsonTexts(step.arguments);
+        EXPECT_EQ(child.errors(), step.errors.empty() ? "" : "kestsc: " + step.errors + "\n");
+    }
+    void expect(const std::vector<Step>& steps) {
+        for (const Step& step : steps)
+            expect(step);
+    }
+    void install(const std::string& name, const std::string& behaviour, const Texts& more = {}) {
+        Texts arguments{"install", name, serveCommand + " " + behaviour};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        expect({arguments, 0, name + ": installed\n", ""});
+    }
+    const std::string serveCommand = kit::ChildProcess::commandOfRole("serve");
+};
+
+TEST_F(Kestsc, AdministersAServiceFromItsInstallationToItsEnd) {
+    expect({{"list"}, 0, "No services are installed.\n", ""});
+    install("web", "plain",
+            {"--display", "Gr\u00fc\u00dfe\x1b[2J", "--description=\u202eevil \xff", "--start", "demand"});
+    install("a", "plain");
+    expect({
+        {{"install", "web", "x"}, 1, "", "install web: the service is already installed (1073)"},
+        {{"list"},
+         0,
+         "NAME  STATE    START   PROCESS  DISPLAY NAME\n"
+         "a     stopped  auto    -        a\n"
+         "web   stopped  demand  -        Gr\u00fc\u00dfe\\x1B[2J\n",
+         ""},
+        {{"status", "web"},
+         3,
+         "Service       web\nDisplay name  Gr\u00fc\u00dfe\\x1B[2J\nState         stopped\n"
+         "Last end      the service has never been started (1077)\n",
+         ""},
+        {{"stop", "web"}, 0, "web: is not running\n", ""},
+        {{"start", "web", "--", "--one", "two words"}, 0, "web: started\n", ""},
+        {{"start", "web"}, 0, "web: is already running\n", ""},
+        {{"status", "web"},
+         0,
+         "Service       web\nDisplay name  Gr\u00fc\u00dfe\\x1B[2J\nState         running\nProcess       PID\n"
+         "Accepts       stop\n",
+         ""},
+        {{"status", "web", "--json"},
+         0,
+         "{\"name\":\"web\",\"displayName\":\"Gr\u00fc\u00dfe\\u001B[2J\",\"error\":0,\"state\":\"running\","
+         "\"processId\":PID,"
+         "\"accepts\":[\"stop\"],\"exitCode\":0,\"serviceExitCode\":42,\"checkPoint\":0,\"waitHint\":0}\n",
+         ""},
+        {{"config", "web", "--start=auto", "--depends", "a", "--description", "", "--json"},
+         0,
+         "{\"results\":[{\"operation\":\"config\",\"service\":\"web\",\"status\":0,\"error\":0,"
+         "\"message\":\"changed\"}]}\n",
+         ""},
+        {{"restart", "web"}, 0, "web: started\n", ""},
+        {{"stop", "a"}, 7, "", "stop a: other running services depend on the service (1051): web"},
+        {{"config", "web"},
+         0,
+         "Service       web\nDisplay name  Gr\u00fc\u00dfe\\x1B[2J\nDescription\nStart         auto\n"
+         "Depends on    a\nCommand       SERVE plain\n",
+         ""},
+        {{"delete", "web"}, 0, "web: marked for deletion, goes when it has stopped\n", ""},
+        {{"stop", "web", "--no-wait"}, 0, "web: is stopping\n", ""},
+    });
+    kit::await([&] { return tell("web") == "error 1060"; });
+    EXPECT_EQ(state.read("starts"), "--one,two words,plain plain plain ");
+    expect({
+        {{"status", "web"}, 4, "", "status web: the service is not installed (1060)"},
+        {{"stop", "a"}, 0, "a: stopped\n", ""},
+        {{"delete", "a"}, 0, "a: deleted\n", ""},
+        {{"start", "a\nb", "--json"},
+         1,
+         "{\"results\":[{\"operation\":\"start\",\"service\":\"a\\u000Ab\",\"status\":-1,\"error\":123,"
+         "\"message\":\"the name is not valid (123)\"}]}\n",
+         "start a\\x0Ab: the name is not valid (123)"},
+    });
+    std::filesystem::permissions(state.pathOf("services"), std::filesystem::perms::others_write,
+                                 std::filesystem::perm_options::add);
+    expect({{"list"}, 5, "", "list: permission denied (5)"});
+}
+
+TEST_F(Kestsc, StartsAndStopsAllInTheOrderOfTheirDependencies) {
+    expect({{{"start-all"}, 0, "No services start automatically.\n", ""},
+            {{"stop-all"}, 0, "No services are running.\n", ""}});
+    install("1", "front", {"--depends", "3,4"});
+    install("2", "failing");
+    install("3", "base");
+    install("4", "helper", {"--start", "demand"});
+    install("5", "spare", {"--start", "demand"});
+    install("6", "never", {"--depends", "2"});
+    const std::string failed = "start 2: the service is stopped instead of running: the service's own error 42";
+    const std::string skipped = "start 6: it needs 2, which failed (1068)";
+    expect({{{"start-all"}, 1, "3: started\n1: started\n", failed + "\nkestsc: " + skipped},
+            {{"stop-all"}, 0, "1: stopped\n4: stopped\n3: stopped\n", ""}});
+    EXPECT_EQ(state.read("starts"), "base helper front ");
+    EXPECT_EQ(state.read("stops"), "front helper base ");
+    state.write("services/2/configuration", "damage");
+    expect({{{"list"},
+             0,
+             "NAME  STATE    START   PROCESS  DISPLAY NAME\n1     stopped  auto    -        1\n"
+             "2     unknown  -       -        damaged: the data is not valid (13)\n"
+             "3     stopped  auto    -        3\n4     stopped  demand  -        4\n"
+             "5     stopped  demand  -        5\n6     stopped  auto    -        6\n",
+             ""},
+            {{"status", "2"},
+             3,
+             "Service       2\nDisplay name  damaged: the data is not valid (13)\nState         stopped\n"
+             "Last end      the service's own error 42\n",
+             ""},
+            {{"start-all", "--json"},
+             1,
+             "{\"results\":[{\"operation\":\"start-all\",\"service\":\"2\",\"status\":-1,\"error\":13,"
+             "\"message\":\"the data is not valid (13)\"},"
+             "{\"operation\":\"start\",\"service\":\"3\",\"status\":0,\"error\":0,\"message\":\"started\"},"
+             "{\"operation\":\"start\",\"service\":\"1\",\"status\":0,\"error\":0,\"message\":\"started\"},"
+             "{\"operation\":\"start\",\"service\":\"6\",\"status\":-1,\"error\":1068,\"message\":"
+             "\"a service that this service depends on failed to start (1068)\"}]}\n",
+             "start-all 2: the data is not valid (13)\n"
+             "kestsc: start 6: a service that this service depends on failed to start (1068)"},
+            {{"stop-all"}, 0, "2: is not running\n1: stopped\n4: stopped\n3: stopped\n", ""}});
+}
+
+TEST_F(Kestsc, WaitsWithinItsTimeAndShowsItToTerminalsOnly) {
+    install("slow", "slow");
+    install("stubborn", "stubborn", {"--depends", "slow"});
+    kit::ChildProcess watched(KESTSC, {"start", "slow", "slowly"}, {"", "", true});
+    EXPECT_EQ(watched.wait(), 0);
+    EXPECT_EQ(watched.output(), "slow: started\n");
+    const std::regex shown(
+        "(\rstart slow: [a-z]+( pending)?(, check point 1)?, \\d+ s *)*\rstart slow: start pending, "
+        "check point 1, \\d+ s *(\rstart slow: [a-z]+, \\d+ s *)?\r {20,}\r");
+    EXPECT_TRUE(std::regex_match(watched.errors(), shown)) << testing::PrintToString(watched.errors());
+    expect({{{"restart", "slow", "--timeout", "60"}, 0, "slow: started\n", ""},
+            {{"stop", "slow", "--no-wait"}, 0, "slow: is stopping\n", ""},
+            {{"start", "slow", "--no-wait"}, 0, "slow: is starting\n", ""},
+            {{"start", "slow"}, 0, "slow: is already running\n", ""},
+            {{"start", "stubborn"}, 0, "stubborn: started\n", ""},
+            {{"stop", "stubborn", "--timeout=1"},
+             6,
+             "",
+             "stop stubborn: timed out after 1 s; the service is stop pending and reports no progress"}});
+    install("mute", "mute");
+    environment.set("KEST_SERVICE_TIMEOUT", "1000");
+    expect({{{"config", "mute", "--command", "/bin/sleep 100"}, 0, "mute: changed\n", ""},
+            {{"start", "mute"}, 6, "", "start mute: the service did not answer in time (1053)"}});
+    kit::ChildProcess full(KESTSC, {"list"}, {"", "exec >/dev/full", false});
+    EXPECT_EQ(full.wait(), 1);
+    EXPECT_EQ(full.errors(), "kestsc: standard output: no space left on device (112)\n");
+}
+
+TEST_F(Kestsc, RefusesCommandLinesInOneLine) {
+    const std::pair<Texts, std::string> refused[] = {
+        {{}, "no command is given (kestsc"},
+        {{"--json"}, "no command is given (kestsc"},
+        {{"fr\nob"}, "there is no command fr\\x0Aob (kestsc"},
+        {{"--frob", "list"}, "unknown option --frob (kestsc"},
+        {{"list", "x"}, "list: unexpected argument x (kestsc list"},
+        {{"list", "--timeout", "3"}, "list: there is no option --timeout here (kestsc list"},
+        {{"stop", "-x"}, "stop: unknown option -x (kestsc stop"},
+        {{"start"}, "start: NAME is missing (kestsc start"},
+        {{"start", "a", "-v"}, "start: unknown option -v; what is for the service stands behind -- (kestsc start"},
+        {{"start", "a", "--timeout"}, "start: --timeout needs a value: SECONDS (kestsc start"},
+        {{"start", "a", "--timeout=1.5"}, "start: --timeout: 1.5 is not a whole number from 1 to 86400 (kestsc start"},
+        {{"start", "a", "--timeout", "0"}, "start: --timeout: 0 is not a whole number from 1 to 86400 (kestsc start"},
+        {{"start", "a", "--timeout=5", "--no-wait"}, "start: --timeout and --no-wait exclude each other (kestsc start"},
+        {{"start", "a", "--no-wait=1"}, "start: --no-wait takes no value (kestsc start"},
+        {{"start", "a", "--json", "--json"}, "start: --json is given twice (kestsc start"},
+        {{"install", "a"}, "install: COMMAND is missing (kestsc install"},
+        {{"install", "a", ""}, "install: the command names no program (kestsc install"},
+        {{"install", "a", "b", "--start", "now"},
+         "install: --start: now is not auto, demand or disabled (kestsc install"},
+        {{"config", "a", "--depends=a,"}, "config: --depends: a name is empty (kestsc config"},
+    };
+    for (const auto& [arguments, line] : refused)
+        expect({arguments, 2, "", line + " --help explains)"});
+    for (const Texts& arguments : {Texts{"start", "-h"}, {"--help"}, {"frob", "--version"}, {"install", "--version"}}) {
+        kit::ChildProcess child(KESTSC, arguments);
+        EXPECT_EQ(child.wait(), arguments[0] == "frob" ? 2 : 0);
+        EXPECT_EQ(child.output().empty(), arguments[0] == "frob") << child.output();
+    }
+}
+
+TEST(KestscParts, ShowAnyTextWithoutHarm) {
+    const std::tuple<std::string, std::string, std::string, std::size_t> texts[] = {
+        {"", "", "", 0},
+        {"a\"\\\t\x7f", "a\"\\\\x09\\x7F", "a\\\"\\\\\\u0009\\u007F", 11},
+        {"\u00e4\u20ac\U0001F600", "\u00e4\u20ac\U0001F600", "\u00e4\u20ac\U0001F600", 3},
+        {"\u009b31m\u202e", "\\u009B31m\\u202E", "\\u009B31m\\u202E", 15},
+        {"\xc0\x80\xed\xa0\x80", "\\xC0\\x80\\xED\\xA0\\x80", "\\uFFFD\\uFFFD\\uFFFD\\uFFFD\\uFFFD", 20},
+        {"\xf4\x90\x80\x80 \xe2\x82", "\\xF4\\x90\\x80\\x80 \\xE2\\x82", "\\uFFFD\\uFFFD\\uFFFD\\uFFFD \\uFFFD\\uFFFD",
+         25},
+        {std::string("\0x", 2), "\\x00x", "\\u0000x", 5},
+    };
+    for (const auto& [text, shown, json, width] : texts) {
+        EXPECT_EQ(kestsc::printable(text), shown);
+        EXPECT_EQ(kestsc::jsonText(text), '"' + json + '"');
+        EXPECT_EQ(kestsc::displayWidth(shown), width) << shown;
+    }
+    EXPECT_EQ(kestsc::shortened("\u20ac\u20ac\u20ac", 2), "\u20ac\u20ac...");
+    EXPECT_EQ(kestsc::formatTable({{"\u00e4\n", "b"}, {"abcdefg", ""}, {}}), "\u00e4\\x0A    b\nabcdefg\n\n");
+}
+
+TEST(KestscParts, RegisterCommandsThatRunFromAnyFolder) {
+    const std::string here = std::filesystem::current_path().string();
+    const std::pair<Texts, std::string> commands[] = {
+        {{"web"}, "web"},
+        {{"/bin/a", "b c", "-d"}, "/bin/a 'b c' -d"},
+        {{"/opt/my app \"b c\""}, "/opt/my app \"b c\""},
+        {{"./a b"}, here + "/a b"},
+        {{"a/../b", "c d"}, here + "/b 'c d'"},
+    };
+    for (const auto& [words, registered] : commands)
+        EXPECT_EQ(kestsc::registeredCommand(words, kestsc::kCommands[0]), registered);
+}
+
+TEST(KestscParts, GiveEachFailureItsCodes) {
+    const std::tuple<ErrorCode, int, int, std::string> failures[] = {
+        {5, 5, 270, "permission denied (5)"},
+        {120, 8, 1, "function not implemented (120)"},
+        {258, 6, 3, "connection timed out (258)"},
+        {1051, 7, 305, "other running services depend on the service (1051)"},
+        {1060, 4, -1, "the service is not installed (1060)"},
+        {4711, 1, -1, "error 4711"},
+    };
+    for (const auto& [error, code, status, reason] : failures) {
+        const kestsc::Failure failure({"stop", "a\tb"}, error);
+        EXPECT_EQ(failure.exitCode(), code) << error;
+        EXPECT_EQ(failure.statusCode(), status) << error;
+        EXPECT_EQ(failure.what(), "stop a\\x09b: " + reason);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,181 @@
+#include "command_line.h"
+
+#include <algorithm>
+#include <charconv>
+#include <filesystem>
+#include <map>
+
+#include "platform/process.h"
+#include "text.h"
+#include "words.h"
+
+namespace kestsc {
+namespace {
+
+namespace platform = KestSupport::platform;
+
+constexpr unsigned kOptionsOfAll = kOptionHelp | kOptionVersion | kOptionJson;
+
+[[noreturn]] void refuse(const std::string& reason, const CommandEntry* command = nullptr) {
+    const std::string name = command == nullptr ? "" : command->name + std::string(": ");
+    const std::string help = command == nullptr ? "" : command->name + std::string(" ");
+    throw UsageError(name + printable(shortened(reason, 200)) + " (kestsc " + help + "--help explains)");
+}
+
+/// Takes the words apart and keeps them as they are.
+class Words {
+  public:
+    explicit Words(const std::vector<std::string>& words) {
+        bool optionsAreOver = false;
+        for (auto word = words.begin(); word != words.end(); ++word) {
+            if (optionsAreOver || word->size() < 2 || word->front() != '-') {
+                takeArgument(*word);
+            } else if (*word == "--") {
+                optionsAreOver = true;
+            } else {
+                takeOption(word, words.end());
+            }
+        }
+    }
+
+    const CommandEntry* command = nullptr;
+    std::vector<std::string> arguments;
+    std::map<unsigned, std::string> options;  // by their bits
+
+  private:
+    using Position = std::vector<std::string>::const_iterator;
+
+    void takeArgument(const std::string& word) {
+        if (command != nullptr) {
+            arguments.push_back(word);
+            return;
+        }
+        const auto found = std::find_if(kCommands.begin(), kCommands.end(),
+                                        [&](const CommandEntry& entry) { return entry.name == word; });
+        if (found == kCommands.end()) refuse("there is no command " + word);
+        command = &*found;
+    }
+
+    void takeOption(Position& word, Position end) {
+        const std::size_t equals = std::min(word->find('='), word->size());
+        const std::string name = *word == "-h" ? "--help" : word->substr(0, equals);
+        const auto found = std::find_if(kOptions.begin(), kOptions.end(), [&](const OptionEntry& entry) {
+            return name == std::string("--") + entry.name;
+        });
+        const bool ownPossible = command != nullptr && command->most == kAnyNumber;
+        if (found == kOptions.end()) {
+            refuse("unknown option " + name + (ownPossible ? "; what is for the service stands behind --" : ""),
+                   command);
+        }
+        std::string value;
+        if (*found->value == '\0') {
+            if (equals < word->size()) refuse(name + " takes no value", command);
+        } else if (equals < word->size()) {
+            value = word->substr(equals + 1);
+        } else if (word + 1 != end) {
+            value = *++word;
+        } else {
+            refuse(name + " needs a value: " + found->value, command);
+        }
+        if (!options.emplace(found->bit, value).second) refuse(name + " is given twice", command);
+    }
+};
+
+void requireFitting(const Words& words) {
+    const CommandEntry* const command = words.command;
+    if (command == nullptr) refuse("no command is given");
+    for (const OptionEntry& option : kOptions) {
+        const bool isTaken = ((command->options | kOptionsOfAll) & option.bit) != 0;
+        if (!isTaken && words.options.count(option.bit) != 0) {
+            refuse(std::string("there is no option --") + option.name + " here", command);
+        }
+    }
+    const std::vector<std::string>& given = words.arguments;
+    if (given.size() < command->fewest) refuse(given.empty() ? "NAME is missing" : "COMMAND is missing", command);
+    if (given.size() > command->most) refuse("unexpected argument " + given[command->most], command);
+    if (words.options.count(kOptionTimeout) != 0 && words.options.count(kOptionNoWait) != 0) {
+        refuse("--timeout and --no-wait exclude each other", command);
+    }
+}
+
+std::uint32_t secondsOf(const std::string& text, const CommandEntry* command) {
+    constexpr std::uint32_t most = 86'400;
+    std::uint32_t seconds = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, seconds);
+    if (error == std::errc() && rest == end && seconds >= 1 && seconds <= most) return seconds;
+    refuse("--timeout: " + text + " is not a whole number from 1 to " + std::to_string(most), command);
+}
+
+void setChange(CommandLine& line, unsigned bit, const std::string& value) {
+    switch (bit) {
+        case kOptionDisplay:
+            line.change.displayName = value;
+            break;
+        case kOptionDescription:
+            line.description = value;
+            break;
+        case kOptionStart:
+            line.change.startType = startTypeOf(value);
+            if (!line.change.startType) refuse("--start: " + value + " is not auto, demand or disabled", line.command);
+            break;
+        case kOptionDepends:
+            line.change.dependencies = dependenciesOf(value);
+            if (!line.change.dependencies) refuse("--depends: a name is empty", line.command);
+            break;
+        case kOptionCommand:
+            line.change.commandLine = registeredCommand({value}, *line.command);
+            break;
+        default:
+            break;
+    }
+}
+
+}  // namespace
+
+const std::vector<OptionEntry> kOptions{
+    {kOptionTimeout, "timeout", "SECONDS", "give up after so long, for each service; 30 unless it asks for more"},
+    {kOptionNoWait, "no-wait", "", "return as soon as the service has been asked"},
+    {kOptionDisplay, "display", "TEXT", "the name that people see"},
+    {kOptionDescription, "description", "TEXT", "what the service is for"},
+    {kOptionStart, "start", "TYPE", "auto (with start-all), demand or disabled"},
+    {kOptionDepends, "depends", "A,B", "the services that it needs; none for an empty text"},
+    {kOptionCommand, "command", "TEXT", "the program and its arguments, quoted as in a shell"},
+    {kOptionJson, "json", "", "results as one JSON document on standard output"},
+    {kOptionHelp, "help", "", "this text, or a command's own behind its name; also -h"},
+    {kOptionVersion, "version", "", "the version"},
+};
+
+CommandLine parseCommandLine(const std::vector<std::string>& words) {
+    const Words given(words);
+    CommandLine line;
+    line.command = given.command;
+    line.help = given.options.count(kOptionHelp) != 0;
+    line.version = given.options.count(kOptionVersion) != 0;
+    line.json = given.options.count(kOptionJson) != 0;
+    if (line.help || line.version) return line;
+    requireFitting(given);
+    if (!given.arguments.empty()) {
+        line.service = given.arguments.front();
+        line.words.assign(given.arguments.begin() + 1, given.arguments.end());
+    }
+    for (const auto& [bit, value] : given.options) {
+        if (bit == kOptionTimeout) line.patience.seconds = secondsOf(value, line.command);
+        if (bit == kOptionNoWait) line.patience.waits = false;
+        setChange(line, bit, value);
+    }
+    return line;
+}
+
+std::string registeredCommand(const std::vector<std::string>& words, const CommandEntry& command) {
+    std::vector<std::string> parts = words.size() == 1 ? platform::splitArguments(words.front()) : words;
+    if (parts.empty() || parts.front().empty()) refuse("the command names no program", &command);
+    const std::filesystem::path program = parts.front();
+    if (program.is_absolute() || !program.has_parent_path()) {
+        return words.size() == 1 ? words.front() : platform::joinArguments(parts);
+    }
+    parts.front() = std::filesystem::absolute(program).lexically_normal().string();
+    return platform::joinArguments(parts);
+}
+
+}  // namespace kestsc

@@ -1,0 +1,70 @@
+#include "help.h"
+
+#include "command_line.h"
+#include "table.h"
+
+namespace kestsc {
+namespace {
+
+const char* const kIntroduction =
+    "kestsc - administers the services of this machine\n"
+    "\n"
+    "usage: kestsc COMMAND [NAME] [OPTIONS]\n";
+
+const char* const kExitCodes =
+    "\nExit codes, with the status code that --json prints:\n"
+    "  0  success                                       0\n"
+    "  1  failure of any other kind                    -1\n"
+    "  2  the command line cannot be used\n"
+    "  3  status: the service is stopped\n"
+    "  4  the service is not installed                 -1\n"
+    "  5  access denied                               270\n"
+    "  6  timed out                                     3\n"
+    "  7  services that depend on it run              305\n"
+    "  8  not implemented on this platform              1\n"
+    "\n"
+    "kestsc COMMAND --help tells more about a command. Services are those of $KEST_STATE_DIR; unset, of\n"
+    "/var/lib/kest for root and of $XDG_STATE_HOME/kest (~/.local/state/kest) for others.\n";
+
+std::string nameOf(const OptionEntry& option) {
+    const std::string value = option.value;
+    return std::string("  --") + option.name + (value.empty() ? "" : " " + value);
+}
+
+std::string callOf(const CommandEntry& command) {
+    const std::string arguments = command.arguments;
+    return command.name + (arguments.empty() ? "" : " " + arguments);
+}
+
+// Those that a set of bits holds.
+std::string optionTable(unsigned bits) {
+    std::vector<Row> rows;
+    for (const OptionEntry& option : kOptions) {
+        if ((option.bit & bits) != 0) rows.push_back({nameOf(option), option.summary});
+    }
+    return formatTable(rows);
+}
+
+}  // namespace
+
+std::string generalHelp() {
+    std::vector<Row> commands;
+    std::vector<Row> examples;
+    for (const CommandEntry& command : kCommands) {
+        commands.push_back({"  " + callOf(command), command.summary});
+        examples.push_back({std::string("  ") + command.example});
+    }
+    return std::string(kIntroduction) + "\nCommands:\n" + formatTable(commands) + "\nExamples:\n" +
+           formatTable(examples) + "\nOptions:\n" + optionTable(~0U) + kExitCodes;
+}
+
+std::string commandHelp(const CommandEntry& command) {
+    return "kestsc " + callOf(command) + " - " + command.summary + "\n\n" + command.explanation + "\nOptions:\n" +
+           optionTable(command.options | kOptionJson | kOptionHelp) + "\nExample:\n  " + command.example + '\n';
+}
+
+std::string versionText() {
+    return "kestsc " KESTSC_VERSION "\n";
+}
+
+}  // namespace kestsc

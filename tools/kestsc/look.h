@@ -1,0 +1,12 @@
+// What config shows when it has nothing to change.
+#pragma once
+
+#include "manager.h"
+#include "report.h"
+#include "words.h"
+
+namespace kestsc {
+
+void showConfiguration(const Manager& manager, const Task& task, Report& report);
+
+}  // namespace kestsc

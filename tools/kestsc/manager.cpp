@@ -1,0 +1,52 @@
+#include "manager.h"
+
+namespace kestsc {
+namespace {
+
+namespace platform = KestSupport::platform;
+
+// Owns what the call stores, which is null when it fails.
+template <typename Open>
+SharedHandle owned(const Task& task, Open open) {
+    platform::ServiceManager& services = platform::serviceManager();
+    void* handle = nullptr;
+    require(task, open(services, handle));
+    return {handle, [&services](void* opened) { services.closeHandle(opened); }};
+}
+
+}  // namespace
+
+Manager::Manager(const Task& task)
+    : m_handle(owned(task, [](platform::ServiceManager& services, void*& handle) {
+          constexpr std::uint32_t access = platform::kServiceManagerConnect | platform::kServiceManagerCreateService |
+                                           platform::kServiceManagerEnumerate;
+          return services.openManager(access, handle);
+      })) {}
+
+SharedHandle Manager::open(const Task& task, std::uint32_t access) const {
+    return owned(task, [&](platform::ServiceManager& services, void*& handle) {
+        return services.openService(m_handle.get(), task.service, access, handle);
+    });
+}
+
+SharedHandle Manager::create(const Task& task, const platform::ServiceConfiguration& configuration,
+                             std::uint32_t access) const {
+    return owned(task, [&](platform::ServiceManager& services, void*& handle) {
+        return services.createService(m_handle.get(), configuration, access, handle);
+    });
+}
+
+std::vector<platform::ServiceEntry> Manager::list(const Task& task) const {
+    std::vector<platform::ServiceEntry> services;
+    require(task, platform::serviceManager().enumerateServices(m_handle.get(), services));
+    return services;
+}
+
+platform::ServiceConfiguration Manager::configurationOf(const Task& task) const {
+    const SharedHandle service = open(task, platform::kServiceQueryConfiguration);
+    platform::ServiceConfiguration configuration;
+    require(task, platform::serviceManager().queryConfiguration(service.get(), configuration));
+    return configuration;
+}
+
+}  // namespace kestsc

@@ -1,0 +1,61 @@
+// install, delete, config.
+#include "command_line.h"
+#include "look.h"
+#include "report.h"
+
+namespace kestsc {
+namespace {
+
+namespace platform = KestSupport::platform;
+
+}  // namespace
+
+// Done as a whole or not at all.
+void installOne(const CommandLine& line, Report& report) {
+    const Task task{"install", line.service};
+    platform::ServiceConfiguration wanted;
+    wanted.name = line.service;
+    wanted.displayName = line.change.displayName.value_or(line.service);
+    wanted.startType = line.change.startType.value_or(platform::kServiceAutoStart);
+    wanted.commandLine = registeredCommand(line.words, *line.command);
+    wanted.dependencies = line.change.dependencies.value_or("");
+    const Manager manager(task);
+    const SharedHandle service =
+        manager.create(task, wanted, platform::kServiceChangeConfiguration | platform::kServiceDelete);
+    if (line.description) {
+        platform::ServiceManager& services = platform::serviceManager();
+        const ErrorCode error = services.setDescription(service.get(), wideText(*line.description));
+        if (error != 0) services.deleteService(service.get());
+        require(task, error);
+    }
+    report.succeed(task, "installed");
+}
+
+void deleteOne(const CommandLine& line, Report& report) {
+    const Task task{"delete", line.service};
+    const Manager manager(task);
+    const SharedHandle service = manager.open(task, platform::kServiceDelete | platform::kServiceQueryStatus);
+    require(task, platform::serviceManager().deleteService(service.get()));
+    ServiceStatus status;
+    const bool isGone =
+        platform::serviceManager().queryStatus(service.get(), status) == platform::errorServiceDoesNotExist;
+    report.succeed(task, isGone ? "deleted" : "marked for deletion, goes when it has stopped");
+}
+
+void configureOne(const CommandLine& line, Report& report) {
+    const Task task{"config", line.service};
+    const Manager manager(task);
+    const platform::ServiceChange& change = line.change;
+    const bool changes = change.displayName || change.startType || change.commandLine || change.dependencies;
+    if (!changes && !line.description) {
+        showConfiguration(manager, task, report);
+        return;
+    }
+    const SharedHandle service = manager.open(task, platform::kServiceChangeConfiguration);
+    platform::ServiceManager& services = platform::serviceManager();
+    if (changes) require(task, services.changeConfiguration(service.get(), change));
+    if (line.description) require(task, services.setDescription(service.get(), wideText(*line.description)));
+    report.succeed(task, "changed");
+}
+
+}  // namespace kestsc

@@ -1,0 +1,109 @@
+#include "transition.h"
+
+#include <algorithm>
+
+namespace kestsc {
+namespace {
+
+namespace platform = KestSupport::platform;
+
+[[noreturn]] void failFor(const Task& task, const ServiceStatus& status, const std::string& wanted) {
+    std::string reason = "the service is " + stateWord(status.currentState) + " instead of " + wanted;
+    if (status.currentState == platform::kServiceStopped) reason += ": " + endText(status);
+    throw Failure(task, platform::errorGeneralFailure, reason);
+}
+
+void awaitRunning(Wait& wait, const Task& task) {
+    for (;;) {
+        const ServiceStatus status = wait.look();
+        switch (status.currentState) {
+            case platform::kServiceStartPending:
+                break;
+            case platform::kServiceStopped:
+            case platform::kServiceStopPending:
+                failFor(task, status, "running");
+            default:
+                return;
+        }
+        wait.pause();
+    }
+}
+
+void awaitStopped(Wait& wait, const Task& task) {
+    for (;;) {
+        const ServiceStatus status = wait.look();
+        if (status.currentState == platform::kServiceStopped) return;
+        if (status.currentState != platform::kServiceStopPending) failFor(task, status, "stopped");
+        wait.pause();
+    }
+}
+
+// The services that are not stopped and depend on this one.
+std::vector<std::string> runningDependents(const Manager& manager, const Task& task) {
+    std::vector<std::string> dependents;
+    for (const platform::ServiceEntry& entry : manager.list(task)) {
+        if (entry.error != 0 || entry.status.currentState == platform::kServiceStopped) continue;
+        const auto configuration = manager.configurationOf({task.operation, entry.name});
+        const std::vector<std::string> needed = platform::dependencyNames(configuration.dependencies);
+        if (std::find(needed.begin(), needed.end(), task.service) != needed.end()) dependents.push_back(entry.name);
+    }
+    return dependents;
+}
+
+[[noreturn]] void failForDependents(const Manager& manager, const Task& task) {
+    std::string reason = errorText(platform::errorDependentServicesRunning);
+    try {
+        const std::vector<std::string> dependents = runningDependents(manager, task);
+        if (!dependents.empty()) reason += ": " + listed(dependents);
+    } catch (const Failure&) {
+        // Who they are is not worth another failure.
+    }
+    throw Failure(task, platform::errorDependentServicesRunning, reason);
+}
+
+}  // namespace
+
+std::string startService(const Manager& manager, const Task& task, const std::vector<std::string>& arguments,
+                         const Patience& patience) {
+    const SharedHandle service = manager.open(task, platform::kServiceStart | platform::kServiceQueryStatus);
+    Wait wait(task, service, patience);
+    for (;;) {
+        const ErrorCode error =
+            wait.call([=] { return platform::serviceManager().startService(service.get(), arguments); });
+        if (error == 0) break;
+        if (error != platform::errorServiceAlreadyRunning) throw Failure(task, error);
+        const std::uint32_t state = wait.look().currentState;
+        const bool isEnding = state == platform::kServiceStopped || state == platform::kServiceStopPending;
+        if (!isEnding && patience.waits) awaitRunning(wait, task);
+        if (!isEnding) return "is already " + stateWord(wait.look().currentState);
+        if (!patience.waits) throw Failure(task, error, "its last run is still ending");
+        wait.pause();
+    }
+    if (!patience.waits) return "is starting";
+    awaitRunning(wait, task);
+    return "started";
+}
+
+std::string stopService(const Manager& manager, const Task& task, const Patience& patience) {
+    const SharedHandle service = manager.open(task, platform::kServiceStop | platform::kServiceQueryStatus);
+    Wait wait(task, service, patience);
+    for (;;) {
+        const ErrorCode error = wait.call([=] {
+            ServiceStatus answer;
+            return platform::serviceManager().control(service.get(), platform::kServiceControlStop, answer);
+        });
+        if (error == 0) break;
+        if (error == platform::errorServiceNotActive) return "is not running";
+        if (error == platform::errorDependentServicesRunning) failForDependents(manager, task);
+        if (error != platform::errorServiceCannotAcceptControl) throw Failure(task, error);
+        const std::uint32_t state = wait.look().currentState;
+        if (state == platform::kServiceStopPending || state == platform::kServiceStopped) break;
+        if (!patience.waits) throw Failure(task, error);
+        wait.pause();
+    }
+    if (!patience.waits) return "is stopping";
+    awaitStopped(wait, task);
+    return "stopped";
+}
+
+}  // namespace kestsc

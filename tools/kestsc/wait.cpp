@@ -1,0 +1,100 @@
+#include "wait.h"
+
+#include <algorithm>
+#include <future>
+#include <thread>
+#include <utility>
+
+#include "platform/console.h"
+#include "text.h"
+
+namespace kestsc {
+namespace {
+
+namespace platform = KestSupport::platform;
+using std::chrono::milliseconds;
+
+constexpr milliseconds kShortestStep{50};
+constexpr milliseconds kLongestStep{500};
+constexpr milliseconds kUsualPatience{30'000};
+constexpr milliseconds kLongestHint{600'000};  // what is more is a slip of the service rather than a promise
+
+std::string seconds(milliseconds time) {
+    return std::to_string(std::chrono::duration_cast<std::chrono::seconds>(time).count()) + " s";
+}
+
+}  // namespace
+
+Wait::Wait(const Task& task, const SharedHandle& service, const Patience& patience)
+    : m_task(task),
+      m_service(service),
+      m_patience(patience),
+      m_progress(stderr, platform::isTerminal(platform::StandardStream::error)) {}
+
+ServiceStatus Wait::look() {
+    ServiceStatus status;
+    const ErrorCode error = platform::serviceManager().queryStatus(m_service.get(), status);
+    if (error == platform::errorServiceDoesNotExist) {
+        status.currentState = platform::kServiceStopped;
+    } else {
+        require(m_task, error);
+    }
+    note(status);
+    return status;
+}
+
+ErrorCode Wait::call(std::function<ErrorCode()> work) {
+    constexpr milliseconds refresh{200};
+    const Clock::time_point begin = Clock::now();
+    std::packaged_task<ErrorCode()> task(std::move(work));
+    std::future<ErrorCode> result = task.get_future();
+    const std::jthread worker(std::move(task));
+    while (result.wait_for(refresh) != std::future_status::ready) {
+        look();
+        showProgress();
+    }
+    m_inCalls += Clock::now() - begin;
+    return result.get();
+}
+
+void Wait::pause() {
+    showProgress();
+    const milliseconds rest = left();
+    if (rest <= milliseconds(0)) giveUp();
+    m_step = std::clamp(2 * m_step, kShortestStep, kLongestStep);
+    std::this_thread::sleep_for(std::min(m_step, rest));
+}
+
+milliseconds Wait::limit() const {
+    if (m_patience.seconds) return std::chrono::seconds(*m_patience.seconds);
+    return std::max(kUsualPatience, m_longestHint);
+}
+
+milliseconds Wait::left() const {
+    return std::chrono::ceil<milliseconds>(m_begin + m_inCalls + limit() - Clock::now());
+}
+
+// A service that gets on is looked at more closely again.
+void Wait::note(const ServiceStatus& status) {
+    m_longestHint = std::clamp(milliseconds(status.waitHint), m_longestHint, kLongestHint);
+    if (status.currentState != m_seen.currentState || status.checkPoint != m_seen.checkPoint) {
+        m_gotOn = Clock::now();
+        m_step = milliseconds(0);
+    }
+    m_seen = status;
+}
+
+void Wait::showProgress() {
+    std::string text = printable(m_task.operation + ' ' + m_task.service) + ": " + stateWord(m_seen.currentState);
+    if (m_seen.checkPoint != 0) text += ", check point " + std::to_string(m_seen.checkPoint);
+    m_progress.show(text + ", " + seconds(std::chrono::duration_cast<milliseconds>(Clock::now() - m_begin)));
+}
+
+void Wait::giveUp() {
+    std::string reason = "timed out after " + seconds(limit()) + "; the service is " + stateWord(look().currentState);
+    const Clock::duration silence = Clock::now() - m_gotOn;
+    if (m_seen.waitHint != 0 && silence > milliseconds(m_seen.waitHint)) reason += " and reports no progress";
+    throw Failure::timedOut(m_task, reason);
+}
+
+}  // namespace kestsc

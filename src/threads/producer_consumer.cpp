@@ -1,6 +1,7 @@
 #include "support/producer_consumer.h"
 
 #include <new>
+#include <utility>
 
 #include "platform/thread.h"
 #include "platform/wait.h"

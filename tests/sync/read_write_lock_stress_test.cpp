@@ -24,15 +24,12 @@ struct Guarded {
                 ++second;
                 ++written;
                 copy.writeUnLock();
-            } else if (copy.tryReadLock()) {
+            } else {
+                if (choice != 2 || !copy.tryReadLock()) copy.readLock();
                 copy.readLock();
                 dawdle(turn);
                 torn += first != second;
                 copy.readUnLock();
-                copy.readUnLock();
-            } else {
-                copy.readLock();
-                torn += first != second;
                 copy.readUnLock();
             }
         }

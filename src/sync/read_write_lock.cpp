@@ -80,12 +80,13 @@ bool RwLockImplementation::tryReadLock() {
 void RwLockImplementation::readUnLock() {
     const std::uint32_t thread = platform::currentThreadId();
     std::atomic<std::uint64_t>& slot = slotOf(thread).word;
-    if (std::uint64_t word = slot.load(std::memory_order_relaxed); ownerOf(word) == thread) {
+    std::uint64_t word = ownedBy(thread) | 1;
+    if (slot.compare_exchange_strong(word, 0, std::memory_order_release, std::memory_order_relaxed)) return;
+    if (ownerOf(word) == thread) {
         if ((word & kLevels) > 1) {
             slot.fetch_sub(1, std::memory_order_relaxed);
             return;
         }
-        if ((word & kWanted) == 0 && slot.compare_exchange_strong(word, 0, std::memory_order_release)) return;
         const KestCriticalSection guard(m_lock, true);
         slot.store(0, std::memory_order_release);
         signalIfFree();
@@ -140,13 +141,12 @@ RwLockImplementation::Slot& RwLockImplementation::slotOf(std::uint32_t thread) n
 // has to be found out under m_lock.
 bool RwLockImplementation::readQuickly(std::uint32_t thread, bool& entered) noexcept {
     std::atomic<std::uint64_t>& slot = slotOf(thread).word;
-    std::uint64_t word = slot.load(std::memory_order_relaxed);
-    if (ownerOf(word) == thread) {  // while it has a level, there is no writer
-        slot.fetch_add(1, std::memory_order_relaxed);
-        return true;
-    }
-    entered = word == 0 && slot.compare_exchange_strong(word, ownedBy(thread) | 1);
-    return entered && ownerOf(m_gate.load()) == 0;
+    std::uint64_t word = 0;
+    entered = slot.compare_exchange_strong(word, ownedBy(thread) | 1);
+    if (entered) return ownerOf(m_gate.load()) == 0;
+    if (ownerOf(word) != thread) return false;
+    slot.fetch_add(1, std::memory_order_relaxed);  // while it has a level, there is no writer
+    return true;
 }
 
 bool RwLockImplementation::readSlowly(std::uint32_t thread, bool entered, bool mayWait) {

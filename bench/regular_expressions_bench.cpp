@@ -137,6 +137,7 @@ void KestBench::registerBenches() {
     const std::string half = log.substr(0, longText / 2);
     compareSearch("literal", 0.5, {"timeout", log + "timeout 7", longText});
     compareSearch("literal of rare letters", 0.5, {"Exception", log + "Exception 7", longText});
+    compareSearch("literal of frequent letters", 0.5, {"shutdown", log + "shutdown 7", longText});
     compareSearch("literal then sets", 1.0, {"error=[0-9]+ [a-z_]*;", log + "error=17 disk_full; ", longText});
     compareSearch("literal then sets often", 1.0, {"timer [a-z]+ [0-9]+;", log, npos});
     compareSearch("optional set first", 1.0, {"[a-z]*@[a-z]+", log + "operator@host ", longText});

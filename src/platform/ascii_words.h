@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 namespace KestSupport::platform {
 
@@ -33,6 +34,14 @@ constexpr bool isAsciiWord(std::uint64_t word) {
 template <typename Unit>
 constexpr bool isPlainWord(std::uint64_t word) {
     return isAsciiWord<Unit>(word | (word - wordOf<Unit>(1)));
+}
+
+/// Whether all of the text is ASCII. It is read to its end, many bytes at a time.
+inline bool isAscii(std::string_view text) noexcept {
+    unsigned all = 0;
+    for (const char c : text)
+        all |= static_cast<unsigned char>(c);
+    return all < 0x80;
 }
 
 }  // namespace KestSupport::platform

@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <filesystem>
 #include <iostream>
 #include <random>
@@ -21,59 +20,41 @@ using namespace KestSupport::platform;
 using Words = std::vector<std::string>;
 
 TEST(Process, TakesCommandLinesApartByTheShellsQuotes) {
-    const struct {
-        const char* commandLine;
-        Words words;
-    } rows[] = {
+    const std::pair<const char*, Words> rows[] = {
         {"", {}},
-        {" \t\n", {}},
-        {"a b\tc\nd ", {"a", "b", "c", "d"}},
-        {"'a b' \"c d\" e' 'f", {"a b", "c d", "e f"}},
-        {"'' \"\"", {"", ""}},
-        {R"(a\ b \"c\" \\ 'd\' "e\f")", {"a b", "\"c\"", "\\", "d\\", "e\\f"}},
-        {R"("\" \\ \$ \`")", {"\" \\ $ `"}},
+        {" a b\tc\nd ", {"a", "b", "c", "d"}},
+        {"'a b' \"c d\" e' 'f '' \"\"", {"a b", "c d", "e f", "", ""}},
+        {R"(a\ b \"c\" \\ 'd\' "e\f" "\" \\ \$ \`")", {"a b", "\"c\"", "\\", "d\\", "e\\f", "\" \\ $ `"}},
         {"a\\\nb \\\n c \"d\\\ne\" \\\n", {"ab", "c", "de"}},
         {"'never closed ", {"never closed "}},
         {"\"never closed\\", {"never closed\\"}},
-        {"$HOME *.txt ~ #a ;b&c|d>e", {"$HOME", "*.txt", "~", "#a", ";b&c|d>e"}},
-        {"\\", {"\\"}},
+        {"$HOME *.txt ~ #a ;b&c|d>e \\", {"$HOME", "*.txt", "~", "#a", ";b&c|d>e", "\\"}},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(splitArguments(row.commandLine), row.words) << row.commandLine;
+    for (const auto& [commandLine, words] : rows)
+        EXPECT_EQ(splitArguments(commandLine), words) << commandLine;
 }
 
-const ChildRole g_exits("exits", [](const Words& arguments) { return std::stoi(arguments.at(0)); });
-const ChildRole g_raises("raises", [](const Words& arguments) { return std::raise(std::stoi(arguments.at(0))); });
-const ChildRole g_echoes("echoes", [](const Words& arguments) {
-    for (const std::string& argument : arguments)
-        std::cout << argument << '\0';
-    return 0;
+std::ptrdiff_t openFiles() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}) - 1;
+}
+
+const ChildRole g_ends("ends", [](const Words& arguments) {
+    const int number = std::stoi(arguments.at(0));
+    return number < 0 ? std::raise(-number) : number;
 });
-// Copies its input to its output, and lasts as long as there is input.
-const ChildRole g_copies("copies", [](const Words&) {
-    std::cout << std::cin.rdbuf();
-    return 0;
-});
-const ChildRole g_describes("describes", [](const Words&) {
-    std::size_t files = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
-        files += entry.path().filename().string().size() > 0 ? 1 : 0;
+// Says what it was given; then copies its input, and lasts as long as there is some.
+const ChildRole g_copies("copies", [](const Words& arguments) {
     sigset_t blocked;
     pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
-    std::cout << files - 1 << ' ' << std::filesystem::current_path().string() << ' ' << std::getenv("KEST_A") << ' '
-              << std::getenv("KEST_B") << ' ' << sigismember(&blocked, SIGTERM);
+    std::cout << openFiles() << sigismember(&blocked, SIGTERM) << std::filesystem::current_path().string()
+              << std::getenv("KEST_A") << std::getenv("KEST_B");
+    for (const std::string& argument : arguments)
+        std::cout << '\0' << argument;
+    std::cout << '\0' << std::cin.rdbuf();
     return 0;
 });
 
-struct File {
-    std::FILE* const stream;
-    File(const std::string& name, const char* mode) : stream(std::fopen(name.c_str(), mode)) {}
-    ~File() { std::fclose(stream); }
-    std::intptr_t handle() const { return fileno(stream); }
-};
-
-// Starts this program in a role.
-Process started(const std::string& command, ProcessRequest request = {}) {
+Process started(ProcessRequest request, const std::string& command) {
     request.commandLine = ChildProcess::commandOfRole(command);
     Process process;
     EXPECT_EQ(process.start(request), 0u) << command;
@@ -81,48 +62,28 @@ Process started(const std::string& command, ProcessRequest request = {}) {
 }
 
 TEST(Process, TellsExitCodesFromSignals) {
-    const std::pair<std::string, int> rows[] = {
-        {"exits 0", 0}, {"exits 7", 7}, {"exits 137", 137}, {"raises 9", -9}, {"raises 15", -15}};
-    for (const auto& [command, exitCode] : rows) {
+    for (const int end : {0, 7, 137, -9, -15}) {
         for (const std::uint32_t timeout : {kInfinite, 60'000u}) {
-            Process process = started(command);
-            ASSERT_TRUE(process.wait(timeout));
-            EXPECT_EQ(process.exitCode(), exitCode) << command;
-            EXPECT_TRUE(process.wait(0)) << "the end stays";
+            Process process = started({}, "ends " + std::to_string(end));
+            EXPECT_TRUE(process.wait(timeout) && process.wait(0));
+            EXPECT_EQ(process.exitCode(), end);
         }
     }
     EXPECT_FALSE(ChildProcess::anyLeft());
 }
 
-TEST(Process, ArgumentsOfAnyBytesReachTheProgram) {
-    const kit::TemporaryFolder folder;
+TEST(Process, AChildGetsItsArgumentsHandlesFolderAndEnvironmentAndNothingElse) {
     std::mt19937 random(7);
     const std::string special = "\"'\\ \t\n$`*#~;&|<>(){}[]!=a\x01\xE4\xFF";
     Words arguments{"", " ", "--", "a'b\"c\\", "\\\\\"", "line\nend"};
     while (arguments.size() < 400) {
-        std::string argument(random() % 12, ' ');
-        for (char& c : argument)
+        for (char& c : arguments.emplace_back(random() % 12, ' '))
             c = special[random() % special.size()];
-        arguments.push_back(argument);
     }
     EXPECT_EQ(splitArguments(joinArguments(arguments)), arguments);
-    {
-        const File output(folder.pathOf("output"), "w");
-        ProcessRequest request;
-        request.standardHandles = {kNullDevice, output.handle(), kInheritHandle};
-        EXPECT_TRUE(started("echoes " + joinArguments(arguments), request).wait(kInfinite));
-    }
-    std::string expected;
-    for (const std::string& argument : arguments)
-        expected += argument + '\0';
-    EXPECT_EQ(folder.read("output"), expected);
-}
-
-TEST(Process, AChildGetsItsStandardHandlesFolderAndEnvironmentAndNothingElse) {
     const kit::TemporaryFolder folder;
-    folder.write("input", "text");
-    const File output(folder.pathOf("output"), "w+");
-    const File leaked(folder.pathOf("input"), "r");
+    std::FILE* const input = std::fopen(folder.write("input", "text").c_str(), "r");
+    std::FILE* const output = std::fopen(folder.pathOf("output").c_str(), "w");
     sigset_t blocked;
     sigemptyset(&blocked);
     sigaddset(&blocked, SIGTERM);
@@ -130,17 +91,16 @@ TEST(Process, AChildGetsItsStandardHandlesFolderAndEnvironmentAndNothingElse) {
     ProcessRequest request;
     request.workingDirectory = folder.path();
     request.environment = {{"KEST_A", "1=2"}, {"KEST_B", ""}};
-    request.standardHandles = {kNullDevice, output.handle(), kInheritHandle};
+    request.standardHandles = {fileno(input), fileno(output), kNullDevice};
     ::setenv("KEST_A", "of the parent", 1);
-    EXPECT_TRUE(started("describes", request).wait(kInfinite));
+    EXPECT_TRUE(started(request, "copies " + joinArguments(arguments)).wait(kInfinite));
     ::unsetenv("KEST_A");
     pthread_sigmask(SIG_UNBLOCK, &blocked, nullptr);
-    EXPECT_EQ(folder.read("output"), "3 " + folder.path() + " 1=2  0");
-
-    const File copied(folder.pathOf("copied"), "w");
-    request.standardHandles = {leaked.handle(), copied.handle(), kNullDevice};
-    EXPECT_TRUE(started("copies", request).wait(kInfinite));
-    EXPECT_EQ(folder.read("copied"), "text");
+    EXPECT_EQ(std::fclose(input) + std::fclose(output), 0) << "they stay the caller's";
+    std::string expected = "30" + folder.path() + "1=2";
+    for (const std::string& argument : arguments)
+        expected += '\0' + argument;
+    EXPECT_EQ(folder.read("output"), expected + '\0' + "text");
 }
 
 TEST(Process, AChildThatRunsIsWaitedForAndTheTimeLimitHolds) {
@@ -148,70 +108,58 @@ TEST(Process, AChildThatRunsIsWaitedForAndTheTimeLimitHolds) {
         int ends[2];
         ASSERT_EQ(pipe(ends), 0);
         ProcessRequest request;
+        request.environment = {{"KEST_A", ""}, {"KEST_B", ""}};
         request.standardHandles = {ends[0], kNullDevice, kInheritHandle};
         request.detached = detached;
-        Process process = started("copies", request);
+        Process process = started(request, "copies");
         const std::intptr_t handle = process.duplicateHandle();
-        EXPECT_GT(handle, 2);
         EXPECT_FALSE(process.wait(0));
         const auto begin = std::chrono::steady_clock::now();
         EXPECT_FALSE(process.wait(30));
         EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(30));
         EXPECT_EQ(ChildProcess::anyLeft(), !detached);
-        close(ends[0]);
-        close(ends[1]);
+        EXPECT_EQ(close(ends[0]) + close(ends[1]), 0);
         EXPECT_TRUE(process.wait(kInfinite)) << "nobody else holds the other end of its input";
         EXPECT_EQ(process.exitCode(), detached ? kExitUnknown : 0);
-        EXPECT_EQ(close(static_cast<int>(handle)), 0);
+        EXPECT_TRUE(handle > 2 && close(static_cast<int>(handle)) == 0);
         EXPECT_FALSE(ChildProcess::anyLeft());
     }
 }
 
 TEST(Process, SaysWhyAProgramIsNotStarted) {
     const kit::TemporaryFolder folder;
-    const std::string document = folder.write("document.txt", "text");
-    const std::string broken = folder.write("broken", "text");
+    const std::string document = folder.write("document", "text"), broken = folder.write("broken", "text");
     std::filesystem::permissions(broken, std::filesystem::perms::owner_all);
-    const std::pair<std::string, ErrorCode> rows[] = {{"", errorInvalidParameter},
-                                                      {folder.pathOf("absent"), errorFileNotFound},
-                                                      {"kest-no-such-program", errorFileNotFound},
-                                                      {document, errorBadExecutable},
-                                                      {broken, errorBadExecutable},
-                                                      {document + "/below", errorPathNotFound},
-                                                      {folder.path(), errorAccessDenied}};
+    const struct {
+        std::string commandLine, workingDirectory;
+        std::intptr_t input;
+        ErrorCode error;
+    } rows[] = {{" ", "", 0, errorInvalidParameter},
+                {folder.pathOf("absent"), "", 0, errorFileNotFound},
+                {"kest-no-such-program", "/", 0, errorFileNotFound},
+                {document, "", 0, errorBadExecutable},
+                {broken, "", 0, errorBadExecutable},
+                {document + "/below", "", 0, errorPathNotFound},
+                {folder.path(), "", 0, errorAccessDenied},
+                {"true", folder.pathOf("absent"), 0, errorFileNotFound},
+                {"true", "", 99999, errorInvalidHandle}};
     for (const bool detached : {false, true}) {
-        for (const auto& [program, error] : rows) {
-            ProcessRequest request;
-            request.commandLine = program.empty() ? "" : quoteArgument(program);
-            request.detached = detached;
-            EXPECT_EQ(Process().start(request), error) << program;
-        }
-        ProcessRequest request;
-        request.commandLine = "true";
-        request.detached = detached;
-        request.workingDirectory = folder.pathOf("absent");
-        EXPECT_EQ(Process().start(request), errorFileNotFound);
-        request.workingDirectory.clear();
-        request.standardHandles[0] = 99999;
-        EXPECT_EQ(Process().start(request), errorInvalidHandle);
+        for (const auto& row : rows)
+            EXPECT_EQ(Process().start({row.commandLine, row.workingDirectory, {}, {row.input, 1, 2}, detached}),
+                      row.error)
+                << row.commandLine;
     }
     EXPECT_FALSE(ChildProcess::anyLeft());
 }
 
 TEST(Process, NothingIsLeftBehindWhicheverCallFails) {
-    const auto openFiles = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
     const auto before = openFiles();
     for (const bool detached : {false, true}) {
         ErrorCode result = 1;
         for (int failing = 1; result != 0 || kit::FailingCalls::seen() >= failing; ++failing) {
             const kit::FailingCalls calls("", failing, false);
-            ProcessRequest request;
-            request.commandLine = "true";
-            request.detached = detached;
-            request.workingDirectory = "/";
-            request.standardHandles = {0, 1, kNullDevice};
             Process process;
-            result = process.start(request);
+            result = process.start({"true", "/", {}, {0, 1, kNullDevice}, detached});
             if (result == 0) process.wait(60'000);
             EXPECT_TRUE(result == 0 || result == errorNotEnoughMemory) << result;
         }

@@ -44,8 +44,11 @@ bool isFolder(const std::string& path) noexcept {
 }  // namespace
 
 ErrorCode stateDirectory(std::string& path) {
-    path = variable("KEST_STATE_DIR");
-    if (!path.empty()) return errorSuccess;
+    const char* const named = std::getenv("KEST_STATE_DIR");
+    if (named != nullptr && *named != '\0') {
+        path = named;
+        return errorSuccess;
+    }
     if (geteuid() == 0) {
         path = "/var/lib/kest";
         return errorSuccess;

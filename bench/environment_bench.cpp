@@ -1,0 +1,142 @@
+// Settings: a value of the registry, and a text with references.
+#include <support/properties.h>
+#include <support/utilities.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+#include <thread>
+
+#include "bench_kit.h"
+
+#ifdef KEST_HAVE_GLIB
+#include <glib.h>
+#endif
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kKeys = 100;
+constexpr int kValuesInEach = 100;
+constexpr int kReferences = 1000;
+
+std::string keyName(int number) {
+    return "SOFTWARE\\Vendor\\Product" + std::to_string(number);
+}
+std::string valueName(int number) {
+    return "Setting" + std::to_string(number);
+}
+
+// The state directory of this program, with 10,000 values.
+void makeRegistry() {
+    static const struct Folder {
+        const std::string name = (fs::temp_directory_path() / ("kest_bench_" + std::to_string(getpid()))).string();
+        Folder() {
+            fs::create_directories(name);
+            setenv("KEST_STATE_DIR", name.c_str(), 1);
+            std::ofstream file(name + "/registry.reg");
+            file << "Windows Registry Editor Version 5.00\n";
+            for (int key = 0; key < kKeys; ++key) {
+                file << "\n[HKEY_LOCAL_MACHINE\\"
+                     << "SOFTWARE\\Vendor\\Product" << key << "]\n";
+                for (int value = 0; value < kValuesInEach; ++value)
+                    file << '"' << valueName(value) << "\"=\"value " << value << "\"\n";
+            }
+            file.close();
+            // A file that has just been written is read again with each call.
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        }
+        ~Folder() { fs::remove_all(name); }
+    } folder;
+}
+
+void readRegistry(benchmark::State& state) {
+    makeRegistry();
+    std::string keys[kKeys];
+    for (int i = 0; i < kKeys; ++i)
+        keys[i] = keyName(i) + "\\" + valueName(kKeys - 1 - i);
+    int next = 0;
+    for (auto _ : state) {
+        const std::string value = KestSupport::KestGetEnvironmentVariable(keys[next]);
+        if (value.empty()) state.SkipWithError("no value");
+        next = (next + 1) % kKeys;
+    }
+}
+
+#ifdef KEST_HAVE_GLIB
+void readKeyFile(benchmark::State& state) {
+    GKeyFile* const file = g_key_file_new();
+    std::string groups[kKeys];
+    std::string values[kKeys];
+    for (int key = 0; key < kKeys; ++key) {
+        groups[key] = keyName(key);
+        values[key] = valueName(kKeys - 1 - key);
+        for (int value = 0; value < kValuesInEach; ++value) {
+            g_key_file_set_string(file, groups[key].c_str(), valueName(value).c_str(),
+                                  ("value " + std::to_string(value)).c_str());
+        }
+    }
+    int next = 0;
+    for (auto _ : state) {
+        char* const value = g_key_file_get_string(file, groups[next].c_str(), values[next].c_str(), nullptr);
+        if (value == nullptr) state.SkipWithError("no value");
+        benchmark::DoNotOptimize(value);
+        g_free(value);
+        next = (next + 1) % kKeys;
+    }
+    g_key_file_free(file);
+}
+#endif
+
+std::string textWithReferences() {
+    std::string text;
+    for (int i = 0; i < kReferences; ++i)
+        text += "some text in front of <name" + std::to_string(i % 20) + "> and ";
+    return text;
+}
+
+template <typename Add>
+void addValues(Add add) {
+    for (int i = 0; i < 20; ++i)
+        add("name" + std::to_string(i), "the value of name " + std::to_string(i));
+}
+
+void expand(benchmark::State& state) {
+    KestSupport::KestProperties<std::string> properties;
+    addValues([&](const std::string& name, const std::string& value) { properties.addProperty(name, value); });
+    const std::string text = textWithReferences();
+    for (auto _ : state)
+        benchmark::DoNotOptimize(KestSupport::KestExpandString(text, properties));
+}
+
+void expandByMap(benchmark::State& state) {
+    std::map<std::string, std::string> values;
+    addValues([&](const std::string& name, const std::string& value) { values[name] = value; });
+    const std::string text = textWithReferences();
+    for (auto _ : state) {
+        std::string result = text;
+        std::size_t begin = 0;
+        while ((begin = result.find('<', begin)) != std::string::npos) {
+            const std::size_t end = result.find('>', begin);
+            if (end == std::string::npos) break;
+            result.replace(begin, end - begin + 1, values[result.substr(begin + 1, end - begin - 1)]);
+        }
+        benchmark::DoNotOptimize(result);
+    }
+}
+
+}  // namespace
+
+void KestBench::registerBenches() {
+    Comparison registry("environment/registry value of 10000");
+    registry.ours(readRegistry);
+#ifdef KEST_HAVE_GLIB
+    registry.peer("GKeyFile", 2.0, readKeyFile);
+#endif
+    Comparison("environment/expand 1000 references").ours(expand).peer("std::map and std::string", 1.0, expandByMap);
+}

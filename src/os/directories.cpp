@@ -1,0 +1,144 @@
+#include <cerrno>
+#include <utility>
+#include <vector>
+
+#include "platform/files.h"
+#include "support/exceptions.h"
+#include "support/utilities.h"
+#include "text/log_record.h"
+
+namespace KestSupport {
+namespace {
+
+constexpr int kLogTrace = 9;
+constexpr std::string_view kSeparators = "\\/";
+constexpr char kNoDirectory[] = "KestRemoveDirectory: Could not remove the directory ";
+constexpr char kNoFile[] = "KestRemoveDirectory: Could not remove the file ";
+
+// What is in a folder, removed. The folders on the way to the current one are a list, not calls within calls: how deep
+// a tree is does not matter.
+class TreeRemoval {
+  public:
+    /// The walk has just started at the path.
+    TreeRemoval(platform::TreeWalk& walk, const std::string& path) : m_walk(walk), m_path(path) {}
+
+    /// Whether all is removed that can be; false, with a text, when a file of the folder itself stays. Throws for a
+    /// folder below.
+    bool run(std::string& errorText) {
+        m_folders.emplace_back(m_path.size());
+        if (!removeFiles(errorText)) return false;
+        while (!m_folders.empty()) {
+            Folder& current = m_folders.back();
+            if (current.next < current.subfolders.size()) {
+                removeSubfolder(current.subfolders[current.next++]);
+            } else {
+                leave();
+            }
+        }
+        return true;
+    }
+
+  private:
+    struct Folder {
+        explicit Folder(std::size_t length) : pathLength(length) {}
+        std::size_t pathLength;
+        std::vector<std::string> subfolders;
+        std::size_t next = 0;
+    };
+
+    // The files of the current folder; its subfolders are noted for later.
+    bool removeFiles(std::string& errorText) {
+        platform::TreeWalk::Entry entry;
+        while (m_walk.next(entry)) {
+            if (entry.isDirectory) {
+                if (entry.name[0] != '.') m_folders.back().subfolders.emplace_back(entry.name);
+                continue;
+            }
+            if (internal::currentLogLevel() >= kLogTrace) {
+                internal::logRecord(kLogTrace, "KestRemoveDirectory: Delete file ", m_path + '/' + entry.name);
+            }
+            if (m_walk.removeFile(entry.name) == 0) continue;
+            errorText = kNoFile + m_path + '/' + entry.name;
+            return false;
+        }
+        return true;
+    }
+
+    void removeSubfolder(const std::string& name) {
+        const std::size_t pathLength = m_path.size();
+        m_path.append(1, '/').append(name);
+        internal::logRecord(kLogTrace, "KestRemoveDirectory: Remove directoryImpl ", m_path);
+        const int error = m_walk.removeFolder(name.c_str());
+        if (error != 0 && error != ENOTEMPTY) throw KestException(kNoDirectory + m_path, error);
+        // One that cannot be read stays; its parent's removal will tell.
+        if (error == 0 || !m_walk.descend(name.c_str())) {
+            m_path.resize(pathLength);
+            return;
+        }
+        m_folders.emplace_back(pathLength);
+        std::string errorText;
+        if (!removeFiles(errorText)) throw KestException(errorText, 0);
+    }
+
+    // Removes the current folder, unless it is the one that all began with.
+    void leave() {
+        const std::size_t parentLength = m_folders.back().pathLength;
+        m_folders.pop_back();
+        if (m_folders.empty()) return;
+        const std::string name = m_path.substr(parentLength + 1);
+        if (!m_walk.ascend() || m_walk.removeFolder(name.c_str()) != 0) throw KestException(kNoDirectory + m_path, 0);
+        m_path.resize(parentLength);
+    }
+
+    platform::TreeWalk& m_walk;
+    std::string m_path;  // of the current folder
+    std::vector<Folder> m_folders;
+};
+
+}  // namespace
+
+bool KestCreateDirectory(const std::string& path) {
+    internal::logRecord(kLogTrace, "KestCreateDirectory: ", path);
+    int error = platform::makeDirectory(path);
+    if (error == 0) return true;
+    if (error != ENOENT) return error == EEXIST || platform::pathExists(path);
+    std::string copy = path;
+    for (std::size_t end = 0; end != std::string::npos;) {
+        end = copy.find_first_of(kSeparators, end + 1);
+        const std::string prefix = copy.substr(0, end);
+        error = platform::makeDirectory(prefix);
+        if (error != 0 && error != EEXIST && !platform::pathExists(prefix)) {
+            internal::logRecord(kLogTrace, "KestCreateDirectory: couldn't create ", prefix, " (", error, ")");
+            return false;
+        }
+        if (end != std::string::npos) copy[end] = '/';
+    }
+    return true;
+}
+
+bool KestRemoveDirectoryImpl(const std::string& path, bool recursive, std::string& errorText, int& errorCode) {
+    internal::logRecord(kLogTrace, "KestRemoveDirectory: Remove directoryImpl ", path);
+    const int error = platform::removeDirectory(path);
+    if (error == 0) return true;
+    if (error != ENOTEMPTY || !recursive) {
+        errorText = kNoDirectory + path;
+        errorCode = error;
+        return false;
+    }
+    {
+        platform::TreeWalk walk;
+        if (!walk.start(path)) return true;
+        if (!TreeRemoval(walk, path).run(errorText)) return false;
+    }
+    if (platform::removeDirectory(path) == 0) return true;
+    errorText = kNoDirectory + path;
+    return false;
+}
+
+void KestRemoveDirectory(const std::string& path, bool recursive) {
+    std::string errorText;
+    int errorCode = 0;
+    if (!KestRemoveDirectoryImpl(path, recursive, errorText, errorCode)) throw KestException(errorText, errorCode);
+}
+
+}  // namespace KestSupport

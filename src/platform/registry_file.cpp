@@ -1,0 +1,247 @@
+#include "platform/registry_file.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <map>
+#include <optional>
+#include <utility>
+
+#include "platform/ascii_words.h"
+#include "platform/text.h"
+#include "support/strings.h"
+
+namespace KestSupport::platform {
+namespace {
+
+constexpr std::string_view kSignature = "Windows Registry Editor Version 5.00";
+constexpr std::string_view kBlanks = " \t";
+constexpr std::string_view kRoots[] = {"hkey_local_machine", "hklm"};
+constexpr std::uint32_t kBinary = 3;
+
+using Units = std::basic_string<unsigned short>;
+
+// Little-endian units; an odd byte at the end is dropped.
+Units unitsOf(std::string_view bytes) {
+    Units units(bytes.size() / 2, 0);
+    for (std::size_t i = 0; i < units.size(); ++i) {
+        const auto low = static_cast<unsigned char>(bytes[2 * i]);
+        const auto high = static_cast<unsigned char>(bytes[2 * i + 1]);
+        units[i] = static_cast<unsigned short>(low | high << 8);
+    }
+    return units;
+}
+
+std::string utf8Of(const Units& units) {
+    constexpr std::size_t kMostBytesOfUnit = 3;
+    std::string text(units.size() * kMostBytesOfUnit, '\0');
+    text.resize(narrowText(codePageUtf8, units.data(), units.size(), text.data(), text.size()));
+    return text;
+}
+
+// The file's text in UTF-8, without its byte-order mark.
+std::string textOf(std::string_view bytes) {
+    if (bytes.starts_with("\xFF\xFE")) return utf8Of(unitsOf(bytes.substr(2)));
+    if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
+    return std::string(bytes);
+}
+
+// Without a branch, many bytes at a time.
+char* foldAscii(std::string_view name, char* folded) noexcept {
+    return std::transform(name.begin(), name.end(), folded, [](char c) {
+        const bool isUpper = static_cast<unsigned char>(c - 'A') <= 'Z' - 'A';
+        return static_cast<char>(c | (isUpper ? 0x20 : 0));
+    });
+}
+
+// The name so that names which differ in case alone become the same.
+std::string folded(std::string_view name) {
+    if (isAscii(name)) {
+        std::string text(name.size(), '\0');
+        foldAscii(name, text.data());
+        return text;
+    }
+    Units units(name.size(), 0);
+    units.resize(widenText(codePageUtf8, name.data(), name.size(), units.data(), units.size()));
+    std::transform(units.begin(), units.end(), units.begin(), [](unsigned short unit) {
+        return static_cast<unsigned short>(char_traits_ci<unsigned short>::fold(unit));
+    });
+    return utf8Of(units);
+}
+
+// Reads the text from its front to its end. Every function leaves the position behind what it has understood.
+class Reader {
+  public:
+    explicit Reader(std::string_view text) noexcept : m_rest(text) {}
+
+    void readAll() {
+        skipBlanks();
+        if (!take(kSignature)) return;
+        skipLine();
+        while (!m_rest.empty()) {
+            skipBlanks();
+            if (take("[")) {
+                readKey();
+            } else if (m_key && take("@")) {
+                readValue({});
+            } else if (m_key && take("\"")) {
+                const std::optional<std::string> name = quotedText();
+                if (name) readValue(*name);
+            }
+            skipLine();
+        }
+    }
+
+    std::map<std::string, RegistryValue> values;
+
+  private:
+    void skipBlanks() noexcept { m_rest.remove_prefix(std::min(m_rest.find_first_not_of(kBlanks), m_rest.size())); }
+    void skipLine() noexcept { m_rest.remove_prefix(std::min(m_rest.find('\n'), m_rest.size() - 1) + 1); }
+
+    bool take(std::string_view expected) noexcept {
+        if (!m_rest.starts_with(expected)) return false;
+        m_rest.remove_prefix(expected.size());
+        return true;
+    }
+
+    void readKey() {
+        m_key.reset();
+        const bool removed = take("-");
+        const std::string_view line = m_rest.substr(0, m_rest.find('\n'));
+        const std::size_t end = line.rfind(']');
+        if (end == std::string_view::npos) return;
+        const std::string path = folded(line.substr(0, end));
+        for (const std::string_view root : kRoots) {
+            if (!path.starts_with(root)) continue;
+            if (path.size() == root.size()) m_key.emplace();
+            if (path.substr(root.size()).starts_with('\\')) m_key = path.substr(root.size() + 1);
+        }
+        if (removed && m_key) removeKey();
+    }
+
+    // The key's own values, and those of the keys below it.
+    void removeKey() {
+        for (const char behind : {'\0', '\\'}) {
+            const std::string first = *m_key + behind;
+            const std::string last = *m_key + static_cast<char>(behind + 1);
+            values.erase(values.lower_bound(first), values.lower_bound(last));
+        }
+        if (m_key->empty()) values.clear();
+        m_key.reset();
+    }
+
+    // Behind the opening quote. Line ends belong to the text. Nothing, and nothing read, when no quote closes it.
+    std::optional<std::string> quotedText() {
+        std::string text;
+        for (std::size_t i = 0; i < m_rest.size(); ++i) {
+            if (m_rest[i] == '"') {
+                m_rest.remove_prefix(i + 1);
+                return text;
+            }
+            if (const std::string_view two = m_rest.substr(i, 2); two == "\\\\" || two == "\\\"") ++i;
+            text += m_rest[i];
+        }
+        // No quote closes a later one either.
+        m_rest = {};
+        return std::nullopt;
+    }
+
+    void readValue(std::string_view name) {
+        skipBlanks();
+        if (!take("=")) return;
+        skipBlanks();
+        std::string place = *m_key;
+        place.append(1, '\0').append(folded(name));
+        if (take("-")) {
+            values.erase(place);
+        } else if (std::optional<RegistryValue> value = readData()) {
+            values[place] = *std::move(value);
+        }
+    }
+
+    std::optional<RegistryValue> readData() {
+        if (take("\"")) {
+            std::optional<std::string> text = quotedText();
+            if (!text) return std::nullopt;
+            return RegistryValue{kRegistryString, *std::move(text)};
+        }
+        if (take("dword:")) return readNumber();
+        if (!take("hex")) return std::nullopt;
+        std::uint32_t type = kBinary;
+        if (take("(") && (!takeHexadecimal(type) || !take(")"))) return std::nullopt;
+        if (!take(":")) return std::nullopt;
+        std::string bytes = readBytes();
+        if (type == kRegistryString) bytes = utf8Of(unitsOf(bytes));
+        return RegistryValue{type, std::move(bytes)};
+    }
+
+    bool takeHexadecimal(std::uint32_t& number) noexcept {
+        const auto [end, error] = std::from_chars(m_rest.data(), m_rest.data() + m_rest.size(), number, 16);
+        m_rest.remove_prefix(static_cast<std::size_t>(end - m_rest.data()));
+        return error == std::errc();
+    }
+
+    std::optional<RegistryValue> readNumber() {
+        std::uint32_t number = 0;
+        if (!takeHexadecimal(number)) return std::nullopt;
+        RegistryValue value{kRegistryDword, {}};
+        for (int shift = 0; shift < 32; shift += 8)
+            value.data += static_cast<char>(number >> shift & 0xFF);
+        return value;
+    }
+
+    // Pairs of digits between commas; a backslash at the end of a line goes on with the next one.
+    std::string readBytes() {
+        std::string bytes;
+        for (;;) {
+            skipBlanks();
+            if (take("\\")) {
+                if (m_rest.find_first_not_of(" \t\r") != m_rest.find('\n')) return bytes;
+                skipLine();
+                continue;
+            }
+            std::uint32_t byte = 0;
+            const std::string_view before = m_rest;
+            if (!takeHexadecimal(byte) || byte > 0xFF) {
+                m_rest = before;
+                return bytes;
+            }
+            bytes += static_cast<char>(byte);
+            skipBlanks();
+            if (!take(",")) return bytes;
+        }
+    }
+
+    std::string_view m_rest;
+    std::optional<std::string> m_key;  // the key below the root that values belong to, folded; none for other roots
+};
+
+}  // namespace
+
+RegistryFile::RegistryFile(std::string_view bytes) {
+    const std::string text = textOf(bytes);
+    Reader reader(text);
+    reader.readAll();
+    m_values.reserve(reader.values.size());
+    while (!reader.values.empty()) {
+        auto node = reader.values.extract(reader.values.begin());
+        m_values.emplace(std::move(node.key()), std::move(node.mapped()));
+    }
+}
+
+const RegistryValue* RegistryFile::find(std::string_view subkey, std::string_view name) const {
+    const auto valueAt = [this](std::string_view place) {
+        const auto found = m_values.find(place);
+        return found == m_values.end() ? nullptr : &found->second;
+    };
+    std::array<char, 256> place;
+    if (subkey.size() + name.size() >= place.size() || !isAscii(subkey) || !isAscii(name)) {
+        return valueAt(folded(subkey).append(1, '\0').append(folded(name)));
+    }
+    char* end = foldAscii(subkey, place.data());
+    *end++ = '\0';
+    end = foldAscii(name, end);
+    return valueAt({place.data(), static_cast<std::size_t>(end - place.data())});
+}
+
+}  // namespace KestSupport::platform

@@ -1,0 +1,144 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <set>
+
+#include "kit/failing_calls.h"
+#include "kit/log_capture.h"
+#include "support/exceptions.h"
+#include "support/utilities.h"
+
+namespace KestSupport {
+namespace {
+
+namespace fs = std::filesystem;
+using Texts = std::vector<std::string>;
+
+// What is thrown: the text, a colon and the code; empty when nothing is.
+std::string removalFailure(const std::string& path, bool recursive = true) {
+    try {
+        KestRemoveDirectory(path, recursive);
+    } catch (const KestException& e) {
+        return e.getText() + ": " + std::to_string(e.getCode());
+    }
+    return {};
+}
+
+const std::string kNoDirectory = "KestRemoveDirectory: Could not remove the directory ";
+const std::string kNoFile = "KestRemoveDirectory: Could not remove the file ";
+
+TEST(CreateDirectory, MakesWhatIsMissingOfThePathAndLogsWhatCannotBeMade) {
+    const kit::TemporaryFolder folder;
+    folder.write("file", "");
+    const struct {
+        const char* path;
+        bool result;
+        const char* made;
+    } rows[] = {{"a", true, "a"},
+                {"a", true, "a"},
+                {"a/b/c", true, "a/b/c"},
+                {"d//e/", true, "d/e"},
+                {"f\\g/h\\i", true, "f/g/h/i"},
+                {"file", true, "file"},
+                {"file/x", false, "file"}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(KestCreateDirectory(folder.pathOf(row.path)), row.result) << row.path;
+        EXPECT_TRUE(fs::exists(folder.pathOf(row.made))) << row.path;
+    }
+    EXPECT_FALSE(KestCreateDirectory(""));
+    const fs::path before = fs::current_path();
+    fs::current_path(folder.path());
+    const kit::LogCapture log;
+    const kit::FailingCalls calls("mkdir", 3, true, EACCES);
+    EXPECT_FALSE(KestCreateDirectory("j\\k/l"));
+    fs::current_path(before);
+    EXPECT_EQ(log.messages(), (Texts{"KestCreateDirectory: j\\k/l", "KestCreateDirectory: couldn't create j/k (13)"}));
+}
+
+TEST(RemoveDirectory, RemovesATreeAndFollowsNoLinkOutOfIt) {
+    const kit::TemporaryFolder folder;
+    const std::string tree = folder.pathOf("tree"), root = folder.pathOf("root"), none = folder.pathOf("none");
+    fs::create_directories(tree + "/a/b/c");
+    fs::create_directories(folder.pathOf("outside/kept"));
+    for (const char* name : {"tree/\x01\n\\\xFF", "tree/.dot", "tree/a/b/c/*", "outside/file"})
+        folder.write(name, "x");
+    fs::create_directory_symlink(folder.pathOf("outside"), tree + "/a/link");
+    fs::create_directory_symlink("outside", root);
+    ASSERT_EQ(mkfifo((tree + "/pipe").c_str(), 0600), 0);
+    EXPECT_EQ(removalFailure(tree, false), kNoDirectory + tree + ": " + std::to_string(ENOTEMPTY));
+    EXPECT_EQ(removalFailure(tree), "");
+    EXPECT_FALSE(fs::exists(tree));
+    EXPECT_EQ(removalFailure(root), kNoDirectory + root + ": 20");
+    EXPECT_EQ(removalFailure(root + "/"), kNoDirectory + root + "/: 20");
+    EXPECT_EQ(removalFailure(none), kNoDirectory + none + ": 2");
+    EXPECT_EQ(removalFailure(folder.pathOf("outside\\kept"), false), "");
+    EXPECT_TRUE(fs::exists(folder.pathOf("outside/file")));
+}
+
+TEST(RemoveDirectory, LogsWhatItRemovesAndLeavesFoldersWhoseNamesBeginWithADot) {
+    const kit::TemporaryFolder folder;
+    const std::string tree = folder.pathOf("tree"), below = tree + "/a";
+    fs::create_directories(below + "/.kept/b");
+    folder.write("tree/a/file", "");
+    {
+        const kit::LogCapture log;
+        EXPECT_EQ(removalFailure(tree), kNoDirectory + below + ": 0");
+        const std::string removing = "KestRemoveDirectory: Remove directoryImpl ";
+        EXPECT_EQ(log.messages(),
+                  (Texts{removing + tree, removing + below, "KestRemoveDirectory: Delete file " + below + "/file"}));
+    }
+    std::string text = "before";
+    int code = 77;
+    EXPECT_FALSE(KestRemoveDirectoryImpl(below, true, text, code));
+    EXPECT_EQ(text, kNoDirectory + below);
+    EXPECT_EQ(code, 77) << "set by the first attempt only";
+    EXPECT_TRUE(fs::exists(below + "/.kept/b"));
+}
+
+TEST(RemoveDirectory, CopesWithManyEntriesAndWithATreeDeeperThanAnyPath) {
+    const kit::TemporaryFolder folder;
+    const std::string tree = folder.pathOf("tree"), name(40, 'd');
+    fs::create_directory(tree);
+    for (int i = 0; i < 20'000; ++i)
+        ASSERT_EQ(symlink("x", (tree + '/' + std::to_string(i)).c_str()), 0);
+    const fs::path before = fs::current_path();
+    fs::current_path(tree);
+    for (int depth = 0; depth < 2000; ++depth)
+        ASSERT_EQ(mkdir(name.c_str(), 0700) + mkdir("e", 0700) + symlink("x", "f") + chdir(name.c_str()), 0);
+    fs::current_path(before);
+    EXPECT_EQ(removalFailure(tree), "");
+    EXPECT_FALSE(fs::exists(tree));
+}
+
+// Each system call fails once, and from then on.
+TEST(RemoveDirectory, LeavesNothingOpenAndNothingUnsaidWhicheverSystemCallFails) {
+    const kit::TemporaryFolder folder;
+    const auto openFiles = [] { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); };
+    const auto before = openFiles();
+    const std::string tree = folder.pathOf("tree");
+    std::string deep = tree;
+    for (int depth = 0; depth < 20; ++depth)
+        deep += "/d";
+    std::set<std::string> failures;
+    bool reached = true;
+    for (int number = 2; reached; ++number) {
+        fs::create_directories(deep);
+        folder.write("tree/d/file", "");
+        {
+            const kit::FailingCalls calls("", number / 2, number % 2 == 0, EIO);
+            const std::string failure = removalFailure(tree);
+            failures.insert(failure.substr(0, failure.find('/')) + failure.substr(failure.rfind(':') + 1));
+            // The second call opens the folder itself, and there is nobody else to tell of that.
+            EXPECT_EQ(failure.empty(), !fs::exists(tree) || number / 2 == 2) << number;
+            reached = kit::FailingCalls::seen() >= number / 2;
+        }
+        EXPECT_EQ(openFiles(), before) << number;
+    }
+    EXPECT_FALSE(fs::exists(tree));
+    EXPECT_EQ(failures, (std::set<std::string>{"", kNoDirectory + " 5", kNoDirectory + " 0", kNoFile + " 0"}));
+}
+
+}  // namespace
+}  // namespace KestSupport

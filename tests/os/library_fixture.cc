@@ -1,0 +1,15 @@
+// A library that library_test.cpp loads. Whoever loaded it hears of its unload.
+namespace {
+
+struct Unload {
+    int* counter = nullptr;
+    ~Unload() {
+        if (counter != nullptr) ++*counter;
+    }
+} g_unload;
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) void countUnloads(int* counter) {
+    g_unload.counter = counter;
+}

@@ -1,0 +1,55 @@
+#include "support/library.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+
+#include "kit/failing_calls.h"
+#include "kit/failure_of.h"
+#include "kit/temporary_folder.h"
+
+namespace KestSupport {
+namespace {
+
+TEST(Library, StaysLoadedUntilTheLastOfItsLoadsIsGivenBack) {
+    const kit::TemporaryFolder folder;
+    const std::string path = folder.pathOf("libfixture.so");
+    std::filesystem::copy_file(KEST_LIBRARY_FIXTURE, path);
+    int unloads = 0;
+    auto first = std::make_unique<KestLibrary>(path, true);
+    EXPECT_EQ(first->getProcAddr("countUnload"), nullptr);
+    reinterpret_cast<void (*)(int*)>(first->getProcAddr("countUnloads"))(&unloads);
+    auto second = std::make_unique<KestLibrary>(path, true);
+    auto copy = std::make_unique<KestLibrary>(*second);
+    KestSmartPointer<KestLibrary> assigned(new KestLibrary("libc.so.6", false));
+    std::filesystem::rename(path, folder.pathOf("elsewhere"));  // by now the path may be another's
+    *assigned = *copy;
+    *assigned = *assigned;
+    {
+        const kit::FailingCalls calls("dlopen");
+        EXPECT_EQ(kit::failureOf([&] { *copy = *assigned; }),
+                  "KestLibrary::KestLibrary: failed to load: " + path + ".  Cannot allocate memory");
+    }
+    *second = KestLibrary("libc.so.6", false);
+    first.reset();
+    copy.reset();
+    EXPECT_EQ(unloads, 0);
+    assigned = KestSmartPointer<KestLibrary>();
+    EXPECT_EQ(unloads, 1);
+}
+
+TEST(Library, SaysWhatCannotBeLoadedAndWhy) {
+    const kit::TemporaryFolder folder;
+    const std::string absent = folder.pathOf("absent.so"), broken = folder.write("broken.so", "text");
+    const std::pair<std::string, std::string> rows[] = {
+        {absent, absent + ": cannot open shared object file: No such file or directory"},
+        {broken, broken + ": file too short"},
+        {"", "The library was not found."}};
+    for (const auto& [name, reason] : rows)
+        EXPECT_EQ(kit::failureOf([&] { KestLibrary(name, true); }),
+                  "KestLibrary::KestLibrary: failed to load: " + name + ".  " + reason);
+}
+
+}  // namespace
+}  // namespace KestSupport

@@ -1,0 +1,209 @@
+#include "support/utilities.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+
+#include "kit/child_process.h"
+#include "kit/environment_guard.h"
+#include "kit/failing_calls.h"
+#include "kit/failure_of.h"
+#include "kit/gate.h"
+#include "kit/log_capture.h"
+#include "support/exceptions.h"
+
+namespace KestSupport {
+namespace {
+
+using kit::ChildProcess;
+using Texts = std::vector<std::string>;
+namespace fs = std::filesystem;
+
+void* handle(int descriptor) {
+    return reinterpret_cast<void*>(static_cast<std::intptr_t>(descriptor));
+}
+int descriptor(void* handle) {
+    return static_cast<int>(reinterpret_cast<std::intptr_t>(handle));
+}
+
+TEST(ExecuteProgram, WaitsForAProgramOrHandsItOutOrForgetsIt) {
+    const kit::LogCapture log;
+    int ends[2], exitCode = -5;
+    ASSERT_EQ(pipe(ends), 0);
+    void* process = nullptr;
+    EXPECT_TRUE(KestExecuteProgram("sh -c 'exit 3'", true, &process, &exitCode));
+    EXPECT_EQ(exitCode, 3);
+    EXPECT_EQ(close(descriptor(process)), 0);
+    EXPECT_EQ(log.messages(),
+              (Texts{"KestExecuteProgram: Execution Started.", "KestExecuteProgramEx: Execution Started.",
+                     "KestExecuteProgram: nCreateFlag = 0", "KestExecuteProgram: Wait for process to finish.",
+                     "KestExecuteProgram: Process done."}));
+    EXPECT_TRUE(KestExecuteProgram("sh -c 'kill -9 $$'", true, nullptr, &exitCode));
+    EXPECT_EQ(exitCode, -9);
+
+    EXPECT_TRUE(KestExecuteProgramEx("cat", handle(-1), handle(ends[1]), false, nullptr, nullptr));
+    ASSERT_TRUE(KestExecuteProgramEx("sh -c 'read a; echo $a; exit 4'", handle(ends[0]), handle(-1), false, &process,
+                                     &exitCode));
+    EXPECT_EQ(exitCode, 0);
+    siginfo_t end{};
+    const auto id = static_cast<id_t>(descriptor(process));
+    EXPECT_TRUE(waitid(P_PIDFD, id, &end, WEXITED | WNOHANG) == 0 && end.si_pid == 0)
+        << "nobody has written a line yet";
+    EXPECT_EQ(write(ends[1], "\n", 1) + close(ends[0]) + close(ends[1]), 1);
+    EXPECT_TRUE(waitid(P_PIDFD, id, &end, WEXITED) == 0 && end.si_status == 4);
+    EXPECT_EQ(close(descriptor(process)), 0);
+    EXPECT_FALSE(ChildProcess::anyLeft());
+}
+
+TEST(ExecuteProgram, OpensADocumentWithTheDesktopAndSaysWhatCannotBeStarted) {
+    const kit::TemporaryFolder folder;
+    const std::string document = folder.write("a document", "text");
+    // The opener notes what it was to open.
+    folder.write("xdg-open", "#!/bin/sh\ncd '" + folder.path() + "'; printf %s \"$1\" > part; mv part opened\n");
+    fs::permissions(folder.pathOf("xdg-open"), fs::perms::owner_all);
+    kit::EnvironmentGuard environment;
+    environment.set("PATH", folder.path() + ":" + std::getenv("PATH"));
+    const kit::LogCapture log(1);
+    int exitCode = 5;
+    void* process = &exitCode;
+    EXPECT_TRUE(KestExecuteProgram("'" + document + "' argument", true, &process, &exitCode));
+    EXPECT_EQ(exitCode, 0);
+    EXPECT_EQ(process, nullptr);
+    kit::await([&] { return fs::exists(folder.pathOf("opened")); });
+    EXPECT_EQ(folder.read("opened"), document);
+    environment.set("PATH", "/none");
+    EXPECT_TRUE(KestExecuteProgram("'" + document + "'", true, nullptr, nullptr));
+    EXPECT_FALSE(KestExecuteProgram("kest-no-such-program", false, &process, &exitCode));
+    EXPECT_EQ(exitCode, -1);
+    const std::string failed = "KestExecuteProgram: Failed to start process. Error code :";
+    const std::string opened = "KestExecuteProgram: Process started using ShellExecute. ";
+    EXPECT_EQ(log.messages(), (Texts{failed + "193", opened + "42 (Error code: 0)", failed + "193",
+                                     opened + "2 (Error code: 2)", failed + "2"}));
+}
+
+TEST(ExpandString, ReplacesReferencesFromTheLeftUntilNoneIsLeftOrAValueRefersToItself) {
+    kit::EnvironmentGuard environment;
+    environment.set("KEST_HOME", "/h");
+    environment.set("KEST_NONE", std::nullopt);
+    KestProperties<std::string> properties;
+    const std::pair<const char*, std::string> values[] = {{"p", "1"},
+                                                          {"p", "2"},
+                                                          {"nest", "<KEST_HOME>/n"},
+                                                          {"open", "<KEST_"},
+                                                          {"close", "a>b"},
+                                                          {"same", "<same>"},
+                                                          {"grows", "x<grows>"},
+                                                          {"big", std::string(100'000, 'y') + "<big><big>"}};
+    for (const auto& [name, value] : values)
+        properties.addProperty(name, value);
+    std::string references;
+    for (int i = 0; i < 1001; ++i)
+        references += "<p>";
+    const std::pair<std::string, std::string> rows[] = {{"", ""},
+                                                        {"x<KEST_HOME>y<p>", "x/hy1"},
+                                                        {"<nest><KEST_HOME>>", "/h/n/h>"},
+                                                        {"a>b<p>x<KEST_HOME", "a>b1x<KEST_HOME"},
+                                                        {"[<KEST_NONE>][<>]", "[][]"},
+                                                        {"<open>HOME>.", "/h."},
+                                                        {"<close><x<KEST_HOME>", "a>b"},
+                                                        {"<same>", "<same>"},
+                                                        {"<grows>", std::string(1000, 'x') + "<grows>"},
+                                                        {references, std::string(1000, '1') + "<p>"}};
+    for (const auto& [text, result] : rows)
+        EXPECT_EQ(KestExpandString(text, properties), result);
+    const std::size_t size = KestExpandString("<big>", properties).size();
+    EXPECT_TRUE(size > 1024u * 1024 && size < 1024u * 1024 + 100'020) << size;
+    const kit::LogCapture log;
+    properties.addProperty("KEST_HOME", "property");
+    EXPECT_EQ(KestExpandString("a<KEST_HOME>", properties), "aproperty");
+    EXPECT_EQ(KestExpandString("a<KEST_HOME><p>b"), "a/hb");
+    EXPECT_EQ(log.messages().at(3), "KestExpandString: expand = a<KEST_HOME><p>b");
+    EXPECT_EQ(log.messages().at(4), "KestExpandString: Lookup KEST_HOME");
+    EXPECT_EQ(log.messages().at(6), "KestExpandString: result = a/hb");
+}
+
+TEST(GetEnvironmentVariable, ReadsTheRegistryAndSeesEveryChangeOfIt) {
+    const kit::TemporaryFolder folder;
+    kit::EnvironmentGuard environment;
+    environment.set("KEST_STATE_DIR", folder.path());
+    const auto write = [&](const std::string& text) {
+        folder.write("registry.reg", "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\a\\b]\n" + text);
+    };
+    EXPECT_EQ(KestGetEnvironmentVariable("a\\b\\Text"), "");
+    write(
+        "\"Text\"=\"1.2\"\n\"Count\"=dword:0000002a\n\"Minus\"=dword:ffffffff\n\"Big\"=hex(5):2a,01,00,00\n"
+        "\"Short\"=hex(4):07\n@=\"default\"\n\"Ended\"=hex(1):61,00,00,00,62,00\n\"Binary\"=hex:01\n"
+        "\"Expanded\"=hex(2):61,00\n\"Caf\xC3\xA9\"=\"\xE2\x82\xAC\"\n[HKLM\\Whole]\n\"Whole\"=\"both\"\n");
+    environment.setLocale("C");
+    const std::pair<const char*, const char*> rows[] = {
+        {"a\\b\\Text", "1.2"}, {"A\\B\\tEXT", "1.2"}, {"a\\b\\Count", "42"}, {"a\\b\\Minus", "-1"},
+        {"a\\b\\Big", "298"},  {"a\\b\\Short", "7"},  {"a\\b\\", "default"}, {"a\\b\\Ended", "a"},
+        {"Whole", "both"},     {"a\\b\\None", ""},    {"a\\Text", ""},       {"a\\b\\Caf\xE9", "\x80"}};
+    for (const auto& [key, value] : rows)
+        EXPECT_EQ(KestGetEnvironmentVariable(key), value) << key;
+    environment.setLocale("C.UTF-8");
+    EXPECT_EQ(KestGetEnvironmentVariable("a\\b\\Caf\xC3\xA9"), "\xE2\x82\xAC");
+    for (const std::string name : {"Binary", "Expanded"})
+        EXPECT_EQ(kit::failureOf([&] { KestGetEnvironmentVariable("a\\b\\" + name); }),
+                  "KestKeyDataNotSupportedException - KestUtilities::KestGetEnvironmentVariable:"
+                  "                         key-value data type not supported");
+    for (int i = 0; i < 100; ++i) {
+        write("\"Text\"=\"" + std::to_string(i % 10) + "\"\n");
+        EXPECT_EQ(KestGetEnvironmentVariable("a\\b\\Text"), std::to_string(i % 10))
+            << "of one size, in one tick of the clock";
+    }
+    for (const char* call : {"stat", "open", "fread"}) {
+        const kit::FailingCalls calls(call);
+        EXPECT_EQ(KestGetEnvironmentVariable("a\\b\\Text"), "") << call;
+    }
+    EXPECT_EQ(KestGetEnvironmentVariable("a\\b\\Text"), "9");
+}
+
+TEST(OSErrorMessage, IsThePlatformsTextOrTheNumber) {
+    const std::pair<int, std::string> rows[] = {{5, std::strerror(EACCES)},
+                                                {1060, "The service is not installed."},
+                                                {123456, "Unrecognized error code: 123456 (0x0001e240)"},
+                                                {-1, "Unrecognized error code: -1 (0xffffffff)"}};
+    for (const auto& [code, expected] : rows) {
+        std::string text = "before";
+        wstring16 wide{1, 2};
+        KestGetOSErrorMessage(code, text);
+        KestGetOSErrorMessage(code, wide);
+        EXPECT_EQ(text, expected);
+        EXPECT_EQ(wide, wstring16(expected.begin(), expected.end()));
+    }
+}
+
+TEST(FindFile, GivesTheNamesBehindThePatternsPath) {
+    const kit::TemporaryFolder folder;
+    for (const char* name : {"a.txt", "b.txt", "c.doc"})
+        folder.write(name, "");
+    const auto found = [](KestFindFile search) {
+        Texts names;
+        while (search.hasMore())
+            names.push_back(search.next());
+        EXPECT_EQ(search.next(), "");
+        std::sort(names.begin(), names.end());
+        return names;
+    };
+    EXPECT_EQ(found(KestFindFile(folder.pathOf("*.txt"))), (Texts{folder.pathOf("a.txt"), folder.pathOf("b.txt")}));
+    EXPECT_EQ(found(KestFindFile(folder.path() + "\\?.doc")), (Texts{folder.pathOf("c.doc")}));
+    EXPECT_EQ(found(KestFindFile(folder.pathOf("*"))).front(), folder.pathOf(".")) << "of five";
+    EXPECT_FALSE(KestFindFile(folder.pathOf("none/*")).hasMore());
+    const fs::path before = fs::current_path();
+    fs::current_path(folder.path());
+    KestFindFile search("*.txt"), copy("none");
+    fs::current_path(before);
+    copy = search;
+    Texts both{search.next(), copy.next()};
+    std::sort(both.begin(), both.end());
+    EXPECT_EQ(both, (Texts{"a.txt", "b.txt"})) << "copies share their search";
+    EXPECT_FALSE(search.hasMore());
+}
+
+}  // namespace
+}  // namespace KestSupport

@@ -41,6 +41,7 @@ constexpr std::int64_t kCoarseFrom = 10 * kNanoseconds;  // intervals from here 
 constexpr std::int64_t kNotYet = 0;                      // a new thread looks by itself
 constexpr std::uint32_t kFiringCheck = 50;  // milliseconds between looks whether a firing thread still lives
 constexpr int kYieldsAtEnd = 1000;
+constexpr int kSleepsAtEnd = 100;
 
 std::int64_t calendarNanoseconds() noexcept {
     using std::chrono::duration_cast;
@@ -102,8 +103,8 @@ void KestTimerManager::deleteInstance() {
             if (!manager->isPassUnderWay()) delete manager;  // the pass deletes it otherwise
         }
     }
-    for (int yields = 0; shared.m_liveThreads > 0 && yields < kYieldsAtEnd; ++yields)
-        platform::yieldThread();
+    for (int tries = 0; shared.m_liveThreads > 0 && tries < kYieldsAtEnd + kSleepsAtEnd; ++tries)
+        tries < kYieldsAtEnd ? platform::yieldThread() : platform::sleepThread(1);
 }
 
 KestTimerManager::KestTimerManager() : m_timers(calendarSeconds()) {}
@@ -328,13 +329,15 @@ bool KestTimerManager::waitAgain(KestTimerThread& thread) {
     return true;
 }
 
-KestTimerThread::KestTimerThread() : m_wakeEvent(platform::createEvent(false, false)) {
+KestTimerThreadCount::KestTimerThreadCount() {
     ++KestTimerManager::process().m_liveThreads;
 }
 
-KestTimerThread::~KestTimerThread() {
+KestTimerThreadCount::~KestTimerThreadCount() {
     --KestTimerManager::process().m_liveThreads;
 }
+
+KestTimerThread::KestTimerThread() : m_wakeEvent(platform::createEvent(false, false)) {}
 
 int KestTimerThread::run() {
     do {

@@ -56,6 +56,7 @@ class KestTimerManager {
 
   private:
     friend class KestTimerThread;
+    friend class KestTimerThreadCount;
     struct Process;
     enum class Order { leave, wait, dispatch };
 
@@ -91,11 +92,20 @@ class KestTimerManager {
     bool m_dispatching = false;             // a pass is under way
 };
 
+/// One of the timers' threads, counted. It is a base in front of KestThread, so the count drops after that one has
+/// closed the thread's handle: from then on the platform layer knows that the thread is about to end.
+class KestTimerThreadCount {
+  public:
+    KestTimerThreadCount();
+    KestTimerThreadCount(const KestTimerThreadCount&) = delete;
+    KestTimerThreadCount& operator=(const KestTimerThreadCount&) = delete;
+    ~KestTimerThreadCount();
+};
+
 /// Deletes itself when its run is over; lives for one wait.
-class KestTimerThread : public KestThread {
+class KestTimerThread : private KestTimerThreadCount, public KestThread {
   public:
     KestTimerThread();
-    ~KestTimerThread() override;
 
     bool canWait() const noexcept { return m_wakeEvent != nullptr; }
     /// Has the thread look again at what it shall wait for.

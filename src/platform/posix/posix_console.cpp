@@ -1,6 +1,7 @@
 // Terminals, and SIGINT and SIGTERM as control events. A signal handler counts the signal and posts a semaphore, both
 // of which a signal handler may do; one thread takes the counts and delivers. No signal is blocked for it, so that
 // nothing of this passes to a child: a caught signal has its default effect again in the program that a child executes.
+#include <dlfcn.h>
 #include <pthread.h>
 #include <semaphore.h>
 #include <signal.h>
@@ -62,6 +63,12 @@ void* deliverEvents(void*) {
     return nullptr;
 }
 
+// The delivering thread, and a signal that is on its way, would be left without their code by an unload.
+void stayLoaded() {
+    Dl_info here;
+    if (dladdr(&g_signals, &here) != 0) dlopen(here.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+}
+
 // The thread is made once and then stays, asleep unless an event arrives: ending it would mean waiting for a handler
 // that may itself be changing the list.
 bool startDelivery() {
@@ -77,6 +84,7 @@ bool startDelivery() {
     pthread_sigmask(SIG_SETMASK, &callers, nullptr);
     if (error != 0) return false;
     pthread_detach(thread);
+    stayLoaded();
     g_owner.store(getpid(), std::memory_order_relaxed);
     return true;
 }

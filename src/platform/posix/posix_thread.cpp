@@ -17,6 +17,7 @@
 #include <cstring>
 #include <new>
 #include <string_view>
+#include <utility>
 
 #include "platform/posix/posix_call.h"
 #include "platform/posix/posix_wait_object.h"
@@ -32,6 +33,20 @@ constexpr std::int64_t kFirstPause = 20'000;
 constexpr std::int64_t kLongestPause = 200'000;
 constexpr std::int64_t kForceAfter = 5000 * kMillisecond;
 constexpr std::int64_t kGiveUpAfter = 10'000 * kMillisecond;
+
+// A thread whose handle was closed before its end is joined by the next such thread, and the last one at the unload. So
+// there is never more than one of them, and it is known when all have left the code of the library.
+struct LastEnded {
+    pid_t process = 0;  // 0 for none; a forked process has none of its parent's threads
+    pthread_t native{};
+
+    void join() const noexcept {
+        if (process == getpid()) pthread_join(native, nullptr);
+    }
+};
+constinit LastEnded g_lastEnded;              // guarded by the dispatcher lock
+constinit std::atomic<int> g_leaving{0};      // threads that have closed their own handle, and are not g_lastEnded yet
+constinit std::atomic<pid_t> g_leavingIn{0};  // the process that they belong to
 
 int controlSignal() noexcept {
     return SIGRTMIN + 6;
@@ -192,6 +207,7 @@ void* runThread(void* argument) {
     } else {
         thread->exitCode.store(thread->terminationCode, std::memory_order_relaxed);
     }
+    if (!self.endIsHeard) announceEnd(self);
     return nullptr;
 }
 
@@ -201,30 +217,42 @@ ThreadObject* asThread(WaitHandle handle) noexcept {
 
 }  // namespace
 
+void awaitLeavingThreads() noexcept {
+    while (g_leavingIn == getpid() && g_leaving.load(std::memory_order_acquire) != 0)
+        sched_yield();
+    g_lastEnded.join();
+}
+
 void runPendingControl(ThreadRecord& self) noexcept {
     self.controlPending = false;
     if (self.thread != nullptr) complyWithControl(*self.thread);
 }
 
 void finishThread(ThreadObject& thread, ThreadRecord& self) noexcept {
-    bool closed = false;
+    LastEnded before;
     {
         Dispatcher dispatcher(self);
         detachThread(dispatcher, self);
         dispatcher.signal(thread, true);
-        closed = thread.closed;
+        // An open handle may be closed from here on, and the object gone with it.
+        if (!thread.closed) return;
+        before = std::exchange(g_lastEnded, LastEnded{getpid(), pthread_self()});
+        if (self.leaving) g_leaving.fetch_sub(1, std::memory_order_release);
     }
-    // An open handle may be closed by now, and the object gone with it.
-    if (!closed) return;
-    pthread_detach(pthread_self());
+    before.join();
     delete &thread;
 }
 
 void closeThread(ThreadObject& thread) noexcept {
     {
-        Dispatcher dispatcher(currentRecord());
+        ThreadRecord& self = currentRecord();
+        Dispatcher dispatcher(self);
         if (!hasEnded(thread)) {
             thread.closed = true;
+            if (self.finishing != &thread || self.leaving) return;
+            self.leaving = true;
+            g_leaving.fetch_add(1, std::memory_order_relaxed);
+            g_leavingIn = getpid();
             return;
         }
     }

@@ -1,4 +1,7 @@
 // Attachment of threads to the waits: ids, the table of attached threads, and what happens when a thread ends.
+#include <pthread.h>
+
+#include "platform/posix/posix_call.h"
 #include "platform/posix/posix_wait_object.h"
 
 namespace KestSupport::platform {
@@ -49,22 +52,23 @@ std::uint32_t newId(std::uint32_t lowBit) noexcept {
     }
 }
 
-// Its destructor is the announcement that the thread has ended. A thread made here attaches before any of its code
-// runs, so this is the last of its thread-local objects to go.
-struct Attachment {
-    bool armed = false;
-    ~Attachment() {
-        ThreadRecord& self = t_record;
-        self.detached = true;
-        if (self.finishing != nullptr) {
-            finishThread(*self.finishing, self);
-        } else {
-            Dispatcher dispatcher(self);
-            detachThread(dispatcher, self);
-        }
-    }
-};
-thread_local Attachment t_attachment;
+// A thread-specific value of the system has announceEnd called when the thread ends, after the destructors of its C++
+// thread-local objects. (Such an object of our own would keep the library loaded until the last thread that has one
+// ended; a key is simply deleted, and threads that live on are forgotten.) The key is made before the library's static
+// objects and deleted after them.
+constinit pthread_key_t g_endKey{};
+constinit bool g_endKeyMade = false;
+
+[[gnu::constructor(101)]] void makeEndKey() noexcept {
+    g_endKeyMade = pthread_key_create(&g_endKey, [](void*) { announceEnd(t_record); }) == 0;
+}
+
+// A thread that lives on by now is not to come back to the library, but one that is not waited for by anybody may still
+// be on its way out.
+[[gnu::destructor(101)]] void deleteEndKey() noexcept {
+    awaitLeavingThreads();
+    if (g_endKeyMade) pthread_key_delete(g_endKey);
+}
 
 }  // namespace
 
@@ -74,12 +78,23 @@ void attachThread(ThreadRecord& self) noexcept {
         self.id = newId(0);
         return;
     }
-    t_attachment.armed = true;
+    self.endIsHeard =
+        g_endKeyMade && errorCall("pthread_setspecific", [&] { return pthread_setspecific(g_endKey, &self); }) == 0;
     Dispatcher dispatcher(self);
     do {
         self.id = newId(1);
     } while (isInTable(self.id));
     insert(self);
+}
+
+void announceEnd(ThreadRecord& self) noexcept {
+    self.detached = true;
+    if (self.finishing != nullptr) {
+        finishThread(*self.finishing, self);
+    } else {
+        Dispatcher dispatcher(self);
+        detachThread(dispatcher, self);
+    }
 }
 
 bool isAttached(std::uint32_t id) noexcept {

@@ -43,6 +43,8 @@ struct ThreadRecord {
     std::uint32_t id = 0;               ///< what a mutex knows its owner by; 0 until the thread is attached
     std::uint32_t systemId = 0;         ///< the kernel's thread id
     bool detached = false;              ///< the thread's end has been announced; its last destructors run
+    bool endIsHeard = false;            ///< the system will tell of the thread's end
+    bool leaving = false;               ///< a thread made here that has closed its own handle
     ThreadObject* thread = nullptr;     ///< set while a thread made here can be suspended and terminated
     ThreadObject* finishing = nullptr;  ///< a thread made here: what its end is told to
 
@@ -220,12 +222,17 @@ void abandonWait(ThreadRecord& self) noexcept;
 /// Does what the calling thread may just have been about to do: a release is a store, and then an offer to who waits.
 /// Others must not wait for the offer while this thread is suspended.
 void offerReleasedMutexes(ThreadRecord& self) noexcept;
-/// Announces the end of an attached thread: its mutexes become abandoned. For the thread's own last steps.
+/// Announces the end of the calling thread, which is attached, to all who may wait for it. Its last destructors may
+/// still use the waits.
+void announceEnd(ThreadRecord& self) noexcept;
+/// A part of announceEnd: the thread's mutexes become abandoned. For the thread's own last steps.
 void detachThread(Dispatcher& dispatcher, ThreadRecord& self) noexcept;
 /// Frees a thread object whose handle is closed; joins the thread when it has ended.
 void closeThread(ThreadObject& thread) noexcept;
 /// The last step of a thread made here: its handle becomes signalled.
 void finishThread(ThreadObject& thread, ThreadRecord& self) noexcept;
+/// Returns when the threads that have closed their own handles have left the library's code.
+void awaitLeavingThreads() noexcept;
 /// A mutex that was closed, as good as new; null when there is none.
 WaitObject* reuseMutex(ThreadRecord& self) noexcept;
 /// Keeps a closed mutex for reuseMutex.

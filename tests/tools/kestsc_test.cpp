@@ -167,6 +167,11 @@ TEST_F(Kestsc, StartsAndStopsAllInTheOrderOfTheirDependencies) {
             {{"stop-all"}, 0, "1: stopped\n4: stopped\n3: stopped\n", ""}});
     EXPECT_EQ(state.read("starts"), "base helper front ");
     EXPECT_EQ(state.read("stops"), "front helper base ");
+    install("7", "lonely", {"--depends", "none,3"});
+    const std::string needed = "a service that this service depends on ";
+    expect(
+        {{{"start", "7"}, 1, "", "start 7: " + needed + "is not installed (1075): none is not installed, 3 is stopped"},
+         {{"delete", "7"}, 0, "7: deleted\n", ""}});
     state.write("services/2/configuration", "damage");
     expect({{{"list"},
              0,
@@ -187,9 +192,11 @@ TEST_F(Kestsc, StartsAndStopsAllInTheOrderOfTheirDependencies) {
              "{\"operation\":\"start\",\"service\":\"3\",\"status\":0,\"error\":0,\"message\":\"started\"},"
              "{\"operation\":\"start\",\"service\":\"1\",\"status\":0,\"error\":0,\"message\":\"started\"},"
              "{\"operation\":\"start\",\"service\":\"6\",\"status\":-1,\"error\":1068,\"message\":"
-             "\"a service that this service depends on failed to start (1068)\"}]}\n",
+             "\"" +
+                 needed + "failed to start (1068): 2 is stopped\"}]}\n",
              "start-all 2: the data is not valid (13)\n"
-             "kestsc: start 6: a service that this service depends on failed to start (1068)"},
+             "kestsc: start 6: " +
+                 needed + "failed to start (1068): 2 is stopped"},
             {{"stop-all"}, 0, "2: is not running\n1: stopped\n4: stopped\n3: stopped\n", ""}});
 }
 

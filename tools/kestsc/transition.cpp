@@ -50,15 +50,50 @@ std::vector<std::string> runningDependents(const Manager& manager, const Task& t
     return dependents;
 }
 
-[[noreturn]] void failForDependents(const Manager& manager, const Task& task) {
-    std::string reason = errorText(platform::errorDependentServicesRunning);
+std::string stateOf(const Manager& manager, const Task& task) {
     try {
-        const std::vector<std::string> dependents = runningDependents(manager, task);
-        if (!dependents.empty()) reason += ": " + listed(dependents);
+        const SharedHandle service = manager.open(task, platform::kServiceQueryStatus);
+        ServiceStatus status;
+        require(task, platform::serviceManager().queryStatus(service.get(), status));
+        return stateWord(status.currentState);
+    } catch (const Failure& failure) {
+        return failure.error() == platform::errorServiceDoesNotExist ? "not installed" : "unknown";
+    }
+}
+
+// The services that this one depends on and that do not run, each with its state.
+std::vector<std::string> missingDependencies(const Manager& manager, const Task& task) {
+    std::vector<std::string> missing;
+    std::vector<std::string> needed = platform::dependencyNames(manager.configurationOf(task).dependencies);
+    for (std::string& name : needed) {
+        const std::string state = stateOf(manager, {task.operation, name});
+        if (state != stateWord(platform::kServiceRunning)) missing.push_back(name.append(" is ").append(state));
+    }
+    return missing;
+}
+
+// Fails for what other services are or are not, and names them.
+[[noreturn]] void failForOthers(const Manager& manager, const Task& task, ErrorCode error) {
+    std::string reason = errorText(error);
+    try {
+        const bool isStop = error == platform::errorDependentServicesRunning;
+        const auto others = isStop ? runningDependents(manager, task) : missingDependencies(manager, task);
+        if (!others.empty()) reason += ": " + listed(others);
     } catch (const Failure&) {
         // Who they are is not worth another failure.
     }
-    throw Failure(task, platform::errorDependentServicesRunning, reason);
+    throw Failure(task, error, reason);
+}
+
+[[noreturn]] void failToChange(const Manager& manager, const Task& task, ErrorCode error) {
+    switch (error) {
+        case platform::errorDependentServicesRunning:
+        case platform::errorServiceDependencyDeleted:
+        case platform::errorServiceDependencyFail:
+            failForOthers(manager, task, error);
+        default:
+            throw Failure(task, error);
+    }
 }
 
 }  // namespace
@@ -71,7 +106,7 @@ std::string startService(const Manager& manager, const Task& task, const std::ve
         const ErrorCode error =
             wait.call([=] { return platform::serviceManager().startService(service.get(), arguments); });
         if (error == 0) break;
-        if (error != platform::errorServiceAlreadyRunning) throw Failure(task, error);
+        if (error != platform::errorServiceAlreadyRunning) failToChange(manager, task, error);
         const std::uint32_t state = wait.look().currentState;
         const bool isEnding = state == platform::kServiceStopped || state == platform::kServiceStopPending;
         if (!isEnding && patience.waits) awaitRunning(wait, task);
@@ -94,8 +129,7 @@ std::string stopService(const Manager& manager, const Task& task, const Patience
         });
         if (error == 0) break;
         if (error == platform::errorServiceNotActive) return "is not running";
-        if (error == platform::errorDependentServicesRunning) failForDependents(manager, task);
-        if (error != platform::errorServiceCannotAcceptControl) throw Failure(task, error);
+        if (error != platform::errorServiceCannotAcceptControl) failToChange(manager, task, error);
         const std::uint32_t state = wait.look().currentState;
         if (state == platform::kServiceStopPending || state == platform::kServiceStopped) break;
         if (!patience.waits) throw Failure(task, error);

@@ -11,7 +11,7 @@ namespace kestsc {
 
 /// Starts the service that the task names and waits until it runs. What has happened, as a sentence's end: "started",
 /// "is already running". A service whose last run is still ending is started when that is over. Throws a Failure, also
-/// for a service that stops instead.
+/// for a service that stops instead; it names the services that this one depends on in vain.
 std::string startService(const Manager& manager, const Task& task, const std::vector<std::string>& arguments,
                          const Patience& patience);
 

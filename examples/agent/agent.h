@@ -1,11 +1,10 @@
-// The agent: watchers that are sampled at a timer's pace, and a state that is saved after each sample, hosted by
-// KestService in console mode.
+// The agent: watchers whose figures are read at a timer's pace, limits that are watched, and a state that is saved
+// after each sample, hosted by KestService.
 //
-// Threads: startIt and stopIt run on main's thread, samples on the timer's, one at a time; the first sample is taken
-// before the timer starts, and the last has returned when stopIt goes on, since stopping a timer waits for it.
+// Threads: the sampler reads, the recorder logs, compares and saves. Both begin in startIt and have ended when stopIt
+// returns; what they share is the queue between them. The host's own thread touches the state before and after.
 #pragma once
 
-#include <support/observer.h>
 #include <support/service.h>
 #include <support/timers.h>
 
@@ -14,13 +13,14 @@
 #include <vector>
 
 #include "crossings.h"
+#include "samples.h"
 #include "settings.h"
 #include "state_file.h"
 #include "watcher.h"
 
 namespace agent {
 
-class Agent : public KestSupport::KestService, private KestSupport::KestDependent {
+class Agent : public KestSupport::KestService {
   public:
     /// Both outlive the agent.
     Agent(const Settings& settings, const StateFile& stateFile);
@@ -34,12 +34,12 @@ class Agent : public KestSupport::KestService, private KestSupport::KestDependen
     bool stopIt() override;
 
   private:
-    void handleNotification(KestSupport::KestCollaborator& timer,
-                            const KestSupport::KestNotification& notification) override;
     void watch(std::string module, std::string property, std::string figure, double limit, Watcher::Read read);
     void logLastState() const;
     bool isDone() const;
-    void takeSample();
+    void endThreads();
+    Sample read() const;
+    void record(const Sample& sample);
     void saveState(const std::string& status);
 
     const Settings& m_settings;
@@ -47,9 +47,14 @@ class Agent : public KestSupport::KestService, private KestSupport::KestDependen
     StateFile::Properties m_state{false};
     Crossings m_crossings;
     std::vector<std::unique_ptr<Watcher>> m_watchers;
-    KestSupport::KestTimer m_timer;
     int m_samples = 0;
     std::string m_failure;
+
+    KestSupport::KestTimer m_timer;
+    SampleQueue m_queue;
+    SampleExchange m_exchange{m_queue};
+    std::unique_ptr<Recorder> m_recorder;
+    std::unique_ptr<Sampler> m_sampler;
 };
 
 }  // namespace agent

@@ -7,6 +7,7 @@
 
 #include "bad_input.h"
 #include "file_checks.h"
+#include "messages.h"
 
 namespace agent {
 namespace {
@@ -36,7 +37,7 @@ std::string figureText(double value) {
 
 void requireLogFile(const Settings& settings) {
     if (settings.logFile.empty()) return;
-    requireCreatable("log file " + printable(settings.logFile), baseName(settings.logFile) + ".kest-agent-probe");
+    requireCreatable(say("error.log", {printable(settings.logFile)}), baseName(settings.logFile) + ".kest-agent-probe");
 }
 
 std::unique_ptr<KestLogging> openLog(const Settings& settings) {

@@ -3,9 +3,11 @@
 #include <support/exceptions.h>
 #include <support/program_options.h>
 
+#include <utility>
 #include <vector>
 
 #include "bad_input.h"
+#include "messages.h"
 
 namespace agent {
 namespace {
@@ -13,8 +15,8 @@ namespace {
 using KestSupport::KestException;
 using KestSupport::KestProgramOptions;
 
-const std::string kShortOptions = "hcs:n:i:l:";
-const std::string kLongOptions = ":help:console:settings.:samples.:interval.:log-level.:";
+const std::string kShortOptions = "hcs:n:i:l:I";
+const std::string kLongOptions = ":help:console:settings.:samples.:interval.:log-level.:inventory:encipher.:";
 
 // An option that takes its value from the next argument is also understood as --name=value.
 std::vector<std::string> withSeparateValues(int argc, char** argv) {
@@ -44,8 +46,8 @@ KestProgramOptions parse(std::vector<std::string> words) {
     } catch (const KestException& refused) {
         const std::string text = refused.getText();
         const std::size_t reason = text.find(": ");
-        throw BadInput("command line", printable(text.substr(reason == std::string::npos ? 0 : reason + 2)) +
-                                           " (kest-agent --help lists the options)");
+        throw BadInput(say("error.commandLine"),
+                       say("error.hint", {printable(text.substr(reason == std::string::npos ? 0 : reason + 2))}));
     }
 }
 
@@ -60,26 +62,32 @@ std::optional<std::string> valueOf(const KestProgramOptions& options, const char
 
 }  // namespace
 
-const char* const kUsage =
-    "kest-agent - watches this machine's load, memory, file systems and processes\n"
-    "\n"
-    "  -s, --settings FILE    settings, one name=value per line (see settings.properties)\n"
-    "  -n, --samples N        end after N samples; without it, run until asked to end\n"
-    "  -i, --interval SECONDS time from one sample to the next\n"
-    "  -l, --log-level N      0 (little) to 9 (everything)\n"
-    "  -c, --console          log to standard output, also when there is a log file\n"
-    "  -h, --help             this text\n"
-    "\n"
-    "Ctrl+C and SIGTERM end it cleanly. Exit code: 0, or 2 when something given to it cannot be used.\n";
+std::string usage() {
+    static constexpr std::pair<const char*, const char*> options[] = {
+        {"-s, --settings FILE", "help.settings"},    {"-n, --samples N", "help.samples"},
+        {"-i, --interval SECONDS", "help.interval"}, {"-l, --log-level N", "help.logLevel"},
+        {"-c, --console", "help.console"},           {"-I, --inventory", "help.inventory"},
+        {"    --encipher KEYFILE", "help.encipher"}, {"-h, --help", "help.help"},
+    };
+    std::string text = say("help.purpose") + "\n\n";
+    for (const auto& [option, meaning] : options) {
+        std::string column = option;
+        column.resize(24, ' ');
+        text += "  " + column + say(meaning) + "\n";
+    }
+    return text + "\n" + say("help.end") + "\n";
+}
 
 CommandLine parseCommandLine(int argc, char** argv) {
     const KestProgramOptions options = parse(withSeparateValues(argc, argv));
     if (options.getArgumentCount() > 0) {
-        throw BadInput("command line", "unexpected argument: " + printable(options.getArgument(0u)));
+        throw BadInput(say("error.commandLine"), say("error.argument", {printable(options.getArgument(0u))}));
     }
     CommandLine line;
     line.help = valueOf(options, "h", "help").has_value();
     line.console = valueOf(options, "c", "console").has_value();
+    line.inventory = valueOf(options, "I", "inventory").has_value();
+    line.encipherKey = valueOf(options, "", "encipher");
     line.settingsFile = valueOf(options, "s", "settings");
     line.samples = valueOf(options, "n", "samples");
     line.interval = valueOf(options, "i", "interval");

@@ -10,6 +10,8 @@ namespace agent {
 struct CommandLine {
     bool help = false;
     bool console = false;
+    bool inventory = false;
+    std::optional<std::string> encipherKey;  ///< the file with the key
     std::optional<std::string> settingsFile;
     std::optional<std::string> samples;
     std::optional<std::string> interval;
@@ -20,6 +22,6 @@ struct CommandLine {
 CommandLine parseCommandLine(int argc, char** argv);
 
 /// The text of --help.
-extern const char* const kUsage;
+std::string usage();
 
 }  // namespace agent

@@ -1,6 +1,7 @@
 #include "crossings.h"
 
 #include "agent_log.h"
+#include "messages.h"
 
 namespace agent {
 
@@ -10,11 +11,9 @@ void Crossings::handleNotification(KestSupport::KestCollaborator& sender,
     const auto* const watcher = dynamic_cast<const Watcher*>(&sender);
     if (crossing == nullptr || watcher == nullptr) return;
     if (crossing->isAbove()) ++m_rises[watcher];
-    const std::string figure = watcher->figure() + (crossing->isAbove() ? " has risen to " : " has come back to ") +
-                               figureText(watcher->value().value_or(0));
     logLine(watcher->module(), kLogWarnings,
-            figure + (crossing->isAbove() ? ", above its limit of " : ", within its limit of ") +
-                figureText(watcher->limit()));
+            say(crossing->isAbove() ? "log.risen" : "log.back",
+                {watcher->figure(), figureText(watcher->value().value_or(0)), figureText(watcher->limit())}));
 }
 
 int Crossings::risesOf(const Watcher& watcher) const {

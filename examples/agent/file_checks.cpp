@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "bad_input.h"
+#include "messages.h"
 
 namespace agent {
 namespace {
@@ -29,7 +30,7 @@ void requireReadableText(const std::string& what, const std::string& file) {
     std::error_code error;
     const auto status = std::filesystem::status(file, error);
     if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
-        throw BadInput(what, "not a regular file");
+        throw BadInput(what, say("error.notRegular"));
     }
     const OwnedFile opened(std::fopen(file.c_str(), "rb"));
     if (opened == nullptr) throw BadInput(what, reasonOf(errno));
@@ -37,12 +38,12 @@ void requireReadableText(const std::string& what, const std::string& file) {
     std::string text(kLargestText + 1, '\0');
     text.resize(std::fread(text.data(), 1, text.size(), opened.get()));
     if (std::ferror(opened.get()) != 0) throw BadInput(what, reasonOf(errno));
-    if (text.size() > kLargestText) throw BadInput(what, "larger than " + std::to_string(kLargestText) + " bytes");
+    if (text.size() > kLargestText) throw BadInput(what, say("error.tooLarge", {std::to_string(kLargestText)}));
     if (text.rfind("\xFF\xFE", 0) == 0) return;  // UTF-16, where every other byte may be 0
     const auto nul = std::find(text.begin(), text.end(), '\0');
     if (nul == text.end()) return;
     const auto line = std::count(text.begin(), nul, '\n') + 1;
-    throw BadInput(what, "line " + std::to_string(line) + " is not text");
+    throw BadInput(what, say("error.notText", {std::to_string(line)}));
 }
 
 void requireCreatable(const std::string& what, const std::string& probe) {

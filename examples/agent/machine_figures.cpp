@@ -1,10 +1,12 @@
 #include "machine_figures.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
+#include <thread>
 
 #include "number.h"
 
@@ -21,6 +23,13 @@ std::optional<double> memoryLine(const std::string& wanted) {
         if (name == wanted) return numberFrom<double>(amount);
     }
     return std::nullopt;
+}
+
+std::string firstLine(const std::string& file) {
+    std::ifstream lines(file);
+    std::string line;
+    std::getline(lines, line);
+    return line;
 }
 
 bool isProcess(const std::string& name) {
@@ -63,6 +72,24 @@ std::optional<double> MachineFigures::diskUsedPercent(const std::string& path) {
     const double used = static_cast<double>(space.capacity - space.free);
     const double usable = used + static_cast<double>(space.available);
     return usable > 0 ? 100 * used / usable : 0;
+}
+
+std::optional<double> MachineFigures::memoryMebibytes() {
+    const auto kibibytes = memoryLine("MemTotal:");
+    if (!kibibytes) return std::nullopt;
+    return std::floor(*kibibytes / 1024);
+}
+
+unsigned int MachineFigures::processors() {
+    return std::thread::hardware_concurrency();
+}
+
+std::string MachineFigures::hostName() {
+    return firstLine("/proc/sys/kernel/hostname");
+}
+
+std::string MachineFigures::kernel() {
+    return firstLine("/proc/sys/kernel/osrelease");
 }
 
 }  // namespace agent

@@ -1,7 +1,9 @@
 // kest-agent: watches this machine and tells when a figure crosses its limit.
 #include <cstdio>
 #include <exception>
+#include <iostream>
 #include <memory>
+#include <string>
 
 #include <support/exceptions.h>
 
@@ -9,12 +11,30 @@
 #include "agent_log.h"
 #include "bad_input.h"
 #include "command_line.h"
+#include "inventory.h"
+#include "messages.h"
+#include "secret.h"
 #include "settings.h"
 
 namespace {
 
 constexpr int kClean = 0;
 constexpr int kUnusableInput = 2;
+
+int printInventory(const agent::CommandLine& commandLine) {
+    const auto root = agent::takeInventory(agent::loadSettings(commandLine));
+    std::fputs(agent::inventoryText(*root).c_str(), stdout);
+    return kClean;
+}
+
+int printEnciphered(const std::string& keyFile) {
+    const std::string key = agent::readKey(keyFile);
+    std::string secret;
+    std::getline(std::cin, secret);
+    if (secret.empty()) throw agent::BadInput(agent::say("error.input"), agent::say("error.noSecret"));
+    std::printf("secret=%s\n", agent::encipher(secret, key).c_str());
+    return kClean;
+}
 
 int runAgent(const agent::CommandLine& commandLine) {
     const agent::Settings settings = agent::loadSettings(commandLine);
@@ -27,14 +47,20 @@ int runAgent(const agent::CommandLine& commandLine) {
     return kClean;
 }
 
+int run(const agent::CommandLine& commandLine) {
+    if (commandLine.inventory) return printInventory(commandLine);
+    if (commandLine.encipherKey) return printEnciphered(*commandLine.encipherKey);
+    if (!commandLine.help) return runAgent(commandLine);
+    std::fputs(agent::usage().c_str(), stdout);
+    return kClean;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     try {
-        const agent::CommandLine commandLine = agent::parseCommandLine(argc, argv);
-        if (!commandLine.help) return runAgent(commandLine);
-        std::fputs(agent::kUsage, stdout);
-        return kClean;
+        agent::speakTheUsersLanguage();
+        return run(agent::parseCommandLine(argc, argv));
     } catch (const KestSupport::KestException& failed) {
         std::fprintf(stderr, "kest-agent: %s\n", agent::printable(failed.getText()).c_str());
     } catch (const std::exception& failed) {

@@ -1,6 +1,9 @@
 #include "settings.h"
 
+#include <support/exceptions.h>
 #include <support/properties.h>
+#include <support/regular_expressions.h>
+#include <support/version.h>
 
 #include <cmath>
 #include <filesystem>
@@ -11,14 +14,20 @@
 
 #include "bad_input.h"
 #include "file_checks.h"
+#include "machine_figures.h"
+#include "messages.h"
 #include "number.h"
+#include "secret.h"
 
 namespace agent {
 namespace {
 
+using KestSupport::KestException;
+using KestSupport::KestVersion;
 using Properties = KestSupport::KestProperties<std::string>;
 
 const std::string kDiskPath = "disk.path";
+const std::string kHostLimit = ".host";  // behind the name of a limit
 constexpr int kLongestInterval = 24 * 60 * 60;
 constexpr int kMostSamples = 1'000'000'000;
 
@@ -29,7 +38,7 @@ Taker whole(std::function<void(Settings&, int)> put, int lowest, int highest) {
     return [=](Settings& settings, const std::string& value) -> std::string {
         const auto number = numberFrom<int>(value);
         if (!number || *number < lowest || *number > highest) {
-            return "not a whole number from " + std::to_string(lowest) + " to " + std::to_string(highest);
+            return say("error.whole", {std::to_string(lowest), std::to_string(highest)});
         }
         put(settings, *number);
         return "";
@@ -47,32 +56,52 @@ Taker moduleLevel(const std::string& module) {
 Taker limit(double Settings::*member) {
     return [=](Settings& settings, const std::string& value) -> std::string {
         const auto number = numberFrom<double>(value);
-        if (!number || !std::isfinite(*number) || *number < 0) return "not a number of 0 or more";
+        if (!number || !std::isfinite(*number) || *number < 0) return say("error.limit");
         settings.*member = *number;
         return "";
     };
 }
 
+Taker text(std::string Settings::*member) {
+    return [=](Settings& settings, const std::string& value) -> std::string {
+        settings.*member = value;
+        return "";
+    };
+}
+
 std::string takeYesOrNo(Settings& settings, const std::string& value) {
-    if (value != "yes" && value != "no") return "neither yes nor no";
+    if (value != "yes" && value != "no") return say("error.yesOrNo");
     settings.logToConsole = value == "yes";
     return "";
 }
 
 std::string takeStateFile(Settings& settings, const std::string& value) {
-    if (value.empty()) return "no file's name";
+    if (value.empty()) return say("error.fileName");
     settings.stateFile = value;
     return "";
 }
 
-std::string takeLogFile(Settings& settings, const std::string& value) {
-    settings.logFile = value;
+std::string takeLanguage(Settings& settings, const std::string& value) {
+    if (!value.empty() && !speak(value)) return say("error.locale");
+    settings.language = value;
     return "";
 }
 
-// All settings but kDiskPath, which may be given more than once.
+std::string refuseOtherVersion(Settings&, const std::string& value) try {
+    const KestVersion version(kVersion);
+    for (const auto& range : KestVersion::createRangeVector(value)) {
+        if (KestVersion::inRange(range, version)) return "";
+    }
+    return say("error.otherVersion", {kVersion});
+} catch (const KestException& refused) {
+    return say("error.version", {refused.getText()});
+}
+
+// All settings but those that may be given more than once, those of the secret, which go together, and the language.
 const std::map<std::string, Taker>& takers() {
     static const std::map<std::string, Taker> all{
+        {"agent.version", refuseOtherVersion},
+        {"host.name", text(&Settings::hostName)},
         {"interval", whole(&Settings::interval, 1, kLongestInterval)},
         {"samples", whole(&Settings::samples, 0, kMostSamples)},
         {"cpu.limit", limit(&Settings::cpuLimit)},
@@ -80,7 +109,7 @@ const std::map<std::string, Taker>& takers() {
         {"disk.limit", limit(&Settings::diskLimit)},
         {"process.limit", limit(&Settings::processLimit)},
         {"state.file", takeStateFile},
-        {"log.file", takeLogFile},
+        {"log.file", text(&Settings::logFile)},
         {"log.console", takeYesOrNo},
         {"log.level", whole(&Settings::logLevel, 0, 9)},
         {"log.level.Cpu", moduleLevel("Cpu")},
@@ -100,7 +129,7 @@ std::string trimmed(const std::string& text) {
 
 void take(Settings& settings, const std::string& name, const Taker& taker, const std::string& value) {
     const std::string reason = taker(settings, value);
-    if (!reason.empty()) throw BadInput(name, "\"" + printable(value) + "\" is " + reason);
+    if (!reason.empty()) throw BadInput(name, say("error.value", {printable(value), reason}));
 }
 
 void takeDiskPaths(Settings& settings, const std::string& setting, const std::vector<std::string>& values) {
@@ -108,45 +137,118 @@ void takeDiskPaths(Settings& settings, const std::string& setting, const std::ve
         const std::string path = trimmed(value);
         std::error_code error;
         static_cast<void>(std::filesystem::space(path, error));
-        if (error) throw BadInput(setting, "\"" + printable(path) + "\": " + error.message());
+        if (error) throw BadInput(setting, say("error.path", {printable(path), error.message()}));
         settings.diskPaths.push_back(path);
     }
 }
 
-std::string settingOf(const std::string& file, const std::string& name) {
-    return "settings file " + printable(file) + ": " + name;
+// What one settings file holds. The first setting of each name counts; one is taken off with each look.
+class SettingsFile {
+  public:
+    explicit SettingsFile(const std::string& file) : m_file(printable(file)) {
+        requireReadableText(describe(), file);
+        Properties properties;
+        properties.loadProperties(file, '=');
+        for (const auto& [nameInFile, values] : properties.getProperties()) {
+            const std::string name = trimmed(nameInFile);
+            if (name.empty() || name.front() == '#') continue;
+            std::vector<std::string>& all = m_values[name];
+            for (const std::string& value : values)
+                all.push_back(trimmed(value));
+        }
+    }
+
+    std::string describe() const { return say("error.settings", {m_file}); }
+    std::string describe(const std::string& name) const { return describe() + ": " + name; }
+
+    std::vector<std::string> all(const std::string& name) {
+        const auto found = m_values.find(name);
+        if (found == m_values.end()) return {};
+        std::vector<std::string> values = std::move(found->second);
+        m_values.erase(found);
+        return values;
+    }
+
+    std::optional<std::string> one(const std::string& name) {
+        const std::vector<std::string> values = all(name);
+        if (values.size() > 1) throw BadInput(describe(), say("error.twice", {name}));
+        return values.empty() ? std::nullopt : std::optional(values.front());
+    }
+
+    void requireNothingLeft() const {
+        if (m_values.empty()) return;
+        throw BadInput(describe(), say("error.setting", {printable(m_values.begin()->first)}));
+    }
+
+  private:
+    std::string m_file;  // for messages
+    std::map<std::string, std::vector<std::string>> m_values;
+};
+
+// "PATTERN LIMIT" in place of the limit itself, on hosts in whose name the pattern is found; the first one that fits.
+void takeHostLimits(Settings& settings, SettingsFile& file, const std::string& limitName) {
+    const std::string name = limitName + kHostLimit;
+    bool taken = false;
+    for (const std::string& value : file.all(name)) {
+        const std::size_t blank = value.find_last_of(" \t");
+        if (blank == std::string::npos) {
+            throw BadInput(file.describe(name), say("error.value", {printable(value), say("error.hostLimit")}));
+        }
+        KestSupport::KestRegularExpression<std::string> pattern;
+        try {
+            pattern.setPattern(trimmed(value.substr(0, blank)));
+        } catch (const KestException& refused) {
+            const std::string reason = say("error.pattern", {refused.getText()});
+            throw BadInput(file.describe(name), say("error.value", {printable(value), reason}));
+        }
+        Settings checked = settings;
+        take(checked, file.describe(name), takers().at(limitName), value.substr(blank + 1));
+        if (taken || pattern.find(settings.hostName, 0) == std::string::npos) continue;
+        settings = checked;
+        taken = true;
+    }
 }
 
-void takeFile(Settings& settings, const std::string& file) {
-    const std::string where = "settings file " + printable(file);
-    requireReadableText(where, file);
-    Properties properties;
-    properties.loadProperties(file, '=');
-    std::set<std::string> given;
-    for (const auto& [nameInFile, values] : properties.getProperties()) {
-        const std::string name = trimmed(nameInFile);
-        if (name.empty() || name.front() == '#') continue;
-        if (name == kDiskPath) {
-            if (given.insert(name).second) settings.diskPaths.clear();  // the default one
-            takeDiskPaths(settings, settingOf(file, name), values);
-            continue;
-        }
-        const auto taker = takers().find(name);
-        if (taker == takers().end()) throw BadInput(where, "there is no setting \"" + printable(name) + "\"");
-        if (values.size() > 1 || !given.insert(name).second) throw BadInput(where, name + " is given twice");
-        take(settings, settingOf(file, name), taker->second, trimmed(values.front()));
+void takeSecret(Settings& settings, SettingsFile& file) {
+    const std::optional<std::string> keyFile = file.one("secret.key.file");
+    const std::optional<std::string> secret = file.one("secret");
+    if (!secret) return;
+    const std::string what = file.describe("secret");
+    if (!keyFile) throw BadInput(what, say("error.secretNeedsKey"));
+    settings.secret = decipher(what, *secret, readKey(*keyFile));
+}
+
+void takeFile(Settings& settings, const std::string& fileName) {
+    SettingsFile file(fileName);
+    // First, so that what is wrong with the others is told in that language.
+    if (const auto language = file.one("language")) {
+        take(settings, file.describe("language"), takeLanguage, *language);
     }
+    for (const auto& [name, taker] : takers()) {
+        if (const auto value = file.one(name)) take(settings, file.describe(name), taker, *value);
+    }
+    for (const char* const limitName : {"cpu.limit", "memory.limit", "disk.limit", "process.limit"})
+        takeHostLimits(settings, file, limitName);
+    if (const std::vector<std::string> paths = file.all(kDiskPath); !paths.empty()) {
+        settings.diskPaths.clear();  // the default one
+        takeDiskPaths(settings, file.describe(kDiskPath), paths);
+    }
+    takeSecret(settings, file);
+    file.requireNothingLeft();
 }
 
 void takeOption(Settings& settings, const std::string& name, const Taker& taker,
                 const std::optional<std::string>& value) {
-    if (value) take(settings, "option --" + name, taker, *value);
+    if (value) take(settings, say("error.option", {"--" + name}), taker, *value);
 }
 
 }  // namespace
 
+const char* const kVersion = KEST_AGENT_VERSION;
+
 Settings loadSettings(const CommandLine& commandLine) {
     Settings settings;
+    settings.hostName = MachineFigures::hostName();
     if (commandLine.settingsFile) takeFile(settings, *commandLine.settingsFile);
     takeOption(settings, "samples", whole(&Settings::samples, 1, kMostSamples), commandLine.samples);
     takeOption(settings, "interval", takers().at("interval"), commandLine.interval);

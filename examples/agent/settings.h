@@ -18,6 +18,10 @@ struct Settings {
     double diskLimit = 90;       ///< per cent in use, of each file system
     double processLimit = 2000;  ///< processes
     std::vector<std::string> diskPaths{"/"};
+    std::string hostName;  ///< which patterns for hosts are looked for in; the machine's unless it is set
+
+    std::string secret;    ///< deciphered; empty: the state file carries no seal
+    std::string language;  ///< a locale's name; empty: the environment's
 
     std::string stateFile = "kest-agent.state";
     std::string logFile;  ///< empty: standard output only
@@ -26,8 +30,11 @@ struct Settings {
     std::map<std::string, int> moduleLevels;  ///< by watcher: Cpu, Memory, Disk, Process
 };
 
-/// Throws BadInput for a file that cannot be read, a setting that there is not, one given twice, and a value that is
-/// not of its setting's kind or range.
+/// The agent's version, which a settings file may ask for.
+extern const char* const kVersion;
+
+/// Throws BadInput for a file that cannot be read or is for another version, a setting that there is not, one given
+/// twice, a value that is not of its setting's kind or range, and a secret that cannot be deciphered.
 Settings loadSettings(const CommandLine& commandLine);
 
 }  // namespace agent

@@ -7,6 +7,7 @@
 
 #include "bad_input.h"
 #include "file_checks.h"
+#include "messages.h"
 
 namespace agent {
 namespace {
@@ -28,7 +29,7 @@ std::string temporaryName(const std::string& file) {
 
 }  // namespace
 
-StateFile::StateFile(const std::string& file) : m_described("state file " + printable(file)) {
+StateFile::StateFile(const std::string& file) : m_described(say("error.state", {printable(file)})) {
     std::error_code error;
     m_file = fs::weakly_canonical(file, error).string();
     if (error) throw BadInput(m_described, error.message());
@@ -38,7 +39,7 @@ StateFile::StateFile(const std::string& file) : m_described("state file " + prin
     requireReadableText(m_described, m_file);
     m_last.loadProperties(m_file, '=');
     std::string status;
-    if (!m_last.getPropertyValue(kStatus, status)) throw BadInput(m_described, "holds something else");
+    if (!m_last.getPropertyValue(kStatus, status)) throw BadInput(m_described, say("error.notOurs"));
 }
 
 void StateFile::save(Properties& state) const {
@@ -47,7 +48,7 @@ void StateFile::save(Properties& state) const {
     try {
         state.saveProperties(temporary.name);
     } catch (const KestSupport::KestException&) {
-        throw BadInput(m_described, "could not be written whole");
+        throw BadInput(m_described, say("error.notWhole"));
     }
     std::error_code error;
     fs::rename(temporary.name, m_file, error);

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "agent_log.h"
+#include "messages.h"
 
 namespace agent {
 
@@ -13,13 +14,13 @@ Watcher::Watcher(std::string module, std::string property, std::string figure, d
       m_limit(limit),
       m_read(std::move(read)) {}
 
-void Watcher::sample() {
-    m_value = m_read();
+void Watcher::take(std::optional<double> value) {
+    m_value = value;
     if (!m_value) {
-        logLine(m_module, kLogWarnings, m_figure + " cannot be read");
+        logLine(m_module, kLogWarnings, say("log.unreadable", {m_figure}));
         return;
     }
-    logLine(m_module, kLogSamples, m_figure + " " + figureText(*m_value) + " (limit " + figureText(m_limit) + ")");
+    logLine(m_module, kLogSamples, say("log.figure", {m_figure, figureText(*m_value), figureText(m_limit)}));
     const bool above = *m_value > m_limit;
     if (above == m_above) return;
     m_above = above;

@@ -1,4 +1,4 @@
-// A watcher reads one figure at each sample and tells its dependents when the figure crosses its limit.
+// A watcher reads one figure for each sample and tells its dependents when the figure crosses its limit.
 #pragma once
 
 #include <support/observer.h>
@@ -27,8 +27,10 @@ class Watcher : public KestSupport::KestCollaborator {
     /// `module` names it in the log, `figure` in words; `property` begins its names in the state file.
     Watcher(std::string module, std::string property, std::string figure, double limit, Read read);
 
-    /// Reads the figure, logs it, and tells of a crossing on the calling thread.
-    void sample();
+    /// The figure at this moment; absent when the system does not tell it. May run beside take.
+    std::optional<double> read() const { return m_read(); }
+    /// Logs a figure that was read, and tells of a crossing on the calling thread.
+    void take(std::optional<double> value);
 
     const std::string& module() const { return m_module; }
     const std::string& property() const { return m_property; }

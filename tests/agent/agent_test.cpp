@@ -34,6 +34,7 @@ std::size_t count(const std::string& text, const std::string& pattern) {
 const std::string kHint = " (kest-agent --help lists the options)";
 const std::string kWhole = " is not a whole number from ";
 const std::string kLimit = " is not a number of 0 or more";
+const std::string kDamaged = "settings file s: secret: damaged: not what kest-agent --encipher wrote";
 
 TEST(Agent, TellsWhatItCannotUseInOneLineAndLeavesNothingBehind) {
     const Folder folder;
@@ -55,6 +56,7 @@ TEST(Agent, TellsWhatItCannotUseInOneLineAndLeavesNothingBehind) {
         {"--log-level=10", "option --log-level: \"10\"" + kWhole + "0 to 9"},
         {"-snone", "settings file none: No such file or directory"},
         {"-s.", "settings file .: not a regular file"},
+        {"--encipher=none", "key file none: No such file or directory"},
     };
     for (const auto& [argument, line] : arguments)
         check({argument}, line);
@@ -71,6 +73,22 @@ TEST(Agent, TellsWhatItCannotUseInOneLineAndLeavesNothingBehind) {
         {"process.limit=nan\n", "settings file s: process.limit: \"nan\"" + kLimit},
         {"interval=0\n", "settings file s: interval: \"0\"" + kWhole + "1 to 86400"},
         {"log.level.Disk=-2\n", "settings file s: log.level.Disk: \"-2\"" + kWhole + "-1 to 9"},
+        {"agent.version=0.9,{2-3}\n",
+         "settings file s: agent.version: \"0.9,{2-3}\" is not for this version of kest-agent, 1.0.0"},
+        {"agent.version={2}\n",
+         "settings file s: agent.version: \"{2}\" is no version range: "
+         "KestVersion::createRangeVector: Invalid range specification: {2}"},
+        {"language=xx_YY\n", "settings file s: language: \"xx_YY\" is no locale of this system"},
+        {"cpu.limit.host=web5\n",
+         "settings file s: cpu.limit.host: \"web5\" is not a pattern, a blank and a number of 0 or more"},
+        {"cpu.limit.host=[ 5\n", "settings file s: cpu.limit.host: \"[ 5\" is no pattern: empty set in pattern"},
+        {"cpu.limit.host=none x\n", "settings file s: cpu.limit.host: \"x\"" + kLimit},
+        {"secret=00\n", "settings file s: secret: needs secret.key.file"},
+        {"secret=00\nsecret.key.file=s\n", kDamaged},
+        {"secret=" + std::string(48, 'g') + "\nsecret.key.file=s\n", kDamaged},
+        {"secret=" + std::string(48, '0') + "\nsecret.key.file=s\n",
+         "settings file s: secret: cannot be deciphered: the key is wrong, or the text is damaged"},
+        {"\nsecret=\nsecret.key.file=s\n", "key file s: holds no key in its first line"},
         {"log.console=on\n", "settings file s: log.console: \"on\" is neither yes nor no"},
         {"disk.path=/none\n", "settings file s: disk.path: \"/none\": No such file or directory"},
         {"log.file=none/log\n", "log file none/log: No such file or directory"},
@@ -160,6 +178,77 @@ TEST(Agent, EndsWhenItCanNoLongerKeepItsState) {
     EXPECT_EQ(limited.errors(), "kest-agent: state file kest-agent.state: could not be written whole\n");
     EXPECT_EQ(full.names(), Texts{"kest-agent.state"});
     EXPECT_EQ(full.read("kest-agent.state"), "agent.status=before\n");
+}
+
+TEST(Agent, PrintsItsInventoryWithTheLimitsOfItsHost) {
+    const Folder folder;
+    folder.write("s",
+                 "agent.version={1.0-2.0}\nhost.name=web-17\nlanguage=C\ninterval=7\nmemory.limit=5\ndisk.path=/\n"
+                 "cpu.limit.host=^db 1\ncpu.limit.host=[0-9] 2\ncpu.limit.host=^web-[0-9]+$ 3\n"
+                 "disk.limit.host=[a-z] 4\n");
+    ChildProcess agent = folder.start({"-s", "s", "--inventory"});
+    EXPECT_EQ(agent.wait(), 0) << agent.errors();
+    const std::regex tree(
+        "web-17\n"
+        "  agent\n    language: C\n    seconds between samples: 7\n    version: 1\\.0\\.0\n"
+        "  limits\n    file system of / in use \\(%\\): 4\n    load average: 3\n    memory in use \\(%\\): 5\n"
+        "    processes: 2000\n"
+        "  system\n    kernel: .+\n    memory \\(MiB\\): \\d+\n    processors: \\d+\n");
+    EXPECT_TRUE(std::regex_match(agent.output(), tree)) << agent.output();
+    EXPECT_EQ(folder.names(), Texts{"s"});
+}
+
+TEST(Agent, KnowsItsSecretAgainAndNoticesAnAlteredState) {
+    const Folder folder;
+    folder.write("key", "open sesame\r\nsecond line\n");
+    folder.write("secret", "a secret of some length\n");
+    ChildProcess encipher = folder.start({"--encipher", "key"}, "exec <secret");
+    ChildProcess again = folder.start({"--encipher", "key"}, "exec <secret");
+    EXPECT_EQ(encipher.wait(), 0) << encipher.errors();
+    EXPECT_EQ(again.wait(), 0);
+    ASSERT_TRUE(std::regex_match(encipher.output(), std::regex("secret=[0-9A-F]{96}\n"))) << encipher.output();
+    EXPECT_NE(encipher.output(), again.output()) << "the same secret, seen twice";
+
+    const auto run = [&](const std::string& secret) {
+        folder.write("s", "secret.key.file=key\nmemory.limit=0\n" + secret);
+        ChildProcess agent = folder.start({"-s", "s", "-n", "1"});
+        agent.wait();
+        return agent.output() + agent.errors();
+    };
+    const std::string notSealed = "does not carry its seal";
+    EXPECT_EQ(run(encipher.output()).find(notSealed), std::string::npos);
+    EXPECT_EQ(run(again.output()).find(notSealed), std::string::npos) << "its own state, kept with the same secret";
+    std::string state = folder.read("kest-agent.state");
+    ASSERT_NE(state.find("memory.above=yes"), std::string::npos);
+    folder.write("kest-agent.state", state.replace(state.find("memory.above=yes"), 16, "memory.above=no"));
+    EXPECT_NE(run(again.output()).find(notSealed), std::string::npos);
+
+    folder.write("key", "open sesamE\n");
+    EXPECT_EQ(run(again.output()),
+              "kest-agent: settings file s: secret: cannot be deciphered: the key is wrong, or the text is damaged\n");
+}
+
+TEST(Agent, SpeaksTheLanguageOfItsUser) {
+    const Folder folder;
+    // A system that has the locales, as far as this test is concerned: their names with the contents of another one.
+    for (const char* const locale : {"de_DE.UTF-8", "de_CH.UTF-8"})
+        std::filesystem::create_directory_symlink("/usr/lib/locale/C.utf8", folder.pathOf(locale));
+    folder.write("s", std::string((1 << 20) + 1, '#'));
+    const auto errors = [&](const std::string& environment) {
+        // The C library leaks what it makes of LOCPATH.
+        const std::string command = "export ASAN_OPTIONS=detect_leaks=0 LOCPATH=$PWD " + environment;
+        ChildProcess agent = folder.start({"-s", "s"}, command);
+        agent.wait();
+        return agent.errors();
+    };
+    EXPECT_EQ(errors("LC_ALL=de_DE.UTF-8"), "kest-agent: Einstellungsdatei s: größer als 1048576 Bytes\n");
+    EXPECT_EQ(errors("LC_ALL= LC_MESSAGES=de_CH.UTF-8 LC_CTYPE=C.UTF-8"),
+              "kest-agent: Einstellungsdatei s: grösser als 1048576 Bytes\n");
+    EXPECT_EQ(errors("LC_ALL=fr_FR.UTF-8"), "kest-agent: settings file s: larger than 1048576 bytes\n");
+    EXPECT_EQ(errors("KEST_AGENT_MESSAGES=/none"),
+              "kest-agent: KestProperties<StringType>::loadProperties: couldn't open file /none/kest-agent.pro\n");
+    folder.write("s", "language=de_CH\nspeed=1\n");
+    EXPECT_EQ(errors("LC_ALL=C"), "kest-agent: Einstellungsdatei s: die Einstellung \"speed\" gibt es nicht\n");
 }
 
 TEST(Agent, ShowsItsOptions) {

@@ -9,11 +9,12 @@
 // length in front, in 8 bytes. docs/formats/object_streams.md has every byte. What is read in another order than it was
 // written gives other values, and no error.
 //
-// Threads: read, peek and write of one buffer stream may be called from any thread. Everything else of it takes no lock
-// and is not used while another thread works on the same stream. A text is two calls of the primitive: two threads that
-// write texts to one stream see to their order themselves.
+// Threads: read, peek and write of one buffer stream, and so the operators, may be called from any thread. A text is
+// one step of a buffer stream, and two of a class derived from it, between which another thread may come. Everything
+// else of it takes no lock and is not used while another thread works on the same stream.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -24,6 +25,16 @@
 #include "support/strings.h"
 
 namespace KestSupport {
+
+namespace internal {
+
+/// Which thread has a lock to itself, and whether it is inside.
+struct LockBias {
+    std::atomic<std::uint32_t> owner{0};
+    std::atomic<bool> busy{false};
+};
+
+}  // namespace internal
 
 class KEST_SUPPORT_EXPORT KestObjectStream {
   public:
@@ -98,6 +109,10 @@ class KEST_SUPPORT_EXPORT KestOutputObjectStream : public KestObjectStream {
     KestObjectStream& operator<<(const std::string& text);
     /// All units of the text, NULs too.
     KestObjectStream& operator<<(const wstring16& text);
+
+  private:
+    template <typename Unit>
+    KestObjectStream& writeText(const Unit* text, std::uint64_t length);
 };
 
 /// A block of memory: 4 bytes for the length of the payload, then the payload. Writing appends to the payload, reading
@@ -135,11 +150,17 @@ class KEST_SUPPORT_EXPORT KestBufferStream : public KestInputObjectStream, publi
 
   private:
     friend class KestInputObjectStream;
+    friend class KestOutputObjectStream;
 
     static constexpr std::uint32_t kHeaderSize = 4;
     static constexpr std::uint32_t kDefaultGrowBy = 512;
 
-    std::size_t front(void* destination, std::size_t size, std::size_t count) const noexcept;
+    std::size_t front(void* destination, std::size_t n) const noexcept;
+    void dropFront(std::size_t n) noexcept;
+    std::size_t append(const void* source, std::size_t n) noexcept;
+    template <typename Text>
+    void takeText(Text& text);
+    void appendText(const void* text, std::uint64_t length, std::size_t unitSize);
     bool makeRoom(std::size_t n) noexcept;
     bool grow(std::size_t n) noexcept;
     void moveToFront() const noexcept;
@@ -152,7 +173,8 @@ class KEST_SUPPORT_EXPORT KestBufferStream : public KestInputObjectStream, publi
     mutable std::uint32_t m_end = kHeaderSize;
     std::uint32_t m_growBy = kDefaultGrowBy;
     std::uint32_t m_capacity = 0;
-    mutable KestCriticalSectionObject m_lock;  // guards all of it in read, peek and write
+    mutable KestCriticalSectionObject m_lock;  // guards all of it in read, peek and write, with m_bias
+    mutable internal::LockBias m_bias;
 };
 
 }  // namespace KestSupport

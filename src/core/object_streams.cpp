@@ -7,9 +7,11 @@
 #include <limits>
 #include <memory>
 #include <new>
+#include <typeinfo>
 #include <utility>
 
 #include "platform/fault_seam.h"
+#include "sync/biased_guard.h"
 
 namespace KestSupport {
 namespace {
@@ -17,8 +19,23 @@ namespace {
 static_assert(std::endian::native == std::endian::little, "values go into the stream as they lie in memory");
 
 constexpr std::size_t kMostBytes = std::numeric_limits<std::uint32_t>::max();
-// Texts up to here are read by way of the stack.
-constexpr std::uint64_t kShortText = 256;
+// Most of what is copied is a number or a short text, for which a call of memcpy takes longer than the copying.
+inline void copyBytes(void* destination, const void* source, std::size_t n) noexcept {
+    constexpr std::size_t wide = sizeof(std::uint64_t);
+    auto* const to = static_cast<unsigned char*>(destination);
+    const auto* const from = static_cast<const unsigned char*>(source);
+    if (n >= wide && n <= 2 * wide) {
+        std::uint64_t first = 0, last = 0;
+        std::memcpy(&first, from, wide);
+        std::memcpy(&last, from + n - wide, wide);
+        std::memcpy(to, &first, wide);
+        std::memcpy(to + n - wide, &last, wide);
+    } else if (n == sizeof(std::uint32_t)) {
+        std::memcpy(to, from, sizeof(std::uint32_t));
+    } else if (n != 0) {
+        std::memcpy(to, from, n);
+    }
+}
 
 // More than any stream holds when the product does not fit.
 std::size_t byteCount(std::size_t size, std::size_t count) noexcept {
@@ -31,13 +48,6 @@ std::size_t byteCount(std::size_t size, std::size_t count) noexcept {
 template <typename Value>
 KestObjectStream& writeValue(KestOutputObjectStream& stream, Value value) {
     stream.write(&value, sizeof value, 1);
-    return stream;
-}
-
-template <typename Unit>
-KestObjectStream& writeText(KestOutputObjectStream& stream, const Unit* text, std::uint64_t length) {
-    writeValue(stream, length);
-    if (length != 0) stream.write(text, sizeof(Unit), length);
     return stream;
 }
 
@@ -56,6 +66,39 @@ KestObjectStream& readLong(KestInputObjectStream& stream, Long& value) {
     const std::size_t delivered = stream.read(&wire, sizeof wire, 1);
     if (delivered != 0 || wire != before) value = wire;
     return stream;
+}
+
+inline bool hasNul(const char* eightBytes) noexcept {
+    std::uint64_t bytes = 0;
+    std::memcpy(&bytes, eightBytes, sizeof bytes);
+    return ((bytes - 0x0101010101010101U) & ~bytes & 0x8080808080808080U) != 0;
+}
+
+// How many of the bytes stand before the first NUL. A short text mostly has none, which two words tell.
+inline std::size_t lengthUpToNul(const char* bytes, std::size_t n) noexcept {
+    constexpr std::size_t wide = sizeof(std::uint64_t);
+    if (n >= wide && n <= 2 * wide && !hasNul(bytes) && !hasNul(bytes + n - wide)) return n;
+    const void* const nul = n == 0 ? nullptr : std::memchr(bytes, 0, n);
+    return nul == nullptr ? n : static_cast<std::size_t>(static_cast<const char*>(nul) - bytes);
+}
+
+void assignUpToNul(std::string& text, const unsigned char* bytes, std::size_t count) {
+    const auto* const first = reinterpret_cast<const char*>(bytes);
+    const std::size_t length = lengthUpToNul(first, count);
+    // A loop reads into one variable, whose last text was often as long.
+    if (length > text.size()) {
+        text.assign(first, length);
+        return;
+    }
+    text.resize(length);
+    copyBytes(text.data(), first, length);
+}
+
+// The bytes need not lie as units do; half a unit at the end becomes one with a high byte of 0.
+void assignUpToNul(wstring16& text, const unsigned char* bytes, std::size_t count) {
+    text.assign((count + 1) / sizeof(wstring16::value_type), 0);
+    if (count != 0) std::memcpy(text.data(), bytes, count);
+    text.resize(std::min(text.find(wstring16::value_type{0}), text.size()));
 }
 
 }  // namespace
@@ -94,14 +137,26 @@ KestObjectStream& KestOutputObjectStream::operator<<(long value) {
 KestObjectStream& KestOutputObjectStream::operator<<(unsigned long value) {
     return writeValue(*this, static_cast<std::uint32_t>(value));
 }
+// A buffer stream, unless a derived class may have a primitive of its own, takes and gives a text in one step.
+template <typename Unit>
+KestObjectStream& KestOutputObjectStream::writeText(const Unit* text, std::uint64_t length) {
+    if (typeid(*this) == typeid(KestBufferStream)) {
+        static_cast<KestBufferStream*>(this)->appendText(text, length, sizeof(Unit));
+        return *this;
+    }
+    writeValue(*this, length);
+    if (length != 0) write(text, sizeof(Unit), length);
+    return *this;
+}
+
 KestObjectStream& KestOutputObjectStream::operator<<(const char* text) {
-    return writeText(*this, text, text == nullptr ? 0 : std::strlen(text));
+    return writeText(text, text == nullptr ? 0 : std::strlen(text));
 }
 KestObjectStream& KestOutputObjectStream::operator<<(const std::string& text) {
-    return *this << text.c_str();
+    return writeText(text.data(), lengthUpToNul(text.data(), text.size()));
 }
 KestObjectStream& KestOutputObjectStream::operator<<(const wstring16& text) {
-    return writeText(*this, text.data(), text.size());
+    return writeText(text.data(), text.size());
 }
 
 KestObjectStream& KestInputObjectStream::operator>>(char& value) {
@@ -138,7 +193,7 @@ KestObjectStream& KestInputObjectStream::operator>>(unsigned long& value) {
 std::uint64_t KestInputObjectStream::unitsThere(std::uint64_t length, std::size_t unitSize) {
     const auto* const buffer = dynamic_cast<const KestBufferStream*>(this);
     if (buffer == nullptr) return length;
-    const KestCriticalSection guard(buffer->m_lock, true);
+    const internal::BiasedGuard guard(buffer->m_bias, buffer->m_lock);
     return std::min<std::uint64_t>(length, (buffer->size() + unitSize - 1) / unitSize);
 }
 
@@ -154,18 +209,13 @@ std::unique_ptr<Unit[]> KestInputObjectStream::readUnits(std::uint64_t length) {
 
 template <typename Text>
 KestObjectStream& KestInputObjectStream::readText(Text& text) {
-    using Unit = typename Text::value_type;
-    std::uint64_t length = 0;
-    readValue(*this, length);
-    if (length == 0) return *this;
-    if (length > kShortText) {
-        text = readUnits<Unit>(length).get();
+    if (typeid(*this) == typeid(KestBufferStream)) {
+        static_cast<KestBufferStream*>(this)->takeText(text);
         return *this;
     }
-    Unit units[kShortText + 1];
-    std::fill_n(units, length + 1, Unit{});
-    read(units, sizeof(Unit), length);
-    text = units;
+    std::uint64_t length = 0;
+    readValue(*this, length);
+    if (length != 0) text = readUnits<typename Text::value_type>(length).get();
     return *this;
 }
 
@@ -226,33 +276,58 @@ void KestBufferStream::reset() {
     m_start = m_end = kHeaderSize;
 }
 
-// Copies from the front of the payload; under the lock.
-std::size_t KestBufferStream::front(void* destination, std::size_t size, std::size_t count) const noexcept {
-    const std::size_t n = std::min<std::size_t>(byteCount(size, count), m_end - m_start);
-    if (n != 0) std::memcpy(destination, m_buffer + m_start, n);
+// Under the lock, like the next three: the number of bytes copied from the front of the payload.
+inline std::size_t KestBufferStream::front(void* destination, std::size_t n) const noexcept {
+    n = std::min<std::size_t>(n, m_end - m_start);
+    if (n != 0) copyBytes(destination, m_buffer + m_start, n);
+    return n;
+}
+
+inline void KestBufferStream::dropFront(std::size_t n) noexcept {
+    m_start += static_cast<std::uint32_t>(n);
+    if (m_start == m_end) m_start = m_end = kHeaderSize;
+}
+
+inline std::size_t KestBufferStream::append(const void* source, std::size_t n) noexcept {
+    if (n > kMostBytes || (m_end + n > m_capacity && !makeRoom(n))) return 0;
+    copyBytes(m_buffer + m_end, source, n);
+    m_end += static_cast<std::uint32_t>(n);
     return n;
 }
 
 std::size_t KestBufferStream::read(void* destination, std::size_t size, std::size_t count) {
-    const KestCriticalSection guard(m_lock, true);
-    const std::size_t n = front(destination, size, count);
-    m_start += static_cast<std::uint32_t>(n);
-    if (m_start == m_end) m_start = m_end = kHeaderSize;
+    const internal::BiasedGuard guard(m_bias, m_lock);
+    const std::size_t n = front(destination, byteCount(size, count));
+    dropFront(n);
     return n;
 }
 
 std::size_t KestBufferStream::peek(void* destination, std::size_t size, std::size_t count) {
-    const KestCriticalSection guard(m_lock, true);
-    return front(destination, size, count);
+    const internal::BiasedGuard guard(m_bias, m_lock);
+    return front(destination, byteCount(size, count));
 }
 
 std::size_t KestBufferStream::write(const void* source, std::size_t size, std::size_t count) {
-    const KestCriticalSection guard(m_lock, true);
-    const std::size_t n = byteCount(size, count);
-    if (n > kMostBytes || (m_end + n > m_capacity && !makeRoom(n))) return 0;
-    if (n != 0) std::memcpy(m_buffer + m_end, source, n);
-    m_end += static_cast<std::uint32_t>(n);
-    return n;
+    const internal::BiasedGuard guard(m_bias, m_lock);
+    return append(source, byteCount(size, count));
+}
+
+void KestBufferStream::appendText(const void* text, std::uint64_t length, std::size_t unitSize) {
+    const internal::BiasedGuard guard(m_bias, m_lock);
+    append(&length, sizeof length);
+    append(text, byteCount(unitSize, length));
+}
+
+template <typename Text>
+void KestBufferStream::takeText(Text& text) {
+    using Unit = typename Text::value_type;
+    const internal::BiasedGuard guard(m_bias, m_lock);
+    std::uint64_t length = 0;
+    dropFront(front(&length, sizeof length));
+    if (length == 0) return;
+    const std::size_t bytes = std::min<std::size_t>(byteCount(sizeof(Unit), length), size());
+    assignUpToNul(text, m_buffer + m_start, bytes);
+    dropFront(bytes);
 }
 
 // Room for n bytes behind the payload. What was read before makes room too, and moving the payload there costs no more

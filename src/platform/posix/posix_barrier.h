@@ -4,18 +4,15 @@
 #pragma once
 
 #include "platform/posix/posix_futex.h"
+#include "platform/thread_bias.h"
 
 namespace KestSupport::platform {
 
 /// True when barrierInAllThreads works; settled when the library is loaded.
 extern constinit std::atomic<bool> g_barrierWorks;
 
-/// Every thread of the process passes a full memory barrier before this returns. When the kernel has none, it is one of
-/// the calling thread only, and storeBeforeLoad has the other.
-void barrierInAllThreads() noexcept;
-
 /// Stores with release order; a load that follows is not done before the store, as barrierInAllThreads's caller sees
-/// it.
+/// it. Where that has no barrier for all threads, this has one.
 inline void storeBeforeLoad(FutexWord& word, std::uint32_t value) noexcept {
     if (g_barrierWorks.load(std::memory_order_relaxed)) [[likely]] {
         word.store(value, std::memory_order_release);

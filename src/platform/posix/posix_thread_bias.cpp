@@ -1,0 +1,21 @@
+#include "platform/thread_bias.h"
+
+#include "platform/posix/posix_barrier.h"
+#include "platform/posix/posix_wait_object.h"
+
+namespace KestSupport::platform {
+
+std::uint32_t threadKey() noexcept {
+    return currentRecord().id;
+}
+
+bool threadMayRun(std::uint32_t key) noexcept {
+    const Dispatcher dispatcher(currentRecord());
+    return isAttached(key);
+}
+
+bool allThreadsCanBarrier() noexcept {
+    return g_barrierWorks.load(std::memory_order_relaxed);
+}
+
+}  // namespace KestSupport::platform

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <mutex>
 #include <semaphore>
 
@@ -142,6 +143,24 @@ TEST(Console, AnEventThatNobodyTakesEndsTheProcess) {
     ASSERT_TRUE(addConsoleHandler(takesAll));
     expectEndsByEvents("child of a program that takes events");
     EXPECT_TRUE(removeConsoleHandler(takesAll));
+}
+
+const ChildRole asksForTerminals("asks for terminals", [](const std::vector<std::string>&) {
+    int terminals = 0;
+    for (const StandardStream stream : {StandardStream::input, StandardStream::output, StandardStream::error})
+        terminals = 2 * terminals + (isTerminal(stream) ? 1 : 0);
+    return terminals;
+});
+
+TEST(Console, TellsATerminalFromPipesAndClosedStreams) {
+    const auto answer = [](const std::string& command, bool terminal) {
+        const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
+        return ChildProcess(self, {"--child-role=asks for terminals"}, {"", command, terminal}).wait();
+    };
+    EXPECT_EQ(answer("", true), 0b001);
+    EXPECT_EQ(answer("exec <&2", true), 0b101);
+    EXPECT_EQ(answer("exec 1>&- 2>/dev/null", true), 0);
+    EXPECT_EQ(answer("", false), 0);
 }
 
 }  // namespace

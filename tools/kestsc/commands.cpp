@@ -21,7 +21,8 @@ const std::vector<CommandEntry> kCommands{
      "kestsc status web || kestsc start web", 1, 1, 0, showStatus},
     {"start", "NAME [ARGUMENT...]", "start a service and wait until it runs",
      "Starts what the service depends on, then the service, and gives it the arguments. Those that\n"
-     "begin with a dash stand behind --. A service that runs already is left alone.\n",
+     "begin with a dash stand behind --. A service that runs already is left alone. The time-out begins\n"
+     "when the program has answered, for which it has 30 seconds.\n",
      "kestsc start web --timeout 60 -- --verbose", 1, kAnyNumber, kWaiting, startOne},
     {"stop", "NAME", "stop a service and wait until it is stopped",
      "Refused while services that depend on it run. A service that does not run is left alone.\n", "kestsc stop web", 1,

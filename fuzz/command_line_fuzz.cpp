@@ -4,19 +4,13 @@
 #include <cstdlib>
 #include <string>
 
+#include "input.h"
 #include "support/exceptions.h"
 #include "support/program_options.h"
 
 using namespace KestSupport;
 
 namespace {
-
-std::string takeLine(std::string& text) {
-    const std::size_t end = text.find('\n');
-    const std::string line = text.substr(0, end);
-    text.erase(0, end == std::string::npos ? end : end + 1);
-    return line;
-}
 
 // Every argument must be reachable in each of the three ways.
 void walk(KestProgramOptions options) {
@@ -31,8 +25,8 @@ void walk(KestProgramOptions options) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     std::string commandLine(reinterpret_cast<const char*>(data), size);
-    const std::string shortSpec = takeLine(commandLine);
-    const std::string longSpec = takeLine(commandLine);
+    const std::string shortSpec = fuzz::takeLine(commandLine);
+    const std::string longSpec = fuzz::takeLine(commandLine);
     walk(KestProgramOptions(commandLine, size % 2 == 0));
     try {
         walk(KestProgramOptions(commandLine, shortSpec, longSpec, true));

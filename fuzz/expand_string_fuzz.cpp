@@ -6,6 +6,7 @@
 #include <map>
 #include <string>
 
+#include "input.h"
 #include "support/properties.h"
 #include "support/utilities.h"
 
@@ -13,20 +14,18 @@ using namespace KestSupport;
 
 namespace {
 
-std::string takeLine(std::string& text) {
-    const std::size_t end = text.find('\n');
-    const std::string line = text.substr(0, end);
-    text.erase(0, end == std::string::npos ? end : end + 1);
-    return line;
-}
-
 std::string expandPlainly(std::string text, const std::map<std::string, std::string>& values) {
     for (int count = 0; count < 1000 && text.size() <= 1024 * 1024; ++count) {
         const std::size_t begin = text.find('<');
         const std::size_t end = begin == std::string::npos ? begin : text.find('>', begin);
         if (end == std::string::npos) break;
-        const auto value = values.find(text.substr(begin + 1, end - begin - 1));
-        text.replace(begin, end - begin + 1, value == values.end() ? "" : value->second);
+        const std::string name = text.substr(begin + 1, end - begin - 1);
+        const auto value = values.find(name);
+        const char* const variable = std::getenv(name.c_str());
+        text.replace(begin, end - begin + 1,
+                     value != values.end() ? value->second
+                     : variable == nullptr ? ""
+                                           : variable);
     }
     return text;
 }
@@ -38,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     KestProperties<std::string> properties;
     std::map<std::string, std::string> values;
     for (const char* name : {"a", "b"}) {
-        values[name] = takeLine(text);
+        values[name] = fuzz::takeLine(text);
         properties.addProperty(name, values[name]);
     }
     if (KestExpandString(text, properties) != expandPlainly(text, values)) std::abort();

@@ -39,7 +39,8 @@ class KEST_SUPPORT_EXPORT KestLibrary : public KestObjectBase {
     KestLibrary& operator=(const KestLibrary& other);
     ~KestLibrary() override;
 
-    /// The address of an exported symbol, by the name that the system knows it by; null when there is none.
+    /// The address of an exported symbol, by the name that the system knows it by; null when there is none. On Linux
+    /// those of the libraries that this one needs are found too.
     void* getProcAddr(const std::string& symbol) const noexcept;
 
   private:

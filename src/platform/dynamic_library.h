@@ -17,7 +17,7 @@ LibraryHandle loadLibrary(const std::string& name, std::string& message);
 /// One more load of a loaded library, whatever file lies at its path by now. Null, with a text, when that fails.
 LibraryHandle loadAgain(LibraryHandle library, std::string& message);
 
-/// The address of an exported symbol; null when there is none.
+/// The address of a symbol that the library exports, or null. A back end may find those of the libraries that it needs.
 void* findSymbol(LibraryHandle library, const std::string& name) noexcept;
 
 /// Gives back one load.

@@ -32,21 +32,15 @@ const std::string kNoFile = "KestRemoveDirectory: Could not remove the file ";
 TEST(CreateDirectory, MakesWhatIsMissingOfThePathAndLogsWhatCannotBeMade) {
     const kit::TemporaryFolder folder;
     folder.write("file", "");
-    const struct {
-        const char* path;
-        bool result;
-        const char* made;
-    } rows[] = {{"a", true, "a"},
-                {"a", true, "a"},
-                {"a/b/c", true, "a/b/c"},
-                {"d//e/", true, "d/e"},
-                {"f\\g/h\\i", true, "f/g/h/i"},
-                {"file", true, "file"},
-                {"file/x", false, "file"}};
-    for (const auto& row : rows) {
-        EXPECT_EQ(KestCreateDirectory(folder.pathOf(row.path)), row.result) << row.path;
-        EXPECT_TRUE(fs::exists(folder.pathOf(row.made))) << row.path;
-    }
+    const std::tuple<const char*, bool, const char*> rows[] = {{"a", true, "a"},
+                                                               {"a", true, "a"},
+                                                               {"a/b/c", true, "a/b/c"},
+                                                               {"d//e/", true, "d/e"},
+                                                               {"f\\g/h\\i", true, "f/g/h/i"},
+                                                               {"file", true, "file"},
+                                                               {"file/x", false, "file"}};
+    for (const auto& [path, result, made] : rows)
+        EXPECT_TRUE(KestCreateDirectory(folder.pathOf(path)) == result && fs::exists(folder.pathOf(made))) << path;
     EXPECT_FALSE(KestCreateDirectory(""));
     const fs::path before = fs::current_path();
     fs::current_path(folder.path());

@@ -57,7 +57,7 @@ const ChildRole g_copies("copies", [](const Words& arguments) {
 Process started(ProcessRequest request, const std::string& command) {
     request.commandLine = ChildProcess::commandOfRole(command);
     Process process;
-    EXPECT_EQ(process.start(request), 0u) << command;
+    EXPECT_EQ(process.start(request), 0u);
     return process;
 }
 
@@ -130,24 +130,18 @@ TEST(Process, SaysWhyAProgramIsNotStarted) {
     const kit::TemporaryFolder folder;
     const std::string document = folder.write("document", "text"), broken = folder.write("broken", "text");
     std::filesystem::permissions(broken, std::filesystem::perms::owner_all);
-    const struct {
-        std::string commandLine, workingDirectory;
-        std::intptr_t input;
-        ErrorCode error;
-    } rows[] = {{" ", "", 0, errorInvalidParameter},
-                {folder.pathOf("absent"), "", 0, errorFileNotFound},
-                {"kest-no-such-program", "/", 0, errorFileNotFound},
-                {document, "", 0, errorBadExecutable},
-                {broken, "", 0, errorBadExecutable},
-                {document + "/below", "", 0, errorPathNotFound},
-                {folder.path(), "", 0, errorAccessDenied},
-                {"true", folder.pathOf("absent"), 0, errorFileNotFound},
-                {"true", "", 99999, errorInvalidHandle}};
+    const std::pair<std::string, ErrorCode> rows[] = {{" ", errorInvalidParameter},
+                                                      {document, errorBadExecutable},
+                                                      {broken, errorBadExecutable},
+                                                      {folder.pathOf("absent"), errorFileNotFound},
+                                                      {"kest-no-such-program", errorFileNotFound},
+                                                      {document + "/below", errorPathNotFound},
+                                                      {folder.path(), errorAccessDenied}};
     for (const bool detached : {false, true}) {
-        for (const auto& row : rows)
-            EXPECT_EQ(Process().start({row.commandLine, row.workingDirectory, {}, {row.input, 1, 2}, detached}),
-                      row.error)
-                << row.commandLine;
+        for (const auto& [program, error] : rows)
+            EXPECT_EQ(Process().start({program, "", {}, {0, 1, 2}, detached}), error) << program;
+        EXPECT_EQ(Process().start({"true", folder.pathOf("absent"), {}, {0, 1, 2}, detached}), errorFileNotFound);
+        EXPECT_EQ(Process().start({"true", "", {}, {99999, 1, 2}, detached}), errorInvalidHandle);
     }
     EXPECT_FALSE(ChildProcess::anyLeft());
 }

@@ -217,9 +217,15 @@ ThreadObject* asThread(WaitHandle handle) noexcept {
 
 }  // namespace
 
+// Not for good: a thread may have closed its handle and go on running, and then it is the end of the process that
+// brought us here.
 void awaitLeavingThreads() noexcept {
-    while (g_leavingIn == getpid() && g_leaving.load(std::memory_order_acquire) != 0)
-        sched_yield();
+    constexpr int kYields = 1000;
+    constexpr int kSleeps = 500;
+    for (int tries = 0; g_leaving.load(std::memory_order_acquire) != 0; ++tries) {
+        if (g_leavingIn != getpid() || tries == kYields + kSleeps) return;
+        tries < kYields ? yieldThread() : sleepThread(1);
+    }
     g_lastEnded.join();
 }
 

@@ -231,7 +231,7 @@ void detachThread(Dispatcher& dispatcher, ThreadRecord& self) noexcept;
 void closeThread(ThreadObject& thread) noexcept;
 /// The last step of a thread made here: its handle becomes signalled.
 void finishThread(ThreadObject& thread, ThreadRecord& self) noexcept;
-/// Returns when the threads that have closed their own handles have left the library's code.
+/// Gives the threads that have closed their own handles the time to leave the library's code.
 void awaitLeavingThreads() noexcept;
 /// A mutex that was closed, as good as new; null when there is none.
 WaitObject* reuseMutex(ThreadRecord& self) noexcept;

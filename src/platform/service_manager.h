@@ -126,9 +126,10 @@ class ServiceManager {
     // Dispatcher side. A process is one service, so the name that counts is the one that it was registered under.
 
     /// Gives the calling thread to the manager, which calls `main` on another one. Returns when the service has
-    /// reported that it is stopped; at once with errorFailedServiceControllerConnect in a process that the manager did
-    /// not start. A main that returns without a control handler, or that throws, has stopped the service. A
-    /// supervisor's request that the process end (SIGTERM) reaches the service as kServiceControlStop.
+    /// reported that it is stopped, and main has returned or had a second for that; at once with
+    /// errorFailedServiceControllerConnect in a process that the manager did not start. A main that returns without a
+    /// control handler, or that throws, has stopped the service. A supervisor's request that the process end (SIGTERM)
+    /// reaches the service as kServiceControlStop.
     virtual ErrorCode runDispatcher(const std::string& service, ServiceMain main) = 0;
     /// Controls reach `handler`, on a thread of the manager, one at a time. The status handle; null when the manager
     /// refuses.

@@ -1,8 +1,10 @@
-// Services for tests: a state directory of the test's own with the platform's manager on it, and a client that says in
-// one call what a test wants. Results are the manager's. At the end whatever runs is killed.
+// Services for tests: a state directory of the test's own with the platform's manager on it, and a client that runs a
+// whole scenario in one call. At the end whatever runs is killed.
 #pragma once
 
 #include <gtest/gtest.h>
+
+#include <sstream>
 
 #include "kit/child_process.h"
 #include "kit/environment_guard.h"
@@ -15,16 +17,14 @@ namespace kit {
 class ServiceFixture : public testing::Test {
   protected:
     using Manager = KestSupport::platform::ServiceManager;
-    using Change = KestSupport::platform::ServiceChange;
     using Configuration = KestSupport::platform::ServiceConfiguration;
     using ErrorCode = KestSupport::platform::ErrorCode;
     using Status = KestSupport::platform::ServiceStatus;
-    using Texts = std::vector<std::string>;
 
     ServiceFixture() { environment.set("KEST_STATE_DIR", state.path()); }
     ~ServiceFixture() override {
         for (const auto& each : list())
-            end(each.name);
+            run("end " + each.name);
     }
 
     /// A handle of a service, or of the manager when no name is given.
@@ -59,49 +59,76 @@ class ServiceFixture : public testing::Test {
         if (service != nullptr) manager.services.closeHandle(service);
         return error;
     }
-    /// A service that is this program in a role.
-    static ErrorCode create(const std::string& name, const std::string& role, const std::string& dependencies = "") {
-        return create({name, "", 16, 2, 1, ChildProcess::commandOfRole(role), dependencies});
-    }
-    static ErrorCode start(const std::string& name, const Texts& arguments = {}) {
-        return Opened(name).call(&Manager::startService, arguments);
-    }
-    static ErrorCode control(const std::string& name, std::uint32_t code, Status&& answer = {}) {
-        return Opened(name).call(&Manager::control, code, answer);
-    }
-    static ErrorCode change(const std::string& name, const Change& wanted) {
-        return Opened(name).call(&Manager::changeConfiguration, wanted);
-    }
-    static ErrorCode remove(const std::string& name) { return Opened(name).call(&Manager::deleteService); }
-    static ErrorCode query(const std::string& name, Status& status) {
-        return Opened(name).call(&Manager::queryStatus, status);
+    static Status query(const std::string& name) {
+        Status status;
+        status.exitCode = Opened(name).call(&Manager::queryStatus, status) + status.exitCode;
+        return status;
     }
     static std::vector<KestSupport::platform::ServiceEntry> list() {
         std::vector<KestSupport::platform::ServiceEntry> all;
         Opened().call(&Manager::enumerateServices, all);
         return all;
     }
-    /// "STATE accepted=A exit=E", and whether there is a process; or "error E".
-    static std::string tell(const std::string& name) {
-        Status status;
-        if (const ErrorCode error = query(name, status); error != 0) return "error " + std::to_string(error);
-        return std::to_string(status.currentState) + " accepted=" + std::to_string(status.controlsAccepted) +
-               " exit=" + std::to_string(status.exitCode) + (status.processId != 0 ? " process" : "");
-    }
-    static Status awaitState(const std::string& name, std::uint32_t wanted) {
-        Status status;
-        await([&] { return query(name, status) != 0 || status.currentState == wanted; });
-        return status;
-    }
-    /// Kills the service, if it has a process, and returns when it is seen to be stopped.
-    static void end(const std::string& name) {
-        Status status;
-        if (query(name, status) == 0 && status.processId != 0) ChildProcess::kill(status.processId);
-        awaitState(name, 1);
+
+    /// Runs steps such as "create NAME ROLE DEPENDENCY...; start NAME ARGUMENT..." and returns their results in a row.
+    /// A role is one of this program's, or a path. "control NAME CODE" gives the state after it too, "tell NAME" the
+    /// state, what is accepted and the exit code, with a "p" for a process; "await NAME STATE" and "end NAME", which
+    /// kills it, give nothing.
+    static std::string run(const std::string& steps) {
+        std::string results;
+        std::istringstream all(steps);
+        for (std::string step; std::getline(all >> std::ws, step, ';');) {
+            const std::string result = runStep(step);
+            if (!result.empty()) results += (results.empty() ? "" : " ") + result;
+        }
+        return results;
     }
 
     TemporaryFolder state;
     EnvironmentGuard environment;
+
+  private:
+    static std::string runStep(const std::string& step) {
+        std::istringstream words(step);
+        std::string verb, name;
+        words >> verb >> name;
+        std::vector<std::string> rest(std::istream_iterator<std::string>(words), {});
+        if (verb == "create") {
+            const bool isPath = rest.at(0)[0] == '/';
+            Configuration wanted{name, "", 16, 2, 1, isPath ? rest[0] : ChildProcess::commandOfRole(rest[0]), ""};
+            for (std::size_t i = 1; i < rest.size(); ++i)
+                wanted.dependencies += rest[i] + '\0';
+            return std::to_string(create(wanted));
+        }
+        if (verb == "tell") {
+            Status status;
+            const ErrorCode error = Opened(name).call(&Manager::queryStatus, status);
+            if (error != 0) return std::to_string(error);
+            return std::to_string(status.currentState) + "/" + std::to_string(status.controlsAccepted) + "/" +
+                   std::to_string(status.exitCode) + (status.processId != 0 ? "p" : "");
+        }
+        if (verb == "end" && query(name).processId != 0) ChildProcess::kill(query(name).processId);
+        if (verb == "end" || verb == "await") {
+            const std::uint32_t wanted = verb == "end" ? 1 : static_cast<std::uint32_t>(std::stoul(rest.at(0)));
+            await([&] {
+                const std::uint32_t current = query(name).currentState;
+                return current == wanted || current == 0;
+            });
+            return "";
+        }
+        const Opened service(name);
+        if (verb == "start") return std::to_string(service.call(&Manager::startService, rest));
+        if (verb == "remove") return std::to_string(service.call(&Manager::deleteService));
+        KestSupport::platform::ServiceChange change;
+        if (verb == "type") change.startType = static_cast<std::uint32_t>(std::stoul(rest.at(0)));
+        if (verb == "needs") change.dependencies = rest.at(0);
+        if (verb == "line") change.commandLine = step.substr(step.find(rest.at(0)));
+        if (verb != "control") return std::to_string(service.call(&Manager::changeConfiguration, change));
+        Status answer;
+        const auto code = static_cast<std::uint32_t>(std::stoul(rest.at(0)));
+        const std::string error = std::to_string(service.call(&Manager::control, code, answer));
+        return error + "/" + std::to_string(answer.currentState);
+    }
 };
 
 }  // namespace kit

@@ -135,7 +135,7 @@ TEST_F(Kestsc, AdministersAServiceFromItsInstallationToItsEnd) {
         {{"delete", "web"}, 0, "web: marked for deletion, goes when it has stopped\n", ""},
         {{"stop", "web", "--no-wait"}, 0, "web: is stopping\n", ""},
     });
-    kit::await([&] { return tell("web") == "error 1060"; });
+    kit::await([&] { return run("tell web") == "1060"; });
     EXPECT_EQ(state.read("starts"), "--one,two words,plain plain plain ");
     expect({
         {{"status", "web"}, 4, "", "status web: the service is not installed (1060)"},

@@ -5,7 +5,6 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <filesystem>
@@ -39,6 +38,15 @@ ServiceStatus stoppedWith(ErrorCode exitCode) {
     status.currentState = kServiceStopped;
     status.exitCode = exitCode;
     return status;
+}
+
+struct flock lockOn(short type, off_t start, off_t length) {
+    struct flock lock = {};
+    lock.l_type = type;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = start;
+    lock.l_len = length;
+    return lock;
 }
 
 struct FolderCloser {
@@ -106,7 +114,6 @@ ErrorCode ServiceDatabase::list(std::vector<std::string>& folders) const {
         if (mayBeFolder && name != "." && name != "..") folders.push_back(name);
     }
     if (errno != 0) return errorFromErrno(errno);
-    std::sort(folders.begin(), folders.end());
     return 0;
 }
 
@@ -123,32 +130,20 @@ ErrorCode DatabaseLock::take(int folder) {
 }
 
 ErrorCode RecordLock::take(int record, off_t which) {
-    struct flock lock = {};
-    lock.l_type = F_WRLCK;
-    lock.l_whence = SEEK_SET;
-    lock.l_start = which;
-    lock.l_len = 1;
+    struct flock lock = lockOn(F_WRLCK, which, 1);
     if (systemCall("fcntl", [&] { return ::fcntl(record, F_OFD_SETLK, &lock); }) == 0) return 0;
     return errno == EAGAIN || errno == EACCES ? errorServiceAlreadyRunning : errorFromErrno(errno);
 }
 
 void RecordLock::release(int record, off_t which) {
-    struct flock lock = {};
-    lock.l_type = F_UNLCK;
-    lock.l_whence = SEEK_SET;
-    lock.l_start = which;
-    lock.l_len = 1;
+    struct flock lock = lockOn(F_UNLCK, which, 1);
     ::fcntl(record, F_OFD_SETLK, &lock);
 }
 
 ErrorCode RecordLock::holder(int record, Holder& holder) {
     holder = Holder::none;
     for (const off_t length : {2, 1}) {
-        struct flock lock = {};
-        lock.l_type = F_WRLCK;
-        lock.l_whence = SEEK_SET;
-        lock.l_start = kRunning;
-        lock.l_len = length;
+        struct flock lock = lockOn(F_WRLCK, kRunning, length);
         if (systemCall("fcntl", [&] { return ::fcntl(record, F_OFD_GETLK, &lock); }) != 0) return errorFromErrno(errno);
         if (lock.l_type == F_UNLCK) return 0;
         holder = lock.l_start == kRunning ? Holder::process : Holder::starter;
@@ -329,12 +324,13 @@ ErrorCode writeRecord(int record, const ServiceStatus& status) {
 }
 
 void removeIfDeleted(int database, const std::string& name) {
-    DatabaseLock lock;
-    if (lock.take(database) != 0) return;
     const ServiceFiles files(database, name);
     StoredService service;
-    // What is marked and not active reads as if it were not there.
-    if (files.read(service) == errorServiceDoesNotExist) files.remove();
+    // What is marked and not active reads as if it were not there. Asked without the lock first, which a service that
+    // merely stops shall not keep from the next to start.
+    if (files.read(service) != errorServiceDoesNotExist) return;
+    DatabaseLock lock;
+    if (lock.take(database) == 0 && files.read(service) == errorServiceDoesNotExist) files.remove();
 }
 
 }  // namespace KestSupport::platform

@@ -33,7 +33,7 @@ class ServiceDatabase {
     const std::string& stateDirectory() const noexcept { return m_stateDirectory; }
     /// Whether the services are this process's user's, so that they run under its account.
     bool isOurs() const noexcept;
-    /// The folders in it, in the order of their names.
+    /// The folders in it, in any order.
     ErrorCode list(std::vector<std::string>& folders) const;
 
   private:

@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 
+#include "platform/clock.h"
 #include "platform/posix/posix_call.h"
 #include "platform/posix/posix_service_database.h"
 #include "platform/posix/posix_service_socket.h"
@@ -17,7 +18,8 @@ namespace KestSupport::platform {
 namespace {
 
 constexpr std::size_t kMostConnections = 16;
-constexpr int kAttentionInterval = 100;  // milliseconds
+constexpr std::uint32_t kAttentionInterval = 100;  // milliseconds
+constexpr std::uint32_t kMainPatience = 1000;      // milliseconds
 
 // The bit of the accepted controls that a control needs; 0 for one that every service takes.
 std::uint32_t acceptanceOf(std::uint32_t control) {
@@ -88,10 +90,12 @@ ServiceProcess::ServiceProcess(std::vector<std::string> arguments, Descriptor st
 ErrorCode ServiceProcess::start(ServiceManager::ServiceMain main) {
     ErrorCode error = takeOver();
     if (error == 0) error = launch(main);
+    if (error == 0) awaitFirstReport();
     ServiceReply reply{error, {}};
     {
         const std::lock_guard guard(m_lock);
         reply.status = m_status;
+        m_told = true;
         if (error != 0) m_record.close();
     }
     // Who started the process may be gone by now; the service runs all the same.
@@ -125,8 +129,28 @@ ErrorCode ServiceProcess::launch(ServiceManager::ServiceMain main) {
     WaitHandle thread = nullptr;
     if (!createThread(runMain, call.get(), thread)) return errorServiceNoThread;
     static_cast<void>(call.release());
-    const OwnedHandle closed(thread);
+    m_main = OwnedHandle(thread);
     return 0;
+}
+
+// Most services are up in no time: then who started one need not look again.
+void ServiceProcess::awaitFirstReport() {
+    const std::int64_t end = steadyTime() + std::int64_t{kAttentionInterval} * 1'000'000;
+    for (;;) {
+        const std::int64_t left = (end - steadyTime()) / 1'000'000;
+        {
+            const std::lock_guard guard(m_lock);
+            if (left <= 0 || m_over || m_status.currentState != kServiceStartPending) return;
+        }
+        pollfd polled{m_wakeUp.get(), POLLIN, 0};
+        ::poll(&polled, 1, static_cast<int>(left));
+        takeWakeUps();
+    }
+}
+
+void ServiceProcess::takeWakeUps() const {
+    std::uint64_t count = 0;
+    static_cast<void>(!::read(m_wakeUp.get(), &count, sizeof count));
 }
 
 std::uint32_t ServiceProcess::runMain(void* argument) {
@@ -164,7 +188,7 @@ ErrorCode ServiceProcess::setStatus(const ServiceStatus& status) {
     if (m_over) return errorInvalidHandle;
     write(status);
     if (status.currentState != kServiceStopped) {
-        if (m_unwritten) wake();
+        if (m_unwritten || !m_told) wake();
         return 0;
     }
     // In this order: as soon as the lock is free another process may be the service, with a record and a socket of its
@@ -228,13 +252,13 @@ void ServiceProcess::serve() {
         polled = {{m_wakeUp.get(), POLLIN, 0}, {m_listener.get(), POLLIN, 0}};
         for (const Descriptor& each : m_connections)
             polled.push_back({each.get(), POLLIN, 0});
-        const int ready = ::poll(polled.data(), polled.size(), needsAttention() ? kAttentionInterval : -1);
+        const int ready =
+            ::poll(polled.data(), polled.size(), needsAttention() ? static_cast<int>(kAttentionInterval) : -1);
         if (ready < 0) {
             if (errno != EINTR) sleepThread(kAttentionInterval);
             continue;
         }
-        std::uint64_t wakeUps = 0;
-        static_cast<void>(!::read(m_wakeUp.get(), &wakeUps, sizeof wakeUps));
+        takeWakeUps();
         attend();
         for (std::size_t i = polled.size(); i-- > 2;) {
             if (polled[i].revents == 0) continue;
@@ -246,6 +270,8 @@ void ServiceProcess::serve() {
     }
     m_connections.clear();
     m_listener.close();
+    // The process is about to end, and main best returns before what it uses is destroyed.
+    waitForOne(m_main.get(), kMainPatience);
     // A service that was marked for deletion is gone once it is stopped; nobody else may be there to see to it.
     Descriptor database;
     if (openFile(m_folder.get(), "..", O_RDONLY | O_DIRECTORY, database) == 0) removeIfDeleted(database.get(), m_name);

@@ -4,7 +4,6 @@
 // Threads: start and serve belong to the thread that the dispatcher was given; everything else may be called by any.
 #pragma once
 
-#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -12,6 +11,7 @@
 
 #include "platform/posix/posix_descriptor.h"
 #include "platform/posix/posix_service_messages.h"
+#include "platform/wait.h"
 
 namespace KestSupport::platform {
 
@@ -39,6 +39,8 @@ class ServiceProcess : public std::enable_shared_from_this<ServiceProcess> {
     static std::uint32_t runMain(void* call);
     ErrorCode takeOver();
     ErrorCode launch(ServiceManager::ServiceMain main);
+    void awaitFirstReport();
+    void takeWakeUps() const;
     /// The service is stopped when its main has ended so that nobody can report for it.
     void endOfMain(bool threw);
     void write(const ServiceStatus& status);  // under m_lock
@@ -59,6 +61,7 @@ class ServiceProcess : public std::enable_shared_from_this<ServiceProcess> {
     Descriptor m_wakeUp;
     Descriptor m_spare;  // given up to answer a control when no descriptors are left
     std::vector<Descriptor> m_connections;
+    OwnedHandle m_main;  // the thread that main runs on
 
     std::mutex m_lock;  // guards what follows
     Descriptor m_record;
@@ -66,6 +69,7 @@ class ServiceProcess : public std::enable_shared_from_this<ServiceProcess> {
     ServiceManager::ControlHandler m_handler = nullptr;
     bool m_unwritten = false;      // the record could not be written
     bool m_stopRequested = false;  // by the supervisor
+    bool m_told = false;           // who started the process has heard how that went
     bool m_over = false;
 };
 

@@ -41,6 +41,22 @@ ErrorCode openSocket(Descriptor& opened) {
     return opened.isOpen() ? 0 : errorFromErrno(errno);
 }
 
+// A message with room for two descriptors.
+struct Envelope {
+    Envelope(void* data, std::size_t size) : block{data, size} {
+        header.msg_iov = &block;
+        header.msg_iovlen = 1;
+        header.msg_control = space;
+        header.msg_controllen = sizeof space;
+    }
+    Envelope(const Envelope&) = delete;
+    Envelope& operator=(const Envelope&) = delete;
+
+    iovec block;
+    alignas(cmsghdr) char space[CMSG_SPACE(2 * sizeof(int))] = {};
+    msghdr header = {};
+};
+
 ErrorCode sendBlock(int socket, const msghdr& header) {
     return systemCall("sendmsg", [&] { return ::sendmsg(socket, &header, MSG_NOSIGNAL); }) >= 0 ? 0
                                                                                                 : errorFromErrno(errno);
@@ -121,27 +137,19 @@ ErrorCode connectTo(int folder, const char* name, std::uint32_t timeout, Descrip
 }
 
 ErrorCode sendMessage(int socket, const std::string& message) {
-    iovec block{const_cast<char*>(message.data()), message.size()};
-    msghdr header = {};
-    header.msg_iov = &block;
-    header.msg_iovlen = 1;
-    return sendBlock(socket, header);
+    Envelope envelope(const_cast<char*>(message.data()), message.size());
+    envelope.header.msg_controllen = 0;
+    return sendBlock(socket, envelope.header);
 }
 
 ErrorCode sendMessage(int socket, const std::string& message, const std::array<int, 2>& descriptors) {
-    iovec block{const_cast<char*>(message.data()), message.size()};
-    alignas(cmsghdr) char space[CMSG_SPACE(sizeof descriptors)] = {};
-    msghdr header = {};
-    header.msg_iov = &block;
-    header.msg_iovlen = 1;
-    header.msg_control = space;
-    header.msg_controllen = sizeof space;
-    cmsghdr* const attached = CMSG_FIRSTHDR(&header);
+    Envelope envelope(const_cast<char*>(message.data()), message.size());
+    cmsghdr* const attached = CMSG_FIRSTHDR(&envelope.header);
     attached->cmsg_level = SOL_SOCKET;
     attached->cmsg_type = SCM_RIGHTS;
     attached->cmsg_len = CMSG_LEN(sizeof descriptors);
     std::memcpy(CMSG_DATA(attached), descriptors.data(), sizeof descriptors);
-    return sendBlock(socket, header);
+    return sendBlock(socket, envelope.header);
 }
 
 ErrorCode receiveMessage(int socket, std::uint32_t timeout, std::size_t limit, std::string& message) {
@@ -156,14 +164,9 @@ ErrorCode receiveMessage(int socket, std::uint32_t timeout, std::size_t limit, s
 
 ErrorCode receiveMessage(int socket, std::size_t limit, std::string& message, std::array<Descriptor, 2>& descriptors) {
     std::string buffer(limit, '\0');
-    iovec block{buffer.data(), buffer.size()};
+    Envelope envelope(buffer.data(), buffer.size());
+    msghdr& header = envelope.header;
     std::array<int, 2> numbers{-1, -1};
-    alignas(cmsghdr) char space[CMSG_SPACE(sizeof numbers)] = {};
-    msghdr header = {};
-    header.msg_iov = &block;
-    header.msg_iovlen = 1;
-    header.msg_control = space;
-    header.msg_controllen = sizeof space;
     const ssize_t size =
         systemCall("recvmsg", [&] { return ::recvmsg(socket, &header, MSG_DONTWAIT | MSG_CMSG_CLOEXEC); });
     if (const ErrorCode error = receivedError(size); error != 0) return error;

@@ -33,7 +33,7 @@ class ChildProcess {
 
     /// Whether this process has a child of any kind, an ended one that nobody waited for included.
     static bool anyLeft();
-    /// The command line of this program in a role, without arguments.
+    /// The command line of this program in a role; arguments may be added to it.
     static std::string commandOfRole(const std::string& role);
 
     /// Kills a process that need not be ours, and asks one to end as a supervisor does.

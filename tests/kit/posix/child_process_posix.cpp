@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "kit/child_process.h"
+#include "platform/process.h"
 
 namespace kit {
 namespace {
@@ -137,7 +138,8 @@ bool ChildProcess::anyLeft() {
 }
 
 std::string ChildProcess::commandOfRole(const std::string& role) {
-    return std::filesystem::read_symlink("/proc/self/exe").string() + " --child-role=" + role;
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
+    return KestSupport::platform::quoteArgument(program) + " --child-role=" + role;
 }
 
 void ChildProcess::kill(std::uint32_t processId) {

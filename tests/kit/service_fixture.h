@@ -61,7 +61,7 @@ class ServiceFixture : public testing::Test {
     }
     static Status query(const std::string& name) {
         Status status;
-        status.exitCode = Opened(name).call(&Manager::queryStatus, status) + status.exitCode;
+        Opened(name).call(&Manager::queryStatus, status);
         return status;
     }
     static std::vector<KestSupport::platform::ServiceEntry> list() {

@@ -272,6 +272,7 @@ void ServiceProcess::serve() {
     m_listener.close();
     // The process is about to end, and main best returns before what it uses is destroyed.
     waitForOne(m_main.get(), kMainPatience);
+    m_main.reset();
     // A service that was marked for deletion is gone once it is stopped; nobody else may be there to see to it.
     Descriptor database;
     if (openFile(m_folder.get(), "..", O_RDONLY | O_DIRECTORY, database) == 0) removeIfDeleted(database.get(), m_name);

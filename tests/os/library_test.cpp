@@ -46,9 +46,9 @@ TEST(Library, SaysWhatCannotBeLoadedAndWhy) {
         {absent, absent + ": cannot open shared object file: No such file or directory"},
         {broken, broken + ": file too short"},
         {"", "The library was not found."}};
-    for (const auto& [name, reason] : rows)
-        EXPECT_EQ(kit::failureOf([&] { KestLibrary(name, true); }),
-                  "KestLibrary::KestLibrary: failed to load: " + name + ".  " + reason);
+    for (const auto& row : rows)
+        EXPECT_EQ(kit::failureOf([&] { KestLibrary(row.first, true); }),
+                  "KestLibrary::KestLibrary: failed to load: " + row.first + ".  " + row.second);
 }
 
 }  // namespace

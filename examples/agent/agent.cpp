@@ -10,6 +10,7 @@
 #include "bad_input.h"
 #include "machine_figures.h"
 #include "messages.h"
+#include "registration.h"
 #include "secret.h"
 
 namespace agent {
@@ -43,9 +44,7 @@ std::string sealedText(const StateFile::Properties& state) {
 }  // namespace
 
 Agent::Agent(const Settings& settings, const StateFile& stateFile)
-    : KestService("kest-agent", "kest-agent", "Kest management agent", "", false),
-      m_settings(settings),
-      m_stateFile(stateFile) {
+    : KestService(kServiceName, kServiceName, "", "", false), m_settings(settings), m_stateFile(stateFile) {
     watch("Cpu", "cpu", say("figure.cpu"), settings.cpuLimit, MachineFigures::loadAverage);
     watch("Memory", "memory", say("figure.memory"), settings.memoryLimit, MachineFigures::memoryUsedPercent);
     for (std::size_t i = 0; i < settings.diskPaths.size(); ++i) {
@@ -69,6 +68,7 @@ void Agent::watch(std::string module, std::string property, std::string figure, 
 }
 
 bool Agent::startIt(const std::string&) {
+    m_hasRun = true;
     logLine("", kLogSamples, say("log.watching", {std::to_string(m_settings.interval)}));
     logLastState();
     m_recorder = std::make_unique<Recorder>(m_exchange, [this](const Sample& sample) { record(sample); });

@@ -8,6 +8,7 @@
 #include <support/service.h>
 #include <support/timers.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -28,6 +29,8 @@ class Agent : public KestSupport::KestService {
 
     /// Why the run ended, when it was not asked to end; else empty.
     const std::string& failure() const { return m_failure; }
+    /// Whether it has been started at all: the manager does not start a program that it did not call.
+    bool hasRun() const { return m_hasRun; }
 
   protected:
     bool startIt(const std::string& arguments) override;
@@ -49,6 +52,7 @@ class Agent : public KestSupport::KestService {
     std::vector<std::unique_ptr<Watcher>> m_watchers;
     int m_samples = 0;
     std::string m_failure;
+    std::atomic<bool> m_hasRun{false};
 
     KestSupport::KestTimer m_timer;
     SampleQueue m_queue;

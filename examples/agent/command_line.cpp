@@ -16,7 +16,8 @@ using KestSupport::KestException;
 using KestSupport::KestProgramOptions;
 
 const std::string kShortOptions = "hcs:n:i:l:I";
-const std::string kLongOptions = ":help:console:settings.:samples.:interval.:log-level.:inventory:encipher.:";
+const std::string kLongOptions =
+    ":help:console:settings.:samples.:interval.:log-level.:inventory:encipher.:install:remove:service:";
 
 // An option that takes its value from the next argument is also understood as --name=value.
 std::vector<std::string> withSeparateValues(int argc, char** argv) {
@@ -87,6 +88,9 @@ CommandLine parseCommandLine(int argc, char** argv) {
     line.help = valueOf(options, "h", "help").has_value();
     line.console = valueOf(options, "c", "console").has_value();
     line.inventory = valueOf(options, "I", "inventory").has_value();
+    line.install = valueOf(options, "", "install").has_value();
+    line.remove = valueOf(options, "", "remove").has_value();
+    line.service = valueOf(options, "", "service").has_value();
     line.encipherKey = valueOf(options, "", "encipher");
     line.settingsFile = valueOf(options, "s", "settings");
     line.samples = valueOf(options, "n", "samples");

@@ -11,6 +11,9 @@ struct CommandLine {
     bool help = false;
     bool console = false;
     bool inventory = false;
+    bool install = false;
+    bool remove = false;
+    bool service = false;
     std::optional<std::string> encipherKey;  ///< the file with the key
     std::optional<std::string> settingsFile;
     std::optional<std::string> samples;

@@ -13,6 +13,7 @@
 #include "command_line.h"
 #include "inventory.h"
 #include "messages.h"
+#include "registration.h"
 #include "secret.h"
 #include "settings.h"
 
@@ -36,19 +37,38 @@ int printEnciphered(const std::string& keyFile) {
     return kClean;
 }
 
+int install(const agent::CommandLine& commandLine) {
+    agent::loadSettings(commandLine);  // a service with settings that cannot be used would never start
+    agent::installService(commandLine.settingsFile);
+    std::puts(agent::say("service.installed", {agent::kServiceName}).c_str());
+    return kClean;
+}
+
+int remove() {
+    agent::removeService();
+    std::puts(agent::say("service.removed", {agent::kServiceName}).c_str());
+    return kClean;
+}
+
 int runAgent(const agent::CommandLine& commandLine) {
     const agent::Settings settings = agent::loadSettings(commandLine);
     agent::requireLogFile(settings);
     const agent::StateFile stateFile(settings.stateFile);
     const std::unique_ptr<KestSupport::KestLogging> logging = agent::openLog(settings);
     agent::Agent host(settings, stateFile);
-    host.start("", false);
+    host.start("", commandLine.service);
+    if (!host.hasRun()) {
+        throw agent::BadInput(agent::say("error.service", {agent::kServiceName}),
+                              agent::say("error.notStarted", {agent::kServiceName}));
+    }
     if (!host.failure().empty()) throw agent::BadInput(host.failure());
     return kClean;
 }
 
 int run(const agent::CommandLine& commandLine) {
     if (commandLine.inventory) return printInventory(commandLine);
+    if (commandLine.install) return install(commandLine);
+    if (commandLine.remove) return remove();
     if (commandLine.encipherKey) return printEnciphered(*commandLine.encipherKey);
     if (!commandLine.help) return runAgent(commandLine);
     std::fputs(agent::usage().c_str(), stdout);

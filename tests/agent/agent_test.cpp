@@ -251,6 +251,41 @@ TEST(Agent, SpeaksTheLanguageOfItsUser) {
     EXPECT_EQ(errors("LC_ALL=C"), "kest-agent: Einstellungsdatei s: die Einstellung \"speed\" gibt es nicht\n");
 }
 
+TEST(Agent, IsAServiceOfItsMachine) {
+    const Folder folder;
+    const std::string command = "export KEST_STATE_DIR=$PWD/services";
+    const auto run = [&](const std::string& program, const Texts& arguments) {
+        ChildProcess child(program, arguments, {folder.path(), command});
+        const int code = child.wait();
+        return std::to_string(code) + " " + child.output() + child.errors();
+    };
+    const Texts install{"--install", "-s", "it's set"};
+    EXPECT_EQ(run(KEST_AGENT, install), "2 kest-agent: settings file it's set: No such file or directory\n");
+    folder.write("it's set",
+                 "interval=1\nstate.file=" + folder.pathOf("state") + "\nlog.file=" + folder.pathOf("log") + "\n");
+    EXPECT_EQ(run(KEST_AGENT, {"--remove"}), "2 kest-agent: service kest-agent: is not installed\n");
+    EXPECT_EQ(run(KEST_AGENT, install), "0 service kest-agent: installed\n");
+    EXPECT_EQ(run(KEST_AGENT, install), "2 kest-agent: service kest-agent: is installed already\n");
+    EXPECT_EQ(run(KEST_AGENT, {"--service"}),
+              "2 kest-agent: service kest-agent: was not started by the service manager "
+              "(kestsc start kest-agent does that)\n");
+
+    EXPECT_EQ(run(KESTSC, {"start", "kest-agent"}).substr(0, 2), "0 ");
+    EXPECT_EQ(run(KESTSC, {"status", "kest-agent"}).substr(0, 2), "0 ");
+    EXPECT_EQ(run(KESTSC, {"stop", "kest-agent"}).substr(0, 2), "0 ");
+    EXPECT_EQ(run(KESTSC, {"status", "kest-agent"}).substr(0, 2), "3 ");
+    EXPECT_NE(folder.read("state").find("agent.status=stopped\n"), std::string::npos);
+
+    EXPECT_EQ(run(KESTSC, {"start", "kest-agent"}).substr(0, 2), "0 ");
+    EXPECT_EQ(run(KEST_AGENT, {"--remove"}), "0 service kest-agent: removed\n");
+    EXPECT_EQ(run(KESTSC, {"status", "kest-agent"}).substr(0, 2), "4 ");
+
+    folder.write("it's set", "state.file=" + folder.pathOf("state") + "\n");
+    EXPECT_EQ(run(KEST_AGENT, install), "0 service kest-agent: installed\n");
+    folder.write("it's set", "interval=never\n");
+    EXPECT_EQ(run(KESTSC, {"start", "kest-agent"}).substr(0, 2), "1 ") << "a start that fails is a failure";
+}
+
 TEST(Agent, ShowsItsOptions) {
     ChildProcess agent(KEST_AGENT, {"--help"});
     EXPECT_EQ(agent.wait(), 0);

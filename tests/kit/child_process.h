@@ -36,7 +36,8 @@ class ChildProcess {
     /// The command line of this program in a role; arguments may be added to it.
     static std::string commandOfRole(const std::string& role);
 
-    /// Kills a process that need not be ours, and asks one to end as a supervisor does.
+    /// Kills a process that need not be ours, and asks one to end as a supervisor does. Nothing for 0, which the system
+    /// takes for all of this program's group.
     static void kill(std::uint32_t processId);
     static void requestEnd(std::uint32_t processId);
     /// Whether this program may become another user.

@@ -107,7 +107,7 @@ class ServiceFixture : public testing::Test {
             return std::to_string(status.currentState) + "/" + std::to_string(status.controlsAccepted) + "/" +
                    std::to_string(status.exitCode) + (status.processId != 0 ? "p" : "");
         }
-        if (verb == "end" && query(name).processId != 0) ChildProcess::kill(query(name).processId);
+        if (verb == "end") ChildProcess::kill(query(name).processId);
         if (verb == "end" || verb == "await") {
             const std::uint32_t wanted = verb == "end" ? 1 : static_cast<std::uint32_t>(std::stoul(rest.at(0)));
             await([&] {

@@ -143,10 +143,10 @@ std::string ChildProcess::commandOfRole(const std::string& role) {
 }
 
 void ChildProcess::kill(std::uint32_t processId) {
-    ::kill(static_cast<pid_t>(processId), SIGKILL);
+    if (processId != 0) ::kill(static_cast<pid_t>(processId), SIGKILL);
 }
 void ChildProcess::requestEnd(std::uint32_t processId) {
-    ::kill(static_cast<pid_t>(processId), SIGTERM);
+    if (processId != 0) ::kill(static_cast<pid_t>(processId), SIGTERM);
 }
 bool ChildProcess::isRoot() {
     return ::geteuid() == 0;

@@ -205,6 +205,7 @@ void KestTimerManager::startThread() {
 
 // Clears up after a pass whose thread was killed.
 bool KestTimerManager::isPassUnderWay() {
+    m_timers.mend();
     if (!m_dispatching) return false;
     Process& shared = process();
     KestTimer* const interrupted = shared.m_pFiring;
@@ -258,6 +259,12 @@ void KestTimerManager::runPass(KestCriticalSection& guard) {
     if (isThere && !m_timers.empty()) scheduleFor(m_timers.first());
 }
 
+// Whoever had the list lock meanwhile may have been killed inside a change.
+void KestTimerManager::lockAgain(KestCriticalSection& guard) {
+    guard.lock();
+    m_timers.mend();
+}
+
 // Called and left with the list lock held. False when the manager is gone.
 bool KestTimerManager::fire(KestTimer& timer, KestCriticalSection& guard) {
     Process& shared = process();
@@ -265,7 +272,7 @@ bool KestTimerManager::fire(KestTimer& timer, KestCriticalSection& guard) {
     shared.m_rearm = true;
     guard.unlock();
     const bool oneShot = guarded(true, [&timer] { return timer.isOneShot(); });
-    guard.lock();
+    lockAgain(guard);
     if (isCurrent() && !oneShot && shared.m_rearm) rearm(timer);
     shared.m_rearm = false;
     guard.unlock();
@@ -273,7 +280,7 @@ bool KestTimerManager::fire(KestTimer& timer, KestCriticalSection& guard) {
         timer.set();
         return true;
     });
-    guard.lock();
+    lockAgain(guard);
     if (!m_timers.contains(timer.m_entry)) timer.m_registered.store(false, std::memory_order_release);
     shared.m_pFiring = nullptr;
     platform::setEvent(shared.m_fired.get());
@@ -323,7 +330,7 @@ bool KestTimerManager::waitAgain(KestTimerThread& thread) {
     const KestCriticalSection guard(process().m_listLock, true);
     KestTimerManager* const manager = m_pInstance;
     if (manager == nullptr || manager->m_pWaiting != nullptr) return false;
-    if (manager->m_timers.empty() || manager->isPassUnderWay()) return false;
+    if (manager->isPassUnderWay() || manager->m_timers.empty()) return false;
     manager->m_waitsUntil = kNotYet;
     manager->m_pWaiting = &thread;
     return true;

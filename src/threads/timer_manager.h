@@ -80,6 +80,7 @@ class KestTimerManager {
     bool isPassUnderWay();
     void rearm(KestTimer& timer);
     void runPass(KestCriticalSection& guard);
+    void lockAgain(KestCriticalSection& guard);
     bool fire(KestTimer& timer, KestCriticalSection& guard);
 
     static std::atomic<KestTimerManager*> m_pInstance;  // written under the list lock

@@ -10,7 +10,7 @@
 // end, so that the pass never walks over them again.
 //
 // Threads: the owner's lock guards the queue and all entries in it. A thread may be killed inside a change; every step
-// leaves the chains of next pointers whole, and settle derives the rest from them again.
+// leaves the chains of next pointers whole, and mend derives the rest from them again.
 #pragma once
 
 #include <array>
@@ -28,10 +28,13 @@ class TimerQueue {
     TimerQueue(const TimerQueue&) = delete;
     TimerQueue& operator=(const TimerQueue&) = delete;
 
-    /// Called first by whoever has taken the lock: mends what a killed thread left half done, and turns the wheel to
-    /// the present, given in calendar seconds.
-    void settle(std::int64_t now) {
+    /// Called first by whoever has taken the lock, each time: mends what a killed thread left half done.
+    void mend() noexcept {
         if (m_changing) repair();
+    }
+    /// The same, and turns the wheel to the present, given in calendar seconds.
+    void settle(std::int64_t now) {
+        mend();
         if (now < m_base || now >= m_turnAt) turn(now);
     }
 

@@ -1,25 +1,16 @@
 #include "support/locks.h"
 
-#include <gtest/gtest.h>
-
 #include <chrono>
-#include <memory>
-#include <thread>
 
-#include "support/threads.h"
+#include "kit/failing_calls.h"
 #include "sync/reference_count_lock.h"
 
 namespace KestSupport {
 namespace {
 
-using namespace std::chrono_literals;
-
 bool canBeTakenElsewhere(KestCriticalSectionObject& lock) {
     bool taken = false;
-    std::thread([&] {
-        taken = lock.testAndSet();
-        if (taken) lock.unlock();
-    }).join();
+    std::thread([&] { taken = KestCriticalSection(lock, false).testAndSet(); }).join();
     return taken;
 }
 
@@ -30,24 +21,24 @@ class Locks : public testing::TestWithParam<bool> {
 INSTANTIATE_TEST_SUITE_P(Modes, Locks, testing::Bool(),
                          [](const auto& mode) { return mode.param ? "CriticalSection" : "Mutex"; });
 
-TEST_P(Locks, CountTheLevelsOfTheirOwner) {
+TEST_P(Locks, CountTheLevelsOfTheirOwnerAndUnwindThoseOfTheCallerOnly) {
+    {
+        const kit::FailingCalls failing(GetParam() ? "createCriticalSection" : "createMutex");
+        EXPECT_THROW(lock.lock(), std::bad_alloc) << "rather than a lock that excludes nobody";
+    }
     EXPECT_EQ(lock.lockCount(), 0);
     lock.lock();
-    lock.lock();
-    EXPECT_EQ(lock.lockCount(), 2);
-    EXPECT_TRUE(lock.testAndSet());
-    EXPECT_EQ(lock.lockCount(), 3);
+    {
+        KestCriticalSection first(lock, false);
+        EXPECT_TRUE(first.testAndSet());
+        const KestCriticalSection second(lock, true);
+        EXPECT_EQ(lock.lockCount(), 3);
+        first.unlock();
+    }
     EXPECT_FALSE(canBeTakenElsewhere(lock));
-    EXPECT_EQ(lock.lockCount(), 3);
+    EXPECT_EQ(lock.lockCount(), 1) << "each guard gives back the one level that it took";
     lock.unlock();
-    lock.unlock();
-    EXPECT_FALSE(canBeTakenElsewhere(lock));
-    lock.unlock();
-    EXPECT_EQ(lock.lockCount(), 0);
     EXPECT_TRUE(canBeTakenElsewhere(lock));
-}
-
-TEST_P(Locks, UnwindGivesBackEveryLevelOfTheCallerAndNoneOfOthers) {
     for (int i = 0; i < 3; ++i)
         lock.lock();
     std::thread([this] { lock.unwind(); }).join();
@@ -55,118 +46,70 @@ TEST_P(Locks, UnwindGivesBackEveryLevelOfTheCallerAndNoneOfOthers) {
     lock.unwind();
     EXPECT_EQ(lock.lockCount(), 0);
     EXPECT_TRUE(canBeTakenElsewhere(lock));
-    lock.unwind();
-    EXPECT_EQ(lock.lockCount(), 0);
 }
 
 TEST_P(Locks, CopiesOfAUsedLockAreThatLockAndCopiesOfAFreshOneAreNot) {
-    KestCriticalSectionObject beforeUse(lock);
+    KestCriticalSectionObject beforeUse(lock), assigned;
     lock.lock();
-    EXPECT_TRUE(canBeTakenElsewhere(beforeUse));
-    auto copy = std::make_unique<KestCriticalSectionObject>(lock);
-    EXPECT_EQ(copy->lockCount(), 1);
-    EXPECT_FALSE(canBeTakenElsewhere(*copy));
-    KestCriticalSectionObject assigned;
     assigned.lock();
-    assigned = *copy;
+    EXPECT_TRUE(canBeTakenElsewhere(beforeUse));
+    {
+        const KestCriticalSectionObject copy(lock);
+        assigned = copy;
+    }
     const auto& itself = assigned;
     assigned = itself;
-    copy.reset();
     EXPECT_FALSE(canBeTakenElsewhere(assigned));
-    assigned.unlock();
-    EXPECT_TRUE(canBeTakenElsewhere(lock));
     lock = KestCriticalSectionObject(GetParam());
     EXPECT_EQ(lock.lockCount(), 0);
+    assigned.unlock();
+    EXPECT_TRUE(canBeTakenElsewhere(assigned));
 }
 
-TEST_P(Locks, AGuardGivesBackTheOneLevelThatItTook) {
-    {
-        KestCriticalSection idle(lock, false);
-        EXPECT_EQ(lock.lockCount(), 0);
-        EXPECT_TRUE(idle.testAndSet());
-        const KestCriticalSection second(lock, true);
-        EXPECT_EQ(lock.lockCount(), 2);
-        idle.unlock();
-        idle.unlock();
-        EXPECT_EQ(lock.lockCount(), 1);
-    }
-    EXPECT_EQ(lock.lockCount(), 0);
-    lock.lock();
-    std::thread([this] {
-        KestCriticalSection failing(lock, false);
-        EXPECT_FALSE(failing.testAndSet());
-    }).join();
-    EXPECT_EQ(lock.lockCount(), 1) << "a guard that did not get the lock gave a level back";
-    lock.unlock();
-}
-
-TEST_P(Locks, AreMadeOnceWhoeverUsesThemFirst) {
-    for (int round = 0; round < 50; ++round) {
+// The lock that guards the making of locks is made anew in each round too.
+TEST_P(Locks, ThreadsThatAreTheFirstToLockAnythingGetOneLock) {
+    for (int round = 0; round < 500; ++round) {
+        internal::deleteReferenceCountLock();
+        internal::createReferenceCountLock();
         KestCriticalSectionObject fresh(GetParam());
+        std::atomic<int> ready{0};
         long counter = 0;
-        const auto count = [&] {
-            for (int i = 0; i < 200; ++i) {
-                const KestCriticalSection guard(fresh, true);
-                ++counter;
-            }
-        };
-        std::thread first(count), second(count);
-        first.join();
-        second.join();
-        ASSERT_EQ(counter, 400);
+        std::vector<std::jthread> threads;
+        for (int t = 0; t < 3; ++t) {
+            threads.emplace_back([&] {
+                for (++ready; ready < 3;)
+                    std::this_thread::yield();
+                for (int i = 0; i < 100; ++i) {
+                    const KestCriticalSection guard(fresh, true);
+                    ++counter;
+                }
+            });
+        }
+        threads.clear();
+        ASSERT_EQ(counter, 300);
     }
 }
 
-TEST(MutexLock, TriesForAHundredMilliseconds) {
-    KestMutexObject lock;
-    lock.lock();
-    const auto begin = std::chrono::steady_clock::now();
-    EXPECT_FALSE(canBeTakenElsewhere(lock));
-    EXPECT_GE(std::chrono::steady_clock::now() - begin, 100ms);
-    lock.unlock();
-}
-
-TEST(MutexLock, AnEndedOwnersLevelsAreGone) {
-    KestMutexObject lock;
-    const auto takeTwiceAndEnd = [&] {
-        std::thread([&] {
+TEST_P(Locks, AnEndedOwnersLevelsAreGoneForAMutexAndStayForACriticalSection) {
+    const auto takeTwiceAndEnd = [this] {
+        std::thread([this] {
             lock.lock();
             lock.lock();
         }).join();
     };
     takeTwiceAndEnd();
+    EXPECT_FALSE(lock.testAndSet());
+    EXPECT_EQ(lock.testAndSet(), !GetParam());
+    EXPECT_EQ(lock.lockCount(), GetParam() ? 2 : 1);
+    if (GetParam()) return;
+    lock.unlock();
+    takeTwiceAndEnd();
     lock.lock();
     EXPECT_EQ(lock.lockCount(), 1);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_FALSE(canBeTakenElsewhere(lock));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(100)) << "a mutex is tried as long";
     lock.unlock();
-    EXPECT_TRUE(canBeTakenElsewhere(lock));
-    takeTwiceAndEnd();
-    EXPECT_FALSE(lock.testAndSet());
-    EXPECT_EQ(lock.lockCount(), 0);
-    EXPECT_TRUE(lock.testAndSet());
-    lock.unlock();
-}
-
-TEST(LockCreation, ThreadsThatAreTheFirstToLockAnythingGetOneLock) {
-    std::atomic<int> faults{0};
-    for (int round = 0; round < 500; ++round) {
-        internal::deleteReferenceCountLock();
-        internal::createReferenceCountLock();
-        KestCriticalSectionObject lock;
-        std::atomic<int> ready{0}, inside{0};
-        std::vector<std::thread> threads;
-        for (int i = 0; i < 3; ++i) {
-            threads.emplace_back([&] {
-                for (++ready; ready < 3;)
-                    std::this_thread::yield();
-                const KestCriticalSection guard(lock, true);
-                faults += inside++;
-                --inside;
-            });
-        }
-        for (std::thread& thread : threads)
-            thread.join();
-    }
-    EXPECT_EQ(faults, 0);
 }
 
 }  // namespace

@@ -1,16 +1,9 @@
 // What every back end of platform/thread.h must do.
 #include "platform/thread.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
 #include <chrono>
 #include <functional>
 #include <iterator>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
@@ -21,77 +14,62 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// A thread that counts until it is told to end, so that a test can see whether it stands still.
-struct Counter {
-    std::atomic<long> count{0};
-    std::atomic<bool> end{false};
-    std::atomic<bool> destroyed{false};
-    WaitHandle handle = nullptr;
-
-    static std::uint32_t run(void* argument) {
-        auto& self = *static_cast<Counter*>(argument);
-        struct Witness {
-            std::atomic<bool>& destroyed;
-            ~Witness() { destroyed = true; }
-        } const witness{self.destroyed};
-        while (!self.end)
-            ++self.count;
-        return 7;
-    }
-    bool start() { return createThread(&Counter::run, this, handle); }
-    void awaitProgress() {
-        const long seen = count;
-        kit::await([&] { return count != seen; });
-    }
-    bool standsStill() {
-        const long seen = count;
-        std::this_thread::sleep_for(20ms);
-        return count == seen;
-    }
-    ~Counter() {
-        end = true;
-        waitForOne(handle, kInfinite);
-        closeHandle(handle);
-    }
-};
-
 // A thread that runs a lambda.
 struct Lambda {
-    std::function<void(WaitHandle)> work;
-    WaitHandle handle = nullptr;
-
-    bool start() {
-        return createThread(
+    explicit Lambda(std::function<void(WaitHandle)> given) : work(std::move(given)) {
+        createThread(
             [](void* argument) -> std::uint32_t {
                 const auto& self = *static_cast<Lambda*>(argument);
                 self.work(self.handle);
-                return 0;
+                return 7;
             },
             this, handle);
     }
+    ~Lambda() { closeHandle(handle); }
+    std::uint32_t exitCode() const {
+        std::uint32_t code = 0;
+        EXPECT_TRUE(threadExitCode(handle, code));
+        return code;
+    }
+
+    const std::function<void(WaitHandle)> work;
+    WaitHandle handle = nullptr;
 };
 
-std::uint32_t exitCodeOf(WaitHandle thread) {
-    std::uint32_t code = 0;
-    EXPECT_TRUE(threadExitCode(thread, code));
-    return code;
-}
-
-TEST(Thread, RunsEndsAndTellsItsExitCode) {
-    Counter counter;
-    ASSERT_TRUE(counter.start());
-    counter.awaitProgress();
-    EXPECT_EQ(waitForOne(counter.handle, 10), kWaitTimeout);
-    EXPECT_EQ(exitCodeOf(counter.handle), kStillActive);
-    counter.end = true;
-    EXPECT_EQ(waitForOne(counter.handle, kInfinite), kWaitObject0);
-    EXPECT_EQ(exitCodeOf(counter.handle), 7U);
-    EXPECT_EQ(waitForOne(counter.handle, 0), kWaitObject0);
-    EXPECT_TRUE(counter.destroyed);
-    EXPECT_FALSE(suspendThread(counter.handle));
-    EXPECT_FALSE(setThreadPriority(counter.handle, ThreadPriority::normal));
-    EXPECT_TRUE(terminateThread(counter.handle, 1));
-    EXPECT_EQ(exitCodeOf(counter.handle), 7U);
+TEST(Thread, RunsIsSuspendedAsOftenAsItIsResumedAndEnds) {
+    std::atomic<long> count{0};
+    std::atomic<bool> end{false};
+    const Lambda thread([&](WaitHandle) {
+        while (!end)
+            ++count;
+    });
+    const auto awaitProgress = [&] { kit::await([&, seen = count.load()] { return count != seen; }); };
+    const auto standsStill = [&] {
+        const long seen = count;
+        std::this_thread::sleep_for(20ms);
+        return count == seen;
+    };
+    awaitProgress();
+    EXPECT_FALSE(resumeThread(thread.handle));
+    EXPECT_TRUE(suspendThread(thread.handle) && standsStill());
+    EXPECT_TRUE(suspendThread(thread.handle) && resumeThread(thread.handle) && standsStill());
+    EXPECT_EQ(waitForOne(thread.handle, 5), kWaitTimeout);
+    EXPECT_TRUE(resumeThread(thread.handle));
+    awaitProgress();
+    EXPECT_FALSE(resumeThread(thread.handle));
+    EXPECT_TRUE(setThreadPriority(thread.handle, ThreadPriority::lowest));
+    {
+        const kit::FailingCalls failing("setpriority", 1, true, EPERM);
+        EXPECT_FALSE(setThreadPriority(thread.handle, ThreadPriority::timeCritical));
+    }
+    EXPECT_EQ(thread.exitCode(), kStillActive);
+    end = true;
+    for (const std::uint32_t timeout : {kInfinite, 0U})
+        EXPECT_EQ(waitForOne(thread.handle, timeout), kWaitObject0);
+    EXPECT_FALSE(suspendThread(thread.handle) || setThreadPriority(thread.handle, ThreadPriority::normal));
+    EXPECT_TRUE(terminateThread(thread.handle, 1));
+    EXPECT_EQ(thread.exitCode(), 7U);
+    EXPECT_FALSE(suspendThread(nullptr) || resumeThread(nullptr) || terminateThread(nullptr, 0));
 }
 
 TEST(Thread, EndsOnlyAfterItsThreadLocalObjects) {
@@ -103,59 +81,31 @@ TEST(Thread, EndsOnlyAfterItsThreadLocalObjects) {
         }
         std::atomic<int> used{0};
     };
-    Lambda thread{[](WaitHandle) {
+    const Lambda thread([](WaitHandle) {
         thread_local Local local;
         ++local.used;
-    }};
-    ASSERT_TRUE(thread.start());
+    });
     waitForOne(thread.handle, kInfinite);
     EXPECT_TRUE(destroyed);
-    closeHandle(thread.handle);
 }
 
-TEST(Thread, SuspensionsCount) {
-    Counter counter;
-    ASSERT_TRUE(counter.start());
-    counter.awaitProgress();
-    EXPECT_FALSE(resumeThread(counter.handle));
-    EXPECT_TRUE(suspendThread(counter.handle));
-    EXPECT_TRUE(counter.standsStill());
-    EXPECT_TRUE(suspendThread(counter.handle));
-    EXPECT_TRUE(resumeThread(counter.handle));
-    EXPECT_TRUE(counter.standsStill());
-    EXPECT_EQ(waitForOne(counter.handle, 5), kWaitTimeout);
-    EXPECT_TRUE(resumeThread(counter.handle));
-    counter.awaitProgress();
-    EXPECT_FALSE(resumeThread(counter.handle));
-}
-
-TEST(Thread, AThreadMaySuspendTerminateAndCloseItself) {
+TEST(Thread, AThreadMaySuspendAndTerminateItself) {
     std::atomic<bool> resumed{false}, after{false};
     kit::Gate ready;
-    Lambda thread{[&](WaitHandle self) {
+    const Lambda thread([&](WaitHandle self) {
         ready.open();
         suspendThread(self);
         resumed = true;
         terminateThread(self, 9);
         after = true;
-    }};
-    ASSERT_TRUE(thread.start());
+    });
     ready.pass();
     EXPECT_EQ(waitForOne(thread.handle, 20), kWaitTimeout);
     EXPECT_FALSE(resumed);
     kit::await([&] { return resumeThread(thread.handle); });
     EXPECT_EQ(waitForOne(thread.handle, kInfinite), kWaitObject0);
-    EXPECT_EQ(exitCodeOf(thread.handle), 9U);
+    EXPECT_EQ(thread.exitCode(), 9U);
     EXPECT_TRUE(resumed && !after);
-    closeHandle(thread.handle);
-
-    kit::Gate closed;
-    Lambda closing{[&](WaitHandle self) {
-        closeHandle(self);
-        closed.open();
-    }};
-    ASSERT_TRUE(closing.start());
-    closed.pass();
 }
 
 // Where a thread may be when it is terminated.
@@ -194,66 +144,25 @@ TEST(Thread, TerminationTakesAThreadWhereverItIs) {
         enterCriticalSection(*section);
         kit::Gate ready;
         std::atomic<bool> destroyed{false};
-        Lambda thread{[&](WaitHandle) {
+        const Lambda thread([&](WaitHandle) {
             const std::unique_ptr<std::atomic<bool>, void (*)(std::atomic<bool>*)> witness(
                 &destroyed, [](std::atomic<bool>* flag) { *flag = true; });
             waitForOne(held.get(), kInfinite);
             ready.open();
             place.stay(event.get(), *section);
-        }};
-        ASSERT_TRUE(thread.start());
+        });
         ready.pass();
         std::this_thread::sleep_for(5ms);
         EXPECT_TRUE(!suspended || suspendThread(thread.handle));
         EXPECT_TRUE(terminateThread(thread.handle, 42));
         EXPECT_EQ(waitForOne(thread.handle, 0), kWaitObject0);
-        EXPECT_EQ(exitCodeOf(thread.handle), 42U);
+        EXPECT_EQ(thread.exitCode(), 42U);
         EXPECT_FALSE(destroyed) << "nothing is unwound";
         EXPECT_EQ(waitForOne(held.get(), kInfinite), kWaitAbandoned);
         setEvent(event.get());
         EXPECT_EQ(waitForOne(event.get(), 0), kWaitObject0) << "the ended thread still waited";
-        closeHandle(thread.handle);
         leaveCriticalSection(*section);
     }
-}
-
-TEST(Thread, WaitsAmongOthers) {
-    Counter slow, quick;
-    ASSERT_TRUE(slow.start() && quick.start());
-    const std::vector<WaitHandle> handles{slow.handle, quick.handle};
-    EXPECT_EQ(waitForMany(handles, false, 10), kWaitTimeout);
-    quick.end = true;
-    EXPECT_EQ(waitForMany(handles, false, kInfinite), 1U);
-    EXPECT_EQ(waitForMany(handles, true, 10), kWaitTimeout);
-    slow.end = true;
-    EXPECT_EQ(waitForMany(handles, true, kInfinite), kWaitObject0);
-}
-
-TEST(Thread, IdsAreTheSystemsAndNeverZero) {
-    const std::uint32_t mine = currentThreadId();
-    std::uint32_t other = 0;
-    std::thread([&] { other = currentThreadId(); }).join();
-    EXPECT_NE(mine, 0U);
-    EXPECT_NE(other, 0U);
-    EXPECT_NE(mine, other);
-    EXPECT_EQ(mine, currentThreadId());
-}
-
-TEST(Thread, PrioritiesAreTakenOrRefusedBySystem) {
-    Counter counter;
-    ASSERT_TRUE(counter.start());
-    EXPECT_TRUE(setThreadPriority(counter.handle, ThreadPriority::lowest));
-    EXPECT_TRUE(setThreadPriority(counter.handle, ThreadPriority::idle));
-    const kit::FailingCalls failing("setpriority", 1, true, EPERM);
-    EXPECT_FALSE(setThreadPriority(counter.handle, ThreadPriority::timeCritical));
-}
-
-TEST(Thread, WithoutAThreadThereIsNoHandle) {
-    WaitHandle handle = nullptr;
-    const kit::FailingCalls failing("pthread_create", 1, true, EAGAIN);
-    EXPECT_FALSE(createThread(&Counter::run, nullptr, handle));
-    EXPECT_EQ(handle, nullptr);
-    EXPECT_FALSE(suspendThread(nullptr) || resumeThread(nullptr) || terminateThread(nullptr, 0));
 }
 
 }  // namespace

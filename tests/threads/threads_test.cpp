@@ -1,14 +1,6 @@
 #include "support/threads.h"
 
-#include <gtest/gtest.h>
-
-#include <array>
-#include <atomic>
 #include <functional>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
@@ -16,19 +8,11 @@
 namespace KestSupport {
 namespace {
 
-using namespace std::chrono_literals;
-
 class Work : public KestThread {
   public:
     explicit Work(std::function<int()> work, std::atomic<int>* destroyed = nullptr)
         : m_work(std::move(work)), m_destroyed(destroyed) {}
-    ~Work() override {
-        if (m_destroyed != nullptr) {
-            ++*m_destroyed;
-        } else {
-            waitForThreadExit();
-        }
-    }
+    ~Work() override { m_destroyed != nullptr ? ++*m_destroyed : (waitForThreadExit(), 0); }
 
   protected:
     int run() override { return m_work(); }
@@ -37,6 +21,12 @@ class Work : public KestThread {
     std::function<int()> m_work;
     std::atomic<int>* m_destroyed;
 };
+
+[[noreturn]] int spin(kit::Gate& spins) {
+    spins.open();
+    for (std::atomic<int> i{0};; ++i) {
+    }
+}
 
 struct DoneRecorder : KestDependent {
     void handleNotification(KestCollaborator& sender, const KestNotification& notification) override {
@@ -49,14 +39,22 @@ struct DoneRecorder : KestDependent {
     std::atomic<int> calls{0}, exitCode{-2}, exitCodeBefore{-2};
 };
 
-TEST(KestThreads, LiveFromStartToTheEndOfTheirRun) {
-    kit::Gate end;
+TEST(KestThreads, LiveFromStartToTheEndOfTheirRunAndStandStillWhenStopped) {
+    std::atomic<bool> running{false}, end{false};
+    std::atomic<int> ids{KestThread::getCurrentThreadId()};
     DoneRecorder done;
     Work thread([&] {
-        end.pass();
+        ids -= KestThread::getCurrentThreadId();
+        for (running = true; !end;)
+            std::this_thread::yield();
         return 5;
     });
+    EXPECT_EQ(thread.getName(), "class KestSupport::KestThread");
     thread.addDependent(done);
+    {
+        const kit::FailingCalls failing("pthread_create", 1, true, EAGAIN);
+        thread.start();
+    }
     EXPECT_FALSE(thread.isAlive());
     EXPECT_EQ(thread.getHandle(), nullptr);
     EXPECT_EQ(thread.getExitCode(), -1);
@@ -65,21 +63,23 @@ TEST(KestThreads, LiveFromStartToTheEndOfTheirRun) {
     thread.waitForThreadExit();
     thread.start();
     EXPECT_TRUE(thread.isAlive());
-    EXPECT_NE(thread.getHandle(), nullptr);
-    EXPECT_EQ(thread.wait(10), 258);
     EXPECT_EQ(thread.getExitCode(), -1);
     EXPECT_TRUE(thread.setPriority(KestThread::IDLE));
     {
         const kit::FailingCalls failing("sched_setscheduler", 1, true, EPERM);
         EXPECT_FALSE(thread.setPriority(static_cast<KestThread::t_Priority>(9)));
     }
-    std::thread([&] { end.open(); }).join();
+    kit::await([&] { return running.load(); });
+    thread.stop();
+    end = true;
+    EXPECT_EQ(thread.wait(20), 258);
+    thread.start();
     EXPECT_EQ(thread.wait(-1) % 128, 0) << "0, or 128 when the run has ended already";
     thread.waitForThreadExit();
     EXPECT_EQ(thread.wait(-1), 128);
     EXPECT_EQ(thread.getExitCode(), 5);
+    EXPECT_NE(ids, 0) << "each thread has an id of its own";
     EXPECT_TRUE(thread.isAlive());
-    EXPECT_EQ(done.calls, 1);
     EXPECT_EQ(done.exitCode, 5);
     EXPECT_EQ(done.exitCodeBefore, -1) << "dependents hear of the end before the exit code is set";
     thread.start();
@@ -87,18 +87,7 @@ TEST(KestThreads, LiveFromStartToTheEndOfTheirRun) {
     EXPECT_EQ(done.calls, 1) << "a thread runs once";
 }
 
-TEST(KestThreads, WhatTheWorkThrowsBecomesZero) {
-    DoneRecorder done;
-    Work thread([]() -> int { throw 7; });
-    thread.addDependent(done);
-    thread.start();
-    thread.waitForThreadExit();
-    EXPECT_EQ(done.exitCode, 0);
-    EXPECT_EQ(thread.getExitCode(), 0);
-}
-
 TEST(KestThreads, TheRightRunIsCalled) {
-    struct Information : KestWorkInformation {};
     struct Both : KestThread {
         ~Both() override { waitForThreadExit(); }
         using KestThread::KestThread;
@@ -113,40 +102,18 @@ TEST(KestThreads, TheRightRunIsCalled) {
         for (const bool information : {false, true}) {
             const KestSmartPointer<KestThread::KestRunnable> work(runnable ? new Runnable : nullptr);
             Both thread(work);
-            if (information) thread.setWorkInfo(new Information);
+            if (information) thread.setWorkInfo(new KestWorkInformation);
             thread.start();
             thread.waitForThreadExit();
             EXPECT_EQ(thread.getExitCode(), (runnable ? 3 : 1) + (information ? 0 : 1));
         }
     }
-}
-
-TEST(KestThreads, HaveNames) {
-    struct Derived : KestThread {};
-    EXPECT_EQ(Derived().getName(), "class KestSupport::KestThread");
-    EXPECT_EQ(KestThread(std::string("worker")).getName(), "worker");
-    KestThread thread(KestSmartPointer<KestThread::KestRunnable>(), "both");
-    thread.setName("other");
-    EXPECT_EQ(thread.getName(), "other");
-    EXPECT_NE(KestThread::getCurrentThreadId(), 0);
-}
-
-TEST(KestThreads, StopSuspendsAndStartResumes) {
-    kit::Gate running;
-    std::atomic<bool> end{false};
-    Work thread([&] {
-        running.open();
-        while (!end)
-            std::this_thread::yield();
-        return 0;
-    });
-    thread.start();
-    running.pass();
-    thread.stop();
-    end = true;
-    EXPECT_EQ(thread.wait(20), 258);
-    thread.start();
-    thread.waitForThreadExit();
+    DoneRecorder done;
+    Work throwing([]() -> int { throw 7; });
+    throwing.addDependent(done);
+    throwing.start();
+    throwing.waitForThreadExit();
+    EXPECT_EQ(done.exitCode + throwing.getExitCode(), 0) << "what the work throws becomes 0";
 }
 
 TEST(KestThreads, AKilledThreadTellsNobodyAndHoldsNothing) {
@@ -155,16 +122,13 @@ TEST(KestThreads, AKilledThreadTellsNobodyAndHoldsNothing) {
     kit::Gate running;
     Work thread([&]() -> int {
         held.lock();
-        running.open();
-        for (std::atomic<int> i{0};; ++i) {
-        }
+        return spin(running);
     });
     thread.addDependent(done);
     thread.start();
     running.pass();
     thread.kill();
     EXPECT_FALSE(thread.isAlive());
-    EXPECT_EQ(thread.getExitCode(), -1);
     EXPECT_EQ(thread.wait(-1), 128);
     EXPECT_EQ(done.calls, 0);
     thread.waitForThreadExit();
@@ -176,28 +140,16 @@ TEST(KestThreads, AKilledThreadTellsNobodyAndHoldsNothing) {
 
 TEST(KestThreads, MarksDecideWhatTheEndAndTheDestructorDo) {
     std::atomic<int> destroyed{0};
-    for (const bool alsoKill : {false, true}) {
-        kit::Gate end;
-        auto* const dying = new Work(
-            [&] {
-                end.pass();
-                return 0;
-            },
-            &destroyed);
+    for (const int count : {1, 2}) {
+        auto* const dying = new Work([] { return 0; }, &destroyed);
         dying->setMarkForDeath();
-        if (alsoKill) dying->setMarkForKill();
+        if (count == 2) dying->setMarkForKill();
         dying->start();
-        end.open();
-        kit::await([&] { return destroyed == (alsoKill ? 2 : 1); });
+        kit::await([&] { return destroyed == count; });
     }
     kit::Gate running;
     {
-        auto runnable = [&]() -> int {
-            running.open();
-            for (std::atomic<int> i{0};; ++i) {
-            }
-        };
-        Work endless(runnable, &destroyed);
+        Work endless([&] { return spin(running); }, &destroyed);
         endless.setMarkForKill();
         endless.start();
         running.pass();
@@ -206,16 +158,9 @@ TEST(KestThreads, MarksDecideWhatTheEndAndTheDestructorDo) {
 }
 
 TEST(KestThreads, AreWaitedForInSets) {
-    std::array<kit::Gate, 3> ends;
-    std::vector<std::unique_ptr<Work>> threads;
-    std::vector<KestThread*> set;
-    for (auto& end : ends) {
-        threads.push_back(std::make_unique<Work>([&end] {
-            end.pass();
-            return 0;
-        }));
-        set.push_back(threads.back().get());
-    }
+    kit::Gate ends[2];
+    Work threads[] = {Work([&] { return ends[0].pass(), 0; }), Work([&] { return ends[1].pass(), 0; })};
+    std::vector<KestThread*> set{&threads[0], &threads[1]}, none;
     EXPECT_EQ(KestThread::wait(set, false, 0), -1) << "none of them has a thread yet";
     for (auto* thread : set)
         thread->start();
@@ -224,29 +169,12 @@ TEST(KestThreads, AreWaitedForInSets) {
     EXPECT_EQ(KestThread::wait(set, false, -1), 1);
     EXPECT_EQ(KestThread::wait(set, true, 10), -2);
     ends[0].open();
-    ends[2].open();
     EXPECT_EQ(KestThread::wait(set, true, -1), 0);
-    std::vector<KestThread*> none;
     EXPECT_EQ(KestThread::wait(none, true, 0), -1);
-    std::array<KestThread, 2> row;
+    KestThread row[2];
     for (auto& thread : row)
         thread.start();
-    EXPECT_EQ(KestThread::wait(2, row.data(), true, -1), 0);
-    EXPECT_EQ(KestThread::wait(0, row.data(), false, 0), -1);
-}
-
-TEST(KestThreads, AThreadThatCannotBeMadeIsAsIfNeverStarted) {
-    Work thread([] { return 1; });
-    {
-        const kit::FailingCalls failing("pthread_create", 1, true, EAGAIN);
-        thread.start();
-        EXPECT_FALSE(thread.isAlive());
-        EXPECT_EQ(thread.wait(-1), 128);
-        thread.waitForThreadExit();
-    }
-    thread.start();
-    thread.waitForThreadExit();
-    EXPECT_EQ(thread.getExitCode(), 1);
+    EXPECT_EQ(KestThread::wait(2, row, true, -1), 0);
 }
 
 }  // namespace

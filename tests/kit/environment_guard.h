@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdlib>
+#include <ctime>
 #include <map>
 #include <optional>
 #include <string>
@@ -40,9 +41,16 @@ class EnvironmentGuard {
         } else {
             ::unsetenv(name.c_str());
         }
+        ::tzset();
     }
 
     std::map<std::string, std::optional<std::string>> m_saved;
+};
+
+/// Sets the time zone: a name such as "Europe/Berlin", or a rule such as "CET-1CEST,M3.5.0,M10.5.0/3" without zone
+/// files.
+struct TimeZoneGuard : EnvironmentGuard {
+    explicit TimeZoneGuard(const std::string& zone) { set("TZ", zone); }
 };
 
 }  // namespace kit

@@ -11,14 +11,14 @@
 #include <tuple>
 #include <vector>
 
+#include "kit/environment_guard.h"
 #include "kit/failure_of.h"
-#include "kit/time_zone_guard.h"
 #include "values/local_zone.h"
 
 namespace {
 
 using KestSupport::KestDateTime;
-using KestTest::TimeZoneGuard;
+using kit::TimeZoneGuard;
 using D = KestDateTime;
 using Action = std::function<void(D&)>;
 

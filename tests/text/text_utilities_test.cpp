@@ -36,17 +36,12 @@ TEST(TextUtilities, CopyAndConvertIntoBuffersWithRoomForTheTerminator) {
 }
 
 TEST(TextUtilities, ReadAnyPairOfCharactersAsAHexadecimalByte) {
-    std::string pairs, values;
-    for (int pair = 0; pair < 65536; ++pair) {
-        const auto value = [](char c) { return c >= 'a' ? c - 32 - 55 : c >= 'A' ? c - 55 : c - 48; };
-        pairs += {static_cast<char>(pair >> 8), static_cast<char>(pair)};
-        values += static_cast<char>(value(pairs.end()[-2]) * 16 | value(pairs.back()));
-    }
-    const std::pair<std::string, std::string> rows[] = {
-        {"7", ""},          {"abc", "\xAB"},
-        {"0aFf", "\n\xFF"}, {"0GG0//\xFF\x30", "\x10\0\xFF\xF0"s},
-        {pairs, values},    {KestBytesToHex(values.data(), 65536), values}};
-    for (const auto& [hex, bytes] : rows) {
+    std::string all;
+    for (int byte = 0; byte < 256; ++byte)
+        all += static_cast<char>(byte);
+    const std::string digits = KestBytesToHex(all.data(), 256), others = "\n\xFF\x10\0\xFF\xF0"s;
+    for (const auto& [hex, bytes] :
+         {std::pair("7"s, ""s), {"abc", "\xAB"}, {"0aFf0GG0//\xFF\x30", others}, {digits, all}}) {
         std::string out(bytes.size() + 1, '~');
         EXPECT_EQ(KestHexToBytes(out.data(), hex), static_cast<int>(bytes.size()));
         EXPECT_TRUE(out == bytes + '~') << hex;
@@ -55,37 +50,21 @@ TEST(TextUtilities, ReadAnyPairOfCharactersAsAHexadecimalByte) {
 }
 
 TEST(TextUtilities, SplitAtDelimitersOrAtTheEndsOfItems) {
-    const std::tuple<std::string, std::string, Texts, std::string> rows[] = {
-        {",;a;,b,", ";,", {"a", "b"}, ",;a\0,b\0"s},
-        {"a b\0c"s, " ", {"a", "b"}, "a\0b\0c"s},
-        {"a,b", ";\0,"s, {"a,b"}, "a,b"},
-        {",,", ",", {}, ",,"}};
-    Texts out;
-    for (auto [text, delimiters, tokens, left] : rows) {
-        out = {text, delimiters};
-        KestTokenizer(out[0], out[1], out);
-        EXPECT_EQ(out, tokens) << "out of what the result held";
-        KestTokenizer(text.data(), delimiters, out);
-        EXPECT_TRUE(out == tokens && text == left) << text;
-    }
-    for (auto [list, items] : {std::pair("a\0bc\0\0d\0"s, Texts{"a", "bc"}), std::pair("\0a\0"s, Texts{})}) {
-        KestTokenizer(list.data(), out = {"old"});
-        EXPECT_EQ(out, items);
-        KestTokenizer(list, out);
-        EXPECT_EQ(out, items.empty() ? items : Texts{"a"}) << "a string is one item";
-    }
-    Texts none{"old"};
-    KestTokenizer(static_cast<char*>(nullptr), ",", none);
+    Texts out = {",;a\0;b,", ";,"};
+    KestTokenizer(out[0], out[1], out);
+    EXPECT_EQ(out, Texts{"a"}) << "out of what the result held";
+    KestTokenizer(std::string("a\0bc\0\0d\0", 9).data(), out);
+    EXPECT_EQ(out, (Texts{"a", "bc"}));
+    KestTokenizer(static_cast<char*>(nullptr), ",", out);
+    EXPECT_TRUE(out.empty());
     KestTokenizer(static_cast<char*>(nullptr), out = {"old"});
-    EXPECT_TRUE(none.empty() && out.empty());
+    EXPECT_TRUE(out.empty());
 }
 
 TEST(TextUtilities, KeepWhatStandsBetweenDoubleQuotesTogether) {
     const std::pair<std::string, Texts> lines[] = {{"", {"old"}},
                                                    {"\0a"s, {}},
-                                                   {"  a  b\tc 'd e' ", {"a", "b\tc", "'d", "e'"}},
-                                                   {"a \"x y\" b\"c d\"e z\0w"s, {"a", "x y", "bc de", "z"}},
-                                                   {"a\"b c", {"ab c"}},
+                                                   {"a  \"x y\" b\"c d\"e\t'z w'\0v"s, {"a", "x y", "bc de\t'z", "w'"}},
                                                    {" \"x y\"a\" b\" \"\" c\"\" \"", {"x ya b", "c"}},
                                                    {"\"a b\"\"c d\" e\"f\"\"g\" \"b  c ", {"a bc d", "efg", "b  c "}}};
     for (const auto& [line, tokens] : lines) {
@@ -93,11 +72,6 @@ TEST(TextUtilities, KeepWhatStandsBetweenDoubleQuotesTogether) {
         KestParseCommandLine(line, out);
         EXPECT_EQ(out, tokens) << line;
     }
-    const std::tuple<std::string, std::string, std::string> texts[] = {
-        {"ab", "ab", ""},           {" a\tb", "", "a\tb"},   {"a\t b", "a", " b"},        {"\"", "", ""},
-        {"\"x y\" z", "x y", " z"}, {"\"x y", "x y", "x y"}, {"a\"b c\"", "a\"b", "c\""}, {"", "", ""}};
-    for (const auto& [text, first, rest] : texts) {
-        std::string line = text;
-        EXPECT_TRUE(KestExtractFirstString(line, line) == first && line == rest) << text << '|' << line;
-    }
+    std::string line = "\"x y\" z";
+    EXPECT_TRUE(KestExtractFirstString(line, line) == "x y" && line == " z") << "the rest may replace the text";
 }

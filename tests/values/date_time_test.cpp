@@ -9,7 +9,6 @@
 #include <string>
 #include <thread>
 #include <tuple>
-#include <vector>
 
 #include "kit/environment_guard.h"
 #include "kit/failure_of.h"
@@ -52,16 +51,6 @@ void expectDone(const std::string& expected, const char* zone, const char* start
     }
 }
 
-std::string narrow(const KestSupport::wstring16& text) {
-    return std::string(text.begin(), text.end());
-}
-
-// The stamp as far as a hash shows it: hash() is (time * 41358 + stamp) mod 28.
-unsigned int stampModulo28(const KestDateTime& date) {
-    const auto time = static_cast<unsigned long long>(date.getTime());
-    return static_cast<unsigned int>((date.hash() + 28 - time % 28 * (41358 % 28) % 28) % 28);
-}
-
 TEST(DateTimeTest, TextsAreReadAsTheirLayoutSays) {
     const auto read = [](const std::string& expected, std::initializer_list<std::string> texts) {
         for (const std::string& text : texts) {
@@ -69,17 +58,14 @@ TEST(DateTimeTest, TextsAreReadAsTheirLayoutSays) {
             expectDone(expected, kUtc, "05/06/2007 08:09:10", {[&](D& d) { d = text; }, [&](D& d) { d.set(text); }});
         }
     };
-    read("2024-02-01 10:20:30", {"01/02/2024 10:20:30"});
     read("2024-02-01 00:00:00", {"01/02/2024", "1/2/2024 xyz", std::string("1/2/2024\0 10:20", 15)});
     read("2024-02-01 09:08:00", {" 1/ 2/\t2024 9: 8"});
     read("2024-02-01 10:00:00", {"+1/02/2024 10:xx"});
     read("1970-01-01 00:00:00", {"01/01/1970"});
     read("3000-12-31 23:59:59", {"31/12/3000 23:59:59"});
-    read("1994-11-06 08:49:37",
-         {"Sun, 06 Nov 1994 08:49:37 GMT", "Sun Nov  6 08:49:37 1994", "Sun Nov  6 08:49:37 1994\n"});
-    read("1994-12-06 08:49:37", {"Mon, 06 Dec 1994 08:49:37 CET"});
+    read("1994-11-06 08:49:37", {"Sun, 06 Nov 1994 08:49:37 GMT", "Sun Nov  6 08:49:37 1994\n"});
     read("1994-01-06 08:49:37", {"Sun, 6 nov 1994 8:49:37 X", "x Xxx 6 8:49:37 1994"});
-    read("2024-03-02 10:00:00", {"Sat, 31 Feb 2024 10:00:00 GMT"});
+    read("2024-03-02 10:00:00", {"Sat, 31 Feb 2024 10:00:00 CET"});
     read("2024-01-01 00:00:01", {"Sat, 31 Dec 2023 23:59:61 GMT"});
     read(kPrefix + "Incorrect DateTime format",
          {"", "1 /2/2024", "1/2", "/", "1/2/99999999999", "1/2/2024 2147483648", "01/02/2024 10:20:300",
@@ -92,23 +78,19 @@ TEST(DateTimeTest, TextsAreReadAsTheirLayoutSays) {
     read(kPrefix + "Incorrect RFC1123 DateTime format",
          {"Sun, 06 Nov 1994 08:49:37", "Sun, 06 Nov 1994 08:49:37 GMT ", "01/02/2024,", ",",
           "Sundaymor, 6 Nov 1994 8:9:7 G", "S, 6 Nov 1994 8:9:7 Greenwichs"});
-    const TimeZoneGuard utc(kUtc);
     KestDateTime date;
     std::string message = "untouched";
     EXPECT_TRUE(date.setDateTimeFromStrImpl("01/02/2024", message) && message == "untouched");
     EXPECT_TRUE(!date.setDateTimeFromStrImpl("01/02", message) && message == "Incorrect DateTime format") << message;
-    EXPECT_EQ(kNotADate, kit::failureOf([&] { date.setDateTimeFromStrImpl("31/02/2024", message); }));
 }
 
 TEST(DateTimeTest, FieldsAreSetAndAddedToUnlessThatGivesNoDate) {
-    expectDone(kNotADate, kUtc, "30/04/2024",
-               {[](D& d) { d.setDay(31); }, [](D& d) { d.setMonth(2); }, [](D& d) { d.setYear(~0U); }});
-    expectDone(kNotADate, kUtc, "29/02/2024", {[](D& d) { d.setYear(2023); }});
+    expectDone(kNotADate, kUtc, "29/02/2024", {[](D& d) { d.setYear(~0U); }, [](D& d) { d.setYear(2023); }});
+    expectDone(kNotADate, kUtc, "30/04/2024", {[](D& d) { d.setDay(31); }, [](D& d) { d.setMonth(2); }});
     expectDone(kNotADate, kBerlin, "01/03/2024 12:00:00", {[](D& d) { d.setDay(31); }});
-    expectDone("2024-12-30 00:00:00", kUtc, "30/04/2024", {[](D& d) { EXPECT_EQ(12, d.setMonth(12)); }});
-    expectDone("2028-04-30 00:00:00", kUtc, "30/04/2024", {[](D& d) { EXPECT_EQ(2028, d.setYear(2028)); }});
-    expectDone("2024-04-30 23:00:00", kUtc, "30/04/2024", {[](D& d) { EXPECT_EQ(23, d.setHour(23)); }});
     expectDone("2024-03-30 00:00:00", kBerlin, "01/03/2024", {[](D& d) { EXPECT_EQ(30, d.setDay(30)); }});
+    expectDone("2028-12-30 23:00:00", kUtc, "30/04/2024",
+               {[](D& d) { d.setMonth(12), d.setYear(2028), d.setHour(23); }});
     const auto refused = [](const std::string& why, std::initializer_list<Action> actions) {
         expectDone(kPrefix + why, kUtc, "01/01/2025", actions);
     };
@@ -121,12 +103,10 @@ TEST(DateTimeTest, FieldsAreSetAndAddedToUnlessThatGivesNoDate) {
     const std::string noSum = "Subtracting does not compute to a valid Date. Trying to subtract field,";
     refused(noSum + "2 with -56", {[](D& d) { d.subtract(D::Year, 56); }});
     refused(noSum + "0 with 2147483647", {[](D& d) { d.add(D::Month, 2147483647); }});
-    expectDone("2023-03-06 00:00:00", kUtc, "25/01/2023", {[](D& d) { d.add(D::Day, 40); }});
     expectDone("2024-03-02 00:00:00", kUtc, "31/03/2024", {[](D& d) { d.subtract(D::Month, 1); }});
     expectDone("2025-03-01 00:00:00", kUtc, "29/02/2024", {[](D& d) { d.add(D::Year, 1); }});
     expectDone("2025-01-01 00:00:00", kUtc, "31/12/2024 23:59:59", {[](D& d) { d.add(D::Second, 1); }});
-    expectDone("2024-12-31 23:59:00", kUtc, "01/01/2025", {[](D& d) { d.subtract(D::Minute, 1); }});
-    expectDone("2024-12-31 23:00:00", kUtc, "01/01/2025", {[](D& d) { d.add(D::Hour, ~0U); }});
+    expectDone("2024-12-31 22:59:00", kUtc, "01/01/2025", {[](D& d) { d.subtract(D::Minute, 1).add(D::Hour, ~0U); }});
     expectDone("2025-01-01 00:00:00", kUtc, "01/01/2025", {[](D& d) { d.add(D::FieldId_t(6), 9); }});
     expectDone("2024-03-31 13:00:00", kBerlin, "30/03/2024 12:00:00", {[](D& d) { d.add(D::Day, 1); }});
 }
@@ -138,13 +118,11 @@ TEST(DateTimeTest, WholeDatesAreSetUnlessTheyAreNone) {
     expectDone("2024-02-01 03:04:05", kUtc, "01/01/2000", {[](D& d) { d.set(1, 2, 124, 3, 4, 5); }});
     expectDone(no, kUtc, "01/01/2000",
                {[](D& d) { d.set(1, 2, 2024, 0, 0, 0); }, [](D& d) { d.set(~0U, 2, 124, 0, 0, 0); },
-                [](D& d) { d.set(1, 0, 124, 0, 0, 0); }, [](D& d) { d.setDate(29, 2, 123); },
-                [&](D& d) { d.set(leapSecond); }});
-    expectDone(kNotADate, kUtc, "01/01/2000", {[&](D& d) { d = leapSecond; }});
+                [](D& d) { d.setDate(29, 2, 123); }, [&](D& d) { d.set(leapSecond); }});
     expectDone(no, kBerlin, "01/01/2000", {[](D& d) { d.setDate(1, 7, 124); }});
     expectDone("2024-01-01 00:00:00", kBerlin, "01/01/2000", {[](D& d) { d.setDate(1, 1, 124); }});
-    expectDone(kNotADate, kBerlin, "01/01/2000", {[](D& d) { d = std::string("31/03/2024 02:30:00"); }});
-    expectDone("2024-03-31 03:30:00", kBerlin, "1/1/2000", {[](D& d) { d = std::string("X, 31 Mar 2024 2:30:0 Z"); }});
+    expectDone(kNotADate, kBerlin, "01/01/2000",
+               {[](D& d) { d = std::string("31/03/2024 02:30:00"); }, [&](D& d) { d = leapSecond; }});
     expectDone("1970-01-02 00:00:00", kBerlin, "01/01/2000",
                {[](D& d) { d.set(1, 1, 70, 1, 0, 0), d.setHour(0), d.setDay(2); }});
 }
@@ -200,107 +178,77 @@ TEST(DateTimeTest, EveryZoneIsTheRuntimesOwn) {
 
 TEST(DateTimeTest, ComparesInstantsAndStampsEveryChange) {
     const TimeZoneGuard guard(kBerlin);
-    const D early = dateOf("06/11/1994 08:49:36"), late = dateOf("06/11/1994 08:49:37");
+    const D early = dateOf("06/11/1994 08:49:36"), late = dateOf("06/11/1994 08:49:37"), copy(late);
     EXPECT_EQ(784108177, late.getTime());
     EXPECT_TRUE(early < late && early <= late && early != late && late > early && late >= early);
-    EXPECT_FALSE(early == late || early > late || early >= late);
-    EXPECT_TRUE(D(late) == late && late <= late && late >= late && D(late).hash() == late.hash());
+    EXPECT_FALSE(early == late || early > late || early >= late || copy < late || late > copy);
+    EXPECT_TRUE(copy == late && late <= copy && late >= copy && copy.hash() == late.hash());
 
+    for (const unsigned year : {2024U, 2023U, 2000U, 2100U})
+        EXPECT_EQ(year == 2024 || year == 2000, dateOf("31/12/" + std::to_string(year)).isLeapYear()) << year;
+    const std::int64_t before = std::time(nullptr);
     KestDateTime date;
+    EXPECT_TRUE(before <= date.getTime() && date.getTime() <= std::time(nullptr));
     const auto expectStamps = [&date](unsigned int stamps, const Action& action) {
-        const unsigned int before = D::m_objectCounter, stampBefore = stampModulo28(date);
+        const unsigned int stampsBefore = D::m_objectCounter, hash = date.hash();
         action(date);
-        EXPECT_EQ(before + stamps, KestDateTime::m_objectCounter);
-        EXPECT_EQ(stamps == 0 ? stampBefore : KestDateTime::m_objectCounter % 28, stampModulo28(date));
+        EXPECT_EQ(stampsBefore + stamps, KestDateTime::m_objectCounter);
+        // The hash is (time * 41358 + stamp) mod 28.
+        const auto time = static_cast<unsigned long long>(date.getTime());
+        EXPECT_EQ(stamps == 0 ? hash : (time % 28 * 41358 + D::m_objectCounter) % 28, date.hash());
     };
-    expectStamps(2, [](D& d) { d = std::string("01/01/2020"); });
     expectStamps(2, [](D& d) { d.set(std::string("X, 1 Jan 2020 0:0:0 Z")); });
     expectStamps(1, [](D& d) { EXPECT_ANY_THROW(d = std::string("x")); });
     expectStamps(0, [](D& d) { EXPECT_ANY_THROW(d.set(std::string("x"))); });
-    expectStamps(2, [](D& d) { d.setDate(1, 1, 120); });
     expectStamps(1, [](D& d) { d.add(KestDateTime::Day, 1); });
-    expectStamps(0, [](D& d) { d.setYear(2021), d.setMonth(2), d.setDay(6), d.setHour(7); });
-    date.set(1, 1, 70, 1, 0, 0);
-    date.setHour(0);
-    EXPECT_EQ(-1, date.getTime());
-    EXPECT_LT(date.hash(), 28U);
-    EXPECT_EQ(4U, date.getWeekday());
-}
-
-TEST(DateTimeTest, LeapYearsAreTheCalendarsAtEveryHour) {
-    for (const char* zone : {"UTC0", kBerlin, "AEST-10AEDT,M10.1.0,M4.1.0/3"}) {
-        const TimeZoneGuard guard(zone);
-        for (const unsigned year : {2024U, 2023U, 2000U, 2100U}) {
-            KestDateTime date = dateOf("01/01/" + std::to_string(year) + " 12:30:00");
-            for (; date.getYear() == year; date.add(KestDateTime::Hour, 37))
-                EXPECT_EQ(year == 2024 || year == 2000, date.isLeapYear()) << zone << ' ' << show(date);
-        }
-    }
+    date.set(1, 1, 70, 1, 0, 0), date.setHour(0);
+    EXPECT_TRUE(date.getTime() == -1 && date.hash() < 28 && date.getWeekday() == 4);
 }
 
 /// A time_put that writes what it was asked for, and a character from outside the basic plane.
 class EchoingTimePut : public std::time_put<wchar_t> {
-  protected:
-    iter_type do_put(iter_type out, std::ios_base& state, wchar_t, const std::tm* time, char format,
-                     char) const override {
-        EXPECT_TRUE(std::has_facet<std::time_put<wchar_t>>(state.getloc()));
-        *out++ = static_cast<wchar_t>('0' + time->tm_hour), *out++ = static_cast<wchar_t>(format),
-        *out++ = L'\U0001F552';
+    iter_type do_put(iter_type out, std::ios_base&, wchar_t, const std::tm* time, char format, char) const override {
+        for (const wchar_t c : {static_cast<wchar_t>('0' + time->tm_hour), static_cast<wchar_t>(format), L'\U0001F552'})
+            *out++ = c;
         return out;
     }
 };
 
 TEST(DateTimeTest, TextsComeFromTheLocale) {
     const TimeZoneGuard guard(kBerlin);
-    const std::locale echoing(std::locale::classic(), new EchoingTimePut);
-    KestDateTime date = dateOf("06/11/1994 08:49:37");
-    std::string texts;
-    for (const std::locale& locale : {std::locale::classic(), echoing}) {
-        date.set(locale);
-        const auto add = [&](const KestSupport::wstring16& text) {
-            const bool echoed = text == KestSupport::wstring16{'8', text[1], 0xD83D, 0xDD52};
-            texts += echoed ? std::string(1, static_cast<char>(text[1])) : narrow(text) + '|';
-        };
-        add(date.toString()), add(date.timeToString()), add(date.dateToString());
-        add(date.weekdayName()), add(date.monthName());
-    }
-    EXPECT_EQ("Sun Nov  6 08:49:37 1994|11/06/94|08:49:37|Sunday|November|cxXAB", texts);
-    EXPECT_EQ('7', date.toGMTString()[0]);
-    const std::locale before = std::locale::global(std::locale::classic());
+    D date = dateOf("06/11/1994 08:49:37");
+    const auto texts = [](D& d) {
+        std::string all;
+        for (const auto& text :
+             {d.toString(), d.timeToString(), d.dateToString(), d.weekdayName(), d.monthName(), d.toGMTString()}) {
+            for (const unsigned short unit : text)
+                all += unit < 128 ? static_cast<char>(unit) : unit == 0xD83D ? '<' : '>';
+            all += '|';
+        }
+        return all;
+    };
+    const std::string plain = "Sun Nov  6 08:49:37 1994|11/06/94|08:49:37|Sunday|November|Sun Nov  6 07:49:37 1994|";
+    date.set(std::locale(std::locale::classic(), new EchoingTimePut));
     KestDateTime copy(date);
-    EXPECT_EQ("Sun Nov  6 07:49:37 1994", narrow(copy.toGMTString()));
-    copy.set(echoing);
-    copy = date;
-    EXPECT_EQ('7', copy.toGMTString()[0]);
-    std::locale::global(before);
-}
-
-TEST(DateTimeTest, NowIsTheLocalTimeInTheZoneOfTheMoment) {
-    for (const char* zone : {"UTC0", kBerlin, "<+0545>-5:45", "UTC0"}) {
-        const TimeZoneGuard guard(zone);
-        const std::int64_t before = std::time(nullptr);
-        const KestDateTime now;
-        EXPECT_TRUE(before <= now.getTime() && now.getTime() <= std::time(nullptr)) << zone;
-    }
+    EXPECT_EQ(plain, texts(copy)) << "a copy has the global locale";
+    date = copy;
+    EXPECT_EQ("8c<>|8x<>|8X<>|8A<>|8B<>|7c<>|", texts(date)) << "what is assigned to keeps its own";
 }
 
 TEST(DateTimeTest, ThreadsShareWhatIsRememberedOfTheZone) {
     const TimeZoneGuard guard(kBerlin);
     std::atomic<int> wrong{0};
     const unsigned int before = KestDateTime::m_objectCounter;
-    std::vector<std::thread> threads(4);
-    for (std::thread& thread : threads) {
-        thread = std::thread([&wrong, date = KestDateTime()]() mutable {
-            for (unsigned int i = 0; i < 2000; ++i) {
-                date.set(1, 1 + i % 2, 100 + i * 7 % 100, 12, 0, 0);
-                wrong += date.getTime() % 86400 != 11 * 3600 || date.getHour() != 12;
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    const auto change = [&wrong, date = KestDateTime()]() mutable {
+        for (unsigned int i = 0; i < 4000; ++i) {
+            date.set(1, 1 + i % 2, 100 + i * 7 % 100, 12, 0, 0);
+            wrong += date.getTime() % 86400 != 11 * 3600 || date.getHour() != 12;
+        }
+    };
+    std::thread first(change), second(change);
+    first.join(), second.join();
     EXPECT_EQ(0, wrong);
-    EXPECT_EQ(before + 4 * (1 + 2000 * 2), KestDateTime::m_objectCounter);
+    EXPECT_EQ(before + 1 + 2 * 4000 * 2, KestDateTime::m_objectCounter);
 }
 
 }  // namespace

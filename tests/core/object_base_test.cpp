@@ -21,22 +21,17 @@ struct Pair : KestObjectBase {};
 
 namespace {
 
-TEST(ObjectBase, TheLastHolderDeletesOnce) {
+TEST(ObjectBase, TheLastHolderDeletesOnceAndTheCountBelongsToTheObject) {
     int destroyed = 0;
     auto* const object = new Witness(destroyed);
-    EXPECT_EQ(object->refCount(), 0U);
     {
-        const KestSmartPointer<Witness> first(object);
-        EXPECT_EQ(object->refCount(), 1U);
-        const KestSmartPointer<Witness> second(first);
-        EXPECT_EQ(object->addRef(), 3U);
-        EXPECT_EQ(object->release(), 2U);
+        const KestSmartPointer<Witness> first(object), second(first);
+        EXPECT_TRUE(object->addRef() == 3 && object->release() == 2);
+        const Witness copy(*object);
+        static_cast<KestObjectBase&>(*object) = copy;
+        EXPECT_TRUE(copy.refCount() == 0 && object->refCount() == 2);
     }
-    EXPECT_EQ(destroyed, 1);
-    auto* const bare = new Witness(destroyed);
-    bare->addRef();
-    EXPECT_EQ(bare->release(), 0U);
-    EXPECT_EQ(destroyed, 2);
+    EXPECT_EQ(destroyed, 2) << "with the copy";
 }
 
 TEST(ObjectBase, AssignmentMovesHoldersBetweenTargets) {
@@ -47,46 +42,25 @@ TEST(ObjectBase, AssignmentMovesHoldersBetweenTargets) {
     first = first.get();
     EXPECT_EQ(first->refCount(), 1U);
     first = second;
-    EXPECT_EQ(a, 1);
-    EXPECT_EQ(second->refCount(), 2U);
+    EXPECT_TRUE(a == 1 && second->refCount() == 2);
     first = nullptr;
     EXPECT_TRUE(first.isNull() && !first && first == nullptr && first != second);
-    EXPECT_EQ(second->refCount(), 1U);
     KestSmartPointer<Witness> third(std::move(second));
-    EXPECT_TRUE(second.isNull());
-    EXPECT_EQ(third->refCount(), 1U);
+    EXPECT_TRUE(second.isNull() && third->refCount() == 1);
     second = third;
     third = std::move(second);
-    EXPECT_EQ(third->refCount(), 1U);
-    EXPECT_EQ(b, 0);
-}
-
-TEST(ObjectBase, TheCountBelongsToTheObject) {
-    int destroyed = 0;
-    const KestSmartPointer<Witness> held(new Witness(destroyed));
-    const Witness copy(*held);
-    EXPECT_EQ(copy.refCount(), 0U);
-    static_cast<KestObjectBase&>(*held) = copy;
-    EXPECT_EQ(held->refCount(), 1U);
+    EXPECT_TRUE(third->refCount() == 1 && b == 0);
 }
 
 TEST(ObjectBase, NamesTheMostDerivedClass) {
     KestThread thread;
     const KestObjectBase& base = thread;
-    EXPECT_EQ(base.getClassName(), "KestSupport::KestThread");
     EXPECT_EQ(LockImplementation(true).getClassName(), "LockImplementation");
     EXPECT_EQ((Pair<int, unsigned long>().getClassName()), "KestSupport::Pair<int, unsigned long>");
     EXPECT_TRUE(base.isA("KestSupport::KestThread"));
-    for (const char* wrong : {"KestSupport::KestObjectBase", "KestThread", "kestsupport::kestthread", "",
-                              "KestSupport::KestThread ", "class KestSupport::KestThread"}) {
+    for (const char* wrong : {"KestSupport::KestObjectBase", "KestThread", "", "KestSupport::KestThread "})
         EXPECT_FALSE(base.isA(wrong)) << wrong;
-    }
-}
-
-TEST(ObjectBase, NormalizedNamesLoseTheirFirstWordOnly) {
-    EXPECT_EQ(Witness::normalizeClassName("class KestSupport::KestThread"), "KestSupport::KestThread");
     EXPECT_EQ(Witness::normalizeClassName("class T<class A, class B>"), "T<class A, class B>");
-    EXPECT_EQ(Witness::normalizeClassName("LockImplementation"), "LockImplementation");
     EXPECT_EQ(Witness::normalizeClassName(""), "");
 }
 
@@ -98,8 +72,7 @@ TEST(ObjectBase, HoldersInManyThreadsAreCounted) {
             const KestSmartPointer<Witness> mine(shared);
     };
     std::thread first(hold), second(hold);
-    first.join();
-    second.join();
+    first.join(), second.join();
     EXPECT_EQ(shared->refCount(), 1U);
     shared = nullptr;
     EXPECT_EQ(destroyed, 1);

@@ -71,7 +71,7 @@ class KEST_SUPPORT_EXPORT KestService {
     tState state() const noexcept;
     const std::string& serviceName() const noexcept { return m_serviceName; }
 
-    /// The process's service: the latest one made; null before the first and after that one's end.
+    /// The process's service: the latest one made, null before the first. It is not cleared when that object ends.
     static KestService* getService() noexcept { return m_pThis.load(std::memory_order_acquire); }
 
   protected:

@@ -23,6 +23,7 @@ KestService::KestService(const std::string& appName, const std::string& serviceN
       m_interactive(interactive),
       m_pRecord(std::make_unique<internal::ServiceRecord>()) {
     m_pThis.store(this, std::memory_order_release);
+    ServiceHost::setCurrent(this);
 }
 
 KestService::KestService(bool interactive, const std::string& dependencies)
@@ -31,8 +32,7 @@ KestService::KestService(bool interactive, const std::string& dependencies)
 // No control or console event reaches the object from here on; another object that has taken its place stays there.
 KestService::~KestService() {
     if (m_consoleHandlerAdded) platform::removeConsoleHandler(ServiceHost::onConsoleEvent);
-    KestService* expected = this;
-    m_pThis.compare_exchange_strong(expected, nullptr);
+    ServiceHost::forget(*this);
 }
 
 bool KestService::start(const std::string& arguments, bool runAsService) {

@@ -14,6 +14,8 @@ namespace {
 std::mutex g_reportLock;
 std::uint32_t g_checkPoint = 1;  // guarded by g_reportLock
 
+constinit std::atomic<KestService*> g_current{nullptr};
+
 bool isPending(std::uint32_t state) {
     return state != KestService::RUNNING && state != KestService::STOPPED;
 }
@@ -28,8 +30,17 @@ std::string startArguments(const std::vector<std::string>& texts) {
 
 }  // namespace
 
+void ServiceHost::setCurrent(KestService* service) noexcept {
+    g_current.store(service, std::memory_order_release);
+}
+
+void ServiceHost::forget(KestService& service) noexcept {
+    KestService* expected = &service;
+    g_current.compare_exchange_strong(expected, nullptr);
+}
+
 void ServiceHost::serviceMain(const std::vector<std::string>& arguments) {
-    KestService* const service = KestService::getService();
+    KestService* const service = g_current.load(std::memory_order_acquire);
     if (service == nullptr) return;
     void* const handle = platform::serviceManager().registerControlHandler(service->serviceName(), onControl);
     if (handle == nullptr) return;
@@ -39,7 +50,7 @@ void ServiceHost::serviceMain(const std::vector<std::string>& arguments) {
 }
 
 void ServiceHost::onControl(std::uint32_t control) {
-    KestService* const service = KestService::getService();
+    KestService* const service = g_current.load(std::memory_order_acquire);
     if (service == nullptr) return;
     if (control == platform::kServiceControlStop) {
         service->stop();
@@ -50,7 +61,7 @@ void ServiceHost::onControl(std::uint32_t control) {
 
 bool ServiceHost::onConsoleEvent(std::uint32_t event) {
     if (event != platform::kConsoleControlC && event != platform::kConsoleControlBreak) return false;
-    KestService* const service = KestService::getService();
+    KestService* const service = g_current.load(std::memory_order_acquire);
     if (service == nullptr) return false;
     try {
         service->stop();

@@ -34,6 +34,10 @@ class ServiceHost {
     /// For the console: Ctrl+C and Ctrl+Break stop the service.
     static bool onConsoleEvent(std::uint32_t event);
 
+    /// Whom these reach: the latest service made. getService goes on naming it after its end; here it is forgotten.
+    static void setCurrent(KestService* service) noexcept;
+    static void forget(KestService& service) noexcept;
+
     /// ReportStatusToSCMgr. Touches nothing of the service once the manager has the report.
     static bool report(KestService& service, std::uint32_t state, std::uint32_t exitCode, std::uint32_t waitHint);
     /// The service's state, for itself and in the status that the next report starts from.

@@ -6,6 +6,7 @@
 
 #include "platform/thread.h"
 #include "platform/wait.h"
+#include "threads/timer_manager.h"
 
 namespace KestSupport {
 namespace {
@@ -137,6 +138,10 @@ void KestThread::kill() {
     cleanup();
     m_phase = Phase::entered;
     m_phase.notify_all();
+    // It may have been firing timers, and nobody else would go on with those until the next timer is started or
+    // stopped. They do not fire on this thread, which may hold a lock.
+    const KestTimerDeferral deferral;
+    KestTimerManager::reschedule();
 }
 
 void KestThread::cleanup() noexcept {

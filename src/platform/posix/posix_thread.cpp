@@ -226,7 +226,12 @@ void awaitLeavingThreads() noexcept {
         if (g_leavingIn != getpid() || tries == kYields + kSleeps) return;
         tries < kYields ? yieldThread() : sleepThread(1);
     }
-    g_lastEnded.join();
+    LastEnded last;
+    {
+        Dispatcher dispatcher(currentRecord());
+        last = std::exchange(g_lastEnded, LastEnded{});
+    }
+    last.join();
 }
 
 void runPendingControl(ThreadRecord& self) noexcept {

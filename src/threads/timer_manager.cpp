@@ -287,16 +287,19 @@ bool KestTimerManager::fire(KestTimer& timer, KestCriticalSection& guard) {
     return isCurrent();
 }
 
-void KestTimerManager::waitWhileFiring(const KestTimer& timer) {
+bool KestTimerManager::waitWhileFiring(const KestTimer& timer) {
     Process& shared = process();
     KestCriticalSection guard(shared.m_listLock, true);
+    bool waited = false;
     while (shared.m_pFiring == &timer && shared.m_passThread != platform::currentThreadId()) {
-        if (recoverPass(shared)) return;
+        waited = true;
+        if (recoverPass(shared)) break;
         platform::resetEvent(shared.m_fired.get());
         guard.unlock();
         platform::waitForOne(shared.m_fired.get(), kFiringCheck);
         guard.lock();
     }
+    return waited;
 }
 
 KestTimerManager::Order KestTimerManager::nextOrder(const KestTimerThread& thread, std::uint32_t& milliseconds) {

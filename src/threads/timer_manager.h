@@ -51,8 +51,8 @@ class KestTimerManager {
     static void dispatch();
     /// Sends the waiting thread away, until the next reschedule.
     static void cancelWait();
-    /// Returns when no other thread is firing the timer.
-    static void waitWhileFiring(const KestTimer& timer);
+    /// Returns when no other thread is firing the timer; whether one was.
+    static bool waitWhileFiring(const KestTimer& timer);
 
   private:
     friend class KestTimerThread;

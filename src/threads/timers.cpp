@@ -51,15 +51,18 @@ void KestTimer::start(std::int32_t milliseconds, bool oneShot) {
     start(0, milliseconds, oneShot);
 }
 
+// A firing on another thread may start the timer again before it ends; the stop that waits for it has the last word.
 void KestTimer::stop() {
-    if (!m_registered.load(std::memory_order_acquire)) return;
-    try {
-        KestTimerManager::getInstance();
-        KestTimerManager::removeTimer(*this);
-    } catch (const KestException&) {  // the library is being torn down
+    bool waited = true;
+    while (waited && m_registered.load(std::memory_order_acquire)) {
+        try {
+            KestTimerManager::getInstance();
+            KestTimerManager::removeTimer(*this);
+        } catch (const KestException&) {  // the library is being torn down
+        }
+        // Still registered: being fired, or left over from a manager that is gone.
+        waited = m_registered.load(std::memory_order_acquire) && KestTimerManager::waitWhileFiring(*this);
     }
-    // Still registered: being fired, or left over from a manager that is gone.
-    if (m_registered.load(std::memory_order_acquire)) KestTimerManager::waitWhileFiring(*this);
 }
 
 bool KestTimer::isOneShot() const {

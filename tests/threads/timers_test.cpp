@@ -184,6 +184,22 @@ TEST(Timers, AreDestroyedOnlyAfterAFiringElsewhereForWhichNothingElseWaits) {
     EXPECT_EQ(other.wait(-1), kSignalled);
 }
 
+TEST(Timers, StayStoppedWhenAFiringElsewhereStartsThemAgain) {
+    Probe timer;
+    kit::Gate firing;
+    timer.onFire = [&] {
+        if (timer.fired != 1) return;
+        firing.open();
+        platform::sleepThread(50);  // most likely the stop has begun by then
+        timer.start(0, 1, true);
+    };
+    timer.start(0, 1, true);
+    firing.pass();
+    timer.stop();
+    timer.wait(0);  // for the firing that was
+    EXPECT_EQ(timer.wait(30), kTimedOut);
+}
+
 TEST(Timers, OutliveThreadsThatCannotBeMadeOrAreKilled) {
     Probe timer;
     KestTimer other;

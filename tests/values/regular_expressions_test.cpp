@@ -55,15 +55,16 @@ std::string compiled(const S& pattern) {
     return all + message;
 }
 
-// Offset and length of the match; all operations agree about it.
+// Offset and length of the match, or the length that is there without one; all operations agree about it.
 template <typename S>
-std::string found(const std::string& pattern, const std::string& text) {
+std::string found(const std::string& pattern, const std::string& text, std::size_t start = 0) {
     const Expression<S> expression(pattern);
     std::size_t length = 99;
-    const std::size_t offset = expression.find(as<S>(text), length, 0);
+    const std::size_t offset = expression.find(as<S>(text), length, start);
     const S match = offset == npos ? S() : as<S>(text).substr(offset, length);
-    EXPECT_TRUE(offset == expression.find(as<S>(text), 0) && match == expression.match(as<S>(text), 0)) << pattern;
-    return offset == npos ? "none" : std::to_string(offset) + " " + std::to_string(length);
+    EXPECT_TRUE(offset == expression.find(as<S>(text), start) && match == expression.match(as<S>(text), start))
+        << pattern;
+    return (offset == npos ? "none" : std::to_string(offset)) + " " + std::to_string(length);
 }
 
 template <typename S>
@@ -103,6 +104,25 @@ TEST(RegularExpressionsOfBothTypesTest, RangesFollowTheOrderOfTheCharacters) {
     Expression<wstring16> wide;
     wide.setPattern({'x', '[', '^', 0x100, '-', 0x102, ']', '+'});
     EXPECT_EQ((wstring16{'x', 0xFF, 0x103, 'a', 0x200}), wide.match({'x', 0xFF, 0x103, 'a', 0x200, 0x101}, 0));
+}
+
+// The naive walk is checked by these as well.
+TYPED_TEST(RegularExpressionsTest, TheFirstMatchOfTheWalkIsFound) {
+    const auto find = [](const std::string& match, std::size_t start, const Pairs& rows) {
+        for (const auto& [pattern, text] : rows)
+            EXPECT_EQ(match, found<TypeParam>(pattern, text, start)) << pattern << " on " << text;
+    };
+    find("none 99", 0,
+         {{"", "abc"}, {".*abc", "abc"}, {"[abc]x", "zzax"}, {"x?abc", "abc"}, {"^$", ""}, {"a[bc]+c", "ac"}});
+    find("none 99", npos, {{"[^x]?", "aa"}, {"\\e+", "aa"}});
+    find("none 3", 0, {{"^abc", "xabc"}, {"abc$", "abcabc"}});
+    find("0 0", 0, {{"\\e", ""}, {"\\e+", "ab"}, {"\\e?$", ""}});
+    find("0 1", 0, {{"a+b?a+", "ab"}, {"a+a+", "a"}});
+    find("0 3", 0, {{"a*a", "aaa"}, {"^*abc", "abc"}, {"abc$", "abc"}});
+    find("1 3", 0, {{"abc$", "xabc"}, {"a?bc+", "xabcd"}});
+    find("3 3", 3, {{"^abc", "abcabc"}, {"[^x].+", "xyzabc"}, {"a.c", "axxabc"}});
+    find("2 2", 0, {{"[abc]*x", "zzax"}});
+    EXPECT_EQ("0 5", found<TypeParam>(".*abc", "xxabcyy"));
 }
 
 TYPED_TEST(RegularExpressionsTest, APatternThatFailsLeavesTheTokensBeforeTheErrorAndMatchesAreReplaced) {
@@ -158,41 +178,68 @@ TEST(RegularExpressionsOfBothTypesTest, StepsAreTraced) {
 
 // The quick walk, the one with traces and the naive one come to the same results.
 template <typename S>
-void expectAsNaively(const std::string& pattern, const std::string& narrowText, std::size_t start) {
+void expectAsNaively(const std::string& pattern, const std::vector<std::string>& texts, std::size_t start) {
     std::string message;
     const auto tokens = tokensOf(as<S>(pattern), message);
     Expression<S> expression;
     expression.setPatternImpl(as<S>(pattern), message);
-    const S text = as<S>(narrowText);
-    std::size_t length[] = {99, 99, 99};
-    const std::size_t naive = KestTest::findNaively(tokens, text, length[0], start);
-    EXPECT_TRUE(naive == expression.find(text, length[1], start) && naive == expression.find(text, start) &&
-                naive == KestSupport::internal::findWithTrace(tokens, text, length[2], start) &&
-                length[0] == length[1] && length[0] == length[2])
-        << pattern << " on " << narrowText << " from " << start;
+    for (const std::string& narrowText : texts) {
+        const S text = as<S>(narrowText);
+        std::size_t length[] = {99, 99, 99};
+        const std::size_t naive = KestTest::findNaively(tokens, text, length[0], start);
+        ASSERT_TRUE(naive == expression.find(text, length[1], start) && naive == expression.find(text, start) &&
+                    naive == KestSupport::internal::findWithTrace(tokens, text, length[2], start) &&
+                    length[0] == length[1] && length[0] == length[2])
+            << pattern << " on " << narrowText << " from " << start;
+    }
 }
 
-TYPED_TEST(RegularExpressionsTest, RandomPatternsFindWhatTheNaiveWalkFinds) {
+TYPED_TEST(RegularExpressionsTest, AllSmallPatternsFindInAllSmallTextsWhatTheNaiveWalkFinds) {
+    // Every text of up to so many parts.
+    const auto all = [](const std::vector<std::string>& parts, std::size_t most) {
+        std::vector<std::string> texts = {""};
+        for (std::size_t last = 0, end = 1; most > 0; --most, end = texts.size()) {
+            for (; last < end; ++last) {
+                for (const std::string& part : parts)
+                    texts.push_back(texts[last] + part);
+            }
+        }
+        return texts;
+    };
+    std::vector<std::string> parts = {"^", "$"};
+    for (const std::string part : {"a", "ab", ".", "[b-c]", "[^a]", "\\e"})
+        parts.insert(parts.end(), {part, part + "?", part + "*", part + "+"});
+    std::vector<std::string> patterns = all({"a", "b", ".", "[", "]", "^", "$", "*", "+", "?", "\\", "-"}, 3);
+    for (const std::string& pattern : all(parts, 3))
+        patterns.push_back(pattern);
+    for (const std::string& pattern : patterns) {
+        expectAsNaively<TypeParam>(pattern, all({"a", "b"}, 4), 0);
+        expectAsNaively<TypeParam>(pattern, all({"a", "b"}, 3), 1);
+        if (this->HasFailure()) return;
+    }
+}
+
+TYPED_TEST(RegularExpressionsTest, RandomLongerPatternsDoSoInLongerTexts) {
     const char* const parts[] = {"a", "b", "c", "z", ".", "[ab]", "[bc]", "[^a]", "[^z]", "abc", "zz", "\\e", "^", "$"};
     const char* const factors[] = {"", "", "?", "*", "+"};
     std::minstd_rand random(4711);
     const auto below = [&](std::size_t limit) { return static_cast<std::size_t>(random()) % limit; };
-    for (int round = 0; round < 30000 && !this->HasFailure(); ++round) {
+    for (int round = 0; round < 5000 && !this->HasFailure(); ++round) {
         std::string pattern, text;
         for (std::size_t count = 1 + below(15) / 2; count > 0; --count)
             pattern.append(parts[below(std::size(parts))]).append(factors[below(std::size(factors))]);
-        // Some letters are rare, and long stretches have no match; most texts are short.
-        for (std::size_t size = below(below(8) == 0 ? 300 : 7), letters = 1 + below(3); text.size() < size;)
+        // Some letters are rare, and long stretches have no match.
+        for (std::size_t size = below(300), letters = 1 + below(3); text.size() < size;)
             text += below(30) == 0 ? 'z' : "cba"[below(letters)];
-        expectAsNaively<TypeParam>(pattern, text, below(3));
+        expectAsNaively<TypeParam>(pattern, {text}, below(3));
     }
 }
 
 TYPED_TEST(RegularExpressionsTest, TextsOfAnySizeAreSearched) {
     const std::string much(10000, 'a');
     for (const char* const slow : {"a*a*a*a*b", "a?a*.*[b-c]", "a[^c]?a*[b-c]"})
-        EXPECT_EQ("none", found<TypeParam>(slow, much)) << slow;
-    EXPECT_EQ("none", found<TypeParam>("a.*[b-c].*d", much + "b"));
+        EXPECT_EQ("none 99", found<TypeParam>(slow, much)) << slow;
+    EXPECT_EQ("none 99", found<TypeParam>("a.*[b-c].*d", much + "b"));
     EXPECT_EQ("0 10002", found<TypeParam>(".*[^a]+a*b?", much + "xx"));
     EXPECT_EQ("10001 3", found<TypeParam>("[abc]?[^a]c", much + "bbxc"));
     std::string longPattern = "b";

@@ -19,7 +19,7 @@
 //
 // The kit keeps a second thread alive and asleep, since the C library drops locked instructions in a program that has
 // only one. A peer that needs a library which may be absent stands within the condition that the build defines when it
-// was found: KEST_HAVE_POCO, KEST_HAVE_SPDLOG, KEST_HAVE_UV, KEST_HAVE_ICU, KEST_HAVE_GLIB, KEST_HAVE_BOOST.
+// was found: KEST_HAVE_POCO and the others that bench/CMakeLists.txt names.
 #pragma once
 
 #include <benchmark/benchmark.h>

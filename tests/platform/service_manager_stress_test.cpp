@@ -1,4 +1,4 @@
-// KEST_STRESS_ROUNDS raises the number of rounds.
+// KEST_STRESS_ROUNDS sets another number of rounds.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -38,7 +38,7 @@ const kit::ChildRole service("service",
 
 int rounds() {
     const char* const wanted = std::getenv("KEST_STRESS_ROUNDS");
-    return wanted == nullptr ? 100 : std::atoi(wanted);
+    return wanted == nullptr ? 1000 : std::atoi(wanted);
 }
 
 TEST_F(ServiceManagerStress, AServiceThatIsKilledAtAnyMomentIsSeenAsStoppedAndStartsAgain) {

@@ -1,8 +1,7 @@
 // The entries behind a KestProperties: found through a hash index, handed out in the order of their names.
 //
-//   CharacterOrder  the place of a character in the order of a string type
-//   NameStore       the characters of many names, packed
-//   PropertyTable   the entries
+//   NameStore      the characters of many names, packed
+//   PropertyTable  the entries
 //
 // A tree of strings would need twice the memory and, at 100,000 entries, three times the time for a look-up. The order
 // is made when it is asked for, and costs nothing for names that came in order, as those of a saved file do.
@@ -14,36 +13,19 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <deque>
 #include <map>
 #include <memory>
-#include <random>
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
+#include "text/keyed_hash.h"
+#include "text/name_sorter.h"
+
 namespace KestSupport::internal {
-
-/// Characters that the traits take for equal have one place; a lesser character has a lesser place.
-template <typename Traits>
-struct CharacterOrder {
-    using CharType = typename Traits::char_type;
-    static constexpr bool kIsPlain = std::is_same_v<Traits, std::char_traits<CharType>>;
-    static constexpr int kBits = kIsPlain && sizeof(CharType) == 1 ? 8 : 16;
-
-    static std::uint16_t placeOf(CharType c) {
-        if constexpr (!kIsPlain) {
-            constexpr int kLeast = -128;
-            return static_cast<std::uint16_t>(Traits::fold(c) - (sizeof(CharType) == 1 ? kLeast : 0));
-        } else {
-            return static_cast<std::make_unsigned_t<CharType>>(c);
-        }
-    }
-};
 
 /// Keeps copies of names in blocks. What is given back is only counted; the owner moves its names to a new store when
 /// most of this one is waste.
@@ -71,7 +53,8 @@ class NameStore {
     // Blocks grow with what they hold, so that few names take little.
     void addBlock(std::size_t atLeast) {
         const std::size_t size = std::max(atLeast, std::clamp(m_used, kSmallestBlock, kLargestBlock));
-        m_blocks.emplace_back(new CharType[size]);
+        std::unique_ptr<CharType[]> block(new CharType[size]);
+        m_blocks.push_back(std::move(block));
         m_next = m_blocks.back().get();
         m_left = size;
     }
@@ -126,7 +109,7 @@ class PropertyTable {
         Index place = 0;  // of the entry, counted from 1; 0 for a free slot
     };
 
-    static std::uint32_t hashOf(View name);
+    std::uint32_t hashOf(View name) const;
     std::size_t findSlot(View name, std::uint32_t hash) const;
     std::size_t home(const Slot& slot) const { return slot.hash & (m_slots.size() - 1); }
     std::size_t behind(std::size_t slot) const { return (slot + 1) & (m_slots.size() - 1); }
@@ -136,6 +119,7 @@ class PropertyTable {
     void packNames();
     static void fetch(const Entry* const* entries, std::size_t count);
 
+    HashKey m_key = processHashKey();
     std::vector<Slot> m_slots;  // linear probing; a power of two of them, at most seven eighths in use
     std::deque<Entry> m_entries;
     std::vector<Index> m_free;  // places in m_entries
@@ -145,12 +129,6 @@ class PropertyTable {
     bool m_isInOrder = true;            // the entries stand in the order of their names
     std::vector<const Entry*> m_order;  // when they do not: the entries in that order; empty when it is not known
 };
-
-/// Differs from process to process, so that nobody can prepare names that collide.
-inline std::uint64_t hashSeed() {
-    static const std::uint64_t seed = (std::uint64_t{std::random_device{}()} << 32) | std::random_device{}();
-    return seed;
-}
 
 template <typename StringType>
 PropertyTable<StringType>::PropertyTable(const PropertyTable& other) {
@@ -219,41 +197,15 @@ void PropertyTable<StringType>::addFurtherValue(Entry& entry, StringType value) 
     m_furtherValues[&entry].push_back(std::move(value));
 }
 
-// Most names are told apart by a few characters behind those that all have in common; only the others are compared.
 template <typename StringType>
 void PropertyTable<StringType>::prepareOrder() {
     if (m_isInOrder || m_order.size() == m_count) return;
-    using Order = CharacterOrder<Traits>;
-    struct Sorted {
-        std::uint64_t key;
-        const Entry* entry;
-    };
-    std::vector<Sorted> sorted;
-    sorted.reserve(m_count);
-    View common;
+    NameSorter<Entry> sorter;
+    sorter.reserve(m_count);
     for (const Entry& entry : m_entries) {
-        if (entry.name.empty()) continue;
-        const View shared = sorted.empty() ? entry.name : common;
-        const std::size_t limit = std::min(shared.size(), entry.name.size());
-        std::size_t length = 0;
-        while (length < limit && Traits::eq(shared[length], entry.name[length]))
-            ++length;
-        common = shared.substr(0, length);
-        sorted.push_back({0, &entry});
+        if (!entry.name.empty()) sorter.add(entry);
     }
-    for (Sorted& each : sorted) {
-        const View rest = each.entry->name.substr(common.size());
-        constexpr int kCharacters = 64 / Order::kBits;
-        for (std::size_t i = 0; i < kCharacters; ++i) {
-            each.key = (each.key << Order::kBits) | (i < rest.size() ? Order::placeOf(rest[i]) : 0u);
-        }
-    }
-    std::sort(sorted.begin(), sorted.end(), [](const Sorted& a, const Sorted& b) {
-        return a.key != b.key ? a.key < b.key : a.entry->name < b.entry->name;
-    });
-    m_order.reserve(m_count);
-    for (const Sorted& each : sorted)
-        m_order.push_back(each.entry);
+    m_order = sorter.inOrder();
 }
 
 // Entries in another order than their own are scattered over the memory. Reading a little of several lets the processor
@@ -282,31 +234,26 @@ void PropertyTable<StringType>::visitInOrder(Visit visit) const {
     }
 }
 
+// Names that the traits take for equal have one hash, so other traits than the standard ones are asked for places.
 template <typename StringType>
-std::uint32_t PropertyTable<StringType>::hashOf(View name) {
-    constexpr std::uint64_t kMultiplier = 0x9E3779B97F4A7C15;
-    std::uint64_t hash = hashSeed() ^ name.size();
-    const auto mix = [&](std::uint64_t word) {
-        hash = (hash ^ word) * kMultiplier;
-        hash ^= hash >> 32;
-    };
+std::uint32_t PropertyTable<StringType>::hashOf(View name) const {
+    using Hash = SipHash<1, 3>;
+    std::uint64_t result = 0;
     if constexpr (CharacterOrder<Traits>::kIsPlain) {
-        const auto* const bytes = reinterpret_cast<const unsigned char*>(name.data());
-        const std::size_t size = name.size() * sizeof(CharType);
-        std::uint64_t word = 0;
-        std::size_t done = 0;
-        for (; size - done >= sizeof word; done += sizeof word) {
-            std::memcpy(&word, bytes + done, sizeof word);
-            mix(word);
-        }
-        word = 0;
-        std::memcpy(&word, bytes + done, size - done);
-        mix(word);
+        result = hashBytes<Hash>(m_key, name.data(), name.size() * sizeof(CharType));
     } else {
-        for (const CharType c : name)
-            mix(CharacterOrder<Traits>::placeOf(c));
+        constexpr std::size_t kPlaces = sizeof(std::uint64_t) / sizeof(std::uint16_t);
+        Hash hash(m_key);
+        std::uint64_t word = 0;
+        for (std::size_t i = 0; i < name.size(); ++i) {
+            const std::size_t shift = i % kPlaces * 16;
+            word |= std::uint64_t{CharacterOrder<Traits>::placeOf(name[i])} << shift;
+            if (i % kPlaces == kPlaces - 1) hash.add(std::exchange(word, 0));
+        }
+        hash.add(lastHashWord(word, name.size() * sizeof(std::uint16_t)));
+        result = hash.finish();
     }
-    return static_cast<std::uint32_t>((hash * kMultiplier) >> 32);
+    return static_cast<std::uint32_t>(result);
 }
 
 // The slot of the name, or the free one where it belongs.

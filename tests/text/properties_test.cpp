@@ -4,12 +4,14 @@
 
 #include <locale>
 #include <random>
+#include <set>
 #include <thread>
 
 #include "kit/failing_calls.h"
 #include "kit/failure_of.h"
 #include "kit/log_capture.h"
 #include "kit/temporary_folder.h"
+#include "text/property_table.h"
 
 using namespace KestSupport;
 using namespace std::string_literals;
@@ -65,7 +67,47 @@ std::string saved(KestProperties<StringType> properties) {
     return folder.read("file");
 }
 
+// Counts how often names are compared.
+struct CountingTraits : std::char_traits<char> {
+    inline static int s_compared = 0;
+    static int compare(const char* a, const char* b, std::size_t n) {
+        ++s_compared;
+        return std::char_traits<char>::compare(a, b, n);
+    }
+};
+
 }  // namespace
+
+template <>
+struct KestSupport::internal::CharacterOrder<CountingTraits> : CharacterOrder<std::char_traits<char>> {
+    static constexpr bool kIsPlain = true;
+};
+
+// Each block of these names exists in two forms that a hash by multiplication takes for the same, whatever its seed.
+TEST(Properties, ComparesFewNamesThatWereMadeToCollide) {
+    internal::PropertyTable<std::basic_string<char, CountingTraits>> table;
+    constexpr int kNames = 4096;
+    for (int i = 0; i < kNames; ++i) {
+        std::string name(12 * 16, 'a');
+        for (std::size_t block = 0; block < 12; ++block)
+            for (const std::size_t byte : {7U, 11U, 15U})
+                if ((i >> block & 1) != 0) name[16 * block + byte] = static_cast<char>('a' ^ 0x80);
+        EXPECT_TRUE(table.findOrAdd({name.data(), name.size()}).second);
+    }
+    EXPECT_LT(CountingTraits::s_compared, 2 * kNames);
+    const std::string message = "\0\1\2\3\4\5\6\7\10\11\12\13\14\15\16"s;  // the example of the hash's authors
+    const internal::HashKey key{0x0706050403020100, 0x0F0E0D0C0B0A0908};
+    EXPECT_EQ((internal::hashBytes<internal::SipHash<2, 4>>(key, message.data(), 15)), 0xA129CA6149BE45E5);
+    std::set<std::uint64_t> hashes;
+    for (std::size_t size = 1; size <= message.size(); ++size) {
+        for (std::size_t i = 0; i < size; ++i) {
+            std::string changed = message;
+            changed[i] = '!';
+            hashes.insert(internal::hashBytes<internal::SipHash<1, 3>>(key, changed.data(), size));
+        }
+    }
+    EXPECT_EQ(hashes.size(), 15U * 16 / 2) << "every byte counts";
+}
 
 TEST(Properties, ReadsEightBitLinesAndUtf16WholeOrByItsLowBytes) {
     const struct {
@@ -135,7 +177,7 @@ TEST(Properties, HoldWhatAPlainMapHoldsThroughAnyChanges) {
         const std::string initials[] = {"a", "A", "\xE4", "_", ""};
         for (int step = 0; step < 30000; ++step) {
             const std::size_t key = random() % 600, change = random() % 10;
-            const std::string suffix = std::string(key % 7 * 20, 'n') + std::to_string(key / 5);
+            const std::string suffix = std::string(key % 7 * 20, key % 2 == 0 ? 'n' : '\0') + std::to_string(key / 5);
             const auto name = text<StringType>(initials[key % 5] + suffix);
             const auto value = text<StringType>(std::string(key % 3 * 30, 'v') + std::to_string(step));
             std::vector<StringType>& values = model[name];

@@ -4,7 +4,8 @@
 //   KestService    derive from it, supply startIt and stopIt, call start
 //
 // Console mode: start runs startIt on the calling thread, waits for stop, Ctrl+C, Ctrl+Break or a supervisor's request
-// to end (SIGTERM), and runs stopIt. A supervisor that asks for it ($NOTIFY_SOCKET) hears when the service is ready and
+// to end (SIGTERM), and runs stopIt. While startIt runs, and after start has returned, control events have the effect
+// that they have without a service. A supervisor that asks for it ($NOTIFY_SOCKET) hears when the service is ready and
 // when it stops. Service mode: start hands the calling thread to the manager; startIt and stopIt
 // run on threads of their own, while the manager hears once a second that they are under way.
 //
@@ -53,10 +54,12 @@ class KEST_SUPPORT_EXPORT KestService {
     /// Runs the service and returns when it has stopped; at once with true when it is running already.
     /// Console mode gives the arguments to startIt, returns false when that does, and lets through what startIt or
     /// stopIt throws. Service mode takes its arguments from the manager and always returns true, also, and at once,
-    /// when the process was not started by the manager.
+    /// when the process was not started by the manager. A request to stop that came before the first run ends that
+    /// run; a later run begins without one. When start returns, startIt and stopIt have returned.
     bool start(const std::string& arguments, bool runAsService);
 
-    /// Asks the service to stop, and returns true without waiting for it.
+    /// Asks the service to stop, and returns true without waiting for it. What a dependent of the stop event throws
+    /// reaches the caller; the service is then not asked, and its state is as before.
     bool stop();
 
     /// Registers the running program with the manager: automatic start, system account, the program's path followed by
@@ -76,10 +79,11 @@ class KEST_SUPPORT_EXPORT KestService {
 
   protected:
     /// The start work; `arguments` are, in service mode, the manager's, each followed by a blank. True when the service
-    /// has started. In service mode an exception counts as false.
+    /// has started. In service mode an exception counts as false; its text is logged at level 1, and the service ends
+    /// with the exit code 1064. stopIt may run before startIt has returned.
     virtual bool startIt(const std::string& arguments) = 0;
 
-    /// The stop work; the result is only logged. In service mode an exception counts as false.
+    /// The stop work; the result is only logged. In service mode an exception counts as false and is logged at level 1.
     virtual bool stopIt() = 0;
 
     /// Tells the manager a state, the exit code and how many milliseconds the next report may take. Whether the manager
@@ -114,7 +118,6 @@ class KEST_SUPPORT_EXPORT KestService {
 
     KestEvent m_event;
     std::unique_ptr<internal::ServiceRecord> m_pRecord;
-    bool m_consoleHandlerAdded = false;
 };
 
 }  // namespace KestSupport

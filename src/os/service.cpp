@@ -1,5 +1,7 @@
 #include "support/service.h"
 
+#include <utility>
+
 #include "os/service_host.h"
 #include "platform/console.h"
 #include "platform/supervisor.h"
@@ -9,6 +11,21 @@ namespace KestSupport {
 
 using internal::logRecord;
 using internal::ServiceHost;
+
+namespace {
+
+// While it lives, control events of the console stop the service.
+struct ConsoleEvents {
+    const bool heard = platform::addConsoleHandler(ServiceHost::onConsoleEvent);
+    ConsoleEvents() = default;
+    ConsoleEvents(const ConsoleEvents&) = delete;
+    ConsoleEvents& operator=(const ConsoleEvents&) = delete;
+    ~ConsoleEvents() {
+        if (heard) platform::removeConsoleHandler(ServiceHost::onConsoleEvent);
+    }
+};
+
+}  // namespace
 
 std::atomic<KestService*> KestService::m_pThis{nullptr};
 
@@ -31,12 +48,14 @@ KestService::KestService(bool interactive, const std::string& dependencies)
 
 // No control or console event reaches the object from here on; another object that has taken its place stays there.
 KestService::~KestService() {
-    if (m_consoleHandlerAdded) platform::removeConsoleHandler(ServiceHost::onConsoleEvent);
     ServiceHost::forget(*this);
 }
 
 bool KestService::start(const std::string& arguments, bool runAsService) {
     if (state() == RUNNING) return true;
+    // A request that the former run did not consume must not end this one. One before the first run counts.
+    if (std::exchange(m_pRecord->hasRun, true)) m_event.reset();
+    ServiceHost::beginRun(*this);
     bool started = true;
     if (runAsService) {
         runUnderManager();
@@ -73,11 +92,12 @@ bool KestService::runInConsole(const std::string& arguments) {
     } const stoppedAtTheEnd{*this};
 
     ServiceHost::enter(*this, RUNNING);
-    if (!m_consoleHandlerAdded) m_consoleHandlerAdded = platform::addConsoleHandler(ServiceHost::onConsoleEvent);
+    const ConsoleEvents consoleEvents;
     toldAtTheEnd.status = "Stopped";
     platform::tellSupervisor(SupervisorNews::ready, "Running");
     logRecord(9, "KestService::start: waiting for service to exit");
     m_event.wait(-1);
+    ServiceHost::takeStop(*this);
     platform::tellSupervisor(SupervisorNews::stopping, "Stopping");
     logRecord(9, "KestService::start: service completed.");
     stopIt();
@@ -86,8 +106,13 @@ bool KestService::runInConsole(const std::string& arguments) {
 
 bool KestService::stop() {
     logRecord(9, "KestService::stop: entering");
-    m_pRecord->state = STOP_PENDING;
-    m_event.set();
+    const tState before = ServiceHost::requestStop(*this);
+    try {
+        m_event.set();
+    } catch (...) {
+        ServiceHost::withdrawStop(*this, before);
+        throw;
+    }
     logRecord(9, "KestService::stop: exiting");
     return true;
 }

@@ -2,6 +2,7 @@
 
 #include <mutex>
 
+#include "os/describe_exception.h"
 #include "os/service_run.h"
 #include "platform/console.h"
 #include "text/log_record.h"
@@ -15,6 +16,16 @@ std::mutex g_reportLock;
 std::uint32_t g_checkPoint = 1;  // guarded by g_reportLock
 
 constinit std::atomic<KestService*> g_current{nullptr};
+
+// A dependent of the stop event may throw; the service then continues as before.
+void stopLogged(KestService& service) {
+    try {
+        service.stop();
+    } catch (...) {
+        logRecord(1, "KestService: a request to stop failed: ", describeException());
+        throw;
+    }
+}
 
 bool isPending(std::uint32_t state) {
     return state != KestService::RUNNING && state != KestService::STOPPED;
@@ -53,7 +64,7 @@ void ServiceHost::onControl(std::uint32_t control) {
     KestService* const service = g_current.load(std::memory_order_acquire);
     if (service == nullptr) return;
     if (control == platform::kServiceControlStop) {
-        service->stop();
+        stopLogged(*service);
     } else {
         report(*service, state(*service), 0, 0);
     }
@@ -64,18 +75,20 @@ bool ServiceHost::onConsoleEvent(std::uint32_t event) {
     KestService* const service = g_current.load(std::memory_order_acquire);
     if (service == nullptr) return false;
     try {
-        service->stop();
+        stopLogged(*service);
     } catch (...) {
-        // A dependent of the stop event threw: the event is not set, as for any other caller of stop.
+        // The event counts as handled. The next one tries again.
     }
     return true;
 }
 
-bool ServiceHost::report(KestService& service, std::uint32_t state, std::uint32_t exitCode, std::uint32_t waitHint) {
+void ServiceHost::logReport(KestService& service, std::uint32_t state) {
+    if (service.m_pRecord->runAsService) logRecord(9, "KestService::ReportStatusToSCMgr: state=", state);
+}
+
+bool ServiceHost::send(KestService& service, std::uint32_t state, std::uint32_t exitCode, std::uint32_t waitHint) {
     ServiceRecord& record = *service.m_pRecord;
     if (!record.runAsService) return true;
-    logRecord(9, "KestService::ReportStatusToSCMgr: state=", state);
-
     const std::lock_guard guard(g_reportLock);
     platform::ServiceStatus& status = record.status;
     status.controlsAccepted = state == KestService::START_PENDING ? 0 : platform::kServiceAcceptStop;
@@ -84,6 +97,32 @@ bool ServiceHost::report(KestService& service, std::uint32_t state, std::uint32_
     status.waitHint = waitHint;
     status.checkPoint = isPending(state) ? g_checkPoint++ : 0;
     return platform::serviceManager().setStatus(record.statusHandle, status) == 0;
+}
+
+bool ServiceHost::report(KestService& service, std::uint32_t state, std::uint32_t exitCode, std::uint32_t waitHint) {
+    logReport(service, state);
+    return send(service, state, exitCode, waitHint);
+}
+
+KestService::tState ServiceHost::requestStop(KestService& service) {
+    return service.m_pRecord->state.exchange(KestService::STOP_PENDING);
+}
+
+void ServiceHost::withdrawStop(KestService& service, KestService::tState before) {
+    const std::lock_guard guard(g_reportLock);
+    if (service.m_pRecord->stopTaken) return;
+    KestService::tState expected = KestService::STOP_PENDING;
+    service.m_pRecord->state.compare_exchange_strong(expected, before);
+}
+
+void ServiceHost::takeStop(KestService& service) {
+    const std::lock_guard guard(g_reportLock);
+    service.m_pRecord->stopTaken = true;
+}
+
+void ServiceHost::beginRun(KestService& service) {
+    const std::lock_guard guard(g_reportLock);
+    service.m_pRecord->stopTaken = false;
 }
 
 void ServiceHost::enter(KestService& service, KestService::tState state) {

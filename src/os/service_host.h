@@ -22,7 +22,10 @@ struct ServiceRecord {
     std::atomic<KestService::tState> state{KestService::STOPPED};
     std::atomic<bool> runAsService{false};
     std::atomic<platform::ServiceManager::Handle> statusHandle{nullptr};
-    platform::ServiceStatus status;  // guarded by the lock of reports
+    bool hasRun = false;  // start has been called; only start looks
+    // Guarded by the lock of reports:
+    platform::ServiceStatus status;
+    bool stopTaken = false;  // the service acts on a request to stop, so the request can no longer be withdrawn
 };
 
 class ServiceHost {
@@ -38,8 +41,21 @@ class ServiceHost {
     static void setCurrent(KestService* service) noexcept;
     static void forget(KestService& service) noexcept;
 
-    /// ReportStatusToSCMgr. Touches nothing of the service once the manager has the report.
+    /// ReportStatusToSCMgr: the record in the log, then the report. Touches nothing of the service once the manager has
+    /// the report.
     static bool report(KestService& service, std::uint32_t state, std::uint32_t exitCode, std::uint32_t waitHint);
+    static void logReport(KestService& service, std::uint32_t state);
+    static bool send(KestService& service, std::uint32_t state, std::uint32_t exitCode, std::uint32_t waitHint);
+
+    /// A request to stop: the state becomes STOP_PENDING. Returns the state before it, for withdrawStop.
+    static KestService::tState requestStop(KestService& service);
+    /// The stop event could not be set: restores the state, unless the service acts on another request.
+    static void withdrawStop(KestService& service, KestService::tState before);
+    /// The service acts on a request to stop.
+    static void takeStop(KestService& service);
+    /// A new run begins; no request to stop has been taken.
+    static void beginRun(KestService& service);
+
     /// The service's state, for itself and in the status that the next report starts from.
     static void enter(KestService& service, KestService::tState state);
     /// What the manager answered about the service.

@@ -10,8 +10,8 @@ namespace KestSupport::internal {
 
 inline constexpr std::uint32_t kServiceWaitHint = 3000;  ///< milliseconds within which the next report follows
 
-/// Runs startIt on a thread of its own and reports meanwhile; returns when the service runs, has failed, or has been
-/// stopped while it was starting. A thread that is left behind stops it later.
+/// Runs startIt on a thread of its own and reports while it runs. Returns when startIt has returned and its result has
+/// been reported. Another thread stops the service later.
 void runService(KestService& service, const std::string& arguments);
 
 }  // namespace KestSupport::internal

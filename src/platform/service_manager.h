@@ -164,7 +164,8 @@ class ServiceManager {
     /// control (errorInvalidServiceControl). Otherwise it is untouched: errorDependentServicesRunning for a stop while
     /// a service that depends on this one is not stopped, errorServiceRequestTimeout after 30 seconds,
     /// errorExceptionInService, errorInvalidParameter for a code that is none. A service that is asked to stop is
-    /// stop pending from then on, whether it has reported that or not.
+    /// stop pending from then on, whether it has reported that or not; when its handler throws, it has the state before
+    /// again.
     virtual ErrorCode control(Handle service, std::uint32_t control, ServiceStatus& answer) = 0;
     virtual ErrorCode queryStatus(Handle service, ServiceStatus& status) = 0;
     /// A service that is not stopped is marked, and goes when it has stopped.

@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <filesystem>
 #include <functional>
 #include <regex>
 
+#include "kit/child_process.h"
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
 #include "kit/log_capture.h"
@@ -36,6 +38,7 @@ class TestService : public KestService {
     }
     void describe(const std::string& text) { m_description.assign(text.begin(), text.end()); }
     void addArguments(const std::string& text) { m_arguments = text; }
+    using KestService::getEventObject;
     using KestService::getStatusHandle;
     using KestService::ReportStatusToSCMgr;
 
@@ -74,18 +77,73 @@ TEST(Service, IsMadeWithTheFieldsThatItIsGiven) {
 TEST(ServiceConsole, RunsUntilAnotherThreadStopsItAndTellsNoManager) {
     RecordingServiceManager manager;
     TestService service;
-    std::thread other([&] {
-        kit::await([&] { return service.state() == KestService::RUNNING; });
-        EXPECT_TRUE(service.start("", false)) << "a running service is started already";
-        EXPECT_TRUE(service.ReportStatusToSCMgr(4, 0, 0));
-        service.stop();
-    });
-    EXPECT_TRUE(service.start("", false));
-    other.join();
-    EXPECT_EQ(service.heard, (Texts{"start <> in 1", "stop in 3"}));
+    service.onStop = [&] { return service.stop(); };  // too late for this run, and not meant for the next one
+    for (int run = 0; run < 2; ++run) {
+        kit::Gate returned;
+        std::thread other([&] {
+            kit::await([&] { return service.state() == KestService::RUNNING || returned.passWithin({}); });
+            EXPECT_TRUE(service.start("", false)) << "a running service is started already";
+            EXPECT_TRUE(service.ReportStatusToSCMgr(4, 0, 0));
+            EXPECT_FALSE(returned.passWithin(std::chrono::milliseconds(50))) << run;
+            service.stop();
+        });
+        EXPECT_TRUE(service.start("", false));
+        returned.open();
+        other.join();
+    }
+    EXPECT_EQ(service.heard, (Texts{"start <> in 1", "stop in 3", "start <> in 1", "stop in 3"}));
     EXPECT_EQ(service.state(), KestService::STOPPED);
     EXPECT_EQ(manager.reports(), Texts{});
     EXPECT_EQ(manager.calls(), Texts{});
+}
+
+struct Objector : KestDependent {
+    void handleNotification(KestCollaborator&, const KestNotification&) override {
+        if (objections-- > 0) throw KestException("not now", 7);
+    }
+    std::atomic<int> objections{0};
+};
+
+TEST(Service, ARequestToStopThatFailsChangesNothingAndTheNextOneStops) {
+    for (const bool asService : {false, true}) {
+        RecordingServiceManager manager;
+        const kit::LogCapture log(1);
+        TestService service;
+        Objector objector;
+        service.getEventObject().addDependent(objector);
+        objector.objections = 1;
+        std::thread other([&] {
+            if (asService) manager.awaitReport(4);
+            kit::await([&] { return service.state() == KestService::RUNNING; });
+            const auto request = [&] { asService ? manager.send(1) : static_cast<void>(service.stop()); };
+            EXPECT_THROW(request(), KestException);
+            EXPECT_EQ(service.state(), KestService::RUNNING);
+            request();
+        });
+        EXPECT_TRUE(service.start("", asService));
+        other.join();
+        EXPECT_EQ(log.messages(),
+                  asService ? Texts{"KestService: a request to stop failed: not now (code 7)"} : Texts{});
+        // A start that fails ends although the event cannot be set.
+        service.onStart = [&] { return objector.objections = 1000, false; };
+        EXPECT_EQ(service.start("", asService), asService);
+    }
+}
+
+const kit::ChildRole servedBefore("served before", [](const Texts&) {
+    TestService service;
+    service.onStart = [&] { return service.stop(); };
+    service.start("", false);
+    std::puts("returned");
+    std::fflush(stdout);
+    return kit::Gate().pass(), 0;
+});
+
+TEST(ServiceConsole, AnInterruptAfterItsEndHasItsDefaultEffect) {
+    kit::ChildProcess child = kit::ChildProcess::inRole("served before");
+    ASSERT_TRUE(child.waitForOutput("returned"));
+    child.interrupt();
+    EXPECT_EQ(child.wait(), -SIGINT);
 }
 
 TEST(ServiceConsole, LogsItsWayAndIsStoppedAlsoAfterAFailure) {
@@ -167,21 +225,33 @@ TEST(ServiceMode, EndsStoppedWhateverFails) {
     const auto refuse = [] { return false; };
     const auto stopIt = [] { return KestService::getService()->stop(); };
     kit::Gate stopped;
-    const auto stopAndWait = [&] { return stopIt(), stopped.pass(), true; };
+    const auto reported = [](char state) {
+        const Texts all = static_cast<RecordingServiceManager&>(platform::serviceManager()).reports();
+        return std::count_if(all.begin(), all.end(), [&](const std::string& each) { return each[0] == state; });
+    };
+    // startIt runs longer than stopIt. The service is not stopped before both have ended.
+    const auto stopAndWait = [&] {
+        stopIt();
+        stopped.pass();
+        kit::await([&] { return reported('3') > 2 || reported('1') > 0; });
+        EXPECT_EQ(reported('1'), 0);
+        return true;
+    };
     const auto openAndFail = [&] { return stopped.open(), fail(); };
     const struct {
         const char* managersCall;  // that fails
         int refusedThread;         // counted from 1; 0: none
         std::function<bool()> onStart, onStop;
-        std::string states;  // reported, without repetition, as a pattern
+        std::string states;  // reported, without repetition, as a pattern; "!" for the exit code 1064
         std::size_t heard;   // of startIt and stopIt
     } cases[] = {
         {"runDispatcher", 0, succeed, succeed, "", 0},   {"registerControlHandler", 0, succeed, succeed, "", 0},
-        {"none", 0, refuse, succeed, "21", 1},           {"none", 0, fail, succeed, "21", 1},
+        {"none", 0, refuse, succeed, "21", 1},           {"none", 0, fail, succeed, "21!", 1},
         {"none", 0, stopAndWait, openAndFail, "231", 2}, {"none", 1, stopIt, succeed, "21", 0},
         {"none", 2, stopIt, succeed, "21", 0},           {"none", 3, stopIt, succeed, "24?1", 1}};
     for (const auto& each : cases) {
         RecordingServiceManager manager;
+        const kit::LogCapture log(1);
         manager.failures[each.managersCall] = 1063;
         {
             TestService service("failing");
@@ -195,8 +265,11 @@ TEST(ServiceMode, EndsStoppedWhateverFails) {
         }
         std::string states;
         for (const std::string& report : manager.reports())
-            if (!states.ends_with(report[0])) states += report[0];
+            if (!states.ends_with(report[0])) states += report.substr(0, 1) + (report.find("1064") < 99 ? "!" : "");
         EXPECT_TRUE(std::regex_match(states, std::regex(each.states))) << each.states << ": " << states;
+        EXPECT_EQ(log.messages(), each.states == "21!"   ? Texts{"ServiceStartThread: startIt threw  (code 7)"}
+                                  : each.states == "231" ? Texts{"ServiceStopThread: stopIt threw  (code 7)"}
+                                                         : Texts{});
     }
     TestService unmanaged("here");
     EXPECT_TRUE(unmanaged.start("", true)) << "not started by the platform's manager";

@@ -32,7 +32,8 @@ TEST(Error, NumbersTranslateThereAndBack) {
 
 TEST(Error, ServiceCodesHaveTextsOfTheirOwnAndUnknownCodesNone) {
     std::string previous;
-    for (const ErrorCode code : {1003u, 1051u, 1052u, 1053u, 1056u, 1058u, 1060u, 1061u, 1062u, 1063u, 1068u, 1073u}) {
+    for (const ErrorCode code :
+         {31u, 1003u, 1051u, 1052u, 1053u, 1056u, 1058u, 1060u, 1061u, 1062u, 1063u, 1068u, 1073u}) {
         EXPECT_EQ(errnoFromError(code), 0) << code;
         const std::string text = errorMessage(code);
         EXPECT_FALSE(text.empty()) << code;

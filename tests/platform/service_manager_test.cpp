@@ -21,8 +21,11 @@ void report(std::uint32_t state, std::uint32_t accepted = 3, std::uint32_t exitC
     serviceManager().setStatus(g_status, {16, state, accepted, exitCode});
 }
 
+std::atomic<bool> g_reluctant{false};
+
 void onControl(std::uint32_t code) {
     std::ofstream("controls", std::ios::app) << code << "\n";
+    if (code == kServiceControlStop && g_reluctant.exchange(false)) throw 1;
     if (code == kServiceControlStop) report(kServiceStopped, 0, 7);
     if (code == kServiceControlPause) report(kServicePaused);
     if (code == kServiceControlContinue) report(kServiceRunning);
@@ -46,6 +49,7 @@ int dispatch(const Texts&) {
 const kit::ChildRole roles[] = {
     {"plain", dispatch<serve<kServiceRunning, 3>>},
     {"hard", dispatch<serve<kServiceRunning, 0>>},
+    {"reluctant", [](const Texts&) { return g_reluctant = true, dispatch<serve<kServiceRunning, 3>>({}); }},
     {"starting", dispatch<serve<kServiceStartPending, 0>>},
     {"failing", dispatch<serve<kServiceStopped, 0, 42>>},
     {"silent", dispatch<[](const Texts&) {}>},
@@ -194,6 +198,11 @@ TEST_F(ServiceManagerTest, ARequestToEndStopsAServiceThatTakesIt) {
         EXPECT_EQ(run("await s 1; tell s; remove s"), told + std::string(" 0"));
     }
     EXPECT_EQ(run("create s starting; start s; control s 1"), "0 0 1061/2");
+    for (const bool asked : {true, false}) {
+        ASSERT_EQ(run("create r reluctant; start r; await r 4; control r 1; tell r"), "0 0 1064/0 4/3/0p");
+        if (asked) kit::ChildProcess::requestEnd(query("r").processId);
+        ASSERT_EQ(run(asked ? "await r 1; remove r" : "control r 1; remove r"), asked ? "0" : "0/1 0") << "asked again";
+    }
 }
 
 TEST_F(ServiceManagerTest, WhatAServiceDependsOnRunsBeforeIt) {

@@ -54,6 +54,7 @@ struct ErrorText {
 // The codes that no errno value stands for: the C runtime has no text for them.
 constexpr ErrorText errorTexts[] = {
     {errorInvalidData, "The data is not valid."},
+    {errorGeneralFailure, "The operation failed."},
     {errorInvalidName, "The name is not valid."},
     {errorModuleNotFound, "The library was not found."},
     {errorProcedureNotFound, "The library has no such function."},
@@ -71,7 +72,7 @@ constexpr ErrorText errorTexts[] = {
     {errorServiceCannotAcceptControl, "The service cannot take controls at this time."},
     {errorServiceNotActive, "The service is not running."},
     {errorFailedServiceControllerConnect, "The process was not started as a service."},
-    {errorExceptionInService, "The service failed while it handled a control."},
+    {errorExceptionInService, "The service threw an exception."},
     {errorServiceSpecific, "The service ended with an error of its own."},
     {errorProcessAborted, "The process ended unexpectedly."},
     {errorServiceDependencyFail, "A service that this service depends on failed to start."},

@@ -186,6 +186,7 @@ ErrorCode ServiceProcess::setStatus(const ServiceStatus& status) {
     if (status.currentState < kServiceStopped || status.currentState > kServicePaused) return errorInvalidParameter;
     const std::lock_guard guard(m_lock);
     if (m_over) return errorInvalidHandle;
+    m_onlyAsked = false;
     write(status);
     if (status.currentState != kServiceStopped) {
         if (m_unwritten || !m_told) wake();
@@ -205,6 +206,12 @@ void ServiceProcess::write(const ServiceStatus& status) {
     m_status = status;
     m_status.processId = processId;
     m_unwritten = writeRecord(m_record.get(), m_status) != 0;
+}
+
+void ServiceProcess::writeState(std::uint32_t state) {
+    ServiceStatus status = m_status;
+    status.currentState = state;
+    write(status);
 }
 
 bool ServiceProcess::requestStop() {
@@ -316,17 +323,16 @@ void ServiceProcess::answer(const Descriptor& connection) {
 
 ServiceReply ServiceProcess::deliver(std::uint32_t control) {
     ServiceManager::ControlHandler handler = nullptr;
+    std::uint32_t before = 0;
     {
         const std::lock_guard guard(m_lock);
         handler = m_handler;
         const ErrorCode refusal = handler == nullptr ? errorServiceCannotAcceptControl : refusalOf(m_status, control);
         if (refusal != 0) return {refusal, m_status};
         // Asked to stop is what the service is from now on, also when it reports so only later.
-        if (control == kServiceControlStop) {
-            ServiceStatus asked = m_status;
-            asked.currentState = kServiceStopPending;
-            write(asked);
-        }
+        before = m_status.currentState;
+        m_onlyAsked = control == kServiceControlStop;
+        if (m_onlyAsked) writeState(kServiceStopPending);
     }
     ServiceReply reply;
     try {
@@ -335,6 +341,9 @@ ServiceReply ServiceProcess::deliver(std::uint32_t control) {
         reply.error = errorExceptionInService;
     }
     const std::lock_guard guard(m_lock);
+    // A stop that failed has stopped nothing: the next request tries again.
+    if (reply.error != 0 && m_onlyAsked && !m_over) writeState(before);
+    m_onlyAsked = false;
     reply.status = m_status;
     return reply;
 }

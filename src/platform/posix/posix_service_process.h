@@ -44,6 +44,7 @@ class ServiceProcess : public std::enable_shared_from_this<ServiceProcess> {
     /// The service is stopped when its main has ended so that nobody can report for it.
     void endOfMain(bool threw);
     void write(const ServiceStatus& status);  // under m_lock
+    void writeState(std::uint32_t state);     // under m_lock
     bool isOver();
     bool needsAttention();
     void attend();
@@ -69,6 +70,7 @@ class ServiceProcess : public std::enable_shared_from_this<ServiceProcess> {
     ServiceManager::ControlHandler m_handler = nullptr;
     bool m_unwritten = false;      // the record could not be written
     bool m_stopRequested = false;  // by the supervisor
+    bool m_onlyAsked = false;      // a stop is being delivered, and the service has not reported since
     bool m_told = false;           // who started the process has heard how that went
     bool m_over = false;
 };

@@ -3,8 +3,10 @@
 //
 // A date is valid when the C runtime's mktime would leave it as it is: that refuses a 31 April as well as a time of day
 // that the change to daylight saving skips. Representable are the years from 1970 (in UTC) to 3000; getTime() is -1 for
-// anything else. All zone rules are the C runtime's, for the zone that TZ names at the time of the call. Where clocks
-// are set back, an hour comes twice, and the runtime chooses which one such a time means.
+// anything else. All zone rules are the C runtime's, for the zone that TZ names at the time of the call. Without TZ it
+// is the system's own; a change of its file is noticed within a second by the constructor for the current time. When
+// clocks are set back, an hour comes twice: such a time means standard time, and where both are that, the later of the
+// two.
 //
 // Failures throw KestInvalidDateException, whose text is "KestInvalidDateException - " and the detail that is named
 // with the operation; a change that is refused leaves every field as it was. "Not a date" below stands for the detail
@@ -137,7 +139,7 @@ class KEST_SUPPORT_EXPORT KestDateTime {
     wstring16 weekdayName(const std::locale& locale);
     wstring16 monthName();  ///< in full, "%B"
     wstring16 monthName(const std::locale& locale);
-    wstring16 toGMTString();  ///< as toString, in UTC
+    wstring16 toGMTString();  ///< as toString, in UTC; where getTime() is -1, the fields as they are
 
   private:
     bool setDateTime(const std::string& text, std::string& message);

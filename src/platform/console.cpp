@@ -6,10 +6,12 @@
 #include <thread>
 #include <vector>
 
+#include "platform/process_memory.h"
+
 namespace KestSupport::platform {
 namespace {
 
-// Lives as long as the process: an event may arrive while static objects are being destroyed.
+// Stays: an event may arrive while static objects are being destroyed.
 struct HandlerList {
     std::mutex lock;  // guards everything below and the back end's calls; never held while a handler runs
     std::condition_variable handlerReturned;
@@ -18,9 +20,10 @@ struct HandlerList {
     std::thread::id runner;
 };
 
+constinit ProcessObject<HandlerList> g_list;
+
 HandlerList& list() {
-    static HandlerList& instance = *new HandlerList;
-    return instance;
+    return g_list.get();
 }
 
 // Walks a copy: a handler may change the list. One that has been removed meanwhile is passed over.

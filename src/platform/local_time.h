@@ -10,14 +10,18 @@
 
 namespace KestSupport::platform {
 
-/// A number that stands for the present text of TZ: the same for the same text, however often it changes in between,
-/// different for different texts, and never above 1000. 0 when there have been too many texts to be told apart. Sees to
-/// it that the runtime uses the zone that TZ names. Meant to be asked before each conversion: it costs a few loads as
-/// long as the environment stays the same.
+/// The number of the local zone: the same for the same text of TZ, however often it changes in between, different for
+/// different texts. Without TZ it is the number of the state that the system's own zone file had when the library
+/// looked at it last. 0 when there have been too many zones to be told apart; below 4096. The runtime uses that zone
+/// from now on. It costs a few loads as long as the environment stays the same.
 std::uint32_t localZone();
 
-/// Breaks an instant down in the local zone of the last localZone(), zone name included where the runtime keeps one in
-/// the structure. False when the runtime cannot represent it; the result is then untouched.
+/// The same after a look at the system's own zone file if TZ is not set. Called before conversions of the runtime, so
+/// that all of them use the file in the state that has the number.
+std::uint32_t localZoneOfNow();
+
+/// Breaks an instant down in the local zone, zone name included where the runtime keeps one in the structure. False
+/// when the runtime cannot represent it; the result is then untouched.
 bool localTime(std::int64_t instant, std::tm& result) noexcept;
 
 /// The same in UTC.

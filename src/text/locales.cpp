@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
-#include <mutex>
+#include <memory>
 #include <stdexcept>
 #include <string_view>
 #include <vector>
 
+#include "platform/process_memory.h"
 #include "platform/text.h"
 #include "support/strings.h"
 
@@ -55,46 +56,38 @@ std::locale makeDefaultLocale() {
     }
 }
 
-// Never destroyed: exceptions are still made while the static objects of other files are torn down.
+// Exceptions are still made while the static objects of other files are destroyed.
+constinit platform::ProcessObject<std::locale> g_defaultLocale;
+
 const std::locale& defaultLocale() {
-    static const auto* const instance = new std::locale(makeDefaultLocale());
-    return *instance;
+    return g_defaultLocale.get([] { return std::make_unique<std::locale>(makeDefaultLocale()); });
 }
 
 // Has the default locale built when the library is loaded.
 [[maybe_unused]] const std::locale& builtAtLoad = defaultLocale();
 
-// The default locale with the facet of the code page that was asked for last: to put a locale together costs more than
-// most conversions.
-class AnsiLocale {
-  public:
-    static AnsiLocale& instance() {
-        static auto* const locale = new AnsiLocale;
-        return *locale;
-    }
-
-    std::locale get() {
-        const platform::CodePage codePage = platform::ansiCodePage();
-        const std::lock_guard lock(m_mutex);
-        if (m_codePage != codePage) {
-            m_locale = std::locale(defaultLocale(), new ansi_ctype);
-            m_codePage = codePage;
-        }
-        return m_locale;
-    }
-
-  private:
-    std::mutex m_mutex;
-    // Both guarded by m_mutex. No code page has the number 0.
-    platform::CodePage m_codePage = 0;
-    std::locale m_locale;
+// The default locale with the facet of a code page, one for each code page that the environment has named: to put a
+// locale together costs more than most conversions.
+struct AnsiLocale {
+    platform::CodePage codePage;
+    ansi_ctype facet{1};  // the reference keeps the locale from deleting it
+    std::locale locale{defaultLocale(), &facet};
 };
+constinit platform::ProcessList<std::unique_ptr<AnsiLocale>> g_ansiLocales;
+
+const std::locale& ansiLocale() {
+    const platform::CodePage codePage = platform::ansiCodePage();
+    const auto isOurs = [codePage](const auto& known) { return known->codePage == codePage; };
+    const auto* entry = g_ansiLocales.find(isOurs);
+    if (entry == nullptr) entry = &g_ansiLocales.add(isOurs, std::unique_ptr<AnsiLocale>(new AnsiLocale{codePage}));
+    return entry->value->locale;
+}
 
 }  // namespace
 
 std::locale KestLocaleFactory::getDefaultLocale(bool withAnsiFacet) {
     if (!withAnsiFacet) return defaultLocale();
-    return AnsiLocale::instance().get();
+    return ansiLocale();
 }
 
 std::locale KestLocaleFactory::getLocale(Language language) {

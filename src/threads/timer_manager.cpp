@@ -7,6 +7,7 @@
 #include <new>
 
 #include "platform/clock.h"
+#include "platform/process_memory.h"
 #include "platform/thread.h"
 #include "support/exceptions.h"
 
@@ -80,8 +81,8 @@ std::atomic<KestTimerManager*> KestTimerManager::m_pInstance{nullptr};
 std::atomic<bool> KestTimerManager::m_exiting{false};
 
 KestTimerManager::Process& KestTimerManager::process() {
-    static Process& process = *new Process;
-    return process;
+    static constinit platform::ProcessObject<Process> process;
+    return process.get();
 }
 
 KestTimerManager* KestTimerManager::getInstance() {

@@ -43,7 +43,7 @@ const char* const KestDateTime::abbrevMonthNames[12] = {"Jan", "Feb", "Mar", "Ap
 
 KestDateTime::KestDateTime() {
     // A clock outside the representable years leaves the first moment of 1970.
-    if (const std::optional<LocalMoment> now = internal::momentOfInstant(std::time(nullptr))) {
+    if (const std::optional<LocalMoment> now = internal::momentOfNow()) {
         store(internal::brokenDown(now->civil, now->daylightSaving));
     }
     adjustInstanceId();

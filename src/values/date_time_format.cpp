@@ -12,6 +12,8 @@
 #include <utility>
 
 #include "platform/local_time.h"
+#include "platform/process_memory.h"
+#include "values/civil_time.h"
 #include "values/local_zone.h"
 
 namespace KestSupport {
@@ -72,30 +74,38 @@ wstring16 formatTime(const std::locale& locale, std::wios& state, const std::tm&
     return collector.take();
 }
 
-std::wios& imbued(std::wios& state, const std::locale& locale) {
-    state.imbue(locale);
-    return state;
-}
+// Making a state takes as long as the rest, so the one for the default locale, whose facets are all the standard
+// library's own and only read it, serves all threads.
+struct DefaultState {
+    std::locale locale = KestLocaleFactory::getDefaultLocale(false);
+    std::wios state{nullptr};
+
+    DefaultState() { state.imbue(locale); }
+};
+constinit platform::ProcessObject<DefaultState> g_defaultState;
 
 }  // namespace
 
-// The facet takes the locale from a stream's state; it needs no stream. Making a state takes as long as the rest, so
-// the one for the default locale, whose facets are all the standard library's own and only read it, serves all threads.
+// The facet takes the locale from a stream's state; it needs no stream.
 wstring16 KestDateTime::constructTimeString(std::tm* fields, const std::locale& locale, const unsigned short* pattern) {
-    static const std::locale& defaultLocale = *new std::locale(KestLocaleFactory::getDefaultLocale(false));
-    static std::wios& defaultState = imbued(*new std::wios(nullptr), defaultLocale);
-    if (locale == defaultLocale) return formatTime(locale, defaultState, *fields, pattern);
+    DefaultState& byDefault = g_defaultState.get();
+    if (locale == byDefault.locale) return formatTime(locale, byDefault.state, *fields, pattern);
     std::wios state(nullptr);
-    return formatTime(locale, imbued(state, locale), *fields, pattern);
+    state.imbue(locale);
+    return formatTime(locale, state, *fields, pattern);
 }
 
 // The runtime breaks the instant down, since only it knows the name of the zone, which some locales put into the text.
 wstring16 KestDateTime::localText(const std::locale& locale, const unsigned short* pattern) {
-    std::tm fields = storedFields();
-    if (const std::optional<internal::LocalMoment> moment = internal::momentOfFields(fields)) {
-        platform::localTime(moment->instant, fields);
-    } else {
-        fields = localFields();
+    std::tm fields = localFields();
+    const std::tm stored = storedFields();
+    std::optional<internal::LocalMoment> moment = internal::momentOfFields(stored);
+    if (moment) platform::localTime(moment->instant, fields);
+    if (moment && internal::civilSeconds(fields) != moment->civil) {
+        // The runtime noticed a change of the system's zone before the library did.
+        platform::localZoneOfNow();
+        moment = internal::momentOfFields(stored);
+        if (moment) platform::localTime(moment->instant, fields);
     }
     return constructTimeString(&fields, locale, pattern);
 }
@@ -141,8 +151,8 @@ wstring16 KestDateTime::monthName(const std::locale& locale) {
 }
 
 wstring16 KestDateTime::toGMTString() {
-    std::tm fields = storedFields();
-    platform::utcTime(getTime(), fields);
+    std::tm fields = localFields();
+    if (const std::int64_t instant = getTime(); instant != -1) platform::utcTime(instant, fields);
     return constructTimeString(&fields, heldLocale(), kDateAndTime);
 }
 

@@ -1,8 +1,10 @@
 #include "values/local_zone.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstddef>
+#include <utility>
 
 #include "platform/local_time.h"
 #include "values/civil_time.h"
@@ -34,13 +36,10 @@ class OffsetTable {
     Offset get(std::int64_t block, Measure measure) {
         const std::uint32_t zone = platform::localZone();
         std::atomic<std::uint64_t>& slot = m_slots[static_cast<std::size_t>(block) % slotCount];
-        const std::uint64_t tag = static_cast<std::uint64_t>(block) << kBlockShift | std::uint64_t{zone} << kZoneShift;
+        const std::uint64_t tag = tagOf(block, zone);
         const std::uint64_t remembered = slot.load(std::memory_order_relaxed);
         if ((remembered ^ tag) >> kZoneShift == 0 && zone != 0) return unpack(remembered);
-        const Offset offset = measure(block);
-        // A change of TZ meanwhile would put one zone's offset down as another's.
-        if (zone == platform::localZone()) slot.store(tag | pack(offset), std::memory_order_relaxed);
-        return offset;
+        return fill(slot, block, measure);
     }
 
   private:
@@ -50,6 +49,19 @@ class OffsetTable {
     static constexpr int kBlockShift = 32;
     static constexpr std::int32_t kBias = 1 << 17;  // makes every offset positive
 
+    // A change of the zone during the measurement would mix the offsets of two zones.
+    [[gnu::noinline]] static Offset fill(std::atomic<std::uint64_t>& slot, std::int64_t block, Measure measure) {
+        for (std::uint32_t zone = platform::localZoneOfNow();;) {
+            const Offset offset = measure(block);
+            if (const std::uint32_t before = std::exchange(zone, platform::localZoneOfNow()); before != zone) continue;
+            slot.store(tagOf(block, zone) | pack(offset), std::memory_order_relaxed);
+            return offset;
+        }
+    }
+
+    static std::uint64_t tagOf(std::int64_t block, std::uint32_t zone) {
+        return static_cast<std::uint64_t>(block) << kBlockShift | std::uint64_t{zone} << kZoneShift;
+    }
     static std::uint64_t pack(const Offset& offset) {
         return static_cast<std::uint64_t>(offset.seconds + kBias) << kOffsetShift |
                static_cast<std::uint64_t>(offset.daylightSaving) << 1 | static_cast<std::uint64_t>(offset.settled);
@@ -68,6 +80,8 @@ constexpr std::int64_t kCivilBlock = 4 * kSecondsPerDay;
 
 constinit OffsetTable<64> g_quarters;
 constinit OffsetTable<4096> g_civilBlocks;
+
+constinit std::atomic<std::int64_t> g_lastLook{-1};  // the second in which momentOfNow looked at the zone last
 
 Offset offsetAt(std::int64_t instant) {
     std::tm fields{};
@@ -109,9 +123,32 @@ bool isRepresentable(const LocalMoment& moment) {
     return moment.instant >= 0 && moment.instant < kEndOfRange && moment.civil < kEndOfRange;
 }
 
+// When clocks are set back, a local time comes twice. Which of the two the runtime gives depends on what it was asked
+// before; this is the one with the daylight saving that is wanted, and the later one when that does not decide.
+std::int64_t chosenOf(std::int64_t instant, std::int64_t civil, bool wantsDaylightSaving) {
+    Offset chosen = offsetAt(instant);
+    if (instant + chosen.seconds != civil) return instant;
+    for (const std::int64_t around : {instant - kWidestChange, instant + kWidestChange}) {
+        const std::int64_t other = civil - offsetAt(around).seconds;
+        const Offset offset = offsetAt(other);
+        if (other == instant || other + offset.seconds != civil) continue;
+        const bool decides = offset.daylightSaving != chosen.daylightSaving;
+        if (decides ? offset.daylightSaving != wantsDaylightSaving : other < instant) continue;
+        instant = other;
+        chosen = offset;
+    }
+    return instant;
+}
+
 [[gnu::noinline]] bool askRuntime(const std::tm& fields, LocalMoment& moment) {
+    platform::localZoneOfNow();
     std::tm normalised = fields;
-    moment.instant = platform::instantOfLocalTime(normalised);
+    normalised.tm_sec = std::clamp(fields.tm_sec, 0, 59);
+    const int spareSeconds = fields.tm_sec - normalised.tm_sec;
+    const std::int64_t civil = civilSeconds(normalised);
+    const std::int64_t instant = platform::instantOfLocalTime(normalised);
+    moment.instant = chosenOf(instant, civil, fields.tm_isdst > 0) + spareSeconds;
+    if (!platform::localTime(moment.instant, normalised)) return false;
     moment.civil = civilSeconds(normalised);
     moment.daylightSaving = normalised.tm_isdst;
     return isRepresentable(moment);
@@ -138,11 +175,21 @@ std::optional<LocalMoment> momentOfInstant(std::int64_t instant) {
     const Offset offset = g_quarters.get(block, measureQuarter);
     LocalMoment moment{instant, instant + offset.seconds, offset.daylightSaving ? 1 : 0};
     if (!offset.settled) {
+        platform::localZoneOfNow();
         std::tm fields{};
         if (!platform::localTime(instant, fields)) return std::nullopt;
         moment = {instant, civilSeconds(fields), fields.tm_isdst};
     }
     return isRepresentable(moment) ? std::optional(moment) : std::nullopt;
+}
+
+std::optional<LocalMoment> momentOfNow() {
+    const auto now = static_cast<std::int64_t>(std::time(nullptr));
+    if (g_lastLook.load(std::memory_order_relaxed) != now) {
+        g_lastLook.store(now, std::memory_order_relaxed);
+        platform::localZoneOfNow();
+    }
+    return momentOfInstant(now);
 }
 
 std::optional<LocalMoment> momentOfFields(const std::tm& fields) {

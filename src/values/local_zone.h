@@ -2,13 +2,15 @@
 // for a few days around a local time.
 //
 // Every answer is the C runtime's own. Where what is remembered does not prove it (near a change of the clocks, for a
-// daylight-saving flag that does not hold at that time, for spare seconds), the runtime is asked. So in the hour that
-// repeats when clocks are set back, it is the runtime that decides which of the two is meant.
+// daylight-saving flag that does not hold at that time, for spare seconds), the runtime is asked. A local time that
+// comes twice because clocks are set back is the standard time, unless daylight saving is asked for; if that does not
+// decide, it is the later one.
 //
 // Representable are the instants from 1970-01-01 00:00:00 UTC to the end of the year 3000, in UTC and in local time.
 //
-// The zone is the one that TZ names at the time of the call. When the system's own is used instead, a change of that is
-// noticed no earlier than by the runtime.
+// The zone is the one that TZ names at the time of the call. When the system's own is used instead, a change of its
+// file is noticed by momentOfNow within a second, and by each call that asks the runtime. Until then all answers are
+// those of the old zone, after that those of the new one.
 //
 // Threads: all functions may be called by any thread; they take no lock as long as the environment stays the same. As
 // with the runtime's own functions, no thread may change it meanwhile.
@@ -29,6 +31,9 @@ struct LocalMoment {
 
 /// The local time of an instant; nothing when it is not representable.
 std::optional<LocalMoment> momentOfInstant(std::int64_t instant);
+
+/// The same for the present instant.
+std::optional<LocalMoment> momentOfNow();
 
 /// The instant of a local time, normalised as mktime does it; nothing when it is not representable. All members but
 /// tm_wday and tm_yday count.

@@ -5,9 +5,12 @@
 #include <functional>
 #include <iterator>
 
+#include "kit/environment_guard.h"
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
 #include "platform/critical_section.h"
+#include "support/date_time.h"
+#include "support/exceptions.h"
 
 using namespace KestSupport::platform;
 using namespace std::chrono_literals;
@@ -162,6 +165,25 @@ TEST(Thread, TerminationTakesAThreadWhereverItIs) {
         setEvent(event.get());
         EXPECT_EQ(waitForOne(event.get(), 0), kWaitObject0) << "the ended thread still waited";
         leaveCriticalSection(*section);
+    }
+}
+
+TEST(Thread, LeavesNothingLockedThatTextsAndDatesNeed) {
+    kit::EnvironmentGuard environment;
+    environment.setLocale("ja_JP.eucJP");
+    const auto use = [] {
+        if (KestSupport::KestException("text", 1).getText() == "text") KestSupport::KestDateTime().toString();
+    };
+    for (int i = 0; i < 200; ++i) {
+        kit::Gate ready;
+        const Lambda thread([&](WaitHandle) {
+            for (ready.open();;)
+                use();
+        });
+        ready.pass();
+        std::this_thread::sleep_for(std::chrono::microseconds(i * 5));
+        EXPECT_TRUE(terminateThread(thread.handle, 1));
+        use();
     }
 }
 

@@ -3,15 +3,20 @@
 #include <iconv.h>
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <bit>
 #include <cerrno>
 #include <cstdint>
 #include <iterator>
-#include <mutex>
+#include <new>
 #include <numeric>
 #include <string_view>
+#include <utility>
 
 #include "platform/fault_seam.h"
+#include "platform/thread.h"
+#include "platform/uninterrupted.h"
 
 namespace KestSupport::platform {
 namespace {
@@ -85,12 +90,56 @@ struct Output {
     }
 };
 
-// A set that iconv converts: one in which a character may take several bytes. Its two conversions stay open, so that
-// none fails later for want of a descriptor or of memory.
+// The conversions in one direction that no thread uses at present. A conversion has a state, so a thread takes it out
+// for a text, and opens another when there is none. One is opened beforehand: while all are in use and the system
+// refuses another, a thread waits for it.
+class ConversionPool {
+  public:
+    ConversionPool(std::string to, std::string from) : m_to(std::move(to)), m_from(std::move(from)) { give(open()); }
+    ConversionPool(const ConversionPool&) = delete;
+    ConversionPool& operator=(const ConversionPool&) = delete;
+    ~ConversionPool() {
+        for (auto& place : m_places)
+            delete place.load();
+    }
+
+    bool isOpen() const { return m_places[0] != nullptr; }
+
+    std::unique_ptr<Iconv> take() const {
+        for (;;) {
+            for (auto& place : m_places) {
+                if (Iconv* const idle = place.exchange(nullptr)) return std::unique_ptr<Iconv>(idle);
+            }
+            if (auto another = open(); another != nullptr) return another;
+            sleepThread(1);
+        }
+    }
+
+    void give(std::unique_ptr<Iconv> conversion) const {
+        for (auto& place : m_places) {
+            Iconv* empty = nullptr;
+            if (!place.compare_exchange_strong(empty, conversion.get())) continue;
+            conversion.release();
+            return;
+        }
+    }
+
+  private:
+    std::unique_ptr<Iconv> open() const {
+        std::unique_ptr<Iconv> conversion(new (std::nothrow) Iconv(m_to.c_str(), m_from.c_str()));
+        if (conversion != nullptr && !conversion->isOpen()) conversion.reset();
+        return conversion;
+    }
+
+    const std::string m_to;
+    const std::string m_from;
+    mutable std::array<std::atomic<Iconv*>, 4> m_places{};
+};
+
+// A set that iconv converts: one in which a character may take several bytes.
 class IconvSet : public CharacterSet {
   public:
-    explicit IconvSet(const std::string& name)
-        : m_widening(nativeUtf16, name.c_str()), m_narrowing(name.c_str(), nativeUtf16) {}
+    explicit IconvSet(const std::string& name) : m_widening(nativeUtf16, name), m_narrowing(name, nativeUtf16) {}
 
     bool isOpen() const { return m_widening.isOpen() && m_narrowing.isOpen(); }
 
@@ -107,26 +156,31 @@ class IconvSet : public CharacterSet {
     }
 
   private:
-    // Returns the bytes written. The question mark comes in the source's encoding: it goes through the conversion like
-    // the text, so that a set with shift states gets it right; its size is that of a unit of the source.
-    std::size_t convert(Iconv& conversion, std::string_view source, std::string_view questionMark,
-                        Output output) const {
-        const std::lock_guard lock(m_mutex);
+    static std::size_t convert(const ConversionPool& pool, std::string_view source, std::string_view questionMark,
+                               Output output) {
+        const Uninterrupted whileConversionIsTaken;
+        std::unique_ptr<Iconv> conversion = pool.take();
+        const bool fits = convert(*conversion, source, questionMark, output);
+        pool.give(std::move(conversion));
+        return fits ? output.written : 0;
+    }
+
+    // The question mark comes in the source's encoding: it goes through the conversion like the text, so that a set
+    // with shift states gets it right; its size is that of a unit of the source.
+    static bool convert(Iconv& conversion, std::string_view source, std::string_view questionMark, Output& output) {
         conversion.restart();
         while (!source.empty()) {
-            if (!output.take(conversion, source)) return 0;
+            if (!output.take(conversion, source)) return false;
             if (source.empty()) break;
             source.remove_prefix(questionMark.size());
             std::string_view replacement = questionMark;
-            if (!output.take(conversion, replacement)) return 0;
+            if (!output.take(conversion, replacement)) return false;
         }
-        return output.take(conversion, source) ? output.written : 0;
+        return output.take(conversion, source);
     }
 
-    mutable std::mutex m_mutex;
-    // Both have a state, which m_mutex guards.
-    mutable Iconv m_widening;
-    mutable Iconv m_narrowing;
+    const ConversionPool m_widening;
+    const ConversionPool m_narrowing;
 };
 
 enum class ByteKind { character, unknown, lead };
@@ -191,6 +245,7 @@ std::size_t SingleByteSet::narrow(const unsigned short* text, std::size_t length
 }
 
 std::unique_ptr<CharacterSet> openCharacterSet(const std::string& name) {
+    const Uninterrupted whileRuntimeIsLocked;
     Iconv conversion(nativeUtf16, name.c_str());
     if (!conversion.isOpen()) return nullptr;
     SingleByteSet::Units units;

@@ -4,15 +4,14 @@
 #include <locale.h>
 
 #include <cstdlib>
-#include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include "platform/posix/posix_character_sets.h"
+#include "platform/process_memory.h"
+#include "platform/uninterrupted.h"
 
 namespace KestSupport::platform {
 namespace {
@@ -36,6 +35,7 @@ std::string statedCharset(const std::string& locale) {
 
 // The character set of a locale that the system has; empty for another.
 std::string installedCharset(const std::string& locale) {
+    const Uninterrupted whileRuntimeIsLocked;
     const locale_t loaded = newlocale(LC_CTYPE_MASK, locale.c_str(), nullptr);
     if (loaded == nullptr) return {};
     const std::string charset = nl_langinfo_l(CODESET, loaded);
@@ -44,54 +44,45 @@ std::string installedCharset(const std::string& locale) {
     return charset == "ANSI_X3.4-1968" ? std::string() : charset;
 }
 
-// The code pages met so far. A program meets one or two of them, so they are kept until it ends.
-class CodePages {
-  public:
-    static CodePages& instance() {
-        // Never destroyed: text is still converted while static objects are torn down.
-        static auto* const pages = new CodePages;
-        return *pages;
-    }
-
-    CodePage ofLocale(std::string_view locale) {
-        const std::lock_guard lock(m_mutex);
-        if (const auto known = m_byLocale.find(locale); known != m_byLocale.end()) return known->second;
-        const std::string name(locale);
-        const CodePage page = find(name);
-        m_byLocale.emplace(name, page);
-        return page;
-    }
-
-    const CharacterSet& set(CodePage page) {
-        const std::lock_guard lock(m_mutex);
-        return *m_sets.at(page - firstCodePage);
-    }
-
-  private:
-    CodePages() { add(SingleByteSet::windows1252()); }
-
-    CodePage add(std::unique_ptr<CharacterSet> set) {
-        m_sets.push_back(std::move(set));
-        return firstCodePage + static_cast<CodePage>(m_sets.size() - 1);
-    }
-
-    // What the system says of a locale that it has, else what the locale's name states.
-    CodePage find(const std::string& locale) {
-        const std::string stated = statedCharset(locale);
-        if (isUtf8(stated)) return codePageUtf8;
-        for (const std::string& charset : {installedCharset(locale), stated}) {
-            if (isUtf8(charset)) return codePageUtf8;
-            if (charset.empty()) continue;
-            if (auto set = openCharacterSet(charset); set != nullptr) return add(std::move(set));
-        }
-        return firstCodePage;
-    }
-
-    std::mutex m_mutex;
-    // Both guarded by m_mutex; the sets themselves never change.
-    std::map<std::string, CodePage, std::less<>> m_byLocale;
-    std::vector<std::unique_ptr<CharacterSet>> m_sets;
+// The character sets that were opened, by the name that each was opened by. A code page's number is that of its set,
+// counted from firstCodePage.
+struct NamedSet {
+    std::string name;
+    std::unique_ptr<CharacterSet> set;
 };
+constinit ProcessList<NamedSet> g_sets;
+
+// The code pages of the locales that the environment has named, up to a number that no program reaches by chance.
+struct LocaleCodePage {
+    std::string locale;
+    CodePage page;
+};
+constexpr std::uint32_t mostLocales = 1000;
+constinit ProcessList<LocaleCodePage> g_locales;
+
+// The set of C and POSIX has no name in g_sets. Returns 0 for a character set that cannot be opened.
+CodePage codePageOfCharset(const std::string& charset) {
+    const auto isOurs = [&charset](const NamedSet& known) { return known.name == charset; };
+    const auto* entry = g_sets.find(isOurs);
+    if (entry == nullptr) {
+        std::unique_ptr<CharacterSet> set = charset.empty() ? SingleByteSet::windows1252() : openCharacterSet(charset);
+        if (set == nullptr) return 0;
+        entry = &g_sets.add(isOurs, NamedSet{charset, std::move(set)});
+    }
+    return firstCodePage + entry->number;
+}
+
+// What the system says of a locale that it has, else what the locale's name states.
+CodePage findCodePage(const std::string& locale) {
+    const std::string stated = statedCharset(locale);
+    if (isUtf8(stated)) return codePageUtf8;
+    for (const std::string& charset : {installedCharset(locale), stated}) {
+        if (isUtf8(charset)) return codePageUtf8;
+        if (charset.empty()) continue;
+        if (const CodePage page = codePageOfCharset(charset); page != 0) return page;
+    }
+    return codePageOfCharset({});
+}
 
 }  // namespace
 
@@ -105,11 +96,16 @@ std::string_view environmentLocale() {
 }
 
 CodePage ansiCodePage() {
-    return CodePages::instance().ofLocale(environmentLocale());
+    const std::string_view locale = environmentLocale();
+    const auto isOurs = [locale](const LocaleCodePage& known) { return known.locale == locale; };
+    if (const auto* const known = g_locales.find(isOurs)) return known->value.page;
+    LocaleCodePage found{std::string(locale), 0};
+    found.page = findCodePage(found.locale);
+    return g_locales.size() < mostLocales ? g_locales.add(isOurs, found).value.page : found.page;
 }
 
 const CharacterSet& characterSet(CodePage codePage) {
-    return CodePages::instance().set(codePage);
+    return *g_sets.at(codePage - firstCodePage).set;
 }
 
 }  // namespace KestSupport::platform

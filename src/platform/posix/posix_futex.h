@@ -65,8 +65,13 @@ inline void spinPause() noexcept {
 
 /// Spinning only helps while the other thread runs on another processor.
 inline bool spinningPays() noexcept {
-    static const bool pays = sysconf(_SC_NPROCESSORS_ONLN) > 1;
-    return pays;
+    static constinit std::atomic<int> processors{0};  // 0 until they were counted
+    int count = processors.load(std::memory_order_relaxed);
+    if (count == 0) {
+        count = sysconf(_SC_NPROCESSORS_ONLN) > 1 ? 2 : 1;
+        processors.store(count, std::memory_order_relaxed);
+    }
+    return count > 1;
 }
 
 }  // namespace KestSupport::platform

@@ -1,30 +1,48 @@
 #include "platform/local_time.h"
 
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstddef>
 #include <cstring>
-#include <map>
-#include <mutex>
 #include <string>
+#include <string_view>
+
+#include "platform/process_memory.h"
+#include "platform/uninterrupted.h"
 
 namespace KestSupport::platform {
 namespace {
 
+// The zones met so far, by the whole entry of TZ, or by what tells one state of the system's own zone file from
+// another.
+constinit ProcessList<std::string> g_zones;
+constexpr std::uint32_t kMostZones = 1000;
+
+// The C runtime looks at the same members to find out whether it has to read the file again.
+std::string systemZone() {
+    struct stat status {};
+    if (stat("/etc/localtime", &status) != 0) return "none";
+    return std::to_string(status.st_dev) + ' ' + std::to_string(status.st_ino) + ' ' +
+           std::to_string(status.st_mtim.tv_sec) + ' ' + std::to_string(status.st_mtim.tv_nsec);
+}
+
 // Searching the environment for TZ takes longer than all else that a conversion does. Between two changes of the
-// environment it is enough to look at one entry: that of TZ, or without one the last entry, behind which setenv and
+// environment it is enough to look at one entry: that of TZ, or without one the last entry, after which setenv and
 // putenv would put it.
 class ZoneWatch {
   public:
-    std::uint32_t zone() {
+    // With `ofNow`, a zone that the system's own file decides is looked up again.
+    std::uint32_t zone(bool ofNow) {
         const std::uint32_t before = m_sequence.load(std::memory_order_acquire);
         const Sighting sighting{m_environment.load(std::memory_order_acquire), m_slot.load(std::memory_order_acquire),
                                 m_entry.load(std::memory_order_acquire), m_text.load(std::memory_order_acquire)};
         const std::uint32_t number = m_number.load(std::memory_order_acquire);
         const bool whole = before % 2 == 0 && m_sequence.load(std::memory_order_relaxed) == before;
-        return whole && sighting.holds() ? number : look();
+        if (!whole || !sighting.holds()) return look(0);
+        return ofNow && sighting.text == nullptr ? look(number) : number;
     }
 
   private:
@@ -42,22 +60,34 @@ class ZoneWatch {
         }
     };
 
-    std::uint32_t look() {
-        const std::lock_guard guard(m_mutex);
-        // Never destroyed: destructors of static objects use dates too.
-        // It never shrinks either, since m_text points into it.
-        static auto& zones = *new std::map<std::string, std::uint32_t>;
+    // Returns the number of the present zone, and publishes it unless it is the one published.
+    std::uint32_t look(std::uint32_t published) {
+        const Uninterrupted whileRuntimeIsLocked;
         Sighting sighting = search();
-        const std::string text = sighting.text == nullptr ? std::string() : sighting.text;
-        auto known = zones.find(text);
-        if (known == zones.end() && zones.size() < kMostZones) {
-            known = zones.emplace(text, static_cast<std::uint32_t>(zones.size() + 1)).first;
+        const ProcessList<std::string>::Entry* zone = nullptr;
+        if (sighting.text != nullptr) {
+            zone = zoneOf(sighting.text);
+            tzset();
+        } else {
+            // The file may be replaced between our look and that of the runtime.
+            std::string before;
+            for (std::string now = systemZone(); now != before; now = systemZone()) {
+                zone = zoneOf(now);
+                if (zone != nullptr && zone->number + 1 == published) return published;
+                tzset();
+                before = std::move(now);
+            }
         }
-        tzset();
-        if (known == zones.end()) return 0;
-        if (sighting.text != nullptr) sighting.text = known->first.c_str();
-        publish(sighting, known->second);
-        return known->second;
+        if (zone == nullptr) return 0;
+        if (sighting.text != nullptr) sighting.text = zone->value.c_str();
+        publish(sighting, zone->number + 1);
+        return zone->number + 1;
+    }
+
+    static const ProcessList<std::string>::Entry* zoneOf(std::string_view text) {
+        const auto isOurs = [text](const std::string& known) { return known == text; };
+        const auto* const known = g_zones.find(isOurs);
+        return known != nullptr || g_zones.size() >= kMostZones ? known : &g_zones.add(isOurs, std::string(text));
     }
 
     // The entry in full, "TZ=" included, is the text; not set, it is empty.
@@ -70,10 +100,11 @@ class ZoneWatch {
         return {environ, slot - 1, slot[-1], nullptr};
     }
 
-    // Readers that see an odd number, or another one afterwards than before, have seen parts of two sightings.
+    // Readers that see an odd number, or another one afterwards than before, have seen parts of two sightings. While
+    // another thread publishes, this one does not; what it would have published is looked up again.
     void publish(const Sighting& sighting, std::uint32_t number) {
-        const std::uint32_t sequence = m_sequence.load(std::memory_order_relaxed);
-        m_sequence.store(sequence + 1, std::memory_order_relaxed);
+        std::uint32_t sequence = m_sequence.load(std::memory_order_relaxed);
+        if (sequence % 2 != 0 || !m_sequence.compare_exchange_strong(sequence, sequence + 1)) return;
         m_environment.store(sighting.environment, std::memory_order_release);
         m_slot.store(sighting.slot, std::memory_order_release);
         m_entry.store(sighting.entry, std::memory_order_release);
@@ -82,10 +113,7 @@ class ZoneWatch {
         m_sequence.store(sequence + 2, std::memory_order_release);
     }
 
-    static constexpr std::size_t kMostZones = 1000;
-
-    std::mutex m_mutex;
-    // The published sighting: written under m_mutex, read without.
+    // The published sighting; the odd sequence is its writer's lock.
     std::atomic<std::uint32_t> m_sequence{0};
     std::atomic<char**> m_environment{nullptr};
     std::atomic<char**> m_slot{nullptr};
@@ -99,20 +127,27 @@ constinit ZoneWatch g_watch;
 }  // namespace
 
 std::uint32_t localZone() {
-    return g_watch.zone();
+    return g_watch.zone(false);
+}
+
+std::uint32_t localZoneOfNow() {
+    return g_watch.zone(true);
 }
 
 bool localTime(std::int64_t instant, std::tm& result) noexcept {
+    const Uninterrupted whileRuntimeIsLocked;
     const time_t seconds = instant;
     return localtime_r(&seconds, &result) != nullptr;
 }
 
 bool utcTime(std::int64_t instant, std::tm& result) noexcept {
+    const Uninterrupted whileRuntimeIsLocked;
     const time_t seconds = instant;
     return gmtime_r(&seconds, &result) != nullptr;
 }
 
 std::int64_t instantOfLocalTime(std::tm& fields) noexcept {
+    const Uninterrupted whileRuntimeIsLocked;
     return mktime(&fields);
 }
 

@@ -10,10 +10,12 @@
 #include "platform/ascii_words.h"
 #include "platform/file_stream.h"
 #include "platform/posix/posix_call.h"
+#include "platform/process_memory.h"
 #include "platform/registry.h"
 #include "platform/registry_file.h"
 #include "platform/state_directory.h"
 #include "platform/text.h"
+#include "platform/uninterrupted.h"
 
 namespace KestSupport::platform {
 namespace {
@@ -107,18 +109,19 @@ class Registry {
         return errorSuccess;
     }
 
-    std::mutex m_lock;   // guards what follows
-    std::string m_path;  // kept for its memory
+    UninterruptedMutex m_lock;  // guards what follows
+    std::string m_path;         // kept for its memory
     RegistryFile m_file;
     FileState m_state;
     bool m_settled = false;
 };
 
+constinit ProcessObject<Registry> g_registry;
+
 }  // namespace
 
 ErrorCode readRegistryValue(std::string_view subkey, std::string_view name, RegistryValue& value) {
-    static Registry registry;
-    return registry.read(subkey, name, value);
+    return g_registry.get().read(subkey, name, value);
 }
 
 }  // namespace KestSupport::platform

@@ -307,13 +307,18 @@ ErrorCode PosixServiceManager::deleteService(Handle service) {
     return files.replace(stored);
 }
 
+// The manager is never destroyed: a service may report while static objects are being destroyed.
+union Place {
+    PosixServiceManager manager;
+    constexpr Place() : manager() {}
+    ~Place() {}  // NOLINT(modernize-use-equals-default): a defaulted one would be deleted
+};
+constinit Place g_place;
+
 }  // namespace
 
 ServiceManager& platformServiceManager() noexcept {
-    // Lives as long as the process: a service may report while static objects are being destroyed.
-    alignas(PosixServiceManager) static char place[sizeof(PosixServiceManager)];
-    static PosixServiceManager* const manager = ::new (place) PosixServiceManager;
-    return *manager;
+    return g_place.manager;
 }
 
 }  // namespace KestSupport::platform

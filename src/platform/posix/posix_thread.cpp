@@ -55,7 +55,7 @@ int controlSignal() noexcept {
 // The code of the C and C++ runtimes, where locks are held that every thread needs.
 class RuntimeCode {
   public:
-    RuntimeCode() noexcept { dl_iterate_phdr(&RuntimeCode::visit, this); }
+    void find() noexcept { dl_iterate_phdr(&RuntimeCode::visit, this); }
 
     bool contains(std::uintptr_t address) const noexcept {
         return std::any_of(m_ranges.begin(), m_ranges.begin() + static_cast<std::ptrdiff_t>(m_count),
@@ -89,9 +89,11 @@ class RuntimeCode {
     std::size_t m_count = 0;
 };
 
-const RuntimeCode& runtimeCode() noexcept {
-    static const RuntimeCode code;
-    return code;
+// Found at load, since no lock may be left locked by a thread that is terminated while it looks.
+constinit RuntimeCode g_runtimeCode;
+
+[[gnu::constructor(101)]] void findRuntimeCode() noexcept {
+    g_runtimeCode.find();
 }
 
 // True when the interrupted code may hold a lock of the runtime. Sleeping in a system call it holds none of the
@@ -102,7 +104,7 @@ bool insideRuntime(const void* context) noexcept {
     if (kSanitizerDefersSignals) return false;
     const auto& registers = static_cast<const ucontext_t*>(context)->uc_mcontext.gregs;
     const auto address = static_cast<std::uintptr_t>(registers[REG_RIP]);
-    if (!runtimeCode().contains(address)) return false;
+    if (!g_runtimeCode.contains(address)) return false;
     // NOLINTNEXTLINE(performance-no-int-to-ptr): the register holds the address of code
     const auto* const code = reinterpret_cast<const unsigned char*>(address);
     const auto isSystemCall = [](const unsigned char* instruction) {
@@ -158,7 +160,6 @@ void onControlSignal(int, siginfo_t*, void* context) {
 bool installControlSignal() noexcept {
     static std::atomic<bool> installed{false};
     if (installed.load(std::memory_order_acquire)) return true;
-    runtimeCode();
     struct sigaction action {};
     action.sa_sigaction = &onControlSignal;
     action.sa_flags = SA_SIGINFO | SA_RESTART;

@@ -3,6 +3,7 @@
 
 #include "platform/posix/posix_call.h"
 #include "platform/posix/posix_wait_object.h"
+#include "platform/process_memory.h"
 
 namespace KestSupport::platform {
 
@@ -68,6 +69,7 @@ constinit bool g_endKeyMade = false;
 [[gnu::destructor(101)]] void deleteEndKey() noexcept {
     awaitLeavingThreads();
     if (g_endKeyMade) pthread_key_delete(g_endKey);
+    deleteProcessMemory();
 }
 
 }  // namespace

@@ -82,17 +82,20 @@ void runPendingControl(ThreadRecord& self) noexcept;
 /// Keeps suspension and termination of the calling thread away for its lifetime.
 class Region {
   public:
-    explicit Region(ThreadRecord& self) noexcept : m_self(self) {
-        m_self.regionDepth = m_self.regionDepth + 1;
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-    }
+    explicit Region(ThreadRecord& self) noexcept : m_self(self) { begin(self); }
     Region(const Region&) = delete;
     Region& operator=(const Region&) = delete;
-    ~Region() {
+    ~Region() { end(m_self); }
+
+    static void begin(ThreadRecord& self) noexcept {
+        self.regionDepth = self.regionDepth + 1;
         std::atomic_signal_fence(std::memory_order_seq_cst);
-        m_self.regionDepth = m_self.regionDepth - 1;
+    }
+    static void end(ThreadRecord& self) noexcept {
         std::atomic_signal_fence(std::memory_order_seq_cst);
-        if (m_self.regionDepth == 0 && m_self.controlPending) runPendingControl(m_self);
+        self.regionDepth = self.regionDepth - 1;
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        if (self.regionDepth == 0 && self.controlPending) runPendingControl(self);
     }
 
   private:

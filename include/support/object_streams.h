@@ -4,6 +4,7 @@
 //   KestInputObjectStream   operator>> for each type, over read
 //   KestOutputObjectStream  operator<< for each type, over write
 //   KestBufferStream        both, over a block of memory that can be sent and wrapped again
+//   inEightBytes            a number of a type whose width differs between systems
 //
 // A value is written as it lies in memory, little-endian, without a tag, a separator or alignment; a text has its
 // length in front, in 8 bytes. docs/formats/object_streams.md has every byte. What is read in another order than it was
@@ -15,9 +16,9 @@
 #pragma once
 
 #include <atomic>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "support/export.h"
@@ -46,11 +47,15 @@ class KEST_SUPPORT_EXPORT KestObjectStream {
     virtual void reset() = 0;
 };
 
-/// Every operator ignores what read returns: bytes that did not come leave the variable's as they were.
+/// An operator returns its stream, so that several can stand in a row. Bytes that do not come leave the variable's as
+/// they are.
 ///
 /// Texts: one of length 0 leaves its target unchanged. A length that the rest of a buffer stream does not hold takes
-/// what is there, and no more memory than that; of another stream nothing is known, so its length is believed, and
-/// std::bad_alloc thrown when there is no memory for it.
+/// what is there, and no more memory than that. Another stream is asked for up to 64 KiB at once and for a longer text
+/// in pieces, each as long as all before it; a read that returns less than the number of units that it was asked for
+/// ends the text, and the units that did not come are 0. So a false length costs 64 KiB, or twice what the stream does
+/// deliver. Throws std::bad_alloc when there is no memory for a text: a KestBufferStream itself then still has all of
+/// it, length included, and of any other stream the length is taken.
 class KEST_SUPPORT_EXPORT KestInputObjectStream : public KestObjectStream {
   public:
     ~KestInputObjectStream() override;
@@ -58,33 +63,39 @@ class KEST_SUPPORT_EXPORT KestInputObjectStream : public KestObjectStream {
     /// Copies up to size times count bytes from the stream to `destination`, and takes them out of the stream.
     virtual std::size_t read(void* destination, std::size_t size, std::size_t count) = 0;
 
-    KestObjectStream& operator>>(char& value);
-    KestObjectStream& operator>>(unsigned char& value);
-    KestObjectStream& operator>>(int& value);
-    KestObjectStream& operator>>(unsigned int& value);
-    KestObjectStream& operator>>(short& value);
-    KestObjectStream& operator>>(unsigned short& value);
-    /// A long has 4 bytes in a stream, whatever it has here; it is extended by its sign, an unsigned one by zeros.
-    KestObjectStream& operator>>(long& value);
-    KestObjectStream& operator>>(unsigned long& value);
-    KestObjectStream& operator>>(float& value);
-    KestObjectStream& operator>>(double& value);
+    KestInputObjectStream& operator>>(char& value);
+    KestInputObjectStream& operator>>(unsigned char& value);
+    KestInputObjectStream& operator>>(int& value);
+    KestInputObjectStream& operator>>(unsigned int& value);
+    KestInputObjectStream& operator>>(short& value);
+    KestInputObjectStream& operator>>(unsigned short& value);
+    /// A long has 4 bytes in a stream, whatever it has here; it is extended by its sign, an unsigned one by zeros. See
+    /// inEightBytes for std::int64_t and std::size_t.
+    KestInputObjectStream& operator>>(long& value);
+    KestInputObjectStream& operator>>(unsigned long& value);
+    /// 8 bytes.
+    KestInputObjectStream& operator>>(long long& value);
+    KestInputObjectStream& operator>>(unsigned long long& value);
+    /// 4 bytes, as these types are written: they become an int on their way. Any number but 0 is true; a signed char
+    /// takes the low 8 bits.
+    KestInputObjectStream& operator>>(bool& value);
+    KestInputObjectStream& operator>>(signed char& value);
+    KestInputObjectStream& operator>>(float& value);
+    KestInputObjectStream& operator>>(double& value);
     /// Sets `text` to a new array that holds all of the text, its NULs too, and a NUL behind it. The caller frees it
     /// with delete[].
-    KestObjectStream& operator>>(char*& text);
+    KestInputObjectStream& operator>>(char*& text);
     /// The text up to its first NUL, as for wide texts.
-    KestObjectStream& operator>>(std::string& text);
-    KestObjectStream& operator>>(wstring16& text);
+    KestInputObjectStream& operator>>(std::string& text);
+    KestInputObjectStream& operator>>(wstring16& text);
 
   private:
-    std::uint64_t unitsThere(std::uint64_t length, std::size_t unitSize);
-    template <typename Unit>
-    std::unique_ptr<Unit[]> readUnits(std::uint64_t length);
-    template <typename Text>
-    KestObjectStream& readText(Text& text);
+    template <typename Unit, typename Text>
+    KestInputObjectStream& readText(Text& text);
 };
 
-/// Every operator ignores what write returns.
+/// An operator returns its stream and ignores what write returns. A KestBufferStream itself that has no room for a text
+/// writes neither the text nor its length.
 class KEST_SUPPORT_EXPORT KestOutputObjectStream : public KestObjectStream {
   public:
     ~KestOutputObjectStream() override;
@@ -92,28 +103,65 @@ class KEST_SUPPORT_EXPORT KestOutputObjectStream : public KestObjectStream {
     /// Appends size times count bytes of `source` to the stream.
     virtual std::size_t write(const void* source, std::size_t size, std::size_t count) = 0;
 
-    KestObjectStream& operator<<(char value);
-    KestObjectStream& operator<<(unsigned char value);
-    KestObjectStream& operator<<(int value);
-    KestObjectStream& operator<<(unsigned int value);
-    KestObjectStream& operator<<(short value);
-    KestObjectStream& operator<<(unsigned short value);
-    /// The low 32 bits.
-    KestObjectStream& operator<<(long value);
-    KestObjectStream& operator<<(unsigned long value);
-    KestObjectStream& operator<<(float value);
-    KestObjectStream& operator<<(double value);
+    KestOutputObjectStream& operator<<(char value);
+    KestOutputObjectStream& operator<<(unsigned char value);
+    KestOutputObjectStream& operator<<(int value);
+    KestOutputObjectStream& operator<<(unsigned int value);
+    KestOutputObjectStream& operator<<(short value);
+    KestOutputObjectStream& operator<<(unsigned short value);
+    /// The low 32 bits, whatever a long has here: where std::int64_t and std::size_t are longs, as on 64-bit Linux,
+    /// their high half is cut off. inEightBytes writes all of them.
+    KestOutputObjectStream& operator<<(long value);
+    KestOutputObjectStream& operator<<(unsigned long value);
+    /// 8 bytes.
+    KestOutputObjectStream& operator<<(long long value);
+    KestOutputObjectStream& operator<<(unsigned long long value);
+    KestOutputObjectStream& operator<<(float value);
+    KestOutputObjectStream& operator<<(double value);
     /// A null pointer counts as an empty text.
-    KestObjectStream& operator<<(const char* text);
+    KestOutputObjectStream& operator<<(const char* text);
     /// The text up to its first NUL.
-    KestObjectStream& operator<<(const std::string& text);
+    KestOutputObjectStream& operator<<(const std::string& text);
     /// All units of the text, NULs too.
-    KestObjectStream& operator<<(const wstring16& text);
+    KestOutputObjectStream& operator<<(const wstring16& text);
 
   private:
     template <typename Unit>
-    KestObjectStream& writeText(const Unit* text, std::uint64_t length);
+    KestOutputObjectStream& writeText(const Unit* text, std::uint64_t length);
 };
+
+/// A number that takes 8 bytes in a stream; made by inEightBytes.
+template <typename Integer>
+struct KestEightBytes {
+    Integer& value;
+};
+
+/// Writes and reads a 64-bit integer in 8 bytes, as in `stream << inEightBytes(size)` and `stream >>
+/// inEightBytes(size)`. To be used for std::int64_t, std::size_t and their like: these are a long on one system, which
+/// has 4 bytes in a stream, and a long long on another, which has 8. Refers to the number, so it is used in the
+/// expression that made it.
+template <std::integral Integer>
+requires(sizeof(Integer) == 8) KestEightBytes<Integer> inEightBytes(Integer& value)
+noexcept {
+    return {value};
+}
+template <std::integral Integer>
+requires(sizeof(Integer) == 8) KestEightBytes<const Integer> inEightBytes(const Integer&& value)
+noexcept {
+    return {value};
+}
+
+template <typename Integer>
+KestOutputObjectStream& operator<<(KestOutputObjectStream& stream, KestEightBytes<Integer> number) {
+    return stream << static_cast<long long>(number.value);
+}
+template <typename Integer>
+KestInputObjectStream& operator>>(KestInputObjectStream& stream, KestEightBytes<Integer> number) {
+    auto wide = static_cast<long long>(number.value);
+    stream >> wide;
+    number.value = static_cast<Integer>(wide);
+    return stream;
+}
 
 /// A block of memory: 4 bytes for the length of the payload, then the payload. Writing appends to the payload, reading
 /// takes from its front, in time that depends on what is read alone. The payload stays below 4 GiB.
@@ -157,8 +205,9 @@ class KEST_SUPPORT_EXPORT KestBufferStream : public KestInputObjectStream, publi
 
     std::size_t front(void* destination, std::size_t n) const noexcept;
     void dropFront(std::size_t n) noexcept;
+    bool hasRoom(std::size_t n) noexcept;
     std::size_t append(const void* source, std::size_t n) noexcept;
-    template <typename Text>
+    template <typename Unit, typename Text>
     void takeText(Text& text);
     void appendText(const void* text, std::uint64_t length, std::size_t unitSize);
     bool makeRoom(std::size_t n) noexcept;

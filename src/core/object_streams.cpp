@@ -46,25 +46,24 @@ std::size_t byteCount(std::size_t size, std::size_t count) noexcept {
 }
 
 template <typename Value>
-KestObjectStream& writeValue(KestOutputObjectStream& stream, Value value) {
+KestOutputObjectStream& writeValue(KestOutputObjectStream& stream, Value value) {
     stream.write(&value, sizeof value, 1);
     return stream;
 }
 
 template <typename Value>
-KestObjectStream& readValue(KestInputObjectStream& stream, Value& value) {
+KestInputObjectStream& readValue(KestInputObjectStream& stream, Value& value) {
     stream.read(&value, sizeof value, 1);
     return stream;
 }
 
-// A long as the stream has it. One of which nothing comes keeps all of its bytes, those too that the stream has no room
-// for.
-template <typename Wire, typename Long>
-KestObjectStream& readLong(KestInputObjectStream& stream, Long& value) {
-    const Wire before = static_cast<Wire>(value);
+// A value that has another width in the stream. `before` is what the stream would have for the value as it is. When no
+// byte comes, the value keeps all of its own, also those that the stream has no room for.
+template <typename Wire, typename Value>
+KestInputObjectStream& readAs(KestInputObjectStream& stream, Value& value, Wire before) {
     Wire wire = before;
     const std::size_t delivered = stream.read(&wire, sizeof wire, 1);
-    if (delivered != 0 || wire != before) value = wire;
+    if (delivered != 0 || wire != before) value = static_cast<Value>(wire);
     return stream;
 }
 
@@ -82,7 +81,8 @@ inline std::size_t lengthUpToNul(const char* bytes, std::size_t n) noexcept {
     return nul == nullptr ? n : static_cast<std::size_t>(static_cast<const char*>(nul) - bytes);
 }
 
-void assignUpToNul(std::string& text, const unsigned char* bytes, std::size_t count) {
+// Each takes `count` bytes of a payload into a text. Without memory it throws and leaves the text as it is.
+void assignText(std::string& text, const unsigned char* bytes, std::size_t count) {
     const auto* const first = reinterpret_cast<const char*>(bytes);
     const std::size_t length = lengthUpToNul(first, count);
     // A loop reads into one variable, whose last text was often as long.
@@ -95,10 +95,43 @@ void assignUpToNul(std::string& text, const unsigned char* bytes, std::size_t co
 }
 
 // The bytes need not lie as units do; half a unit at the end becomes one with a high byte of 0.
-void assignUpToNul(wstring16& text, const unsigned char* bytes, std::size_t count) {
+void assignText(wstring16& text, const unsigned char* bytes, std::size_t count) {
     text.assign((count + 1) / sizeof(wstring16::value_type), 0);
     if (count != 0) std::memcpy(text.data(), bytes, count);
     text.resize(std::min(text.find(wstring16::value_type{0}), text.size()));
+}
+
+void assignText(char*& text, const unsigned char* bytes, std::size_t count) {
+    std::unique_ptr<char[]> array(new char[count + 1]);
+    copyBytes(array.get(), bytes, count);
+    array[count] = '\0';
+    text = array.release();
+}
+
+// The same with units that end with a 0.
+template <typename Unit>
+void assignText(std::basic_string<Unit>& text, std::unique_ptr<Unit[]> units) {
+    text = units.get();
+}
+
+void assignText(char*& text, std::unique_ptr<char[]> units) {
+    text = units.release();
+}
+
+// Reads a text of that length with a 0 after it. What does not come is 0. The length may lie, so a long text is read in
+// pieces, each as long as all before it, until the stream delivers less than a piece.
+template <typename Unit>
+std::unique_ptr<Unit[]> readUnits(KestInputObjectStream& stream, std::uint64_t length) {
+    constexpr std::uint64_t firstPiece = 64 * 1024 / sizeof(Unit);
+    std::unique_ptr<Unit[]> units;
+    for (std::uint64_t have = 0, piece = 0;; have += piece) {
+        piece = std::min(length - have, std::max(have, firstPiece));
+        std::unique_ptr<Unit[]> longer(new Unit[have + piece + 1]());
+        std::copy_n(units.get(), have, longer.get());
+        units = std::move(longer);
+        const bool isWhole = stream.read(units.get() + have, sizeof(Unit), piece) >= piece;
+        if (!isWhole || have + piece == length) return units;
+    }
 }
 
 }  // namespace
@@ -107,39 +140,46 @@ KestObjectStream::~KestObjectStream() = default;
 KestInputObjectStream::~KestInputObjectStream() = default;
 KestOutputObjectStream::~KestOutputObjectStream() = default;
 
-KestObjectStream& KestOutputObjectStream::operator<<(char value) {
+KestOutputObjectStream& KestOutputObjectStream::operator<<(char value) {
     return writeValue(*this, value);
 }
-KestObjectStream& KestOutputObjectStream::operator<<(unsigned char value) {
+KestOutputObjectStream& KestOutputObjectStream::operator<<(unsigned char value) {
     return writeValue(*this, value);
 }
-KestObjectStream& KestOutputObjectStream::operator<<(int value) {
+KestOutputObjectStream& KestOutputObjectStream::operator<<(int value) {
     return writeValue(*this, value);
 }
-KestObjectStream& KestOutputObjectStream::operator<<(unsigned int value) {
+KestOutputObjectStream& KestOutputObjectStream::operator<<(unsigned int value) {
     return writeValue(*this, value);
 }
-KestObjectStream& KestOutputObjectStream::operator<<(short value) {
+KestOutputObjectStream& KestOutputObjectStream::operator<<(short value) {
     return writeValue(*this, value);
 }
-KestObjectStream& KestOutputObjectStream::operator<<(unsigned short value) {
+KestOutputObjectStream& KestOutputObjectStream::operator<<(unsigned short value) {
     return writeValue(*this, value);
 }
-KestObjectStream& KestOutputObjectStream::operator<<(float value) {
+KestOutputObjectStream& KestOutputObjectStream::operator<<(float value) {
     return writeValue(*this, value);
 }
-KestObjectStream& KestOutputObjectStream::operator<<(double value) {
+KestOutputObjectStream& KestOutputObjectStream::operator<<(double value) {
     return writeValue(*this, value);
 }
-KestObjectStream& KestOutputObjectStream::operator<<(long value) {
+KestOutputObjectStream& KestOutputObjectStream::operator<<(long value) {
     return writeValue(*this, static_cast<std::int32_t>(value));
 }
-KestObjectStream& KestOutputObjectStream::operator<<(unsigned long value) {
+KestOutputObjectStream& KestOutputObjectStream::operator<<(unsigned long value) {
     return writeValue(*this, static_cast<std::uint32_t>(value));
 }
+KestOutputObjectStream& KestOutputObjectStream::operator<<(long long value) {
+    return writeValue(*this, value);
+}
+KestOutputObjectStream& KestOutputObjectStream::operator<<(unsigned long long value) {
+    return writeValue(*this, value);
+}
+
 // A buffer stream, unless a derived class may have a primitive of its own, takes and gives a text in one step.
 template <typename Unit>
-KestObjectStream& KestOutputObjectStream::writeText(const Unit* text, std::uint64_t length) {
+KestOutputObjectStream& KestOutputObjectStream::writeText(const Unit* text, std::uint64_t length) {
     if (typeid(*this) == typeid(KestBufferStream)) {
         static_cast<KestBufferStream*>(this)->appendText(text, length, sizeof(Unit));
         return *this;
@@ -149,87 +189,80 @@ KestObjectStream& KestOutputObjectStream::writeText(const Unit* text, std::uint6
     return *this;
 }
 
-KestObjectStream& KestOutputObjectStream::operator<<(const char* text) {
+KestOutputObjectStream& KestOutputObjectStream::operator<<(const char* text) {
     return writeText(text, text == nullptr ? 0 : std::strlen(text));
 }
-KestObjectStream& KestOutputObjectStream::operator<<(const std::string& text) {
+KestOutputObjectStream& KestOutputObjectStream::operator<<(const std::string& text) {
     return writeText(text.data(), lengthUpToNul(text.data(), text.size()));
 }
-KestObjectStream& KestOutputObjectStream::operator<<(const wstring16& text) {
+KestOutputObjectStream& KestOutputObjectStream::operator<<(const wstring16& text) {
     return writeText(text.data(), text.size());
 }
 
-KestObjectStream& KestInputObjectStream::operator>>(char& value) {
+KestInputObjectStream& KestInputObjectStream::operator>>(char& value) {
     return readValue(*this, value);
 }
-KestObjectStream& KestInputObjectStream::operator>>(unsigned char& value) {
+KestInputObjectStream& KestInputObjectStream::operator>>(unsigned char& value) {
     return readValue(*this, value);
 }
-KestObjectStream& KestInputObjectStream::operator>>(int& value) {
+KestInputObjectStream& KestInputObjectStream::operator>>(int& value) {
     return readValue(*this, value);
 }
-KestObjectStream& KestInputObjectStream::operator>>(unsigned int& value) {
+KestInputObjectStream& KestInputObjectStream::operator>>(unsigned int& value) {
     return readValue(*this, value);
 }
-KestObjectStream& KestInputObjectStream::operator>>(short& value) {
+KestInputObjectStream& KestInputObjectStream::operator>>(short& value) {
     return readValue(*this, value);
 }
-KestObjectStream& KestInputObjectStream::operator>>(unsigned short& value) {
+KestInputObjectStream& KestInputObjectStream::operator>>(unsigned short& value) {
     return readValue(*this, value);
 }
-KestObjectStream& KestInputObjectStream::operator>>(float& value) {
+KestInputObjectStream& KestInputObjectStream::operator>>(float& value) {
     return readValue(*this, value);
 }
-KestObjectStream& KestInputObjectStream::operator>>(double& value) {
+KestInputObjectStream& KestInputObjectStream::operator>>(double& value) {
     return readValue(*this, value);
 }
-KestObjectStream& KestInputObjectStream::operator>>(long& value) {
-    return readLong<std::int32_t>(*this, value);
+KestInputObjectStream& KestInputObjectStream::operator>>(long& value) {
+    return readAs(*this, value, static_cast<std::int32_t>(value));
 }
-KestObjectStream& KestInputObjectStream::operator>>(unsigned long& value) {
-    return readLong<std::uint32_t>(*this, value);
+KestInputObjectStream& KestInputObjectStream::operator>>(unsigned long& value) {
+    return readAs(*this, value, static_cast<std::uint32_t>(value));
 }
-// The number of units that a text of the given length can have at the most.
-std::uint64_t KestInputObjectStream::unitsThere(std::uint64_t length, std::size_t unitSize) {
-    const auto* const buffer = dynamic_cast<const KestBufferStream*>(this);
-    if (buffer == nullptr) return length;
-    const internal::BiasedGuard guard(buffer->m_bias, buffer->m_lock);
-    return std::min<std::uint64_t>(length, (buffer->size() + unitSize - 1) / unitSize);
+KestInputObjectStream& KestInputObjectStream::operator>>(long long& value) {
+    return readValue(*this, value);
+}
+KestInputObjectStream& KestInputObjectStream::operator>>(unsigned long long& value) {
+    return readValue(*this, value);
+}
+// A value that no byte came for may be no bool at all yet, so it is not looked at.
+KestInputObjectStream& KestInputObjectStream::operator>>(bool& value) {
+    return readAs(*this, value, 0);
+}
+KestInputObjectStream& KestInputObjectStream::operator>>(signed char& value) {
+    return readAs(*this, value, int{value});
 }
 
-// The units of a text of that length, and a 0 behind them. What does not come is 0.
-template <typename Unit>
-std::unique_ptr<Unit[]> KestInputObjectStream::readUnits(std::uint64_t length) {
-    length = unitsThere(length, sizeof(Unit));
-    if (length >= std::numeric_limits<std::ptrdiff_t>::max() / sizeof(Unit)) throw std::bad_array_new_length();
-    std::unique_ptr<Unit[]> units(new Unit[length + 1]());
-    if (length != 0) read(units.get(), sizeof(Unit), length);
-    return units;
-}
-
-template <typename Text>
-KestObjectStream& KestInputObjectStream::readText(Text& text) {
+template <typename Unit, typename Text>
+KestInputObjectStream& KestInputObjectStream::readText(Text& text) {
     if (typeid(*this) == typeid(KestBufferStream)) {
-        static_cast<KestBufferStream*>(this)->takeText(text);
+        static_cast<KestBufferStream*>(this)->takeText<Unit>(text);
         return *this;
     }
     std::uint64_t length = 0;
     readValue(*this, length);
-    if (length != 0) text = readUnits<typename Text::value_type>(length).get();
+    if (length != 0) assignText(text, readUnits<Unit>(*this, length));
     return *this;
 }
 
-KestObjectStream& KestInputObjectStream::operator>>(char*& text) {
-    std::uint64_t length = 0;
-    readValue(*this, length);
-    if (length != 0) text = readUnits<char>(length).release();
-    return *this;
+KestInputObjectStream& KestInputObjectStream::operator>>(char*& text) {
+    return readText<char>(text);
 }
-KestObjectStream& KestInputObjectStream::operator>>(std::string& text) {
-    return readText(text);
+KestInputObjectStream& KestInputObjectStream::operator>>(std::string& text) {
+    return readText<char>(text);
 }
-KestObjectStream& KestInputObjectStream::operator>>(wstring16& text) {
-    return readText(text);
+KestInputObjectStream& KestInputObjectStream::operator>>(wstring16& text) {
+    return readText<wstring16::value_type>(text);
 }
 
 KestBufferStream::KestBufferStream() noexcept = default;
@@ -276,7 +309,7 @@ void KestBufferStream::reset() {
     m_start = m_end = kHeaderSize;
 }
 
-// Under the lock, like the next three: the number of bytes copied from the front of the payload.
+// Under the lock, like the next four: the number of bytes copied from the front of the payload.
 inline std::size_t KestBufferStream::front(void* destination, std::size_t n) const noexcept {
     n = std::min<std::size_t>(n, m_end - m_start);
     if (n != 0) copyBytes(destination, m_buffer + m_start, n);
@@ -288,8 +321,12 @@ inline void KestBufferStream::dropFront(std::size_t n) noexcept {
     if (m_start == m_end) m_start = m_end = kHeaderSize;
 }
 
+inline bool KestBufferStream::hasRoom(std::size_t n) noexcept {
+    return n <= kMostBytes && (m_end + n <= m_capacity || makeRoom(n));
+}
+
 inline std::size_t KestBufferStream::append(const void* source, std::size_t n) noexcept {
-    if (n > kMostBytes || (m_end + n > m_capacity && !makeRoom(n))) return 0;
+    if (!hasRoom(n)) return 0;
     copyBytes(m_buffer + m_end, source, n);
     m_end += static_cast<std::uint32_t>(n);
     return n;
@@ -314,20 +351,22 @@ std::size_t KestBufferStream::write(const void* source, std::size_t size, std::s
 
 void KestBufferStream::appendText(const void* text, std::uint64_t length, std::size_t unitSize) {
     const internal::BiasedGuard guard(m_bias, m_lock);
+    const std::size_t bytes = byteCount(unitSize, length);
+    // A length without its text would make a reader take what follows for the text.
+    if (bytes > kMostBytes || !hasRoom(sizeof length + bytes)) return;
     append(&length, sizeof length);
-    append(text, byteCount(unitSize, length));
+    append(text, bytes);
 }
 
-template <typename Text>
+template <typename Unit, typename Text>
 void KestBufferStream::takeText(Text& text) {
-    using Unit = typename Text::value_type;
     const internal::BiasedGuard guard(m_bias, m_lock);
     std::uint64_t length = 0;
-    dropFront(front(&length, sizeof length));
-    if (length == 0) return;
-    const std::size_t bytes = std::min<std::size_t>(byteCount(sizeof(Unit), length), size());
-    assignUpToNul(text, m_buffer + m_start, bytes);
-    dropFront(bytes);
+    const std::size_t prefix = front(&length, sizeof length);
+    const std::size_t bytes = std::min<std::size_t>(byteCount(sizeof(Unit), length), size() - prefix);
+    // Nothing is dropped before the text has its memory, so that the caller can read it again.
+    if (length != 0) assignText(text, m_buffer + m_start + prefix, bytes);
+    dropFront(prefix + bytes);
 }
 
 // Room for n bytes behind the payload. What was read before makes room too, and moving the payload there costs no more

@@ -2,12 +2,33 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <new>
 #include <thread>
 
 #include "kit/failing_calls.h"
+
+// While one of these lives, its thread gets no single piece of memory that is longer.
+struct MemoryLimit {
+    explicit MemoryLimit(std::size_t bytes) { t_most = bytes; }
+    ~MemoryLimit() { t_most = std::numeric_limits<std::size_t>::max(); }
+    inline static thread_local std::size_t t_most = std::numeric_limits<std::size_t>::max();
+};
+
+void* operator new(std::size_t size) {
+    void* const memory = size > MemoryLimit::t_most ? nullptr : std::malloc(size);
+    return memory != nullptr ? memory : throw std::bad_alloc();
+}
+// Out of line, or GCC takes free and new for a pair that does not match.
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
 
 namespace KestSupport {
 namespace {
@@ -59,6 +80,10 @@ TYPED_TEST(ObjectStreams, EachTypeHasItsBytesInBothDirections) {
     expectBytes(0x12345678U, 1U, "\x78\x56\x34\x12");
     expectBytes(-2L, 1L, "\xFE\xFF\xFF\xFF");
     expectBytes(0xFFFFFFFEUL, 1UL, "\xFE\xFF\xFF\xFF");
+    expectBytes(-2LL, 1LL, "\xFE\xFF\xFF\xFF\xFF\xFF\xFF\xFF");
+    expectBytes(0x0123456789ABCDEFULL, 1ULL, "\xEF\xCD\xAB\x89\x67\x45\x23\1");
+    expectBytes(true, false, "\1\0\0\0"s);
+    expectBytes(static_cast<signed char>(-2), static_cast<signed char>(1), "\xFE\xFF\xFF\xFF");
     expectBytes(1.0F, 0.0F, "\0\0\x80\x3F"s);
     expectBytes(1.0, 0.0, "\0\0\0\0\0\0\xF0\x3F"s);
     expectBytes("text"s, ""s, "\4\0\0\0\0\0\0\0text"s);
@@ -73,6 +98,7 @@ TYPED_TEST(ObjectStreams, EachTypeHasItsBytesInBothDirections) {
 TYPED_TEST(ObjectStreams, WhatAPayloadDoesNotHoldIsNotMadeUp) {
     EXPECT_EQ(readFrom<TypeParam>("\1\2", 0x55667788), 0x55660201);
     EXPECT_EQ(readFrom<TypeParam>("", 0x5566778811223344L), 0x5566778811223344L);
+    EXPECT_TRUE(readFrom<TypeParam>("", true) && readFrom<TypeParam>("\0\1"s, false));
     EXPECT_EQ(readFrom<TypeParam>("", "before"s), "before");
     EXPECT_EQ(readFrom<TypeParam>("\0\0\0\0\0\0\0\0"s, "before"s), "before");
     EXPECT_EQ(readFrom<TypeParam>("\0\0\0\0\0\0\0\0"s, wstring16{'b'}), wstring16{'b'});
@@ -86,29 +112,72 @@ TYPED_TEST(ObjectStreams, WhatAPayloadDoesNotHoldIsNotMadeUp) {
     }
 }
 
-TEST(InputOutputObjectStream, AStreamOfOnesOwnIsAskedOnceForEachPartAndBelieved) {
+TYPED_TEST(ObjectStreams, OperatorsStandInARow) {
+    TypeParam stream;
+    const std::int64_t large = 0x123456789ABCDEF0;
+    std::int64_t number = 0;
+    std::size_t size = 0;
+    std::string text;
+    stream << 'c' << inEightBytes(large) << "text" << inEightBytes(text.max_size()) << 2LL;
+    char c = 0;
+    stream >> c >> inEightBytes(number) >> text >> inEightBytes(size);
+    EXPECT_TRUE(c == 'c' && number == large && text == "text" && size == text.max_size() && stream.size() == 8);
+}
+
+TEST(InputOutputObjectStream, AStreamOfOnesOwnIsAskedOnceForEachPartAndForALongTextInPieces) {
     struct Own : KestInputObjectStream, KestOutputObjectStream {
         void reset() override {}
         std::size_t read(void* destination, std::size_t size, std::size_t count) override {
-            if (size == 8) std::memcpy(destination, &length, 8);
-            return write(nullptr, size, count);
+            write(nullptr, size, count);
+            const std::size_t n = std::min(size * count, bytes.size());
+            std::memcpy(destination, bytes.data(), n);
+            bytes.erase(0, n);
+            return n * counts;
         }
         std::size_t write(const void*, std::size_t size, std::size_t count) override {
             seen += std::to_string(size) + "*" + std::to_string(count) + " ";
             return 0;
         }
-        std::uint64_t length = 400;
-        std::string seen;
+        std::string bytes, seen;
+        bool counts = false;  // what it delivers
     } stream;
     std::string text = "before";
     wstring16 wide{'b'};
-    stream << "abc", stream << wide, stream << 'c';
-    stream >> text, stream >> wide;
-    EXPECT_TRUE(stream.seen == "8*1 1*3 8*1 2*1 1*1 8*1 1*400 8*1 2*400 " && text.empty()) << stream.seen << text;
-    for (const std::uint64_t length : {~std::uint64_t{0}, ~std::uint64_t{0} >> 1}) {
-        stream.length = length;
-        EXPECT_THROW(stream >> text, std::bad_alloc);
+    stream << "abc" << wide << 'c';
+    stream.bytes = "\x90\1\0\0\0\0\0\0"s + std::string(400, 'x') + "\x90\1\0\0\0\0\0\0"s + std::string(800, '\1');
+    stream >> text >> wide;
+    EXPECT_EQ(stream.seen, "8*1 1*3 8*1 2*1 1*1 8*1 1*400 8*1 2*400 ");
+    EXPECT_TRUE(text == std::string(400, 'x') && wide == wstring16(400, 0x101)) << "what read returns is not needed";
+    stream.counts = true;
+    stream.seen.clear();
+    stream.bytes = "\x40\x0D\3\0\0\0\0\0"s + std::string(200000, 'y');
+    stream >> text;
+    EXPECT_TRUE(stream.seen == "8*1 1*65536 1*65536 1*68928 " && text == std::string(200000, 'y')) << stream.seen;
+    for (const char* length : {"\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF", "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\x7F"}) {
+        const MemoryLimit limit(70000);
+        char* array = nullptr;
+        stream.bytes = length + "abc"s, stream >> text;
+        stream.bytes = length + "ab"s, stream >> wide;
+        stream.bytes = length + "a"s, stream >> array;
+        const std::unique_ptr<char[]> owner(array);
+        EXPECT_TRUE(text == "abc" && wide == wstring16{0x6261} && array == "a"s) << "a length is not believed";
     }
+}
+
+TEST(BufferStream, ATextThatFindsNoMemoryStaysInTheStream) {
+    KestBufferStream stream;
+    std::string text, expected(100000, 'x');
+    wstring16 wide;
+    char* array = nullptr;
+    stream << expected;
+    {
+        const MemoryLimit limit(50000);
+        EXPECT_THROW(stream >> text, std::bad_alloc);
+        EXPECT_THROW(stream >> wide, std::bad_alloc);
+        EXPECT_THROW(stream >> array, std::bad_alloc);
+    }
+    stream >> text;
+    EXPECT_TRUE(text == expected && stream.size() == 0);
 }
 
 TEST(BufferStream, ABlockIsHandedOnAndReadFromItsFront) {
@@ -157,6 +226,8 @@ TEST(BufferStream, AWriteThatFindsNoRoomChangesNothing) {
     EXPECT_EQ(stream.write("", ~std::size_t{0}, 2), 0U);
     EXPECT_EQ(stream.write("", 0xFFFFFFF8, 1), 0U) << "4 GiB with the header";
     EXPECT_EQ(kit::FailingCalls::seen(), 2) << "what no block can hold is not tried";
+    stream << "a length finds room, but not with its text" << wstring16(2, 'w');
+    EXPECT_EQ(stream.size(), 4U);
     int number = 0;
     stream >> number;
     EXPECT_EQ(stream.write("0123456789", 10, 1), 10U) << "what was read made room";

@@ -1,8 +1,10 @@
 #include "text/log_watchdog.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
+#include "support/exceptions.h"
 #include "support/logging.h"
 #include "threads/timer_manager.h"
 
@@ -10,8 +12,8 @@ namespace KestSupport {
 
 namespace internal {
 
-void LogWatchdog::arm() {
-    if (!m_armed.load(std::memory_order_relaxed)) startOnce(m_seconds);
+bool LogWatchdog::arm() {
+    return m_armed.load(std::memory_order_relaxed) || startOnce(m_seconds);
 }
 
 bool LogWatchdog::openRecord() noexcept {
@@ -32,12 +34,19 @@ void LogWatchdog::set() {
     startOnce(rest <= 0 ? m_seconds : std::min(rest, m_seconds));
 }
 
-void LogWatchdog::startOnce(std::time_t seconds) {
+bool LogWatchdog::startOnce(std::time_t seconds) {
     constexpr std::int32_t millisecondsPerSecond = 1000;
-    if (m_armed.exchange(true, std::memory_order_seq_cst)) return;
+    if (m_armed.exchange(true, std::memory_order_seq_cst)) return true;
     // The thread has chosen a record's level and module; a dependent of another timer that logs would undo that.
     const KestTimerDeferral deferral;
-    start(static_cast<std::int32_t>(seconds) * millisecondsPerSecond, true);
+    try {
+        start(static_cast<std::int32_t>(seconds) * millisecondsPerSecond, true);
+        return true;
+    } catch (const KestException&) {
+    } catch (const std::bad_alloc&) {
+    }
+    m_armed.store(false, std::memory_order_seq_cst);
+    return false;
 }
 
 void LogWatchLink::startVisit(const std::shared_ptr<LogWatchLink>& link) {

@@ -28,8 +28,8 @@ class LogWatchdog : public KestTimer {
     explicit LogWatchdog(std::time_t seconds) : m_seconds(seconds) {}
     ~LogWatchdog() override { stop(); }
 
-    /// Makes sure that the timer runs.
-    void arm();
+    /// Starts the timer unless it runs. False when it cannot be started; the next record may try again.
+    bool arm();
 
     /// Notes that a record is open from now on. False when the timer does not run: it has to be armed first.
     bool openRecord() noexcept;
@@ -42,7 +42,7 @@ class LogWatchdog : public KestTimer {
   private:
     static constexpr std::time_t noRecord = -1;
 
-    void startOnce(std::time_t seconds);
+    bool startOnce(std::time_t seconds);
 
     const std::time_t m_seconds;  // that a record may stay open
 

@@ -230,7 +230,7 @@ bool KestLogging::getLogAccess() {
     if (thread.refusedBy == state.serial) return false;
     const bool open = record.isBuiltBy(thread);
     if (open && record.accepted) return true;
-    for (;;) {
+    for (bool watchable = true;;) {  // a record is not lost for lack of its watch
         if (!open) state.lock.lock();
         state.dropAbandonedRecord(thread);
         if (getLogLevel() < record.level) {
@@ -238,9 +238,9 @@ bool KestLogging::getLogAccess() {
             if (!open) state.lock.unlock();
             return false;
         }
-        if (open || state.watchdog.openRecord()) break;
+        if (open || state.watchdog.openRecord() || !watchable) break;
         state.lock.unlock();
-        state.watchdog.arm();
+        watchable = state.watchdog.arm();
     }
     record.builder.store(thread.number, std::memory_order_relaxed);
     record.accepted = true;

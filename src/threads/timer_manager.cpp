@@ -1,8 +1,6 @@
 #include "threads/timer_manager.h"
 
 #include <algorithm>
-#include <chrono>
-#include <ctime>
 #include <memory>
 #include <new>
 
@@ -37,22 +35,25 @@ namespace {
 
 constexpr std::int64_t kNanoseconds = 1'000'000'000;
 constexpr std::int64_t kNanosecondsPerMillisecond = 1'000'000;
-constexpr std::int64_t kLongestWait = internal::TimerQueue::kLongestRest * kNanoseconds;
-constexpr std::int64_t kCoarseFrom = 10 * kNanoseconds;  // intervals from here on make do with the coarse clock
-constexpr std::int64_t kNotYet = 0;                      // a new thread looks by itself
+constexpr std::int64_t kLongestWait = 5 * kNanoseconds;
+constexpr std::int64_t kCoarseFrom = 10 * kNanoseconds;  // intervals from here on use the coarse clock
+constexpr std::int64_t kNotYet = 0;                      // a new thread looks without being woken
 constexpr std::uint32_t kFiringCheck = 50;  // milliseconds between looks whether a firing thread still lives
 constexpr int kYieldsAtEnd = 1000;
 constexpr int kSleepsAtEnd = 100;
 
-std::int64_t calendarNanoseconds() noexcept {
-    using std::chrono::duration_cast;
-    using std::chrono::nanoseconds;
-    return duration_cast<nanoseconds>(std::chrono::system_clock::now().time_since_epoch()).count();
+static_assert(kLongestWait <= internal::TimerQueue::kLongestRest * kNanoseconds);
+
+std::int64_t intervalOf(const internal::TimerSetting& setting) noexcept {
+    return setting.seconds * kNanoseconds + setting.milliseconds * kNanosecondsPerMillisecond;
 }
 
-// Never ahead of calendarNanoseconds, and cheaper.
-std::int64_t calendarSeconds() noexcept {
-    return static_cast<std::int64_t>(std::time(nullptr));
+// The calendar's second in which the timer is due. With negative milliseconds the interval may be over before the
+// second that its seconds lead to.
+std::int64_t expiryOf(const internal::TimerSetting& setting) noexcept {
+    const std::int64_t expiry = platform::coarseCalendarSeconds() + setting.seconds;
+    if (setting.milliseconds >= 0) return expiry;
+    return std::min(expiry, (platform::calendarTime() + intervalOf(setting)) / kNanoseconds);
 }
 
 // The steady time at which an interval from now is over; never before it is.
@@ -65,7 +66,7 @@ bool isDue(const TimerEntry& entry, std::int64_t now) noexcept {
     return entry.expirySeconds < now || (entry.expirySeconds == now && entry.expiryMilliseconds == 0);
 }
 
-// Runs foreign code, whose exceptions have nobody to go to.
+// Runs foreign code, whose exceptions no caller can handle.
 template <typename Result, typename Call>
 Result guarded(Result otherwise, Call&& call) noexcept {
     try {
@@ -108,7 +109,7 @@ void KestTimerManager::deleteInstance() {
         tries < kYieldsAtEnd ? platform::yieldThread() : platform::sleepThread(1);
 }
 
-KestTimerManager::KestTimerManager() : m_timers(calendarSeconds()) {}
+KestTimerManager::KestTimerManager() : m_timers(platform::coarseCalendarSeconds()) {}
 
 KestTimerManager::~KestTimerManager() = default;
 
@@ -119,7 +120,7 @@ void KestTimerManager::update(Change&& change) {
         const KestCriticalSection guard(process().m_listLock, true);
         KestTimerManager* const manager = m_pInstance.load(std::memory_order_relaxed);
         if (manager == nullptr) return;
-        const std::int64_t now = calendarSeconds();
+        const std::int64_t now = platform::coarseCalendarSeconds();
         manager->m_timers.settle(now);
         change(*manager);
         due = manager->scheduleOrDue(now);
@@ -127,15 +128,26 @@ void KestTimerManager::update(Change&& change) {
     if (due) dispatch();
 }
 
-void KestTimerManager::addTimer(KestTimer& timer) {
-    update([&timer](KestTimerManager& manager) {
-        manager.m_timers.remove(timer.m_entry);
-        manager.insertTimer(timer);
+void KestTimerManager::addTimer(KestTimer& timer, const internal::TimerSetting& setting) {
+    bool served = true;
+    update([&](KestTimerManager& manager) {
+        timer.m_setting.store(setting, std::memory_order_release);
+        manager.remove(timer);
+        served = manager.isServed();
+        if (served) manager.insertTimer(timer);
     });
+    if (!served) throw KestException("KestTimer::start: Cannot create a thread that fires timers", 0);
 }
 
 void KestTimerManager::removeTimer(KestTimer& timer) {
-    update([&timer](KestTimerManager& manager) { manager.remove(timer); });
+    update([&](KestTimerManager& manager) { manager.remove(timer); });
+}
+
+void KestTimerManager::removeTimer(KestTimer& timer, const internal::TimerSetting& setting) {
+    update([&](KestTimerManager& manager) {
+        timer.m_setting.store(setting, std::memory_order_release);
+        manager.remove(timer);
+    });
 }
 
 void KestTimerManager::reschedule() {
@@ -155,9 +167,9 @@ void KestTimerManager::dismissThread() noexcept {
 void KestTimerManager::insertTimer(KestTimer& timer) {
     const internal::TimerSetting setting = timer.m_setting.load(std::memory_order_relaxed);
     TimerEntry& entry = timer.m_entry;
-    entry.expirySeconds = calendarSeconds() + setting.seconds;
+    entry.expirySeconds = expiryOf(setting);
     entry.expiryMilliseconds = setting.milliseconds;
-    entry.deadline = deadlineAfter(setting.seconds * kNanoseconds + setting.milliseconds * kNanosecondsPerMillisecond);
+    entry.deadline = deadlineAfter(intervalOf(setting));
     timer.m_registered.store(true, std::memory_order_release);
     m_timers.insert(entry);
 }
@@ -173,10 +185,11 @@ void KestTimerManager::remove(KestTimer& timer) {
 // True when the caller has to dispatch, without the list lock.
 bool KestTimerManager::scheduleOrDue(std::int64_t now) {
     if (isPassUnderWay() || m_timers.empty()) return false;
+    m_timers.settle(now);
     const TimerEntry* const first = m_timers.first();
-    if (first != nullptr && isDue(*first, now) && !KestTimerDeferral::isActive()) return true;
-    scheduleFor(first);
-    return false;
+    const bool due = first != nullptr && isDue(*first, now) && !KestTimerDeferral::isActive();
+    if (!due || m_pWaiting == nullptr) scheduleFor(first);
+    return due;
 }
 
 void KestTimerManager::scheduleFor(const TimerEntry* first) {
@@ -189,18 +202,24 @@ void KestTimerManager::scheduleFor(const TimerEntry* first) {
     m_pWaiting->wake();
 }
 
-// The new thread needs the list lock first of all, so it cannot be gone before we have looked whether it came to life.
-// When there is none, the next reschedule tries again.
-void KestTimerManager::startThread() {
+// Whether a timer that is put into the list now will fire.
+bool KestTimerManager::isServed() {
+    return isPassUnderWay() || m_pWaiting != nullptr || startThread();
+}
+
+// The new thread needs the list lock before all else, so it still exists when we look whether it was made.
+bool KestTimerManager::startThread() {
     try {
         auto thread = std::make_unique<KestTimerThread>();
-        if (!thread->canWait()) return;
+        if (!thread->canWait()) return false;
         thread->setMarkForDeath();
         thread->start();
-        if (!thread->isAlive()) return;
+        if (!thread->isAlive()) return false;
         m_waitsUntil = kNotYet;
         m_pWaiting = thread.release();
+        return true;
     } catch (const std::bad_alloc&) {
+        return false;
     }
 }
 
@@ -233,23 +252,30 @@ bool KestTimerManager::recoverPass(Process& shared) noexcept {
     return true;
 }
 
-void KestTimerManager::dispatch() {
+void KestTimerManager::dispatch(KestTimerThread* timerThread) {
     KestCriticalSection guard(process().m_listLock, true);
     KestTimerManager* const manager = m_pInstance;
-    if (manager == nullptr || manager->isPassUnderWay()) return;
-    manager->m_timers.settle(calendarSeconds());
-    manager->runPass(guard);
+    if (manager == nullptr) return;
+    if (manager->isPassUnderWay()) return manager->waitNext(timerThread);
+    manager->observeClocks();
+    manager->runPass(guard, timerThread);
     if (!manager->isCurrent()) delete manager;
 }
 
-void KestTimerManager::runPass(KestCriticalSection& guard) {
+// The steady clock is read first, as the list asks for.
+void KestTimerManager::observeClocks() noexcept {
+    const std::int64_t steady = platform::steadyTime();
+    m_timers.observe(steady, platform::calendarTime());
+}
+
+void KestTimerManager::runPass(KestCriticalSection& guard, KestTimerThread* timerThread) {
     Process& shared = process();
     platform::waitForOne(shared.m_passLock.get(), 0);
     shared.m_passThread = platform::currentThreadId();
     m_dispatching = true;
     m_timers.beginPass();
     for (bool goOn = true; goOn;) {
-        TimerEntry* const entry = m_timers.takeDue(calendarNanoseconds() / kNanoseconds);
+        TimerEntry* const entry = m_timers.takeDue(platform::calendarTime() / kNanoseconds);
         goOn = entry != nullptr && fire(*entry->owner, guard);
     }
     const bool isThere = isCurrent();  // when not, timers may be destroyed without leaving our list
@@ -257,10 +283,19 @@ void KestTimerManager::runPass(KestCriticalSection& guard) {
     m_dispatching = false;
     shared.m_passThread = 0;
     platform::releaseMutex(shared.m_passLock.get());
-    if (isThere && !m_timers.empty()) scheduleFor(m_timers.first());
+    if (!isThere || m_timers.empty()) return;
+    scheduleFor(m_timers.first());
+    waitNext(timerThread);
 }
 
-// Whoever had the list lock meanwhile may have been killed inside a change.
+// Makes the calling thread the waiting one, if it may be and there is none.
+void KestTimerManager::waitNext(KestTimerThread* timerThread) noexcept {
+    if (m_pWaiting != nullptr || timerThread == nullptr) return;
+    m_waitsUntil = kNotYet;
+    m_pWaiting = timerThread;
+}
+
+// A thread that had the list lock since then may have been killed inside a change.
 void KestTimerManager::lockAgain(KestCriticalSection& guard) {
     guard.lock();
     m_timers.mend();
@@ -307,11 +342,12 @@ KestTimerManager::Order KestTimerManager::nextOrder(const KestTimerThread& threa
     const KestCriticalSection guard(process().m_listLock, true);
     KestTimerManager* const manager = m_pInstance;
     if (manager == nullptr || manager->m_pWaiting != &thread) return Order::leave;
-    const std::int64_t calendar = calendarNanoseconds();
-    manager->m_timers.settle(calendar / kNanoseconds);
-    const bool isIdle = manager->m_timers.empty() || manager->isPassUnderWay();
-    const std::int64_t now = platform::steadyTime();
-    const std::int64_t rest = isIdle ? 0 : manager->restOfWait(now, calendar);
+    const std::int64_t now = platform::steadyTime(), calendar = platform::calendarTime();
+    manager->m_timers.observe(now, calendar);
+    // A pass on another thread may end without being able to make a thread for the next wait, so this one stays.
+    const bool passUnderWay = manager->isPassUnderWay();
+    const bool isIdle = !passUnderWay && manager->m_timers.empty();
+    const std::int64_t rest = passUnderWay ? kLongestWait : isIdle ? 0 : manager->restOfWait(now, calendar);
     if (rest <= 0) {
         manager->m_pWaiting = nullptr;
         return isIdle ? Order::leave : Order::dispatch;
@@ -324,20 +360,19 @@ KestTimerManager::Order KestTimerManager::nextOrder(const KestTimerThread& threa
 std::int64_t KestTimerManager::restOfWait(std::int64_t now, std::int64_t calendar) const noexcept {
     const TimerEntry* const first = m_timers.first();
     if (first == nullptr) return kLongestWait;
-    // Its second comes after its interval when the calendar was set back; a pass would find nothing due before.
-    const std::int64_t toSecond = (first->expirySeconds - calendar / kNanoseconds) * kNanoseconds;
-    return std::min(kLongestWait, std::max(first->deadline - now, toSecond - calendar % kNanoseconds));
+    const std::int64_t toSecond = first->expirySeconds * kNanoseconds - calendar;
+    // Its interval is over at the latest a second and its milliseconds after the begin of its second; a tick more,
+    // since the clocks that it was started by are coarse. When it is later, the calendar was set forward.
+    const std::int64_t latest = toSecond + kNanoseconds + platform::kCoarseLag +
+                                std::max(first->expiryMilliseconds, 0) * kNanosecondsPerMillisecond;
+    // Before its second begins a pass finds nothing due.
+    return std::min({kLongestWait, latest, std::max(first->deadline - now, toSecond)});
 }
 
-// A pass starts the thread of the next wait; when none could be made, the one that ran the pass stays.
-bool KestTimerManager::waitAgain(KestTimerThread& thread) {
+bool KestTimerManager::isWaiting(const KestTimerThread& thread) {
     const KestCriticalSection guard(process().m_listLock, true);
     KestTimerManager* const manager = m_pInstance;
-    if (manager == nullptr || manager->m_pWaiting != nullptr) return false;
-    if (manager->isPassUnderWay() || manager->m_timers.empty()) return false;
-    manager->m_waitsUntil = kNotYet;
-    manager->m_pWaiting = &thread;
-    return true;
+    return manager != nullptr && manager->m_pWaiting == &thread;
 }
 
 KestTimerThreadCount::KestTimerThreadCount() {
@@ -353,8 +388,8 @@ KestTimerThread::KestTimerThread() : m_wakeEvent(platform::createEvent(false, fa
 int KestTimerThread::run() {
     do {
         if (!waitForExpiry()) return 0;
-        KestTimerManager::dispatch();
-    } while (KestTimerManager::waitAgain(*this));
+        KestTimerManager::dispatch(this);
+    } while (KestTimerManager::isWaiting(*this));
     return 0;
 }
 

@@ -6,9 +6,17 @@
 //   KestTimerDeferral   keeps a thread from firing timers while it holds a lock that firing may need
 //
 // The waiting thread is woken only when the earliest timer becomes earlier than what it waits for. When the earliest
-// becomes later, or goes, the thread waits on, finds on waking that nothing is due, and goes on for the rest: so
-// starting and stopping a timer costs no thread. A pass claims itself under the list lock, and who finds a pass under
-// way leaves the rest to it: nobody ever waits for another thread's pass but stop, for the one timer that it fires.
+// becomes later, or is removed, the thread still waits, finds on waking that nothing is due, and waits for the rest: so
+// starting and stopping a timer costs no thread. A pass claims itself under the list lock, and a thread that finds a
+// pass under way leaves the rest to it. No thread ever waits for another thread's pass but in stop, for the one timer
+// that the pass fires.
+//
+// While there are active timers, some thread of the library serves them: one that waits, or one that runs a pass. start
+// ensures that before it returns, and before it fires anything on its own thread; where no thread can be made, it
+// fails. So a pass on a caller's thread never ends without a waiting thread, and a timer thread that cannot make the
+// next one after its pass waits itself.
+//
+// A wait lasts kLongestWait at most: then the thread looks whether the calendar was set forward, or the system slept.
 //
 // Lifetime: the manager is made on first use and deleted at the library's unload, after which there is none. The locks
 // outlive it. The operations are static, since a manager may be deleted while a thread is on its way into one: each
@@ -42,14 +50,17 @@ class KestTimerManager {
     virtual ~KestTimerManager();
 
     /// Puts the timer into the list, due its interval from now, in place of where it may be already. This, like the
-    /// next two, may fire timers on the calling thread.
-    static void addTimer(KestTimer& timer);
+    /// next three, may fire timers on the calling thread. Throws what KestTimer::start throws when no thread can be
+    /// made; the timer then keeps the setting and is not in the list.
+    static void addTimer(KestTimer& timer, const internal::TimerSetting& setting);
     static void removeTimer(KestTimer& timer);
-    /// Sees to it that the earliest timer will fire; at once, on the calling thread, when it is due.
+    static void removeTimer(KestTimer& timer, const internal::TimerSetting& setting);
+    /// Ensures that the earliest timer will fire; at once, on the calling thread, when it is due.
     static void reschedule();
-    /// Fires what is due, on the calling thread, unless a pass is under way.
-    static void dispatch();
-    /// Sends the waiting thread away, until the next reschedule.
+    /// Fires what is due, on the calling thread, unless a pass is under way. `timerThread` is the calling thread if it
+    /// is one of the timers'; it waits next when it cannot make a thread that does.
+    static void dispatch(KestTimerThread* timerThread = nullptr);
+    /// Dismisses the waiting thread, until the next reschedule.
     static void cancelWait();
     /// Returns when no other thread is firing the timer; whether one was.
     static bool waitWhileFiring(const KestTimer& timer);
@@ -65,7 +76,7 @@ class KestTimerManager {
     static Process& process();
     static bool recoverPass(Process& process) noexcept;
     static Order nextOrder(const KestTimerThread& thread, std::uint32_t& milliseconds);
-    static bool waitAgain(KestTimerThread& thread);
+    static bool isWaiting(const KestTimerThread& thread);
     template <typename Change>
     static void update(Change&& change);
 
@@ -74,12 +85,15 @@ class KestTimerManager {
     void remove(KestTimer& timer);
     bool scheduleOrDue(std::int64_t now);
     void scheduleFor(const internal::TimerEntry* first);
-    void startThread();
+    bool isServed();
+    void waitNext(KestTimerThread* timerThread) noexcept;
+    bool startThread();
     void dismissThread() noexcept;
+    void observeClocks() noexcept;
     std::int64_t restOfWait(std::int64_t now, std::int64_t calendar) const noexcept;
     bool isPassUnderWay();
     void rearm(KestTimer& timer);
-    void runPass(KestCriticalSection& guard);
+    void runPass(KestCriticalSection& guard, KestTimerThread* timerThread);
     void lockAgain(KestCriticalSection& guard);
     bool fire(KestTimer& timer, KestCriticalSection& guard);
 
@@ -103,13 +117,13 @@ class KestTimerThreadCount {
     ~KestTimerThreadCount();
 };
 
-/// Deletes itself when its run is over; lives for one wait.
+/// Deletes itself when its run is over; lives for one wait, unless no other thread can be made.
 class KestTimerThread : private KestTimerThreadCount, public KestThread {
   public:
     KestTimerThread();
 
     bool canWait() const noexcept { return m_wakeEvent != nullptr; }
-    /// Has the thread look again at what it shall wait for.
+    /// Makes the thread look again at what it waits for.
     void wake() noexcept { platform::setEvent(m_wakeEvent.get()); }
 
   protected:

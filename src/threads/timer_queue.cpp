@@ -4,18 +4,20 @@
 #include <atomic>
 #include <bit>
 #include <new>
+#include <vector>
 
 namespace KestSupport::internal {
 namespace {
 
-// A thread that is killed leaves its writes in the order in which they were compiled: this holds the compiler to ours.
+// A thread that is killed leaves its writes in the order in which they were compiled. This makes it the order of the
+// source.
 void keepOrder() noexcept {
     std::atomic_signal_fence(std::memory_order_seq_cst);
 }
 
 class Change {
   public:
-    explicit Change(bool& changing) noexcept : m_changing(changing) {
+    explicit Change(bool& changing) noexcept : m_changing(changing), m_before(changing) {
         m_changing = true;
         keepOrder();
     }
@@ -23,12 +25,20 @@ class Change {
     Change& operator=(const Change&) = delete;
     ~Change() {
         keepOrder();
-        m_changing = false;
+        m_changing = m_before;
     }
 
   private:
     bool& m_changing;
+    const bool m_before;
 };
+
+constexpr std::int64_t kNanoseconds = 1'000'000'000;
+
+// Rounds down, also below 0.
+std::int64_t wholeSeconds(std::int64_t nanoseconds) noexcept {
+    return (nanoseconds >= 0 ? nanoseconds : nanoseconds - (kNanoseconds - 1)) / kNanoseconds;
+}
 
 }  // namespace
 
@@ -61,7 +71,11 @@ TimerEntry* TimerQueue::takeDue(std::int64_t now) noexcept {
     const Change change(m_changing);
     for (;;) {
         TimerEntry* const entry = first();
-        if (entry == nullptr || entry->expirySeconds > now) return nullptr;
+        if (entry == nullptr || entry->expirySeconds > now) {
+            // What the wheel held may have kept it from turning to far entries that are due, too.
+            if (now < m_turnAt || !turn(now)) return nullptr;
+            continue;
+        }
         unlink(*entry);
         if (entry->pass != m_pass) {
             entry->pass = m_pass;
@@ -76,6 +90,11 @@ void TimerQueue::endPass() noexcept {
     moveAll(kLaidAside, kLaidAside);
 }
 
+bool TimerQueue::precedes(const TimerEntry& entry, const TimerEntry& other) noexcept {
+    if (entry.expirySeconds != other.expirySeconds) return entry.expirySeconds < other.expirySeconds;
+    return entry.sequence > other.sequence;
+}
+
 std::uint32_t TimerQueue::bucketOf(std::int64_t expiry) const noexcept {
     const std::int64_t held = std::max(expiry, m_base);
     if (held - m_base >= kNear) return kFar;
@@ -85,7 +104,7 @@ std::uint32_t TimerQueue::bucketOf(std::int64_t expiry) const noexcept {
 void TimerQueue::link(TimerEntry& entry, std::uint32_t bucket) noexcept {
     TimerEntry* before = nullptr;
     TimerEntry* after = m_buckets[bucket];
-    while (bucket < kNear && after != nullptr && after->expirySeconds < entry.expirySeconds) {
+    while (bucket < kNear && after != nullptr && precedes(*after, entry)) {
         before = after;
         after = after->next;
     }
@@ -118,22 +137,56 @@ void TimerQueue::markOccupied(std::uint32_t bucket) noexcept {
     m_occupiedWords |= std::uint64_t{1} << (bucket / kWordBits);
 }
 
-// Turning by half a wheel at once makes the far ones cost next to nothing. The wheel never turns past an entry that is
-// still in it; while such a one is overdue, the turn is tried again each second.
-void TimerQueue::turn(std::int64_t now) noexcept {
-    const Change change(m_changing);
-    const bool backwards = now < m_base;
-    std::int64_t base = now - kMargin;
-    if (const TimerEntry* entry = first(); entry != nullptr && !backwards) base = std::min(base, entry->expirySeconds);
-    if (backwards || base > m_base) {
-        m_base = base;
-        moveAll(backwards ? 0 : kFar, kFar);
+// Turning by half a wheel at once makes the far ones cost next to nothing. False when the wheel stays as it is, because
+// it still holds an entry that is overdue and that a pass takes out first.
+bool TimerQueue::turn(std::int64_t now) noexcept {
+    if (now < m_base) {
+        turnTo(now, 0);
+        return true;
     }
-    m_turnAt = std::max(m_base + kMargin + kNear / 2, now + 1);
+    if (const TimerEntry* entry = first(); entry != nullptr && entry->expirySeconds < now - kMargin) return false;
+    turnTo(now, kFar);
+    return true;
 }
 
-// Takes the entries of the buckets out and puts them where they belong now. They go back in the order of their
-// insertion, so that the order within a second stays; only where memory is too short to sort them it does not.
+void TimerQueue::turnTo(std::int64_t now, std::uint32_t firstMoved) noexcept {
+    const Change change(m_changing);
+    m_base = now - kMargin;
+    m_turnAt = now + kNear / 2;
+    moveAll(firstMoved, kFar);
+}
+
+void TimerQueue::observe(std::int64_t steady, std::int64_t calendar) noexcept {
+    settle(wholeSeconds(calendar));
+    const std::int64_t offset = calendar - steady;
+    if (m_offset != kUnknown) {
+        // A delay between the two reads makes the offset greater, never less, so it does not look like a step back.
+        if (offset < m_offset + kSameOffset && offset > m_offset - kSameOffset) return;
+        if (offset < m_offset) followStepBack(offset);
+    }
+    m_offset = offset;
+}
+
+void TimerQueue::followStepBack(std::int64_t offset) noexcept {
+    const Change change(m_changing);
+    for (TimerEntry* head : m_buckets) {
+        for (TimerEntry* entry = head; entry != nullptr; entry = entry->next)
+            entry->expirySeconds = std::min(entry->expirySeconds, wholeSeconds(entry->deadline + offset));
+    }
+    moveAll(0, kFar);
+}
+
+// Recorded, because until it is in again no chain leads to it.
+void TimerQueue::move(TimerEntry& entry) noexcept {
+    m_moving = &entry;
+    keepOrder();
+    unlink(entry);
+    link(entry, bucketOf(entry.expirySeconds));
+    keepOrder();
+    m_moving = nullptr;
+}
+
+// Puts the entries of the buckets where they belong now. From the last to the first, each finds its place at once.
 void TimerQueue::moveAll(std::uint32_t firstBucket, std::uint32_t lastBucket) noexcept {
     std::vector<TimerEntry*> entries;
     try {
@@ -142,24 +195,22 @@ void TimerQueue::moveAll(std::uint32_t firstBucket, std::uint32_t lastBucket) no
                 entries.push_back(entry);
         }
         std::sort(entries.begin(), entries.end(),
-                  [](const TimerEntry* left, const TimerEntry* right) { return left->sequence < right->sequence; });
-    } catch (const std::bad_alloc&) {
+                  [](const TimerEntry* left, const TimerEntry* right) { return precedes(*right, *left); });
+    } catch (const std::bad_alloc&) {  // slower, with the same result
         entries.clear();
         for (std::uint32_t bucket = firstBucket; bucket <= lastBucket; ++bucket) {
             for (TimerEntry *entry = m_buckets[bucket], *next = nullptr; entry != nullptr; entry = next) {
                 next = entry->next;
-                unlink(*entry);
-                link(*entry, bucketOf(entry->expirySeconds));
+                move(*entry);
             }
         }
     }
-    for (TimerEntry* entry : entries) {
-        unlink(*entry);
-        link(*entry, bucketOf(entry->expirySeconds));
-    }
+    for (TimerEntry* entry : entries)
+        move(*entry);
 }
 
-// The next pointers are the truth. An entry that is in no chain keeps an older generation and so counts as taken out.
+// The next pointers are right at each step. An entry that is in no chain keeps an older generation and so counts as
+// taken out.
 void TimerQueue::repair() noexcept {
     const Change change(m_changing);
     ++m_generation;
@@ -174,6 +225,8 @@ void TimerQueue::repair() noexcept {
         }
         if (before != nullptr && bucket < kNear) markOccupied(bucket);
     }
+    if (m_moving != nullptr && !contains(*m_moving)) link(*m_moving, bucketOf(m_moving->expirySeconds));
+    m_moving = nullptr;
     moveAll(0, kFar);
 }
 

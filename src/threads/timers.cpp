@@ -37,13 +37,14 @@ void KestTimer::reset() {
 void KestTimer::start(std::int32_t seconds, std::int32_t milliseconds, bool oneShot) {
     try {
         KestTimerManager::getInstance();
-        m_setting.store(normalise(seconds, milliseconds, oneShot), std::memory_order_release);
-        if (seconds > 0 || milliseconds > 0) {
-            KestTimerManager::addTimer(*this);
-        } else {
-            KestTimerManager::removeTimer(*this);
-        }
     } catch (const KestException&) {  // the library is being torn down
+        return;
+    }
+    const internal::TimerSetting setting = normalise(seconds, milliseconds, oneShot);
+    if (seconds > 0 || milliseconds > 0) {
+        KestTimerManager::addTimer(*this, setting);
+    } else {
+        KestTimerManager::removeTimer(*this, setting);
     }
 }
 

@@ -11,6 +11,7 @@
 #include "kit/failing_calls.h"
 #include "kit/failure_of.h"
 #include "kit/gate.h"
+#include "platform/clock.h"
 #include "platform/thread.h"
 #include "threads/timer_manager.h"
 
@@ -206,10 +207,11 @@ TEST(Timers, OutliveThreadsThatCannotBeMadeOrAreKilled) {
     KestTimerManager::cancelWait();
     {
         const kit::FailingCalls none("pthread_create");
-        timer.start(20, true);
+        EXPECT_EQ(kit::failureOf([&] { timer.start(20, true); }),
+                  "KestTimer::start: Cannot create a thread that fires timers");
         EXPECT_EQ(timer.wait(60), kTimedOut);
     }
-    other.start(60, 0, true);
+    timer.reset();
     EXPECT_EQ(timer.wait(-1), kSignalled);
     KestTimerManager::cancelWait();
     {
@@ -268,11 +270,43 @@ TEST(Timers, DoNothingOnceTheLibraryIsTornDown) {
     EXPECT_EQ(kit::ChildProcess::inRole("timers-exit").wait(), 0);
 }
 
-TEST(Timers, KeepTheOrderOfAPlainListWhateverTheClockDoes) {
+TEST(Timers, AreDueByTheCalendarOrByTheSteadyClockWhicheverIsFirst) {
+    Probe hour, day, minute;
+    const auto expectFired = [&](int hours, int days, int minutes) {
+        EXPECT_TRUE(hour.fired == hours && day.fired == days && minute.fired == minutes)
+            << hour.fired << day.fired << minute.fired;
+    };
+    hour.start(3600, 0, false);
+    day.start(86'400, 0, true);
+    platform::stepClocks(7200, 0);
+    minute.start(60, 0, false);  // fires what the step made due
+    expectFired(1, 0, 0);
+    platform::stepClocks(0, 86'400);  // the steady clock alone, as after a step back
+    platform::stepClocks(-3600, 0);
+    kit::await([&] { return day.fired == 1; });
+    expectFired(2, 1, 1);
+    platform::stepClocks(3600 - 7200, -86'400);
+    hour.stop(), minute.stop();
+}
+
+TEST(Timers, StartedAndStoppedAtOnceAreOneOrTheOther) {
+    static_assert(std::is_constructible_v<KestTimer, int, bool> && !std::is_constructible_v<KestTimer, int, int>);
+    Probe timer;
+    const std::jthread stopper([&] {
+        for (int i = 0; i < 100'000; ++i)
+            timer.start(0, 0, false);
+    });
+    for (int i = 0; i < 100'000; ++i)
+        timer.start(60, 0, false);
+    EXPECT_EQ(timer.fired, 0);
+}
+
+TEST(Timers, KeepTheOrderOfAPlainListWhateverTheClocksDo) {
     using Entry = internal::TimerEntry;
     std::mt19937 random(20261122);
     const auto upTo = [&](int most) { return static_cast<int>(random() % static_cast<unsigned>(most)); };
-    std::int64_t now = 1'800'000'000;
+    constexpr std::int64_t kSecond = 1'000'000'000;
+    std::int64_t now = 1'800'000'000, steady = 0;
     internal::TimerQueue queue(now);
     // As it is described to its users: one sequence, searched from the front.
     std::vector<Entry*> plain, fired;
@@ -283,7 +317,9 @@ TEST(Timers, KeepTheOrderOfAPlainListWhateverTheClockDoes) {
         std::erase(plain, &entry);
         ASSERT_FALSE(queue.contains(entry));
         if (upTo(3) == 0) return;
-        entry.expirySeconds = now + upTo(ranges[upTo(8)]) - (upTo(8) == 0 ? upTo(200) : 0);
+        const int seconds = upTo(ranges[upTo(8)]) - (upTo(8) == 0 ? upTo(200) : 0);
+        entry.expirySeconds = now + seconds;
+        entry.deadline = (steady + seconds) * kSecond;
         queue.insert(entry);
         const auto isLater = [&](const Entry* other) { return other->expirySeconds >= entry.expirySeconds; };
         plain.insert(std::find_if(plain.begin(), plain.end(), isLater), &entry);
@@ -292,9 +328,18 @@ TEST(Timers, KeepTheOrderOfAPlainListWhateverTheClockDoes) {
         return entry->expirySeconds <= now && std::count(fired.begin(), fired.end(), entry) == 0;
     };
     for (int round = 0; round < 20'000; ++round) {
-        if (upTo(4) == 0) now += upTo(10) == 0 ? upTo(3000) : upTo(3);
-        if (upTo(500) == 0) now -= upTo(4) == 0 ? 10'000 : upTo(100);
-        queue.settle(now);
+        const int rest = upTo(4) != 0 ? 0 : upTo(10) == 0 ? upTo(3000) : upTo(3);
+        const int step = upTo(100) != 0 ? 0 : upTo(4) == 0 ? upTo(40'000) - 20'000 : upTo(200) - 100;
+        steady += rest;
+        now += rest + step;
+        queue.observe(steady * kSecond, now * kSecond);
+        if (step < 0) {  // none is due later than its interval
+            for (Entry* entry : plain)
+                entry->expirySeconds = std::min(entry->expirySeconds, entry->deadline / kSecond + now - steady);
+            std::sort(plain.begin(), plain.end(), [](const Entry* one, const Entry* other) {
+                return std::pair(one->expirySeconds, other->sequence) < std::pair(other->expirySeconds, one->sequence);
+            });
+        }
         for (int i = upTo(6); i > 0; --i)
             change(entries[upTo(60)]);
         ASSERT_EQ(queue.empty(), plain.empty());

@@ -1,5 +1,6 @@
 // How a service enters the manager's database and leaves it.
 #include "os/service_host.h"
+#include "platform/process.h"
 #include "platform/program_path.h"
 #include "platform/service_manager.h"
 #include "platform/thread.h"
@@ -42,6 +43,10 @@ bool KestService::install() {
     platform::ServiceConfiguration configuration;
     if (const platform::ErrorCode error = platform::programPath(kPathCapacity, configuration.commandLine); error != 0) {
         return countsAsSuccess(error);
+    }
+    // Without quotes the program could be taken for another one, whose path ends at the blank.
+    if (configuration.commandLine.find_first_of(" \t\n") != std::string::npos) {
+        configuration.commandLine = platform::quoteArgument(configuration.commandLine);
     }
     if (!m_arguments.empty()) configuration.commandLine += ' ' + m_arguments;
 

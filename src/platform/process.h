@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <string>
 #include <string_view>
@@ -34,6 +35,11 @@ std::string quoteArgument(std::string_view argument);
 /// The command line that splitArguments makes these arguments of.
 std::string joinArguments(const std::vector<std::string>& arguments);
 
+/// The command line with quotes around the program's path, where that has blanks and stands without them, with the
+/// arguments after it. The longest path that is a file is taken for the program: what another user puts at a shorter
+/// one is not what was meant. Any other command line, and one with a relative path, stays as it is.
+std::string quoteProgram(const std::string& commandLine);
+
 /// What a child may get as a standard handle in place of a handle of ours, which is a descriptor's number on POSIX.
 inline constexpr std::intptr_t kInheritHandle = -1;  ///< the same as this process has
 inline constexpr std::intptr_t kNullDevice = -2;     ///< reads nothing, swallows everything
@@ -49,6 +55,12 @@ struct ProcessRequest {
     /// The program belongs to no console, does not end with this process, and its end leaves nothing behind. What it
     /// ends with is not told.
     bool detached = false;
+    /// A detached program starts with the file mode mask 022, each signal with its default effect, and, where this
+    /// process may set it, the usual priority, whatever this process has.
+    bool usualSurroundings = false;
+    /// Called with the process number of a detached program as soon as it runs, before start returns. The caller is a
+    /// process in between, which does not end with this one: the function makes system calls only.
+    std::function<void(std::uint32_t)> announce = {};
 };
 
 /// What exitCode is for a program whose end somebody else was told, or nobody.

@@ -136,6 +136,9 @@ class ServiceManager {
     virtual Handle registerControlHandler(const std::string& service, ControlHandler handler) = 0;
     /// Once a service is stopped it has no status to report: errorInvalidHandle.
     virtual ErrorCode setStatus(Handle statusHandle, const ServiceStatus& status) = 0;
+    /// Keeps a text for people that says why the service is about to report that it is stopped, such as what its start
+    /// threw. It stays until the next start; its first 1,000 bytes count.
+    virtual ErrorCode setFailureText(Handle, const std::string&) { return errorCallNotImplemented; }
 
     // Client side. A handle is null unless the result is 0. A service that is not registered (any more):
     // errorServiceDoesNotExist; one that is marked for deletion takes no change: errorServiceMarkedForDelete.
@@ -159,15 +162,25 @@ class ServiceManager {
     /// errorServiceDependencyDeleted, errorServiceDependencyFail, errorCircularDependency; errorServiceRequestTimeout
     /// after 30 seconds, errorProcessAborted when the process ended before; or what the program cannot be executed for.
     virtual ErrorCode startService(Handle service, const std::vector<std::string>& arguments) = 0;
+    /// Kills the program that a call of startService in this process waits for, with the group that it leads. From now
+    /// on such calls fail with errorProcessAborted. For a program that was itself asked to end.
+    virtual void cancelStarts() noexcept {}
+    /// Kills the process of a service that is not stopped, with its group, and waits until the service is stopped:
+    /// errorServiceRequestTimeout after 30 seconds, errorServiceNotActive for a service that is stopped,
+    /// errorServiceCannotAcceptControl while the start of its program is still to come. Asks for kServiceStop.
+    virtual ErrorCode endService(Handle) { return errorCallNotImplemented; }
     /// Sends a control and waits until the handler has returned. `answer` is the status after it; also when the service
     /// did not get the control for its state (errorServiceNotActive, errorServiceCannotAcceptControl) or takes no such
     /// control (errorInvalidServiceControl). Otherwise it is untouched: errorDependentServicesRunning for a stop while
     /// a service that depends on this one is not stopped, errorServiceRequestTimeout after 30 seconds,
     /// errorExceptionInService, errorInvalidParameter for a code that is none. A service that is asked to stop is
     /// stop pending from then on, whether it has reported that or not; when its handler throws, it has the state before
-    /// again.
+    /// again. A stop ends a program that has been started and has not called runDispatcher yet: it is asked to end as a
+    /// supervisor does, and killed after a second.
     virtual ErrorCode control(Handle service, std::uint32_t control, ServiceStatus& answer) = 0;
     virtual ErrorCode queryStatus(Handle service, ServiceStatus& status) = 0;
+    /// The text of setFailureText; empty when there is none. Asks for kServiceQueryStatus.
+    virtual ErrorCode queryFailureText(Handle, std::string&) { return errorCallNotImplemented; }
     /// A service that is not stopped is marked, and goes when it has stopped.
     virtual ErrorCode deleteService(Handle service) = 0;
     virtual void closeHandle(Handle handle) = 0;

@@ -55,6 +55,7 @@ class ChildProcess {
     void interrupt();
     /// What a supervisor sends to end a program.
     void requestEnd();
+    void kill();
 
     /// Waits for the end and returns the exit code; for a child that a signal ended, the signal's number with a minus.
     int wait();

@@ -73,7 +73,7 @@ class ServiceFixture : public testing::Test {
     /// Runs steps such as "create NAME ROLE DEPENDENCY...; start NAME ARGUMENT..." and returns their results in a row.
     /// A role is one of this program's, or a path. "control NAME CODE" gives the state after it too, "tell NAME" the
     /// state, what is accepted and the exit code, with a "p" for a process; "await NAME STATE" and "end NAME", which
-    /// kills it, give nothing.
+    /// kills its process, give nothing; "kill NAME" lets the manager do that.
     static std::string run(const std::string& steps) {
         std::string results;
         std::istringstream all(steps);
@@ -118,6 +118,7 @@ class ServiceFixture : public testing::Test {
         }
         const Opened service(name);
         if (verb == "start") return std::to_string(service.call(&Manager::startService, rest));
+        if (verb == "kill") return std::to_string(service.call(&Manager::endService));
         if (verb == "remove") return std::to_string(service.call(&Manager::deleteService));
         KestSupport::platform::ServiceChange change;
         if (verb == "type") change.startType = static_cast<std::uint32_t>(std::stoul(rest.at(0)));

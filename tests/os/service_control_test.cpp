@@ -158,12 +158,19 @@ class HostedService : public KestService {
     }
 };
 const kit::ChildRole hosted("hosted", [](const Texts&) { return HostedService().start("", true) ? 0 : 1; });
+const kit::ChildRole installs("installs", [](const Texts&) { return HostedService().install() ? 0 : 1; });
 
 using HostedServiceTest = kit::ServiceFixture;
 
 TEST_F(HostedServiceTest, IsInstalledStartedStoppedAndRemoved) {
+    std::filesystem::create_directory(state.pathOf("a b"));
+    const std::string program = state.pathOf("a b/program");
+    std::filesystem::copy_file("/proc/self/exe", program);
+    EXPECT_EQ(kit::ChildProcess(program, {"--child-role=installs"}).wait(), 0);
+    Configuration installed;
+    Opened("hosted").call(&Manager::queryConfiguration, installed);
+    EXPECT_EQ(installed.commandLine, "'" + program + "' --child-role=hosted");
     HostedService installer;
-    EXPECT_TRUE(installer.install());
     EXPECT_FALSE(installer.install()) << "it is there";
     KestServiceControlWin service("hosted");
     service.SetServiceStartType(3);

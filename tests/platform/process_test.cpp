@@ -126,6 +126,16 @@ TEST(Process, AChildThatRunsIsWaitedForAndTheTimeLimitHolds) {
     }
 }
 
+// Kills this process when a program that it has started has reported, and before it has answered.
+const ChildRole g_killed("killed", [](const Words&) {
+    setFaultHook([](const char* call) noexcept { return std::string_view(call) == "pidfd_open" ? std::raise(9) : 0; });
+    return static_cast<int>(Process().start({"true", "", {}, {kNullDevice, kNullDevice, kNullDevice}, true}));
+});
+
+TEST(Process, AKilledStarterLeavesNoCopyOfItself) {
+    EXPECT_EQ(ChildProcess::inRole("killed").wait(), -9) << "returns when no process holds its output";
+}
+
 TEST(Process, SaysWhyAProgramIsNotStarted) {
     const kit::TemporaryFolder folder;
     const std::string document = folder.write("document", "text"), broken = folder.write("broken", "text");

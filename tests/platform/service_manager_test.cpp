@@ -1,6 +1,11 @@
 #include "platform/service_manager.h"
 
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <csignal>
 #include <fstream>
 #include <functional>
 #include <regex>
@@ -46,6 +51,9 @@ template <ServiceManager::ServiceMain main>
 int dispatch(const Texts&) {
     return static_cast<int>(serviceManager().runDispatcher("any", main));
 }
+struct Client : kit::ServiceFixture {
+    using ServiceFixture::run;
+};
 const kit::ChildRole roles[] = {
     {"plain", dispatch<serve<kServiceRunning, 3>>},
     {"hard", dispatch<serve<kServiceRunning, 0>>},
@@ -56,6 +64,21 @@ const kit::ChildRole roles[] = {
     {"throwing", dispatch<[](const Texts&) { throw 1; }>},
     {"ending", [](const Texts&) { return 3; }},
     {"never", [](const Texts&) { return kit::Gate().pass(), 0; }},
+    {"deaf", [](const Texts&) { return std::signal(SIGTERM, SIG_IGN), kit::Gate().pass(), 0; }},
+    {"starter", [](const Texts& arguments) { return std::stoi(Client::run("start " + arguments.at(0))); }},
+    // Its child lives as long as the test.
+    {"forking", dispatch<[](const Texts& arguments) {
+         if (::fork() == 0) {
+             kit::await([] { return !std::filesystem::exists("services"); });
+             ::_exit(0);
+         }
+         serve<kServiceRunning, 3>(arguments);
+     }>},
+    {"usual", dispatch<[](const Texts& arguments) {
+         std::ofstream("usual") << ::umask(0) << (std::signal(SIGHUP, SIG_DFL) == SIG_DFL)
+                                << ::getpriority(PRIO_PROCESS, 0);
+         serve<kServiceRunning, 3>(arguments);
+     }>},
     {"stranger",
      [](const Texts&) {
          ServiceManager::Handle manager = nullptr;
@@ -177,8 +200,43 @@ TEST_F(ServiceManagerTest, AStartThatFailsSaysWhy) {
     EXPECT_EQ(serviceManager().setStatus(nullptr, {}), 6u);
 
     std::filesystem::create_directories(state.pathOf("a b c"));
+    std::filesystem::permissions(state.write("a", "another user's"), std::filesystem::perms::owner_all);
     std::filesystem::create_symlink(std::filesystem::read_symlink("/proc/self/exe"), state.pathOf("a b c/d"));
     EXPECT_EQ(run("line ending " + state.pathOf("a b c/d") + " --child-role=plain; start ending"), "0 0") << "blanks";
+}
+
+TEST_F(ServiceManagerTest, AProgramThatNeverAnswersCanBeStoppedAlsoWhenItsStarterIsKilled) {
+    EXPECT_EQ(run("create never never; create deaf deaf; create plain plain"), "0 0 0");
+    for (const std::string name : {"never", "deaf"}) {
+        for (const bool killed : {false, true}) {
+            kit::ChildProcess starter = kit::ChildProcess::inRole("starter", {name});
+            kit::await([&] { return query(name).processId != 0; });
+            if (killed) starter.kill();
+            EXPECT_EQ(run("tell " + name + "; control " + name + " 2; start " + name), "2/0/0p 1061/2 1056");
+            EXPECT_EQ(run(name == "never" ? "control never 1" : "kill deaf"), name == "never" ? "0/1" : "0");
+            EXPECT_EQ(starter.wait(), killed ? -9 : 1067 % 256);
+        }
+    }
+    kit::ChildProcess starter = kit::ChildProcess::inRole("starter", {"deaf"});
+    kit::await([&] { return query("deaf").processId != 0; });
+    EXPECT_EQ(run("control deaf 1; kill deaf; start plain; kill plain; tell plain"), "0/1 1062 0 0 1/0/1067");
+}
+
+TEST_F(ServiceManagerTest, AForkedChildOfAServiceIsNotTakenForIt) {
+    EXPECT_EQ(run("create f forking; start f; await f 4; control f 1; start f; await f 4; end f; control f 1; start f"),
+              "0 0 0/1 0 1062/1 0");
+}
+
+TEST_F(ServiceManagerTest, AServiceStartsInTheUsualSurroundings) {
+    const mode_t mask = ::umask(077);
+    const auto hangUp = std::signal(SIGHUP, SIG_IGN);
+    const bool mayRaise = kit::ChildProcess::isRoot();
+    if (mayRaise) ::setpriority(PRIO_PROCESS, 0, 3);
+    EXPECT_EQ(run("create u usual; start u; await u 4"), "0 0");
+    EXPECT_EQ(state.read("usual"), "181" + std::to_string(mayRaise ? 0 : ::getpriority(PRIO_PROCESS, 0)));
+    if (mayRaise) ::setpriority(PRIO_PROCESS, 0, 0);
+    std::signal(SIGHUP, hangUp);
+    ::umask(mask);
 }
 
 TEST_F(ServiceManagerTest, AServiceThatDiesOrIsDeletedLeavesNothing) {
@@ -236,6 +294,10 @@ TEST_F(ServiceManagerTest, DamagedAndForeignFilesHarmNobodyElse) {
     for (const auto& each : list())
         all += each.name + std::to_string(each.error) + " ";
     EXPECT_EQ(all, "good0 other13 piped13 torn13 ");
+    std::filesystem::rename(state.pathOf("services/piped"), state.pathOf("kept"));
+    std::filesystem::create_symlink("../kept", state.pathOf("services/piped"));
+    EXPECT_EQ(run("tell piped; start piped; create piped plain; remove piped; tell piped"), "13 13 13 0 1060");
+    EXPECT_TRUE(std::filesystem::is_symlink(state.pathOf("kept/configuration"))) << "a link is not followed";
     for (const char* file : {"services/good/status", "services/good/socket"})
         state.write(file, "a foreign text");
     EXPECT_EQ(run("start other; remove torn; tell good; start good; await good 4"), "13 0 1/0/1067 0");

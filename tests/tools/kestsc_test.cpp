@@ -282,10 +282,14 @@ TEST(KestscParts, ShowAnyTextWithoutHarm) {
 
 TEST(KestscParts, RegisterCommandsThatRunFromAnyFolder) {
     const std::string here = std::filesystem::current_path().string();
+    const kit::TemporaryFolder folder;
+    const std::string program = folder.write("a b", "");
+    folder.write("a", "");
     const std::pair<Texts, std::string> commands[] = {
         {{"web"}, "web"},
         {{"/bin/a", "b c", "-d"}, "/bin/a 'b c' -d"},
         {{"/opt/my app \"b c\""}, "/opt/my app \"b c\""},
+        {{program + " c d"}, "'" + program + "' c d"},
         {{"./a b"}, here + "/a b"},
         {{"a/../b", "c d"}, here + "/b 'c d'"},
     };

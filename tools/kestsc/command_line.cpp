@@ -172,7 +172,7 @@ std::string registeredCommand(const std::vector<std::string>& words, const Comma
     if (parts.empty() || parts.front().empty()) refuse("the command names no program", &command);
     const std::filesystem::path program = parts.front();
     if (program.is_absolute() || !program.has_parent_path()) {
-        return words.size() == 1 ? words.front() : platform::joinArguments(parts);
+        return words.size() == 1 ? platform::quoteProgram(words.front()) : platform::joinArguments(parts);
     }
     parts.front() = std::filesystem::absolute(program).lexically_normal().string();
     return platform::joinArguments(parts);

@@ -52,8 +52,9 @@ struct CommandLine {
 CommandLine parseCommandLine(const std::vector<std::string>& words);
 
 /// The command line that is registered for a service, from the words given for it. A single word is a command line
-/// already, with the quotes that it needs. The path of a program that is looked for from here is made absolute, since
-/// services are started from elsewhere. Throws UsageError, which names the command of kestsc, when there is no program.
+/// already, with the quotes that it needs; a program's path with blanks gets them here, when it is a file's. The path
+/// of a program that is looked for from here is made absolute, since services are started from elsewhere. Throws
+/// UsageError, which names the command of kestsc, when there is no program.
 std::string registeredCommand(const std::vector<std::string>& words, const CommandEntry& command);
 
 }  // namespace kestsc

@@ -1,4 +1,6 @@
 // Command lines by the quoting rules of the shell, without its expansions.
+#include <sys/stat.h>
+
 #include <algorithm>
 
 #include "platform/process.h"
@@ -82,6 +84,19 @@ std::string quoteArgument(std::string_view argument) {
     for (const char c : argument)
         quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
     return quoted + "'";
+}
+
+std::string quoteProgram(const std::string& commandLine) {
+    if (!commandLine.starts_with('/')) return commandLine;
+    for (std::size_t end = commandLine.size(); end != std::string::npos;) {
+        const std::string path = commandLine.substr(0, end);
+        struct stat status {};
+        if (::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
+            return quoteArgument(path) + commandLine.substr(end);
+        }
+        end = commandLine.find_last_of(" \t\n", end - 1);
+    }
+    return commandLine;
 }
 
 std::string joinArguments(const std::vector<std::string>& arguments) {

@@ -4,8 +4,10 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sched.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -54,11 +56,14 @@ class SpawnPlan {
         if (int error = posix_spawn_file_actions_addclosefrom_np(&m_actions, kFirstOtherDescriptor); error != 0) {
             return error;
         }
-        sigset_t none;
-        sigemptyset(&none);
-        posix_spawnattr_setsigmask(&m_attributes, &none);
+        sigset_t signals;
+        sigemptyset(&signals);
+        posix_spawnattr_setsigmask(&m_attributes, &signals);
+        sigfillset(&signals);
+        posix_spawnattr_setsigdefault(&m_attributes, &signals);
         const int session = request.detached ? POSIX_SPAWN_SETSID : 0;
-        posix_spawnattr_setflags(&m_attributes, static_cast<short>(POSIX_SPAWN_SETSIGMASK | session));
+        const int effects = request.usualSurroundings ? POSIX_SPAWN_SETSIGDEF : 0;
+        posix_spawnattr_setflags(&m_attributes, static_cast<short>(POSIX_SPAWN_SETSIGMASK | session | effects));
         for (std::string& word : words)
             m_words.push_back(word.data());
         m_words.push_back(nullptr);
@@ -135,28 +140,58 @@ struct Report {
     pid_t child = 0;
 };
 
+// The program inherits these. The system may keep a priority that is lower than usual.
+void takeUsualSurroundings() noexcept {
+    ::umask(S_IWGRP | S_IWOTH);
+    const sched_param usual{};
+    ::sched_setscheduler(0, SCHED_OTHER, &usual);
+    ::setpriority(PRIO_PROCESS, 0, 0);
+}
+
 // The process in between. It ends only after the other side has seen the report: until then its child's number is not
-// given to another process.
-[[noreturn]] void runBetween(SpawnPlan& plan, int socket) noexcept {
+// given to another process. It holds copies of all descriptors of the process that started it, so it closes them before
+// it waits: otherwise a port would stay taken, and the end of the other side would not be seen, since the socket's
+// other end was open here, or in the process in between of another thread's start.
+[[noreturn]] void runBetween(SpawnPlan& plan, const ProcessRequest& request, int socket) noexcept {
+    if (request.usualSurroundings) takeUsualSurroundings();
     Report report;
     report.error = plan.run(report.child);
+    if (report.error == 0 && request.announce) request.announce(static_cast<std::uint32_t>(report.child));
+    ::dup2(socket, STDIN_FILENO);
+    ::closefrom(STDIN_FILENO + 1);
     char answer = 0;
-    if (::send(socket, &report, sizeof report, MSG_NOSIGNAL) == sizeof report) {
-        uninterrupted([&] { return ::recv(socket, &answer, sizeof answer, 0); });
+    if (::send(STDIN_FILENO, &report, sizeof report, MSG_NOSIGNAL) == sizeof report) {
+        uninterrupted([&] { return ::recv(STDIN_FILENO, &answer, sizeof answer, 0); });
+    } else if (report.error == 0) {
+        // No process knows of the program, so it must not run on.
+        ::kill(-report.child, SIGKILL);
     }
     ::_exit(0);
 }
 
-int runDetached(SpawnPlan& plan, pid_t& child, std::intptr_t& handle) noexcept {
+// Starts the process in between. No signal ends it or is handled in it: a Ctrl+C reaches each process of the terminal.
+pid_t forkBetween(SpawnPlan& plan, const ProcessRequest& request, int socket) noexcept {
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &before);
+    const pid_t between = systemCall("fork", [] { return ::fork(); });
+    if (between == 0) runBetween(plan, request, socket);
+    const int error = errno;
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    errno = error;
+    return between;
+}
+
+int runDetached(SpawnPlan& plan, const ProcessRequest& request, pid_t& child, std::intptr_t& handle) noexcept {
     int ends[2];
     if (systemCall("socketpair", [&] { return ::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends); }) != 0) {
         return errno;
     }
     const Descriptor ours(ends[0]);
     Descriptor theirs(ends[1]);
-    const pid_t between = systemCall("fork", [] { return ::fork(); });
+    const pid_t between = forkBetween(plan, request, theirs.get());
     if (between < 0) return errno;
-    if (between == 0) runBetween(plan, theirs.get());
     theirs = Descriptor();
     Report report;
     const ssize_t size = uninterrupted([&] { return ::recv(ours.get(), &report, sizeof report, 0); });
@@ -192,7 +227,7 @@ ErrorCode Process::start(const ProcessRequest& request) {
     if (const int error = plan.prepare(request, words); error != 0) return errorFromErrno(error);
     pid_t child = 0;
     int error = injectedFault("posix_spawn");
-    if (error == 0) error = request.detached ? runDetached(plan, child, m_handle) : plan.run(child);
+    if (error == 0) error = request.detached ? runDetached(plan, request, child, m_handle) : plan.run(child);
     if (error != 0) return startError(error, words.front());
     m_id = static_cast<std::uint32_t>(child);
     m_detached = request.detached;

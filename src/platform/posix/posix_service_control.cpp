@@ -75,6 +75,14 @@ ErrorCode controlService(const ServiceDatabase& database, const std::string& nam
     while (error == errorBrokenPipe) {
         ServiceStatus status;
         if (const ErrorCode unknown = files.status(status); unknown != 0) return unknown;
+        bool ended = false;
+        if (control == kServiceControlStop) {
+            if (const ErrorCode failed = endUnansweredStart(database, name, ended); failed != 0) return failed;
+        }
+        if (ended) {
+            if (const ErrorCode unknown = files.status(answer); unknown != 0) return unknown;
+            if (answer.currentState == kServiceStopped) return 0;
+        }
         if (const ErrorCode refusal = refusalOf(status.currentState); refusal != 0) {
             answer = status;
             return refusal;

@@ -5,6 +5,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <filesystem>
@@ -40,13 +41,26 @@ ServiceStatus stoppedWith(ErrorCode exitCode) {
     return status;
 }
 
-struct flock lockOn(short type, off_t start, off_t length) {
+struct flock lockOn(short type, off_t start, off_t length) noexcept {
     struct flock lock = {};
     lock.l_type = type;
     lock.l_whence = SEEK_SET;
     lock.l_start = start;
     lock.l_len = length;
     return lock;
+}
+
+// The bytes of a file, with one more than the limit when it has more.
+ErrorCode readFile(int file, std::size_t limit, std::string& text) {
+    char block[1024];
+    ssize_t size = sizeof block;
+    // A file that fills the block may be longer.
+    while (size == static_cast<ssize_t>(sizeof block) && text.size() <= limit) {
+        size = systemCall("read", [&] { return ::read(file, block, sizeof block); });
+        if (size > 0) text.append(block, static_cast<std::size_t>(size));
+    }
+    if (size < 0) return errno == EISDIR ? errorInvalidData : errorFromErrno(errno);
+    return 0;
 }
 
 struct FolderCloser {
@@ -135,9 +149,22 @@ ErrorCode RecordLock::take(int record, off_t which) {
     return errno == EAGAIN || errno == EACCES ? errorServiceAlreadyRunning : errorFromErrno(errno);
 }
 
-void RecordLock::release(int record, off_t which) {
-    struct flock lock = lockOn(F_UNLCK, which, 1);
+void RecordLock::release(int record, off_t which) noexcept {
+    constexpr off_t toTheEnd = 0;
+    struct flock lock = lockOn(F_UNLCK, which, which == kStarting ? toTheEnd : 1);
     ::fcntl(record, F_OFD_SETLK, &lock);
+}
+
+void RecordLock::setProgram(int record, std::uint32_t process) noexcept {
+    struct flock lock = lockOn(F_WRLCK, kPrograms + process, 1);
+    ::fcntl(record, F_OFD_SETLK, &lock);
+}
+
+std::uint32_t RecordLock::program(int record) noexcept {
+    constexpr off_t toTheEnd = 0;
+    struct flock lock = lockOn(F_WRLCK, kPrograms, toTheEnd);
+    const int result = systemCall("fcntl", [&] { return ::fcntl(record, F_OFD_GETLK, &lock); });
+    return result != 0 || lock.l_type == F_UNLCK ? 0 : static_cast<std::uint32_t>(lock.l_start - kPrograms);
 }
 
 ErrorCode RecordLock::holder(int record, Holder& holder) {
@@ -185,7 +212,9 @@ std::string ServiceFiles::nameOf(const std::string& folder) {
 ServiceFiles::ServiceFiles(const std::string& folder, int database) : m_database(database), m_folder(folder) {}
 
 ErrorCode ServiceFiles::open(const char* file, int flags, Descriptor& opened) const {
-    return openFile(m_database, pathOf(file), flags, opened);
+    Descriptor folder;
+    if (const ErrorCode error = openFolder(folder); error != 0) return error;
+    return openFile(folder.get(), file, flags, opened);
 }
 
 ErrorCode ServiceFiles::openFolder(Descriptor& opened) const {
@@ -197,16 +226,8 @@ ErrorCode ServiceFiles::read(StoredService& service) const {
     if (const ErrorCode error = open(kConfiguration, O_RDONLY, file); error != 0) {
         return error == errorFileNotFound ? errorServiceDoesNotExist : error;
     }
-    char first[1024];
     std::string text;
-    ssize_t size = systemCall("read", [&] { return ::read(file.get(), first, sizeof first); });
-    if (size > 0) text.assign(first, static_cast<std::size_t>(size));
-    // A file that fills the block may be longer.
-    while (size == static_cast<ssize_t>(sizeof first) && text.size() <= kConfigurationLimit) {
-        size = systemCall("read", [&] { return ::read(file.get(), first, sizeof first); });
-        if (size > 0) text.append(first, static_cast<std::size_t>(size));
-    }
-    if (size < 0) return errno == EISDIR ? errorInvalidData : errorFromErrno(errno);
+    if (const ErrorCode error = readFile(file.get(), kConfigurationLimit, text); error != 0) return error;
     auto parsed = text.size() > kConfigurationLimit ? std::nullopt : parseConfiguration(text);
     if (!parsed || folderName(parsed->name) != m_folder) return errorInvalidData;
     if (parsed->deleted) {
@@ -222,50 +243,52 @@ ErrorCode ServiceFiles::replace(const StoredService& service) const {
     const std::string text = formatConfiguration(service);
     if (text.size() > kConfigurationLimit) return errorInvalidParameter;
     if (const ErrorCode error = makeFolder(m_database, m_folder.c_str()); error != 0) return error;
-    const std::string next = pathOf("configuration.new");
     Descriptor folder;
     if (const ErrorCode error = openFolder(folder); error != 0) return error;
     Descriptor file;
-    if (const ErrorCode error = openFile(m_database, next, O_WRONLY | O_CREAT | O_TRUNC, file); error != 0) {
-        return error;
-    }
-    std::size_t written = 0;
-    while (written < text.size()) {
-        const ssize_t taken =
-            systemCall("write", [&] { return ::write(file.get(), text.data() + written, text.size() - written); });
-        if (taken < 0) return errorFromErrno(errno);
-        written += static_cast<std::size_t>(taken);
-    }
+    const int flags = O_WRONLY | O_CREAT | O_TRUNC;
+    if (const ErrorCode error = openFile(folder.get(), kNextConfiguration, flags, file); error != 0) return error;
+    if (const ErrorCode error = writeFile(file.get(), text); error != 0) return error;
     const auto keep = [](int descriptor) { return systemCall("fsync", [&] { return ::fsync(descriptor); }); };
     if (keep(file.get()) != 0) return errorFromErrno(errno);
-    const std::string path = pathOf(kConfiguration);
-    if (systemCall("renameat", [&] { return ::renameat(m_database, next.c_str(), m_database, path.c_str()); }) != 0) {
-        return errorFromErrno(errno);
-    }
+    const int renamed = systemCall(
+        "renameat", [&] { return ::renameat(folder.get(), kNextConfiguration, folder.get(), kConfiguration); });
+    if (renamed != 0) return errorFromErrno(errno);
     return keep(folder.get()) == 0 && keep(m_database) == 0 ? 0 : errorFromErrno(errno);
 }
 
 ErrorCode ServiceFiles::remove() const {
-    const auto unlink = [&](const std::string& path, int flags) {
-        return systemCall("unlinkat", [&] { return ::unlinkat(m_database, path.c_str(), flags); }) == 0 ||
-               errno == ENOENT;
+    const auto unlink = [](int place, const char* name, int flags) {
+        return systemCall("unlinkat", [&] { return ::unlinkat(place, name, flags); }) == 0 || errno == ENOENT;
     };
-    // The configuration first: without it there is no service, whatever else is left.
-    if (!unlink(pathOf(kConfiguration), 0)) return errorFromErrno(errno);
-    for (const char* const file : {"configuration.new", kSocket, kRecord})
-        unlink(pathOf(file), 0);
-    unlink(m_folder, AT_REMOVEDIR);
+    Descriptor folder;
+    const ErrorCode error = openFolder(folder);
+    if (error == errorFileNotFound) return 0;
+    if (error == errorInvalidData) {
+        if (!unlink(m_database, m_folder.c_str(), 0)) return errorFromErrno(errno);
+    } else if (error != 0) {
+        return error;
+    } else {
+        // The configuration first: without it there is no service, whatever else is left.
+        if (!unlink(folder.get(), kConfiguration, 0)) return errorFromErrno(errno);
+        for (const char* const file : {kNextConfiguration, kSocket, kRecord, kFailure})
+            unlink(folder.get(), file, 0);
+        unlink(m_database, m_folder.c_str(), AT_REMOVEDIR);
+    }
     return systemCall("fsync", [&] { return ::fsync(m_database); }) == 0 ? 0 : errorFromErrno(errno);
 }
 
 ErrorCode ServiceFiles::status(ServiceStatus& status) const {
     constexpr int tries = 100;
     status = ServiceStatus{};
+    Descriptor folder;
     Descriptor record;
-    if (const ErrorCode error = open(kRecord, O_RDONLY, record); error != 0) {
+    if (const ErrorCode error = openFolder(folder); error != 0) {
+        return error == errorFileNotFound ? errorServiceDoesNotExist : error;
+    }
+    if (const ErrorCode error = openFile(folder.get(), kRecord, O_RDONLY, record); error != 0) {
         if (error != errorFileNotFound) return error;
-        const std::string path = pathOf(kConfiguration);
-        if (::faccessat(m_database, path.c_str(), F_OK, 0) != 0) return errorServiceDoesNotExist;
+        if (::faccessat(folder.get(), kConfiguration, F_OK, 0) != 0) return errorServiceDoesNotExist;
         status = stoppedWith(errorServiceNeverStarted);
         return 0;
     }
@@ -275,6 +298,7 @@ ErrorCode ServiceFiles::status(ServiceStatus& status) const {
         if (holder == RecordLock::Holder::starter) {
             status = ServiceStatus{};
             status.currentState = kServiceStartPending;
+            status.processId = RecordLock::program(record.get());
             return 0;
         }
         char bytes[kServiceRecordSize + 1];
@@ -304,15 +328,34 @@ ErrorCode ServiceFiles::status(ServiceStatus& status) const {
     return status.currentState == kServiceStopPending ? errorSuccess : errorInvalidData;
 }
 
-ErrorCode ServiceFiles::isActive(bool& active) const {
-    active = false;
+ErrorCode ServiceFiles::holder(RecordLock::Holder& holder, std::uint32_t& program) const {
+    holder = RecordLock::Holder::none;
+    program = 0;
     Descriptor record;
     if (const ErrorCode error = open(kRecord, O_RDONLY, record); error != 0) {
         return error == errorFileNotFound ? 0 : error;
     }
-    RecordLock::Holder holder{};
     const ErrorCode error = RecordLock::holder(record.get(), holder);
+    if (error == 0 && holder == RecordLock::Holder::starter) program = RecordLock::program(record.get());
+    return error;
+}
+
+ErrorCode ServiceFiles::isActive(bool& active) const {
+    RecordLock::Holder holder{};
+    std::uint32_t program = 0;
+    const ErrorCode error = this->holder(holder, program);
     active = holder != RecordLock::Holder::none;
+    return error;
+}
+
+ErrorCode ServiceFiles::failureText(std::string& text) const {
+    text.clear();
+    Descriptor file;
+    if (const ErrorCode error = open(kFailure, O_RDONLY, file); error != 0) {
+        return error == errorFileNotFound ? 0 : error;
+    }
+    const ErrorCode error = readFile(file.get(), kFailureLimit, text);
+    text.resize(std::min(text.size(), kFailureLimit));
     return error;
 }
 
@@ -321,6 +364,15 @@ ErrorCode writeRecord(int record, const ServiceStatus& status) {
     const ssize_t size = systemCall("pwrite", [&] { return ::pwrite(record, bytes.data(), bytes.size(), 0); });
     if (size < 0) return errorFromErrno(errno);
     return static_cast<std::size_t>(size) == bytes.size() ? 0 : errorDiskFull;
+}
+
+ErrorCode writeFile(int file, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t taken = systemCall("write", [&] { return ::write(file, bytes.data(), bytes.size()); });
+        if (taken < 0) return errorFromErrno(errno);
+        bytes.remove_prefix(static_cast<std::size_t>(taken));
+    }
+    return 0;
 }
 
 void removeIfDeleted(int database, const std::string& name) {

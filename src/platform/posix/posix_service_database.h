@@ -13,6 +13,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/posix/posix_descriptor.h"
@@ -62,15 +63,30 @@ class RecordLock {
 
     /// errorServiceAlreadyRunning when another holds it.
     static ErrorCode take(int record, off_t which);
-    static void release(int record, off_t which);
+    /// With kStarting, setProgram is undone too.
+    static void release(int record, off_t which) noexcept;
     static ErrorCode holder(int record, Holder& holder);
+
+    /// The number of the process that is to become the service. It is kept as a lock too, so that it is never stale:
+    /// on the byte whose offset is kPrograms plus the number.
+    static void setProgram(int record, std::uint32_t process) noexcept;
+    /// 0 when there is none. For another descriptor of the record than that of setProgram.
+    static std::uint32_t program(int record) noexcept;
+
+  private:
+    static constexpr off_t kPrograms = off_t{1} << 32;
 };
 
+/// The folder is opened first, never through a symbolic link, and its files from there: a link that replaces it
+/// is damage (errorInvalidData), and leads no call to other files.
 class ServiceFiles {
   public:
     static constexpr const char* kConfiguration = "configuration";
+    static constexpr const char* kNextConfiguration = "configuration.new";
     static constexpr const char* kRecord = "status";
+    static constexpr const char* kFailure = "failure";
     static constexpr const char* kSocket = "socket";
+    static constexpr std::size_t kFailureLimit = 1000;  ///< bytes of the failure's text
 
     ServiceFiles(int database, const std::string& name) : ServiceFiles(folderName(name), database) {}
     static ServiceFiles inFolder(int database, const std::string& folder) { return {folder, database}; }
@@ -87,22 +103,28 @@ class ServiceFiles {
     ErrorCode read(StoredService& service) const;
     /// Replaces the configuration, so that it is the old one or the new one whenever the system stops.
     ErrorCode replace(const StoredService& service) const;
-    /// Under the lock of the database.
+    /// Under the lock of the database. A link that replaces the folder is removed itself.
     ErrorCode remove() const;
 
     ErrorCode status(ServiceStatus& status) const;
+    /// By which lock the service is active; none for a service that has no record. The program of a start that has not
+    /// reached the dispatcher, 0 otherwise.
+    ErrorCode holder(RecordLock::Holder& holder, std::uint32_t& program) const;
     /// Whether the service has or is about to have a process.
     ErrorCode isActive(bool& active) const;
+    /// Why the service has stopped, as it told in words; empty when it did not.
+    ErrorCode failureText(std::string& text) const;
 
   private:
     ServiceFiles(const std::string& folder, int database);
-    std::string pathOf(const char* file) const { return m_folder + "/" + file; }
 
     int m_database;
     std::string m_folder;
 };
 
 ErrorCode writeRecord(int record, const ServiceStatus& status);
+/// Writes all of it.
+ErrorCode writeFile(int file, std::string_view bytes);
 
 /// Takes away what is left of a service that was marked for deletion, once it has stopped.
 void removeIfDeleted(int database, const std::string& name);

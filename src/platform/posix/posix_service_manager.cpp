@@ -92,6 +92,7 @@ class PosixServiceManager final : public ServiceManager {
     ErrorCode runDispatcher(const std::string&, ServiceMain main) override;
     Handle registerControlHandler(const std::string&, ControlHandler handler) override;
     ErrorCode setStatus(Handle statusHandle, const ServiceStatus& status) override;
+    ErrorCode setFailureText(Handle statusHandle, const std::string& text) override;
 
     ErrorCode openManager(std::uint32_t access, Handle& manager) override;
     ErrorCode enumerateServices(Handle manager, std::vector<ServiceEntry>& services) override;
@@ -103,8 +104,11 @@ class PosixServiceManager final : public ServiceManager {
     ErrorCode queryDescription(Handle service, wstring16& description) override;
     ErrorCode setDescription(Handle service, const wstring16& description) override;
     ErrorCode startService(Handle service, const std::vector<std::string>& arguments) override;
+    void cancelStarts() noexcept override { platform::cancelStarts(); }
+    ErrorCode endService(Handle service) override;
     ErrorCode control(Handle service, std::uint32_t control, ServiceStatus& answer) override;
     ErrorCode queryStatus(Handle service, ServiceStatus& status) override;
+    ErrorCode queryFailureText(Handle service, std::string& text) override;
     ErrorCode deleteService(Handle service) override;
     void closeHandle(Handle handle) override {
         const std::unique_ptr<OpenHandle> closed(static_cast<OpenHandle*>(handle));
@@ -154,6 +158,12 @@ ErrorCode PosixServiceManager::setStatus(Handle statusHandle, const ServiceStatu
     const auto process = this->process();
     if (process == nullptr || process.get() != statusHandle) return errorInvalidHandle;
     return process->setStatus(status);
+}
+
+ErrorCode PosixServiceManager::setFailureText(Handle statusHandle, const std::string& text) {
+    const auto process = this->process();
+    if (process == nullptr || process.get() != statusHandle) return errorInvalidHandle;
+    return process->setFailureText(text);
 }
 
 ErrorCode PosixServiceManager::openManager(std::uint32_t access, Handle& manager) {
@@ -286,6 +296,18 @@ ErrorCode PosixServiceManager::queryStatus(Handle service, ServiceStatus& status
     const OpenHandle* open = nullptr;
     if (const ErrorCode error = checkService(service, kServiceQueryStatus, open); error != 0) return error;
     return open->files().status(status);
+}
+
+ErrorCode PosixServiceManager::endService(Handle service) {
+    const OpenHandle* open = nullptr;
+    if (const ErrorCode error = checkService(service, kServiceStop, open); error != 0) return error;
+    return platform::endService(*open->database, open->name);
+}
+
+ErrorCode PosixServiceManager::queryFailureText(Handle service, std::string& text) {
+    const OpenHandle* open = nullptr;
+    if (const ErrorCode error = checkService(service, kServiceQueryStatus, open); error != 0) return error;
+    return open->files().failureText(text);
 }
 
 ErrorCode PosixServiceManager::deleteService(Handle service) {

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -59,6 +60,30 @@ struct ServiceProcess::MainCall {
     ServiceManager::ServiceMain main;
 };
 
+// A forked child shares the locks until it executes a program or closes their descriptors: a killed service would be
+// seen to run for as long as its child does.
+struct ServiceProcess::ForkHandlers {
+    static ErrorCode install(ServiceProcess& process) {
+        s_process = &process;
+        return errorFromErrno(
+            errorCall("pthread_atfork", [] { return ::pthread_atfork(beforeFork, afterForkInParent, inChild); }));
+    }
+
+  private:
+    static void beforeFork() { s_process->m_lock.lock(); }
+    static void afterForkInParent() { s_process->m_lock.unlock(); }
+    static void inChild() {
+        for (Descriptor* const each :
+             {&s_process->m_starter, &s_process->m_reserved, &s_process->m_listener, &s_process->m_record})
+            each->close();
+        s_process->m_over = true;
+        s_process->m_lock.unlock();
+    }
+
+    // A process is a service once, and its object stays.
+    inline static ServiceProcess* s_process = nullptr;
+};
+
 ErrorCode ServiceProcess::accept(std::shared_ptr<ServiceProcess>& process) {
     // The mark of a start is looked for before anything is taken: standard input may be another program's socket.
     if (!beginsWith(STDIN_FILENO, encodeStart({}).substr(0, 4))) return errorFailedServiceControllerConnect;
@@ -83,27 +108,30 @@ ServiceProcess::ServiceProcess(std::vector<std::string> arguments, Descriptor st
                                Descriptor folder)
     : m_name(arguments.front()),
       m_arguments(std::move(arguments)),
+      m_folder(std::move(folder)),
       m_starter(std::move(starter)),
-      m_reserved(std::move(reserved)),
-      m_folder(std::move(folder)) {}
+      m_reserved(std::move(reserved)) {}
 
 ErrorCode ServiceProcess::start(ServiceManager::ServiceMain main) {
-    ErrorCode error = takeOver();
+    ErrorCode error = ForkHandlers::install(*this);
+    if (error == 0) error = takeOver();
     if (error == 0) error = launch(main);
     if (error == 0) awaitFirstReport();
-    ServiceReply reply{error, {}};
-    {
-        const std::lock_guard guard(m_lock);
-        reply.status = m_status;
-        m_told = true;
-        if (error != 0) m_record.close();
-    }
-    // Who started the process may be gone by now; the service runs all the same.
+    const std::lock_guard guard(m_lock);
+    m_told = true;
+    if (error != 0) giveUpRecord();
+    // The starter may be gone by now; the service runs anyway.
     RecordLock::release(m_reserved.get(), RecordLock::kStarting);
-    sendMessage(m_starter.get(), encodeReply(reply));
+    sendMessage(m_starter.get(), encodeReply({error, m_status}));
     m_reserved.close();
     m_starter.close();
     return error;
+}
+
+// The lock would stay for as long as a forked process has the descriptor, without this.
+void ServiceProcess::giveUpRecord() noexcept {
+    if (m_record.isOpen()) RecordLock::release(m_record.get(), RecordLock::kRunning);
+    m_record.close();
 }
 
 // From here on the service is this process.
@@ -119,6 +147,7 @@ ErrorCode ServiceProcess::takeOver() {
     m_wakeUp = Descriptor(systemCall("eventfd", [] { return ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK); }));
     if (!m_wakeUp.isOpen()) return errorFromErrno(errno);
     ::unlinkat(m_folder.get(), ServiceFiles::kSocket, 0);  // a process that was killed left it
+    ::unlinkat(m_folder.get(), ServiceFiles::kFailure, 0);
     if (const ErrorCode error = listenAt(m_folder.get(), ServiceFiles::kSocket, m_listener); error != 0) return error;
     m_spare = openNothing();
     return 0;
@@ -195,10 +224,19 @@ ErrorCode ServiceProcess::setStatus(const ServiceStatus& status) {
     // In this order: as soon as the lock is free another process may be the service, with a record and a socket of its
     // own.
     ::unlinkat(m_folder.get(), ServiceFiles::kSocket, 0);
-    m_record.close();
+    giveUpRecord();
     m_over = true;
     wake();
     return 0;
+}
+
+ErrorCode ServiceProcess::setFailureText(const std::string& text) {
+    const std::lock_guard guard(m_lock);
+    if (m_over) return errorInvalidHandle;
+    Descriptor file;
+    const int flags = O_WRONLY | O_CREAT | O_TRUNC;
+    if (const ErrorCode error = openFile(m_folder.get(), ServiceFiles::kFailure, flags, file); error != 0) return error;
+    return writeFile(file.get(), std::string_view(text).substr(0, ServiceFiles::kFailureLimit));
 }
 
 void ServiceProcess::write(const ServiceStatus& status) {
@@ -276,7 +314,10 @@ void ServiceProcess::serve() {
         if (polled[1].revents != 0) acceptConnection();
     }
     m_connections.clear();
-    m_listener.close();
+    {
+        const std::lock_guard guard(m_lock);
+        m_listener.close();
+    }
     // The process is about to end, and main best returns before what it uses is destroyed.
     waitForOne(m_main.get(), kMainPatience);
     m_main.reset();

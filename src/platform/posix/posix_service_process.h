@@ -30,13 +30,16 @@ class ServiceProcess : public std::enable_shared_from_this<ServiceProcess> {
 
     void setHandler(ServiceManager::ControlHandler handler);
     ErrorCode setStatus(const ServiceStatus& status);
+    ErrorCode setFailureText(const std::string& text);
     /// A supervisor's request that the process end. False when the service takes no stop.
     bool requestStop();
 
   private:
     struct MainCall;
+    struct ForkHandlers;
 
     static std::uint32_t runMain(void* call);
+    void giveUpRecord() noexcept;  // under m_lock
     ErrorCode takeOver();
     ErrorCode launch(ServiceManager::ServiceMain main);
     void awaitFirstReport();
@@ -55,16 +58,18 @@ class ServiceProcess : public std::enable_shared_from_this<ServiceProcess> {
 
     const std::string m_name;
     const std::vector<std::string> m_arguments;
-    Descriptor m_starter;   // where the process is started from: told once
-    Descriptor m_reserved;  // the record, with the lock of the start
     Descriptor m_folder;
-    Descriptor m_listener;
     Descriptor m_wakeUp;
     Descriptor m_spare;  // given up to answer a control when no descriptors are left
     std::vector<Descriptor> m_connections;
     OwnedHandle m_main;  // the thread that main runs on
 
-    std::mutex m_lock;  // guards what follows
+    // Guards what follows. Held while the process forks: a child drops the descriptors by which the service is seen to
+    // run, or is waited for.
+    std::mutex m_lock;
+    Descriptor m_starter;   // where the process is started from: told once
+    Descriptor m_reserved;  // the record, with the lock of the start
+    Descriptor m_listener;
     Descriptor m_record;
     ServiceStatus m_status;
     ServiceManager::ControlHandler m_handler = nullptr;

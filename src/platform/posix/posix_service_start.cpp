@@ -1,10 +1,10 @@
 // Starting a service: what it depends on, then its own process, up to the dispatcher.
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 
 #include "platform/clock.h"
@@ -18,25 +18,10 @@
 namespace KestSupport::platform {
 namespace {
 
-bool isProgram(const std::string& path) {
-    struct stat status {};
-    return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
-}
+std::atomic<bool> g_cancelled{false};
 
-// A path with blanks may have been registered as it is, the arguments behind it.
-std::string programLine(const std::string& commandLine) {
-    const std::vector<std::string> words = splitArguments(commandLine);
-    if (words.empty() || isProgram(words.front())) return commandLine;
-    for (std::size_t end = 0; end < commandLine.size();) {
-        end = std::min(commandLine.find(' ', end + 1), commandLine.size());
-        const std::string path = commandLine.substr(0, end);
-        if (isProgram(path)) return quoteArgument(path) + commandLine.substr(end);
-    }
-    return commandLine;
-}
-
-// The start of one service. While it lives nobody else starts the service, and whatever comes to pass, its record
-// tells the truth afterwards.
+// The start of one service. While it lives no other thread or process starts the service, and its record is correct in
+// every case.
 class ServiceStart {
   public:
     ServiceStart(const ServiceDatabase& database, const std::string& name)
@@ -73,6 +58,7 @@ class ServiceStart {
 
     /// Runs the program, and returns when it has reached the dispatcher, or has failed to.
     ErrorCode run(const std::vector<std::string>& arguments) {
+        if (g_cancelled) return errorProcessAborted;
         ServiceStatus status;
         status.serviceType = m_service.type;
         status.currentState = kServiceStartPending;
@@ -104,12 +90,14 @@ class ServiceStart {
             return error;
         }
         ProcessRequest request;
-        request.commandLine = programLine(m_service.commandLine);
+        request.commandLine = quoteProgram(m_service.commandLine);
         request.workingDirectory = m_database.stateDirectory();
-        // The service reports to its manager alone, not to the supervisor of who starts it.
+        // The service reports to its manager alone, not to the supervisor of the program that starts it.
         request.environment = {{"KEST_STATE_DIR", m_database.stateDirectory()}, {"NOTIFY_SOCKET", ""}};
         request.standardHandles = {theirs.get(), kNullDevice, kNullDevice};
         request.detached = true;
+        request.usualSurroundings = true;
+        request.announce = [record = m_record.get()](std::uint32_t id) { RecordLock::setProgram(record, id); };
         Process process;
         if (const ErrorCode error = process.start(request); error != 0) return error;
         theirs.close();
@@ -117,13 +105,19 @@ class ServiceStart {
     }
 
     static ErrorCode awaitDispatcher(int channel, Process& process) {
+        constexpr std::uint32_t lookAgainAfter = 100;  // milliseconds, for cancelStarts
         std::string message;
-        ErrorCode error = receiveMessage(channel, serviceTimeout(), kServiceReplySize + 1, message);
+        ErrorCode error = errorServiceRequestTimeout;
+        for (std::uint32_t left = serviceTimeout(); error == errorServiceRequestTimeout && left > 0 && !g_cancelled;) {
+            const std::uint32_t step = std::min(left, lookAgainAfter);
+            error = receiveMessage(channel, step, kServiceReplySize + 1, message);
+            left -= step;
+        }
         if (error == 0) {
             const auto reply = decodeReply(message);
             return reply ? reply->error : errorInvalidData;
         }
-        if (error == errorBrokenPipe) error = errorProcessAborted;
+        if (error == errorBrokenPipe || g_cancelled) error = errorProcessAborted;
         // It leads a group of its own; a script's programs end with it.
         constexpr std::uint32_t patience = 1000;  // milliseconds
         if (!process.wait(0)) ::kill(-static_cast<pid_t>(process.id()), SIGKILL);
@@ -149,7 +143,7 @@ bool awaitRunning(const ServiceFiles& files) {
         if (status.currentState != kServiceStartPending && status.currentState != kServiceContinuePending) {
             return status.currentState != kServiceStopped && status.currentState != kServiceStopPending;
         }
-        if (steadyTime() > end) return false;
+        if (steadyTime() > end || g_cancelled) return false;
         sleepThread(1);
     }
 }
@@ -172,6 +166,10 @@ bool ensureRunning(const ServiceDatabase& database, const std::string& name) {
 }
 
 }  // namespace
+
+void cancelStarts() noexcept {
+    g_cancelled = true;
+}
 
 ErrorCode checkDependencies(const ServiceDatabase& database, const StoredService& service) {
     StartOrder order([&](const std::string& name, std::vector<std::string>& needed) {

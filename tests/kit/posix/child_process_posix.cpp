@@ -172,6 +172,9 @@ void ChildProcess::interrupt() {
 void ChildProcess::requestEnd() {
     ::kill(m_state->process, SIGTERM);
 }
+void ChildProcess::kill() {
+    ::kill(m_state->process, SIGKILL);
+}
 
 int ChildProcess::wait() {
     while (m_state->readMore()) {

@@ -15,7 +15,7 @@
 // counts. Sets end at a '.', '$', '[', '*', '+' or '?' too; such a member is written with a backslash. A '-' that
 // begins a set is a member. "\0", "\^", "\e" and "\x" stand for no character at all, and a character of code zero ends
 // the literal or set that it stands in. Characters are compared exactly; in a range, narrow ones from 0x80 on come
-// before the others. A range keeps its characters one by one: up to 128 KiB for each in a wide pattern.
+// before the others. A compiled pattern takes memory in proportion to its size, less than 300 bytes per character.
 //
 // The search is a simple one, and differs from that of other matchers:
 //
@@ -30,8 +30,8 @@
 // It takes neither memory nor stack for the text's size. Only at log level 9, which tells each step with the whole
 // text, is it slow.
 //
-// Threads: searches run side by side with each other and with setPattern; each uses the pattern that was there when it
-// began. setPattern and replace exclude each other on one object.
+// Threads: searches and replacements run concurrently with each other and with setPattern; each uses the pattern that
+// was there when it began. No lock is held while a record is logged.
 //
 // Lifetime: not copied; a pattern is set once and used often.
 #pragma once
@@ -125,7 +125,7 @@ class KEST_SUPPORT_EXPORT KestRegularExpression {
     using Engine = KestRegularExpressionImplementation<StringType>;
 
     Engine m_engine;
-    mutable KestCriticalSectionObject m_lock{false};  // held while the pattern is set and while text is replaced
+    mutable KestCriticalSectionObject m_lock{false};  // held while the pattern is set, and by replace to read it
 };
 
 extern template class KEST_SUPPORT_EXPORT KestRegularExpressionImplementation<std::string>;

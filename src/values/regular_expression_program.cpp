@@ -12,12 +12,50 @@ StepKind kindOf(TokenType type) {
 
 }  // namespace
 
+template <typename CharT>
+CharacterSet<CharT>::CharacterSet(const std::vector<CharacterRange<CharT>>& ranges, bool isNegated)
+    : m_isNegated(isNegated) {
+    m_low.fill(isNegated);
+    for (const CharacterRange<CharT>& range : ranges) {
+        for (int place = range.first; place <= range.last; ++place) {
+            const auto code = static_cast<unsigned>(static_cast<Code>(place));
+            if (code >= kLow) {
+                m_high.push_back({code, static_cast<unsigned>(range.last)});
+                break;
+            }
+            m_low[code] = !isNegated;
+        }
+    }
+    orderHighRanges();
+    if (m_high.size() < kManyRanges) return;
+    m_bits.resize(65536);
+    for (const HighRange& range : m_high)
+        std::fill(m_bits.begin() + range.first, m_bits.begin() + range.last + 1, true);
+    m_high = {};
+}
+
+// Joins ranges that overlap.
+template <typename CharT>
+void CharacterSet<CharT>::orderHighRanges() {
+    std::sort(m_high.begin(), m_high.end(), [](const HighRange& a, const HighRange& b) { return a.first < b.first; });
+    std::size_t count = 0;
+    for (const HighRange& range : m_high) {
+        if (count > 0 && range.first <= m_high[count - 1].last) {
+            m_high[count - 1].last = std::max(m_high[count - 1].last, range.last);
+        } else {
+            m_high[count++] = range;
+        }
+    }
+    m_high.resize(count);
+    m_high.shrink_to_fit();
+}
+
 template <typename StringType>
 Step<StringType>::Step(const ExpressionToken<StringType>& from)
     : token(&from), kind(kindOf(from.type)), size(kind == StepKind::Literal ? from.segment.size() : 1) {
     if (kind == StepKind::Literal && size > 0) literal = LiteralSearch<CharType>(from.segment);
     if (kind == StepKind::Set) {
-        set = std::make_unique<CharacterSet<CharType>>(from.segment, from.type == TokenType::NotInSet);
+        set = std::make_unique<CharacterSet<CharType>>(from.ranges, from.type == TokenType::NotInSet);
     }
 }
 

@@ -5,6 +5,7 @@
 // it was made from.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -18,35 +19,40 @@
 
 namespace KestSupport::internal {
 
-/// The characters that a set takes, negation included.
+/// The characters that a set takes, negation included. Low codes have a table. The others have ordered ranges; from
+/// kManyRanges of them on, which take a pattern of a similar size, there is a bit for each code.
 template <typename CharT>
 class CharacterSet {
   public:
-    CharacterSet(std::basic_string_view<CharT> members, bool isNegated) : m_isNegated(isNegated) {
-        m_low.fill(isNegated);
-        for (const CharT member : members) {
-            const Code code = static_cast<Code>(member);
-            if (code < kLow) {
-                m_low[code] = !isNegated;
-            } else {
-                if (m_high.empty()) m_high.resize(65536, false);
-                m_high[code] = true;
-            }
-        }
-    }
+    CharacterSet(const std::vector<CharacterRange<CharT>>& ranges, bool isNegated);
 
     bool contains(CharT c) const {
         const Code code = static_cast<Code>(c);
         if (sizeof(CharT) == 1 || code < kLow) return m_low[code];
-        return (!m_high.empty() && m_high[code]) != m_isNegated;
+        return isHighMember(code) != m_isNegated;
     }
 
   private:
     using Code = std::make_unsigned_t<CharT>;
+    struct HighRange {
+        unsigned first;
+        unsigned last;
+    };
     static constexpr unsigned kLow = 256;
+    static constexpr std::size_t kManyRanges = 64;
+
+    bool isHighMember(unsigned code) const {
+        if (!m_bits.empty()) return m_bits[code];
+        // The first range that does not end before the code.
+        const auto range = std::lower_bound(m_high.begin(), m_high.end(), code,
+                                            [](const HighRange& each, unsigned c) { return each.last < c; });
+        return range != m_high.end() && range->first <= code;
+    }
+    void orderHighRanges();
 
     std::array<bool, kLow> m_low;
-    std::vector<bool> m_high;  // the members of all codes, when any is not low
+    std::vector<HighRange> m_high;  // members that are not low: in order, without overlap
+    std::vector<bool> m_bits;       // in place of m_high, when there are many
     bool m_isNegated;
 };
 
@@ -66,7 +72,7 @@ struct Step {
     bool isRepeated() const {
         return size == 1 && (token->factor == TokenFactor::ZeroOrMore || token->factor == TokenFactor::OneOrMore);
     }
-    /// A match needs this literal at some place: to go on behind it, the walk has to have found it at least once.
+    /// A match needs this literal at some place: to continue after it, the walk has to have found it at least once.
     bool isNeededLiteral() const { return kind == StepKind::Literal && size > 0 && !isOptional(); }
 
     const ExpressionToken<StringType>* token;

@@ -1,5 +1,6 @@
 #include "values/regular_expression_tokens.h"
 
+#include <algorithm>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -29,7 +30,7 @@ class PatternParser {
             m_token = Token();
             if (!readToken()) return m_failure;
             if (!m_carried) readFactor();
-            m_token.segment.resize(std::min(m_token.segment.size(), m_token.segment.find(CharType{})));
+            cutAtZero();
             m_tokens.push_back(std::move(m_token));
         }
         return nullptr;
@@ -37,6 +38,8 @@ class PatternParser {
 
   private:
     using CharType = typename StringType::value_type;
+    using Range = CharacterRange<CharType>;
+    using Place = typename Range::Place;
 
     bool fail(const char* reason) {
         m_failure = reason;
@@ -97,10 +100,7 @@ class PatternParser {
                 case '+':
                 case '?':
                     // The repetition is for the last character alone, which becomes a literal of its own.
-                    if (m_token.segment.size() > 1) {
-                        m_carried = m_token.segment.back();
-                        m_token.segment.pop_back();
-                    }
+                    if (hasSeveral()) m_carried = takeLast();
                     return true;
                 case '\\':
                     if (!appendEscaped()) return false;
@@ -112,7 +112,7 @@ class PatternParser {
                 ++m_next;
                 return true;
             }
-            if (isSet() && c == '-' && !m_token.segment.empty()) {
+            if (isSet() && c == '-' && !m_token.ranges.empty()) {
                 if (!appendRange()) return false;
                 continue;
             }
@@ -147,27 +147,65 @@ class PatternParser {
         }
     }
 
-    // From the last member, which thus stands there twice, to the character behind the '-'.
+    // From the last member, which becomes a member a second time, to the character after the '-'.
     bool appendRange() {
         if (m_next + 1 == m_pattern.size()) return fail(kOpenRange);
-        const int first = placeOf(m_token.segment.back());
-        const int last = placeOf(m_pattern[m_next + 1]);
+        const Place first = m_token.ranges.back().last;
+        const Place last = static_cast<Place>(placeOf(m_pattern[m_next + 1]));
         if (first > last) return fail(kBackwardRange);
-        for (int place = first; place <= last; ++place)
-            append(static_cast<CharType>(place));
+        m_token.ranges.push_back({first, last});
         m_next += 2;
         return true;
     }
 
-    // Narrow characters from 0x80 on are negative in the order of ranges, whatever a char is to the compiler.
-    static int placeOf(CharType c) {
-        if constexpr (sizeof(CharType) == 1) return static_cast<signed char>(c);
-        return c;
+    bool append(CharType c) {
+        if (!isSet()) {
+            m_token.segment += c;
+            return true;
+        }
+        auto& ranges = m_token.ranges;
+        const Place place = static_cast<Place>(placeOf(c));
+        if (!ranges.empty() && place == ranges.back().last + 1) {
+            ranges.back().last = place;
+        } else {
+            ranges.push_back({place, place});
+        }
+        return true;
     }
 
-    bool append(CharType c) {
-        m_token.segment += c;
-        return true;
+    bool hasSeveral() const {
+        const auto& ranges = m_token.ranges;
+        if (!isSet()) return m_token.segment.size() > 1;
+        return ranges.size() > 1 || (ranges.size() == 1 && ranges.front().first != ranges.front().last);
+    }
+
+    CharType takeLast() {
+        if (!isSet()) {
+            const CharType last = m_token.segment.back();
+            m_token.segment.pop_back();
+            return last;
+        }
+        auto& range = m_token.ranges.back();
+        const auto last = static_cast<CharType>(range.last);
+        if (range.first == range.last) {
+            m_token.ranges.pop_back();
+        } else {
+            --range.last;
+        }
+        return last;
+    }
+
+    void cutAtZero() {
+        m_token.segment.resize(std::min(m_token.segment.size(), m_token.segment.find(CharType{})));
+        auto& ranges = m_token.ranges;
+        auto cut =
+            std::find_if(ranges.begin(), ranges.end(), [](const Range& r) { return r.first <= 0 && 0 <= r.last; });
+        if (cut == ranges.end()) return;
+        if (cut->first < 0) {
+            cut->last = -1;
+            ++cut;
+        }
+        ranges.erase(cut, ranges.end());
     }
 
     void readFactor() {

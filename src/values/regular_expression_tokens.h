@@ -1,11 +1,17 @@
 // What a pattern is compiled into: a flat list of tokens.
 //
+//   CharacterRange   members of a set that follow each other
 //   ExpressionToken  one token
 //   compilePattern   reads a pattern into tokens
+//
+// Memory: in proportion to the pattern. A set keeps its ranges as ranges: a wide pattern of 18 KB may name 65,536
+// characters in each of several thousand ranges.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace KestSupport::internal {
@@ -21,12 +27,43 @@ enum class TokenType : std::int32_t {
 
 enum class TokenFactor : std::int32_t { One, ZeroOrOne, ZeroOrMore, OneOrMore };
 
-/// A literal of more than one character has the factor One: a repetition takes its last character away from it.
+/// The place of a character in the order of ranges. Narrow characters from 0x80 on are negative, whatever a char is to
+/// the compiler.
+template <typename CharT>
+int placeOf(CharT c) {
+    if constexpr (sizeof(CharT) == 1) return static_cast<signed char>(c);
+    return c;
+}
+
+/// The characters from the first place to the last, both included.
+template <typename CharT>
+struct CharacterRange {
+    using Place = std::conditional_t<sizeof(CharT) == 1, std::int8_t, std::uint16_t>;
+
+    Place first;
+    Place last;
+
+    friend bool operator==(const CharacterRange&, const CharacterRange&) = default;
+};
+
+/// A literal of more than one character has the factor One: a repetition takes its last character away from it. A zero
+/// character ends a literal or a set and is not part of it.
 template <typename StringType>
 struct ExpressionToken {
+    using CharType = typename StringType::value_type;
+
     TokenType type = TokenType::Literal;
     TokenFactor factor = TokenFactor::One;
-    StringType segment;  ///< of a literal or a set, whose ranges are spelled out; up to its first zero character
+    StringType segment;  ///< the characters of a literal
+    /// The members of a set, in the order of the pattern. Each range is as long as it can be, so two sets of the same
+    /// members in the same order have equal ranges.
+    std::vector<CharacterRange<CharType>> ranges;
+
+    bool hasMember(CharType c) const {
+        const int place = placeOf(c);
+        return std::any_of(ranges.begin(), ranges.end(),
+                           [place](const auto& range) { return range.first <= place && place <= range.last; });
+    }
 
     friend bool operator==(const ExpressionToken&, const ExpressionToken&) = default;
 };

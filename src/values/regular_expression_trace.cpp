@@ -81,7 +81,7 @@ class TracedWalk {
     }
 
     bool tryToken(const Token& token) {
-        const auto isMember = [&] { return token.segment.find(m_text[m_position]) != npos; };
+        const auto isMember = [&] { return token.hasMember(m_text[m_position]); };
         const bool isInside = m_position < m_text.size();
         switch (token.type) {
             case TokenType::Begin:

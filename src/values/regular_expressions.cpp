@@ -59,7 +59,7 @@ bool KestRegularExpressionImplementation<StringType>::compile(const StringType& 
     StringType kept = isCompiled ? pattern : StringType();
     Snapshot compiled = std::make_shared<internal::CompiledExpression<StringType>>(std::move(tokens));
     const KestCriticalSection guard(m_tokenLock, true);
-    // What is replaced is freed behind the lock.
+    // The old tokens are freed after the lock is released.
     m_pCompiled.swap(compiled);
     if (isCompiled) m_pattern.swap(kept);
     return isCompiled;
@@ -137,8 +137,10 @@ StringType KestRegularExpression<StringType>::match(const StringType& text, std:
 template <typename StringType>
 StringType KestRegularExpression<StringType>::replace(const StringType& text, const StringType& replacement, int mode,
                                                       std::size_t start) const {
-    const KestCriticalSection guard(m_lock, true);
+    KestCriticalSection guard(m_lock, true);
     const auto compiled = m_engine.snapshot();
+    // Traces are logged below, and another thread may replace text in the middle of its record.
+    guard.unlock();
     // The traces show the text as it has become. Otherwise it is put together in one go: a search looks at nothing in
     // front of its start, so it finds the same in the original.
     const bool isTraced = internal::currentLogLevel() >= internal::kExpressionTraceLevel;

@@ -24,7 +24,7 @@ std::size_t findNaively(const std::vector<KestSupport::internal::ExpressionToken
     std::size_t p = start;
     bool begin = false, end = false;
     for (std::size_t t = 0; t < tokens.size();) {
-        const auto& [type, factor, segment] = tokens[t];
+        const auto& [type, factor, segment, ranges] = tokens[t];
         const bool optional = factor == Factor::ZeroOrOne || factor == Factor::ZeroOrMore;
         const bool onTopOfEqual = !stack.empty() && tokens[stack.back().token] == tokens[t];
         std::size_t place = p, size = 0;
@@ -36,7 +36,7 @@ std::size_t findNaively(const std::vector<KestSupport::internal::ExpressionToken
             if (!stack.empty() && place != p) place = S::npos;
         } else {
             size = 1;
-            const bool inside = p < text.size(), member = inside && segment.find(text[p]) != S::npos;
+            const bool inside = p < text.size(), member = inside && tokens[t].hasMember(text[p]);
             if (!inside || (type == Type::InSet && !member) || (type == Type::NotInSet && member)) place = S::npos;
         }
         if (place != S::npos) {

@@ -41,13 +41,24 @@ std::vector<ExpressionToken<S>> tokensOf(const S& pattern, std::string& message)
     return tokens;
 }
 
+// The characters of a literal, or all members of a set.
+template <typename S>
+S segmentOf(const ExpressionToken<S>& token) {
+    S segment = token.segment;
+    for (const auto& range : token.ranges) {
+        for (int place = range.first; place <= range.last; ++place)
+            segment += static_cast<typename S::value_type>(place);
+    }
+    return segment;
+}
+
 // A type's and a factor's letter with the segment in between, and the failure.
 template <typename S>
 std::string compiled(const S& pattern) {
     std::string message, all;
     for (const auto& token : tokensOf(pattern, message)) {
         all += "iola^$"[static_cast<int>(token.type)];
-        for (const auto c : token.segment)
+        for (const auto c : segmentOf(token))
             all += static_cast<char>(c);
         all += "1?*+"[static_cast<int>(token.factor)];
         all += ' ';
@@ -97,13 +108,24 @@ TYPED_TEST(RegularExpressionsTest, PatternsAreCompiledIntoTokens) {
 
 TEST(RegularExpressionsOfBothTypesTest, RangesFollowTheOrderOfTheCharacters) {
     std::string message;
-    EXPECT_EQ(129u, tokensOf("[\x80-\x7F]"s, message)[0].segment.size()) << "from -128 up to zero, which ends it";
+    EXPECT_EQ(129u, segmentOf(tokensOf("[\x80-\x7F]"s, message)[0]).size()) << "from -128 up to zero, which ends it";
     EXPECT_EQ("invalid endpoint in range", compiled("[a-\x80]"s));
     EXPECT_EQ("invalid endpoint in range", compiled(as<wstring16>("[\x80-\x7F]")));
-    EXPECT_EQ(17u, tokensOf(wstring16{'[', 0xFFF0, '-', 0xFFFF, ']'}, message)[0].segment.size());
+    EXPECT_EQ(17u, segmentOf(tokensOf(wstring16{'[', 0xFFF0, '-', 0xFFFF, ']'}, message)[0]).size());
     Expression<wstring16> wide;
     wide.setPattern({'x', '[', '^', 0x100, '-', 0x102, ']', '+'});
     EXPECT_EQ((wstring16{'x', 0xFF, 0x103, 'a', 0x200}), wide.match({'x', 0xFF, 0x103, 'a', 0x200, 0x101}, 0));
+    // Ranges that overlap, then ones that do not, in an order of no pattern; as many as have a bit for each code.
+    wstring16 text, many{'['}, members;
+    for (unsigned i = 0; i < 70; ++i) {
+        const auto low = static_cast<unsigned short>(0xF8 + i * 37 % 70 * (i < 35 ? 2 : 9));
+        many += {low, '-', static_cast<unsigned short>(low + 4)};
+        const auto token = tokensOf(many + wstring16{']'}, message)[0];
+        wide.setPattern(many + wstring16{']'});
+        for (unsigned short c = 0xF0; c < 0x380; c = static_cast<unsigned short>(c + 1))
+            ASSERT_EQ(token.hasMember(c) ? 0 : npos, wide.find({c}, 0)) << c;
+        EXPECT_LE(token.ranges.size(), 2 * (i + 1));
+    }
 }
 
 // The naive walk is checked by these as well.
@@ -248,6 +270,7 @@ TYPED_TEST(RegularExpressionsTest, TextsOfAnySizeAreSearched) {
     EXPECT_EQ("0 10001", found<TypeParam>(longPattern, "b" + much));
 }
 
+// Nothing is locked while a step is traced: a thread may search in the middle of its own record.
 TEST(RegularExpressionsOfBothTypesTest, SearchesSeeTheOldPatternOrTheNewOne) {
     Expression<std::string> expression("a+");
     std::atomic<bool> isDone{false};
@@ -261,6 +284,15 @@ TEST(RegularExpressionsOfBothTypesTest, SearchesSeeTheOldPatternOrTheNewOne) {
         EXPECT_TRUE((match == "aaa" || match == "bb") && (replaced == "-bbb" || replaced == "aaa-b"));
     }
     setter.join();
+    const kit::LogCapture log;
+    std::thread tracing([&] {
+        for (int i = 0; i < 300; ++i)
+            expression.replace("aaabbb", "-", 1, 0);
+    });
+    for (int i = 0; i < 300; ++i)
+        log.getInstance() << KestSupport::setloglevel(9) << "a" << expression.replace("aaabbb", "-", 1, 0)
+                          << &KestSupport::endrecord;
+    tracing.join();
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "support/program_options.h"
 
+#include <algorithm>
 #include <string_view>
 
 #include "support/exceptions.h"
@@ -19,23 +20,59 @@ std::string_view nameOf(std::string_view option) {
     return option.substr(0, option.find('='));
 }
 
-// Looks for the name between a colon and either of its ends; the plain one comes first, wherever it stands.
-LongOption findLongOption(std::string_view longSpec, std::string_view name) {
-    LongOption found = LongOption::kUnknown;
-    for (std::size_t at = longSpec.find(name, 1); at != std::string_view::npos; at = longSpec.find(name, at + 1)) {
-        if (longSpec[at - 1] != ':') continue;
-        const std::string_view end = longSpec.substr(at + name.size());
-        if (end.starts_with(':')) return LongOption::kPlain;
-        if (end.starts_with(".:")) found = LongOption::kTakesNextArgument;
+// The names of a long specification. A short one is searched as a text. The entries of a longer one are ordered, which
+// takes more time than the few searches of a small command line, and a search is a binary one. An entry is all that
+// follows a colon, since a name that is looked for may have colons itself.
+class LongOptions {
+  public:
+    explicit LongOptions(std::string_view specification) : m_specification(specification) {
+        constexpr std::size_t kLongestUnordered = 256;
+        if (specification.size() <= kLongestUnordered) return;
+        for (std::size_t at = specification.find(':'); at != npos; at = specification.find(':', at + 1))
+            m_entries.push_back(specification.substr(at + 1));
+        std::sort(m_entries.begin(), m_entries.end());
     }
-    return found;
-}
+
+    LongOption find(std::string_view name) const {
+        if (m_entries.empty()) return findInText(name);
+        if (has(name, ":")) return LongOption::kPlain;
+        return has(name, ".:") ? LongOption::kTakesNextArgument : LongOption::kUnknown;
+    }
+
+  private:
+    static constexpr std::size_t npos = std::string_view::npos;
+
+    // Looks for the name between a colon and either of its ends. The plain entry is first, wherever it is.
+    LongOption findInText(std::string_view name) const {
+        LongOption found = LongOption::kUnknown;
+        for (std::size_t at = m_specification.find(name, 1); at != npos; at = m_specification.find(name, at + 1)) {
+            if (m_specification[at - 1] != ':') continue;
+            const std::string_view end = m_specification.substr(at + name.size());
+            if (end.starts_with(':')) return LongOption::kPlain;
+            if (end.starts_with(".:")) found = LongOption::kTakesNextArgument;
+        }
+        return found;
+    }
+    // Compares as much of the entry as the name and its end are long.
+    static int compare(std::string_view entry, std::string_view name, std::string_view end) {
+        const int order = entry.substr(0, name.size()).compare(name);
+        return order != 0 ? order : entry.substr(name.size(), end.size()).compare(end);
+    }
+    bool has(std::string_view name, std::string_view end) const {
+        const auto entry = std::partition_point(m_entries.begin(), m_entries.end(),
+                                                [&](std::string_view each) { return compare(each, name, end) < 0; });
+        return entry != m_entries.end() && compare(*entry, name, end) == 0;
+    }
+
+    const std::string_view m_specification;
+    std::vector<std::string_view> m_entries;  // empty for a short specification
+};
 
 }  // namespace
 
 struct KestProgramOptions::Specification {
     std::string_view shortSpec;
-    std::string_view longSpec;
+    LongOptions longOptions;
 };
 
 // What is left of the command line.
@@ -65,7 +102,7 @@ KestProgramOptions::KestProgramOptions(int argc, char** argv, bool allowSlash) {
 
 KestProgramOptions::KestProgramOptions(int argc, char** argv, const std::string& shortSpec, const std::string& longSpec,
                                        bool allowSlash) {
-    const Specification specification{shortSpec, longSpec};
+    const Specification specification{shortSpec, LongOptions(longSpec)};
     parse(argc, argv, &specification, allowSlash);
 }
 
@@ -75,7 +112,7 @@ KestProgramOptions::KestProgramOptions(const std::string& commandLine, bool allo
 
 KestProgramOptions::KestProgramOptions(const std::string& commandLine, const std::string& shortSpec,
                                        const std::string& longSpec, bool allowSlash) {
-    const Specification specification{shortSpec, longSpec};
+    const Specification specification{shortSpec, LongOptions(longSpec)};
     parse(commandLine, &specification, allowSlash);
 }
 
@@ -154,7 +191,7 @@ void KestProgramOptions::addOption(const char* text, Arguments& arguments, const
 
 // False when there is no such long option.
 bool KestProgramOptions::addLongOption(const char* option, Arguments& arguments, const Specification& specification) {
-    switch (findLongOption(specification.longSpec, nameOf(option))) {
+    switch (specification.longOptions.find(nameOf(option))) {
         case LongOption::kPlain:
             m_options.addProperty(option, '=');
             return true;

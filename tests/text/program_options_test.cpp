@@ -40,8 +40,13 @@ void check(const Row& row, const KestProgramOptions& options) {
     }
 }
 
-const Make specified = [](int argc, char** argv) {
-    return KestProgramOptions(argc, argv, "ab:c", ":file.:mode:help:", true);
+const std::string kLongSpec = ":file.:mode:help:";
+const Make specified = [](int argc, char** argv) { return KestProgramOptions(argc, argv, "ab:c", kLongSpec, true); };
+// Short and long specifications are searched in different ways.
+const Make specifiedAmongMany = [](int argc, char** argv) {
+    std::string longSpec = "help:f:models.:none.:z";
+    longSpec.append(300, 'z').append(kLongSpec);
+    return KestProgramOptions(argc, argv, "ab:c", longSpec, true);
 };
 
 }  // namespace
@@ -61,8 +66,14 @@ TEST(ProgramOptions, TakeEveryOptionWithoutSpecificationsOrThoseThatTheyName) {
          {{"p", "--file", "--mode", "/help", "-bhelp"}, {{"file", "--mode"}, {"mode", "absent"}, {"b", "help"}}, {}}},
         {specified, {{"p", "--file=f", "g", "-b", "", "-b= x"}, {{"file=f", "g"}, {"file", "absent"}, {"b", ""}}, {}}},
         {specified, {{"p", "-file", "f", "-help=now", "--mode"}, {{"file", "f"}, {"help", "now"}, {"mode", ""}}, {}}}};
-    for (const auto& [make, row] : rows)
+    for (const auto& [make, row] : rows) {
         check(row, madeOf(row.command, make));
+        if (&row >= &rows[3].second) check(row, madeOf(row.command, specifiedAmongMany));
+    }
+    // A name may have colons, and a plain entry goes before another of its name.
+    for (const std::string& more : {std::string(), std::string(300, 'm')})
+        check({{""}, {{"a:b", "1"}, {"d", ""}, {"e", "f"}}, {"x"}},
+              KestProgramOptions(" --a:b=1 -d x -e f", "", more + ":d.:a:b:c.:d:e.:", false));
     char* nothing[] = {nullptr};
     check({{""}, {}, {}}, KestProgramOptions(0, nothing, false));
 }
@@ -77,13 +88,14 @@ TEST(ProgramOptions, RefuseWhatTheSpecificationsDoNotName) {
         rows.emplace_back("-" + option, noData + (option.starts_with('-') ? option.substr(1) : option));
     rows.insert(rows.end(), {{"-dx", unknown + "-d"},
                              {"-=x", unknown + "-="},
-                             {"--modes=x", unknown + "--modes"},
+                             {"--mode.=x", unknown + "--mode."},
                              {"--=x", unknown + "--"},
                              {"/d", unknown + "-d"},
                              {"/", unknown + "-"}});
     for (const auto& [text, failure] : rows) {
         const std::string& option = text;
         EXPECT_EQ(failureOf([&] { madeOf({"prog", "x", option}, specified); }), failure);
+        EXPECT_EQ(failureOf([&] { madeOf({"p", option}, specifiedAmongMany); }), failure);
         EXPECT_EQ(failureOf([&] { KestProgramOptions("prog \t" + option, "ab:c", ":file.:mode:", true); }), failure);
     }
     EXPECT_EQ(failureOf([] { KestProgramOptions("prog -a --b", "", "", false); }), unknown + "-a");

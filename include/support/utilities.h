@@ -64,9 +64,13 @@ KEST_SUPPORT_EXPORT bool KestExecuteProgram(const std::string& commandLine, bool
 KEST_SUPPORT_EXPORT bool KestExecuteProgramEx(const std::string& commandLine, void* standardInput, void* standardOutput,
                                               bool wait, void** process, int* exitCode);
 
-/// The text with each <name> replaced, from the left, by the environment variable of that name; by nothing when there
-/// is none. References that a value brings in are replaced too. A '<' without a '>' ends the work. So do 1,000
-/// replacements, and a result of more than 1 MiB: a value may refer to itself.
+/// The text, of any size, with each <name> replaced, from the left, by the environment variable of that name; by nothing
+/// when there is none. References that a value brings in are replaced too. A '<' without a '>' ends the work.
+///
+/// Two kinds of references stay as they are, and expansion continues after them. The first refers to itself: its '>'
+/// came out of the value of a reference of the same name, directly or through other values. The second is in a value
+/// and has no room: all values that references inside values bring in have at most 1 MiB plus 100 times the size of
+/// the text. Takes time in proportion to the text and the values.
 KEST_SUPPORT_EXPORT std::string KestExpandString(const std::string& text);
 /// The same; the first value of a property goes before an environment variable.
 KEST_SUPPORT_EXPORT std::string KestExpandString(const std::string& text, KestProperties<std::string>& properties);

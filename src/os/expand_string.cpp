@@ -1,6 +1,9 @@
 #include <cstddef>
 #include <cstdlib>
-#include <string_view>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "support/utilities.h"
 #include "text/log_record.h"
@@ -9,42 +12,119 @@ namespace KestSupport {
 namespace {
 
 constexpr int kLogTrace = 9;
-constexpr int kMostReplacements = 1000;
-constexpr std::size_t kLongestResult = std::size_t{1024} * 1024;
+
+// Bounds what references inside values bring in: values of two references each, thirty levels deep, would otherwise
+// make a text of a thousand million characters.
+constexpr std::size_t kGrowthOfAnyText = std::size_t{1024} * 1024;
+constexpr std::size_t kGrowthPerCharacter = 100;
 
 std::string environmentVariable(const std::string& name) {
     const char* const value = std::getenv(name.c_str());
     return value == nullptr ? std::string() : value;
 }
 
-// What is left of the first '<' never changes again, so it is set aside once. A value without a '<' joins it; one with
-// a '<' goes back in front of the rest, since its references, and those that it begins, are next.
+// One expansion. What is left to read is a stack: the text at the bottom, and above it the values of references, each
+// above the source that its reference ends in. A source stays on the stack until something after it is read. So the
+// names on the stack are those that the next '>' came out of, at any depth. For example, with a = "x<b>" and b = "<a>",
+// the text "<a>!" is read like this:
+//
+//   stack, the part that is left        read       result
+//   "<a>!"                              <a>
+//   "!", a: "x<b>"                      x <b>      x
+//   "!", a: "", b: "<a>"                <a>        x<a>      a is on the stack, so <a> refers to itself
+//   "!"                                 !          x<a>!
+//
+// Every character is read once, so the time is linear in the text and the values.
+template <typename Lookup>
+class Expansion {
+  public:
+    Expansion(const std::string& text, Lookup lookup)
+        : m_lookup(std::move(lookup)), m_growthLeft(kGrowthOfAnyText + kGrowthPerCharacter * text.size()) {
+        m_sources.push_back({text, 0, m_names.end()});
+    }
+
+    std::string run() {
+        std::string reference;
+        while (copyUpToReference()) {
+            reference.clear();
+            const bool isReference = takeReference(reference);
+            if (!isReference || !replace(reference)) m_result += reference;
+        }
+        return std::move(m_result);
+    }
+
+  private:
+    using Names = std::set<std::string>;
+    struct Source {
+        std::string text;
+        std::size_t position;
+        Names::iterator name;  // of the reference whose value this is; end for the text
+    };
+
+    // False at the end of everything.
+    bool copyUpToReference() {
+        while (!m_sources.empty()) {
+            Source& source = m_sources.back();
+            const std::size_t begin = source.text.find('<', source.position);
+            m_result.append(source.text, source.position, begin - source.position);
+            source.position = begin;
+            if (begin != std::string::npos) return true;
+            dropSource();
+        }
+        return false;
+    }
+
+    // Reads up to the first '>'. False when there is none; then everything has been read.
+    bool takeReference(std::string& reference) {
+        while (!m_sources.empty()) {
+            Source& source = m_sources.back();
+            const std::size_t end = source.text.find('>', source.position);
+            if (end != std::string::npos) {
+                reference.append(source.text, source.position, end + 1 - source.position);
+                source.position = end + 1;
+                return true;
+            }
+            reference.append(source.text, source.position);
+            dropSource();
+        }
+        return false;
+    }
+
+    void dropSource() {
+        if (m_sources.back().name != m_names.end()) m_names.erase(m_sources.back().name);
+        m_sources.pop_back();
+    }
+
+    // False when the reference stays as it is. The source on top of the stack is the one that it ends in.
+    bool replace(const std::string& reference) {
+        std::string name = reference.substr(1, reference.size() - 2);
+        if (m_names.contains(name)) return false;
+        internal::logRecord(kLogTrace, "KestExpandString: Lookup ", name);
+        std::string value = m_lookup(name);
+        if (m_sources.size() > 1) {
+            if (value.size() > m_growthLeft) return false;
+            m_growthLeft -= value.size();
+        }
+        if (value.find('<') == std::string::npos) {
+            m_result += value;
+        } else {
+            m_sources.push_back({std::move(value), 0, m_names.end()});
+            m_sources.back().name = m_names.insert(std::move(name)).first;
+        }
+        return true;
+    }
+
+    Lookup m_lookup;
+    std::size_t m_growthLeft;
+    Names m_names;  // of all sources but the text
+    std::vector<Source> m_sources;
+    std::string m_result;
+};
+
 template <typename Lookup>
 std::string expand(const std::string& text, Lookup lookup) {
     internal::logRecord(kLogTrace, "KestExpandString: expand = ", text);
-    std::string result;
-    std::string rest = text;
-    std::size_t position = 0;
-    for (int count = 0; count < kMostReplacements; ++count) {
-        const std::size_t begin = rest.find('<', position);
-        const std::size_t end = begin == std::string::npos ? begin : rest.find('>', begin);
-        if (end == std::string::npos || result.size() + rest.size() - position > kLongestResult) break;
-        const std::string name = rest.substr(begin + 1, end - begin - 1);
-        internal::logRecord(kLogTrace, "KestExpandString: Lookup ", name);
-        const std::string value = lookup(name);
-        result.append(rest, position, begin - position);
-        position = end + 1;
-        if (value.find('<') == std::string::npos) {
-            result += value;
-        } else if (value.size() <= position) {
-            position -= value.size();
-            rest.replace(position, value.size(), value);
-        } else {
-            rest.replace(0, position, value);
-            position = 0;
-        }
-    }
-    result.append(rest, position);
+    std::string result = Expansion(text, std::move(lookup)).run();
     internal::logRecord(kLogTrace, "KestExpandString: result = ", result);
     return result;
 }

@@ -90,13 +90,16 @@ TEST(ExpandString, ReplacesReferencesFromTheLeftUntilNoneIsLeftOrAValueRefersToI
     environment.set("KEST_HOME", "/h");
     environment.set("KEST_NONE", std::nullopt);
     KestProperties<std::string> properties;
-    for (const char* line :
-         {"p=1", "p=2", "nest=<KEST_HOME>/n", "open=<KEST_", "close=a>b", "same=<same>", "grows=x<grows>"})
+    for (const char* line : {"p=1", "p=2", "nest=<KEST_HOME>/n", "open=<KEST_", "close=a>b", "same=<same>",
+                             "grows=x<grows>", "ping=<pong>.", "pong=<p><ping>"})
         properties.addProperty(line, '=');
-    properties.addProperty("big", std::string(100'000, 'y') + "<big><big>");
-    std::string references;
-    for (int i = 0; i < 1001; ++i)
-        references += "<p>";
+    for (int i = 0; i < 30; ++i)
+        properties.addProperty("twice" + std::to_string(i),
+                               "<twice" + std::to_string(i + 1) + ">y<twice" + std::to_string(i + 1) + ">");
+    properties.addProperty("big", std::string(100'000, 'y') + "<p><big><p>");
+    std::string references(1024 * 1024, '>'), replaced = references;
+    for (int i = 0; i < 2000; ++i)
+        references += "<p>", replaced += '1';
     const std::pair<std::string, std::string> rows[] = {{"x<KEST_HOME>y<p>", "x/hy1"},
                                                         {"<nest><KEST_HOME>>", "/h/n/h>"},
                                                         {"a>b<p>x<KEST_HOME", "a>b1x<KEST_HOME"},
@@ -104,12 +107,14 @@ TEST(ExpandString, ReplacesReferencesFromTheLeftUntilNoneIsLeftOrAValueRefersToI
                                                         {"<open>HOME>.", "/h."},
                                                         {"<close><x<KEST_HOME>", "a>b"},
                                                         {"<same>", "<same>"},
-                                                        {"<grows>", std::string(1000, 'x') + "<grows>"},
-                                                        {references, std::string(1000, '1') + "<p>"}};
+                                                        {"<grows>!<p><grows>", "x<grows>!1x<grows>"},
+                                                        {"<ping>!<pong>", "1<ping>.!1<pong>."},
+                                                        {"<big>", std::string(100'000, 'y') + "1<big>1"},
+                                                        {references, replaced}};
     for (const auto& [text, result] : rows)
         EXPECT_EQ(KestExpandString(text, properties), result);
-    const std::size_t size = KestExpandString("<big>", properties).size();
-    EXPECT_TRUE(size > 1024u * 1024 && size < 1024u * 1024 + 100'020) << size;
+    const std::string most = KestExpandString("<twice0><p>", properties);
+    EXPECT_TRUE(most.size() > 50'000 && most.size() < 1024 * 1024 + 1100 + 22 && most.ends_with(">1")) << most.size();
     const kit::LogCapture log;
     properties.addProperty("KEST_HOME", "property");
     EXPECT_EQ(KestExpandString("a<KEST_HOME>", properties), "aproperty");

@@ -1,7 +1,6 @@
 #include "support/observer.h"
 
-#include <algorithm>
-
+#include "core/dependent_list.h"
 #include "support/locales.h"
 
 namespace KestSupport {
@@ -10,6 +9,7 @@ KestNotification::~KestNotification() = default;
 KestEventNotification::~KestEventNotification() = default;
 PropertyChanged::~PropertyChanged() = default;
 KestDependent::~KestDependent() = default;
+KestCollaborator::KestCollaborator() noexcept = default;
 KestCollaborator::~KestCollaborator() = default;
 
 PropertyChanged::PropertyChanged(const std::string& propertyName) : m_propertyName(propertyName) {}
@@ -21,18 +21,19 @@ void KestDependent::handleNotification(KestCollaborator&, const KestNotification
 
 void KestCollaborator::addDependent(KestDependent& dependent) {
     const KestCriticalSection guard(m_lock, true);
-    m_dependents.push_back(&dependent);
+    if (m_pDependents == nullptr) m_pDependents = std::make_unique<internal::DependentList>();
+    m_pDependents->add(dependent);
 }
 
 void KestCollaborator::removeDependent(KestDependent& dependent) {
     const KestCriticalSection guard(m_lock, true);
-    m_dependents.erase(std::remove(m_dependents.begin(), m_dependents.end(), &dependent), m_dependents.end());
+    if (m_pDependents != nullptr) m_pDependents->remove(dependent);
 }
 
 void KestCollaborator::notify(const KestNotification& notification) {
     KestCriticalSection guard(m_lock, true);
-    for (std::uint32_t position = 0; position < m_dependents.size(); ++position) {
-        KestDependent* const dependent = m_dependents[position];
+    internal::DependentList::Walk walk;
+    while (KestDependent* const dependent = m_pDependents == nullptr ? nullptr : m_pDependents->next(walk)) {
         guard.unlock();
         dependent->handleNotification(*this, notification);
         guard.lock();

@@ -4,9 +4,12 @@
 
 #include <algorithm>
 #include <functional>
+#include <memory>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace KestSupport {
 namespace {
@@ -58,6 +61,41 @@ TEST_F(Observed, AHandlerMayAddADependentToTheWalkAndNotifyAgain) {
         sender.notify(KestNotification(6));
     };
     EXPECT_EQ(notified(), "ababcc");
+}
+
+// Against a plain list and a position in it. Each call of a handler changes the list at random, down to few entries and
+// up to many again.
+TEST_F(Observed, AWalkByPositionSeesEveryChangeAmongAnyNumberOfDependents) {
+    std::mt19937 random(3);
+    std::vector<std::unique_ptr<Recorder>> dependents;
+    std::vector<Recorder*> list;
+    std::size_t position = 0, wanted = 0;
+    const auto change = [&] {
+        Recorder* const one = dependents[random() % dependents.size()].get();
+        if (random() % 1000 < (list.size() < wanted ? 950 : 50)) {
+            collaborator.addDependent(*one);
+            list.push_back(one);
+        } else {
+            collaborator.removeDependent(*one);
+            list.erase(std::remove(list.begin(), list.end(), one), list.end());
+        }
+    };
+    for (int i = 0; i < 700; ++i) {
+        Recorder* const one = dependents.emplace_back(new Recorder(record, 'd')).get();
+        one->action = [&, one](KestCollaborator&) {
+            ASSERT_EQ(list.at(position++), one);
+            for (auto changes = random() % 3 * (random() % 3); changes > 0; --changes)
+                change();
+        };
+    }
+    for (const std::size_t most : {50, 600, 10, 400, 0, 200}) {
+        wanted = most;
+        for (int i = 0; i < 1200; ++i)
+            change();
+        position = 0;
+        collaborator.notify(KestNotification(1));
+        EXPECT_GE(position, list.size());
+    }
 }
 
 TEST_F(Observed, AnExceptionEndsTheWalkAndLeavesNoLockTaken) {

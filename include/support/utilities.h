@@ -64,8 +64,8 @@ KEST_SUPPORT_EXPORT bool KestExecuteProgram(const std::string& commandLine, bool
 KEST_SUPPORT_EXPORT bool KestExecuteProgramEx(const std::string& commandLine, void* standardInput, void* standardOutput,
                                               bool wait, void** process, int* exitCode);
 
-/// The text, of any size, with each <name> replaced, from the left, by the environment variable of that name; by nothing
-/// when there is none. References that a value brings in are replaced too. A '<' without a '>' ends the work.
+/// The text, of any size, with each <name> replaced, from the left, by the environment variable of that name; by
+/// nothing when there is none. References that a value brings in are replaced too. A '<' without a '>' ends the work.
 ///
 /// Two kinds of references stay as they are, and expansion continues after them. The first refers to itself: its '>'
 /// came out of the value of a reference of the same name, directly or through other values. The second is in a value

@@ -18,6 +18,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -96,6 +97,15 @@ class KEST_SUPPORT_EXPORT KestService {
     /// The manager's handle for status reports; null before the manager has called.
     void setStatusHandle(void* handle) noexcept;
     void* getStatusHandle() const noexcept;
+
+    /// Makes the service one that reads its settings again on request; called before start. The request is the
+    /// manager's control 6 ("parameter change") or, on Linux, SIGHUP; without this call the manager refuses the one,
+    /// and the other has the effect that it has on any program. `reload` is called once for each request, from the
+    /// beginning of start until its end, so perhaps before startIt and after stopIt. It runs on a thread of the manager
+    /// or of the console, perhaps on both at once, and a request to stop waits until it returns. What it throws is
+    /// logged at level 1; the sender of the control gets error 1064. A program that was started with SIGHUP ignored, as
+    /// nohup does, ignores it.
+    void acceptReload(std::function<void()> reload);
 
     /// Does nothing.
     void AddToMessageLog(const std::string& message);

@@ -1,5 +1,6 @@
 #include "support/service.h"
 
+#include <optional>
 #include <utility>
 
 #include "os/service_host.h"
@@ -14,14 +15,16 @@ using internal::ServiceHost;
 
 namespace {
 
-// While it lives, control events of the console stop the service.
-struct ConsoleEvents {
-    const bool heard = platform::addConsoleHandler(ServiceHost::onConsoleEvent);
-    ConsoleEvents() = default;
-    ConsoleEvents(const ConsoleEvents&) = delete;
-    ConsoleEvents& operator=(const ConsoleEvents&) = delete;
-    ~ConsoleEvents() {
-        if (heard) platform::removeConsoleHandler(ServiceHost::onConsoleEvent);
+// While it lives, the handler meets the events of its kind.
+struct ConsoleHandling {
+    const platform::ConsoleHandler handler;
+    const bool added;
+    ConsoleHandling(platform::ConsoleHandler wanted, platform::ConsoleEvents kind)
+        : handler(wanted), added(platform::addConsoleHandler(wanted, kind)) {}
+    ConsoleHandling(const ConsoleHandling&) = delete;
+    ConsoleHandling& operator=(const ConsoleHandling&) = delete;
+    ~ConsoleHandling() {
+        if (added) platform::removeConsoleHandler(handler);
     }
 };
 
@@ -56,6 +59,8 @@ bool KestService::start(const std::string& arguments, bool runAsService) {
     // A request that the former run did not consume must not end this one. One before the first run counts.
     if (std::exchange(m_pRecord->hasRun, true)) m_event.reset();
     ServiceHost::beginRun(*this);
+    std::optional<ConsoleHandling> reloads;
+    if (m_pRecord->reload) reloads.emplace(ServiceHost::onReload, platform::ConsoleEvents::reload);
     bool started = true;
     if (runAsService) {
         runUnderManager();
@@ -92,7 +97,7 @@ bool KestService::runInConsole(const std::string& arguments) {
     } const stoppedAtTheEnd{*this};
 
     ServiceHost::enter(*this, RUNNING);
-    const ConsoleEvents consoleEvents;
+    const ConsoleHandling endings(ServiceHost::onConsoleEvent, platform::ConsoleEvents::ending);
     toldAtTheEnd.status = "Stopped";
     platform::tellSupervisor(SupervisorNews::ready, "Running");
     logRecord(9, "KestService::start: waiting for service to exit");
@@ -131,6 +136,10 @@ void KestService::setStatusHandle(void* handle) noexcept {
 
 void* KestService::getStatusHandle() const noexcept {
     return m_pRecord->statusHandle;
+}
+
+void KestService::acceptReload(std::function<void()> reload) {
+    m_pRecord->reload = std::move(reload);
 }
 
 void KestService::AddToMessageLog(const std::string&) {}

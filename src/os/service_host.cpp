@@ -17,13 +17,24 @@ std::uint32_t g_checkPoint = 1;  // guarded by g_reportLock
 
 constinit std::atomic<KestService*> g_current{nullptr};
 
-// A dependent of the stop event may throw; the service then continues as before.
-void stopLogged(KestService& service) {
+// Does what was asked for. What it throws is logged and reaches the caller.
+template <typename Request>
+void carryOut(const char* name, const Request& request) {
     try {
-        service.stop();
+        request();
     } catch (...) {
-        logRecord(1, "KestService: a request to stop failed: ", describeException());
+        logRecord(1, "KestService: a request to ", name, " failed: ", describeException());
         throw;
+    }
+}
+
+// The same for a request that has no caller. The next one tries again.
+template <typename Request>
+void carryOutForConsole(const char* name, const Request& request) {
+    try {
+        carryOut(name, request);
+    } catch (...) {
+        return;
     }
 }
 
@@ -64,7 +75,9 @@ void ServiceHost::onControl(std::uint32_t control) {
     KestService* const service = g_current.load(std::memory_order_acquire);
     if (service == nullptr) return;
     if (control == platform::kServiceControlStop) {
-        stopLogged(*service);
+        carryOut("stop", [&] { service->stop(); });
+    } else if (control == platform::kServiceControlParameterChange && reload(*service)) {
+        carryOut("reload", reload(*service));
     } else {
         report(*service, state(*service), 0, 0);
     }
@@ -74,11 +87,14 @@ bool ServiceHost::onConsoleEvent(std::uint32_t event) {
     if (event != platform::kConsoleControlC && event != platform::kConsoleControlBreak) return false;
     KestService* const service = g_current.load(std::memory_order_acquire);
     if (service == nullptr) return false;
-    try {
-        stopLogged(*service);
-    } catch (...) {
-        // The event counts as handled. The next one tries again.
-    }
+    carryOutForConsole("stop", [&] { service->stop(); });
+    return true;
+}
+
+bool ServiceHost::onReload(std::uint32_t) {
+    KestService* const service = g_current.load(std::memory_order_acquire);
+    if (service == nullptr || !reload(*service)) return false;
+    carryOutForConsole("reload", reload(*service));
     return true;
 }
 
@@ -91,7 +107,9 @@ bool ServiceHost::send(KestService& service, std::uint32_t state, std::uint32_t 
     if (!record.runAsService) return true;
     const std::lock_guard guard(g_reportLock);
     platform::ServiceStatus& status = record.status;
-    status.controlsAccepted = state == KestService::START_PENDING ? 0 : platform::kServiceAcceptStop;
+    const std::uint32_t accepted =
+        platform::kServiceAcceptStop | (record.reload ? platform::kServiceAcceptParameterChange : 0);
+    status.controlsAccepted = state == KestService::START_PENDING ? 0 : accepted;
     status.currentState = state;
     status.exitCode = exitCode;
     status.waitHint = waitHint;

@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -22,7 +23,8 @@ struct ServiceRecord {
     std::atomic<KestService::tState> state{KestService::STOPPED};
     std::atomic<bool> runAsService{false};
     std::atomic<platform::ServiceManager::Handle> statusHandle{nullptr};
-    bool hasRun = false;  // start has been called; only start looks
+    bool hasRun = false;           // start has been called; only start looks
+    std::function<void()> reload;  // set before start; empty: the service accepts no reload
     // Guarded by the lock of reports:
     platform::ServiceStatus status;
     bool stopTaken = false;  // the service acts on a request to stop, so the request can no longer be withdrawn
@@ -32,10 +34,12 @@ class ServiceHost {
   public:
     /// For the manager: brings the service up and returns when it runs or has failed.
     static void serviceMain(const std::vector<std::string>& arguments);
-    /// For the manager: stop, or say the present state again.
+    /// For the manager: stop, reload, or report the present state again.
     static void onControl(std::uint32_t control);
     /// For the console: Ctrl+C and Ctrl+Break stop the service.
     static bool onConsoleEvent(std::uint32_t event);
+    /// For the console: a request to read the settings again.
+    static bool onReload(std::uint32_t event);
 
     /// Whom these reach: the latest service made. getService goes on naming it after its end; here it is forgotten.
     static void setCurrent(KestService* service) noexcept;
@@ -63,6 +67,7 @@ class ServiceHost {
 
     static std::atomic<KestService::tState>& state(KestService& service) { return service.m_pRecord->state; }
     static KestEvent& stopEvent(KestService& service) { return service.m_event; }
+    static const std::function<void()>& reload(KestService& service) { return service.m_pRecord->reload; }
     static void setStatusHandle(KestService& service, void* handle) { service.setStatusHandle(handle); }
     static bool startIt(KestService& service, const std::string& arguments) { return service.startIt(arguments); }
     static bool stopIt(KestService& service) { return service.stopIt(); }

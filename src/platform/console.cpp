@@ -11,11 +11,18 @@
 namespace KestSupport::platform {
 namespace {
 
+struct Registration {
+    ConsoleHandler handler;
+    ConsoleEvents kind;
+
+    bool operator==(const Registration&) const = default;
+};
+
 // Stays: an event may arrive while static objects are being destroyed.
 struct HandlerList {
     std::mutex lock;  // guards everything below and the back end's calls; never held while a handler runs
     std::condition_variable handlerReturned;
-    std::vector<ConsoleHandler> handlers;
+    std::vector<Registration> handlers;
     ConsoleHandler running = nullptr;
     std::thread::id runner;
 };
@@ -26,18 +33,25 @@ HandlerList& list() {
     return g_list.get();
 }
 
-// Walks a copy: a handler may change the list. One that has been removed meanwhile is passed over.
+bool hasHandlers(const HandlerList& all, ConsoleEvents kind) {
+    return std::any_of(all.handlers.begin(), all.handlers.end(),
+                       [&](const Registration& each) { return each.kind == kind; });
+}
+
+// Walks a copy: a handler may change the list. A handler that has been removed since is skipped.
 void offerToHandlers(std::uint32_t event) {
     HandlerList& all = list();
     std::unique_lock guard(all.lock);
     all.runner = std::this_thread::get_id();
-    const std::vector<ConsoleHandler> offered = all.handlers;
+    const ConsoleEvents kind = event == kConsoleReload ? ConsoleEvents::reload : ConsoleEvents::ending;
+    const std::vector<Registration> offered = all.handlers;
     bool taken = false;
-    for (auto handler = offered.rbegin(); handler != offered.rend() && !taken; ++handler) {
-        if (std::find(all.handlers.begin(), all.handlers.end(), *handler) == all.handlers.end()) continue;
-        all.running = *handler;
+    for (auto each = offered.rbegin(); each != offered.rend() && !taken; ++each) {
+        if (each->kind != kind) continue;
+        if (std::find(all.handlers.begin(), all.handlers.end(), *each) == all.handlers.end()) continue;
+        all.running = each->handler;
         guard.unlock();
-        taken = (*handler)(event);
+        taken = each->handler(event);
         guard.lock();
         all.running = nullptr;
         all.handlerReturned.notify_all();
@@ -47,21 +61,23 @@ void offerToHandlers(std::uint32_t event) {
 
 }  // namespace
 
-bool addConsoleHandler(ConsoleHandler handler) {
+bool addConsoleHandler(ConsoleHandler handler, ConsoleEvents kind) {
     HandlerList& all = list();
     const std::lock_guard guard(all.lock);
-    if (all.handlers.empty() && !openConsoleEvents(offerToHandlers)) return false;
-    all.handlers.push_back(handler);
+    if (!hasHandlers(all, kind) && !openConsoleEvents(kind, offerToHandlers)) return false;
+    all.handlers.push_back({handler, kind});
     return true;
 }
 
 bool removeConsoleHandler(ConsoleHandler handler) {
     HandlerList& all = list();
     std::unique_lock guard(all.lock);
-    const auto latest = std::find(all.handlers.rbegin(), all.handlers.rend(), handler);
+    const auto latest = std::find_if(all.handlers.rbegin(), all.handlers.rend(),
+                                     [&](const Registration& each) { return each.handler == handler; });
     if (latest == all.handlers.rend()) return false;
+    const ConsoleEvents kind = latest->kind;
     all.handlers.erase(std::next(latest).base());
-    if (all.handlers.empty()) closeConsoleEvents();
+    if (!hasHandlers(all, kind)) closeConsoleEvents(kind);
     const bool inHandler = all.running != nullptr && all.runner == std::this_thread::get_id();
     if (!inHandler) all.handlerReturned.wait(guard, [&] { return all.running != handler; });
     return true;

@@ -56,6 +56,8 @@ class ChildProcess {
     /// What a supervisor sends to end a program.
     void requestEnd();
     void kill();
+    /// What asks a service to read its settings again.
+    void hangUp();
 
     /// Waits for the end and returns the exit code; for a child that a signal ended, the signal's number with a minus.
     int wait();

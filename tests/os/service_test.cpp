@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <functional>
 #include <regex>
+#include <stdexcept>
 
 #include "kit/child_process.h"
 #include "kit/failing_calls.h"
@@ -38,6 +39,7 @@ class TestService : public KestService {
     }
     void describe(const std::string& text) { m_description.assign(text.begin(), text.end()); }
     void addArguments(const std::string& text) { m_arguments = text; }
+    using KestService::acceptReload;
     using KestService::getEventObject;
     using KestService::getStatusHandle;
     using KestService::ReportStatusToSCMgr;
@@ -127,6 +129,34 @@ TEST(Service, ARequestToStopThatFailsChangesNothingAndTheNextOneStops) {
         // A start that fails ends although the event cannot be set.
         service.onStart = [&] { return objector.objections = 1000, false; };
         EXPECT_EQ(service.start("", asService), asService);
+    }
+}
+
+TEST(Service, ReadsItsSettingsAgainOnRequestWhenItAcceptsThat) {
+    for (const bool asService : {false, true}) {
+        RecordingServiceManager manager;
+        const kit::LogCapture log(1);
+        TestService service;
+        std::atomic<int> reloads{0};
+        service.acceptReload([&] {
+            if (++reloads == 2) throw std::runtime_error("unreadable");
+        });
+        std::thread other([&] {
+            if (asService) manager.awaitReport(4);
+            kit::await([&] { return service.state() == KestService::RUNNING; });
+            for (int i = 1; i <= 3; ++i) {
+                std::raise(SIGHUP);
+                kit::await([&] { return reloads == i; });
+            }
+            if (asService) manager.send(6);
+            service.stop();
+        });
+        EXPECT_TRUE(service.start("", asService));
+        other.join();
+        EXPECT_EQ(reloads, asService ? 4 : 3);
+        EXPECT_EQ(log.messages(), Texts{"KestService: a request to reload failed: unreadable"});
+        const Texts reports = manager.reports();
+        EXPECT_EQ(std::count(reports.begin(), reports.end(), "4 accepted=9 exit=0 hint=0"), asService ? 1 : 0);
     }
 }
 

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <mutex>
 #include <semaphore>
+#include <tuple>
 
 #include "kit/child_process.h"
 #include "kit/failing_calls.h"
@@ -28,7 +29,7 @@ bool hear(std::uint32_t event) {
     if (who == 'l') removeConsoleHandler(hear<who, takesControlC, takesBreak>);
     {
         const std::lock_guard guard(g_lock);
-        g_heard += {who, static_cast<char>('0' + event)};
+        g_heard += {who, event == kConsoleReload ? 'r' : static_cast<char>('0' + event)};
         g_handlerThread = std::this_thread::get_id();
     }
     g_called.release();
@@ -37,6 +38,7 @@ bool hear(std::uint32_t event) {
 constexpr ConsoleHandler takesAll = hear<'a', true, true>;
 constexpr ConsoleHandler takesControlC = hear<'c', true, false>;
 constexpr ConsoleHandler takesNothing = hear<'n', false, false>;
+constexpr ConsoleHandler reloads = hear<'d', true, true>;
 constexpr ConsoleHandler leavesByItself = hear<'l', true, true>;
 
 std::string heardAfter(int signal, int calls) {
@@ -54,6 +56,10 @@ TEST(Console, OffersAnEventToTheLastRegisteredFirstUntilOneTakesIt) {
     EXPECT_EQ(heardAfter(SIGINT, 2), "n0c0");
     EXPECT_EQ(heardAfter(SIGTERM, 3), "n1c1a1");
     EXPECT_NE(g_handlerThread, std::this_thread::get_id());
+    ASSERT_TRUE(addConsoleHandler(reloads, ConsoleEvents::reload));
+    EXPECT_EQ(heardAfter(SIGHUP, 1), "dr") << "the others are for other events";
+    EXPECT_EQ(heardAfter(SIGTERM, 3), "n1c1a1");
+    EXPECT_TRUE(removeConsoleHandler(reloads));
     ASSERT_TRUE(addConsoleHandler(takesNothing));
     EXPECT_TRUE(removeConsoleHandler(takesControlC));
     EXPECT_EQ(heardAfter(SIGINT, 3), "n0n0a0") << "added twice, called twice";
@@ -98,11 +104,13 @@ TEST(Console, AFailingSystemCallLeavesTheHandlerOutAndALaterAttemptSucceeds) {
 const ChildRole g_child("child", [](const std::vector<std::string>& arguments) {
     const std::string& kind = arguments.at(0);
     if (kind == "untaken") {
-        addConsoleHandler([](std::uint32_t event) {
+        const ConsoleHandler refuses = [](std::uint32_t event) {
             std::printf("offered %u\n", event);
             std::fflush(stdout);
             return false;
-        });
+        };
+        addConsoleHandler(refuses);
+        addConsoleHandler(refuses, ConsoleEvents::reload);
     } else if (kind == "removed") {
         addConsoleHandler(takesAll);
         removeConsoleHandler(takesAll);
@@ -120,16 +128,27 @@ TEST(Console, AnEventThatNobodyTakesEndsTheProcess) {
     for (const std::string kind : {"plain", "untaken", "removed", "refused", "child of a program that takes events"}) {
         const bool takesEvents = kind.starts_with("child");
         ASSERT_TRUE(!takesEvents || addConsoleHandler(takesAll));
-        for (const bool interrupt : {true, false}) {
+        for (const auto& [send, signal, event] : {std::tuple{&ChildProcess::interrupt, SIGINT, "0"},
+                                                  {&ChildProcess::requestEnd, SIGTERM, "1"},
+                                                  {&ChildProcess::hangUp, SIGHUP, "256"}}) {
             ChildProcess child = ChildProcess::inRole("child", {kind});
             ASSERT_TRUE(child.waitForOutput("ready")) << kind;
-            interrupt ? child.interrupt() : child.requestEnd();
-            EXPECT_EQ(child.wait(), interrupt ? -SIGINT : -SIGTERM) << kind;
-            const std::string offered = kind != "untaken" ? "" : interrupt ? "offered 0\n" : "offered 1\n";
-            EXPECT_EQ(child.output(), "ready\n" + offered);
+            (child.*send)();
+            EXPECT_EQ(child.wait(), -signal) << kind;
+            EXPECT_EQ(child.output(), kind != "untaken" ? "ready\n" : std::string("ready\noffered ") + event + "\n");
         }
         EXPECT_EQ(removeConsoleHandler(takesAll), takesEvents);
     }
+}
+
+TEST(Console, AHangUpThatWasIgnoredBeforeStaysIgnored) {
+    const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
+    ChildProcess child(self, {"--child-role=child", "untaken"}, {"", "trap '' HUP"});
+    ASSERT_TRUE(child.waitForOutput("ready"));
+    child.hangUp();
+    child.interrupt();
+    EXPECT_EQ(child.wait(), -SIGINT);
+    EXPECT_EQ(child.output(), "ready\noffered 0\n");
 }
 
 const ChildRole asksForTerminals("asks for terminals", [](const std::vector<std::string>&) {

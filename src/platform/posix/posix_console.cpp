@@ -1,6 +1,7 @@
-// Terminals, and SIGINT and SIGTERM as control events. A signal handler counts the signal and posts a semaphore, both
-// of which a signal handler may do; one thread takes the counts and delivers. No signal is blocked for it, so that
-// nothing of this passes to a child: a caught signal has its default effect again in the program that a child executes.
+// Terminals, and SIGINT, SIGTERM and SIGHUP as control events. A signal handler counts the signal and posts a
+// semaphore, both of which a signal handler may do; one thread takes the counts and delivers. No signal is blocked for
+// it, so that nothing of this passes to a child: a caught signal has its default effect again in the program that a
+// child executes.
 #include <dlfcn.h>
 #include <pthread.h>
 #include <semaphore.h>
@@ -20,13 +21,15 @@ namespace {
 struct EventSignal {
     int number;
     std::uint32_t event;
+    ConsoleEvents kind;
     std::atomic<unsigned> pending{0};
     struct sigaction before = {};  // written while no handler of ours is installed
 };
 
 // Static storage without constructors or destructors: a signal may arrive at any time of the process's life.
-constinit std::array<EventSignal, 2> g_signals{EventSignal{SIGINT, kConsoleControlC},
-                                               EventSignal{SIGTERM, kConsoleControlBreak}};
+constinit std::array<EventSignal, 3> g_signals{EventSignal{SIGINT, kConsoleControlC, ConsoleEvents::ending},
+                                               EventSignal{SIGTERM, kConsoleControlBreak, ConsoleEvents::ending},
+                                               EventSignal{SIGHUP, kConsoleReload, ConsoleEvents::reload}};
 sem_t g_arrived;
 std::atomic<pid_t> g_owner{0};  // the process that the delivering thread belongs to
 std::atomic<ConsoleEventSink> g_sink{nullptr};
@@ -90,6 +93,13 @@ bool startDelivery() {
 }
 
 bool catchSignal(EventSignal& which) {
+    // A SIGHUP that was ignored when the program started stays ignored, for the programs that this one starts too.
+    struct sigaction present = {};
+    sigaction(which.number, nullptr, &present);
+    if (which.kind == ConsoleEvents::reload && present.sa_handler == SIG_IGN) {
+        which.before = present;
+        return true;
+    }
     struct sigaction ours = {};
     ours.sa_handler = onSignal;
     ours.sa_flags = SA_RESTART;
@@ -103,17 +113,23 @@ bool isTerminal(StandardStream stream) noexcept {
     return ::isatty(static_cast<int>(stream)) == 1;
 }
 
-bool openConsoleEvents(ConsoleEventSink sink) {
+bool openConsoleEvents(ConsoleEvents kind, ConsoleEventSink sink) {
     g_sink.store(sink, std::memory_order_release);
-    if (!startDelivery() || !catchSignal(g_signals[0])) return false;
-    if (catchSignal(g_signals[1])) return true;
-    sigaction(g_signals[0].number, &g_signals[0].before, nullptr);
-    return false;
+    if (!startDelivery()) return false;
+    for (std::size_t i = 0; i < g_signals.size(); ++i) {
+        if (g_signals[i].kind != kind || catchSignal(g_signals[i])) continue;
+        while (i-- > 0) {
+            if (g_signals[i].kind == kind) sigaction(g_signals[i].number, &g_signals[i].before, nullptr);
+        }
+        return false;
+    }
+    return true;
 }
 
-void closeConsoleEvents() {
-    for (const EventSignal& each : g_signals)
-        sigaction(each.number, &each.before, nullptr);
+void closeConsoleEvents(ConsoleEvents kind) {
+    for (const EventSignal& each : g_signals) {
+        if (each.kind == kind) sigaction(each.number, &each.before, nullptr);
+    }
 }
 
 // The delivering thread blocks all signals, so this one reaches it where it is let in, under the former disposition.

@@ -175,6 +175,9 @@ void ChildProcess::requestEnd() {
 void ChildProcess::kill() {
     ::kill(m_state->process, SIGKILL);
 }
+void ChildProcess::hangUp() {
+    ::kill(m_state->process, SIGHUP);
+}
 
 int ChildProcess::wait() {
     while (m_state->readMore()) {

@@ -4,7 +4,7 @@
 // The library converts its own texts (of exceptions, notifications, log records) through getDefaultLocale(true).
 //
 // Threads: all operations may be called by any thread at any time, also from static constructors and destructors. As
-// with every reader of the environment, no other thread may change it meanwhile.
+// with every reader of the environment, no other thread may change it at the same time.
 #pragma once
 
 #include <support/export.h>
@@ -31,11 +31,13 @@ class KEST_SUPPORT_EXPORT KestLocaleFactory {
     static std::locale getLocale(Language language);
 
     /// The ISO code of the language: the locale's name up to its first '_' (all of it if there is none), as a code if
-    /// it is a known language's name ("German" gives "de"), else as it is.
+    /// it is a known language's name ("German" gives "de"), else as it is. In a locale that is composed of categories
+    /// the name of LC_MESSAGES counts; where that is no language's ("C"), the name of LC_CTYPE.
     static std::string getLanguage(const std::locale& locale);
 
     /// The ISO code of the country: the locale's name between its first '_' (its start if there is none) and the next
-    /// '.', as a code if it is a known country's name ("Germany" gives "DE"), else as it is.
+    /// '.', as a code if it is a known country's name ("Germany" gives "DE"), else as it is. The name is the same as
+    /// for the language.
     static std::string getCountry(const std::locale& locale);
 };
 

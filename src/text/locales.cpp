@@ -46,6 +46,31 @@ std::string codeOf(const NamedCode (&table)[Size], std::string_view name) {
     return std::string(row == table + Size ? name : row->code);
 }
 
+// The part of a category in a name that is composed of categories ("LC_CTYPE=de_DE.UTF-8;LC_NUMERIC=C;..."); empty when
+// the name has none.
+std::string_view partOf(std::string_view name, std::string_view category) {
+    while (!name.empty()) {
+        const std::string_view part = name.substr(0, name.find(';'));
+        if (part.substr(0, category.size()) == category) return part.substr(category.size());
+        name.remove_prefix(std::min(part.size() + 1, name.size()));
+    }
+    return {};
+}
+
+bool namesALanguage(std::string_view name) {
+    const std::string_view language = name.substr(0, name.find('.'));
+    return !language.empty() && language != "C" && language != "POSIX";
+}
+
+// The name in which language and country are looked for.
+std::string decidingName(const std::locale& locale) {
+    const std::string name = locale.name();
+    const std::string_view messages = partOf(name, "LC_MESSAGES=");
+    const std::string_view characters = partOf(name, "LC_CTYPE=");
+    const std::string_view deciding = namesALanguage(messages) || characters.empty() ? messages : characters;
+    return deciding.empty() ? name : std::string(deciding);
+}
+
 std::locale makeDefaultLocale() {
     try {
         return std::locale("");
@@ -106,12 +131,12 @@ std::locale KestLocaleFactory::getLocale(Language language) {
 }
 
 std::string KestLocaleFactory::getLanguage(const std::locale& locale) {
-    const std::string name = locale.name();
+    const std::string name = decidingName(locale);
     return codeOf(languageCodes, std::string_view(name).substr(0, name.find('_')));
 }
 
 std::string KestLocaleFactory::getCountry(const std::locale& locale) {
-    const std::string name = locale.name();
+    const std::string name = decidingName(locale);
     const std::size_t separator = name.find('_');
     std::string_view country = name;
     if (separator != std::string::npos) country.remove_prefix(separator + 1);

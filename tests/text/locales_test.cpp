@@ -21,7 +21,10 @@ using namespace KestSupport;
 // with each locale looked for.
 const kit::ChildRole tells("tells of locales", [](const std::vector<std::string>& names) -> int {
     for (const std::string& name : names) {
-        const std::locale locale(name);
+        // NAME+MESSAGES
+        const std::size_t plus = name.find('+');
+        std::locale locale(name.substr(0, plus));
+        if (plus != std::string::npos) locale = std::locale(locale, name.substr(plus + 1), std::locale::messages);
         std::puts((KestLocaleFactory::getLanguage(locale) + " " + KestLocaleFactory::getCountry(locale)).c_str());
     }
     for (const int language : {0, 1, 2, 3, 4, 5, 6, 7, -1}) {
@@ -47,11 +50,12 @@ TEST(Locales, CodesComeFromTheLocalesNameAndLanguagesAreFoundByTheirNameOrTheSys
         std::filesystem::create_directory_symlink("/usr/lib/locale/C.utf8", folder.pathOf(name));
     for (const std::string& name : names)
         std::filesystem::create_directory_symlink("/usr/lib/locale/C.utf8", folder.pathOf(name));
-    names.insert(names.end(), {"de_DE.UTF-8", "C"});
+    names.insert(names.end(), {"de_DE.UTF-8", "C", "de_DE.UTF-8+C", "C+es_MX.UTF-8", "English+de_DE.UTF-8"});
     auto child = kit::ChildProcess::inRole("tells of locales", names);
     EXPECT_EQ(child.wait(), 0);
     EXPECT_EQ(child.output(),
               "de DE\nes ES\nen US\nElvish Elvish\nzh CN\nfr New_Caledonia\nde DE\nC C\n"
+              "de DE\nes MX\nde DE\n"
               "de_DE.UTF-8\nbad locale name\nes_MX.UTF-8\nbad locale name\nbad locale name\nchinese\nbad locale name\n"
               "English\nEnglish\n");
     // A locale with a facet of its own has no name.

@@ -7,6 +7,7 @@
 // A pulse reaches the threads that wait at that moment, and nobody else; prefer set where a waiter may be late.
 #pragma once
 
+#include <atomic>
 #include <vector>
 
 #include "support/export.h"
@@ -32,7 +33,7 @@ class KEST_SUPPORT_EXPORT KestEvent {
     virtual ~KestEvent();
 
     /// Notifies the dependents, then signals. What a dependent throws reaches the caller, and the event is not
-    /// signalled.
+    /// signalled. A plain KestEvent that never had a dependent allocates nothing, so its set cannot fail.
     virtual void set();
     /// Clears the signal; nobody is notified.
     virtual void reset();
@@ -43,7 +44,10 @@ class KEST_SUPPORT_EXPORT KestEvent {
     /// The address at which the event's platform handle is stored (a platform::WaitObject*); null for an inert event.
     virtual void* getHandle();
 
-    void addDependent(KestDependent& dependent) { m_collaborator.addDependent(dependent); }
+    void addDependent(KestDependent& dependent) {
+        m_hadDependents.store(true, std::memory_order_release);
+        m_collaborator.addDependent(dependent);
+    }
     void removeDependent(KestDependent& dependent) { m_collaborator.removeDependent(dependent); }
 
     /// Waits for all of the events, or for any one of them. All: the signals are consumed together or not at all. Any:
@@ -62,6 +66,7 @@ class KEST_SUPPORT_EXPORT KestEvent {
     void notifyDependents();
 
     KestCollaborator m_collaborator;
+    std::atomic<bool> m_hadDependents{false};   // set by the first dependent, never cleared
     platform::WaitObject** m_handle = nullptr;  // a cell of its own; set once
 };
 

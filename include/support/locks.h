@@ -25,7 +25,7 @@ class CriticalSection;
 class WaitObject;
 }  // namespace KestSupport::platform
 
-/// Counts holders without the library's reference-count lock, because that lock is built from one of these.
+/// Counts holders without a locked instruction, since those do not count from two threads at once.
 class KEST_SUPPORT_EXPORT LockBase : public KestSupport::KestObjectBase {
   public:
     LockBase() = default;
@@ -54,20 +54,20 @@ struct KEST_SUPPORT_EXPORT LockImplementation : public LockBase {
   private:
     const bool m_isCriticalSection;
     KestSupport::platform::CriticalSection* m_criticalSection = nullptr;  // critical-section mode
-    KestSupport::platform::WaitObject* m_mutex = nullptr;                 // mutex mode
-    // Mutex mode: levels held by the owner. Only the owner writes it; lockCount reads it from any thread.
-    std::atomic<std::uint32_t> m_lockCount{0};
+    KestSupport::platform::WaitObject* m_mutex = nullptr;                 // mutex mode; it counts its levels
 };
 
 namespace KestSupport {
 
-/// A recursive lock. An object that is constructed and never used costs nothing but its own bytes.
+/// A recursive lock. An object that is constructed and never used costs nothing but its own bytes. Its construction is
+/// done at compile time: a lock at namespace scope may be used before the dynamic initialisation of any file.
 class KEST_SUPPORT_EXPORT KestCriticalSectionObject {
   public:
     /// Mutex mode.
-    KestCriticalSectionObject() noexcept : KestCriticalSectionObject(false) {}
+    constexpr KestCriticalSectionObject() noexcept : KestCriticalSectionObject(false) {}
     /// True chooses critical-section mode, false mutex mode.
-    explicit KestCriticalSectionObject(bool isCriticalSection) noexcept : m_isCriticalSection(isCriticalSection) {}
+    constexpr explicit KestCriticalSectionObject(bool isCriticalSection) noexcept
+        : m_isCriticalSection(isCriticalSection) {}
     /// Shares the lock of a source that was used before; of a fresh one only the mode is copied, and the copy makes a
     /// lock of its own.
     KestCriticalSectionObject(const KestCriticalSectionObject& other);
@@ -76,7 +76,7 @@ class KEST_SUPPORT_EXPORT KestCriticalSectionObject {
 
     /// Takes one level; blocks without limit while another thread holds the lock.
     void lock();
-    /// Gives back one level that the calling thread took.
+    /// Releases one level that the calling thread took. Called by a thread that holds none, it changes nothing.
     void unlock();
     /// Takes one level if it can be had. Critical-section mode never waits; mutex mode waits up to 100 milliseconds. A
     /// mutex that an ended thread left locked is not taken by this call (false), and is free afterwards.
@@ -92,7 +92,7 @@ class KEST_SUPPORT_EXPORT KestCriticalSectionObject {
     LockImplementation& create();
     void shareFrom(const KestCriticalSectionObject& other);
 
-    // Null until the first use. Written once, under the reference-count lock, and by assignment and destruction.
+    // Null until the first use. Written once by that, and by assignment and destruction.
     std::atomic<KestSmartPointer<LockImplementation>*> m_pImpl{nullptr};
     bool m_isCriticalSection;
 };
@@ -100,7 +100,7 @@ class KEST_SUPPORT_EXPORT KestCriticalSectionObject {
 /// The same lock, always in mutex mode.
 class KEST_SUPPORT_EXPORT KestMutexObject : public KestCriticalSectionObject {
   public:
-    KestMutexObject() noexcept : KestCriticalSectionObject(false) {}
+    constexpr KestMutexObject() noexcept : KestCriticalSectionObject(false) {}
 };
 
 /// Holds at most one level of a lock and gives it back at the end of its scope. For one thread's use. lock and

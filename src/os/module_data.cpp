@@ -1,9 +1,6 @@
 #include "os/module_data.h"
 
-#include <atomic>
-
 #include "support/object_factory.h"
-#include "sync/reference_count_lock.h"
 #include "threads/timer_manager.h"
 
 namespace KestSupport {
@@ -14,24 +11,6 @@ void ModuleData::entry() noexcept {}
 void ModuleData::exit() noexcept {}
 ModuleDataControl::~ModuleDataControl() = default;
 
-namespace internal {
-namespace {
-constinit std::atomic<KestCriticalSectionObject*> g_referenceCountLock{nullptr};
-}
-
-KestCriticalSectionObject* referenceCountLock() noexcept {
-    return g_referenceCountLock.load(std::memory_order_acquire);
-}
-
-void createReferenceCountLock() {
-    if (referenceCountLock() == nullptr) g_referenceCountLock.store(new KestCriticalSectionObject);
-}
-
-void deleteReferenceCountLock() noexcept {
-    delete g_referenceCountLock.exchange(nullptr);
-}
-
-}  // namespace internal
 }  // namespace KestSupport
 
 Module::Module() : ModuleData(true) {
@@ -45,14 +24,12 @@ Module::~Module() {
     if (--m_initCount == 0) Module::terminate();
 }
 
-void Module::initialize() {
-    KestSupport::internal::createReferenceCountLock();
-}
+// Nothing has to be made: locks are created without a lock, and everything else on its first use.
+void Module::initialize() {}
 
 void Module::terminate() {
     KestSupport::KestObjectFactory::deleteGlobalInstance();
     KestSupport::KestTimerManager::deleteInstance();
-    KestSupport::internal::deleteReferenceCountLock();
 }
 
 namespace {

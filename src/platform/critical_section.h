@@ -16,7 +16,7 @@ void destroyCriticalSection(CriticalSection* section) noexcept;
 void enterCriticalSection(CriticalSection& section) noexcept;
 /// Never waits. True when it was taken.
 bool tryEnterCriticalSection(CriticalSection& section) noexcept;
-/// Gives back one level; only the owner calls it.
+/// Releases one level. Called by a thread that does not hold it, it changes nothing.
 void leaveCriticalSection(CriticalSection& section) noexcept;
 /// Levels that the owner holds, 0 when it is free.
 std::uint32_t recursionCount(const CriticalSection& section) noexcept;

@@ -11,9 +11,11 @@ namespace KestSupport::platform {
 std::uint32_t threadKey() noexcept;
 /// False when the thread has ended, and will not finish what it had begun.
 bool threadMayRun(std::uint32_t key) noexcept;
-/// Every thread of the process passes a full memory barrier before this returns. Where allThreadsCanBarrier is false it
-/// is a barrier of the calling thread alone.
+/// When this returns, every other thread of the process has passed a full memory barrier, or has become visible with
+/// all that it had stored when the call began. The second takes some milliseconds; it is the way when the system has
+/// begun to refuse the first. No lock of the platform layer is held.
 void barrierInAllThreads() noexcept;
+/// True while the system gives the barrier: a lock may become one thread's own.
 bool allThreadsCanBarrier() noexcept;
 
 }  // namespace KestSupport::platform

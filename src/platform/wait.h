@@ -48,6 +48,9 @@ bool pulseEvent(WaitHandle event) noexcept;
 WaitHandle createMutex() noexcept;
 /// Gives back one level. False when the calling thread does not own the mutex.
 bool releaseMutex(WaitHandle mutex) noexcept;
+/// The levels that the owner of the mutex, which is not null, holds; 0 for a free one. Out of date at once when it is
+/// another thread's.
+std::uint32_t mutexLevels(WaitHandle mutex) noexcept;
 
 /// A new timer, not armed; null when memory is short.
 WaitHandle createWaitableTimer(bool manualReset) noexcept;

@@ -15,10 +15,11 @@ bool BiasedGuard::enter(std::uint32_t key) {
     owner = m_bias.owner.exchange(kEverybody);
     if (owner == kNobody || owner == kEverybody) return false;
     platform::barrierInAllThreads();
-    // What the owner is about takes no longer than a copy, unless it was suspended meanwhile.
-    constexpr int kYields = 100;
-    for (int tries = 0; m_bias.busy.load(std::memory_order_acquire) && platform::threadMayRun(owner); ++tries)
-        tries < kYields ? platform::yieldThread() : platform::sleepThread(1);
+    // What the owner does inside takes no longer than a copy, unless it is suspended.
+    constexpr int kLooks = 1000;
+    for (int looks = 0; m_bias.busy.load(std::memory_order_acquire) && platform::threadMayRun(owner); ++looks) {
+        if (looks >= kLooks) platform::sleepThread(1);
+    }
     return false;
 }
 

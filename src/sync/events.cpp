@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <new>
+#include <typeinfo>
 
 #include "platform/wait.h"
 
@@ -26,6 +27,9 @@ KestEvent::~KestEvent() {
 }
 
 void KestEvent::notifyDependents() {
+    // Setting an event must not fail for want of memory when there is no dependent to tell. A derived class may have
+    // hooks of its own, which run in any case.
+    if (!m_hadDependents.load(std::memory_order_acquire) && typeid(*this) == typeid(KestEvent)) return;
     const auto giveBack = [this](KestNotification* notification) { destroyNotification(notification); };
     const std::unique_ptr<KestNotification, decltype(giveBack)> notification(createNotification(), giveBack);
     if (notification != nullptr) m_collaborator.notify(*notification);

@@ -5,7 +5,6 @@
 
 #include "platform/critical_section.h"
 #include "platform/wait.h"
-#include "sync/reference_count_lock.h"
 
 using namespace KestSupport;
 
@@ -31,7 +30,7 @@ LockImplementation::LockImplementation(bool isCriticalSection) : m_isCriticalSec
     } else {
         m_mutex = platform::createMutex();
     }
-    // A lock that excludes nobody would do harm far from here.
+    // A lock that excludes no thread would do harm far from here.
     if (m_criticalSection == nullptr && m_mutex == nullptr) throw std::bad_alloc();
 }
 
@@ -49,9 +48,7 @@ void LockImplementation::lock() {
         platform::enterCriticalSection(*m_criticalSection);
         return;
     }
-    // An ended owner's levels are gone with it.
-    const bool abandoned = platform::waitForOne(m_mutex, platform::kInfinite) == platform::kWaitAbandoned;
-    m_lockCount.store(abandoned ? 1 : m_lockCount.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    platform::waitForOne(m_mutex, platform::kInfinite);
 }
 
 void LockImplementation::unlock() {
@@ -59,7 +56,6 @@ void LockImplementation::unlock() {
         platform::leaveCriticalSection(*m_criticalSection);
         return;
     }
-    m_lockCount.store(m_lockCount.load(std::memory_order_relaxed) - 1, std::memory_order_relaxed);
     platform::releaseMutex(m_mutex);
 }
 
@@ -67,14 +63,9 @@ bool LockImplementation::testAndSet() {
     constexpr std::uint32_t kMutexTimeout = 100;
     if (m_isCriticalSection) return platform::tryEnterCriticalSection(*m_criticalSection);
     const std::uint32_t result = platform::waitForOne(m_mutex, kMutexTimeout);
-    if (result == platform::kWaitAbandoned) {
-        // False means that the caller does not hold the lock, so the ownership that came with the news goes back.
-        m_lockCount.store(0, std::memory_order_relaxed);
-        platform::releaseMutex(m_mutex);
-    }
-    if (result != platform::kWaitObject0) return false;
-    m_lockCount.store(m_lockCount.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
-    return true;
+    // Returns false, so release the ownership that the abandoned wait gave us.
+    if (result == platform::kWaitAbandoned) platform::releaseMutex(m_mutex);
+    return result == platform::kWaitObject0;
 }
 
 void LockImplementation::unwind() {
@@ -86,15 +77,13 @@ void LockImplementation::unwind() {
         }
         return;
     }
-    for (std::uint32_t levels = m_lockCount.load(std::memory_order_relaxed); levels > 0; --levels) {
-        m_lockCount.store(levels - 1, std::memory_order_relaxed);
-        if (!platform::releaseMutex(m_mutex)) return;
-    }
+    for (std::uint32_t levels = platform::mutexLevels(m_mutex); levels > 0; --levels)
+        platform::releaseMutex(m_mutex);
 }
 
 int LockImplementation::lockCount() const {
     return static_cast<int>(m_isCriticalSection ? platform::recursionCount(*m_criticalSection)
-                                                : m_lockCount.load(std::memory_order_relaxed));
+                                                : platform::mutexLevels(m_mutex));
 }
 
 namespace KestSupport {
@@ -127,23 +116,16 @@ inline LockImplementation& KestCriticalSectionObject::implementation() {
     return implementation != nullptr ? **implementation : create();
 }
 
+// No lock guards this: it would have to live as long as the last thread, and be made itself. Several threads may make
+// an implementation; the first to store its own prevails, and the others destroy theirs.
 LockImplementation& KestCriticalSectionObject::create() {
-    KestCriticalSectionObject* const creationLock = internal::referenceCountLock();
-    const auto makeOwn = [this]() -> LockImplementation& {
-        auto* implementation = m_pImpl.load(std::memory_order_acquire);
-        if (implementation != nullptr) return **implementation;
-        const KestSmartPointer<LockImplementation> fresh(new LockImplementation(m_isCriticalSection));
-        auto own = std::make_unique<KestSmartPointer<LockImplementation>>(fresh);
-        if (!m_pImpl.compare_exchange_strong(implementation, own.get(), std::memory_order_acq_rel)) {
-            return **implementation;
-        }
-        return **own.release();
-    };
-    // The implementation of the creation lock itself is made without a lock, perhaps by several threads at once, of
-    // which one prevails. There is no such lock while the process has one thread only, before main and after it.
-    if (creationLock == nullptr || creationLock == this) return makeOwn();
-    const KestCriticalSection guard(*creationLock, true);
-    return makeOwn();
+    const KestSmartPointer<LockImplementation> fresh(new LockImplementation(m_isCriticalSection));
+    auto own = std::make_unique<KestSmartPointer<LockImplementation>>(fresh);
+    KestSmartPointer<LockImplementation>* made = nullptr;
+    if (!m_pImpl.compare_exchange_strong(made, own.get(), std::memory_order_acq_rel, std::memory_order_acquire)) {
+        return **made;
+    }
+    return **own.release();
 }
 
 void KestCriticalSectionObject::lock() {

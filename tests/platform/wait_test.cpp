@@ -217,13 +217,87 @@ TEST(Wait, SignalsAreNeitherLostNorDoubled) {
     EXPECT_EQ(taken, 5000);
 }
 
-TEST(Wait, AnEventMayBeClosedByWhomItsSignalReleased) {
+// More mutexes than the table of contended ones has chains, so that some share one. No waiter ends early: its end
+// would offer the mutexes of the others too.
+TEST(Wait, AnOwnerOfManyMutexesReleasesEveryWaiter) {
+    for (const bool ends : {true, false}) {
+        constexpr std::size_t kWaiters = 20;
+        std::vector<OwnedHandle> owners;
+        std::vector<WaitHandle> handles;
+        for (std::size_t i = 0; i < kWaiters * kMaximumWaitObjects; ++i)
+            handles.push_back(owners.emplace_back(createMutex()).get());
+        kit::Gate owned, end, over;
+        std::jthread owner([&] {
+            for (const WaitHandle handle : handles)
+                waitForOne(handle, kInfinite);
+            owned.open();
+            end.pass();
+            for (std::size_t w = 0; w < kWaiters && !ends; ++w)
+                releaseMutex(handles[w * kMaximumWaitObjects + w]);
+            if (!ends) over.pass();
+        });
+        owned.pass();
+        std::vector<std::atomic<std::uint32_t>> results(kWaiters);
+        std::vector<std::jthread> waiters;
+        for (std::size_t w = 0; w < kWaiters; ++w) {
+            results[w] = kWaitFailed;
+            waiters.emplace_back([&, w] {
+                const std::span mine{&handles[w * kMaximumWaitObjects], kMaximumWaitObjects};
+                results[w] = waitForMany(mine, false, kInfinite);
+                over.pass();
+            });
+        }
+        std::this_thread::sleep_for(30ms);
+        EXPECT_EQ(results[0], kWaitFailed);
+        end.open();
+        for (std::uint32_t w = 0; w < kWaiters; ++w) {
+            kit::await([&] { return results[w] != kWaitFailed; });
+            EXPECT_TRUE(ends ? results[w] >= kWaitAbandoned : results[w] == w) << results[w];
+        }
+        over.open();
+    }
+}
+
+TEST(Wait, AnEventOrMutexMayBeClosedByWhomItReleased) {
     for (int i = 0; i < 2000; ++i) {
-        const WaitHandle done = createEvent(false, false);
-        const std::jthread setter([done] { setEvent(done); });
+        const WaitHandle done = createEvent(false, false), turn = createMutex();
+        waitForOne(turn, 0);
+        const std::jthread other([=] {
+            setEvent(done);
+            waitForOne(turn, kInfinite);
+            closeHandle(turn);
+        });
         ASSERT_EQ(waitForOne(done, kInfinite), kWaitObject0);
         closeHandle(done);
+        releaseMutex(turn);
     }
+}
+
+// More threads than the C library keeps stacks of end without a word to us; their ids come round again.
+TEST(Wait, ThreadsWithoutRoomForAThreadSpecificValueLeaveNoTrace) {
+    const auto turn = mutex();
+    const auto takeAndRelease = [&] {
+        waitForOne(turn.get(), kInfinite);
+        releaseMutex(turn.get());
+    };
+    {
+        const kit::FailingCalls failing("pthread_setspecific");
+        std::atomic<int> used{0};
+        kit::Gate end;
+        std::vector<std::jthread> threads;
+        for (int i = 0; i < 40; ++i) {
+            threads.emplace_back([&] {
+                takeAndRelease();
+                ++used;
+                end.pass();
+            });
+        }
+        kit::await([&] { return used == 40; });
+        end.open();
+    }
+    for (int i = 0; i < 300; ++i)
+        std::thread(takeAndRelease).join();
+    EXPECT_EQ(mutexLevels(turn.get()), 0U);
 }
 
 }  // namespace

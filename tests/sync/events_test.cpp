@@ -1,9 +1,27 @@
 #include "support/events.h"
 
 #include <array>
+#include <cstdlib>
+#include <new>
 #include <stdexcept>
 
 #include "kit/failing_calls.h"
+
+namespace {
+thread_local int t_allocations = 0;
+}
+
+[[gnu::noinline]] void* operator new(std::size_t size) {
+    ++t_allocations;
+    if (void* const memory = std::malloc(size)) return memory;
+    throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
 
 namespace KestSupport {
 namespace {
@@ -51,6 +69,14 @@ TEST(Event, TellsItsDependentsSignalsOnceAndGivesEveryNotificationBack) {
     EXPECT_EQ(told.calls, 4);
     EXPECT_EQ(event.made, 5);
     EXPECT_EQ(event.returned, 5);
+}
+
+TEST(Event, AllocatesNothingToBeSetWhileThereIsNoDependentToTell) {
+    KestEvent event;
+    const int before = t_allocations;
+    event.set();
+    event.pulse();
+    EXPECT_EQ(t_allocations, before);
 }
 
 TEST(Event, WaitsForAnyAndForAll) {

@@ -1,6 +1,37 @@
 #include "support/lock_factory.h"
 
+#include <cstdlib>
+#include <functional>
+#include <new>
+#include <utility>
+
 #include "kit/failure_of.h"
+#include "kit/gate.h"
+
+namespace {
+
+// Stops a thread in its next allocation, wherever that is.
+struct Hold {
+    kit::Gate inside, end;
+};
+thread_local Hold* t_hold = nullptr;
+
+}  // namespace
+
+[[gnu::noinline]] void* operator new(std::size_t size) {
+    if (Hold* const hold = std::exchange(t_hold, nullptr)) {
+        hold->inside.open();
+        hold->end.pass();
+    }
+    if (void* const memory = std::malloc(size)) return memory;
+    throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
 
 namespace {
 
@@ -27,6 +58,34 @@ TYPED_TEST(LockFactory, KeepsOneLockUnderEachName) {
     assigned = factory;
     EXPECT_EQ(assigned.getRegisteredLockNames(), factory.getRegisteredLockNames());
     EXPECT_NE(&assigned.getLock("b"), found);
+}
+
+TYPED_TEST(LockFactory, IsOneThreadsAtATime) {
+    KestLockFactory<std::string, TypeParam> factory, source;
+    factory.createLock("made");
+    TypeParam* found = nullptr;
+    const std::function<void()> operations[] = {[&] { factory.createLock("c"); }, [&] { factory.exists("made"); },
+                                                [&] { factory.getImpl("made", found); },
+                                                [&] { factory.getRegisteredLockNames(); }, [&] { factory = source; }};
+    for (const auto& operation : operations) {
+        Hold hold;
+        kit::Gate done;
+        std::thread holder([&] {
+            const std::string name = "held";
+            t_hold = &hold;
+            factory.createLock(name);
+        });
+        hold.inside.pass();
+        std::thread other([&] {
+            operation();
+            done.open();
+        });
+        EXPECT_FALSE(done.passWithin(std::chrono::milliseconds(20)));
+        hold.end.open();
+        holder.join();
+        other.join();
+        factory = source;
+    }
 }
 
 TEST(LockFactoryCopies, ShareTheLocksThatTheirSourceHasMade) {

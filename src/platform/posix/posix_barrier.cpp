@@ -2,6 +2,8 @@
 
 #include <linux/membarrier.h>
 
+#include "platform/posix/posix_call.h"
+
 namespace KestSupport::platform {
 
 constinit std::atomic<bool> g_barrierWorks{false};
@@ -9,7 +11,7 @@ constinit std::atomic<bool> g_barrierWorks{false};
 namespace {
 
 bool callMembarrier(int command) noexcept {
-    return syscall(SYS_membarrier, command, 0, 0) == 0;
+    return systemCall("membarrier", [=] { return syscall(SYS_membarrier, command, 0, 0); }) == 0;
 }
 
 // A child made by fork without exec keeps its parent's registration.
@@ -21,13 +23,16 @@ const bool g_registered = [] {
 
 }  // namespace
 
-void barrierInAllThreads() noexcept {
-    if (g_registered) {
-        callMembarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED);
-        return;
-    }
+bool requestBarrier() noexcept {
+    if (g_registered && callMembarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED)) return true;
+    g_barrierWorks.store(false, std::memory_order_relaxed);
     FutexWord fence{0};
     fence.fetch_add(1, std::memory_order_seq_cst);
+    return !g_registered;
+}
+
+bool barrierWasRefused() noexcept {
+    return g_registered && !g_barrierWorks.load(std::memory_order_relaxed);
 }
 
 }  // namespace KestSupport::platform

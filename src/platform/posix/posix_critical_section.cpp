@@ -74,6 +74,7 @@ bool tryEnterCriticalSection(CriticalSection& section) noexcept {
 }
 
 void leaveCriticalSection(CriticalSection& section) noexcept {
+    if (section.owner.load(std::memory_order_relaxed) != currentRecord().id) return;
     const std::uint32_t depth = section.depth.load(std::memory_order_relaxed) - 1;
     section.depth.store(depth, std::memory_order_relaxed);
     if (depth != 0) return;

@@ -10,8 +10,6 @@ using Kind = WaitObject::Kind;
 // The dispatcher lock. It is held for a few list operations at a time, so a short spin nearly always suffices.
 enum LockState : std::uint32_t { kFree, kTaken, kTakenWithSleepers };
 constinit FutexWord g_lock{kFree};
-constinit WaitObject* g_firstContended = nullptr;  // guarded by g_lock
-constinit WaitObject* g_closedMutexes = nullptr;   // guarded by g_lock
 
 void lockDispatcher() noexcept {
     std::uint32_t state = kFree;
@@ -28,22 +26,6 @@ void lockDispatcher() noexcept {
 
 void unlockDispatcher() noexcept {
     if (g_lock.exchange(kFree, std::memory_order_release) == kTakenWithSleepers) futexWake(&g_lock, 1);
-}
-
-void linkContended(WaitObject& mutex) noexcept {
-    mutex.previousContended = nullptr;
-    mutex.nextContended = g_firstContended;
-    if (g_firstContended != nullptr) g_firstContended->previousContended = &mutex;
-    g_firstContended = &mutex;
-}
-
-void unlinkContended(WaitObject& mutex) noexcept {
-    if (mutex.nextContended != nullptr) mutex.nextContended->previousContended = mutex.previousContended;
-    if (mutex.previousContended != nullptr) {
-        mutex.previousContended->nextContended = mutex.nextContended;
-    } else {
-        g_firstContended = mutex.nextContended;
-    }
 }
 
 // Keeps the fast paths of an object out until the end of the scope; a freeze may stand inside another.
@@ -77,7 +59,7 @@ Link* nextWait(const Link& link) noexcept {
 bool takeMutex(WaitObject& mutex, std::uint32_t id, bool& abandoned) noexcept {
     std::uint32_t owner = mutex.owner.load(std::memory_order_acquire);
     if (owner == id) {
-        ++mutex.innerLevels;
+        mutex.addLevels(1);
         return true;
     }
     while (owner == WaitObject::kNobody) {
@@ -90,7 +72,7 @@ bool takeMutex(WaitObject& mutex, std::uint32_t id, bool& abandoned) noexcept {
     if (owner != WaitObject::kReserved && !ownerGone) return false;
     abandoned = abandoned || ownerGone || mutex.abandoned;
     mutex.abandoned = false;
-    mutex.innerLevels = 0;
+    mutex.innerLevels.store(0, std::memory_order_relaxed);
     mutex.owner.store(id, std::memory_order_relaxed);
     return true;
 }
@@ -147,6 +129,8 @@ bool consumeAll(Waiter& waiter, bool& abandoned) noexcept {
 
 }  // namespace
 
+constinit ContendedMutexes g_contended;
+
 void refreshTimer(WaitObject& timer) noexcept {
     if (timer.due == kNever) return;
     const std::int64_t now = monotonicNanoseconds();
@@ -156,22 +140,33 @@ void refreshTimer(WaitObject& timer) noexcept {
     timer.due = timer.period == 0 ? kNever : timer.due + ((now - timer.due) / timer.period + 1) * timer.period;
 }
 
-WaitObject* reuseMutex(ThreadRecord& self) noexcept {
-    Dispatcher dispatcher(self);
-    WaitObject* const mutex = g_closedMutexes;
-    if (mutex == nullptr) return nullptr;
-    g_closedMutexes = mutex->nextContended;
-    mutex->nextContended = nullptr;
-    mutex->abandoned = false;
-    mutex->innerLevels = 0;
-    mutex->owner.store(WaitObject::kNobody, std::memory_order_relaxed);
-    return mutex;
+void ContendedMutexes::setHead(std::size_t chain, WaitObject* mutex) noexcept {
+    const bool several = mutex != nullptr && mutex->nextContended != nullptr;
+    m_heads[chain].store(reinterpret_cast<std::uintptr_t>(mutex) | (several ? kSeveral : 0), std::memory_order_relaxed);
 }
 
-void keepMutex(ThreadRecord& self, WaitObject& mutex) noexcept {
-    Dispatcher dispatcher(self);
-    mutex.nextContended = g_closedMutexes;
-    g_closedMutexes = &mutex;
+void ContendedMutexes::link(WaitObject& mutex) noexcept {
+    const std::size_t chain = chainOf(&mutex);
+    mutex.previousContended = nullptr;
+    mutex.nextContended = first(chain);
+    if (mutex.nextContended != nullptr) mutex.nextContended->previousContended = &mutex;
+    setHead(chain, &mutex);
+    ++m_count;
+}
+
+void ContendedMutexes::unlink(WaitObject& mutex) noexcept {
+    if (mutex.nextContended != nullptr) mutex.nextContended->previousContended = mutex.previousContended;
+    if (mutex.previousContended != nullptr) mutex.previousContended->nextContended = mutex.nextContended;
+    const std::size_t chain = chainOf(&mutex);
+    setHead(chain, mutex.previousContended == nullptr ? mutex.nextContended : first(chain));
+    --m_count;
+}
+
+WaitObject* ContendedMutexes::find(const WaitObject* address) noexcept {
+    WaitObject* mutex = first(chainOf(address));
+    while (mutex != nullptr && mutex != address)
+        mutex = mutex->nextContended;
+    return mutex;
 }
 
 Dispatcher::Dispatcher(ThreadRecord& self) noexcept : m_region(self) {
@@ -196,16 +191,18 @@ void Dispatcher::wake(ThreadRecord& thread) noexcept {
 }
 
 void Dispatcher::enqueue(Waiter& waiter, bool front) noexcept {
-    bool newContention = false;
+    bool newContention = false, hasMutex = false;
     for (std::size_t i = 0; i < waiter.count; ++i) {
         Link& link = waiter.links[i];
         WaitObject& object = *link.object;
         link.waiter = &waiter;
+        hasMutex = hasMutex || object.kind == Kind::mutex;
         if (object.first == nullptr) {
-            object.word.fetch_or(WaitObject::kQueued, std::memory_order_relaxed);
             if (object.kind == Kind::mutex) {
-                linkContended(object);
+                g_contended.link(object);
                 newContention = true;
+            } else {
+                object.word.fetch_or(WaitObject::kQueued, std::memory_order_relaxed);
             }
         }
         link.previous = front ? nullptr : object.last;
@@ -216,8 +213,9 @@ void Dispatcher::enqueue(Waiter& waiter, bool front) noexcept {
     waiter.queued = true;
     waiter.outcome = Waiter::Outcome::waiting;
     waiter.thread->waiter = &waiter;
-    // From here on every release either is visible to this thread's next look or sees that somebody is queued.
-    if (newContention) barrierInAllThreads();
+    // From here on every release either is visible to this thread's next look or sees that a thread is queued.
+    if (newContention) requestBarrier();
+    waiter.looksAgain = hasMutex && barrierWasRefused();
 }
 
 void Dispatcher::dequeue(Waiter& waiter) noexcept {
@@ -228,8 +226,11 @@ void Dispatcher::dequeue(Waiter& waiter) noexcept {
         (link.previous == nullptr ? object.first : link.previous->next) = link.next;
         (link.next == nullptr ? object.last : link.next->previous) = link.previous;
         if (object.first == nullptr) {
-            object.word.fetch_and(~WaitObject::kQueued, std::memory_order_relaxed);
-            if (object.kind == Kind::mutex) unlinkContended(object);
+            if (object.kind == Kind::mutex) {
+                g_contended.unlink(object);
+            } else {
+                object.word.fetch_and(~WaitObject::kQueued, std::memory_order_relaxed);
+            }
         }
     }
     waiter.queued = false;
@@ -292,6 +293,10 @@ void Dispatcher::offer(WaitObject& mutex) noexcept {
     }
 }
 
+void Dispatcher::offerIfContended(const WaitObject* mutex) noexcept {
+    if (WaitObject* const contended = g_contended.find(mutex); contended != nullptr) offer(*contended);
+}
+
 void Dispatcher::abandon(WaitObject& mutex) noexcept {
     mutex.abandoned = true;
     mutex.owner.store(WaitObject::kReserved, std::memory_order_release);
@@ -299,23 +304,14 @@ void Dispatcher::abandon(WaitObject& mutex) noexcept {
 }
 
 void settleMutexes(Dispatcher& dispatcher, std::uint32_t endedId) noexcept {
-    // An offer can take any mutex out of the list, so the walk begins anew after each and marks what it has seen.
-    static constinit std::uint32_t round = 0;  // guarded by the dispatcher lock
-    ++round;
-    for (WaitObject* mutex = g_firstContended; mutex != nullptr;) {
-        if (mutex->lastRound == round) {
-            mutex = mutex->nextContended;
-            continue;
-        }
-        mutex->lastRound = round;
-        const std::uint32_t owner = mutex->owner.load(std::memory_order_acquire);
+    g_contended.forEach([&](WaitObject& mutex) {
+        const std::uint32_t owner = mutex.owner.load(std::memory_order_acquire);
         if (owner == WaitObject::kNobody || owner == WaitObject::kReserved) {
-            dispatcher.offer(*mutex);
+            dispatcher.offer(mutex);
         } else if (owner == endedId) {
-            dispatcher.abandon(*mutex);
+            dispatcher.abandon(mutex);
         }
-        mutex = g_firstContended;
-    }
+    });
 }
 
 void offerReleasedMutexes(ThreadRecord& self) noexcept {

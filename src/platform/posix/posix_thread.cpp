@@ -193,8 +193,8 @@ bool interruptUntil(ThreadObject& thread, FutexWord& word, Complied complied) no
 
 void* runThread(void* argument) {
     auto* const thread = static_cast<ThreadObject*>(argument);
+    t_record.finishing = thread;
     ThreadRecord& self = currentRecord();
-    self.finishing = thread;
     thread->native.store(pthread_self(), std::memory_order_relaxed);
     if (sigsetjmp(thread->exitPoint, 0) == 0) {
         thread->systemId.store(self.systemId, std::memory_order_release);

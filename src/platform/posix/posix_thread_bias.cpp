@@ -2,6 +2,7 @@
 
 #include "platform/posix/posix_barrier.h"
 #include "platform/posix/posix_wait_object.h"
+#include "platform/thread.h"
 
 namespace KestSupport::platform {
 
@@ -12,6 +13,10 @@ std::uint32_t threadKey() noexcept {
 bool threadMayRun(std::uint32_t key) noexcept {
     const Dispatcher dispatcher(currentRecord());
     return isAttached(key);
+}
+
+void barrierInAllThreads() noexcept {
+    if (!requestBarrier()) sleepThread(kDrainTime);
 }
 
 bool allThreadsCanBarrier() noexcept {

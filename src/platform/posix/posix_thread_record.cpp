@@ -12,7 +12,9 @@ constinit thread_local ThreadRecord t_record;
 namespace {
 
 // Ids go up and are skipped while in use, so an id is not used again before 2^31 further threads have come. Odd ids are
-// in the table; an even id belongs to a thread whose end was announced already and that still runs destructors.
+// in the table. An even id belongs to a thread whose end was announced already and that still runs destructors, or to
+// one whose end the system does not report, because it has no room for another thread-specific value: what such a
+// thread owns when it ends is never abandoned.
 constinit std::atomic<std::uint32_t> g_lastId{0};
 
 constexpr std::size_t kBucketCount = 256;
@@ -76,12 +78,13 @@ constinit bool g_endKeyMade = false;
 
 void attachThread(ThreadRecord& self) noexcept {
     if (self.systemId == 0) self.systemId = static_cast<std::uint32_t>(syscall(SYS_gettid));
-    if (self.detached) {
+    self.endIsHeard = !self.detached && g_endKeyMade &&
+                      errorCall("pthread_setspecific", [&] { return pthread_setspecific(g_endKey, &self); }) == 0;
+    // A record in the table is taken out by the end of its thread. A thread made here calls announceEnd.
+    if (self.detached || (!self.endIsHeard && self.finishing == nullptr)) {
         self.id = newId(0);
         return;
     }
-    self.endIsHeard =
-        g_endKeyMade && errorCall("pthread_setspecific", [&] { return pthread_setspecific(g_endKey, &self); }) == 0;
     Dispatcher dispatcher(self);
     do {
         self.id = newId(1);

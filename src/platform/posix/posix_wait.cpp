@@ -3,6 +3,7 @@
 #include <bit>
 #include <new>
 #include <optional>
+#include <utility>
 
 #include "platform/fault_seam.h"
 #include "platform/posix/posix_barrier.h"
@@ -20,7 +21,6 @@ constexpr std::uint32_t kSpins = 160;
 constexpr std::uint32_t kProbeSpins = 1600;
 constexpr std::uint32_t kFirstProbe = 8;
 constexpr std::uint32_t kProbeEvery = 1024;
-constexpr std::uint32_t kYields = 2;
 constexpr std::int64_t kHandOverAfter = 1'000'000;  // nanoseconds
 
 enum class Attempt : std::uint8_t { taken, notNow, dispatcherDecides };
@@ -76,24 +76,16 @@ std::uint32_t spinBudget(std::uint32_t vain) noexcept {
     return probe ? kProbeSpins : kLeastSpins;
 }
 
-// Looks at an object for a while before the thread sleeps: long when that paid last time, else hardly at all. The
-// thread that is to answer may have been given this very processor; for that one no spin is long enough, but giving the
-// processor away is. That counts as a vain spin all the same: the next one would only keep the other thread waiting.
+// Looks at an object for a while before the thread sleeps: long when that paid last time, else hardly at all. It never
+// gives the processor away: on a busy machine that would cost the time slices of other processes, milliseconds each,
+// where a thread that sleeps runs again as soon as it is woken.
 bool spinFor(WaitObject& object, ThreadRecord& self) noexcept {
     if (!object.isEvent() && object.kind != Kind::mutex) return false;
     const std::uint32_t vain = object.vainSpins.load(std::memory_order_relaxed);
-    const std::uint32_t budget = spinBudget(vain);
-    for (std::uint32_t step = 0; step < budget + kYields; ++step) {
-        const bool spinning = step < budget;
-        if (spinning) {
-            spinPause();
-        } else {
-            yieldThread();
-        }
+    for (std::uint32_t step = spinBudget(vain); step > 0; --step) {
+        spinPause();
         if (const std::optional<bool> end = glance(object, self)) {
-            if (*end && (vain != 0 || !spinning)) {
-                object.vainSpins.store(spinning ? 0 : vain + 1, std::memory_order_relaxed);
-            }
+            if (*end && vain != 0) object.vainSpins.store(0, std::memory_order_relaxed);
             return *end;
         }
     }
@@ -149,8 +141,8 @@ class SlowWait {
             return true;
         }
         if (object.kind != Kind::mutex || object.owner.load(std::memory_order_relaxed) != m_self.id) return false;
-        if (object.innerLevels != 0) {
-            --object.innerLevels;
+        if (object.innerLevels.load(std::memory_order_relaxed) != 0) {
+            object.addLevels(-1);
             return true;
         }
         object.owner.store(WaitObject::kNobody, std::memory_order_release);
@@ -167,12 +159,16 @@ class SlowWait {
             dispatcher.dequeue(m_waiter);
             return true;
         }
-        noteTimers();
+        noteNextLook();
         return false;
     }
 
-    void noteTimers() noexcept {
+    // When the thread has to look again without being woken.
+    void noteNextLook() noexcept {
         m_nextDue = kNever;
+        if (std::exchange(m_waiter.looksAgain, false)) {
+            m_nextDue = monotonicNanoseconds() + std::int64_t{kDrainTime} * 1'000'000;
+        }
         for (std::size_t i = 0; i < m_waiter.count; ++i) {
             const WaitObject& object = *m_waiter.links[i].object;
             if (object.isTimer()) m_nextDue = std::min(m_nextDue, object.due);
@@ -197,7 +193,7 @@ class SlowWait {
         }
         if (!passedOver) {
             m_self.parked.store(kParkArmed, std::memory_order_relaxed);
-            noteTimers();
+            noteNextLook();
             return false;
         }
         if (m_firstPassedOver == 0) m_firstPassedOver = now;
@@ -262,9 +258,9 @@ std::uint32_t waitSlowly(ThreadRecord& self, WaitObject& object, std::uint32_t t
     return true;
 }
 
-[[gnu::noinline]] bool offerReleased(WaitObject& mutex) noexcept {
+[[gnu::noinline]] bool offerReleased(const WaitObject* mutex) noexcept {
     Dispatcher dispatcher(currentRecord());
-    dispatcher.offer(mutex);
+    dispatcher.offerIfContended(mutex);
     return true;
 }
 
@@ -310,23 +306,21 @@ bool pulseEvent(WaitHandle event) noexcept {
 }
 
 WaitHandle createMutex() noexcept {
-    if (injectedFault("createMutex") != 0) return nullptr;
-    WaitObject* const used = reuseMutex(currentRecord());
-    return used != nullptr ? used : new (std::nothrow) WaitObject(Kind::mutex);
+    return newObject(Kind::mutex, 0, "createMutex");
 }
 
 bool releaseMutex(WaitHandle mutex) noexcept {
     if (mutex == nullptr || mutex->kind != Kind::mutex) return false;
     const std::uint32_t owner = mutex->owner.load(std::memory_order_relaxed);
     if (owner == WaitObject::kNobody || owner != t_record.id) return false;
-    if (mutex->innerLevels != 0) {
-        --mutex->innerLevels;
+    if (mutex->innerLevels.load(std::memory_order_relaxed) != 0) {
+        mutex->addLevels(-1);
         return true;
     }
     storeBeforeLoad(mutex->owner, WaitObject::kNobody);
-    if ((mutex->word.load(std::memory_order_relaxed) & WaitObject::kQueued) != 0) [[unlikely]] {
-        return offerReleased(*mutex);
-    }
+    // Another thread may have taken the mutex, and freed it: from here on only its address is used.
+    if (g_contended.mayHold(mutex)) [[unlikely]]
+        return offerReleased(mutex);
     return true;
 }
 
@@ -361,7 +355,7 @@ std::uint32_t waitForOne(WaitHandle object, std::uint32_t timeout) noexcept {
         // A thread that is not attached yet has no id to own a mutex by.
         if (const std::uint32_t self = t_record.id; self != 0) [[likely]] {
             if (object->owner.load(std::memory_order_relaxed) == self) {
-                ++object->innerLevels;
+                object->addLevels(1);
                 return kWaitObject0;
             }
             if (tryMutex(*object, self)) return kWaitObject0;
@@ -375,6 +369,12 @@ std::uint32_t waitForOne(WaitHandle object, std::uint32_t timeout) noexcept {
         }
     }
     return waitAfterFirstLook(*object, timeout);
+}
+
+std::uint32_t mutexLevels(WaitHandle mutex) noexcept {
+    const std::uint32_t owner = mutex->owner.load(std::memory_order_relaxed);
+    if (owner == WaitObject::kNobody || owner == WaitObject::kReserved) return 0;
+    return mutex->innerLevels.load(std::memory_order_relaxed) + 1;
 }
 
 std::uint32_t waitForMany(std::span<const WaitHandle> objects, bool all, std::uint32_t timeout) noexcept {
@@ -406,11 +406,7 @@ void closeHandle(WaitHandle object) noexcept {
         closeThread(static_cast<ThreadObject&>(*object));
         return;
     }
-    if (object->kind == Kind::mutex) {
-        keepMutex(currentRecord(), *object);
-        return;
-    }
-    // Whoever signalled this thread may still be inside its call, but not beyond the dispatcher lock.
+    // The thread that signalled this one may still be inside its call, but not beyond the dispatcher lock.
     { Dispatcher dispatcher(currentRecord()); }
     delete object;
 }

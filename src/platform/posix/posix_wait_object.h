@@ -4,15 +4,27 @@
 // instructions. Everything else happens under the dispatcher lock: the queues, timers, the end of threads, and every
 // step that concerns more than one object. Two bits of the word send the fast paths there:
 //
-//   kQueued  threads are queued on the object, so a signal has to look for whom it satisfies
+//   kQueued  threads are queued on the event, so a signal has to look for whom it satisfies
 //   kFrozen  a step over several objects, or a hand-over, is under way; nobody may consume the event meanwhile
 //
 // A mutex has a second word for its owner. kReserved in it does for a mutex what kFrozen does for an event, and stays
 // in a mutex that was abandoned, so that its next owner hears of it. Releasing is a plain store to that word followed
-// by a look at kQueued, without a locked instruction between them; the thread that sets kQueued pays for that with a
-// barrier in all threads (the membarrier call) before it looks at the owner again. Since a releasing thread looks at
-// the mutex once more after it has let go of it, mutexes are kept for the next createMutex when they are closed, and
-// never freed.
+// by a look for waiters, without a locked instruction between them. The look must not touch the mutex: the next owner
+// may have freed it. So it goes to a table that is hashed by the mutex's address (ContendedMutexes) and lives as long
+// as the library:
+//
+//   releasing thread                     thread that begins to wait
+//   owner = none                         link the mutex into the table
+//   (nothing, or a full barrier)         barrier in all threads (the membarrier call)
+//   look at the table: contended?        look at the owner: free?
+//
+//   table     owner    what happens
+//   not yet   free     the waiting thread sees it and takes the mutex
+//   linked    taken    the releasing thread sees the link and offers the mutex under the dispatcher lock
+//   linked    free     both; the offer finds the queue empty or the mutex taken, and does nothing
+//   not yet   taken    excluded by the barrier. Where the system has refused it, the releasing threads change to a
+//                      barrier of their own; one that had begun before the change is found by the waiting thread, which
+//                      looks at the owner again after kDrainTime
 //
 // A thread that waits is queued on all of its objects with one link each. Whoever makes an object signalled decides
 // under the dispatcher lock whom that satisfies, consumes on behalf of that thread, unlinks it and wakes it. So a wait
@@ -119,6 +131,7 @@ struct Waiter {
     std::size_t count = 0;
     bool all = false;
     bool wantsHandOver = false;  ///< passed over too often on a mutex
+    bool looksAgain = false;     ///< has to look at its mutexes again after kDrainTime
     bool queued = false;
     Outcome outcome = Outcome::waiting;
     std::uint32_t result = kWaitFailed;
@@ -143,26 +156,76 @@ class WaitObject {
 
     bool isTimer() const noexcept { return kind == Kind::autoTimer || kind == Kind::manualTimer; }
     bool isEvent() const noexcept { return kind == Kind::autoEvent || kind == Kind::manualEvent; }
+    /// By the owner of the mutex, so no locked instruction is needed.
+    void addLevels(int change) noexcept {
+        innerLevels.store(innerLevels.load(std::memory_order_relaxed) + static_cast<std::uint32_t>(change),
+                          std::memory_order_relaxed);
+    }
     bool resetsItself() const noexcept { return kind == Kind::autoEvent || kind == Kind::autoTimer; }
 
     const Kind kind;
     FutexWord word{0};
     FutexWord owner{kNobody};  // mutex
-    // Mutex: levels of the owner beyond the first, so that taking a free one writes nothing but the owner. Only the
-    // owner, or who acts for it, uses them.
-    std::uint32_t innerLevels = 0;
+    // Mutex: levels of the owner beyond the first, so that taking a free one writes nothing but the owner. Written by
+    // the owner, or by the thread that acts for it.
+    std::atomic<std::uint32_t> innerLevels{0};
     std::atomic<std::uint32_t> vainSpins{0};  // spins in a row that ended asleep; a hint for the next wait
 
     // Guarded by the dispatcher lock.
     Link* first = nullptr;
     Link* last = nullptr;
     bool abandoned = false;               // mutex: the owner ended; owner holds kReserved
-    WaitObject* nextContended = nullptr;  // mutexes that have waiters, and closed ones that wait for their next use
+    WaitObject* nextContended = nullptr;  // mutex with waiters: its neighbours in a chain of ContendedMutexes
     WaitObject* previousContended = nullptr;
-    std::uint32_t lastRound = 0;  // mutex: the last walk over the contended ones that came by
-    std::int64_t due = kNever;    // timer: monotonic nanoseconds
-    std::int64_t period = 0;      // timer: nanoseconds, 0 for one time
+    std::int64_t due = kNever;  // timer: monotonic nanoseconds
+    std::int64_t period = 0;    // timer: nanoseconds, 0 for one time
 };
+
+/// The mutexes that have waiters, chained by the hash of their address. Changed under the dispatcher lock.
+class ContendedMutexes {
+  public:
+    /// False when no thread is queued on the mutex; for a thread that has just released it. Uses the address only, so
+    /// the mutex need not exist any more. True may be wrong when several contended mutexes share a chain.
+    bool mayHold(const WaitObject* mutex) const noexcept {
+        const std::uintptr_t head = m_heads[chainOf(mutex)].load(std::memory_order_relaxed);
+        if (head == 0) [[likely]]
+            return false;
+        return head == reinterpret_cast<std::uintptr_t>(mutex) || (head & kSeveral) != 0;
+    }
+
+    // The rest is called under the dispatcher lock.
+    void link(WaitObject& mutex) noexcept;
+    void unlink(WaitObject& mutex) noexcept;
+    /// The mutex at that address when it has waiters, else null.
+    WaitObject* find(const WaitObject* address) noexcept;
+    /// Calls visit for every mutex, and perhaps for one that a visit has unlinked. A visit links none.
+    template <typename Visit>
+    void forEach(Visit visit) noexcept {
+        for (std::size_t chain = 0; m_count != 0 && chain < m_heads.size(); ++chain) {
+            // A mutex that a visit unlinks keeps its way to those that followed it.
+            for (WaitObject* mutex = first(chain); mutex != nullptr; mutex = mutex->nextContended)
+                visit(*mutex);
+        }
+    }
+
+  private:
+    static constexpr std::uintptr_t kSeveral = 1;  // in a head: the chain has more than one mutex
+
+    static std::size_t chainOf(const WaitObject* mutex) noexcept {
+        // Multiplicative hashing by the golden ratio; the upper bits choose one of 1024 chains.
+        return (reinterpret_cast<std::uintptr_t>(mutex) * std::uint64_t{0x9E3779B97F4A7C15}) >> 54;
+    }
+    WaitObject* first(std::size_t chain) const noexcept {
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): a pointer with a mark in its lowest bit
+        return reinterpret_cast<WaitObject*>(m_heads[chain].load(std::memory_order_relaxed) & ~kSeveral);
+    }
+    void setHead(std::size_t chain, WaitObject* mutex) noexcept;
+
+    std::array<std::atomic<std::uintptr_t>, 1024> m_heads{};
+    std::size_t m_count = 0;
+};
+
+extern constinit ContendedMutexes g_contended;
 
 /// A thread made by createThread. It belongs to its handle and to the running thread; the later of both frees it.
 class ThreadObject : public WaitObject {
@@ -199,8 +262,10 @@ class Dispatcher {
     void recheck(Waiter& waiter) noexcept;
     /// Makes an object signalled for good or, with keep false, only for those who wait now.
     void signal(WaitObject& object, bool keep) noexcept;
-    /// Offers a mutex that was released to those who wait for it; nothing happens when it was taken meanwhile.
+    /// Offers a mutex that was released to the threads that wait for it; nothing happens when another thread has it.
     void offer(WaitObject& mutex) noexcept;
+    /// The same for a mutex that need not exist any more; then nothing happens.
+    void offerIfContended(const WaitObject* mutex) noexcept;
     /// Marks a mutex whose owner has ended, and offers it.
     void abandon(WaitObject& mutex) noexcept;
     /// Tries to satisfy a wait on behalf of its thread; true with the result when all that it needs was consumed.
@@ -236,11 +301,8 @@ void closeThread(ThreadObject& thread) noexcept;
 void finishThread(ThreadObject& thread, ThreadRecord& self) noexcept;
 /// Gives the threads that have closed their own handles the time to leave the library's code.
 void awaitLeavingThreads() noexcept;
-/// A mutex that was closed, as good as new; null when there is none.
-WaitObject* reuseMutex(ThreadRecord& self) noexcept;
-/// Keeps a closed mutex for reuseMutex.
-void keepMutex(ThreadRecord& self, WaitObject& mutex) noexcept;
 /// Under the dispatcher lock: offers every mutex that has waiters and no owner, and abandons those of an ended thread.
+/// One step for each mutex that has waiters.
 void settleMutexes(Dispatcher& dispatcher, std::uint32_t endedId) noexcept;
 /// True while a thread with this owner id may still release what it owns.
 bool isAttached(std::uint32_t id) noexcept;

@@ -1,0 +1,32 @@
+// Releasing a mutex while the kernel begins to refuse the barrier in all threads.
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "kit/failing_calls.h"
+#include "kit/gate.h"
+#include "platform/posix/posix_barrier.h"
+#include "platform/posix/posix_wait_object.h"
+
+using namespace KestSupport::platform;
+
+namespace {
+
+// One test: from the first refusal on the process has no barrier.
+TEST(Barrier, WhatWasStoredWithoutOneIsFoundByALaterLook) {
+    if (!allThreadsCanBarrier()) GTEST_SKIP() << "this kernel has none";
+    const OwnedHandle mutex(createMutex());
+    waitForOne(mutex.get(), 0);
+    const kit::FailingCalls refused("membarrier");
+    std::thread waiter([&] { EXPECT_EQ(waitForOne(mutex.get(), kInfinite), kWaitObject0); });
+    kit::await([&] { return g_contended.mayHold(mutex.get()); });
+    { const Dispatcher queuedForGood(currentRecord()); }
+    mutex->owner.store(WaitObject::kNobody);  // a release that looked for waiters too early
+    waiter.join();
+    EXPECT_FALSE(allThreadsCanBarrier());
+    const auto begin = std::chrono::steady_clock::now();
+    barrierInAllThreads();
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(kDrainTime));
+}
+
+}  // namespace

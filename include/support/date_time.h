@@ -16,6 +16,7 @@
 // another. TZ must not be changed while another thread is inside an operation.
 #pragma once
 
+#include <support/exceptions.h>
 #include <support/export.h>
 #include <support/strings.h>
 

@@ -16,6 +16,7 @@
 // Threads: one object is for one thread at a time, decryption included. Copies are independent.
 #pragma once
 
+#include <support/exceptions.h>
 #include <support/export.h>
 
 #include <cstdint>

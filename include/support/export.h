@@ -2,6 +2,10 @@
 // KEST_SUPPORT_EXPORT. The macro is the only one that the public headers define.
 #pragma once
 
+#if (defined(_MSVC_LANG) && _MSVC_LANG < 202002L) || (!defined(_MSVC_LANG) && __cplusplus < 201709L)
+#error "The Kest Support Library needs C++20: compile with -std=c++20 or /std:c++20"
+#endif
+
 #if defined(_WIN32)
 #if defined(KEST_SUPPORT_BUILD)
 #define KEST_SUPPORT_EXPORT __declspec(dllexport)

@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <string>
 
+#include "support/exceptions.h"
 #include "support/export.h"
 #include "support/object_base.h"
 

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "support/exceptions.h"
 #include "support/export.h"
 #include "support/locks.h"
 #include "support/read_write_lock.h"

@@ -16,6 +16,7 @@
 // of the table for its duration.
 #pragma once
 
+#include <support/exceptions.h>
 #include <support/export.h>
 #include <support/properties.h>
 #include <support/strings.h>

@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "support/exceptions.h"
 #include "support/export.h"
 #include "support/properties.h"
 

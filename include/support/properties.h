@@ -33,6 +33,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/exceptions.h"
 #include "support/export.h"
 #include "support/locks.h"
 #include "support/object_base.h"

@@ -40,6 +40,7 @@
 #include <memory>
 #include <string>
 
+#include "support/exceptions.h"
 #include "support/export.h"
 #include "support/locks.h"
 #include "support/strings.h"

@@ -10,20 +10,92 @@
 #include <support/export.h>
 
 #include <cctype>
+#include <compare>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <cwchar>
 #include <cwctype>
+#include <ios>
 #include <locale>
 #include <string>
+#include <string_view>
 #include <type_traits>
 
 namespace KestSupport {
+
+namespace internal {
+
+/// The traits of a 16-bit unit, for standard libraries that have std::char_traits for their own character types alone.
+struct unit_traits {
+    using char_type = unsigned short;
+    using int_type = std::uint32_t;
+    using off_type = std::streamoff;
+    using pos_type = std::streampos;
+    using state_type = std::mbstate_t;
+    using comparison_category = std::strong_ordering;
+
+    static constexpr void assign(char_type& to, const char_type& from) noexcept { to = from; }
+    static constexpr bool eq(char_type a, char_type b) noexcept { return a == b; }
+    static constexpr bool lt(char_type a, char_type b) noexcept { return a < b; }
+
+    static constexpr int compare(const char_type* p, const char_type* q, std::size_t n) {
+        for (std::size_t i = 0; i < n; ++i) {
+            if (p[i] != q[i]) return p[i] < q[i] ? -1 : 1;
+        }
+        return 0;
+    }
+    static constexpr std::size_t length(const char_type* p) {
+        std::size_t n = 0;
+        while (p[n] != 0)
+            ++n;
+        return n;
+    }
+    static constexpr const char_type* find(const char_type* p, std::size_t n, const char_type& c) {
+        for (; n != 0; ++p, --n) {
+            if (*p == c) return p;
+        }
+        return nullptr;
+    }
+    static char_type* move(char_type* to, const char_type* from, std::size_t n) {
+        if (n != 0) std::memmove(to, from, n * sizeof(char_type));
+        return to;
+    }
+    static char_type* copy(char_type* to, const char_type* from, std::size_t n) { return move(to, from, n); }
+    static constexpr char_type* assign(char_type* to, std::size_t n, char_type c) {
+        for (std::size_t i = 0; i < n; ++i)
+            to[i] = c;
+        return to;
+    }
+
+    static constexpr int_type eof() noexcept { return ~int_type{0}; }
+    static constexpr int_type not_eof(int_type i) noexcept { return i == eof() ? 0 : i; }
+    static constexpr char_type to_char_type(int_type i) noexcept { return static_cast<char_type>(i); }
+    static constexpr int_type to_int_type(char_type c) noexcept { return c; }
+    static constexpr bool eq_int_type(int_type a, int_type b) noexcept { return a == b; }
+};
+
+#ifdef _LIBCPP_VERSION
+template <typename CharT>
+using text_traits = std::conditional_t<std::is_same_v<CharT, unsigned short>, unit_traits, std::char_traits<CharT>>;
+#else
+template <typename CharT>
+using text_traits = std::char_traits<CharT>;
+#endif
+
+template <typename CharT>
+using basic_text = std::basic_string<CharT, text_traits<CharT>>;
+template <typename CharT>
+using basic_text_view = std::basic_string_view<CharT, text_traits<CharT>>;
+
+}  // namespace internal
 
 /// Character traits that compare without regard to case, for char and for unsigned short; the rest is inherited.
 ///
 /// Narrow characters from 0x80 on count as negative values and so order before every 7-bit one; 7-bit ones are folded
 /// by the C runtime's tolower. Wide units are folded by towlower, cut to 16 bits and compared unsigned.
 template <typename CharT>
-struct char_traits_ci : std::char_traits<CharT> {
+struct char_traits_ci : internal::text_traits<CharT> {
     static_assert(std::is_same_v<CharT, char> || std::is_same_v<CharT, unsigned short>);
 
     static bool eq(CharT a, CharT b) { return a == b || fold(a) == fold(b); }
@@ -60,7 +132,8 @@ struct char_traits_ci : std::char_traits<CharT> {
 };
 
 using string_ci = std::basic_string<char, char_traits_ci<char>>;
-using wstring16 = std::basic_string<unsigned short>;
+/// std::basic_string<unsigned short>; with libc++, which has no traits for it, the same with traits of the library.
+using wstring16 = internal::basic_text<unsigned short>;
 using wstring16_ci = std::basic_string<unsigned short, char_traits_ci<unsigned short>>;
 
 /// The facet of a std::locale that converts between narrow and wide text. A locale holds at most one: putting an
@@ -173,3 +246,6 @@ class KEST_SUPPORT_EXPORT KestStringUtilities {
 };
 
 }  // namespace KestSupport
+
+// The exception that the conversions throw. It needs the types above.
+#include <support/exceptions.h>

@@ -29,6 +29,7 @@
 #include <cstdint>
 
 #include "support/events.h"
+#include "support/exceptions.h"
 #include "support/export.h"
 
 namespace KestSupport {

@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "support/exceptions.h"
 #include "support/export.h"
 #include "support/object_base.h"
 #include "support/observer.h"

@@ -18,6 +18,7 @@
 #include <memory>
 #include <string>
 
+#include "support/exceptions.h"
 #include "support/export.h"
 #include "support/properties.h"
 #include "support/strings.h"

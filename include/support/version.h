@@ -10,6 +10,7 @@
 // Threads: one object is for one thread at a time; the const operations may be called by several at once.
 #pragma once
 
+#include <support/exceptions.h>
 #include <support/export.h>
 
 #include <string>

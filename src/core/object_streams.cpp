@@ -109,8 +109,8 @@ void assignText(char*& text, const unsigned char* bytes, std::size_t count) {
 }
 
 // The same with units that end with a 0.
-template <typename Unit>
-void assignText(std::basic_string<Unit>& text, std::unique_ptr<Unit[]> units) {
+template <typename Text>
+void assignText(Text& text, std::unique_ptr<typename Text::value_type[]> units) {
     text = units.get();
 }
 

@@ -11,7 +11,7 @@
 namespace KestSupport {
 namespace {
 
-constexpr int kLogTrace = 9;
+constexpr int kExpandTrace = 9;
 
 // Bounds what references inside values bring in: values of two references each, thirty levels deep, would otherwise
 // make a text of a thousand million characters.
@@ -99,7 +99,7 @@ class Expansion {
     bool replace(const std::string& reference) {
         std::string name = reference.substr(1, reference.size() - 2);
         if (m_names.contains(name)) return false;
-        internal::logRecord(kLogTrace, "KestExpandString: Lookup ", name);
+        internal::logRecord(kExpandTrace, "KestExpandString: Lookup ", name);
         std::string value = m_lookup(name);
         if (m_sources.size() > 1) {
             if (value.size() > m_growthLeft) return false;
@@ -123,9 +123,9 @@ class Expansion {
 
 template <typename Lookup>
 std::string expand(const std::string& text, Lookup lookup) {
-    internal::logRecord(kLogTrace, "KestExpandString: expand = ", text);
+    internal::logRecord(kExpandTrace, "KestExpandString: expand = ", text);
     std::string result = Expansion(text, std::move(lookup)).run();
-    internal::logRecord(kLogTrace, "KestExpandString: result = ", result);
+    internal::logRecord(kExpandTrace, "KestExpandString: result = ", result);
     return result;
 }
 

@@ -8,7 +8,7 @@
 namespace KestSupport {
 namespace {
 
-constexpr int kLogTrace = 9;
+constexpr int kProcessTrace = 9;
 constexpr int kLogRun = 5;
 constexpr int kLogFailure = 1;
 constexpr std::uint32_t kNoWindow = 0x08000000;
@@ -47,7 +47,7 @@ bool KestExecuteProgramEx(const std::string& commandLine, void* standardInput, v
                           void** process, int* exitCode) {
     internal::logRecord(kLogRun, "KestExecuteProgramEx: Execution Started.");
     const std::uint32_t flags = internal::currentLogLevel() > kLogRun ? 0 : kNoWindow;
-    internal::logRecord(kLogTrace, "KestExecuteProgram: nCreateFlag = ", flags);
+    internal::logRecord(kProcessTrace, "KestExecuteProgram: nCreateFlag = ", flags);
     store(exitCode, 0);
     if (process != nullptr) *process = nullptr;
 

@@ -13,7 +13,7 @@ namespace {
 using platform::ServiceManager;
 
 constexpr std::size_t kPathCapacity = 512;
-constexpr std::uint32_t kPollInterval = 1000;  // milliseconds
+constexpr std::uint32_t kStopPollInterval = 1000;  // milliseconds
 
 class OwnedServiceHandle {
   public:
@@ -85,7 +85,7 @@ bool KestService::remove() {
     if (all.control(service.get(), platform::kServiceControlStop, status) == 0) {
         internal::ServiceHost::keepStatus(*this, status);
         do {
-            platform::sleepThread(kPollInterval);
+            platform::sleepThread(kStopPollInterval);
             if (all.queryStatus(service.get(), status) != 0) break;
             internal::ServiceHost::keepStatus(*this, status);
             m_pRecord->state = status.currentState == STOP_PENDING ? STOP_PENDING : STOPPED;

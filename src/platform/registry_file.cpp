@@ -19,7 +19,7 @@ constexpr std::string_view kBlanks = " \t";
 constexpr std::string_view kRoots[] = {"hkey_local_machine", "hklm"};
 constexpr std::uint32_t kBinary = 3;
 
-using Units = std::basic_string<unsigned short>;
+using Units = wstring16;
 
 // Little-endian units; an odd byte at the end is dropped.
 Units unitsOf(std::string_view bytes) {
@@ -70,9 +70,9 @@ std::string folded(std::string_view name) {
 }
 
 // Reads the text from its front to its end. Every function leaves the position behind what it has understood.
-class Reader {
+class FileReader {
   public:
-    explicit Reader(std::string_view text) noexcept : m_rest(text) {}
+    explicit FileReader(std::string_view text) noexcept : m_rest(text) {}
 
     void readAll() {
         skipBlanks();
@@ -220,7 +220,7 @@ class Reader {
 
 RegistryFile::RegistryFile(std::string_view bytes) {
     const std::string text = textOf(bytes);
-    Reader reader(text);
+    FileReader reader(text);
     reader.readAll();
     m_values.reserve(reader.values.size());
     while (!reader.values.empty()) {

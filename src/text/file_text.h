@@ -9,10 +9,15 @@
 #include <string>
 #include <string_view>
 
+#include "support/strings.h"
+
 namespace KestSupport::internal {
 
-using WideView = std::basic_string_view<unsigned short>;
-using WideText = std::basic_string<unsigned short>;
+using WideView = basic_text_view<unsigned short>;
+using WideText = wstring16;
+
+/// What a file of UTF-16 little-endian begins with.
+inline constexpr std::string_view kUtf16Mark = "\xFF\xFE";
 
 /// The conversion of the locale that was global when the object was made.
 class FileText {

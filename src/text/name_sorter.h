@@ -14,13 +14,15 @@
 #include <type_traits>
 #include <vector>
 
+#include "support/strings.h"
+
 namespace KestSupport::internal {
 
 /// Characters that the traits take for equal have one place; a lesser character has a lesser place.
 template <typename Traits>
 struct CharacterOrder {
     using CharType = typename Traits::char_type;
-    static constexpr bool kIsPlain = std::is_same_v<Traits, std::char_traits<CharType>>;
+    static constexpr bool kIsPlain = std::is_same_v<Traits, text_traits<CharType>>;
     static constexpr int kBits = kIsPlain && sizeof(CharType) == 1 ? 8 : 16;
 
     static std::uint16_t placeOf(CharType c) {

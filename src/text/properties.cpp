@@ -37,7 +37,7 @@ constexpr int kDumpLevel = 9;
 // The text as a file holds it: up to its first NUL, and without the traits, which files do not know.
 template <typename StringType>
 auto textForFile(const StringType& text) {
-    const std::basic_string_view<typename StringType::value_type> all(text.data(), text.size());
+    const internal::basic_text_view<typename StringType::value_type> all(text.data(), text.size());
     return all.substr(0, all.find(typename StringType::value_type{}));
 }
 
@@ -219,7 +219,7 @@ bool KestProperties<StringType>::loadPropertiesImpl(const std::string& fileName,
         return false;
     }
     internal::PropertyLineReader<CharType> reader(stream.get());
-    for (std::basic_string_view<CharType> line; reader.next(line);)
+    for (internal::basic_text_view<CharType> line; reader.next(line);)
         addLine(View(line.data(), line.size()), separator);
     if (reader.failed()) logAndFail(kCannotRead, fileName);
     logEntries();

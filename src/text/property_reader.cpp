@@ -10,7 +10,6 @@ namespace KestSupport::internal {
 namespace {
 
 constexpr std::size_t kBlock = std::size_t{64} * 1024;
-constexpr std::string_view kUtf16Mark = "\xFF\xFE";
 
 // The place behind the first line end that begins at or behind `from`, npos when there is none. Units are counted from
 // the text's beginning, and `from` begins one.
@@ -82,7 +81,7 @@ PropertyLineReader<CharType>::PropertyLineReader(std::FILE* stream)
     : m_blocks(stream), m_lineEnd(m_blocks.skip(kUtf16Mark) ? kUtf16LineEnd<CharType> : LineEnd::kByte) {}
 
 template <typename CharType>
-bool PropertyLineReader<CharType>::next(std::basic_string_view<CharType>& line) {
+bool PropertyLineReader<CharType>::next(basic_text_view<CharType>& line) {
     std::string_view bytes;
     if (!m_blocks.next(m_lineEnd, bytes)) return false;
     if (m_lineEnd != LineEnd::kByte) {

@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "support/strings.h"
 #include "text/file_text.h"
 
 namespace KestSupport::internal {
@@ -56,7 +57,7 @@ class PropertyLineReader {
   public:
     explicit PropertyLineReader(std::FILE* stream);
 
-    bool next(std::basic_string_view<CharType>& line);
+    bool next(basic_text_view<CharType>& line);
     bool failed() const { return m_blocks.failed(); }
 
   private:
@@ -65,7 +66,7 @@ class PropertyLineReader {
     LineBlocks m_blocks;
     const LineEnd m_lineEnd;
     const FileText m_fileText;
-    std::basic_string<CharType> m_line;  // the current line, where it is not the file's own bytes
+    basic_text<CharType> m_line;  // the current line, where it is not the file's own bytes
 };
 
 extern template class PropertyLineReader<char>;

@@ -6,9 +6,7 @@
 namespace KestSupport::internal {
 namespace {
 
-constexpr std::size_t kBlock = std::size_t{64} * 1024;
-
-constexpr std::string_view kUtf16Mark = "\xFF\xFE";
+constexpr std::size_t kFlushSize = std::size_t{64} * 1024;
 
 }  // namespace
 
@@ -24,7 +22,7 @@ void PropertyFileWriter<CharType>::writeLine(View name, View value) {
     appendAscii('=');
     append(value);
     appendAscii('\n');
-    if (m_block.size() >= kBlock) flush();
+    if (m_block.size() >= kFlushSize) flush();
 }
 
 template <typename CharType>

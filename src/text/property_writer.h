@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "platform/file_stream.h"
+#include "support/strings.h"
 #include "text/file_text.h"
 
 namespace KestSupport::internal {
@@ -25,7 +26,7 @@ inline platform::StreamMode streamMode(FileEncoding encoding) {
 template <typename CharType>
 class PropertyFileWriter {
   public:
-    using View = std::basic_string_view<CharType>;
+    using View = basic_text_view<CharType>;
 
     PropertyFileWriter(platform::Stream stream, FileEncoding encoding);
 

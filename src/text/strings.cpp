@@ -222,7 +222,7 @@ const wide_ctype::char_type* utf8_ctype::do_narrow(const char_type* first, const
 
 BSTR SysAllocString(const unsigned short* text) noexcept {
     if (text == nullptr) return nullptr;
-    const std::size_t length = std::char_traits<unsigned short>::length(text);
+    const std::size_t length = wstring16::traits_type::length(text);
     return SysAllocStringByteLen(reinterpret_cast<const char*>(text), static_cast<unsigned int>(length * sizeof *text));
 }
 

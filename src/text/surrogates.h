@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <string_view>
 
+#include "support/strings.h"
+
 namespace KestSupport::internal {
 
 inline constexpr char32_t kFirstHighSurrogate = 0xD800;
@@ -30,7 +32,7 @@ inline std::size_t unitsOf(wchar_t character, unsigned short (&units)[2]) {
 
 /// Reads the character that a text, which is not empty, begins with, and returns the number of its units; 0 for a
 /// surrogate without its partner.
-inline std::size_t characterOf(std::basic_string_view<unsigned short> text, wchar_t& character) {
+inline std::size_t characterOf(basic_text_view<unsigned short> text, wchar_t& character) {
     char32_t code = text[0];
     std::size_t units = 1;
     if (sizeof(wchar_t) > sizeof(unsigned short) && code >= kFirstHighSurrogate && code < kEndOfSurrogates) {

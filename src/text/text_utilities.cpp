@@ -16,7 +16,7 @@
 namespace KestSupport {
 namespace {
 
-using WideView = std::basic_string_view<unsigned short>;
+using WideView = internal::basic_text_view<unsigned short>;
 
 constexpr internal::CommandLineRules kSpacesAndDoubleQuotes{" ", "\"", false, false};
 

@@ -72,7 +72,7 @@ inline void transform(const BlowfishSchedule& schedule, BlowfishBlock (&blocks)[
 }
 
 /// What is left to do of a piece of work.
-struct Work {
+struct BlockWork {
     const unsigned char* in;
     unsigned char* out;
     std::size_t blocks;
@@ -80,7 +80,7 @@ struct Work {
 
 /// Does all that is left in groups of so many blocks.
 template <Direction direction, std::size_t count>
-void transformEcb(const BlowfishSchedule& schedule, Work& work) {
+void transformEcb(const BlowfishSchedule& schedule, BlockWork& work) {
     for (; work.blocks >= count; work.blocks -= count) {
         BlowfishBlock blocks[count];
         for (BlowfishBlock& block : blocks) {
@@ -96,7 +96,7 @@ void transformEcb(const BlowfishSchedule& schedule, Work& work) {
 }
 
 template <std::size_t count>
-void decryptCbc(const BlowfishSchedule& schedule, BlowfishBlock& chain, Work& work) {
+void decryptCbc(const BlowfishSchedule& schedule, BlowfishBlock& chain, BlockWork& work) {
     for (; work.blocks >= count; work.blocks -= count) {
         BlowfishBlock blocks[count];
         for (std::size_t i = 0; i < count; ++i)
@@ -145,14 +145,14 @@ void expandBlowfishKey(BlowfishSchedule& schedule, const unsigned char* key, std
 }
 
 void encryptEcb(const BlowfishSchedule& schedule, const unsigned char* in, unsigned char* out, std::size_t blocks) {
-    Work work{in, out, blocks};
+    BlockWork work{in, out, blocks};
     transformEcb<Direction::Encrypt, kManyBlocks>(schedule, work);
     transformEcb<Direction::Encrypt, 2>(schedule, work);
     transformEcb<Direction::Encrypt, 1>(schedule, work);
 }
 
 void decryptEcb(const BlowfishSchedule& schedule, const unsigned char* in, unsigned char* out, std::size_t blocks) {
-    Work work{in, out, blocks};
+    BlockWork work{in, out, blocks};
     transformEcb<Direction::Decrypt, kManyBlocks>(schedule, work);
     transformEcb<Direction::Decrypt, 2>(schedule, work);
     transformEcb<Direction::Decrypt, 1>(schedule, work);
@@ -173,7 +173,7 @@ void encryptCbc(const BlowfishSchedule& schedule, BlowfishBlock& chain, const un
 
 void decryptCbc(const BlowfishSchedule& schedule, BlowfishBlock& chain, const unsigned char* in, unsigned char* out,
                 std::size_t blocks) {
-    Work work{in, out, blocks};
+    BlockWork work{in, out, blocks};
     decryptCbc<kManyBlocks>(schedule, chain, work);
     decryptCbc<2>(schedule, chain, work);
     decryptCbc<1>(schedule, chain, work);

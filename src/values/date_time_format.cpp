@@ -67,7 +67,7 @@ class UnitCollector : public std::wstreambuf {
 wstring16 formatTime(const std::locale& locale, std::wios& state, const std::tm& fields,
                      const unsigned short* pattern) {
     const auto& facet = std::use_facet<std::time_put<wchar_t>>(locale);
-    const std::wstring widePattern(pattern, pattern + std::char_traits<unsigned short>::length(pattern));
+    const std::wstring widePattern(pattern, pattern + wstring16::traits_type::length(pattern));
     UnitCollector collector;
     facet.put(std::ostreambuf_iterator<wchar_t>(&collector), state, L'\0', &fields, widePattern.data(),
               widePattern.data() + widePattern.size());

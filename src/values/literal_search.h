@@ -15,6 +15,8 @@
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
+
+#include "support/strings.h"
 #endif
 
 namespace KestSupport::internal {
@@ -22,7 +24,7 @@ namespace KestSupport::internal {
 template <typename CharT>
 class LiteralSearch {
   public:
-    using View = std::basic_string_view<CharT>;
+    using View = basic_text_view<CharT>;
     static constexpr std::size_t npos = View::npos;
 
     /// Of no characters, it must not be searched for.

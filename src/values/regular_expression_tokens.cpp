@@ -202,7 +202,7 @@ class PatternParser {
             std::find_if(ranges.begin(), ranges.end(), [](const Range& r) { return r.first <= 0 && 0 <= r.last; });
         if (cut == ranges.end()) return;
         if (cut->first < 0) {
-            cut->last = -1;
+            cut->last = static_cast<Place>(-1);
             ++cut;
         }
         ranges.erase(cut, ranges.end());
@@ -226,7 +226,7 @@ class PatternParser {
         ++m_next;
     }
 
-    const std::basic_string_view<CharType> m_pattern;
+    const basic_text_view<CharType> m_pattern;
     std::vector<Token>& m_tokens;
     std::size_t m_next = 0;  // what is read is in front of it
     Token m_token;

@@ -17,6 +17,7 @@
 #include <memory>
 #include <string_view>
 
+#include "support/strings.h"
 #include "values/regular_expression_program.h"
 
 namespace KestSupport::internal {
@@ -32,7 +33,7 @@ struct ExpressionMatch {
 template <typename StringType>
 class ExpressionWalk {
   public:
-    using View = std::basic_string_view<typename StringType::value_type>;
+    using View = basic_text_view<typename StringType::value_type>;
 
     ExpressionWalk(const ExpressionProgram<StringType>& program, View text);
 

@@ -42,6 +42,26 @@ TEST(Strings, FoldingOrdersHighBytesFirstAndTheUnderscoreBeforeLettersAndWideTex
     std::setlocale(LC_ALL, before.c_str());
 }
 
+// Where the standard library has traits for 16-bit units, ours do the same.
+TEST(Strings, UnitTraitsMakeTheStringsThatTheStandardOnesMake) {
+    using Text = std::basic_string<unsigned short, internal::unit_traits>;
+    std::vector<std::pair<wstring16, Text>> texts(1);
+    for (std::size_t i = 0; texts.size() < 85; ++i)
+        for (const unsigned short unit : u"\1\x8001\xFFFF")
+            texts.emplace_back(texts[i].first + unit, texts[i].second + unit);
+    for (const auto& [a, b] : texts) {
+        EXPECT_TRUE(std::equal(a.begin(), a.end(), b.begin(), b.end()) &&
+                    Text(b.c_str()).size() == wstring16(a.c_str()).size());
+        for (const auto& [other, same] : texts) {
+            EXPECT_TRUE((a < other) == (b < same) && (a == other) == (b == same) &&
+                        a.find(other, 1) == b.find(same, 1));
+            EXPECT_EQ(wstring16(a).insert(0, other).replace(0, 1, a).compare(a),
+                      Text(b).insert(0, same).replace(0, 1, b).compare(b));
+        }
+    }
+    EXPECT_NE(internal::unit_traits::to_int_type(0xFFFF), internal::unit_traits::eof());
+}
+
 TEST(Strings, ConversionsStopAtAZeroAndFindRoomForAnyText) {
     std::u16string many;
     std::string bytes;

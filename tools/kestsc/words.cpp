@@ -19,9 +19,10 @@ constexpr std::pair<std::uint32_t, const char*> kStartTypes[] = {{platform::kSer
                                                                  {platform::kServiceDemandStart, "demand"},
                                                                  {platform::kServiceDisabled, "disabled"}};
 
-constexpr std::pair<std::uint32_t, const char*> kControls[] = {{platform::kServiceAcceptStop, "stop"},
-                                                               {platform::kServiceAcceptPauseContinue, "pause"},
-                                                               {platform::kServiceAcceptParameterChange, "parameters"}};
+constexpr std::pair<std::uint32_t, const char*> kAcceptedControls[] = {
+    {platform::kServiceAcceptStop, "stop"},
+    {platform::kServiceAcceptPauseContinue, "pause"},
+    {platform::kServiceAcceptParameterChange, "parameters"}};
 
 std::locale utf8Locale() {
     return {std::locale::classic(), new KestSupport::utf8_ctype};
@@ -49,7 +50,7 @@ std::optional<std::uint32_t> startTypeOf(std::string_view word) {
 
 std::vector<std::string> controlWords(std::uint32_t accepted) {
     std::vector<std::string> words;
-    for (const auto& [bit, word] : kControls) {
+    for (const auto& [bit, word] : kAcceptedControls) {
         if ((accepted & bit) != 0) words.emplace_back(word);
     }
     return words;

@@ -16,6 +16,7 @@
 #include "platform/state_directory.h"
 #include "platform/text.h"
 #include "platform/uninterrupted.h"
+#include "support/strings.h"
 
 namespace KestSupport::platform {
 namespace {
@@ -32,7 +33,7 @@ std::string_view recoded(std::string_view text, bool toUtf8, std::string& buffer
     if (isAscii(text)) return text;
     const CodePage ansi = ansiCodePage();
     if (ansi == codePageUtf8) return text;
-    std::basic_string<unsigned short> units(text.size(), 0);
+    wstring16 units(text.size(), 0);
     units.resize(widenText(toUtf8 ? ansi : codePageUtf8, text.data(), text.size(), units.data(), units.size()));
     constexpr std::size_t kMostBytesOfUnit = 4;
     buffer.resize(units.size() * kMostBytesOfUnit);
@@ -82,12 +83,12 @@ class Registry {
         struct stat status {};
         if (stream == nullptr || ::fstat(::fileno(stream.get()), &status) != 0) return errorFromErrno(errno);
         std::string bytes;
-        constexpr std::size_t kBlockSize = 65536;
+        constexpr std::size_t kReadSize = 65536;
         bool failed = false;
-        for (std::size_t count = kBlockSize; count == kBlockSize && !failed;) {
+        for (std::size_t count = kReadSize; count == kReadSize && !failed;) {
             const std::size_t before = bytes.size();
-            bytes.resize(before + kBlockSize);
-            count = readStream(stream.get(), bytes.data() + before, kBlockSize, failed);
+            bytes.resize(before + kReadSize);
+            count = readStream(stream.get(), bytes.data() + before, kReadSize, failed);
             bytes.resize(before + count);
         }
         if (failed) return errorGeneralFailure;

@@ -19,7 +19,7 @@
 namespace KestSupport::platform {
 namespace {
 
-constexpr mode_t kOwnerOnly = 0700;
+constexpr mode_t kFolderMode = 0700;
 constexpr std::size_t kLongestFolderName = 200;  // leaves room below the 255 bytes of a file's name
 
 std::uint64_t hashOf(const std::string& text) {
@@ -30,7 +30,7 @@ std::uint64_t hashOf(const std::string& text) {
 }
 
 ErrorCode makeFolder(int parent, const char* name) {
-    if (systemCall("mkdirat", [&] { return ::mkdirat(parent, name, kOwnerOnly); }) == 0 || errno == EEXIST) return 0;
+    if (systemCall("mkdirat", [&] { return ::mkdirat(parent, name, kFolderMode); }) == 0 || errno == EEXIST) return 0;
     return errorFromErrno(errno);
 }
 

@@ -16,7 +16,7 @@ namespace {
 using Holder = RecordLock::Holder;
 
 constexpr std::uint32_t kPatience = 1000;  // milliseconds from a request to end to a kill
-constexpr std::uint32_t kLookAgainAfter = 5;
+constexpr std::uint32_t kLookForEndAfter = 5;
 
 // Sends the signal to the group that the process is in, which a service has to itself. A group outlives its leader.
 ErrorCode signalGroup(std::uint32_t id, int number) {
@@ -55,7 +55,7 @@ ErrorCode endUnansweredStart(const ServiceDatabase& database, const std::string&
         }
         sent = wanted;
         ended = true;
-        sleepThread(kLookAgainAfter);
+        sleepThread(kLookForEndAfter);
     }
     if (ended) removeIfDeleted(database.folder(), name);
     return 0;
@@ -85,7 +85,7 @@ ErrorCode endService(const ServiceDatabase& database, const std::string& name) {
             killed = true;
         }
         if (steadyTime() > end) return errorServiceRequestTimeout;
-        sleepThread(kLookAgainAfter);
+        sleepThread(kLookForEndAfter);
     }
 }
 

@@ -15,9 +15,9 @@ void putWord(std::string& bytes, std::uint32_t word) {
 }
 
 // Reads what putWord wrote. What is missing reads as zero, and is told at the end.
-class Reader {
+class MessageReader {
   public:
-    explicit Reader(std::string_view bytes) : m_rest(bytes) {}
+    explicit MessageReader(std::string_view bytes) : m_rest(bytes) {}
 
     std::uint32_t word() {
         std::uint32_t value = 0;
@@ -58,7 +58,7 @@ void putStatus(std::string& bytes, const ServiceStatus& status) {
         putWord(bytes, word);
 }
 
-ServiceStatus takeStatus(Reader& reader) {
+ServiceStatus takeStatus(MessageReader& reader) {
     ServiceStatus status;
     for (std::uint32_t* const field :
          {&status.serviceType, &status.currentState, &status.controlsAccepted, &status.exitCode,
@@ -88,7 +88,7 @@ std::string encodeRecord(const ServiceStatus& status) {
 }
 
 std::optional<ServiceStatus> decodeRecord(std::string_view bytes) {
-    Reader reader(bytes);
+    MessageReader reader(bytes);
     if (reader.word() != kRecordMark) return std::nullopt;
     const ServiceStatus status = takeStatus(reader);
     const std::uint32_t expected = checksum(bytes.substr(0, kServiceRecordSize - kWordSize));
@@ -103,7 +103,7 @@ std::string encodeRequest(std::uint32_t control) {
 }
 
 std::optional<std::uint32_t> decodeRequest(std::string_view bytes) {
-    Reader reader(bytes);
+    MessageReader reader(bytes);
     if (reader.word() != kRequestMark) return std::nullopt;
     const std::uint32_t control = reader.word();
     return reader.isWhole() ? std::optional(control) : std::nullopt;
@@ -117,7 +117,7 @@ std::string encodeReply(const ServiceReply& reply) {
 }
 
 std::optional<ServiceReply> decodeReply(std::string_view bytes) {
-    Reader reader(bytes);
+    MessageReader reader(bytes);
     if (reader.word() != kReplyMark) return std::nullopt;
     ServiceReply reply;
     reply.error = reader.word();
@@ -136,7 +136,7 @@ std::string encodeStart(const std::vector<std::string>& texts) {
 }
 
 std::optional<std::vector<std::string>> decodeStart(std::string_view bytes) {
-    Reader reader(bytes);
+    MessageReader reader(bytes);
     if (reader.word() != kStartMark) return std::nullopt;
     std::vector<std::string> texts;
     for (std::uint32_t count = reader.word(); count > 0 && !reader.isShort(); --count)

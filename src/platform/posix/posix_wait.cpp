@@ -17,7 +17,7 @@ using Kind = WaitObject::Kind;
 
 // Pauses, of about 25 nanoseconds each.
 constexpr std::uint32_t kLeastSpins = 8;
-constexpr std::uint32_t kSpins = 160;
+constexpr std::uint32_t kMostSpins = 160;
 constexpr std::uint32_t kProbeSpins = 1600;
 constexpr std::uint32_t kFirstProbe = 8;
 constexpr std::uint32_t kProbeEvery = 1024;
@@ -71,7 +71,7 @@ std::optional<bool> glance(WaitObject& object, ThreadRecord& self) noexcept {
 // slept, would both sleep for ever after, because waking takes longer than the spin; so now and then, and ever more
 // seldom, a spin is long enough to meet a thread that is just being woken.
 std::uint32_t spinBudget(std::uint32_t vain) noexcept {
-    if (vain == 0) return kSpins;
+    if (vain == 0) return kMostSpins;
     const bool probe = vain >= kFirstProbe && (std::has_single_bit(vain) || vain % kProbeEvery == 0);
     return probe ? kProbeSpins : kLeastSpins;
 }

@@ -122,6 +122,10 @@ bool ServiceHost::report(KestService& service, std::uint32_t state, std::uint32_
     return send(service, state, exitCode, waitHint);
 }
 
+void ServiceHost::keepFailure(KestService& service, const std::string& text) {
+    platform::serviceManager().setFailureText(service.m_pRecord->statusHandle, text);
+}
+
 KestService::tState ServiceHost::requestStop(KestService& service) {
     return service.m_pRecord->state.exchange(KestService::STOP_PENDING);
 }

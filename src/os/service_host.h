@@ -51,6 +51,9 @@ class ServiceHost {
     static void logReport(KestService& service, std::uint32_t state);
     static bool send(KestService& service, std::uint32_t state, std::uint32_t exitCode, std::uint32_t waitHint);
 
+    /// Leaves a text with the manager that says why the service is about to stop.
+    static void keepFailure(KestService& service, const std::string& text);
+
     /// A request to stop: the state becomes STOP_PENDING. Returns the state before it, for withdrawStop.
     static KestService::tState requestStop(KestService& service);
     /// The stop event could not be set: restores the state, unless the service acts on another request.

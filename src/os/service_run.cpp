@@ -145,7 +145,9 @@ std::uint32_t serviceStartThread(ServiceRun& run, const std::string& arguments) 
     try {
         started = ServiceHost::startIt(run.service(), arguments);
     } catch (...) {
-        logRecord(1, "ServiceStartThread: startIt threw ", describeException());
+        const std::string failure = "startIt threw " + describeException();
+        logRecord(1, "ServiceStartThread: ", failure);
+        ServiceHost::keepFailure(run.service(), failure);
         run.setExitCode(platform::errorExceptionInService);
     }
     logRecord(9, "ServiceStartThread: startIt returned with status=", started ? 1 : 0);

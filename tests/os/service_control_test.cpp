@@ -5,6 +5,7 @@
 #include "kit/log_capture.h"
 #include "kit/recording_service_manager.h"
 #include "kit/service_fixture.h"
+#include "support/exceptions.h"
 #include "support/service.h"
 
 namespace {
@@ -149,6 +150,7 @@ class HostedService : public KestService {
     bool startIt(const std::string& arguments) override {
         std::ofstream("arguments") << "<" << arguments << ">";
         std::this_thread::sleep_for(std::chrono::milliseconds(arguments == "slow " ? 1200 : 0));
+        if (arguments == "throw ") throw KestException("no port", 98);
         return arguments != "fail ";
     }
     bool stopIt() override {
@@ -193,7 +195,13 @@ TEST_F(HostedServiceTest, IsInstalledStartedStoppedAndRemoved) {
     EXPECT_EQ(state.read("arguments"), "<slow >");
     EXPECT_EQ(run("tell hosted; control hosted 2; control hosted 4; control hosted 1; await hosted 1; tell hosted"),
               "4/1/0p 1052/4 0/4 0/3 1/1/0");
+    EXPECT_EQ(run("start hosted throw; await hosted 1; tell hosted"), "0 1/1/1064");
+    std::string failure;
+    EXPECT_EQ(Opened("hosted").call(&Manager::queryFailureText, failure), 0u);
+    EXPECT_EQ(failure, "startIt threw no port (code 98)");
     EXPECT_EQ(run("start hosted fail; await hosted 1; start hosted"), "0 0");
+    EXPECT_EQ(Opened("hosted").call(&Manager::queryFailureText, failure), 0u);
+    EXPECT_EQ(failure, "");
     EXPECT_TRUE(installer.remove());
     EXPECT_EQ(service.GetServiceStatus(), 0u);
     EXPECT_FALSE(installer.remove());

@@ -207,8 +207,8 @@ TEST_F(Kestsc, WaitsWithinItsTimeAndShowsItToTerminalsOnly) {
     EXPECT_EQ(watched.wait(), 0);
     EXPECT_EQ(watched.output(), "slow: started\n");
     const std::regex shown(
-        "(\rstart slow: [a-z]+( pending)?(, check point 1)?, \\d+ s *)*\rstart slow: start pending, "
-        "check point 1, \\d+ s *(\rstart slow: [a-z]+, \\d+ s *)?\r {20,}\r");
+        "(\rstart slow: [a-z]+( pending)?(, process \\d+)?(, check point 1)?, \\d+ s *)*\rstart slow: start pending, "
+        "process \\d+, check point 1, \\d+ s *(\rstart slow: [a-z]+, process \\d+, \\d+ s *)?\r {20,}\r");
     EXPECT_TRUE(std::regex_match(watched.errors(), shown)) << testing::PrintToString(watched.errors());
     expect({{{"restart", "slow", "--timeout", "60"}, 0, "slow: started\n", ""},
             {{"stop", "slow", "--no-wait"}, 0, "slow: is stopping\n", ""},
@@ -218,11 +218,22 @@ TEST_F(Kestsc, WaitsWithinItsTimeAndShowsItToTerminalsOnly) {
             {{"stop", "stubborn", "--timeout=1"},
              6,
              "",
-             "stop stubborn: timed out after 1 s; the service is stop pending and reports no progress"}});
+             "stop stubborn: timed out after 1 s; the service is stop pending and reports no progress"},
+            {{"stop", "stubborn", "--timeout=1", "--force"}, 0, "stubborn: killed\n", ""},
+            {{"stop", "slow"}, 0, "slow: stopped\n", ""}});
     install("mute", "mute");
+    expect({{"config", "mute", "--command", "/bin/sleep 100"}, 0, "mute: changed\n", ""});
+    for (const Texts& arguments : {Texts{"start", "mute"}, {"start", "slow", "slowly"}}) {
+        kit::ChildProcess broken(KESTSC, arguments);
+        kit::await([&] { return query(arguments[1]).processId != 0; });
+        broken.interrupt();
+        EXPECT_EQ(broken.wait(), -2) << "as any program that is interrupted";
+        const std::regex ended("kestsc: start " + arguments[1] + ": interrupted; its process \\d+ was ended\n");
+        EXPECT_TRUE(std::regex_match(broken.errors(), ended)) << broken.errors();
+        EXPECT_EQ(query(arguments[1]).currentState, 1u);
+    }
     environment.set("KEST_SERVICE_TIMEOUT", "1000");
-    expect({{{"config", "mute", "--command", "/bin/sleep 100"}, 0, "mute: changed\n", ""},
-            {{"start", "mute"}, 6, "", "start mute: the service did not answer in time (1053)"}});
+    expect({{{"start", "mute"}, 6, "", "start mute: the service did not answer in time (1053)"}});
     kit::ChildProcess full(KESTSC, {"list"}, {"", "exec >/dev/full", false});
     EXPECT_EQ(full.wait(), 1);
     EXPECT_EQ(full.errors(), "kestsc: standard output: no space left on device (112)\n");
@@ -243,6 +254,7 @@ TEST_F(Kestsc, RefusesCommandLinesInOneLine) {
         {{"start", "a", "--timeout=1.5"}, "start: --timeout: 1.5 is not a whole number from 1 to 86400 (kestsc start"},
         {{"start", "a", "--timeout", "0"}, "start: --timeout: 0 is not a whole number from 1 to 86400 (kestsc start"},
         {{"start", "a", "--timeout=5", "--no-wait"}, "start: --timeout and --no-wait exclude each other (kestsc start"},
+        {{"stop", "a", "--force", "--no-wait"}, "stop: --force and --no-wait exclude each other (kestsc stop"},
         {{"start", "a", "--no-wait=1"}, "start: --no-wait takes no value (kestsc start"},
         {{"start", "a", "--json", "--json"}, "start: --json is given twice (kestsc start"},
         {{"install", "a"}, "install: COMMAND is missing (kestsc install"},

@@ -93,8 +93,11 @@ void requireFitting(const Words& words) {
     const std::vector<std::string>& given = words.arguments;
     if (given.size() < command->fewest) refuse(given.empty() ? "NAME is missing" : "COMMAND is missing", command);
     if (given.size() > command->most) refuse("unexpected argument " + given[command->most], command);
-    if (words.options.count(kOptionTimeout) != 0 && words.options.count(kOptionNoWait) != 0) {
-        refuse("--timeout and --no-wait exclude each other", command);
+    for (const OptionEntry& option : kOptions) {
+        const bool limitsTheWait = option.bit == kOptionTimeout || option.bit == kOptionForce;
+        if (limitsTheWait && words.options.count(option.bit) != 0 && words.options.count(kOptionNoWait) != 0) {
+            refuse(std::string("--") + option.name + " and --no-wait exclude each other", command);
+        }
     }
 }
 
@@ -136,6 +139,7 @@ void setChange(CommandLine& line, unsigned bit, const std::string& value) {
 const std::vector<OptionEntry> kOptions{
     {kOptionTimeout, "timeout", "SECONDS", "give up after so long, for each service; 30 unless it asks for more"},
     {kOptionNoWait, "no-wait", "", "return as soon as the service has been asked"},
+    {kOptionForce, "force", "", "kill a service that has not stopped in that time"},
     {kOptionDisplay, "display", "TEXT", "the name that people see"},
     {kOptionDescription, "description", "TEXT", "what the service is for"},
     {kOptionStart, "start", "TYPE", "auto (with start-all), demand or disabled"},
@@ -162,6 +166,7 @@ CommandLine parseCommandLine(const std::vector<std::string>& words) {
     for (const auto& [bit, value] : given.options) {
         if (bit == kOptionTimeout) line.patience.seconds = secondsOf(value, line.command);
         if (bit == kOptionNoWait) line.patience.waits = false;
+        if (bit == kOptionForce) line.patience.forces = true;
         setChange(line, bit, value);
     }
     return line;

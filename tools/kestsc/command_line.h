@@ -24,6 +24,7 @@ enum OptionBit : unsigned {
     kOptionStart = 128,
     kOptionDepends = 256,
     kOptionCommand = 512,
+    kOptionForce = 1024,
 };
 
 struct OptionEntry {

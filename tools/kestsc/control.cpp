@@ -11,13 +11,15 @@ namespace {
 
 namespace platform = KestSupport::platform;
 
-// Does the operation for one service; a failure is told and does not keep the others from their turn. Whether it
-// succeeded.
+// Does the operation for one service. A failure is reported and does not keep the others from their turn; a request to
+// end does. Returns whether the operation succeeded.
 template <typename Operation>
 bool attempt(const Task& task, Report& report, Operation operation) {
     try {
         report.succeed(task, operation());
         return true;
+    } catch (const Interrupted&) {
+        throw;
     } catch (const Failure& failure) {
         report.fail(failure);
         return false;

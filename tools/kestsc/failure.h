@@ -60,6 +60,19 @@ class Failure : public std::runtime_error {
     Cause m_cause;
 };
 
+/// The user, or a supervisor, has asked this program to end; what the operation had begun is undone.
+class Interrupted : public Failure {
+  public:
+    /// The request is the number that platform/interruption.h gives.
+    Interrupted(const Task& task, const std::string& reason, int request)
+        : Failure(task, KestSupport::platform::errorProcessAborted, reason), m_request(request) {}
+
+    int request() const { return m_request; }
+
+  private:
+    int m_request;
+};
+
 /// Throws a Failure unless the error is 0.
 void require(const Task& task, ErrorCode error);
 

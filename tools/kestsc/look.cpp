@@ -30,6 +30,7 @@ struct Told {
     std::string displayName;
     ErrorCode error = 0;
     ServiceStatus status;
+    std::string failure;
 };
 
 std::string displayText(const std::string& displayName, ErrorCode error) {
@@ -43,7 +44,9 @@ std::string formatJson(const Told& service) {
     json.add("state", stateWord(status.currentState)).add("processId", status.processId);
     json.addJson("accepts", jsonTexts(controlWords(status.controlsAccepted)));
     json.add("exitCode", status.exitCode).add("serviceExitCode", status.serviceExitCode);
-    return json.add("checkPoint", status.checkPoint).add("waitHint", status.waitHint).text();
+    json.add("checkPoint", status.checkPoint).add("waitHint", status.waitHint);
+    if (!service.failure.empty()) json.add("failure", service.failure);
+    return json.text();
 }
 
 std::string formatText(const Told& service) {
@@ -53,6 +56,7 @@ std::string formatText(const Told& service) {
                           {"State", stateWord(status.currentState)}};
     if (status.currentState == platform::kServiceStopped) {
         rows.push_back({"Last end", endText(status)});
+        if (!service.failure.empty()) rows.push_back({"Failure", service.failure});
         return formatTable(rows);
     }
     rows.push_back({"Process", processText(status)});
@@ -93,6 +97,7 @@ void showStatus(const CommandLine& line, Report& report) {
     Told told;
     told.name = line.service;
     require(task, platform::serviceManager().queryStatus(service.get(), told.status));
+    platform::serviceManager().queryFailureText(service.get(), told.failure);
     try {
         told.displayName = manager.configurationOf(task).displayName;
     } catch (const Failure& failure) {

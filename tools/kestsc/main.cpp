@@ -3,6 +3,7 @@
 
 #include "command_line.h"
 #include "help.h"
+#include "platform/interruption.h"
 #include "report.h"
 #include "support/exceptions.h"
 #include "text.h"
@@ -14,6 +15,7 @@ ExitCode run(const std::vector<std::string>& words) {
     const CommandLine line = parseCommandLine(words);
     const bool asked = line.help || line.version;
     Report report(line.json && !asked);
+    int request = 0;
     if (line.help) {
         report.show(line.command != nullptr ? commandHelp(*line.command) : generalHelp());
     } else if (line.version) {
@@ -21,11 +23,17 @@ ExitCode run(const std::vector<std::string>& words) {
     } else {
         try {
             line.command->run(line, report);
+        } catch (const Interrupted& interrupted) {
+            report.fail(interrupted);
+            request = interrupted.request();
         } catch (const Failure& failure) {
             report.fail(failure);
         }
     }
-    return report.finish();
+    const ExitCode code = report.finish();
+    // A shell that runs a script sees from the signal that the user wanted the script to end too.
+    if (request != 0) KestSupport::platform::Interruption::takeEffect(request);
+    return code;
 }
 
 }  // namespace

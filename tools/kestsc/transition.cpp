@@ -96,31 +96,56 @@ std::vector<std::string> missingDependencies(const Manager& manager, const Task&
     }
 }
 
+// Undoes a start that this program was asked to end in: a program that is not ended would stay start pending.
+[[noreturn]] void undoStart(const SharedHandle& service, const Interrupted& interrupted, std::uint32_t process) {
+    ServiceStatus status;
+    platform::ServiceManager& services = platform::serviceManager();
+    const bool known = services.queryStatus(service.get(), status) == 0;
+    const bool isStarting = known && status.currentState == platform::kServiceStartPending;
+    const ErrorCode error = isStarting ? services.endService(service.get()) : platform::errorSuccess;
+    if (status.processId != 0) process = status.processId;
+    const std::string name = process == 0 ? "the program that was starting" : "its process " + std::to_string(process);
+    std::string reason = "interrupted; " + name + " was ended";
+    if (error != 0) reason = "interrupted; " + name + " could not be ended: " + errorText(error);
+    if (known && !isStarting && status.currentState != platform::kServiceStopped) {
+        reason = "interrupted; the service is " + stateWord(status.currentState) + ", " + name;
+    }
+    throw Interrupted(interrupted.task(), reason, interrupted.request());
+}
+
 }  // namespace
 
 std::string startService(const Manager& manager, const Task& task, const std::vector<std::string>& arguments,
                          const Patience& patience) {
-    const SharedHandle service = manager.open(task, platform::kServiceStart | platform::kServiceQueryStatus);
-    Wait wait(task, service, patience);
-    for (;;) {
-        const ErrorCode error =
-            wait.call([=] { return platform::serviceManager().startService(service.get(), arguments); });
-        if (error == 0) break;
-        if (error != platform::errorServiceAlreadyRunning) failToChange(manager, task, error);
-        const std::uint32_t state = wait.look().currentState;
-        const bool isEnding = state == platform::kServiceStopped || state == platform::kServiceStopPending;
-        if (!isEnding && patience.waits) awaitRunning(wait, task);
-        if (!isEnding) return "is already " + stateWord(wait.look().currentState);
-        if (!patience.waits) throw Failure(task, error, "its last run is still ending");
-        wait.pause();
+    constexpr std::uint32_t access = platform::kServiceStart | platform::kServiceStop | platform::kServiceQueryStatus;
+    const SharedHandle service = manager.open(task, access);
+    ErrorCode error = 0;
+    Wait wait(task, service, patience, [] { platform::serviceManager().cancelStarts(); });
+    try {
+        for (;;) {
+            wait.call([&] { return error = platform::serviceManager().startService(service.get(), arguments); });
+            if (error == 0) break;
+            if (error != platform::errorServiceAlreadyRunning) failToChange(manager, task, error);
+            const std::uint32_t state = wait.look().currentState;
+            const bool isEnding = state == platform::kServiceStopped || state == platform::kServiceStopPending;
+            if (!isEnding && patience.waits) awaitRunning(wait, task);
+            if (!isEnding) return "is already " + stateWord(wait.look().currentState);
+            if (!patience.waits) throw Failure(task, error, "its last run is still ending");
+            wait.pause();
+        }
+        if (!patience.waits) return "is starting";
+        awaitRunning(wait, task);
+        return "started";
+    } catch (const Interrupted& interrupted) {
+        const bool isOurs = error != platform::errorServiceAlreadyRunning;
+        if (!isOurs) throw;
+        undoStart(service, interrupted, wait.process());
     }
-    if (!patience.waits) return "is starting";
-    awaitRunning(wait, task);
-    return "started";
 }
 
-std::string stopService(const Manager& manager, const Task& task, const Patience& patience) {
-    const SharedHandle service = manager.open(task, platform::kServiceStop | platform::kServiceQueryStatus);
+namespace {
+
+std::string askToStop(const Manager& manager, const Task& task, const SharedHandle& service, const Patience& patience) {
     Wait wait(task, service, patience);
     for (;;) {
         const ErrorCode error = wait.call([=] {
@@ -138,6 +163,22 @@ std::string stopService(const Manager& manager, const Task& task, const Patience
     if (!patience.waits) return "is stopping";
     awaitStopped(wait, task);
     return "stopped";
+}
+
+}  // namespace
+
+std::string stopService(const Manager& manager, const Task& task, const Patience& patience) {
+    const SharedHandle service = manager.open(task, platform::kServiceStop | platform::kServiceQueryStatus);
+    try {
+        return askToStop(manager, task, service, patience);
+    } catch (const Failure& failure) {
+        const bool doesNotStop = failure.exitCode() == kExitTimedOut || failure.exitCode() == kExitFailed;
+        if (!patience.forces || !doesNotStop) throw;
+    }
+    const ErrorCode error = platform::serviceManager().endService(service.get());
+    if (error == platform::errorServiceNotActive) return "stopped";
+    require(task, error);
+    return "killed";
 }
 
 }  // namespace kestsc

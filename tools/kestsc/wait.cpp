@@ -25,11 +25,14 @@ std::string seconds(milliseconds time) {
 
 }  // namespace
 
-Wait::Wait(const Task& task, const SharedHandle& service, const Patience& patience)
+Wait::Wait(const Task& task, const SharedHandle& service, const Patience& patience, Cancel cancel)
     : m_task(task),
       m_service(service),
       m_patience(patience),
-      m_progress(stderr, platform::isTerminal(platform::StandardStream::error)) {}
+      m_cancel(std::move(cancel)),
+      m_progress(stderr, platform::isTerminal(platform::StandardStream::error)) {
+    if (m_cancel) m_held.emplace();
+}
 
 ServiceStatus Wait::look() {
     ServiceStatus status;
@@ -49,12 +52,24 @@ ErrorCode Wait::call(std::function<ErrorCode()> work) {
     std::packaged_task<ErrorCode()> task(std::move(work));
     std::future<ErrorCode> result = task.get_future();
     const std::jthread worker(std::move(task));
+    int request = 0;
     while (result.wait_for(refresh) != std::future_status::ready) {
         look();
         showProgress();
+        if (request != 0) continue;
+        request = askForEnd(milliseconds(0));
+        if (request != 0) m_cancel();
     }
     m_inCalls += Clock::now() - begin;
+    if (request != 0) throw Interrupted(m_task, "interrupted", request);
     return result.get();
+}
+
+// 0, or the request that has come. Without requests to hold back it sleeps.
+int Wait::askForEnd(milliseconds time) {
+    if (m_held) return m_held->wait(static_cast<std::uint32_t>(time.count()));
+    std::this_thread::sleep_for(time);
+    return 0;
 }
 
 void Wait::pause() {
@@ -62,7 +77,10 @@ void Wait::pause() {
     const milliseconds rest = left();
     if (rest <= milliseconds(0)) giveUp();
     m_step = std::clamp(2 * m_step, kShortestStep, kLongestStep);
-    std::this_thread::sleep_for(std::min(m_step, rest));
+    if (const int request = askForEnd(std::min(m_step, rest)); request != 0) {
+        m_cancel();
+        throw Interrupted(m_task, "interrupted", request);
+    }
 }
 
 milliseconds Wait::limit() const {
@@ -86,6 +104,7 @@ void Wait::note(const ServiceStatus& status) {
 
 void Wait::showProgress() {
     std::string text = printable(m_task.operation + ' ' + m_task.service) + ": " + stateWord(m_seen.currentState);
+    if (m_seen.processId != 0) text += ", process " + std::to_string(m_seen.processId);
     if (m_seen.checkPoint != 0) text += ", check point " + std::to_string(m_seen.checkPoint);
     m_progress.show(text + ", " + seconds(std::chrono::duration_cast<milliseconds>(Clock::now() - m_begin)));
 }

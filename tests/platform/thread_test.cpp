@@ -1,9 +1,16 @@
 // What every back end of platform/thread.h must do.
 #include "platform/thread.h"
 
+#include <sched.h>
+#include <signal.h>
+#include <sys/resource.h>
+
+#include <array>
 #include <chrono>
+#include <cstdio>
 #include <functional>
 #include <iterator>
+#include <limits>
 
 #include "kit/environment_guard.h"
 #include "kit/failing_calls.h"
@@ -115,6 +122,7 @@ TEST(Thread, AThreadMaySuspendAndTerminateItself) {
 struct Place {
     const char* name;
     void (*stay)(WaitHandle object, CriticalSection& section);
+    bool runtime = false;  // it is spared now and then because it holds a lock of the runtime
 };
 const Place kPlaces[] = {
     {"computing",
@@ -133,7 +141,27 @@ const Place kPlaces[] = {
          for (std::atomic<int> count{0};; ++count) {
              if (count % 200 == 0) delete[] new char[5000];
          }
-     }},
+     },
+     true},
+    {"holding the lock of stderr now and then",
+     [](WaitHandle, CriticalSection&) {
+         for (std::atomic<int> count{0};; ++count) {
+             if (count % 2000 == 0) flockfile(stderr);
+             if (count % 2000 == 1000) funlockfile(stderr);
+         }
+     },
+     true},
+};
+
+// The calling thread takes no signals during its lifetime; threads that it makes inherit that.
+struct AllSignalsBlocked {
+    AllSignalsBlocked() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before);
+    }
+    ~AllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
+    sigset_t before{};
 };
 
 TEST(Thread, TerminationTakesAThreadWhereverItIs) {
@@ -147,6 +175,8 @@ TEST(Thread, TerminationTakesAThreadWhereverItIs) {
         enterCriticalSection(*section);
         kit::Gate ready;
         std::atomic<bool> destroyed{false};
+        const AllSignalsBlocked blocked;
+        const kit::FailingCalls counted("tgkill", std::numeric_limits<int>::max());
         const Lambda thread([&](WaitHandle) {
             const std::unique_ptr<std::atomic<bool>, void (*)(std::atomic<bool>*)> witness(
                 &destroyed, [](std::atomic<bool>* flag) { *flag = true; });
@@ -158,6 +188,9 @@ TEST(Thread, TerminationTakesAThreadWhereverItIs) {
         std::this_thread::sleep_for(5ms);
         EXPECT_TRUE(!suspended || suspendThread(thread.handle));
         EXPECT_TRUE(terminateThread(thread.handle, 42));
+        EXPECT_TRUE(place.runtime || kit::FailingCalls::seen() < 1000) << "taken only because the time was over";
+        EXPECT_EQ(ftrylockfile(stderr), 0);
+        funlockfile(stderr);
         EXPECT_EQ(waitForOne(thread.handle, 0), kWaitObject0);
         EXPECT_EQ(thread.exitCode(), 42U);
         EXPECT_FALSE(destroyed) << "nothing is unwound";
@@ -184,6 +217,49 @@ TEST(Thread, LeavesNothingLockedThatTextsAndDatesNeed) {
         std::this_thread::sleep_for(std::chrono::microseconds(i * 5));
         EXPECT_TRUE(terminateThread(thread.handle, 1));
         use();
+    }
+}
+
+TEST(Thread, StartsWithTheSchedulingOfTheProcessWhateverItsCreatorHas) {
+    const auto scheduling = [] { return std::pair(sched_getscheduler(0), getpriority(PRIO_PROCESS, 0)); };
+    const auto process = scheduling();
+    std::pair<int, int> creator, created;
+    bool mayReset = false;
+    const Lambda thread([&](WaitHandle self) {
+        setThreadPriority(self, ThreadPriority::idle);
+        creator = scheduling();
+        const Lambda inner([&](WaitHandle) { created = scheduling(); });
+        waitForOne(inner.handle, kInfinite);
+        mayReset = setThreadPriority(self, ThreadPriority::normal);
+    });
+    waitForOne(thread.handle, kInfinite);
+    EXPECT_NE(creator, process);
+    EXPECT_EQ(created, mayReset ? process : creator);
+}
+
+TEST(Thread, KeepsItsMutexWhenAnOlderThreadEnds) {
+    // More threads than the table of threads has buckets.
+    struct Holder {
+        OwnedHandle mutex{createMutex()};
+        kit::Gate holds, end;
+        Lambda thread{[this](WaitHandle) {
+            waitForOne(mutex.get(), kInfinite);
+            holds.open();
+            end.pass();
+        }};
+    };
+    std::array<Holder, 260> holders;
+    for (Holder& holder : holders)
+        holder.holds.pass();
+    for (std::size_t i = 0; i < holders.size(); ++i) {
+        EXPECT_EQ(waitForOne(holders[i].mutex.get(), 0), kWaitTimeout) << i;
+        if (i >= 4) continue;
+        holders[i].end.open();
+        waitForOne(holders[i].thread.handle, kInfinite);
+    }
+    for (Holder& holder : holders) {
+        holder.end.open();
+        waitForOne(holder.thread.handle, kInfinite);
     }
 }
 

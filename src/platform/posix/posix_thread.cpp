@@ -1,25 +1,23 @@
 // Native threads, and taking one out of its run by a signal.
 //
-// A thread is suspended and terminated by a real-time signal to it. The signal's handler lets the thread go on when it
-// is in a region of the platform layer (which then runs the request at its end) or inside the C runtime at a place
-// where it may hold a lock of the allocator; whoever asked repeats the signal until the thread has complied.
-// Termination jumps from the handler to the thread's outermost frame, so nothing is unwound.
+// A thread is suspended and terminated by a real-time signal to it. The signal's handler lets the thread continue when
+// it is in a region of the platform layer (which then runs the request at its end), when it holds the lock of a
+// standard output stream, or inside the C runtime at a place where it may hold a lock of the allocator; the requesting
+// thread repeats the signal until the thread has complied. Termination jumps from the handler to the thread's outermost
+// frame, so nothing is unwound.
 #include "platform/thread.h"
 
-#include <link.h>
 #include <pthread.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <ucontext.h>
 
 #include <algorithm>
-#include <cstring>
 #include <new>
-#include <string_view>
 #include <utility>
 
 #include "platform/posix/posix_call.h"
+#include "platform/posix/posix_runtime_locks.h"
 #include "platform/posix/posix_wait_object.h"
 
 namespace KestSupport::platform {
@@ -31,6 +29,8 @@ constexpr std::int64_t kMillisecond = 1'000'000;
 // often and for long before the thread is taken where it should not be.
 constexpr std::int64_t kFirstPause = 20'000;
 constexpr std::int64_t kLongestPause = 200'000;
+// Signals that a thread does not take pile up, and the system limits their number for each user.
+constexpr std::int64_t kUnheardAfter = 50 * kMillisecond;
 constexpr std::int64_t kForceAfter = 5000 * kMillisecond;
 constexpr std::int64_t kGiveUpAfter = 10'000 * kMillisecond;
 
@@ -52,80 +52,49 @@ int controlSignal() noexcept {
     return SIGRTMIN + 6;
 }
 
-// The code of the C and C++ runtimes, where locks are held that every thread needs.
-class RuntimeCode {
-  public:
-    void find() noexcept { dl_iterate_phdr(&RuntimeCode::visit, this); }
-
-    bool contains(std::uintptr_t address) const noexcept {
-        return std::any_of(m_ranges.begin(), m_ranges.begin() + static_cast<std::ptrdiff_t>(m_count),
-                           [=](const Range& range) { return address - range.begin < range.size; });
-    }
-
-  private:
-    struct Range {
-        std::uintptr_t begin;
-        std::size_t size;
-    };
-
-    static int visit(dl_phdr_info* info, std::size_t, void* self) {
-        const std::string_view name = info->dlpi_name == nullptr ? "" : info->dlpi_name;
-        constexpr std::array<std::string_view, 7> runtimes{"/libc.so",   "/ld-linux",  "/libstdc++", "/libgcc_s",
-                                                           "/libc++.so", "/libc++abi", "/libasan"};
-        if (std::none_of(runtimes.begin(), runtimes.end(),
-                         [&](std::string_view part) { return name.find(part) != std::string_view::npos; })) {
-            return 0;
-        }
-        auto& code = *static_cast<RuntimeCode*>(self);
-        for (int i = 0; i < info->dlpi_phnum && code.m_count < code.m_ranges.size(); ++i) {
-            const auto& header = info->dlpi_phdr[i];
-            if (header.p_type != PT_LOAD || (header.p_flags & PF_X) == 0) continue;
-            code.m_ranges[code.m_count++] = {info->dlpi_addr + header.p_vaddr, header.p_memsz};
-        }
-        return 0;
-    }
-
-    std::array<Range, 16> m_ranges{};
-    std::size_t m_count = 0;
+// What new threads start with: the scheduling of the process when it loaded the library.
+struct Scheduling {
+    int policy = SCHED_OTHER;
+    sched_param parameters{};
+    int niceness = 0;
 };
+constinit Scheduling g_defaultScheduling;
 
-// Found at load, since no lock may be left locked by a thread that is terminated while it looks.
-constinit RuntimeCode g_runtimeCode;
-
-[[gnu::constructor(101)]] void findRuntimeCode() noexcept {
-    g_runtimeCode.find();
+[[gnu::constructor(101)]] void noteDefaultScheduling() noexcept {
+    const pid_t process = getpid();
+    const int policy = sched_getscheduler(process);
+    if (policy == -1 || sched_getparam(process, &g_defaultScheduling.parameters) != 0) return;
+    g_defaultScheduling.policy = policy;
+    g_defaultScheduling.niceness = getpriority(PRIO_PROCESS, static_cast<id_t>(process));
 }
 
-// True when the interrupted code may hold a lock of the runtime. Sleeping in a system call it holds none of the
-// allocator's: those calls that the allocator makes do not sleep.
-bool insideRuntime(const void* context) noexcept {
-#if defined(__x86_64__)
-    // ThreadSanitizer delivers signals at safe places only.
-    if (kSanitizerDefersSignals) return false;
-    const auto& registers = static_cast<const ucontext_t*>(context)->uc_mcontext.gregs;
-    const auto address = static_cast<std::uintptr_t>(registers[REG_RIP]);
-    if (!g_runtimeCode.contains(address)) return false;
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): the register holds the address of code
-    const auto* const code = reinterpret_cast<const unsigned char*>(address);
-    const auto isSystemCall = [](const unsigned char* instruction) {
-        return instruction[0] == 0x0F && instruction[1] == 0x05;
-    };
-    if (isSystemCall(code - 2) && registers[REG_RAX] == -EINTR) return false;
-    if (!isSystemCall(code)) return true;
-    constexpr std::array<long long, 6> allocatorCalls{SYS_mmap,    SYS_munmap, SYS_mremap,
-                                                      SYS_madvise, SYS_brk,    SYS_mprotect};
-    return std::find(allocatorCalls.begin(), allocatorCalls.end(), registers[REG_RAX]) != allocatorCalls.end();
-#else
-    // The place cannot be told on this processor.
-    static_cast<void>(context);
-    return false;
-#endif
+// A new thread inherits the policy and niceness of the thread that made it. Where the system refuses the change, the
+// thread keeps them.
+void takeDefaultScheduling() noexcept {
+    const Scheduling& wanted = g_defaultScheduling;
+    sched_param parameters{};
+    if (sched_getscheduler(0) != wanted.policy ||
+        (sched_getparam(0, &parameters) == 0 && parameters.sched_priority != wanted.parameters.sched_priority)) {
+        systemCall("sched_setscheduler", [&] { return sched_setscheduler(0, wanted.policy, &wanted.parameters); });
+    }
+    if (getpriority(PRIO_PROCESS, 0) != wanted.niceness) {
+        systemCall("setpriority", [&] { return setpriority(PRIO_PROCESS, 0, wanted.niceness); });
+    }
+}
+
+// A new thread inherits the signal mask of the thread that made it.
+void unblockControlSignal() noexcept {
+    sigset_t control;
+    sigemptyset(&control);
+    sigaddset(&control, controlSignal());
+    pthread_sigmask(SIG_UNBLOCK, &control, nullptr);
 }
 
 [[noreturn]] void terminateHere(ThreadObject& thread) noexcept {
     ThreadRecord& self = t_record;
     // From here on no further request is taken.
     self.thread = nullptr;
+    releaseStandardStreams();
     abandonWait(self);
     siglongjmp(thread.exitPoint, 1);
 }
@@ -137,7 +106,7 @@ void complyWithControl(ThreadObject& thread) noexcept {
         if ((control & ThreadObject::kTerminating) != 0) terminateHere(thread);
         if (control == 0) break;
         offerReleasedMutexes(t_record);
-        thread.standsStill.store(1, std::memory_order_release);
+        thread.standsStill.store(1);
         futexWake(&thread.standsStill, 1 << 30);
         futexWait(thread.control, control);
     }
@@ -148,9 +117,10 @@ void onControlSignal(int, siginfo_t*, void* context) {
     const int savedError = errno;
     ThreadRecord& self = t_record;
     if (ThreadObject* const thread = self.thread; thread != nullptr) {
+        thread->signalsHeard.fetch_add(1, std::memory_order_relaxed);
         if (self.regionDepth != 0) {
             self.controlPending = true;
-        } else if (thread->forced.load(std::memory_order_relaxed) || !insideRuntime(context)) {
+        } else if (thread->forced.load(std::memory_order_relaxed) || !mayHoldRuntimeLock(context)) {
             complyWithControl(*thread);
         }
     }
@@ -173,17 +143,46 @@ bool hasEnded(const ThreadObject& thread) noexcept {
     return (thread.word.load(std::memory_order_acquire) & WaitObject::kSignalled) != 0;
 }
 
+// The kernel's id of a new thread, 0 while it has none.
+std::uint32_t systemIdOf(const ThreadObject& thread) noexcept {
+    const std::uint32_t id = thread.systemId.load(std::memory_order_acquire);
+    return id == ThreadObject::kIdAwaited ? 0 : id;
+}
+
+std::uint32_t awaitSystemId(ThreadObject& thread) noexcept {
+    for (;;) {
+        if (const std::uint32_t id = systemIdOf(thread); id != 0) return id;
+        std::uint32_t none = 0;
+        thread.systemId.compare_exchange_strong(none, ThreadObject::kIdAwaited);
+        futexWait(thread.systemId, ThreadObject::kIdAwaited);
+    }
+}
+
+// Whether a failed signal may succeed later: the thread may just have ended, and the queue of signals may be full.
+bool mayWorkLater(int error) noexcept {
+    return error == ESRCH || error == EAGAIN;
+}
+
 // Signals the thread again and again until it has complied. The thread's id may be another thread's by the time that
 // the signal is sent: that one has nothing asked of it and goes on.
 template <typename Complied>
 bool interruptUntil(ThreadObject& thread, FutexWord& word, Complied complied) noexcept {
     const std::int64_t begin = monotonicNanoseconds();
+    std::int64_t sentAt = begin - kUnheardAfter;
+    std::uint32_t heardBefore = 0;
     for (std::int64_t pause = kFirstPause; !complied(); pause = std::min(pause * 2, kLongestPause)) {
         const std::int64_t now = monotonicNanoseconds();
         if (now - begin >= kGiveUpAfter) return false;
         if (now - begin >= kForceAfter) thread.forced.store(true, std::memory_order_relaxed);
-        if (const std::uint32_t id = thread.systemId.load(std::memory_order_acquire); id != 0) {
-            syscall(SYS_tgkill, getpid(), id, controlSignal());
+        const std::uint32_t heard = thread.signalsHeard.load(std::memory_order_relaxed);
+        const std::uint32_t id = systemIdOf(thread);
+        if (id != 0 && (heard != heardBefore || now - sentAt >= kUnheardAfter)) {
+            heardBefore = heard;
+            sentAt = now;
+            if (systemCall("tgkill", [&] { return syscall(SYS_tgkill, getpid(), id, controlSignal()); }) != 0 &&
+                !mayWorkLater(errno)) {
+                return complied();
+            }
         }
         const std::uint32_t state = word.load(std::memory_order_acquire);
         if (!complied()) futexWait(word, state, now + pause);
@@ -191,24 +190,40 @@ bool interruptUntil(ThreadObject& thread, FutexWord& word, Complied complied) no
     return true;
 }
 
+// The last steps of a thread made here, also when pthread_exit unwinds its stack.
+class ThreadEnd {
+  public:
+    explicit ThreadEnd(ThreadRecord& self) noexcept : m_self(self) {}
+    ThreadEnd(const ThreadEnd&) = delete;
+    ThreadEnd& operator=(const ThreadEnd&) = delete;
+    ~ThreadEnd() {
+        // The frame that termination jumps to is about to go.
+        m_self.thread = nullptr;
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        if (!m_self.endIsHeard) announceEnd(m_self);
+    }
+
+  private:
+    ThreadRecord& m_self;
+};
+
 void* runThread(void* argument) {
     auto* const thread = static_cast<ThreadObject*>(argument);
     t_record.finishing = thread;
     ThreadRecord& self = currentRecord();
     thread->native.store(pthread_self(), std::memory_order_relaxed);
+    unblockControlSignal();
+    takeDefaultScheduling();
+    const ThreadEnd end(self);
     if (sigsetjmp(thread->exitPoint, 0) == 0) {
-        thread->systemId.store(self.systemId, std::memory_order_release);
+        thread->exitCode.store(0, std::memory_order_relaxed);  // of a thread that calls pthread_exit
+        if (thread->systemId.exchange(self.systemId) != 0) futexWake(&thread->systemId, 1 << 30);
         self.thread = thread;
         complyWithControl(*thread);
-        const std::uint32_t code = thread->entry(thread->argument);
-        // The frame that termination jumps to is about to go.
-        self.thread = nullptr;
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-        thread->exitCode.store(code, std::memory_order_relaxed);
+        thread->exitCode.store(thread->entry(thread->argument), std::memory_order_relaxed);
     } else {
         thread->exitCode.store(thread->terminationCode, std::memory_order_relaxed);
     }
-    if (!self.endIsHeard) announceEnd(self);
     return nullptr;
 }
 
@@ -272,11 +287,12 @@ void closeThread(ThreadObject& thread) noexcept {
     delete &thread;
 }
 
-bool createThread(ThreadEntry entry, void* argument, WaitHandle& handle) noexcept {
+bool createThread(ThreadEntry entry, void* argument, WaitHandle& handle, bool suspended) noexcept {
     handle = nullptr;
     if (!installControlSignal()) return false;
     auto* const thread = new (std::nothrow) ThreadObject(entry, argument);
     if (thread == nullptr) return false;
+    thread->control.store(suspended ? 1 : 0, std::memory_order_relaxed);
     handle = thread;
     pthread_t native{};
     if (errorCall("pthread_create", [&] { return pthread_create(&native, nullptr, &runThread, thread); }) == 0) {
@@ -301,12 +317,11 @@ bool suspendThread(WaitHandle handle) noexcept {
         complyWithControl(*thread);
         return true;
     }
-    // A thread that somebody resumes or ends meanwhile need not be waited for.
-    interruptUntil(*thread, thread->standsStill, [&] {
+    // A thread that another thread resumes or ends during the call need not be waited for.
+    return interruptUntil(*thread, thread->standsStill, [&] {
         return thread->standsStill.load(std::memory_order_acquire) != 0 || hasEnded(*thread) ||
                thread->control.load(std::memory_order_acquire) == 0;
     });
-    return true;
 }
 
 bool resumeThread(WaitHandle handle) noexcept {
@@ -314,8 +329,9 @@ bool resumeThread(WaitHandle handle) noexcept {
     if (thread == nullptr) return false;
     Dispatcher dispatcher(currentRecord());
     if ((thread->control.load(std::memory_order_relaxed) & ~ThreadObject::kTerminating) == 0) return false;
-    thread->control.fetch_sub(1, std::memory_order_release);
-    futexWake(&thread->control, 1);
+    thread->control.fetch_sub(1);
+    // A thread that does not stand still yet looks at control before it sleeps; most new threads are resumed by then.
+    if (thread->standsStill.load() != 0) futexWake(&thread->control, 1);
     return true;
 }
 
@@ -350,9 +366,7 @@ bool setThreadPriority(WaitHandle handle, ThreadPriority priority) noexcept {
     const auto* const entry = std::find_if(niceness.begin(), niceness.end(),
                                            [=](const auto& candidate) { return candidate.first == priority; });
     if (entry == niceness.end()) return false;
-    while (thread->systemId.load(std::memory_order_acquire) == 0)
-        yieldThread();
-    const auto id = thread->systemId.load(std::memory_order_relaxed);
+    const std::uint32_t id = awaitSystemId(*thread);
     const sched_param parameters{};
     const int policy = priority == ThreadPriority::idle ? SCHED_IDLE : SCHED_OTHER;
     return systemCall("sched_setscheduler",

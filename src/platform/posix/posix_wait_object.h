@@ -231,6 +231,7 @@ extern constinit ContendedMutexes g_contended;
 class ThreadObject : public WaitObject {
   public:
     static constexpr std::uint32_t kTerminating = 1U << 31;
+    static constexpr std::uint32_t kIdAwaited = 1U << 31;
 
     ThreadObject(ThreadEntry threadEntry, void* threadArgument) noexcept
         : WaitObject(Kind::thread), entry(threadEntry), argument(threadArgument) {}
@@ -239,10 +240,11 @@ class ThreadObject : public WaitObject {
     void* const argument;
     sigjmp_buf exitPoint{};           // where termination leaves the thread's code; the thread's own
     std::atomic<pthread_t> native{};  // valid until joined or detached
-    FutexWord systemId{0};            // the kernel's thread id; 0 until the thread runs
+    FutexWord systemId{0};            // the kernel's thread id; 0 or kIdAwaited until the thread runs
     FutexWord control{0};             // how often suspended, and kTerminating; changed under the dispatcher lock
     FutexWord standsStill{0};         // 1 while the thread sits in its suspension
     std::atomic<bool> forced{false};  // take the thread even inside the C runtime
+    std::atomic<std::uint32_t> signalsHeard{0};
     std::atomic<std::uint32_t> exitCode{kStillActive};
     std::uint32_t terminationCode = 0;  // set before kTerminating
     bool closed = false;                // guarded by the dispatcher lock: the handle is gone

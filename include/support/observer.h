@@ -10,7 +10,7 @@
 // notifying thread while no lock is held; two threads that notify one collaborator may call one handler at once.
 //
 // Lifetime: a collaborator keeps bare pointers. A dependent is removed from every collaborator before it is destroyed;
-// a collaborator may be destroyed first.
+// a collaborator may be destroyed first, also by a handler that it calls: the notification then ends.
 //
 // Cost: adding, removing and each step of a notification take about the same time among any number of dependents.
 #pragma once

@@ -6,18 +6,37 @@
 //   KestWorkInformation       base of an argument for the work
 //
 // A KestThread runs its work once; a new run needs a new object. Exceptions never leave the thread: the result is then
-// 0.
+// 0. A run that calls pthread_exit ends like one that returns 0.
 //
 // Threads: an object is started, stopped, killed and destroyed by one thread at a time; waits and queries may come from
-// any. Work and work information are set before start.
+// any, also during a start and a kill. Work and work information are set before start.
 //
 // Lifetime: the destructor waits for the end of the run, unless the thread is marked for kill. A thread marked for
 // death is made with new and not touched after start: it deletes itself. A suspended thread is resumed or killed before
 // it is destroyed. A class derived from KestThread that overrides run waits for the run's end (waitForThreadExit) in
-// its own destructor, since the override is gone when the base's destructor runs.
+// its own destructor, since the override is gone when the base's destructor runs. A ThreadDone handler on the ending
+// thread may destroy the thread object or release its last reference; later handlers are then not called.
+//
+// Signals: on Linux, stop and kill send the real-time signal SIGRTMIN + 6 to the thread. The library installs its
+// handler at the first start and unblocks the signal in each new thread, whatever mask the creating thread has. A
+// program leaves this signal alone: it does not block it, handle it or name it in sigwait. While a thread blocks it,
+// stop and kill have no effect on that thread; they return after 10 seconds, and the request takes effect when the
+// thread unblocks the signal. The handler is installed with SA_RESTART. Calls that are never restarted (sleep,
+// nanosleep, poll, select, epoll_wait, socket calls with a time-out) fail with EINTR in a thread that was stopped and
+// started again.
+//
+// A thread is not taken while it runs code of the C or C++ runtime, where it may hold the allocator's lock, nor while
+// it holds the lock of stdout or stderr; after 5 seconds it is taken anyway. kill then releases the lock of a
+// standard stream, and a part of the output may be lost or written twice. Other locks outside the library stay locked:
+// std::mutex, a FILE of the program, the dynamic linker's lock during dlopen.
+//
+// A new thread has the scheduling policy and the niceness that the process had when it loaded the library, whatever
+// the creating thread has, as far as the system permits the change (a lower niceness may need a privilege).
 #pragma once
 
 #include <atomic>
+#include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -77,10 +96,11 @@ class KEST_SUPPORT_EXPORT KestThread : public KestCollaborator, public KestObjec
     KestThread& operator=(const KestThread&) = delete;
     ~KestThread() override;
 
-    /// Starts the run; resumes a thread that stop suspended (each stop needs one start). A thread that cannot be made
-    /// is not reported: isAlive stays false.
+    /// Starts the run; resumes a thread that stop suspended (each stop needs one start). A thread that cannot be made,
+    /// also for lack of memory, is not reported: isAlive stays false.
     virtual void start();
-    /// Suspends the thread where it stands, its locks held; returns when it stands still. It does not end the run.
+    /// Suspends the thread where it stands, its locks held; returns when it stands still, or after 10 seconds when the
+    /// thread blocks the signal. It does not end the run.
     virtual void stop();
     /// The argument of run; only what is set before the run begins counts.
     virtual void setWorkInfo(KestSmartPointer<KestWorkInformation> info);
@@ -92,22 +112,24 @@ class KEST_SUPPORT_EXPORT KestThread : public KestCollaborator, public KestObjec
     virtual bool setPriority(t_Priority priority);
 
     /// Ends the thread by force where it stands: no destructor runs, no ThreadDone is sent, its locks are left
-    /// abandoned.
+    /// abandoned. When the thread cannot be ended (it blocks the signal for 10 seconds), it stays alive and keeps its
+    /// handle; kill may then be called again.
     void kill();
     /// The object deletes itself when the run has ended.
     void setMarkForDeath() noexcept { m_markForDeath = true; }
-    /// The destructor kills the thread instead of waiting for it; on a thread that is marked for death too, this does
-    /// nothing, because the run has ended by then.
+    /// The destructor kills the thread instead of waiting for it. It still waits for a thread that cannot be
+    /// killed. It does neither on the thread itself, as when the thread is marked for death too.
     void setMarkForKill() noexcept { m_markForKill = true; }
-    /// Returns when the run, its ThreadDone included, has ended; at once on the thread itself and before start.
+    /// Returns when the run, its ThreadDone included, has ended; at once on the thread itself, before start and after
+    /// kill.
     void waitForThreadExit();
 
     /// True from a successful start until kill or destruction, and so also after the run has ended.
-    bool isAlive() const noexcept { return m_handle.load(std::memory_order_acquire) != nullptr; }
+    bool isAlive() const noexcept { return m_handle.load() != nullptr; }
     /// What run returned; -1 before that, and for a thread that never started or was killed.
     int getExitCode() const noexcept;
     /// The address of the cell that holds the native handle; null exactly when isAlive is false.
-    void* getHandle() noexcept { return m_handle.load(std::memory_order_acquire); }
+    void* getHandle() noexcept { return m_handle.load(); }
     const std::string& getName() const noexcept { return m_name; }
     void setName(const std::string& name) { m_name = name; }
 
@@ -126,24 +148,31 @@ class KEST_SUPPORT_EXPORT KestThread : public KestCollaborator, public KestObjec
     virtual int run();
 
   private:
-    enum class Phase { fresh, starting, entered };
+    struct NativeThread;
+    class NativeUse;
+    class Run;
 
     static std::uint32_t enter(void* object);
-    int performRun();
-    void notifyDone(int exitCode);
+    static int waitForSet(std::span<KestThread* const> threads, bool waitAll, int timeout);
+    int callWork();
+    bool isCurrentThread() const noexcept;
     void cleanup() noexcept;
+    void freeRetired() noexcept;
 
-    // A cell that holds the native handle; set before the new thread runs.
-    std::atomic<platform::WaitObject**> m_handle{nullptr};
+    // Null, or complete: it is set before the new thread runs, and cleared before its cell is freed.
+    std::atomic<NativeThread*> m_handle{nullptr};
+    // Calls that may be using a cell. While there are any, cells that m_handle has left are kept in m_retired.
+    mutable std::atomic<std::uint32_t> m_uses{0};
+    NativeThread* m_retired = nullptr;                 // used by the thread that starts, kills or destroys the object
     KestSmartPointer<KestWorkInformation> m_workInfo;  // read by the new thread when its run begins
     std::string m_name;
     std::atomic<int> m_exitCode{-1};
     std::atomic<bool> m_markForDeath{false};
     std::atomic<bool> m_markForKill{false};
     std::atomic<bool> m_running{false};
-    std::atomic<Phase> m_phase{Phase::fresh};  // waitForThreadExit waits for entered before it takes m_runLock
+    std::atomic<int> m_runThreadId{0};  // the thread that is inside its run, 0 for none
+    Run* m_run = nullptr;               // that run; used by its own thread only
     const KestSmartPointer<KestRunnable> m_runnable;
-    KestCriticalSectionObject m_runLock{false};  // held by the new thread for the whole of its run
 };
 
 }  // namespace KestSupport

@@ -4,13 +4,43 @@
 #include "support/locales.h"
 
 namespace KestSupport {
+namespace {
+
+// One call of notify, on the stack of its thread. A handler may destroy the collaborator.
+class Notifying {
+  public:
+    explicit Notifying(const KestCollaborator& collaborator) noexcept
+        : m_collaborator(&collaborator), m_outer(s_innermost) {
+        s_innermost = this;
+    }
+    Notifying(const Notifying&) = delete;
+    Notifying& operator=(const Notifying&) = delete;
+    ~Notifying() { s_innermost = m_outer; }
+
+    bool collaboratorIsGone() const noexcept { return m_collaborator == nullptr; }
+
+    static void forget(const KestCollaborator& collaborator) noexcept {
+        for (Notifying* call = s_innermost; call != nullptr; call = call->m_outer) {
+            if (call->m_collaborator == &collaborator) call->m_collaborator = nullptr;
+        }
+    }
+
+  private:
+    static constinit thread_local Notifying* s_innermost;
+
+    const KestCollaborator* m_collaborator;
+    Notifying* const m_outer;
+};
+
+constinit thread_local Notifying* Notifying::s_innermost = nullptr;
+
+}  // namespace
 
 KestNotification::~KestNotification() = default;
 KestEventNotification::~KestEventNotification() = default;
 PropertyChanged::~PropertyChanged() = default;
 KestDependent::~KestDependent() = default;
 KestCollaborator::KestCollaborator() noexcept = default;
-KestCollaborator::~KestCollaborator() = default;
 
 PropertyChanged::PropertyChanged(const std::string& propertyName) : m_propertyName(propertyName) {}
 
@@ -30,12 +60,18 @@ void KestCollaborator::removeDependent(KestDependent& dependent) {
     if (m_pDependents != nullptr) m_pDependents->remove(dependent);
 }
 
+KestCollaborator::~KestCollaborator() {
+    Notifying::forget(*this);
+}
+
 void KestCollaborator::notify(const KestNotification& notification) {
+    Notifying call(*this);
     KestCriticalSection guard(m_lock, true);
     internal::DependentList::Walk walk;
     while (KestDependent* const dependent = m_pDependents == nullptr ? nullptr : m_pDependents->next(walk)) {
         guard.unlock();
         dependent->handleNotification(*this, notification);
+        if (call.collaboratorIsGone()) return;
         guard.lock();
     }
 }

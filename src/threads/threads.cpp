@@ -1,8 +1,12 @@
 #include "support/threads.h"
 
+#include <algorithm>
 #include <array>
+#include <exception>
 #include <memory>
 #include <new>
+#include <optional>
+#include <utility>
 
 #include "platform/thread.h"
 #include "platform/wait.h"
@@ -15,7 +19,67 @@ constexpr int kNotRunning = 128;
 constexpr int kWaitFailed = -1;
 constexpr int kSetTimedOut = -2;
 
+// In a catch (...): pthread_exit unwinds the thread with something that is no C++ exception, and a handler that does
+// not throw it again ends the process.
+bool isThreadExit() noexcept {
+    return std::current_exception() == nullptr;
+}
+
 }  // namespace
+
+/// The cell that getHandle returns: the native thread's handle comes first.
+struct KestThread::NativeThread {
+    NativeThread() noexcept = default;
+    NativeThread(const NativeThread&) = delete;
+    NativeThread& operator=(const NativeThread&) = delete;
+    ~NativeThread() { platform::closeHandle(handle); }
+
+    platform::WaitHandle handle = nullptr;
+    platform::OwnedHandle runEnded{platform::createEvent(true, false)};
+    NativeThread* nextRetired = nullptr;
+};
+
+/// Keeps the cell of a thread from being freed while a call uses it. A call that is killed never ends its use; the cell
+/// then lives as long as the thread object.
+class KestThread::NativeUse {
+  public:
+    // The use is counted before the cell is read, and kill clears the cell before it reads the count.
+    explicit NativeUse(const KestThread& thread) noexcept
+        : m_uses(thread.m_uses), m_native((++m_uses, thread.m_handle.load())) {}
+    NativeUse(const NativeUse&) = delete;
+    NativeUse& operator=(const NativeUse&) = delete;
+    ~NativeUse() { --m_uses; }
+
+    explicit operator bool() const noexcept { return m_native != nullptr; }
+    platform::WaitHandle handle() const noexcept { return m_native == nullptr ? nullptr : m_native->handle; }
+    platform::WaitHandle runEnded() const noexcept { return m_native->runEnded.get(); }
+
+  private:
+    std::atomic<std::uint32_t>& m_uses;
+    const NativeThread* const m_native;
+};
+
+/// One run, on the stack of its thread. Its destructor ends the run, also when pthread_exit unwinds the stack.
+class KestThread::Run {
+  public:
+    explicit Run(KestThread& thread) noexcept : m_thread(&thread) {
+        thread.m_run = this;
+        thread.m_runThreadId = getCurrentThreadId();
+    }
+    Run(const Run&) = delete;
+    Run& operator=(const Run&) = delete;
+    ~Run();
+
+    int perform();
+    /// The thread object is being destroyed on its own thread.
+    void forgetThread() noexcept { m_thread = nullptr; }
+
+  private:
+    void notifyDone();
+
+    KestThread* m_thread;
+    int m_result = 0;
+};
 
 KestWorkInformation::~KestWorkInformation() = default;
 KestThread::ThreadDone::~ThreadDone() = default;
@@ -40,39 +104,37 @@ KestThread::KestThread(KestSmartPointer<KestRunnable> runnable, const std::strin
     : m_name(name), m_runnable(std::move(runnable)) {}
 
 KestThread::~KestThread() {
-    if (!isAlive()) return;
-    // A thread that is marked for death destroys itself here, when its run has ended.
-    if (!m_markForDeath) {
-        if (m_markForKill) {
-            kill();
-            return;
-        }
+    if (isCurrentThread()) {
+        m_run->forgetThread();
+    } else if (isAlive() && !m_markForDeath) {
+        if (m_markForKill) kill();
         waitForThreadExit();
     }
     cleanup();
+    m_uses = 0;  // what is left are uses of killed threads
+    freeRetired();
 }
 
 void KestThread::start() {
-    if (platform::WaitHandle* const handle = m_handle.load(std::memory_order_acquire); handle != nullptr) {
-        platform::resumeThread(*handle);
+    if (const NativeThread* const native = m_handle.load(); native != nullptr) {
+        platform::resumeThread(native->handle);
         return;
     }
-    auto* const cell = new (std::nothrow) platform::WaitHandle(nullptr);
-    if (cell == nullptr) return;
-    // Everything is in place before the thread exists: it may end, and delete this object, before createThread returns.
+    std::unique_ptr<NativeThread> native(new (std::nothrow) NativeThread);
+    if (native == nullptr || native->runEnded == nullptr) return;
+    // The thread is made suspended, so that other threads see a handle that is complete, or none.
+    if (!platform::createThread(&KestThread::enter, this, native->handle, true)) return;
+    const platform::WaitHandle handle = native->handle;
+    m_exitCode = -1;
     m_running = true;
-    m_phase = Phase::starting;
-    m_handle.store(cell, std::memory_order_release);
-    if (platform::createThread(&KestThread::enter, this, *cell)) return;
-    m_handle.store(nullptr, std::memory_order_release);
-    m_phase = Phase::fresh;
-    m_running = false;
-    delete cell;
+    m_handle = native.release();
+    // From here on the thread may end and delete this object.
+    platform::resumeThread(handle);
 }
 
 void KestThread::stop() {
-    if (platform::WaitHandle* const handle = m_handle.load(std::memory_order_acquire); handle != nullptr) {
-        platform::suspendThread(*handle);
+    if (const NativeThread* const native = m_handle.load(); native != nullptr) {
+        platform::suspendThread(native->handle);
     }
 }
 
@@ -88,80 +150,104 @@ int KestThread::run() {
 }
 
 std::uint32_t KestThread::enter(void* object) {
-    KestThread& self = *static_cast<KestThread*>(object);
-    int result = 0;
-    bool deletesItself = false;
-    {
-        const KestCriticalSection guard(self.m_runLock, true);
-        self.m_phase = Phase::entered;
-        self.m_phase.notify_all();
-        result = self.performRun();
-        deletesItself = self.m_markForDeath;
-        if (!deletesItself) {
-            self.m_exitCode = result;
-            self.m_running = false;
-        }
-    }
-    if (deletesItself) delete &self;
-    return static_cast<std::uint32_t>(result);
+    Run run(*static_cast<KestThread*>(object));
+    return static_cast<std::uint32_t>(run.perform());
 }
 
-int KestThread::performRun() {
-    int result = 0;
+int KestThread::Run::perform() {
     try {
-        KestWorkInformation* const info = m_workInfo.get();
-        if (!m_runnable.isNull()) {
-            result = info != nullptr ? m_runnable->run(*info) : m_runnable->run();
-        } else {
-            result = info != nullptr ? run(*info) : run();
-        }
+        m_result = m_thread->callWork();
     } catch (...) {
-        result = 0;
+        if (isThreadExit()) {
+            notifyDone();
+            throw;
+        }
     }
-    notifyDone(result);
-    return result;
+    notifyDone();
+    return m_result;
 }
 
-void KestThread::notifyDone(int exitCode) {
-    // What a dependent throws has nowhere to go on this thread.
+int KestThread::callWork() {
+    KestWorkInformation* const info = m_workInfo.get();
+    if (!m_runnable.isNull()) return info != nullptr ? m_runnable->run(*info) : m_runnable->run();
+    return info != nullptr ? run(*info) : run();
+}
+
+void KestThread::Run::notifyDone() {
+    if (m_thread == nullptr) return;
+    // No caller on this thread could handle what a dependent throws.
     try {
-        notify(ThreadDone(exitCode));
+        m_thread->notify(ThreadDone(m_result));
+    } catch (...) {
+        if (isThreadExit()) throw;
+    }
+}
+
+KestThread::Run::~Run() {
+    if (m_thread == nullptr) return;
+    if (m_thread->m_markForDeath) {
+        delete m_thread;
+        return;
+    }
+    m_thread->m_exitCode = m_result;
+    m_thread->m_running = false;
+    m_thread->m_run = nullptr;
+    m_thread->m_runThreadId = 0;
+    // The last step: the thread that waits for it may destroy the object.
+    platform::setEvent(m_thread->m_handle.load()->runEnded.get());
+}
+
+bool KestThread::isCurrentThread() const noexcept {
+    return m_runThreadId == getCurrentThreadId();
+}
+
+void KestThread::kill() {
+    const NativeThread* const native = m_handle.load();
+    if (native == nullptr) return;
+    // A thread that kills itself does not return, and its id may become another thread's.
+    if (isCurrentThread()) m_runThreadId = 0;
+    if (!platform::terminateThread(native->handle, 0)) return;
+    cleanup();
+    // The killed thread may have been firing timers; this call makes them continue. They do not fire on the calling
+    // thread, which may hold a lock. Without memory for the call, the next start or stop of a timer does the same.
+    const KestTimerDeferral deferral;
+    try {
+        KestTimerManager::reschedule();
     } catch (...) {
         return;
     }
 }
 
-void KestThread::kill() {
-    platform::WaitHandle* const handle = m_handle.load(std::memory_order_acquire);
-    if (handle == nullptr) return;
-    platform::terminateThread(*handle, 0);
-    cleanup();
-    m_phase = Phase::entered;
-    m_phase.notify_all();
-    // It may have been firing timers, and nobody else would go on with those until the next timer is started or
-    // stopped. They do not fire on this thread, which may hold a lock.
-    const KestTimerDeferral deferral;
-    KestTimerManager::reschedule();
+void KestThread::cleanup() noexcept {
+    NativeThread* const native = m_handle.exchange(nullptr);
+    m_running = false;
+    m_runThreadId = 0;
+    if (native == nullptr) return;
+    native->nextRetired = m_retired;
+    m_retired = native;
+    freeRetired();
 }
 
-void KestThread::cleanup() noexcept {
-    platform::WaitHandle* const handle = m_handle.exchange(nullptr, std::memory_order_acq_rel);
-    m_running = false;
-    if (handle == nullptr) return;
-    platform::closeHandle(*handle);
-    delete handle;
+void KestThread::freeRetired() noexcept {
+    if (m_uses != 0) return;
+    while (m_retired != nullptr)
+        delete std::exchange(m_retired, m_retired->nextRetired);
 }
 
 void KestThread::waitForThreadExit() {
-    m_phase.wait(Phase::starting);
-    const KestCriticalSection guard(m_runLock, true);
+    if (isCurrentThread()) return;
+    const NativeUse use(*this);
+    if (!use) return;
+    // A thread that is killed ends without ending its run.
+    const std::array ends{use.runEnded(), use.handle()};
+    platform::waitForMany(ends, false, platform::kInfinite);
 }
 
 int KestThread::wait(int timeout) {
-    const platform::WaitHandle* const handle = m_handle.load(std::memory_order_acquire);
-    if (handle == nullptr || !m_running) return kNotRunning;
+    const NativeUse use(*this);
+    if (!use || !m_running) return kNotRunning;
     // Without limit, the only other result is that the wait cannot be done at all; repeating would not help.
-    return static_cast<int>(platform::waitForOne(*handle, static_cast<std::uint32_t>(timeout)));
+    return static_cast<int>(platform::waitForOne(use.handle(), static_cast<std::uint32_t>(timeout)));
 }
 
 bool KestThread::setPriority(t_Priority priority) {
@@ -169,10 +255,11 @@ bool KestThread::setPriority(t_Priority priority) {
     constexpr std::array<ThreadPriority, 7> priorities{
         ThreadPriority::aboveNormal, ThreadPriority::belowNormal, ThreadPriority::highest,     ThreadPriority::idle,
         ThreadPriority::lowest,      ThreadPriority::normal,      ThreadPriority::timeCritical};
-    const platform::WaitHandle* const handle = m_handle.load(std::memory_order_acquire);
-    if (handle == nullptr) return false;
+    const NativeUse use(*this);
+    if (!use) return false;
     const auto index = static_cast<std::size_t>(priority);
-    return platform::setThreadPriority(*handle, index < priorities.size() ? priorities[index] : ThreadPriority::normal);
+    return platform::setThreadPriority(use.handle(),
+                                       index < priorities.size() ? priorities[index] : ThreadPriority::normal);
 }
 
 int KestThread::getExitCode() const noexcept {
@@ -184,24 +271,29 @@ int KestThread::getCurrentThreadId() noexcept {
 }
 
 int KestThread::wait(std::vector<KestThread*>& threads, bool waitAll, int timeout) {
-    std::vector<platform::WaitHandle> handles;
-    handles.reserve(threads.size());
-    for (const KestThread* const thread : threads) {
-        const platform::WaitHandle* const handle = thread->m_handle.load(std::memory_order_acquire);
-        handles.push_back(handle == nullptr ? nullptr : *handle);
-    }
-    const std::uint32_t result = platform::waitForMany(handles, waitAll, static_cast<std::uint32_t>(timeout));
-    if (result == platform::kWaitFailed) return kWaitFailed;
-    if (result == platform::kWaitTimeout) return kSetTimedOut;
-    return waitAll ? 0 : static_cast<int>(result);
+    return waitForSet(threads, waitAll, timeout);
 }
 
 int KestThread::wait(int count, KestThread* threads, bool waitAll, int timeout) {
-    std::vector<KestThread*> addresses;
-    if (count > 0) addresses.reserve(static_cast<std::size_t>(count));
-    for (int i = 0; i < count; ++i)
-        addresses.push_back(&threads[i]);
-    return wait(addresses, waitAll, timeout);
+    std::array<KestThread*, platform::kMaximumWaitObjects> addresses{};
+    const auto used = static_cast<std::size_t>(std::max(count, 0));
+    if (used > addresses.size()) return kWaitFailed;
+    for (std::size_t i = 0; i < used; ++i)
+        addresses[i] = &threads[i];
+    return waitForSet({addresses.data(), used}, waitAll, timeout);
+}
+
+int KestThread::waitForSet(std::span<KestThread* const> threads, bool waitAll, int timeout) {
+    std::array<std::optional<NativeUse>, platform::kMaximumWaitObjects> uses;
+    std::array<platform::WaitHandle, platform::kMaximumWaitObjects> handles{};
+    if (threads.size() > handles.size()) return kWaitFailed;
+    for (std::size_t i = 0; i < threads.size(); ++i)
+        handles[i] = uses[i].emplace(*threads[i]).handle();
+    const std::uint32_t result =
+        platform::waitForMany({handles.data(), threads.size()}, waitAll, static_cast<std::uint32_t>(timeout));
+    if (result == platform::kWaitFailed) return kWaitFailed;
+    if (result == platform::kWaitTimeout) return kSetTimedOut;
+    return waitAll ? 0 : static_cast<int>(result);
 }
 
 }  // namespace KestSupport

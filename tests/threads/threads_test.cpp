@@ -1,5 +1,8 @@
 #include "support/threads.h"
 
+#include <pthread.h>
+
+#include <fstream>
 #include <functional>
 
 #include "kit/failing_calls.h"
@@ -51,11 +54,11 @@ TEST(KestThreads, LiveFromStartToTheEndOfTheirRunAndStandStillWhenStopped) {
     });
     EXPECT_EQ(thread.getName(), "class KestSupport::KestThread");
     thread.addDependent(done);
-    {
-        const kit::FailingCalls failing("pthread_create", 1, true, EAGAIN);
+    for (const char* const call : {"pthread_create", "createEvent"}) {
+        const kit::FailingCalls failing(call, 1, true, EAGAIN);
         thread.start();
+        EXPECT_FALSE(thread.isAlive());
     }
-    EXPECT_FALSE(thread.isAlive());
     EXPECT_EQ(thread.getHandle(), nullptr);
     EXPECT_EQ(thread.getExitCode(), -1);
     EXPECT_EQ(thread.wait(-1), 128);
@@ -108,12 +111,83 @@ TEST(KestThreads, TheRightRunIsCalled) {
             EXPECT_EQ(thread.getExitCode(), (runnable ? 3 : 1) + (information ? 0 : 1));
         }
     }
-    DoneRecorder done;
-    Work throwing([]() -> int { throw 7; });
-    throwing.addDependent(done);
-    throwing.start();
-    throwing.waitForThreadExit();
-    EXPECT_EQ(done.exitCode + throwing.getExitCode(), 0) << "what the work throws becomes 0";
+    const std::function<int()> withoutResult[] = {[]() -> int { throw 7; }, []() -> int { pthread_exit(nullptr); }};
+    for (const auto& work : withoutResult) {
+        DoneRecorder done;
+        Work thread(work);
+        thread.addDependent(done);
+        const kit::FailingCalls failing("createMutex");
+        thread.start();
+        thread.waitForThreadExit();
+        EXPECT_EQ(done.exitCode, 0);
+        EXPECT_EQ(thread.getExitCode(), 0);
+    }
+}
+
+TEST(KestThreads, AWaitDuringStartAndKillSeesACompleteThreadOrNone) {
+    struct Endless : KestThread::KestRunnable {
+        int run() override {
+            for (std::atomic<int> i{0};; ++i) {
+            }
+        }
+    };
+    std::atomic<bool> end{false};
+    std::atomic<int> results{0};
+    KestThread thread(new Endless);
+    std::thread waiter([&] {
+        for (int round = 0; !end; ++round) {
+            const int result = thread.wait(round % 16 == 0 ? -1 : 0);
+            results |= result == 258 ? 0 : result;
+            if (round % 16 == 1) thread.waitForThreadExit();
+            if (round % 16 == 2) thread.setPriority(KestThread::LOWEST);
+        }
+    });
+    for (int run = 0; run < 1000; ++run) {
+        thread.start();
+        thread.kill();
+    }
+    end = true;
+    waiter.join();
+    EXPECT_EQ(results & ~128, 0) << "0 and 128 only";
+}
+
+TEST(KestThreads, ItsLastReferenceMayEndInItsDoneHandler) {
+    struct Releaser : DoneRecorder {
+        void handleNotification(KestCollaborator& sender, const KestNotification& notification) override {
+            DoneRecorder::handleNotification(sender, notification);
+            held = nullptr;
+            released.open();
+        }
+        KestSmartPointer<KestThread> held;
+        kit::Gate released;
+    } releaser;
+    std::atomic<int> destroyed{0};
+    DoneRecorder later;
+    releaser.held = new Work([] { return 3; }, &destroyed);
+    for (KestDependent* const dependent : {static_cast<KestDependent*>(&releaser), static_cast<KestDependent*>(&later)})
+        releaser.held->addDependent(*dependent);
+    releaser.held->start();
+    releaser.released.pass();
+    EXPECT_EQ(destroyed, 1);
+    EXPECT_EQ(releaser.exitCode, 3);
+    EXPECT_EQ(later.calls, 0);
+}
+
+TEST(KestThreads, ADestroyedThreadReturnsItsStack) {
+    const auto run = [] {
+        KestThread thread;
+        thread.start();
+    };
+    const auto pages = [] {
+        long size = 0;
+        std::ifstream("/proc/self/statm") >> size;
+        return size;
+    };
+    run();
+    const long before = pages();
+    for (int i = 0; i < 40; ++i)
+        run();
+    EXPECT_LT(pages() - before, 20 * 2048L) << "the stacks of 20 threads";
 }
 
 TEST(KestThreads, AKilledThreadTellsNobodyAndHoldsNothing) {
@@ -127,6 +201,11 @@ TEST(KestThreads, AKilledThreadTellsNobodyAndHoldsNothing) {
     thread.addDependent(done);
     thread.start();
     running.pass();
+    {
+        const kit::FailingCalls failing("tgkill", 1, true, EPERM);
+        thread.kill();
+        EXPECT_TRUE(thread.isAlive()) << "it could not be ended";
+    }
     thread.kill();
     EXPECT_FALSE(thread.isAlive());
     EXPECT_EQ(thread.wait(-1), 128);
@@ -155,6 +234,25 @@ TEST(KestThreads, MarksDecideWhatTheEndAndTheDestructorDo) {
         running.pass();
     }
     EXPECT_EQ(destroyed, 3);
+    const kit::FailingCalls failing("tgkill", 1, true, EPERM);
+    struct Slow : KestThread::KestRunnable {
+        int run() override {
+            entered.open();
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            ended = true;
+            return 0;
+        }
+        kit::Gate entered;
+        std::atomic<bool> ended{false};
+    };
+    const KestSmartPointer<Slow> slow(new Slow);
+    {
+        KestThread unreachable(slow.get());
+        unreachable.setMarkForKill();
+        unreachable.start();
+        slow->entered.pass();
+    }
+    EXPECT_TRUE(slow->ended) << "the destructor waits for what it cannot kill";
 }
 
 TEST(KestThreads, AreWaitedForInSets) {

@@ -7,7 +7,7 @@ namespace KestSupport::platform {
 /// True when the calling thread, interrupted at the context, may hold a lock of the allocator or holds the lock of
 /// stdout or stderr.
 bool mayHoldRuntimeLock(const void* context) noexcept;
-/// Releases the locks of standard streams that the calling thread holds, before it is terminated all the same.
+/// Releases the locks of standard streams that the calling thread holds, before it is terminated anyway.
 void releaseStandardStreams() noexcept;
 
 }  // namespace KestSupport::platform

@@ -69,12 +69,16 @@ void KestBaseProducerConsumer::produceSentinel(bool emptyQueue) {
     };
     internal::logRecord(9, "KestBaseProducerConsumer::produceSentinel: waiting for lock");
     lockSyncMutex();
+    if (internal::currentLogLevel() >= 9) {
+        // Nothing is logged under the mutex: another thread may produce in the middle of its record.
+        unlockSyncMutex();
+        internal::logRecord(9, "KestBaseProducerConsumer::produceSentinel: adding sentinel");
+        if (emptyQueue) internal::logRecord(9, "KestBaseProducerConsumer::produceSentinel: clearing queue");
+        lockSyncMutex();
+    }
     const WakeAndUnlock atEnd{*this};
-    internal::logRecord(9, "KestBaseProducerConsumer::produceSentinel: adding sentinel");
     m_sentinel = true;
-    if (!emptyQueue) return;
-    internal::logRecord(9, "KestBaseProducerConsumer::produceSentinel: clearing queue");
-    m_queue.clear();
+    if (emptyQueue) m_queue.clear();
 }
 
 }  // namespace KestSupport

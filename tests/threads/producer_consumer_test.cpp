@@ -19,7 +19,9 @@ struct Queue : KestBaseSynchronizedQueue {
 
 struct Exchange : KestBaseProducerConsumer {
     using KestBaseProducerConsumer::KestBaseProducerConsumer;
+    using KestBaseProducerConsumer::lockSyncMutex;
     using KestBaseProducerConsumer::m_sentinel;
+    using KestBaseProducerConsumer::unlockSyncMutex;
 
     // Whether a thread that waits is let go within the time, by a sentinel if wanted.
     bool passesWithin(std::chrono::milliseconds time, bool sentinel = false, bool emptyQueue = false) {
@@ -61,6 +63,22 @@ TEST(ProducerConsumer, ASentinelSignalsEachTimeAndTheWaiterThatIsLetGoResetsIt) 
     EXPECT_TRUE(exchange.passesWithin(10min)) << "the signal stays";
     EXPECT_EQ(log.messages(),
               (std::vector{waiting, adding, waiting, adding, place + "clearing queue", waiting, adding}));
+}
+
+TEST(ProducerConsumer, AThreadMayTakeTheMutexWithinItsOwnRecord) {
+    const kit::LogCapture log;
+    Queue queue;
+    Exchange exchange(queue);
+    const std::jthread closing([&] {
+        for (int i = 0; i < 10'000; ++i)
+            exchange.produceSentinel(false);
+    });
+    for (int i = 0; i < 10'000; ++i) {
+        log.getInstance() << setloglevel(9) << "a record";
+        exchange.lockSyncMutex();
+        exchange.unlockSyncMutex();
+        log.getInstance() << &endrecord;
+    }
 }
 
 TEST(ProducerConsumer, WithoutMutexOrEventTheQueuesLockServes) {

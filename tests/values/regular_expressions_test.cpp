@@ -286,10 +286,10 @@ TEST(RegularExpressionsOfBothTypesTest, SearchesSeeTheOldPatternOrTheNewOne) {
     setter.join();
     const kit::LogCapture log;
     std::thread tracing([&] {
-        for (int i = 0; i < 300; ++i)
+        for (int i = 0; i < 2000; ++i)
             expression.replace("aaabbb", "-", 1, 0);
     });
-    for (int i = 0; i < 300; ++i)
+    for (int i = 0; i < 2000; ++i)
         log.getInstance() << KestSupport::setloglevel(9) << "a" << expression.replace("aaabbb", "-", 1, 0)
                           << &KestSupport::endrecord;
     tracing.join();

@@ -1,9 +1,12 @@
 // A tree whose nodes are found by text keys, one by one or along a path. Programs derive their own nodes from it.
 //
 // A node holds its children in a list, in the order of their keys as far as they were put in with add. Keys are
-// compared byte by byte, case included; of several children with one key the first is found. Looking up and adding take
-// the steps of a binary search while the list is in key order, else a look at each child. A key that changes within a
-// list ends that, and the next add in an order that is right begins it again.
+// compared byte by byte, case included; of several children with one key the first is found.
+//
+// Cost: adding, looking up and removing, by key or by index, take log n steps in a list in key order. A key that is out
+// of order costs a look at some of its neighbours; a list in no order, a look at each child. Indexes in sequence take
+// constant time each. After a node that was in several lists at a time (a copy shares the children) gets another key,
+// each of its lists reads all keys at the next look-up.
 //
 // Paths: the keys on the way down, as a vector that loses the keys that were used, or as one text with delimiters,
 // between which no key is empty. Blanks around a key do not count. Adding along a path makes plain nodes where a key is
@@ -11,8 +14,9 @@
 //
 // Threads: nothing is locked. Several threads may look at a tree together while nobody changes it.
 //
-// Lifetime: a parent and any caller hold a node by smart pointers. Copies of a node share its children. Letting go of a
-// tree, and printing it, takes stack in proportion to its depth.
+// Lifetime: a parent and any caller hold a node by smart pointers. Copies of a node share its children. A node releases
+// its children in their order, within its own destructor. Below 64 levels of such destructors, the children are
+// released right after their parent is gone, so a tree of any depth takes little stack.
 #pragma once
 
 #include <atomic>
@@ -30,6 +34,9 @@ namespace KestSupport {
 
 namespace internal {
 class TreeChildren;
+struct TreeChildrenDeleter {
+    void operator()(TreeChildren* children) const noexcept;
+};
 }  // namespace internal
 
 /// The nodes given to add and insert are not null, and no tree is put into itself. Indexes count from 0; one outside of
@@ -62,7 +69,8 @@ class KEST_SUPPORT_EXPORT KestTreeNode : public KestObjectBase, public KestColla
     /// Puts the node, with the path's last key, at the end of the path, and returns it. A child that is there already
     /// gives its place and its children to the node, whose own are replaced, if the name of its class has
     /// "KestTreeNode" in it; any other child stays, and is returned. All keys are removed from the vector. With an
-    /// empty path nothing changes, and the result is null.
+    /// empty path nothing changes, and the result is null. Without memory the node may have its new key, and the tree
+    /// keeps its children; only placeholders on the path may have been added.
     KestSmartPointer<KestTreeNode> add(KestSmartPointer<KestTreeNode> node, std::vector<std::string>& path);
     /// The same along the path that the node's own key is.
     KestSmartPointer<KestTreeNode> add(KestSmartPointer<KestTreeNode> node, const char* delimiters);
@@ -84,14 +92,16 @@ class KEST_SUPPORT_EXPORT KestTreeNode : public KestObjectBase, public KestColla
     KestTreeNode* m_pParent = nullptr;
 
   private:
+    friend class internal::TreeChildren;
+
     std::size_t count() const noexcept;
     std::size_t checked(int index, std::size_t end, const char* operation) const;
-    void put(std::size_t index, KestTreeNode& node);
+    internal::TreeChildren& children();
     KestSmartPointer<KestTreeNode> addLast(KestSmartPointer<KestTreeNode> node, const std::string& key);
 
-    std::unique_ptr<internal::TreeChildren> m_children;  // null until the first child comes
+    std::unique_ptr<internal::TreeChildren, internal::TreeChildrenDeleter> m_children;  // null until the first child
     std::string m_key;
-    std::atomic<bool> m_wasListed{false};  // set for good by the first list that the node comes into
+    std::atomic<void*> m_place{nullptr};  // of TreeChildren: the block of the list that the node is in
 };
 
 }  // namespace KestSupport

@@ -1,25 +1,28 @@
-// The children of one tree node: an owning list in the caller's order. While the keys are in order a search is a binary
-// one, mostly without a look at the nodes: beside each node stand the eight bytes of its key that follow what all keys
-// begin with, as a number that orders as they do; only where these are equal are whole keys compared.
+// The children of one tree node: an owning list in the caller's order, in blocks (values/tree_blocks.h). Looking up,
+// adding and removing by key or by index take log n steps in a list in key order, and where keys are out of order, a
+// look at the blocks around them.
 //
-// A node does not know the lists that it is in, and may get another key at any time. So the nodes that are, or were, in
-// a list tell keyChanged, and every list checks its keys before it goes by them again. Several threads that look at a
-// list together may all check it; they find the same, and change nothing but what they found.
+// A prefix is the number that the eight bytes of a key make after those that most keys of the list begin with. A key
+// that begins otherwise has the least or the greatest number. When a quarter of the keys since the last time begin
+// otherwise, all prefixes are made again.
+//
+// A node may get another key at any time. It knows the leaf that it is in, so its list brings its blocks up to date at
+// once. A node that is, or was, in two lists at a time knows neither: it counts its change for all lists, and a list
+// with such nodes checks all its keys, once, before it uses them again. While they are not as the blocks have them, a
+// look-up reads the keys one by one, until the list changes the next time.
+//
+// Threads: several may look at a list, and copy it, while none changes it or the keys of its nodes.
 #pragma once
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
-#include <vector>
 
-#include "support/object_base.h"
+#include "values/tree_blocks.h"
 
-namespace KestSupport {
-
-class KestTreeNode;
-
-namespace internal {
+namespace KestSupport::internal {
 
 class TreeChildren {
   public:
@@ -27,66 +30,76 @@ class TreeChildren {
     /// Shares the nodes.
     TreeChildren(const TreeChildren& other);
     TreeChildren& operator=(const TreeChildren&) = delete;
-    /// Lets the nodes go, the first one first.
+    /// Does not release the nodes; TreeChildrenDeleter does.
     ~TreeChildren();
 
-    std::size_t size() const noexcept { return m_entries.size(); }
-    KestTreeNode* operator[](std::size_t index) const noexcept { return m_entries[index].node; }
-    /// The first child with the key; size() when there is none.
-    std::size_t find(const std::string& key) const;
-    /// The first child whose key is greater; size() when there is none.
-    std::size_t firstGreater(const std::string& key);
+    std::size_t size() const noexcept { return m_size; }
+    KestTreeNode* operator[](std::size_t index) const noexcept;
+    /// The first child with the key; null when there is none.
+    KestTreeNode* find(const std::string& key) const;
+    /// Puts the node before the first child whose key is greater, or at the end.
+    void add(KestTreeNode& node);
     /// Puts the node before the child at the index, which is at most size().
     void insert(std::size_t index, KestTreeNode& node);
-    KestSmartPointer<KestTreeNode> erase(std::size_t index);
+    void erase(std::size_t index);
+    /// Removes the first child with the key, if there is one.
+    void erase(const std::string& key);
 
-    /// A node that is, or was, in some list has got another key.
-    static void keyChanged() noexcept;
+    /// Adds the node and removes the child that was the first with the key before. On failure nothing changes.
+    void replaceFirst(const std::string& key, KestTreeNode& node);
+
+    /// Must follow each change of a node's key.
+    static void keyChanged(KestTreeNode& node) noexcept;
+    /// Removes the first child and returns it, with the list's reference; null at the end. After the first call the
+    /// list is only emptied.
+    KestTreeNode* takeFirst() noexcept;
+
+    TreeChildren* m_pNextToEmpty = nullptr;  // of TreeChildrenDeleter
 
   private:
-    struct Entry {
-        std::uint64_t prefix;
-        KestTreeNode* node;  // one reference is the list's
-    };
-    struct Range {
-        std::size_t first;
-        std::size_t last;
-    };
+    using Place = TreePlace;
 
-    const std::string& keyAt(std::size_t index) const noexcept;
-    std::size_t firstNotLess(std::uint64_t prefix) const noexcept;
-    Range withPrefix(std::uint64_t prefix) const noexcept;
-    // The first child whose key is as asked for; size() when there is none.
+    TreeProbe probeFor(const std::string& key) const noexcept;
+    Place placeOf(const std::string& key) const;
+    Place placeOf(const KestTreeNode& node) const noexcept;
     template <typename Matches>
-    std::size_t firstOf(Matches matches) const {
-        std::size_t index = 0;
-        while (index < size() && !matches(keyAt(index)))
-            ++index;
-        return index;
-    }
-    // Where in the range the keys begin that are not before the place looked for.
-    template <typename IsBefore>
-    std::size_t pointOf(Range range, IsBefore isBefore) const {
-        while (range.first < range.last) {
-            const std::size_t middle = (range.first + range.last) / 2;
-            if (isBefore(keyAt(middle))) {
-                range.first = middle + 1;
-            } else {
-                range.last = middle;
-            }
-        }
-        return range.first;
-    }
-    bool isSearchable() const;
-    bool check(std::uint64_t now) const;
-    void makeSearchable();
-    void makePrefixes(std::size_t common);
+    Place firstPlaceOf(Matches matches) const;
+    Place placeAt(std::size_t index) const noexcept;
+    Place lastPlace() const noexcept;
+    void insert(Place place, KestTreeNode& node);
+    void erase(Place place);
 
-    std::vector<Entry> m_entries;
-    std::string m_common;  // what all keys begin with, when the prefixes were made
-    // The number of key changes at the last check, doubled, and whether the list was found to be searchable.
+    void attach(KestTreeNode& node, TreeLeaf& leaf) noexcept;
+    static void detach(KestTreeNode& node, const TreeLeaf& leaf) noexcept;
+    void rename(TreeLeaf& leaf, const KestTreeNode& node) noexcept;
+
+    std::unique_ptr<TreeBlock> cloneOf(const TreeBlock& block);
+    Place makeRoom(Place place);
+    void split(TreeBlock& block, bool isAppending);
+    static std::size_t moveItems(TreeBlock& from, std::size_t first, TreeBlock& to) noexcept;
+    static void refreshAbove(TreeBlock& block, std::ptrdiff_t added) noexcept;
+    void removeEmpty(TreeBlock& block) noexcept;
+    void merge(TreeBlock& block) noexcept;
+    void joinNext(TreeBranch& parent, std::size_t place) noexcept;
+    void dropRoots() noexcept;
+
+    bool areKeysKnown() const noexcept;
+    bool isUpToDate(const TreeBlock& block) const noexcept;
+    void readKeys() noexcept;
+    void readKeys(TreeBlock& block) noexcept;
+    void countOther(const std::string& key) noexcept;
+
+    std::unique_ptr<TreeBlock> m_root;  // null for an empty list
+    std::size_t m_size = 0;
+    std::string m_common;      // what most keys begin with
+    std::size_t m_others = 0;  // keys that do not, since the prefixes were made
+    bool m_isEmptied = false;
+    Place m_first;  // of a list that is emptied
+    // Set for good when a node of the list comes into a second one.
+    mutable std::atomic<bool> m_isShared{false};
+    // Of a shared list: the number of key changes at the last check, doubled, and whether the keys were as expected.
     mutable std::atomic<std::uint64_t> m_checked{0};
+    mutable std::atomic<const TreeLeaf*> m_cursor{nullptr};  // the leaf of the last index; null after a change
 };
 
-}  // namespace internal
-}  // namespace KestSupport
+}  // namespace KestSupport::internal

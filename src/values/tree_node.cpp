@@ -1,7 +1,6 @@
 #include "support/tree_node.h"
 
 #include <algorithm>
-#include <atomic>
 #include <utility>
 
 #include "support/exceptions.h"
@@ -19,8 +18,10 @@ std::string withoutBlanks(const std::string& key) {
     return first == std::string::npos ? std::string() : key.substr(first, key.find_last_not_of(' ') - first + 1);
 }
 
-std::unique_ptr<internal::TreeChildren> copyOf(const std::unique_ptr<internal::TreeChildren>& children) {
-    return children == nullptr ? nullptr : std::make_unique<internal::TreeChildren>(*children);
+using Children = std::unique_ptr<internal::TreeChildren, internal::TreeChildrenDeleter>;
+
+Children copyOf(const Children& children) {
+    return Children(children == nullptr ? nullptr : new internal::TreeChildren(*children));
 }
 
 }  // namespace
@@ -52,7 +53,7 @@ KestTreeNode& KestTreeNode::operator=(const std::string& key) {
 
 void KestTreeNode::setKey(const std::string& key) {
     m_key = key;
-    if (m_wasListed.load(std::memory_order_relaxed)) internal::TreeChildren::keyChanged();
+    internal::TreeChildren::keyChanged(*this);
 }
 
 std::size_t KestTreeNode::count() const noexcept {
@@ -65,9 +66,9 @@ std::size_t KestTreeNode::checked(int index, std::size_t end, const char* operat
                                      std::to_string(index));
 }
 
-void KestTreeNode::put(std::size_t index, KestTreeNode& node) {
-    if (!node.m_wasListed.load(std::memory_order_relaxed)) node.m_wasListed.store(true, std::memory_order_relaxed);
-    m_children->insert(index, node);
+internal::TreeChildren& KestTreeNode::children() {
+    if (m_children == nullptr) m_children.reset(new internal::TreeChildren);
+    return *m_children;
 }
 
 Node KestTreeNode::operator[](int index) {
@@ -76,8 +77,7 @@ Node KestTreeNode::operator[](int index) {
 }
 
 Node KestTreeNode::getNode(const std::string& key) {
-    const std::size_t index = m_children == nullptr ? 0 : m_children->find(key);
-    return index < count() ? (*m_children)[index] : nullptr;
+    return m_children == nullptr ? nullptr : m_children->find(key);
 }
 
 Node KestTreeNode::getNode(std::vector<std::string>& path) {
@@ -96,8 +96,7 @@ Node KestTreeNode::getNode(const std::string& path, const char* delimiters) {
 }
 
 Node KestTreeNode::add(Node node) {
-    if (m_children == nullptr) m_children = std::make_unique<internal::TreeChildren>();
-    put(m_children->firstGreater(node->m_key), *node);
+    children().add(*node);
     return node;
 }
 
@@ -123,36 +122,47 @@ Node KestTreeNode::addLast(Node node, const std::string& key) {
     Node present = getNode(key);
     if (!present.isNull() && present->getClassName().find("KestTreeNode") == std::string::npos) return present;
     node->setKey(key);
-    if (!present.isNull()) {
-        if (present != node) node->m_children = std::move(present->m_children);
-        erase(key);
-    }
-    return add(std::move(node));
+    if (present.isNull()) return add(std::move(node));
+    m_children->replaceFirst(key, *node);
+    if (present != node) node->m_children = std::move(present->m_children);
+    return node;
 }
 
 void KestTreeNode::insert(int index, Node node) {
     const std::size_t place = checked(index, count() + 1, "insert");
-    if (m_children == nullptr) m_children = std::make_unique<internal::TreeChildren>();
+    children().insert(place, *node);
     node->m_pParent = this;
-    put(place, *node);
 }
 
-// What is erased goes when the list is whole again.
 void KestTreeNode::erase(int index) {
     const std::size_t place = checked(index, count(), "erase");
     m_children->erase(place);
 }
 
 void KestTreeNode::erase(const std::string& key) {
-    const std::size_t index = m_children == nullptr ? 0 : m_children->find(key);
-    if (index < count()) m_children->erase(index);
+    if (m_children != nullptr) m_children->erase(key);
 }
 
+// With a stack of its own: a tree may be deeper than the stack of a thread allows.
 void KestTreeNode::print(int indent) {
+    struct Level {
+        KestTreeNode* node;
+        std::size_t next;  // index of the child to print
+    };
     if (internal::currentLogLevel() != 9) return;
     printGuts(indent);
-    for (std::size_t i = 0; i < count(); ++i)
-        (*m_children)[i]->print(indent + 1);
+    std::vector<Level> levels{{this, 0}};
+    while (!levels.empty()) {
+        Level& level = levels.back();
+        if (level.next == level.node->count()) {
+            levels.pop_back();
+            continue;
+        }
+        KestTreeNode* const child = (*level.node->m_children)[level.next++];
+        if (internal::currentLogLevel() != 9) continue;
+        child->printGuts(indent + static_cast<int>(levels.size()));
+        levels.push_back({child, 0});
+    }
 }
 
 void KestTreeNode::printGuts(int indent) {

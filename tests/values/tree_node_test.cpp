@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <random>
+#include <tuple>
 
 #include "kit/failure_of.h"
 #include "kit/log_capture.h"
@@ -58,39 +59,79 @@ TEST(TreeNode, AddKeepsTheOrderOfKeysAndInsertDoesNot) {
     EXPECT_EQ(kit::failureOf([&] { root.insert(5, second); }), prefix + "insert" + text + "5");
 }
 
-// Against a plain list, with keys that begin alike, differ behind eight bytes, hold NULs and high bytes, and come
-// again.
+// Two roots against plain lists, with keys that begin alike, differ after eight bytes, hold NULs and high bytes, and
+// come again. Now and then, one root becomes a copy of the other, so nodes are in two lists. Both grow and shrink.
 TEST(TreeNode, FindsTheFirstOfAKeyHoweverTheListChanges) {
     std::mt19937 random(7);
     const auto upTo = [&](std::size_t most) { return random() % (most + 1); };
-    for (const std::size_t renames : {0, 0, 1, 20}) {
+    struct Listed {
         KestTreeNode root;
-        Path expected;
-        for (int step = 0; step < 2000; ++step) {
+        std::vector<Node> expected;
+    };
+    for (const auto& [steps, disorder, copies] :
+         {std::tuple(24'000, 0, 0), {6000, 1, 0}, {6000, 0, 1}, {6000, 20, 0}, {16'000, 1, 3}}) {
+        Listed lists[2];
+        for (int step = 0; step < steps; ++step) {
+            auto& [root, expected] = lists[upTo(4) / 4];
             const std::string key = std::string(upTo(40) == 0 ? "" : "alike") + std::string(upTo(1) * 8, '\xFF') +
-                                    std::string(upTo(2), '\0') + std::to_string(upTo(99));
-            const std::size_t index = upTo(expected.size());
+                                    std::string(upTo(2), '\0') + std::to_string(upTo(step % 2 == 0 ? 99 : 999'999));
+            const auto withKey = [&](const std::string& wanted) {
+                return std::find_if(expected.begin(), expected.end(), [&](auto& n) { return n->getKey() == wanted; });
+            };
+            const std::size_t index = upTo(expected.size()), choice = upTo(999),
+                              adding = step % (steps / 2) < steps * 3 / 8 ? 850 : 50;
             const auto place = expected.begin() + static_cast<std::ptrdiff_t>(index);
-            const std::size_t choice = upTo(99);
-            if (choice < renames && place != expected.end()) {
-                root[static_cast<int>(index)]->setKey(*place = key);
-            } else if (choice < 2 * renames) {
+            const std::string present = place == expected.end() ? key : (*place)->getKey();
+            if (step % 4000 < copies) {
+                root = lists[0].root;
+                expected = lists[0].expected;
+            } else if (choice < 2u * disorder && place != expected.end()) {
+                root[static_cast<int>(index)]->setKey(choice % 2 == 0 ? key : present + "x");
+            } else if (choice < 4u * disorder) {
                 root.insert(static_cast<int>(index), new KestTreeNode(key));
-                expected.insert(place, key);
-            } else if (choice < 75) {
-                root.add(new KestTreeNode(key));
-                expected.insert(std::find_if(expected.begin(), expected.end(), [&](auto& k) { return k > key; }), key);
-            } else if (place != expected.end()) {
-                const auto first = std::find(expected.begin(), expected.end(), *place);
-                EXPECT_EQ(root.getNode(*place), root[static_cast<int>(first - expected.begin())]);
-                root.erase(Path{*place}[0]);
+                expected.insert(place, root[static_cast<int>(index)]);
+            } else if (choice < adding) {
+                const auto after = [&](auto& n) { return n->getKey() > key; };
+                expected.insert(std::find_if(expected.begin(), expected.end(), after), root.add(new KestTreeNode(key)));
+            } else if (const auto first = withKey(present); first != expected.end()) {
+                EXPECT_EQ(root.getNode(present), *first);
+                choice % 2 == 0 ? root.erase(present) : root.erase(static_cast<int>(first - expected.begin()));
                 expected.erase(first);
             }
-            EXPECT_EQ(root.getNode(key) == nullptr, std::find(expected.begin(), expected.end(), key) == expected.end());
+            const auto found = withKey(key);
+            ASSERT_EQ(root.getNode(key), found == expected.end() ? nullptr : *found);
+            if (const std::size_t at = expected.size() * 3 / 4; at < expected.size()) {
+                ASSERT_EQ(root[static_cast<int>(at)], expected[at]);
+            }
         }
-        for (int i = static_cast<int>(expected.size()); i > 0; expected.pop_back())
-            EXPECT_EQ(root[--i]->getKey(), expected.back());
+        for (auto& [root, expected] : lists) {
+            for (std::size_t i = 0; i < expected.size(); ++i)
+                ASSERT_EQ(root[static_cast<int>(i)], expected[i]);
+            EXPECT_THROW(root[static_cast<int>(expected.size())], KestNoSuchElementException);
+        }
     }
+}
+
+// The nodes are released in their order, a parent before its children, at any depth.
+TEST(TreeNode, ReleasesATreeOfAnyDepth) {
+    struct Counted : KestTreeNode {
+        Counted(const std::string& key, std::string& record) : KestTreeNode(key), m_record(record) {}
+        ~Counted() override { m_record += getKey(); }
+        std::string& m_record;
+    };
+    std::string record, expected;
+    Node root = new KestTreeNode, last = root;
+    for (int i = 0; i < 200'000; ++i) {
+        const std::string key(1, static_cast<char>('a' + i % 26));
+        Node next = new Counted(key, record);
+        last->add(new Counted(key, record));
+        last->insert(0, next);
+        expected += key;
+        last = next;
+    }
+    last = nullptr;
+    root = nullptr;
+    EXPECT_EQ(record, expected + std::string(expected.rbegin(), expected.rend()));
 }
 
 TEST(TreeNode, PathsReachAndMakeNodesBelow) {

@@ -1,0 +1,237 @@
+#include "values/tree_blocks.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "support/tree_node.h"
+
+namespace KestSupport::internal {
+namespace {
+
+// Without a branch that depends on the prefixes: half of the guesses would be wrong. The last steps are a count, since
+// each step of a binary search waits for the one before.
+std::size_t firstPrefixNotLess(const std::vector<TreeBound>& items, std::uint64_t prefix) noexcept {
+    constexpr std::size_t kCounted = 16;
+    const TreeBound* first = items.data();
+    std::size_t count = items.size();
+    while (count > kCounted) {
+        const std::size_t half = count / 2;
+        first += first[half - 1].prefix < prefix ? half : 0;
+        count -= half;
+    }
+    auto less = static_cast<std::size_t>(first - items.data());
+    for (std::size_t i = 0; i < count; ++i)
+        less += first[i].prefix < prefix ? 1 : 0;
+    return less;
+}
+
+struct Range {
+    std::size_t first;
+    std::size_t end;
+};
+
+// Of items in order: those with the prefix.
+Range withPrefix(const std::vector<TreeBound>& items, std::uint64_t prefix) noexcept {
+    const std::size_t first = firstPrefixNotLess(items, prefix);
+    if (first == items.size() || items[first].prefix != prefix) return {first, first};
+    if (first + 1 == items.size() || items[first + 1].prefix != prefix) return {first, first + 1};
+    const bool isLast = prefix == std::numeric_limits<std::uint64_t>::max();
+    return {first, isLast ? items.size() : firstPrefixNotLess(items, prefix + 1)};
+}
+
+// Where in the range the keys begin that are not before the place looked for.
+template <typename IsBefore>
+std::size_t pointOf(const std::vector<TreeBound>& items, Range range, IsBefore isBefore) noexcept {
+    while (range.first < range.end) {
+        const std::size_t middle = (range.first + range.end) / 2;
+        if (isBefore(items[middle].node->getKey())) {
+            range.first = middle + 1;
+        } else {
+            range.end = middle;
+        }
+    }
+    return range.first;
+}
+
+bool isLess(const TreeBound& bound, const TreeProbe& probe) noexcept {
+    return bound.prefix != probe.prefix ? bound.prefix < probe.prefix : bound.node->getKey() < probe.key;
+}
+
+bool isGreater(const TreeBound& bound, const TreeProbe& probe) noexcept {
+    return bound.prefix != probe.prefix ? bound.prefix > probe.prefix : probe.key < bound.node->getKey();
+}
+
+bool isEqual(const TreeBound& bound, const TreeProbe& probe) noexcept {
+    return bound.prefix == probe.prefix && bound.node->getKey() == probe.key;
+}
+
+bool areInOrder(const TreeBound& first, const TreeBound& second) noexcept {
+    if (first.prefix != second.prefix) return first.prefix < second.prefix;
+    return first.node == second.node || first.node->getKey() <= second.node->getKey();
+}
+
+// Of items in order: the first that is not less.
+std::size_t firstNotLess(const std::vector<TreeBound>& items, const TreeProbe& probe) noexcept {
+    return pointOf(items, withPrefix(items, probe.prefix), [&](const std::string& key) { return key < probe.key; });
+}
+
+std::size_t firstEqual(const TreeBlock& leaf, const TreeProbe& probe) noexcept {
+    std::size_t item = 0;
+    if (leaf.isOrdered) {
+        const Range range = withPrefix(leaf.items, probe.prefix);
+        if (range.first == range.end) return leaf.size();
+        item = range.first;
+        if (range.end - range.first > 1) {
+            item = pointOf(leaf.items, range, [&](const std::string& key) { return key < probe.key; });
+        }
+        return item < range.end && leaf.items[item].node->getKey() == probe.key ? item : leaf.size();
+    }
+    while (item < leaf.size() && !isEqual(leaf.items[item], probe))
+        ++item;
+    return item;
+}
+
+TreePlace findFirstInAll(const TreeBranch& branch, const TreeProbe& probe) noexcept {
+    for (std::size_t item = 0; item < branch.size(); ++item) {
+        const TreeBranch::Below& below = branch.below[item];
+        if (isLess(branch.items[item], probe) || isGreater(below.least, probe)) continue;
+        const TreePlace found = findFirst(*below.block, probe);
+        if (found.leaf != nullptr) return found;
+    }
+    return {};
+}
+
+}  // namespace
+
+// In a branch in order, the first block whose greatest key is not less decides. Otherwise, every block that may have
+// the key is searched.
+TreePlace findFirst(const TreeBlock& root, const TreeProbe& probe) noexcept {
+    const TreeBlock* block = &root;
+    while (!block->isLeaf) {
+        const auto& branch = static_cast<const TreeBranch&>(*block);
+        if (!branch.isOrdered) return findFirstInAll(branch, probe);
+        const std::size_t item = firstNotLess(branch.items, probe);
+        if (item == branch.size() || isGreater(branch.below[item].least, probe)) return {};
+        block = branch.below[item].block.get();
+    }
+    const std::size_t item = firstEqual(*block, probe);
+    if (item == block->size()) return {};
+    return {const_cast<TreeLeaf*>(static_cast<const TreeLeaf*>(block)), item};
+}
+
+TreePlace findFirstGreater(TreeBlock& root, const TreeProbe& probe) noexcept {
+    TreeBlock* block = &root;
+    std::size_t item = block->firstGreater(probe);
+    if (item == block->size()) return {};
+    for (; !block->isLeaf; item = block->firstGreater(probe))
+        block = static_cast<TreeBranch*>(block)->below[item].block.get();
+    return {static_cast<TreeLeaf*>(block), item};
+}
+
+const TreeLeaf* firstLeafOf(const TreeBlock* block) noexcept {
+    while (!block->isLeaf)
+        block = static_cast<const TreeBranch*>(block)->below.front().block.get();
+    return static_cast<const TreeLeaf*>(block);
+}
+
+TreeBound TreeBlock::least() const noexcept {
+    const auto at = [this](std::size_t i) {
+        return isLeaf ? items[i] : static_cast<const TreeBranch*>(this)->below[i].least;
+    };
+    TreeBound found = at(0);
+    for (std::size_t i = 1; !isOrdered && i < size(); ++i) {
+        if (const TreeBound other = at(i); !areInOrder(found, other)) found = other;
+    }
+    return found;
+}
+
+TreeBound TreeBlock::greatest() const noexcept {
+    if (isOrdered) return items.back();
+    TreeBound found = items[0];
+    for (const TreeBound& other : items) {
+        if (!areInOrder(other, found)) found = other;
+    }
+    return found;
+}
+
+bool TreeBlock::isInOrder(std::size_t item) const noexcept {
+    const auto isBefore = [this](std::size_t i) {
+        return areInOrder(items[i], isLeaf ? items[i + 1] : static_cast<const TreeBranch*>(this)->below[i + 1].least);
+    };
+    return (item == 0 || isBefore(item - 1)) && (item + 1 >= size() || isBefore(item));
+}
+
+bool TreeBlock::isWhollyInOrder() const noexcept {
+    for (std::size_t i = 1; i < size(); i += 2) {
+        if (!isInOrder(i)) return false;
+    }
+    return true;
+}
+
+void TreeBlock::checkOrder(std::size_t item) noexcept {
+    isOrdered = isOrdered ? isInOrder(item) : isWhollyInOrder();
+}
+
+std::size_t TreeBlock::firstGreater(const TreeProbe& probe) const noexcept {
+    if (isOrdered) {
+        return pointOf(items, withPrefix(items, probe.prefix),
+                       [&](const std::string& key) { return !(probe.key < key); });
+    }
+    std::size_t item = 0;
+    while (item < size() && !isGreater(items[item], probe))
+        ++item;
+    return item;
+}
+
+const TreeLeaf* TreeLeaf::next() const noexcept {
+    const TreeBlock* block = this;
+    for (const TreeBranch* above = parent; above != nullptr; block = above, above = above->parent) {
+        const std::size_t place = above->placeOf(*block) + 1;
+        if (place < above->size()) return firstLeafOf(above->below[place].block.get());
+    }
+    return nullptr;
+}
+
+std::size_t TreeLeaf::placeOf(const KestTreeNode& node) const noexcept {
+    std::size_t place = 0;
+    while (items[place].node != &node)
+        ++place;
+    return place;
+}
+
+TreeBranch::TreeBranch(TreeChildren& owner) : TreeBlock(owner, false) {
+    items.reserve(kWidth);
+    below.reserve(kWidth);
+}
+
+std::size_t TreeBranch::placeOf(const TreeBlock& block) const noexcept {
+    std::size_t place = 0;
+    while (below[place].block.get() != &block)
+        ++place;
+    return place;
+}
+
+void TreeBranch::refresh(std::size_t place) noexcept {
+    items[place] = below[place].block->greatest();
+    below[place].least = below[place].block->least();
+    checkOrder(place);
+}
+
+void TreeBranch::insert(std::size_t place, std::unique_ptr<TreeBlock> block, std::size_t count) noexcept {
+    block->parent = this;
+    const auto offset = static_cast<std::ptrdiff_t>(place);
+    items.insert(items.begin() + offset, TreeBound{});
+    below.insert(below.begin() + offset, Below{{}, count, std::move(block)});
+    refresh(place);
+}
+
+std::unique_ptr<TreeBlock> TreeBranch::remove(std::size_t place) noexcept {
+    std::unique_ptr<TreeBlock> block = std::move(below[place].block);
+    const auto offset = static_cast<std::ptrdiff_t>(place);
+    items.erase(items.begin() + offset);
+    below.erase(below.begin() + offset);
+    if (!isOrdered) checkOrder();
+    return block;
+}
+
+}  // namespace KestSupport::internal

@@ -39,7 +39,7 @@ Range withPrefix(const std::vector<TreeBound>& items, std::uint64_t prefix) noex
     return {first, isLast ? items.size() : firstPrefixNotLess(items, prefix + 1)};
 }
 
-// Where in the range the keys begin that are not before the place looked for.
+// The end of the part of the range whose keys are before the place.
 template <typename IsBefore>
 std::size_t pointOf(const std::vector<TreeBound>& items, Range range, IsBefore isBefore) noexcept {
     while (range.first < range.end) {

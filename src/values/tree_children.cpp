@@ -488,7 +488,7 @@ void TreeChildren::countOther(const std::string& key) noexcept {
 }
 
 void TreeChildrenDeleter::operator()(TreeChildren* list) const noexcept {
-    // So many destructors of nodes may be within each other. The lists of deeper nodes wait for them to return.
+    // At most this number of destructors of nodes run within each other. The lists of deeper nodes are emptied later.
     constexpr unsigned kDeepest = 64;
     struct Emptied {
         TreeChildren* list = nullptr;

@@ -95,7 +95,7 @@ class TreeChildren {
     std::size_t m_others = 0;  // keys that do not, since the prefixes were made
     bool m_isEmptied = false;
     Place m_first;  // of a list that is emptied
-    // Set for good when a node of the list comes into a second one.
+    // Set permanently when a node of the list comes into a second one.
     mutable std::atomic<bool> m_isShared{false};
     // Of a shared list: the number of key changes at the last check, doubled, and whether the keys were as expected.
     mutable std::atomic<std::uint64_t> m_checked{0};

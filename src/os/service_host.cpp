@@ -5,6 +5,7 @@
 #include "os/describe_exception.h"
 #include "os/service_run.h"
 #include "platform/console.h"
+#include "platform/uninterrupted.h"
 #include "text/log_record.h"
 
 namespace KestSupport::internal {
@@ -12,7 +13,7 @@ namespace {
 
 // Reports go out one by one, in the order of their check points. Process-wide, because the service may be gone as soon
 // as the report that it has stopped has gone out.
-std::mutex g_reportLock;
+constinit platform::UninterruptedMutex g_reportLock;
 std::uint32_t g_checkPoint = 1;  // guarded by g_reportLock
 
 constinit std::atomic<KestService*> g_current{nullptr};

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/process_memory.h"
+#include "platform/uninterrupted.h"
 
 namespace KestSupport::platform {
 namespace {
@@ -20,8 +21,8 @@ struct Registration {
 
 // Stays: an event may arrive while static objects are being destroyed.
 struct HandlerList {
-    std::mutex lock;  // guards everything below and the back end's calls; never held while a handler runs
-    std::condition_variable handlerReturned;
+    UninterruptedMutex lock;  // guards everything below and the back end's calls; never held while a handler runs
+    std::condition_variable_any handlerReturned;
     std::vector<Registration> handlers;
     ConsoleHandler running = nullptr;
     std::thread::id runner;

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <memory>
 #include <mutex>
-#include <new>
 
 #include "platform/console.h"
 #include "platform/posix/posix_service_client.h"
@@ -12,6 +11,7 @@
 #include "platform/posix/posix_service_process.h"
 #include "platform/service_manager.h"
 #include "platform/text.h"
+#include "platform/uninterrupted.h"
 
 namespace KestSupport::platform {
 namespace {
@@ -118,7 +118,7 @@ class PosixServiceManager final : public ServiceManager {
     std::shared_ptr<ServiceProcess> process();
     static bool onConsoleEvent(std::uint32_t event);
 
-    std::mutex m_lock;                          // guards m_process
+    UninterruptedMutex m_lock;                  // guards m_process
     std::shared_ptr<ServiceProcess> m_process;  // of this program, once it is a service
 };
 

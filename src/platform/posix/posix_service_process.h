@@ -5,12 +5,12 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "platform/posix/posix_descriptor.h"
 #include "platform/posix/posix_service_messages.h"
+#include "platform/uninterrupted.h"
 #include "platform/wait.h"
 
 namespace KestSupport::platform {
@@ -66,7 +66,7 @@ class ServiceProcess : public std::enable_shared_from_this<ServiceProcess> {
 
     // Guards what follows. Held while the process forks: a child drops the descriptors by which the service is seen to
     // run, or is waited for.
-    std::mutex m_lock;
+    UninterruptedMutex m_lock;
     Descriptor m_starter;   // where the process is started from: told once
     Descriptor m_reserved;  // the record, with the lock of the start
     Descriptor m_listener;

@@ -97,16 +97,16 @@ wstring16 KestDateTime::constructTimeString(std::tm* fields, const std::locale& 
 
 // The runtime breaks the instant down, since only it knows the name of the zone, which some locales put into the text.
 wstring16 KestDateTime::localText(const std::locale& locale, const unsigned short* pattern) {
-    std::tm fields = localFields();
-    const std::tm stored = storedFields();
-    std::optional<internal::LocalMoment> moment = internal::momentOfFields(stored);
+    std::tm fields = storedFields();
+    std::optional<internal::LocalMoment> moment = internal::momentOfFields(fields);
     if (moment) platform::localTime(moment->instant, fields);
     if (moment && internal::civilSeconds(fields) != moment->civil) {
         // The runtime noticed a change of the system's zone before the library did.
         platform::localZoneOfNow();
-        moment = internal::momentOfFields(stored);
+        moment = internal::momentOfFields(storedFields());
         if (moment) platform::localTime(moment->instant, fields);
     }
+    if (!moment) fields = localFields();
     return constructTimeString(&fields, locale, pattern);
 }
 

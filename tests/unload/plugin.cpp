@@ -1,12 +1,33 @@
 // A library that uses the support library, loaded and unloaded by program.cpp.
+#include <support/date_time.h>
 #include <support/exceptions.h>
+#include <support/object_factory.h>
 #include <support/threads.h>
 #include <support/timers.h>
+#include <support/utilities.h>
+
+#include <memory>
+#include <mutex>
+#include <vector>
 
 using namespace KestSupport;
 
-// Uses what attaches the calling thread, makes threads and registers with the C runtime, and leaves a timer with the
-// timer manager. True when all of it worked.
+namespace {
+
+// Still active at the unload.
+std::mutex g_lock;
+std::vector<std::unique_ptr<KestTimer>> g_timers;
+
+void leaveTimer() {
+    const std::lock_guard guard(g_lock);
+    g_timers.push_back(std::make_unique<KestTimer>(3'600'000, false));
+    g_timers.back()->reset();
+}
+
+}  // namespace
+
+// Uses what attaches the calling thread, makes threads, registers with the C runtime and keeps memory, and leaves a
+// timer with the timer manager. True when all of it worked.
 extern "C" __attribute__((visibility("default"))) bool useLibrary() {
     KestTimer timer(1, false);
     timer.reset();
@@ -14,7 +35,10 @@ extern "C" __attribute__((visibility("default"))) bool useLibrary() {
     KestThread thread;
     thread.start();
     thread.wait(-1);
-    (new KestTimer(3'600'000, false))->reset();
+    leaveTimer();
+    KestDateTime().toString();
+    KestObjectFactory::getGlobalInstance();
+    KestGetEnvironmentVariable("none");
     try {
         throw KestException("text", 3);
     } catch (const KestException& e) {

@@ -91,19 +91,19 @@ class KEST_SUPPORT_EXPORT KestReadWriteLock {
     virtual ~KestReadWriteLock();
 
     /// Takes one read level; blocks without limit while a thread has the write lock.
-    void readLock() { m_pImpl->readLock(); }
+    void readLock();
     /// Gives back one read level of the calling thread. Of a thread that has none, it changes nothing and logs at level
     /// 1 "KestReadWriteLock::readUnLock: Trying to release readlock without acquiring it".
-    void readUnLock() { m_pImpl->readUnLock(); }
+    void readUnLock();
     /// Takes the write lock; blocks without limit while any thread has a read level or the write lock.
-    void writeLock() { m_pImpl->writeLock(); }
+    void writeLock();
     /// Gives back the write lock. Called by a thread that does not have it, it changes nothing and logs at level 1
     /// "KestReadWriteLock::writeUnLock: Trying to release writelock without acquiring it".
-    void writeUnLock() { m_pImpl->writeUnLock(); }
+    void writeUnLock();
     /// As readLock, but false at once where that would block, also when the caller itself has the write lock.
-    bool tryReadLock() { return m_pImpl->tryReadLock(); }
+    bool tryReadLock();
     /// As writeLock, but false at once where that would block, also when it is the caller who holds something.
-    bool tryWriteLock() { return m_pImpl->tryWriteLock(); }
+    bool tryWriteLock();
 
   private:
     KestSmartPointer<RwLockImplementation> m_pImpl;  // never empty

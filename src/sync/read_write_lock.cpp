@@ -217,4 +217,24 @@ KestReadWriteLock::KestReadWriteLock(const KestReadWriteLock& other) = default;
 KestReadWriteLock& KestReadWriteLock::operator=(const KestReadWriteLock& other) = default;
 KestReadWriteLock::~KestReadWriteLock() = default;
 
+// Not in the header: a program that has a RwLockImplementation of its own would call that one.
+void KestReadWriteLock::readLock() {
+    m_pImpl->readLock();
+}
+void KestReadWriteLock::readUnLock() {
+    m_pImpl->readUnLock();
+}
+void KestReadWriteLock::writeLock() {
+    m_pImpl->writeLock();
+}
+void KestReadWriteLock::writeUnLock() {
+    m_pImpl->writeUnLock();
+}
+bool KestReadWriteLock::tryReadLock() {
+    return m_pImpl->tryReadLock();
+}
+bool KestReadWriteLock::tryWriteLock() {
+    return m_pImpl->tryWriteLock();
+}
+
 }  // namespace KestSupport

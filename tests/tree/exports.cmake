@@ -1,25 +1,22 @@
-# The shared library gives a program what is marked for it and nothing else: the names of KestSupport, those of the locks'
-# implementations, and the instances of standard templates that every library shares. Run with NM and LIBRARY.
+# The shared library gives a program what is marked for it and nothing else: the names of KestSupport and those of the locks'
+# implementations, with their virtual tables and type information. Data among them is listed as public, so that library and
+# program use the same copy. Run with NM, LIBRARY and LIST, the file of the public data.
 cmake_minimum_required(VERSION 3.22)
 
-execute_process(COMMAND ${NM} -D -C --defined-only ${LIBRARY} OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
-string(REPLACE ";" "," symbols "${symbols}")
-string(REPLACE "\n" ";" symbols "${symbols}")
-set(count 0)
+execute_process(COMMAND ${NM} -D --defined-only ${LIBRARY} OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
+file(READ ${LIST} list)
+string(REGEX MATCHALL " [A-Za-z] [^\n]+" symbols "${symbols}")
 foreach(symbol IN LISTS symbols)
-  if(NOT symbol MATCHES "^[0-9a-f]+ ([A-Za-z]) (.*)$")
-    continue()
-  endif()
-  set(kind ${CMAKE_MATCH_1})
-  set(name "${CMAKE_MATCH_2}")
-  math(EXPR count "${count} + 1")
-  string(REGEX REPLACE "^(vtable|typeinfo|typeinfo name|VTT|guard variable|non-virtual thunk|virtual thunk) (for|to) " "" bare "${name}")
-  if(bare MATCHES "^KestSupport::(internal|platform|\\(anonymous)|\\(anonymous namespace\\)")
+  string(SUBSTRING "${symbol}" 3 -1 name)
+  if(name MATCHES "^_Z[^0-9]*11KestSupport(8internal|8platform|12_GLOBAL__N_1)")
     message(SEND_ERROR "exported, but internal: ${name}")
-  elseif(NOT bare MATCHES "KestSupport::|^(LockBase|LockImplementation|RwLockImplementation)($|::)" AND NOT kind MATCHES "[WVu]")
+  elseif(NOT name MATCHES "^_Z(T[VTIS]|T[hv][0-9n_]+)?(NK?)?(11KestSupport|8LockBase|18LockImplementation|20RwLockImplementation)")
     message(SEND_ERROR "exported, but not of the library's interface: ${name}")
+  elseif(symbol MATCHES "^ [BDR] " AND NOT list MATCHES "${name};")
+    message(SEND_ERROR "exported data that is not listed: ${name}")
   endif()
 endforeach()
+list(LENGTH symbols count)
 if(count LESS 50)
   message(SEND_ERROR "only ${count} symbols are exported")
 endif()

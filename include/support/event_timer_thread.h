@@ -11,8 +11,10 @@
 //   };
 //
 // The timer is the caller's: the thread neither starts nor stops it. One firing is handled at a time; of those that
-// come meanwhile, one is remembered. Threads that wait for one timer share its firings. An exception of
-// handleTimerEvent ends the loop for good, with the result 0.
+// happen during it, one is remembered. Threads that wait for one timer share its firings, and the firing that ends a
+// thread is theirs, too: while that thread is in handleTimerEvent, there is one; while it waits for the timer and
+// another thread takes the signal, it is repeated every 100 ms, without a notification. An exception of
+// handleTimerEvent ends the loop permanently, with the result 0.
 //
 // Threads: as KestThread. The object is destroyed by another thread than its own, and not while it is suspended.
 //
@@ -34,7 +36,7 @@ class KEST_SUPPORT_EXPORT KestEventTimerThread : public KestThread {
   public:
     /// Not started. Keeps the timer's address.
     KestEventTimerThread(const std::string& name, KestTimer& timer);
-    /// Ends the loop, unless endLoop has, and says at level 9 that it has come and that it goes.
+    /// Ends the loop, unless endLoop has, and logs its begin and its end at level 9.
     ~KestEventTimerThread() override;
 
     /// As KestThread::start. Work information is not for this class: with it the loop does not run.
@@ -57,10 +59,11 @@ class KEST_SUPPORT_EXPORT KestEventTimerThread : public KestThread {
     void wakeLoop();
 
     KestTimer* const m_pTimer;
-    std::atomic<bool> m_waiting{false};   // the loop has come to its first wait
-    std::atomic<bool> m_active{false};    // from start until the loop is to end
-    std::atomic<bool> m_loopOver{false};  // the loop waits no more
-    bool m_ended = false;                 // endLoop was called; for the thread that destroys the object
+    std::atomic<bool> m_cameToWait{false};  // the loop has come to its first wait
+    std::atomic<bool> m_waiting{false};     // it waits, or is about to
+    std::atomic<bool> m_active{false};      // from start until the loop is to end
+    std::atomic<bool> m_loopOver{false};    // the loop waits no more
+    std::atomic<bool> m_ended{false};       // endLoop was called
 };
 
 }  // namespace KestSupport

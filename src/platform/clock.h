@@ -28,7 +28,7 @@ inline std::atomic<std::int64_t> g_calendarStep{0};  // seconds added to what th
 inline std::atomic<std::int64_t> g_steadyStep{0};
 }  // namespace internal
 
-/// For tests: moves the clocks of this process by so many seconds. A wait that has begun keeps its real length.
+/// For tests: moves the clocks of this process by the given seconds. A wait that has begun keeps its real length.
 inline void stepClocks(std::int64_t calendarSeconds, std::int64_t steadySeconds) noexcept {
     internal::g_calendarStep += calendarSeconds;
     internal::g_steadyStep += steadySeconds;

@@ -38,35 +38,37 @@ void KestEventTimerThread::start() {
 int KestEventTimerThread::run() {
     const SetAtEnd over{m_loopOver};
     for (;;) {
+        m_cameToWait = true;
         m_waiting = true;
-        m_pTimer->wait(-1);
+        // The end needs no signal while the loop works. The last one may still be there, and is this loop's.
+        m_pTimer->wait(m_ended ? 0 : -1);
+        m_waiting = false;
         if (!m_active) return 0;
         handleTimerEvent();
     }
 }
 
 void KestEventTimerThread::endLoop() {
-    if (m_ended) return;
-    m_ended = true;
-    // First of all: from now on a firing calls nothing of a subclass that may be gone.
+    if (m_ended.exchange(true)) return;
+    // Before all else: from now on a firing calls nothing of a subclass that may be gone.
     const bool active = m_active.exchange(false);
     internal::logRecord(9, "KestEventTimerThread::~KestEventTimerThread: entering");
     if (getHandle() == nullptr || !active) return;
     internal::logRecord(9, "KestEventTimerThread::~KestEventTimerThread: setting exit event");
-    // A run that has ended without the loop will not come to a wait any more.
-    while (!m_waiting && KestThread::wait(kLookAgain) == static_cast<int>(platform::kWaitTimeout)) {
+    // A run that has ended without the loop never comes to a wait.
+    while (!m_cameToWait && KestThread::wait(kLookAgain) == static_cast<int>(platform::kWaitTimeout)) {
     }
     wakeLoop();
     internal::logRecord(9, "KestEventTimerThread::~KestEventTimerThread: waiting for thread to exit");
     // Another thread that waits for this timer may have taken the signal.
     while (!m_loopOver && KestThread::wait(kLookAgain) == static_cast<int>(platform::kWaitTimeout)) {
-        if (!m_loopOver) signalOnly(*m_pTimer);
+        if (m_waiting) signalOnly(*m_pTimer);
     }
     waitForThreadExit();
 }
 
 void KestEventTimerThread::wakeLoop() {
-    // The timer is signalled after its dependents were told, so one that throws would leave the loop asleep.
+    // The timer is signalled after its dependents were notified, so one that throws would leave the loop asleep.
     try {
         m_pTimer->set();
     } catch (...) {

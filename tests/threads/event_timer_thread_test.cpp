@@ -73,4 +73,22 @@ TEST(EventTimerThread, EndsAlsoWhenItsWorkThrowsOrItsLastSignalIsLost) {
     timer.addDependent(dependent);
 }
 
+TEST(EventTimerThread, SharesOneFiringAtMostWhenItEndsWhileItWorks) {
+    KestTimer timer;
+    kit::Gate entered, release;
+    std::atomic<int> shared{0};
+    auto busy = std::make_unique<Worker>(timer, [&] { entered.open(), release.pass(); });
+    busy->start();
+    timer.set();
+    entered.pass();
+    Worker other(timer, [&] { ++shared; });
+    other.start();
+    std::thread destroyer([&] { busy.reset(); });
+    kit::await([&] { return shared == 1; });
+    EXPECT_EQ(timer.wait(350), -2);
+    release.open();
+    destroyer.join();
+    EXPECT_EQ(shared, 1);
+}
+
 }  // namespace

@@ -15,19 +15,28 @@
 //
 //   20261118_13:05:07 5 Disk       [4711] free: 1024
 //
-// with local time, level, module ("Global" for none) and thread id. Each record is on its way to the system when
-// endrecord returns.
+// with local time, level, module ("Global" for none) and thread id. The system has each record when endrecord returns,
+// unless it refused it.
 //
 // Threads: any number may log. A thread that has inserted into a record owns the logger until its endrecord; others
 // that insert wait. Level and module of a record belong to the logger, not to the thread: below level 9, another thread
 // that ends a record between a thread's setloglevel and its first insertion takes the choice away, and that record is
-// then skipped as a whole. A record is never written in part and never holds another one's text.
+// then skipped as a whole. A record never holds another one's text, and it is written in part in two cases only. A
+// thread that ends inside its record leaves a record of what it had inserted, which the next thread that logs writes
+// under the id of the ended one; a thread that is terminated while endrecord writes may leave nothing or a part. An
+// output that fails, such as a full disk, may leave a part of a line; the next record begins on a line of its own.
+//
+// Exceptions: a value that throws leaves its record open, and the thread keeps the logger. Its next setloglevel drops
+// that record and begins one of its own; an endrecord writes what was inserted. The logger notices an exception in an
+// expression that holds the setloglevel of the record, and one that an insertion throws.
 //
 // Lifetime: the logger outlives every use; its destructor unregisters it. Not meant for text that must be acknowledged:
-// output failures are not reported, and the next record is tried again.
+// output failures are not reported, and the next record is tried again. Signals lose no record.
 #pragma once
 
 #include <atomic>
+#include <cstdint>
+#include <exception>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -45,7 +54,8 @@ namespace internal {
 struct LoggingState;
 }  // namespace internal
 
-/// What setloglevel returns: inserted into a logger, it calls fn with the logger, module and level.
+/// What setloglevel returns: inserted into a logger, it calls fn with the logger, module and level. Destroyed by an
+/// exception, it marks the record that the thread has begun as one to drop.
 class KEST_SUPPORT_EXPORT KestSetLogLevelManipulator {
   public:
     using Function = KestLogging& (*)(KestLogging&, const std::string& module, int level);
@@ -53,13 +63,24 @@ class KEST_SUPPORT_EXPORT KestSetLogLevelManipulator {
     KestSetLogLevelManipulator(Function function, int recordLevel) : fn(function), level(recordLevel) {}
     KestSetLogLevelManipulator(Function function, const std::string& recordModule, int recordLevel)
         : fn(function), module(recordModule), level(recordLevel) {}
+    KestSetLogLevelManipulator(const KestSetLogLevelManipulator& other)
+        : fn(other.fn), module(other.module), level(other.level) {}
+    KestSetLogLevelManipulator& operator=(const KestSetLogLevelManipulator& other) = default;
+    ~KestSetLogLevelManipulator() {
+        if (std::uncaught_exceptions() > m_exceptions) leaveRecord();
+    }
 
     Function fn;
     std::string module;
     int level;
+
+  private:
+    static void leaveRecord() noexcept;
+
+    int m_exceptions = std::uncaught_exceptions();  // under way when it was made
 };
 
-/// Ends the record of the calling thread: writes it when its level allows it, and lets other threads go on.
+/// Ends the record of the calling thread: writes it when its level allows it, and releases the logger to other threads.
 KEST_SUPPORT_EXPORT KestLogging& endrecord(KestLogging& logging);
 
 class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
@@ -72,15 +93,24 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
     KestLogging();
 
     /// `target` is a set of the bits above and `level` -1 to 9; neither is checked. With the file bit the log file is
-    /// opened here: `name` without its extension, a random number and ".log", truncated; the attempt, and a failure
-    /// with its errno, is told on standard error, after which records meant for the file are dropped.
+    /// opened here: `name` up to its last dot, a number from rand() and ".log", created or emptied; the attempt, and a
+    /// failure with its errno, is reported on standard error, after which records meant for the file are dropped.
+    ///
+    /// A program that does not seed rand() gets the same number in each run, so each run empties the log of the run
+    /// before. To keep it, seed first:
+    ///
+    ///   std::random_device source;
+    ///   std::srand(source());
+    ///
+    /// The last dot may be one of a folder's name, which then cuts the path: "/srv/app.d/log" gives "/srv/app" and the
+    /// number. A symbolic link at the file's name is not followed, but is a failure (ELOOP, 40 on Linux).
     KestLogging(const std::string& name, int target, int level);
 
     KestLogging(const KestLogging&) = delete;
     KestLogging& operator=(const KestLogging&) = delete;
 
     /// Unregisters the logger and closes its file. Waits for a watchdog thread that is using it. No record may be open
-    /// in another thread.
+    /// in another thread; one of this thread is dropped.
     virtual ~KestLogging();
 
     /// Registers the process's logger, which must outlive all use of getInstance.
@@ -150,7 +180,7 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
     KestLogging& operator<<(KestLogging& (*manipulator)(KestLogging&)) { return manipulator(*this); }
 
   protected:
-    /// The watchdog has fired: a thread of its own calls timerElapsed.
+    /// The watchdog has fired: a thread of its own calls timerElapsed, unless one is still at it.
     void handleNotification(KestCollaborator& collaborator, const KestNotification& notification) override;
 
     /// Opens what the target needs. Called by the constructors and by setTarget, with no lock held.
@@ -172,7 +202,7 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
     void resetTimer();
     void cancelTimer();
 
-    /// Ends a record that was left open by a thread that no longer holds it, and says at level 9 that it came by.
+    /// Writes the record of a thread that has ended inside it, and logs its visit at level 9.
     void timerElapsed();
 
   private:
@@ -181,9 +211,14 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
 
     template <typename Append>
     KestLogging& insert(Append append);
+    template <typename Append>
+    KestLogging& insertText(Append append);
     template <typename Integer>
     KestLogging& insertDecimal(Integer value);
-    void writeRecord();
+    void writeRecord(std::uint32_t threadId);
+    void writeAbandonedRecord();
+    bool buildLine(std::uint32_t threadId);
+    void dropRecord() noexcept;
 
     static std::atomic<KestLogging*> m_pInstance;
 

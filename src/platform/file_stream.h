@@ -25,7 +25,7 @@ using Stream = std::unique_ptr<std::FILE, StreamCloser>;
 Stream openStream(const char* name, StreamMode mode) noexcept;
 
 /// Reads until the block is full or the file ends, and returns the number of bytes. `failed` becomes true when the
-/// medium ended the reading; else it is left alone.
+/// medium ended the reading; else it is left alone. A signal does not end it, nor a write.
 std::size_t readStream(std::FILE* stream, char* block, std::size_t size, bool& failed) noexcept;
 
 /// Whether all of the block was handed to the system.

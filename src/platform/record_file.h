@@ -1,11 +1,13 @@
-// A file that whole records are appended to: each goes to the system at once, in one piece, past the C runtime's
-// streams. So a thread that is terminated while it writes leaves no stream locked, and no failed output stays behind to
-// silence the records that follow.
+// Output of whole records, to a file that they are appended to or after what a stream of the C runtime has: each goes
+// to the system at once, in one piece, past the buffers of the C runtime's streams. So a thread that is terminated
+// while it writes leaves no stream locked, no failed output remains to silence the records that follow, and a signal
+// that interrupts a write loses nothing.
 //
-// Threads: one at a time. Lifetime: closed when it is destroyed.
+// Threads: one at a time. Lifetime: a file is closed when it is destroyed.
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
 #include <string_view>
 
 namespace KestSupport::platform {
@@ -18,7 +20,7 @@ class RecordFile {
     ~RecordFile() { close(); }
 
     /// Creates or truncates the file in text mode; children do not inherit it. Not called while a file is open.
-    /// False, with errno telling why, when it cannot be opened.
+    /// False, with errno set, when it cannot be opened; a symbolic link is not followed, and refused (ELOOP).
     bool open(const char* name) noexcept;
     bool isOpen() const noexcept { return m_descriptor >= 0; }
     void close() noexcept;
@@ -30,5 +32,9 @@ class RecordFile {
   private:
     int m_descriptor = -1;
 };
+
+/// Writes the text after what was put into the stream before; blocks until the system has taken it. Returns how many
+/// characters it took, as RecordFile::write. The stream is locked only while it holds text that was not written before.
+std::size_t writeAfter(std::FILE* stream, std::string_view text) noexcept;
 
 }  // namespace KestSupport::platform

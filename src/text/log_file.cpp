@@ -13,6 +13,16 @@ std::string logFileName(const std::string& baseName, int number) {
     return name;
 }
 
+void LogOutput::write(std::string_view line) {
+    m_lines.write(line, [](std::string_view text) { return platform::writeAfter(stdout, text); });
+}
+
+// The lock is made here, since close must not fail.
+LogFile::LogFile(std::string baseName, KestCriticalSectionObject& recordLock)
+    : m_baseName(std::move(baseName)), m_recordLock(recordLock) {
+    m_switchLock.lockCount();
+}
+
 void LogFile::open() {
     const KestCriticalSection guard(m_switchLock, true);
     if (m_pOutput.load(std::memory_order_relaxed) != nullptr) return;
@@ -27,30 +37,29 @@ void LogFile::open() {
     std::fprintf(stderr, "KestLogging: Cannot open log file %s (%d)\n", name.c_str(), error);
 }
 
-void LogFile::close() {
+void LogFile::close() noexcept {
     std::unique_ptr<Output> output(m_pOutput.exchange(nullptr, std::memory_order_acq_rel));
     if (!output) return;
-    // Whoever has the lock of the records knows that nobody is writing.
+    // While this thread has the lock of the records, no other is writing.
     if (m_recordLock.testAndSet()) {
         m_recordLock.unlock();
         return;
     }
     const KestCriticalSection guard(m_switchLock, true);
-    m_replaced.push_back(std::move(output));
+    output->next = std::move(m_replaced);
+    m_replaced = std::move(output);
     m_hasReplaced.store(true, std::memory_order_relaxed);
 }
 
 void LogFile::write(std::string_view line) {
     Output* const output = m_pOutput.load(std::memory_order_acquire);
     if (output == nullptr) return;
-    if (output->lineTorn && output->file.write("\n") == 0) return;
-    const std::size_t written = output->file.write(line);
-    output->lineTorn = written != 0 && written != line.size();
+    output->lines.write(line, [output](std::string_view text) { return output->file.write(text); });
 }
 
 void LogFile::destroyReplaced() {
     const KestCriticalSection guard(m_switchLock, true);
-    m_replaced.clear();
+    m_replaced.reset();
     m_hasReplaced.store(false, std::memory_order_relaxed);
 }
 

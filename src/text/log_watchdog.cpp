@@ -1,9 +1,11 @@
 #include "text/log_watchdog.h"
 
-#include <algorithm>
+#include <mutex>
 #include <new>
 #include <utility>
 
+#include "platform/clock.h"
+#include "platform/thread.h"
 #include "support/exceptions.h"
 #include "support/logging.h"
 #include "threads/timer_manager.h"
@@ -11,14 +13,21 @@
 namespace KestSupport {
 
 namespace internal {
+namespace {
+
+std::int64_t steadySeconds() noexcept {
+    constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
+    return platform::coarseSteadyTime() / nanosecondsPerSecond;
+}
+
+}  // namespace
 
 bool LogWatchdog::arm() {
     return m_armed.load(std::memory_order_relaxed) || startOnce(m_seconds);
 }
 
 bool LogWatchdog::openRecord() noexcept {
-    // The calendar clock, like the timers.
-    m_openSince.store(std::time(nullptr), std::memory_order_seq_cst);
+    m_openSince.store(steadySeconds(), std::memory_order_seq_cst);
     if (m_armed.load(std::memory_order_seq_cst)) return true;
     closeRecord();
     return false;
@@ -26,15 +35,14 @@ bool LogWatchdog::openRecord() noexcept {
 
 void LogWatchdog::set() {
     m_armed.store(false, std::memory_order_seq_cst);
-    const std::time_t openSince = m_openSince.load(std::memory_order_seq_cst);
+    const std::int64_t openSince = m_openSince.load(std::memory_order_seq_cst);
     if (openSince == noRecord) return;
-    const std::time_t rest = openSince + m_seconds - std::time(nullptr);
+    const std::int64_t rest = openSince + m_seconds - steadySeconds();
     if (rest <= 0) KestTimer::set();
-    // A clock that was set back must not put the watch off.
-    startOnce(rest <= 0 ? m_seconds : std::min(rest, m_seconds));
+    startOnce(rest <= 0 ? m_seconds : rest);
 }
 
-bool LogWatchdog::startOnce(std::time_t seconds) {
+bool LogWatchdog::startOnce(std::int64_t seconds) {
     constexpr std::int32_t millisecondsPerSecond = 1000;
     if (m_armed.exchange(true, std::memory_order_seq_cst)) return true;
     // The thread has chosen a record's level and module; a dependent of another timer that logs would undo that.
@@ -51,32 +59,50 @@ bool LogWatchdog::startOnce(std::time_t seconds) {
 
 void LogWatchLink::startVisit(const std::shared_ptr<LogWatchLink>& link) {
     auto thread = std::make_unique<KestLoggingEventTimerThread>(link);
-    // The new thread cannot get past this lock, so it is still there when it is asked whether it lives.
+    // The new thread cannot pass this lock, so it still exists when it is asked whether it lives.
     const std::lock_guard guard(link->m_lock);
+    if (link->m_visit != Visit::none) return;
     thread->setMarkForDeath();
     thread->start();
-    if (thread->isAlive()) static_cast<void>(thread.release());
+    if (!thread->isAlive()) return;
+    link->m_visit = Visit::coming;
+    static_cast<void>(thread.release());
 }
 
 KestLogging* LogWatchLink::enter() {
     const std::lock_guard guard(m_lock);
-    if (m_pLogging != nullptr) ++m_visitors;
+    m_visit = m_pLogging != nullptr ? Visit::there : Visit::none;
     return m_pLogging;
 }
 
 void LogWatchLink::leave() {
     const std::lock_guard guard(m_lock);
-    --m_visitors;
-    m_idle.notify_all();
+    m_visit = Visit::none;
+    platform::setEvent(m_left.get());
 }
 
-void LogWatchLink::cut() {
-    std::unique_lock guard(m_lock);
-    m_pLogging = nullptr;
-    m_idle.wait(guard, [this] { return m_visitors == 0; });
+void LogWatchLink::cut() noexcept {
+    for (;;) {
+        {
+            const std::lock_guard guard(m_lock);
+            m_pLogging = nullptr;
+            if (m_visit != Visit::there) return;
+        }
+        constexpr std::uint32_t lookAgain = 50;  // milliseconds; for an event that could not be made
+        if (platform::waitForOne(m_left.get(), lookAgain) == platform::kWaitFailed) platform::sleepThread(1);
+    }
 }
 
 }  // namespace internal
+
+namespace {
+
+struct LeaveAtEnd {
+    internal::LogWatchLink& link;
+    ~LeaveAtEnd() { link.leave(); }
+};
+
+}  // namespace
 
 KestLoggingEventTimerThread::KestLoggingEventTimerThread(std::shared_ptr<internal::LogWatchLink> link)
     : KestThread("KestLoggingEventTimerThread"), m_pLink(std::move(link)) {}
@@ -84,8 +110,8 @@ KestLoggingEventTimerThread::KestLoggingEventTimerThread(std::shared_ptr<interna
 int KestLoggingEventTimerThread::run() {
     KestLogging* const logging = m_pLink->enter();
     if (logging == nullptr) return 0;
+    const LeaveAtEnd end{*m_pLink};
     logging->timerElapsed();
-    m_pLink->leave();
     return 0;
 }
 

@@ -1,5 +1,5 @@
 // The watch over a record that stays open: a timer that fires when the record has been open for 60 seconds, and every
-// 60 seconds after that, and the thread on which the logger then looks after it.
+// 60 seconds after that, and the thread on which the logger then visits its record.
 //
 // A timer that was started and stopped for each record would cost more than all else of a short record but its output.
 // So the timer is left to run out: opening a record notes the time, ending it clears the note, and when the timer
@@ -7,11 +7,11 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
-#include <ctime>
+#include <cstdint>
 #include <memory>
-#include <mutex>
 
+#include "platform/uninterrupted.h"
+#include "platform/wait.h"
 #include "support/threads.h"
 #include "support/timers.h"
 
@@ -25,7 +25,7 @@ namespace internal {
 /// that lock, since starting a timer can fire others, whose dependents may log.
 class LogWatchdog : public KestTimer {
   public:
-    explicit LogWatchdog(std::time_t seconds) : m_seconds(seconds) {}
+    explicit LogWatchdog(std::int32_t seconds) : m_seconds(seconds) {}
     ~LogWatchdog() override { stop(); }
 
     /// Starts the timer unless it runs. False when it cannot be started; the next record may try again.
@@ -40,44 +40,46 @@ class LogWatchdog : public KestTimer {
     void set() override;
 
   private:
-    static constexpr std::time_t noRecord = -1;
+    static constexpr std::int64_t noRecord = -1;
 
-    bool startOnce(std::time_t seconds);
+    bool startOnce(std::int64_t seconds);
 
-    const std::time_t m_seconds;  // that a record may stay open
+    const std::int32_t m_seconds;  // that a record may stay open
 
     // Opening writes the first and reads the second, expiry writes the second and reads the first, all sequentially
     // consistent: so at least one of them sees the other.
-    std::atomic<std::time_t> m_openSince{noRecord};
+    std::atomic<std::int64_t> m_openSince{noRecord};  // in seconds of the steady clock
     std::atomic<bool> m_armed{false};
 };
 
-/// Connects a logger with the watchdog threads that use it, and outlives them all. The logger is destroyed when the
-/// last one has let go of it.
+/// Connects a logger with the watchdog thread that visits it, and outlives both. The logger is destroyed when the visit
+/// is over.
 class LogWatchLink {
   public:
     explicit LogWatchLink(KestLogging& logging) : m_pLogging(&logging) {}
 
-    /// Starts a thread that visits the logger.
+    /// Starts a thread that visits the logger, unless one is on its way or there. A visit waits while a record is open.
     static void startVisit(const std::shared_ptr<LogWatchLink>& link);
 
-    /// The logger, if it still is there; it then stays until leave.
+    /// The logger, if it still exists; it then stays until leave.
     KestLogging* enter();
     void leave();
 
     /// Keeps further threads away from the logger and returns when none uses it.
-    void cut();
+    void cut() noexcept;
 
   private:
-    std::mutex m_lock;
-    std::condition_variable m_idle;
-    KestLogging* m_pLogging;  // guarded by m_lock
-    int m_visitors = 0;       // guarded by m_lock
+    enum class Visit { none, coming, there };
+
+    platform::UninterruptedMutex m_lock;
+    const platform::OwnedHandle m_left{platform::createEvent(false, false)};  // signalled when a visit ends
+    KestLogging* m_pLogging;                                                  // guarded by m_lock
+    Visit m_visit = Visit::none;                                              // guarded by m_lock
 };
 
 }  // namespace internal
 
-/// Lets the logger look after its open record once, and is gone.
+/// Visits the logger once and deletes itself.
 class KestLoggingEventTimerThread : public KestThread {
   public:
     explicit KestLoggingEventTimerThread(std::shared_ptr<internal::LogWatchLink> link);

@@ -1,7 +1,7 @@
 #include "support/logging.h"
 
-#include <cstdio>
 #include <map>
+#include <utility>
 
 #include "platform/thread.h"
 #include "support/locales.h"
@@ -10,16 +10,13 @@
 #include "text/log_format.h"
 #include "text/log_record.h"
 #include "text/log_watchdog.h"
+#include "text/open_record.h"
 
 namespace KestSupport {
 
-namespace {
+using internal::LoggingThread;
 
-/// What a thread knows of itself. Numbers of threads are never used twice, unlike the system's ids.
-struct LoggingThread {
-    std::uint64_t number = 0;
-    std::uint64_t refusedBy = 0;  // serial of the logger that refused an insertion into this thread's record
-};
+namespace {
 
 thread_local constinit LoggingThread t_thread;
 
@@ -45,53 +42,21 @@ KestLogging& applyLevel(KestLogging& logging, const std::string& module, int lev
 
 namespace internal {
 
-/// The record that is being built. Guarded by the logger's lock, but for the builder, which any thread may compare with
-/// itself: only the builder writes its own number there, and only while it holds the lock.
-///
-/// Whether the record takes insertions is decided at its first one, so that a level that changes meanwhile cannot write
-/// it in part; a choice of its own thread opens the question again.
-struct OpenRecord {
-    static constexpr std::uint64_t nobody = 0;
-
-    std::atomic<std::uint64_t> builder{nobody};
-    bool accepted = false;
-    int level = mostDetailedLevel;
-    std::string module;  // empty for none
-    std::string text;
-
-    bool isBuiltBy(const LoggingThread& thread) const noexcept {
-        return builder.load(std::memory_order_relaxed) == thread.number;
-    }
-
-    void reset() {
-        constexpr std::size_t keptCapacity = 65536;
-        if (text.capacity() > keptCapacity) std::string().swap(text);
-        text.clear();
-        module.clear();
-        level = mostDetailedLevel;
-        accepted = false;
-        builder.store(nobody, std::memory_order_relaxed);
-    }
-};
-
 struct LoggingState {
     LoggingState(const std::string& name, KestLogging& logging)
-        : file(name, lock), link(std::make_shared<LogWatchLink>(logging)) {}
-
-    /// Drops what a thread left that was terminated in the middle of its record. The caller has the lock, which such a
-    /// thread abandons.
-    void dropAbandonedRecord(const LoggingThread& thread) {
-        const std::uint64_t builder = record.builder.load(std::memory_order_relaxed);
-        if (builder != OpenRecord::nobody && builder != thread.number) resetRecord();
+        : file(name, lock), link(std::make_shared<LogWatchLink>(logging)) {
+        // A lock is made on its first use. Memory that is short then must not end a destructor or lose a record.
+        for (KestCriticalSectionObject* const each : {&lock, &moduleLock})
+            each->lockCount();
     }
 
     /// What the thread itself chooses opens the question whether its record takes insertions again.
     void reconsider(LoggingThread& thread) noexcept {
         if (thread.refusedBy == serial) thread.refusedBy = 0;
-        if (record.isBuiltBy(thread)) record.accepted = false;
+        if (record.isBuiltBy(thread)) record.reconsider();
     }
 
-    void resetRecord() {
+    void resetRecord() noexcept {
         watchdog.closeRecord();
         record.reset();
     }
@@ -102,6 +67,7 @@ struct LoggingState {
     RecordPrefix prefix;             // guarded by lock
     std::string line;                // guarded by lock; kept for its memory
     LogFile file;                    // written under lock
+    LogOutput output;                // written under lock
 
     KestCriticalSectionObject moduleLock;     // taken after lock
     std::map<std::string, int> moduleLevels;  // guarded by moduleLock
@@ -114,29 +80,18 @@ struct LoggingState {
 
 namespace {
 
-/// Leaves the record idle and the lock free, also when a line cannot be built for lack of memory.
-class EndOfRecord {
-  public:
-    explicit EndOfRecord(internal::LoggingState& state) noexcept : m_state(state) {}
-    EndOfRecord(const EndOfRecord&) = delete;
-    EndOfRecord& operator=(const EndOfRecord&) = delete;
-    ~EndOfRecord() {
-        m_state.resetRecord();
-        m_state.lock.unlock();
-    }
-
-  private:
-    internal::LoggingState& m_state;
+// What an end of a record leaves, also when a line cannot be built for lack of memory: a free lock and an idle record.
+struct UnlockAtEnd {
+    internal::LoggingState& state;
+    ~UnlockAtEnd() { state.lock.unlock(); }
+};
+struct ResetAtEnd {
+    internal::LoggingState& state;
+    ~ResetAtEnd() { state.resetRecord(); }
 };
 
 std::string narrowed(const wstring16& text) {
     return KestStringUtilities::narrow(text, KestLocaleFactory::getDefaultLocale(true));
-}
-
-void writeToStandardOutput(const std::string& line) {
-    std::fwrite(line.data(), 1, line.size(), stdout);
-    // What could not be written now must not keep later lines from being tried.
-    if (std::fflush(stdout) != 0) std::clearerr(stdout);
 }
 
 }  // namespace
@@ -155,11 +110,7 @@ KestLogging::~KestLogging() {
     KestLogging* registered = this;
     m_pInstance.compare_exchange_strong(registered, nullptr);
     m_pState->watchdog.stop();
-    if (m_pState->record.isBuiltBy(currentThread())) {
-        // A watchdog thread may be waiting for this record to end.
-        m_pState->resetRecord();
-        m_pState->lock.unlock();
-    }
+    if (m_pState->record.isBuiltBy(currentThread())) dropRecord();  // a watchdog thread may be waiting for its end
     m_pState->link->cut();
     stopLogging(0);
 }
@@ -183,17 +134,18 @@ int KestLogging::getLogLevel(const std::string& module) const {
 void KestLogging::setLogLevel(const std::string& module, int level) {
     if (level < -1 || level > mostDetailedLevel) return;
     const KestCriticalSection guard(m_pState->moduleLock, true);
+    const platform::Uninterrupted whole;
     m_pState->moduleLevels[module] = level;
 }
 
 void KestLogging::setCurrentLevel(const std::string& module, int level) {
     if (level < -1) return;
     LoggingThread& thread = currentThread();
+    if (std::exchange(thread.hasLeftRecord, false) && m_pState->record.isBuiltBy(thread)) dropRecord();
     m_pState->reconsider(thread);
     const KestCriticalSection guard(m_pState->lock, true);
-    m_pState->dropAbandonedRecord(thread);
-    m_pState->record.module = module;
-    m_pState->record.level = level;
+    writeAbandonedRecord();
+    m_pState->record.choose(module, level);
 }
 
 void KestLogging::setCurrentLevel(int level) {
@@ -229,11 +181,11 @@ bool KestLogging::getLogAccess() {
     LoggingThread& thread = currentThread();
     if (thread.refusedBy == state.serial) return false;
     const bool open = record.isBuiltBy(thread);
-    if (open && record.accepted) return true;
+    if (open && record.isAccepted()) return true;
     for (bool watchable = true;;) {  // a record is not lost for lack of its watch
         if (!open) state.lock.lock();
-        state.dropAbandonedRecord(thread);
-        if (getLogLevel() < record.level) {
+        writeAbandonedRecord();
+        if (getLogLevel() < record.level()) {
             thread.refusedBy = state.serial;
             if (!open) state.lock.unlock();
             return false;
@@ -242,43 +194,72 @@ bool KestLogging::getLogAccess() {
         state.lock.unlock();
         watchable = state.watchdog.arm();
     }
-    record.builder.store(thread.number, std::memory_order_relaxed);
-    record.accepted = true;
+    record.accept(thread, platform::currentThreadId());
     return true;
 }
 
 void KestLogging::endrecord() {
     internal::LoggingState& state = *m_pState;
     LoggingThread& thread = currentThread();
+    thread.hasLeftRecord = false;
     state.reconsider(thread);
     // A lock that an ended thread left taken is not had at the first try, and is free after it.
     const bool open = state.record.isBuiltBy(thread);
     if (!open && !state.lock.testAndSet() && (state.lock.lockCount() != 0 || !state.lock.testAndSet())) return;
 
-    const EndOfRecord end(state);
-    cancelTimer();
-    writeRecord();
+    const UnlockAtEnd end{state};
+    writeAbandonedRecord();
+    writeRecord(platform::currentThreadId());
+}
+
+// Called with the lock held: a record of another thread that is open then has lost its thread.
+void KestLogging::writeAbandonedRecord() {
+    const internal::OpenRecord& record = m_pState->record;
+    if (!record.hasBuilder() || record.isBuiltBy(currentThread())) return;
+    try {
+        writeRecord(record.builderId());
+    } catch (...) {  // it is lost, but not the record that this thread begins
+        return;
+    }
+}
+
+// Drops the calling thread's record, which is open.
+void KestLogging::dropRecord() noexcept {
+    m_pState->resetRecord();
+    m_pState->lock.unlock();
+}
+
+// The record is reset before its line is written: a thread that is terminated while it writes leaves no open record.
+void KestLogging::writeRecord(std::uint32_t threadId) {
+    internal::LoggingState& state = *m_pState;
+    bool isShown = false;
+    {
+        const ResetAtEnd end{state};
+        isShown = buildLine(threadId);
+    }
+    const int target = isShown ? getTarget() : 0;
+    if ((target & fileTarget) != 0) state.file.write(state.line);
+    if ((target & standardOutputTarget) != 0) state.output.write(state.line);
     state.file.closeReplaced();
 }
 
-void KestLogging::writeRecord() {
+bool KestLogging::buildLine(std::uint32_t threadId) {
     internal::LoggingState& state = *m_pState;
     const internal::OpenRecord& record = state.record;
-    const bool hasModule = !record.module.empty();
-    const int shown = hasModule ? getLogLevel(record.module) : getLogLevel();
-    if (record.text.empty() || (record.level > shown && record.level != 0)) return;
+    const bool hasModule = !record.module().empty();
+    const int shown = hasModule ? getLogLevel(record.module()) : getLogLevel();
+    if (record.text().empty() || (record.level() > shown && record.level() != 0)) return false;
 
+    const platform::Uninterrupted whole;
     std::string& line = state.line;
     line.clear();
-    if (m_recordData.load(std::memory_order_relaxed) && record.level != 0) {
-        const std::string_view module = hasModule ? std::string_view(record.module) : "Global";
-        line += state.prefix.text(record.level, module, platform::currentThreadId());
+    if (m_recordData.load(std::memory_order_relaxed) && record.level() != 0) {
+        const std::string_view module = hasModule ? std::string_view(record.module()) : "Global";
+        line += state.prefix.text(record.level(), module, threadId);
     }
-    line += record.text.c_str();  // a line ends at a NUL, which no reader of text expects
+    line += record.text().c_str();  // a line ends at a NUL, which no reader of text expects
     line += '\n';
-    const int target = getTarget();
-    if ((target & fileTarget) != 0) state.file.write(line);
-    if ((target & standardOutputTarget) != 0) writeToStandardOutput(line);
+    return true;
 }
 
 void KestLogging::resetTimer() {
@@ -303,15 +284,27 @@ void KestLogging::handleNotification(KestCollaborator&, const KestNotification&)
     internal::LogWatchLink::startVisit(m_pState->link);
 }
 
+// A value that throws leaves a record that the thread's next one replaces.
 template <typename Append>
 KestLogging& KestLogging::insert(Append append) {
-    if (getLogAccess()) append(m_pState->record.text);
+    if (!getLogAccess()) return *this;
+    try {
+        append(m_pState->record);
+    } catch (...) {
+        currentThread().hasLeftRecord = true;
+        throw;
+    }
     return *this;
+}
+
+template <typename Append>
+KestLogging& KestLogging::insertText(Append append) {
+    return insert([&](internal::OpenRecord& record) { record.append(append); });
 }
 
 template <typename Integer>
 KestLogging& KestLogging::insertDecimal(Integer value) {
-    return insert([value](std::string& text) { internal::appendDecimal(text, value); });
+    return insertText([value](std::string& text) { internal::appendDecimal(text, value); });
 }
 
 KestLogging& KestLogging::operator<<(short value) {
@@ -343,39 +336,46 @@ KestLogging& KestLogging::operator<<(float value) {
 }
 
 KestLogging& KestLogging::operator<<(bool value) {
-    return insert([value](std::string& text) { text += value ? "true" : "false"; });
+    return insertText([value](std::string& text) { text += value ? "true" : "false"; });
 }
 
 KestLogging& KestLogging::operator<<(char value) {
-    return insert([value](std::string& text) { text += value; });
+    return insertText([value](std::string& text) { text += value; });
 }
 
 KestLogging& KestLogging::operator<<(double value) {
-    return insert([value](std::string& text) { internal::appendFixed(text, value); });
+    return insertText([value](std::string& text) { internal::appendFixed(text, value); });
 }
 
 KestLogging& KestLogging::operator<<(const void* value) {
-    return insert([value](std::string& text) { internal::appendPointer(text, value); });
+    return insertText([value](std::string& text) { internal::appendPointer(text, value); });
 }
 
 KestLogging& KestLogging::operator<<(const char* value) {
-    return insert([value](std::string& text) { text += value; });
+    return insertText([value](std::string& text) { text += value; });
 }
 
 KestLogging& KestLogging::operator<<(const std::string& value) {
-    return insert([&value](std::string& text) { text += value; });
+    return insertText([&value](std::string& text) { text += value; });
 }
 
 KestLogging& KestLogging::operator<<(const string_ci& value) {
-    return insert([&value](std::string& text) { text.append(value.data(), value.size()); });
+    return insertText([&value](std::string& text) { text.append(value.data(), value.size()); });
 }
 
 KestLogging& KestLogging::operator<<(const wstring16& value) {
-    return insert([&value](std::string& text) { text += narrowed(value); });
+    return insert([&](internal::OpenRecord& record) {
+        const std::string text = narrowed(value);
+        record.append([&text](std::string& whole) { whole += text; });
+    });
 }
 
 KestLogging& KestLogging::operator<<(const wstring16_ci& value) {
-    return insert([&value](std::string& text) { text += narrowed(wstring16(value.c_str())); });
+    return *this << wstring16(value.c_str());
+}
+
+void KestSetLogLevelManipulator::leaveRecord() noexcept {
+    currentThread().hasLeftRecord = true;
 }
 
 KestSetLogLevelManipulator setloglevel(int level) {

@@ -15,10 +15,11 @@
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
 #include "kit/log_capture.h"
+#include "platform/clock.h"
 #include "support/threads.h"
 #include "text/log_file.h"
 #include "text/log_record.h"
-#include "text/log_watchdog.h"
+#include "threads/timer_manager.h"
 
 using namespace KestSupport;
 
@@ -27,9 +28,16 @@ namespace {
 using Lines = std::vector<std::string>;
 
 struct Capture : kit::LogCapture {
-    using KestLogging::handleNotification;
+    using KestLogging::cancelTimer;
+    using KestLogging::resetTimer;
     using KestLogging::timerElapsed;
     using LogCapture::LogCapture;
+    void handleNotification(KestCollaborator& sender, const KestNotification& notification) override {
+        if (!counts) return KestLogging::handleNotification(sender, notification);
+        ++visits;
+    }
+    bool counts = false;
+    std::atomic<int> visits{0};
 };
 
 template <typename Work>
@@ -192,26 +200,52 @@ TEST(Logging, ARecordIsWrittenWholeOrNotAtAll) {
     EXPECT_EQ(log.messages(), (Lines{"a 35", "own choice"}));
 }
 
+TEST(Logging, ARecordWhoseThreadEndsOrWhoseValueThrowsIsNoPartOfAnother) {
+    Capture log(5);
+    std::string id;
+    onAnotherThread([&] {
+        id = " 4 Dead       [" + std::to_string(KestThread::getCurrentThreadId()) + "] left";
+        log << setloglevel("Dead", 4) << "left";
+    });
+    const auto fails = []() -> int { throw 1; };
+    EXPECT_THROW(log << setloglevel(5) << "half" << fails() << endrecord, int);
+    log << setloglevel(5) << "next" << endrecord;
+    EXPECT_THROW(log << setloglevel(5) << "ended" << fails(), int);
+    log << endrecord << setloglevel(5) << "whole" << endrecord;
+    EXPECT_EQ(log.messages(), (Lines{"left", "next", "ended", "whole"}));
+    EXPECT_NE(log.lines().at(0).find(id), std::string::npos);
+}
+
 TEST(Logging, TheWatchdogFiresOnlyForARecordThatStaysOpen) {
-    struct Listener : KestDependent {
-        void handleNotification(KestCollaborator&, const KestNotification&) override { ++calls; }
-        std::atomic<int> calls{0};
-    } listener;
-    internal::LogWatchdog watchdog(1);
-    watchdog.addDependent(listener);
-    EXPECT_FALSE(watchdog.openRecord());
-    watchdog.arm();
-    EXPECT_TRUE(watchdog.openRecord());
-    for (int firing = 1; firing <= 2; ++firing)  // again and again, until the record ends
-        EXPECT_TRUE(watchdog.wait(-1) == 0 && listener.calls >= firing) << firing;
-    watchdog.closeRecord();
-    const int calls = listener.calls;
-    watchdog.set();
-    EXPECT_FALSE(watchdog.openRecord());  // rests
-    watchdog.arm();
-    EXPECT_TRUE(watchdog.openRecord());
-    watchdog.set();  // too early
-    EXPECT_TRUE(watchdog.openRecord() && listener.calls <= calls + 1);
+    Capture log(9);
+    log.counts = true;
+    const auto expectVisits = [&](int visits, int afterSeconds) {
+        platform::stepClocks(afterSeconds, afterSeconds);
+        KestTimerManager::reschedule();  // fires here, unless the timers' own thread is faster
+        kit::await([&] { return log.visits >= visits; });
+        EXPECT_EQ(log.visits.exchange(0), visits) << afterSeconds;
+    };
+    KestTimerManager::cancelWait();
+    {
+        const kit::FailingCalls none("pthread_create");
+        log << "unwatched, but not lost" << endrecord;
+    }
+    EXPECT_EQ(log.messages().size(), 1U);
+    for (const bool stays : {true, false}) {
+        log.resetTimer();
+        if (!stays) log.cancelTimer();
+        expectVisits(stays, 61);
+        expectVisits(stays, 61);  // again and again, until the record ends
+        log << "ended" << endrecord;
+        expectVisits(0, 200);
+        log << "runs" << endrecord;
+        expectVisits(0, 40);
+        log << "open";
+        expectVisits(0, 40);  // too early
+        expectVisits(1, 40);
+        log << endrecord;
+    }
+    platform::stepClocks(-2 * (2 * 61 + 200 + 3 * 40), -2 * (2 * 61 + 200 + 3 * 40));
 }
 
 TEST(Logging, TheWatchdogsThreadVisitsTheLoggerWhileItLives) {
@@ -219,11 +253,18 @@ TEST(Logging, TheWatchdogsThreadVisitsTheLoggerWhileItLives) {
     Capture log;
     for (const int level : {8, 9})
         log.setLogLevel(level), log.timerElapsed();
-    log.handleNotification(sender, KestNotification(5));
-    kit::await([&] { return log.lines().size() >= 2; });
+    log << setloglevel(9) << "open";
+    {
+        const kit::FailingCalls counted("pthread_create", INT_MAX);
+        for (int i = 0; i < 5; ++i)
+            log.handleNotification(sender, KestNotification(5));
+        EXPECT_EQ(counted.seen(), 1);  // they do not pile up
+    }
+    log << setloglevel(9) << endrecord;
+    kit::await([&] { return log.lines().size() >= 3; });
     const std::string message =
         "KestLogging::timerElapsed: called (NOTE: This message only appears and repeats when LogLevel = 9)";
-    EXPECT_EQ(log.messages(), (Lines{message, message}));
+    EXPECT_EQ(log.messages(), (Lines{message, "open", message}));
     for (int i = 0; i < 100; ++i) {
         Capture brief;
         brief << "still open";

@@ -1,0 +1,56 @@
+#include "platform/record_file.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include "kit/temporary_folder.h"
+#include "platform/file_stream.h"
+
+using namespace KestSupport::platform;
+
+TEST(RecordFile, DoesNotFollowALink) {
+    const kit::TemporaryFolder folder;
+    std::filesystem::create_symlink(folder.write("target", "kept"), folder.pathOf("link"));
+    RecordFile file;
+    EXPECT_TRUE(!file.open(folder.pathOf("link").c_str()) && errno == ELOOP);
+    EXPECT_EQ(folder.read("target"), "kept");
+}
+
+TEST(RecordFile, SignalsLoseNothingOnTheWayThroughAPipe) {
+    struct sigaction interrupts {};
+    interrupts.sa_handler = [](int) {};
+    ASSERT_EQ(sigaction(SIGUSR1, &interrupts, nullptr), 0);
+    const std::string text(300'000, 'x');  // more than a pipe holds
+    const pthread_t reader = pthread_self();
+    for (const bool asRecord : {true, false}) {
+        int ends[2];
+        ASSERT_EQ(pipe(ends), 0);
+        const Stream input(fdopen(ends[0], "rb"));
+        std::setvbuf(input.get(), nullptr, _IONBF, 0);
+        std::thread writer([&] {
+            const Stream output(fdopen(ends[1], "wb"));
+            std::setvbuf(output.get(), nullptr, asRecord ? _IOFBF : _IONBF, BUFSIZ);
+            std::fputs(asRecord ? "ab" : "", output.get());  // still in its buffer
+            for (int i = 0; i < 20; ++i) {
+                EXPECT_TRUE(asRecord ? writeAfter(output.get(), text) == text.size()
+                                     : writeStream(output.get(), text.data(), text.size()));
+            }
+        });
+        std::atomic<bool> over{false};
+        std::thread signals([&, native = writer.native_handle()] {
+            for (; !over; usleep(50)) {
+                pthread_kill(native, SIGUSR1);
+                pthread_kill(reader, SIGUSR1);
+            }
+        });
+        std::vector<char> block(20 * text.size() + 3);
+        bool failed = false;
+        EXPECT_EQ(readStream(input.get(), block.data(), block.size(), failed), block.size() - (asRecord ? 1 : 3));
+        EXPECT_TRUE(!failed && block[0] == (asRecord ? 'a' : 'x'));
+        over = true;
+        signals.join();
+        writer.join();
+    }
+}

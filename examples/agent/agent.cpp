@@ -1,6 +1,7 @@
 #include "agent.h"
 
 #include <support/date_time.h>
+#include <support/timers.h>
 
 #include <cstdio>
 #include <exception>
@@ -43,22 +44,75 @@ std::string sealedText(const StateFile::Properties& state) {
 
 }  // namespace
 
-Agent::Agent(const Settings& settings, const StateFile& stateFile)
-    : KestService(kServiceName, kServiceName, "", "", false), m_settings(settings), m_stateFile(stateFile) {
-    watch("Cpu", "cpu", say("figure.cpu"), settings.cpuLimit, MachineFigures::loadAverage);
-    watch("Memory", "memory", say("figure.memory"), settings.memoryLimit, MachineFigures::memoryUsedPercent);
-    for (std::size_t i = 0; i < settings.diskPaths.size(); ++i) {
-        const std::string path = settings.diskPaths[i];
-        const std::string property = "disk." + std::to_string(i + 1);
-        m_state.setProperty(property + ".path", path);
-        watch("Disk", property, say("figure.disk", {printable(path)}), settings.diskLimit,
-              [path] { return MachineFigures::diskUsedPercent(path); });
+class Agent::Sampling {
+  public:
+    Sampling(int interval, Sampler::Read read, Recorder::Record record)
+        : m_recorder(m_exchange, std::move(record)), m_sampler(m_timer, m_exchange, read) {
+        requireStarted(m_recorder);
+        m_exchange.produce(read());
+        requireStarted(m_sampler);
+        m_timer.start(interval, 0, kPeriodic);
     }
-    watch("Process", "process", say("figure.process"), settings.processLimit, MachineFigures::processCount);
+    Sampling(const Sampling&) = delete;
+    Sampling& operator=(const Sampling&) = delete;
+
+  private:
+    static void requireStarted(KestSupport::KestThread& thread) {
+        thread.start();
+        if (!thread.isAlive()) throw BadInput(say("error.thread", {thread.getName()}), say("error.noThread"));
+    }
+
+    // The members end in the reverse order: the sampler, which may be about to produce; then what is left of the
+    // samples is dropped and their end announced; then the recorder, which finds that end.
+    struct Ending {
+        SampleExchange& exchange;
+        ~Ending() { exchange.produceSentinel(true); }
+    };
+    KestSupport::KestTimer m_timer;
+    SampleQueue m_queue;
+    SampleExchange m_exchange{m_queue};
+    Recorder m_recorder;
+    Ending m_ending{m_exchange};
+    Sampler m_sampler;
+};
+
+Agent::Agent(Settings settings, Load load, const StateFile& stateFile)
+    : KestService(kServiceName, kServiceName, "", "", false),
+      m_settings(std::move(settings)),
+      m_load(std::move(load)),
+      m_stateFile(stateFile) {
+    makeWatchers(m_settings);
+    acceptReload([this] { reload(); });
 }
 
-Agent::~Agent() {
-    endThreads();
+Agent::~Agent() = default;
+
+// A new watcher continues from the value and the crossings of the former one of its figure.
+void Agent::makeWatchers(const Settings& former) {
+    const auto formerWatchers = std::exchange(m_watchers, {});
+    m_state = StateFile::Properties(false);
+    watch("Cpu", "cpu", say("figure.cpu"), m_settings.cpuLimit, MachineFigures::loadAverage);
+    watch("Memory", "memory", say("figure.memory"), m_settings.memoryLimit, MachineFigures::memoryUsedPercent);
+    for (std::size_t i = 0; i < m_settings.diskPaths.size(); ++i) {
+        const std::string path = m_settings.diskPaths[i];
+        const std::string property = "disk." + std::to_string(i + 1);
+        m_state.setProperty(property + ".path", path);
+        watch("Disk", property, say("figure.disk", {printable(path)}), m_settings.diskLimit,
+              [path] { return MachineFigures::diskUsedPercent(path); });
+    }
+    watch("Process", "process", say("figure.process"), m_settings.processLimit, MachineFigures::processCount);
+
+    const bool sameDisks = former.diskPaths == m_settings.diskPaths;
+    for (const auto& watcher : m_watchers) {
+        for (const auto& old : formerWatchers) {
+            if (old->property() == watcher->property() && (sameDisks || watcher->module() != "Disk")) {
+                watcher->continueFrom(*old);
+            }
+        }
+    }
+    for (const auto& old : formerWatchers) {
+        if (!sameDisks && old->module() == "Disk") m_crossings.forget(*old);
+    }
 }
 
 void Agent::watch(std::string module, std::string property, std::string figure, double limit, Watcher::Read read) {
@@ -68,16 +122,57 @@ void Agent::watch(std::string module, std::string property, std::string figure, 
 }
 
 bool Agent::startIt(const std::string&) {
+    const std::lock_guard guard(m_lifeLock);
     m_hasRun = true;
     logLine("", kLogSamples, say("log.watching", {std::to_string(m_settings.interval)}));
     logLastState();
-    m_recorder = std::make_unique<Recorder>(m_exchange, [this](const Sample& sample) { record(sample); });
-    m_recorder->start();
-    m_exchange.produce(read());
-    m_sampler = std::make_unique<Sampler>(m_timer, m_exchange, [this] { return read(); });
-    m_sampler->start();
-    m_timer.start(m_settings.interval, 0, kPeriodic);
+    startSampling();
     return true;
+}
+
+void Agent::startSampling() {
+    m_sampling = std::make_unique<Sampling>(
+        m_settings.interval, [this] { return read(); }, [this](const Sample& sample) { record(sample); });
+}
+
+// Settings that cannot be used change nothing. The threads end first: they speak the language that the settings may
+// change. A reload before startIt is left to startIt's threads; one after stopIt comes too late.
+void Agent::reload() {
+    const std::lock_guard guard(m_lifeLock);
+    if (m_over) return;
+    const bool sampling = m_sampling != nullptr;
+    m_sampling.reset();
+    try {
+        useSettings(m_load());
+        logLine("", kLogSamples, say("log.reloaded", {std::to_string(m_settings.interval)}));
+    } catch (...) {
+        const std::string reason = caughtReason();
+        m_settings.language.empty() ? speakTheUsersLanguage() : static_cast<void>(speak(m_settings.language));
+        logLine("", kLogWarnings, say("log.notReloaded", {reason}));
+    }
+    if (!sampling) return;
+    try {
+        startSampling();
+    } catch (...) {
+        m_failure = caughtReason();
+        stop();
+    }
+}
+
+// The log and the state file stay what they are: the records of one run are in one place.
+void Agent::useSettings(Settings fresh) {
+    for (const auto& [name, member] :
+         {std::pair{"state.file", &Settings::stateFile}, {"log.file", &Settings::logFile}}) {
+        if (fresh.*member != m_settings.*member) logLine("", kLogWarnings, say("log.nextStart", {name}));
+        fresh.*member = m_settings.*member;
+    }
+    if (fresh.logToConsole != m_settings.logToConsole) {
+        logLine("", kLogWarnings, say("log.nextStart", {"log.console"}));
+    }
+    if (fresh.language.empty()) speakTheUsersLanguage();
+    const Settings former = std::exchange(m_settings, std::move(fresh));
+    makeWatchers(former);
+    useLogLevels(m_settings);
 }
 
 void Agent::logLastState() const {
@@ -93,22 +188,19 @@ void Agent::logLastState() const {
 }
 
 bool Agent::stopIt() {
-    endThreads();
+    const std::lock_guard guard(m_lifeLock);
+    m_over = true;
+    m_sampling.reset();
     logLine("", kLogSamples, say("log.ending", {std::to_string(m_samples)}));
-    if (m_failure.empty()) saveState("stopped");
+    if (m_failure.empty()) {
+        saveState("stopped");
+        m_failure = m_unsaved;
+    }
     return m_failure.empty();
 }
 
-// The sampler first, which may be about to produce; the recorder then finds the end of the samples.
-void Agent::endThreads() {
-    m_timer.stop();
-    m_sampler.reset();
-    m_exchange.produceSentinel(true);
-    m_recorder.reset();
-}
-
 bool Agent::isDone() const {
-    return !m_failure.empty() || (m_settings.samples > 0 && m_samples >= m_settings.samples);
+    return m_settings.samples > 0 && m_samples >= m_settings.samples;
 }
 
 Sample Agent::read() const {
@@ -127,8 +219,22 @@ void Agent::record(const Sample& sample) {
     if (isDone()) stop();
 }
 
-// A state that cannot be kept ends the run: it may be the recorder who finds out, so main is the one to tell.
-void Agent::saveState(const std::string& status) try {
+// A disk may be full now and have room at the next sample: a state that cannot be saved is logged once for each reason.
+// Only one that cannot be saved at the end is a failure of the run.
+void Agent::saveState(const std::string& status) {
+    std::string reason;
+    try {
+        fillState(status);
+        m_stateFile.save(m_state);
+    } catch (...) {
+        reason = caughtReason();
+    }
+    if (reason == m_unsaved) return;
+    m_unsaved = reason;
+    logLine("", kLogWarnings, reason.empty() ? say("log.savedAgain") : say("log.unsaved", {printable(reason)}));
+}
+
+void Agent::fillState(const std::string& status) {
     m_state.setProperty(StateFile::kStatus, status);
     m_state.setProperty("agent.samples", std::to_string(m_samples));
     m_state.setProperty("agent.time", now());
@@ -140,9 +246,6 @@ void Agent::saveState(const std::string& status) try {
         m_state.setProperty(name + ".rises", std::to_string(m_crossings.risesOf(*watcher)));
     }
     if (!m_settings.secret.empty()) m_state.setProperty(kSeal, sealOf(sealedText(m_state), m_settings.secret));
-    m_stateFile.save(m_state);
-} catch (const std::exception& failed) {
-    m_failure = failed.what();
 }
 
 }  // namespace agent

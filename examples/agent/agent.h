@@ -2,14 +2,16 @@
 // after each sample, hosted by KestService.
 //
 // Threads: the sampler reads, the recorder logs, compares and saves. Both begin in startIt and have ended when stopIt
-// returns; what they share is the queue between them. The host's own thread touches the state before and after.
+// returns; what they share is the queue between them. A reload ends them, replaces the settings and starts them again.
+// startIt, stopIt and a reload exclude each other, and what the recorder changes they touch only while it does not run.
 #pragma once
 
 #include <support/service.h>
-#include <support/timers.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -23,8 +25,10 @@ namespace agent {
 
 class Agent : public KestSupport::KestService {
   public:
-    /// Both outlive the agent.
-    Agent(const Settings& settings, const StateFile& stateFile);
+    using Load = std::function<Settings()>;
+
+    /// `load` gives the settings, now and at each request to read them again. The file outlives the agent.
+    Agent(Settings settings, Load load, const StateFile& stateFile);
     ~Agent() override;
 
     /// Why the run ended, when it was not asked to end; else empty.
@@ -37,28 +41,35 @@ class Agent : public KestSupport::KestService {
     bool stopIt() override;
 
   private:
+    // What the threads of one set of settings share; ends them when it is destroyed.
+    class Sampling;
+
+    void makeWatchers(const Settings& former);
     void watch(std::string module, std::string property, std::string figure, double limit, Watcher::Read read);
     void logLastState() const;
     bool isDone() const;
-    void endThreads();
+    void startSampling();
+    void reload();
+    void useSettings(Settings fresh);
     Sample read() const;
     void record(const Sample& sample);
     void saveState(const std::string& status);
+    void fillState(const std::string& status);
 
-    const Settings& m_settings;
+    Settings m_settings;
+    const Load m_load;
     const StateFile& m_stateFile;
     StateFile::Properties m_state{false};
     Crossings m_crossings;
     std::vector<std::unique_ptr<Watcher>> m_watchers;
     int m_samples = 0;
+    std::string m_unsaved;  // why the latest state could not be saved; empty when it was
     std::string m_failure;
     std::atomic<bool> m_hasRun{false};
 
-    KestSupport::KestTimer m_timer;
-    SampleQueue m_queue;
-    SampleExchange m_exchange{m_queue};
-    std::unique_ptr<Recorder> m_recorder;
-    std::unique_ptr<Sampler> m_sampler;
+    std::mutex m_lifeLock;  // held by startIt, stopIt and a reload; guards what follows
+    bool m_over = false;
+    std::unique_ptr<Sampling> m_sampling;  // null while the agent does not sample
 };
 
 }  // namespace agent

@@ -47,10 +47,18 @@ std::unique_ptr<KestLogging> openLog(const Settings& settings) {
     // The logger draws the number in the file's name; each run shall have a file of its own.
     std::srand(std::random_device{}());
     auto logging = std::make_unique<KestLogging>(baseName(settings.logFile), target, settings.logLevel);
-    for (const auto& [module, level] : settings.moduleLevels)
-        logging->setLogLevel(module, level);
     KestLogging::setInstance(*logging);
+    useLogLevels(settings);
     return logging;
+}
+
+void useLogLevels(const Settings& settings) {
+    KestLogging& logging = KestLogging::getInstance();
+    logging.setLogLevel(settings.logLevel);
+    for (const char* const module : {"Cpu", "Memory", "Disk", "Process"}) {
+        const auto own = settings.moduleLevels.find(module);
+        logging.setLogLevel(module, own == settings.moduleLevels.end() ? settings.logLevel : own->second);
+    }
 }
 
 }  // namespace agent

@@ -23,6 +23,9 @@ std::string figureText(double value);
 /// Throws BadInput when no log file can be made; nothing is left behind.
 void requireLogFile(const Settings& settings);
 
+/// Gives the registered logger the levels of the settings.
+void useLogLevels(const Settings& settings);
+
 /// The registered logger. Its file's name is that of the setting, a number, and ".log".
 std::unique_ptr<KestSupport::KestLogging> openLog(const Settings& settings);
 

@@ -1,5 +1,9 @@
 #include "bad_input.h"
 
+#include <support/exceptions.h>
+
+#include <exception>
+
 #include <cstdio>
 
 namespace agent {
@@ -19,6 +23,16 @@ std::string printable(const std::string& text) {
     }
     if (text.size() > longest) shown += "...";
     return shown;
+}
+
+std::string caughtReason() {
+    try {
+        throw;
+    } catch (const KestSupport::KestException& failed) {
+        return failed.getText();
+    } catch (const std::exception& failed) {
+        return failed.what();
+    }
 }
 
 }  // namespace agent

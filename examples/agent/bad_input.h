@@ -12,6 +12,9 @@ class BadInput : public std::runtime_error {
     explicit BadInput(const std::string& line) : std::runtime_error(line) {}
 };
 
+/// The text of the exception that is being handled. Only inside a catch clause.
+std::string caughtReason();
+
 /// The text as part of one line: control characters are written out, and what is too long is cut.
 std::string printable(const std::string& text);
 

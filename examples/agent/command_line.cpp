@@ -15,9 +15,9 @@ namespace {
 using KestSupport::KestException;
 using KestSupport::KestProgramOptions;
 
-const std::string kShortOptions = "hcs:n:i:l:I";
+const std::string kShortOptions = "hvcs:n:i:l:I";
 const std::string kLongOptions =
-    ":help:console:settings.:samples.:interval.:log-level.:inventory:encipher.:install:remove:service:";
+    ":help:version:console:settings.:samples.:interval.:log-level.:inventory:encipher.:install:remove:service:";
 
 // An option that takes its value from the next argument is also understood as --name=value.
 std::vector<std::string> withSeparateValues(int argc, char** argv) {
@@ -65,10 +65,18 @@ std::optional<std::string> valueOf(const KestProgramOptions& options, const char
 
 std::string usage() {
     static constexpr std::pair<const char*, const char*> options[] = {
-        {"-s, --settings FILE", "help.settings"},    {"-n, --samples N", "help.samples"},
-        {"-i, --interval SECONDS", "help.interval"}, {"-l, --log-level N", "help.logLevel"},
-        {"-c, --console", "help.console"},           {"-I, --inventory", "help.inventory"},
-        {"    --encipher KEYFILE", "help.encipher"}, {"-h, --help", "help.help"},
+        {"-s, --settings FILE", "help.settings"},
+        {"-n, --samples N", "help.samples"},
+        {"-i, --interval SECONDS", "help.interval"},
+        {"-l, --log-level N", "help.logLevel"},
+        {"-c, --console", "help.console"},
+        {"-I, --inventory", "help.inventory"},
+        {"    --encipher KEYFILE", "help.encipher"},
+        {"    --install", "help.install"},
+        {"    --remove", "help.remove"},
+        {"    --service", "help.service"},
+        {"-v, --version", "help.version"},
+        {"-h, --help", "help.help"},
     };
     std::string text = say("help.purpose") + "\n\n";
     for (const auto& [option, meaning] : options) {
@@ -86,6 +94,7 @@ CommandLine parseCommandLine(int argc, char** argv) {
     }
     CommandLine line;
     line.help = valueOf(options, "h", "help").has_value();
+    line.version = valueOf(options, "v", "version").has_value();
     line.console = valueOf(options, "c", "console").has_value();
     line.inventory = valueOf(options, "I", "inventory").has_value();
     line.install = valueOf(options, "", "install").has_value();

@@ -9,6 +9,7 @@ namespace agent {
 /// What the user asked for; what is absent is left to the settings.
 struct CommandLine {
     bool help = false;
+    bool version = false;
     bool console = false;
     bool inventory = false;
     bool install = false;

@@ -4,6 +4,7 @@
 #include <support/observer.h>
 
 #include <map>
+#include <string>
 
 #include "watcher.h"
 
@@ -17,8 +18,11 @@ class Crossings : public KestSupport::KestDependent {
     /// How often the watcher's figure has risen above its limit.
     int risesOf(const Watcher& watcher) const;
 
+    /// Counts for the watcher's property begin at 0 again.
+    void forget(const Watcher& watcher) { m_rises.erase(watcher.property()); }
+
   private:
-    std::map<const KestSupport::KestCollaborator*, int> m_rises;
+    std::map<std::string, int> m_rises;  // by property
 };
 
 }  // namespace agent

@@ -46,9 +46,15 @@ void requireReadableText(const std::string& what, const std::string& file) {
     throw BadInput(what, say("error.notText", {std::to_string(line)}));
 }
 
-void requireCreatable(const std::string& what, const std::string& probe) {
-    const OwnedFile made(std::fopen(probe.c_str(), "w"));
+// "x": the file is made here and now, so a link that another program puts there is not followed.
+void makeEmptyFile(const std::string& what, const std::string& file) {
+    std::remove(file.c_str());
+    const OwnedFile made(std::fopen(file.c_str(), "wx"));
     if (made == nullptr) throw BadInput(what, reasonOf(errno));
+}
+
+void requireCreatable(const std::string& what, const std::string& probe) {
+    makeEmptyFile(what, probe);
     std::remove(probe.c_str());
 }
 

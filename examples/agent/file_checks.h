@@ -10,7 +10,11 @@ namespace agent {
 /// without NULs.
 void requireReadableText(const std::string& what, const std::string& file);
 
-/// Throws BadInput, beginning with `what`, unless `probe` can be created and written. It is not left behind.
+/// Makes an empty file in place of what has that name; a link is replaced and what it leads to is left alone. Throws
+/// BadInput, beginning with `what`, when that fails.
+void makeEmptyFile(const std::string& what, const std::string& file);
+
+/// Throws BadInput, beginning with `what`, unless `probe` can be made as makeEmptyFile does. It is removed afterwards.
 void requireCreatable(const std::string& what, const std::string& probe);
 
 }  // namespace agent

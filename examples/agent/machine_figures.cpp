@@ -1,5 +1,7 @@
 #include "machine_figures.h"
 
+#include <support/utilities.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -52,13 +54,14 @@ std::optional<double> MachineFigures::memoryUsedPercent() {
     return 100 * (*total - *available) / *total;
 }
 
-// A process that ends meanwhile ends nothing here: the walk then goes on or stops with what it has.
+// The library's search, since std::filesystem's iterator ends the program when memory runs out. A process that ends
+// during the search may be counted or not.
 std::optional<double> MachineFigures::processCount() {
-    std::error_code error;
     std::uint32_t count = 0;
-    std::filesystem::directory_iterator entry("/proc", error);
-    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
-        if (isProcess(entry->path().filename().string())) ++count;
+    const std::string folder = "/proc/";
+    KestSupport::KestFindFile all(folder + "*");
+    while (all.hasMore()) {
+        if (isProcess(all.next().substr(folder.size()))) ++count;
     }
     if (count == 0) return std::nullopt;
     return count;

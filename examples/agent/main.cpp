@@ -55,7 +55,8 @@ int runAgent(const agent::CommandLine& commandLine) {
     agent::requireLogFile(settings);
     const agent::StateFile stateFile(settings.stateFile);
     const std::unique_ptr<KestSupport::KestLogging> logging = agent::openLog(settings);
-    agent::Agent host(settings, stateFile);
+    agent::Agent host(
+        settings, [&] { return agent::loadSettings(commandLine); }, stateFile);
     host.start("", commandLine.service);
     if (!host.hasRun()) {
         throw agent::BadInput(agent::say("error.service", {agent::kServiceName}),
@@ -66,6 +67,10 @@ int runAgent(const agent::CommandLine& commandLine) {
 }
 
 int run(const agent::CommandLine& commandLine) {
+    if (commandLine.version) {
+        std::printf("kest-agent %s\n", agent::kVersion);
+        return kClean;
+    }
     if (commandLine.inventory) return printInventory(commandLine);
     if (commandLine.install) return install(commandLine);
     if (commandLine.remove) return remove();

@@ -2,6 +2,7 @@
 
 #include <support/locks.h>
 
+#include <new>
 #include <utility>
 
 namespace agent {
@@ -51,8 +52,9 @@ Sampler::~Sampler() {
     endLoop();
 }
 
-void Sampler::handleTimerEvent() {
-    m_exchange.produce(m_read());
+// An exception would end the sampling for good. Without memory there is no sample; the next firing tries again.
+void Sampler::handleTimerEvent() try { m_exchange.produce(m_read()); } catch (const std::bad_alloc&) {
+    return;
 }
 
 Recorder::Recorder(SampleExchange& exchange, Record record)
@@ -63,8 +65,13 @@ Recorder::~Recorder() {
 }
 
 int Recorder::run() {
-    while (const std::optional<Sample> sample = m_exchange.consume())
-        m_record(*sample);
+    while (const std::optional<Sample> sample = m_exchange.consume()) {
+        try {
+            m_record(*sample);
+        } catch (const std::bad_alloc&) {
+            continue;  // the next sample tries again
+        }
+    }
     return 0;
 }
 

@@ -44,7 +44,7 @@ StateFile::StateFile(const std::string& file) : m_described(say("error.state", {
 
 void StateFile::save(Properties& state) const {
     const Temporary temporary{temporaryName(m_file)};
-    requireCreatable(m_described, temporary.name);
+    makeEmptyFile(m_described, temporary.name);
     try {
         state.saveProperties(temporary.name);
     } catch (const KestSupport::KestException&) {

@@ -32,6 +32,12 @@ class Watcher : public KestSupport::KestCollaborator {
     /// Logs a figure that was read, and tells of a crossing on the calling thread.
     void take(std::optional<double> value);
 
+    /// Takes over what a former watcher of the same figure knows, so that a crossing is not announced twice.
+    void continueFrom(const Watcher& former) {
+        m_value = former.m_value;
+        m_above = former.m_above;
+    }
+
     const std::string& module() const { return m_module; }
     const std::string& property() const { return m_property; }
     const std::string& figure() const { return m_figure; }

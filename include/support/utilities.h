@@ -35,7 +35,7 @@ KEST_SUPPORT_EXPORT bool KestCreateDirectory(const std::string& path);
 /// Throws KestException: "KestRemoveDirectory: Could not remove the directory " and the path, with the C runtime's
 /// errno as its code, or with 0 when the contents had been gone through by then; "KestRemoveDirectory: Could not remove
 /// the file " and the path, with 0. What was removed before stays removed. A folder that is not empty and cannot be
-/// read is left as it is without a word, for the folder that it is in to report.
+/// read stays as it is: the path itself with a record at level 1, one below it for its parent's removal to report.
 KEST_SUPPORT_EXPORT void KestRemoveDirectory(const std::string& path, bool recursive);
 
 /// The same for callers that want a result: false, and the text and code, where KestRemoveDirectory throws on behalf of
@@ -49,9 +49,11 @@ KEST_SUPPORT_EXPORT bool KestRemoveDirectoryImpl(const std::string& path, bool r
 /// expanded by nobody. The program is looked for along PATH when its name has no separator.
 ///
 /// With `wait`, blocks until the program has ended, and stores its exit code where `exitCode` points; for a program
-/// that a signal ended, minus the signal's number. Without, the exit code is 0.
+/// that a signal ended, minus the signal's number; std::numeric_limits<int>::min() when the system does not report it,
+/// since this process ignores SIGCHLD or another part of it waits for any child. Without, the exit code is 0.
 ///
-/// Where `process` points, the handle of the process is stored, for the caller to close; null when there is none. On
+/// Where `process` points, the handle of the process is stored, for the caller to close; null when the system gives
+/// none: then no caller has to wait for the program. On
 /// Linux it is the number of a process descriptor, for poll, waitid and close, and a caller who did not wait here waits
 /// for the process with it. A program that is neither waited for nor asked for a handle needs no care at all.
 ///
@@ -79,7 +81,8 @@ KEST_SUPPORT_EXPORT std::string KestExpandString(const std::string& text, KestPr
 /// A value of the machine's registry (its file, where the system has none, is described in docs/formats/registry.md).
 /// The key is a path below HKEY_LOCAL_MACHINE and the name of the value, with '\' between all of them; without any '\'
 /// it is both. A text is given as it is, up to a NUL; a number as a signed decimal one. Empty when there is no such
-/// value.
+/// value, and, with a record at level 1, when the registry cannot be read or its file is one that another user may
+/// write.
 ///
 /// Throws KestKeyDataNotSupportedException for a value of another kind, with the detail
 /// "KestUtilities::KestGetEnvironmentVariable:                         key-value data type not supported".
@@ -98,7 +101,8 @@ class FindFileBase;
 /// what one has taken, the others do not get.
 class KEST_SUPPORT_EXPORT KestFindFile {
   public:
-    /// Starts the search. A folder that cannot be read has no names.
+    /// Starts the search. A folder that cannot be read has no names; unless it does not exist, a record at level 1 says
+    /// so.
     explicit KestFindFile(const std::string& pattern);
     KestFindFile(const KestFindFile& other) noexcept;
     KestFindFile& operator=(const KestFindFile& other) noexcept;

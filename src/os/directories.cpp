@@ -11,6 +11,7 @@ namespace KestSupport {
 namespace {
 
 constexpr int kLogTrace = 9;
+constexpr int kLogFailure = 1;
 constexpr std::string_view kSeparators = "\\/";
 constexpr char kNoDirectory[] = "KestRemoveDirectory: Could not remove the directory ";
 constexpr char kNoFile[] = "KestRemoveDirectory: Could not remove the file ";
@@ -127,7 +128,11 @@ bool KestRemoveDirectoryImpl(const std::string& path, bool recursive, std::strin
     }
     {
         platform::TreeWalk walk;
-        if (!walk.start(path)) return true;
+        if (const int unreadable = walk.start(path); unreadable != 0) {
+            internal::logRecord(kLogFailure, "KestRemoveDirectory: Could not read the directory ", path, " (",
+                                unreadable, ")");
+            return true;
+        }
         if (!TreeRemoval(walk, path).run(errorText)) return false;
     }
     if (platform::removeDirectory(path) == 0) return true;

@@ -6,6 +6,7 @@
 #include "platform/registry.h"
 #include "support/exceptions.h"
 #include "support/utilities.h"
+#include "text/log_record.h"
 
 namespace KestSupport {
 namespace {
@@ -27,7 +28,11 @@ std::string KestGetEnvironmentVariable(const std::string& key) {
     const std::string_view subkey = all.substr(0, separator);
     const std::string_view name = separator == std::string::npos ? all : all.substr(separator + 1);
     platform::RegistryValue value;
-    if (platform::readRegistryValue(subkey, name, value) != 0) return {};
+    if (const platform::ErrorCode error = platform::readRegistryValue(subkey, name, value); error != 0) {
+        const bool isAbsent = error == platform::errorFileNotFound || error == platform::errorPathNotFound;
+        if (!isAbsent) internal::logRecord(1, "KestGetEnvironmentVariable: Could not read the registry (", error, ")");
+        return {};
+    }
     switch (value.type) {
         case platform::kRegistryString:
             return value.data.substr(0, value.data.find('\0'));

@@ -1,8 +1,18 @@
 #include "os/find_file.h"
 
+#include <cerrno>
+
 #include "support/utilities.h"
+#include "text/log_record.h"
 
 namespace KestSupport {
+namespace {
+
+void logUnreadable(const std::string& pattern, int error) {
+    internal::logRecord(1, "KestFindFile: Could not read the directory of ", pattern, " (", error, ")");
+}
+
+}  // namespace
 
 FindFileBase::FindFileBase(const std::string& pattern) : m_pattern(pattern) {
     const std::size_t separator = pattern.find_last_of("\\/");
@@ -12,7 +22,18 @@ FindFileBase::FindFileBase(const std::string& pattern) : m_pattern(pattern) {
 FindFileBase::~FindFileBase() = default;
 
 FindFileImplementation::FindFileImplementation(const std::string& pattern) : FindFileBase(pattern) {
-    m_exhausted = !m_findHandle.start(m_pattern) || !m_findHandle.next(m_findData);
+    const int error = m_findHandle.start(m_pattern);
+    // A folder that is not there has no names, as the caller sees; that it cannot be read is another matter.
+    if (error == 0) {
+        advance();
+    } else if (error != ENOENT && error != ENOTDIR) {
+        logUnreadable(m_pattern, error);
+    }
+}
+
+void FindFileImplementation::advance() {
+    m_exhausted = !m_findHandle.next(m_findData);
+    if (m_exhausted && m_findHandle.error() != 0) logUnreadable(m_pattern, m_findHandle.error());
 }
 
 std::string FindFileImplementation::next() {
@@ -21,7 +42,7 @@ std::string FindFileImplementation::next() {
     result.reserve(m_directory.size() + 1 + m_findData.size());
     if (!m_directory.empty()) result.append(m_directory).append(1, '/');
     result.append(m_findData);
-    m_exhausted = !m_findHandle.next(m_findData);
+    advance();
     return result;
 }
 

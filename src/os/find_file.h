@@ -31,6 +31,8 @@ class FindFileImplementation : public FindFileBase {
     std::string next() override;
 
   private:
+    void advance();
+
     std::string m_findData;  // the name that next returns next, unless exhausted
     platform::FileSearch m_findHandle;
 };

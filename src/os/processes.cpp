@@ -56,6 +56,7 @@ bool KestExecuteProgramEx(const std::string& commandLine, void* standardInput, v
     request.standardHandles = {reinterpret_cast<std::intptr_t>(standardInput),
                                reinterpret_cast<std::intptr_t>(standardOutput), platform::kInheritHandle};
     request.detached = !wait && process == nullptr;
+    request.wantsHandle = !wait && process != nullptr;
     platform::Process child;
     if (const platform::ErrorCode error = child.start(request); error != 0) {
         return openInstead(commandLine, error, exitCode);

@@ -31,10 +31,12 @@ class FileSearch {
     FileSearch& operator=(const FileSearch&) = delete;
     ~FileSearch();
 
-    /// Begins a search; false when the folder cannot be read. Once per object.
-    bool start(const std::string& pattern);
+    /// Begins a search. Once per object.
+    int start(const std::string& pattern);
     /// The next name, in the system's order; false when there is none, or the folder cannot be read any further.
     bool next(std::string& name);
+    /// Why next has returned false; 0 at the end of the folder.
+    int error() const noexcept;
 
   private:
     struct State;
@@ -55,8 +57,8 @@ class TreeWalk {
     TreeWalk& operator=(const TreeWalk&) = delete;
     ~TreeWalk();
 
-    /// Makes the path the current folder; false when it cannot be read, or is a link. Once per object.
-    bool start(const std::string& path);
+    /// Makes the path the current folder; ELOOP or ENOTDIR when it is a link. Once per object.
+    int start(const std::string& path);
     /// The next entry of the current folder, without "." and ".."; false when there is none, or the folder cannot be
     /// read any further. Entries may be removed meanwhile.
     bool next(Entry& entry);

@@ -55,6 +55,9 @@ struct ProcessRequest {
     /// The program belongs to no console, does not end with this process, and its end leaves nothing behind. What it
     /// ends with is not told.
     bool detached = false;
+    /// The caller asks for the handle and does not wait here. On a system that gives no handles no caller could wait
+    /// for the program, so it is then started as a detached one.
+    bool wantsHandle = false;
     /// A detached program starts with the file mode mask 022, each signal with its default effect, and, where this
     /// process may set it, the usual priority, whatever this process has.
     bool usualSurroundings = false;
@@ -63,7 +66,8 @@ struct ProcessRequest {
     std::function<void(std::uint32_t)> announce = {};
 };
 
-/// What exitCode is for a program whose end somebody else was told, or nobody.
+/// What exitCode is for a program whose end the system did not report here: to another part of this process, which
+/// waits for any child, or to none, since this process ignores the end of its children (SIGCHLD).
 inline constexpr int kExitUnknown = std::numeric_limits<int>::min();
 
 /// A program that was started. Whoever starts one that is not detached waits for it, or takes its handle and does so

@@ -69,6 +69,28 @@ std::string folded(std::string_view name) {
     return utf8Of(units);
 }
 
+// A folded name; without memory from the heap for a short one.
+class Folded {
+  public:
+    explicit Folded(std::string_view name) {
+        if (name.size() > m_short.size() || !isAscii(name)) {
+            m_long = folded(name);
+            m_text = m_long;
+        } else {
+            const char* const end = foldAscii(name, m_short.data());
+            m_text = {m_short.data(), static_cast<std::size_t>(end - m_short.data())};
+        }
+    }
+    Folded(const Folded&) = delete;
+    Folded& operator=(const Folded&) = delete;
+    std::string_view text() const noexcept { return m_text; }
+
+  private:
+    std::array<char, 256> m_short;
+    std::string m_long;
+    std::string_view m_text;
+};
+
 // Reads the text from its front to its end. Every function leaves the position behind what it has understood.
 class FileReader {
   public:
@@ -82,9 +104,9 @@ class FileReader {
             skipBlanks();
             if (take("[")) {
                 readKey();
-            } else if (m_key && take("@")) {
+            } else if (m_values != nullptr && take("@")) {
                 readValue({});
-            } else if (m_key && take("\"")) {
+            } else if (m_values != nullptr && take("\"")) {
                 const std::optional<std::string> name = quotedText();
                 if (name) readValue(*name);
             }
@@ -92,7 +114,8 @@ class FileReader {
         }
     }
 
-    std::map<std::string, RegistryValue> values;
+    using Values = std::map<std::string, RegistryValue>;
+    std::map<std::string, Values> keys;  // each key's name once: it may be long, and have many values
 
   private:
     void skipBlanks() noexcept { m_rest.remove_prefix(std::min(m_rest.find_first_not_of(kBlanks), m_rest.size())); }
@@ -105,7 +128,7 @@ class FileReader {
     }
 
     void readKey() {
-        m_key.reset();
+        m_values = nullptr;
         const bool removed = take("-");
         const std::string_view line = m_rest.substr(0, m_rest.find('\n'));
         const std::size_t end = line.rfind(']');
@@ -113,21 +136,18 @@ class FileReader {
         const std::string path = folded(line.substr(0, end));
         for (const std::string_view root : kRoots) {
             if (!path.starts_with(root)) continue;
-            if (path.size() == root.size()) m_key.emplace();
-            if (path.substr(root.size()).starts_with('\\')) m_key = path.substr(root.size() + 1);
+            const std::string_view below = std::string_view(path).substr(root.size());
+            if (!below.empty() && below.front() != '\\') continue;
+            const std::string key(below.substr(below.empty() ? 0 : 1));
+            removed ? removeKey(key) : static_cast<void>(m_values = &keys[key]);
         }
-        if (removed && m_key) removeKey();
     }
 
     // The key's own values, and those of the keys below it.
-    void removeKey() {
-        for (const char behind : {'\0', '\\'}) {
-            const std::string first = *m_key + behind;
-            const std::string last = *m_key + static_cast<char>(behind + 1);
-            values.erase(values.lower_bound(first), values.lower_bound(last));
-        }
-        if (m_key->empty()) values.clear();
-        m_key.reset();
+    void removeKey(const std::string& key) {
+        keys.erase(key);
+        keys.erase(keys.lower_bound(key + '\\'), keys.lower_bound(key + static_cast<char>('\\' + 1)));
+        if (key.empty()) keys.clear();
     }
 
     // Behind the opening quote. Line ends belong to the text. Nothing, and nothing read, when no quote closes it.
@@ -150,12 +170,11 @@ class FileReader {
         skipBlanks();
         if (!take("=")) return;
         skipBlanks();
-        std::string place = *m_key;
-        place.append(1, '\0').append(folded(name));
+        const std::string place = folded(name);
         if (take("-")) {
-            values.erase(place);
+            m_values->erase(place);
         } else if (std::optional<RegistryValue> value = readData()) {
-            values[place] = *std::move(value);
+            (*m_values)[place] = *std::move(value);
         }
     }
 
@@ -213,7 +232,7 @@ class FileReader {
     }
 
     std::string_view m_rest;
-    std::optional<std::string> m_key;  // the key below the root that values belong to, folded; none for other roots
+    Values* m_values = nullptr;  // of the key that the lines belong to; null for other roots
 };
 
 }  // namespace
@@ -222,26 +241,26 @@ RegistryFile::RegistryFile(std::string_view bytes) {
     const std::string text = textOf(bytes);
     FileReader reader(text);
     reader.readAll();
-    m_values.reserve(reader.values.size());
-    while (!reader.values.empty()) {
-        auto node = reader.values.extract(reader.values.begin());
-        m_values.emplace(std::move(node.key()), std::move(node.mapped()));
+    m_keys.reserve(reader.keys.size());
+    while (!reader.keys.empty()) {
+        auto key = reader.keys.extract(reader.keys.begin());
+        if (key.mapped().empty()) continue;
+        ByName<RegistryValue>& values = m_keys[std::move(key.key())];
+        values.reserve(key.mapped().size());
+        while (!key.mapped().empty()) {
+            auto value = key.mapped().extract(key.mapped().begin());
+            values.emplace(std::move(value.key()), std::move(value.mapped()));
+        }
     }
 }
 
 const RegistryValue* RegistryFile::find(std::string_view subkey, std::string_view name) const {
-    const auto valueAt = [this](std::string_view place) {
-        const auto found = m_values.find(place);
-        return found == m_values.end() ? nullptr : &found->second;
-    };
-    std::array<char, 256> place;
-    if (subkey.size() + name.size() >= place.size() || !isAscii(subkey) || !isAscii(name)) {
-        return valueAt(folded(subkey).append(1, '\0').append(folded(name)));
-    }
-    char* end = foldAscii(subkey, place.data());
-    *end++ = '\0';
-    end = foldAscii(name, end);
-    return valueAt({place.data(), static_cast<std::size_t>(end - place.data())});
+    const Folded key(subkey);
+    const auto values = m_keys.find(key.text());
+    if (values == m_keys.end()) return nullptr;
+    const Folded folded(name);
+    const auto found = values->second.find(folded.text());
+    return found == values->second.end() ? nullptr : &found->second;
 }
 
 }  // namespace KestSupport::platform

@@ -31,7 +31,10 @@ class RegistryFile {
         std::size_t operator()(std::string_view name) const noexcept { return std::hash<std::string_view>()(name); }
     };
 
-    std::unordered_map<std::string, RegistryValue, Hash, std::equal_to<>> m_values;  // by key and name, folded
+    template <typename Value>
+    using ByName = std::unordered_map<std::string, Value, Hash, std::equal_to<>>;
+
+    ByName<ByName<RegistryValue>> m_keys;  // the values of a key by their names; all names are folded
 };
 
 }  // namespace KestSupport::platform

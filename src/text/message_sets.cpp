@@ -1,7 +1,9 @@
 #include "support/message_sets.h"
 
+#include "platform/files.h"
 #include "support/exceptions.h"
 #include "support/locales.h"
+#include "text/log_record.h"
 
 namespace KestSupport {
 namespace {
@@ -43,8 +45,9 @@ void KestMessageSet::loadSet(const std::string& baseName) {
 void KestMessageSet::loadOptional(const std::string& name) {
     try {
         m_messages.loadProperties(name + kFileType);
-    } catch (const KestException&) {
-        // Not every language and country needs a catalogue of its own.
+    } catch (const KestException& failure) {
+        // Not every language and country needs a catalogue of its own. One that is there should have been loaded.
+        if (platform::pathExists(name + kFileType)) internal::logRecord(1, failure.getText());
     }
 }
 

@@ -124,7 +124,7 @@ TEST(RemoveDirectory, LeavesNothingOpenAndNothingUnsaidWhicheverSystemCallFails)
             const kit::FailingCalls calls("", number / 2, number % 2 == 0, EIO);
             const std::string failure = removalFailure(tree);
             failures.insert(failure.substr(0, failure.find('/')) + failure.substr(failure.rfind(':') + 1));
-            // The second call opens the folder itself, and there is nobody else to tell of that.
+            // The second call opens the folder itself, and only the log says that it failed.
             EXPECT_EQ(failure.empty(), !fs::exists(tree) || number / 2 == 2) << number;
             reached = kit::FailingCalls::seen() >= number / 2;
         }
@@ -132,6 +132,11 @@ TEST(RemoveDirectory, LeavesNothingOpenAndNothingUnsaidWhicheverSystemCallFails)
     }
     EXPECT_FALSE(fs::exists(tree));
     EXPECT_EQ(failures, (std::set<std::string>{"", kNoDirectory + " 5", kNoDirectory + " 0", kNoFile + " 0"}));
+    fs::create_directories(deep);
+    const kit::LogCapture log(1);
+    const kit::FailingCalls calls("openat", 1, true, EMFILE);
+    EXPECT_EQ(removalFailure(tree), "");
+    EXPECT_EQ(log.messages(), Texts{"KestRemoveDirectory: Could not read the directory " + tree + " (24)"});
 }
 
 }  // namespace

@@ -62,14 +62,21 @@ TEST(ServiceControl, AsksTheManagerForWhatEachOperationNeeds) {
     manager.configuration.startType = 3;
     {
         const std::unique_ptr<KestServiceControl> service(KestServiceControl::CreateKestServiceControl("s"));
+        const auto closed = [&](unsigned result = 0) {
+            EXPECT_EQ(manager.openHandles(), 1u) << manager.calls().back();
+            return result;
+        };
         manager.queriedStates = {4, 7};
         service->StartServiceA();
-        EXPECT_EQ(service->GetServiceStatus(), 7u);
+        closed();
+        EXPECT_EQ(closed(service->GetServiceStatus()), 7u);
         manager.stateAfterControl = 1;
         service->StopService();
-        EXPECT_EQ(service->GetServiceStartType(), 3u);
+        closed();
+        EXPECT_EQ(closed(service->GetServiceStartType()), 3u);
         service->SetServiceStartType(4);
-        EXPECT_TRUE(service->IsServiceInstalled());
+        closed();
+        EXPECT_TRUE(closed(service->IsServiceInstalled()));
         manager.queriedStates = {4};
         service->RestartService();
         manager.failures["openService"] = 1060;

@@ -1,11 +1,14 @@
 #include "support/utilities.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <limits>
 #include <set>
 
 #include "kit/child_process.h"
@@ -57,6 +60,27 @@ TEST(ExecuteProgram, WaitsForAProgramOrHandsItOutOrForgetsIt) {
     EXPECT_TRUE(waitid(P_PIDFD, id, &end, WEXITED) == 0 && end.si_status == 4);
     EXPECT_EQ(close(descriptor(process)), 0);
     EXPECT_FALSE(ChildProcess::anyLeft());
+}
+
+TEST(ExecuteProgram, LeavesNoChildWithoutAHandleAndSaysWhenNoExitCodeIsKnown) {
+    for (const int first : {1, 2}) {
+        int exitCode = 5;
+        void* process = &exitCode;
+        {
+            const kit::FailingCalls calls("pidfd_open", first);
+            EXPECT_TRUE(KestExecuteProgram("true", false, &process, &exitCode));
+        }
+        EXPECT_EQ(process, nullptr);
+        // Where the system has refused only later, the next start of a program waits for the last.
+        kit::await([&] {
+            return (first == 1 || KestExecuteProgram("true", true, nullptr, nullptr)) && !ChildProcess::anyLeft();
+        });
+    }
+    const auto before = std::signal(SIGCHLD, SIG_IGN);
+    int exitCode = 0;
+    EXPECT_TRUE(KestExecuteProgram("sh -c 'exit 3'", true, nullptr, &exitCode));
+    EXPECT_EQ(exitCode, std::numeric_limits<int>::min());
+    std::signal(SIGCHLD, before);
 }
 
 TEST(ExecuteProgram, OpensADocumentWithTheDesktopAndSaysWhatCannotBeStarted) {
@@ -154,11 +178,35 @@ TEST(GetEnvironmentVariable, ReadsTheRegistryAndSeesEveryChangeOfIt) {
         EXPECT_EQ(KestGetEnvironmentVariable("a\\b\\Text"), std::to_string(i % 10))
             << "of one size, in one tick of the clock";
     }
-    for (const char* call : {"stat", "open", "fread"}) {
-        const kit::FailingCalls calls(call);
-        EXPECT_EQ(KestGetEnvironmentVariable("a\\b\\Text"), "") << call;
+    const kit::LogCapture log(1);
+    const auto expectNone = [](const std::string& why) {
+        EXPECT_EQ(KestGetEnvironmentVariable("a\\b\\Text"), "") << why;
+    };
+    for (const char* call : {"stat", "open", "read"}) {
+        const kit::FailingCalls calls(call, 1, true, EMFILE);
+        expectNone(call);
+    }
+    const std::string file = folder.pathOf("registry.reg");
+    for (const mode_t mode : {0620u, 0602u}) {
+        ASSERT_EQ(chmod(file.c_str(), mode), 0);
+        expectNone("another user may write it");
+    }
+    ASSERT_EQ(chmod(file.c_str(), 0644), 0);
+    if (ChildProcess::isRoot()) {
+        ASSERT_EQ(chown(file.c_str(), 65534, 0), 0);
+        expectNone("it is another user's");
+        ASSERT_EQ(chown(file.c_str(), 0, 0), 0);
     }
     EXPECT_EQ(KestGetEnvironmentVariable("a\\b\\Text"), "9");
+    fs::remove(file);
+    expectNone("there is no file");
+    ASSERT_EQ(mkfifo(file.c_str(), 0600), 0);
+    expectNone("a pipe without another end");
+    Texts expected;
+    for (const char* code : {"4", "4", "4", "5", "5", "5", "13"})
+        expected.push_back(std::string("KestGetEnvironmentVariable: Could not read the registry (") + code + ")");
+    if (!ChildProcess::isRoot()) expected.erase(expected.begin() + 5);
+    EXPECT_EQ(log.messages(), expected);
 }
 
 TEST(OSErrorMessage, IsThePlatformsTextOrTheNumber) {
@@ -191,6 +239,14 @@ TEST(FindFile, GivesTheNamesBehindThePatternsPathAndCopiesShareTheSearch) {
     fs::current_path(folder.path());
     EXPECT_EQ(KestFindFile("?.doc").next(), "c.doc");
     fs::current_path(before);
+    const kit::LogCapture log(1);
+    for (const char* call : {"openat", "getdents64"}) {
+        const kit::FailingCalls calls(call, 1, true, EMFILE);
+        EXPECT_FALSE(KestFindFile(folder.pathOf("*")).hasMore());
+    }
+    EXPECT_FALSE(KestFindFile(folder.pathOf("none/*")).hasMore());
+    EXPECT_EQ(log.messages(),
+              Texts(2, "KestFindFile: Could not read the directory of " + folder.pathOf("*") + " (24)"));
 }
 
 }  // namespace

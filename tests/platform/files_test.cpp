@@ -11,10 +11,10 @@ namespace {
 std::string found(const std::string& pattern) {
     std::set<std::string> names;
     KestSupport::platform::FileSearch search;
-    if (!search.start(pattern)) return "not started";
+    if (const int error = search.start(pattern); error != 0) return "not started: " + std::to_string(error);
     for (std::string name; search.next(name);)
         names.insert(name + ' ');
-    std::string all;
+    std::string all = search.error() == 0 ? "" : "failed: " + std::to_string(search.error());
     for (const std::string& name : names)
         all += name;
     return all;
@@ -38,9 +38,9 @@ TEST(Files, ASearchFindsTheNamesThatThePatternStandsFor) {
     for (std::size_t i = 0; i < std::size(rows); i += 2)
         EXPECT_EQ(found(folder.pathOf(rows[i])), rows[i + 1]) << rows[i];
     EXPECT_EQ(found(folder.path() + "\\*.txt"), "b.txt c.d.txt ");
-    EXPECT_EQ(found(folder.pathOf("none/*")), "not started");
+    EXPECT_EQ(found(folder.pathOf("none/*")), "not started: " + std::to_string(ENOENT));
     const kit::FailingCalls calls("getdents64");
-    EXPECT_EQ(found(folder.pathOf("*")), "");
+    EXPECT_EQ(found(folder.pathOf("*")), "failed: " + std::to_string(ENOMEM));
 }
 
 }  // namespace

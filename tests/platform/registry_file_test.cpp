@@ -1,6 +1,7 @@
 #include "platform/registry_file.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 namespace {
 
@@ -62,6 +63,23 @@ TEST(RegistryFile, PassesOverWhatItDoesNotUnderstand) {
     EXPECT_EQ(valueIn(kHead + "\"v\"=hex:01,100,02,zz\r\n"), "3:\x01");
     EXPECT_EQ(valueIn("REGEDIT4\n" + kHead + "\"v\"=\"1\""), "none");
     EXPECT_EQ(valueIn(""), "none");
+}
+
+// 400 MB if each value had a copy of its key's name.
+TEST(RegistryFile, KeepsALongKeyOnceHoweverManyValuesItHas) {
+    const auto peak = [] {
+        rusage usage{};
+        getrusage(RUSAGE_SELF, &usage);
+        return usage.ru_maxrss;
+    };
+    const std::string key(200'000, 'k');
+    std::string text = kHead + "[HKLM\\" + key + "]\n";
+    for (int i = 0; i < 2000; ++i)
+        text += '"' + std::to_string(i) + "\"=\"value\"\n";
+    const long before = peak();
+    const RegistryFile registry(text);
+    EXPECT_LT(peak() - before, 64 * 1024) << "KiB";
+    EXPECT_EQ(registry.find(key, "1999")->data, "value");
 }
 
 }  // namespace

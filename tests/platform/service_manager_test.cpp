@@ -1,7 +1,9 @@
 #include "platform/service_manager.h"
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +15,7 @@
 
 #include "kit/failing_calls.h"
 #include "kit/service_fixture.h"
+#include "platform/posix/posix_service_socket.h"
 
 namespace {
 
@@ -237,6 +240,24 @@ TEST_F(ServiceManagerTest, AServiceStartsInTheUsualSurroundings) {
     if (mayRaise) ::setpriority(PRIO_PROCESS, 0, 0);
     std::signal(SIGHUP, hangUp);
     ::umask(mask);
+}
+
+// A service with too many callers, and a signal that comes more often than the wait is long.
+TEST_F(ServiceManagerTest, AWaitForAServiceEndsInTimeHoweverManySignalsCome) {
+    const Descriptor folder(::open(state.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    Descriptor listener;
+    ASSERT_EQ(listenAt(folder.get(), "s", listener), 0u);
+    std::vector<Descriptor> callers(1);
+    while (connectTo(folder.get(), "s", 10, callers.back()) == 0)
+        callers.emplace_back();
+    struct sigaction counted = {}, before = {};
+    counted.sa_handler = [](int) {};
+    ASSERT_EQ(::sigaction(SIGALRM, &counted, &before), 0);
+    const itimerval often{{0, 20'000}, {0, 20'000}}, never{};
+    ::setitimer(ITIMER_REAL, &often, nullptr);
+    EXPECT_EQ(connectTo(folder.get(), "s", 200, callers.back()), errorServiceRequestTimeout);
+    ::setitimer(ITIMER_REAL, &never, nullptr);
+    ::sigaction(SIGALRM, &before, nullptr);
 }
 
 TEST_F(ServiceManagerTest, AServiceThatDiesOrIsDeletedLeavesNothing) {

@@ -4,8 +4,9 @@
 
 #include <thread>
 
+#include "kit/failing_calls.h"
 #include "kit/failure_of.h"
-#include "kit/temporary_folder.h"
+#include "kit/log_capture.h"
 
 using namespace KestSupport;
 
@@ -28,6 +29,13 @@ TEST(MessageSets, TakeEachMessageFromTheMostSpecificCatalogueThatIsThere) {
     folder.write("m_C.UTF-8_C.pro", "c=3\nc=4");
     EXPECT_EQ(message(make(), "b") + message(make(), "c"), "14");
     folder.write("m_C.UTF-8.pro", "b=\nc=2");
+    {
+        const kit::LogCapture log(1);
+        const kit::FailingCalls calls("open", 2, true, EMFILE);
+        EXPECT_EQ(message(make(), "c"), "1");
+        const std::string failed = "KestProperties<StringType>::loadProperties: couldn't open file " + base;
+        EXPECT_EQ(log.messages(), (std::vector<std::string>{failed + "_C.UTF-8.pro", failed + "_C.UTF-8_C.pro"}));
+    }
     const KestMessageSet messages = make();
     EXPECT_EQ(messages.getLocale(), std::locale("C.UTF-8"));
     EXPECT_EQ(kit::failureOf([&] { message(messages, "A key"); }), "KestMissingMessageException - Missing A key");

@@ -41,9 +41,7 @@ Descriptor openFolder(int parent, const char* name, int flags) noexcept {
 // The entries of an open folder, read in large blocks.
 class EntryReader {
   public:
-    void restart() noexcept { m_position = m_size = 0; }
-
-    /// Null at the end.
+    /// Null at the end; from then on for another folder. Null also when the folder cannot be read any further.
     const dirent64* next(int folder) noexcept {
         if (m_position == m_size && !fill(folder)) return nullptr;
         const auto* const entry = reinterpret_cast<const dirent64*>(m_block.data() + m_position);
@@ -51,10 +49,14 @@ class EntryReader {
         return entry;
     }
 
+    /// Why there was no entry; 0 at the end of the folder.
+    int error() const noexcept { return m_error; }
+
   private:
     bool fill(int folder) noexcept {
         const long size =
             systemCall("getdents64", [&] { return ::syscall(SYS_getdents64, folder, m_block.data(), m_block.size()); });
+        m_error = size < 0 ? errno : 0;
         m_position = 0;
         m_size = size > 0 ? static_cast<std::size_t>(size) : 0;
         return m_size != 0;
@@ -64,6 +66,7 @@ class EntryReader {
     std::vector<char> m_block = std::vector<char>(kBlockSize);
     std::size_t m_position = 0;
     std::size_t m_size = 0;
+    int m_error = 0;
 };
 
 bool isFolder(int parent, const dirent64& entry) noexcept {
@@ -133,13 +136,17 @@ struct FileSearch::State {
 FileSearch::FileSearch() = default;
 FileSearch::~FileSearch() = default;
 
-bool FileSearch::start(const std::string& pattern) {
+int FileSearch::start(const std::string& pattern) {
     m_state = std::make_unique<State>();
     const std::string path = systemPath(pattern);
     const std::size_t name = path.rfind('/') + 1;
     m_state->pattern = path.substr(name);
     m_state->folder = openFolder(AT_FDCWD, name == 0 ? "." : path.substr(0, name).c_str(), 0);
-    return m_state->folder.isOpen();
+    return m_state->folder.isOpen() ? 0 : errno;
+}
+
+int FileSearch::error() const noexcept {
+    return m_state == nullptr ? 0 : m_state->reader.error();
 }
 
 bool FileSearch::next(std::string& name) {
@@ -184,16 +191,16 @@ struct TreeWalk::State {
 TreeWalk::TreeWalk() = default;
 TreeWalk::~TreeWalk() = default;
 
-bool TreeWalk::start(const std::string& path) {
+int TreeWalk::start(const std::string& path) {
     m_state = std::make_unique<State>();
     std::string name = systemPath(path);
     // With a separator at the end, a link would be followed.
     while (name.size() > 1 && name.back() == '/')
         name.pop_back();
     Descriptor folder = openFolder(AT_FDCWD, name.c_str(), O_NOFOLLOW);
-    if (!folder.isOpen()) return false;
+    if (!folder.isOpen()) return errno;
     m_state->folders.push_back({std::move(folder)});
-    return true;
+    return 0;
 }
 
 bool TreeWalk::next(Entry& entry) {
@@ -211,7 +218,6 @@ bool TreeWalk::descend(const char* name) {
     if (!folder.isOpen()) return false;
     m_state->folders.push_back({std::move(folder)});
     m_state->closeFarFolder();
-    m_state->reader.restart();
     return true;
 }
 

@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 
@@ -135,6 +136,26 @@ int openProcess(std::uint32_t id) noexcept {
     return static_cast<int>(systemCall("pidfd_open", [&] { return ::syscall(SYS_pidfd_open, id, 0); }));
 }
 
+// Children that no caller can wait for, since the system gave no handle of them after all. They are waited for when the
+// next program is started; one that finds no place is waited for by the system, after this process.
+constinit std::array<std::atomic<pid_t>, 64> g_abandoned{};
+
+void abandon(pid_t child) noexcept {
+    for (std::atomic<pid_t>& place : g_abandoned) {
+        pid_t empty = 0;
+        if (place.compare_exchange_strong(empty, child)) return;
+    }
+}
+
+void reapAbandoned() noexcept {
+    for (std::atomic<pid_t>& place : g_abandoned) {
+        pid_t child = place.load(std::memory_order_relaxed);
+        // Another thread must not wait for the number once it may be another child's.
+        if (child == 0 || !place.compare_exchange_strong(child, -1)) continue;
+        place = ::waitpid(child, nullptr, WNOHANG) == 0 ? child : 0;
+    }
+}
+
 struct Report {
     int error = 0;
     pid_t child = 0;
@@ -224,13 +245,21 @@ ErrorCode Process::start(const ProcessRequest& request) {
     std::vector<std::string> words = splitArguments(request.commandLine);
     if (words.empty()) return errorInvalidParameter;
     SpawnPlan plan;
-    if (const int error = plan.prepare(request, words); error != 0) return errorFromErrno(error);
+    reapAbandoned();
+    // Open until the program runs, so that there is room for the program's own.
+    Descriptor probe(request.wantsHandle ? openProcess(static_cast<std::uint32_t>(::getpid())) : -1);
+    ProcessRequest effective = request;
+    effective.detached = request.detached || (request.wantsHandle && !probe.isOpen());
+    if (const int error = plan.prepare(effective, words); error != 0) return errorFromErrno(error);
     pid_t child = 0;
     int error = injectedFault("posix_spawn");
-    if (error == 0) error = request.detached ? runDetached(plan, request, child, m_handle) : plan.run(child);
+    if (error == 0) error = effective.detached ? runDetached(plan, effective, child, m_handle) : plan.run(child);
     if (error != 0) return startError(error, words.front());
     m_id = static_cast<std::uint32_t>(child);
-    m_detached = request.detached;
+    m_detached = effective.detached;
+    probe.close();
+    if (request.wantsHandle && m_handle < 0) m_handle = openProcess(m_id);
+    if (request.wantsHandle && m_handle < 0 && !m_detached) abandon(child);
     return errorSuccess;
 }
 

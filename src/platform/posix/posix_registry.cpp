@@ -1,15 +1,17 @@
 // The registry is the file registry.reg in the state directory. What was read of it is kept for as long as the file is
 // the same.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <mutex>
 
 #include "platform/ascii_words.h"
-#include "platform/file_stream.h"
 #include "platform/posix/posix_call.h"
+#include "platform/posix/posix_descriptor.h"
 #include "platform/process_memory.h"
 #include "platform/registry.h"
 #include "platform/registry_file.h"
@@ -59,6 +61,23 @@ struct FileState {
     bool operator==(const FileState&) const = default;
 };
 
+// Whether no user but the administrator and this process's own may have written what is in the file.
+bool isTrusted(const struct stat& status) noexcept {
+    return (status.st_uid == 0 || status.st_uid == ::geteuid()) && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+// 0, or an errno value.
+int readAll(int file, std::string& bytes) {
+    constexpr std::size_t kReadSize = 65536;
+    for (;;) {
+        const std::size_t before = bytes.size();
+        bytes.resize(before + kReadSize);
+        const ssize_t size = systemCall("read", [&] { return ::read(file, bytes.data() + before, kReadSize); });
+        bytes.resize(before + static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+        if (size <= 0) return size == 0 ? 0 : errno;
+    }
+}
+
 class Registry {
   public:
     ErrorCode read(std::string_view subkey, std::string_view name, RegistryValue& value) {
@@ -79,19 +98,15 @@ class Registry {
         m_settled = false;
         timespec now{};
         clock_gettime(CLOCK_REALTIME, &now);
-        const Stream stream = openStream(m_path.c_str(), StreamMode::kReadBinary);
+        // A pipe has no other end to wait for.
+        constexpr int flags = O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+        const Descriptor file(systemCall("open", [&] { return ::open(m_path.c_str(), flags); }));
         struct stat status {};
-        if (stream == nullptr || ::fstat(::fileno(stream.get()), &status) != 0) return errorFromErrno(errno);
+        if (!file.isOpen() || ::fstat(file.get(), &status) != 0) return errorFromErrno(errno);
+        if (!S_ISREG(status.st_mode)) return errorInvalidData;
+        if (!isTrusted(status)) return errorAccessDenied;
         std::string bytes;
-        constexpr std::size_t kReadSize = 65536;
-        bool failed = false;
-        for (std::size_t count = kReadSize; count == kReadSize && !failed;) {
-            const std::size_t before = bytes.size();
-            bytes.resize(before + kReadSize);
-            count = readStream(stream.get(), bytes.data() + before, kReadSize, failed);
-            bytes.resize(before + count);
-        }
-        if (failed) return errorGeneralFailure;
+        if (const int error = readAll(file.get(), bytes); error != 0) return errorFromErrno(error);
         m_file = RegistryFile(bytes);
         m_state = FileState(status);
         m_settled = nanoseconds(now) - m_state.changed > kSettled;

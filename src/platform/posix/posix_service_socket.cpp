@@ -76,6 +76,17 @@ ErrorCode awaitInput(int socket, std::uint32_t timeout) {
     }
 }
 
+// Connecting waits as long as sending while the other side has too many callers. A signal begins the wait again, so the
+// limit is what is left. False, with ETIMEDOUT, when nothing is left.
+bool limitSending(int socket, std::int64_t end) {
+    const std::int64_t left = (end - steadyTime()) / 1000;
+    timeval limit{};
+    limit.tv_sec = static_cast<time_t>(left / 1'000'000);
+    limit.tv_usec = static_cast<suseconds_t>(left % 1'000'000);
+    errno = ETIMEDOUT;
+    return left > 0 && ::setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) == 0;
+}
+
 ErrorCode receivedError(ssize_t size) {
     if (size > 0) return 0;
     return size == 0 || errno == ECONNRESET ? errorBrokenPipe : errorFromErrno(errno);
@@ -120,12 +131,9 @@ ErrorCode listenAt(int folder, const char* name, Descriptor& listener) {
 ErrorCode connectTo(int folder, const char* name, std::uint32_t timeout, Descriptor& connection) {
     Descriptor opened;
     if (const ErrorCode error = openSocket(opened); error != 0) return error;
-    // Connecting waits as long as sending when the other side is behind with its callers.
-    timeval limit{};
-    limit.tv_sec = timeout / 1000;
-    limit.tv_usec = static_cast<suseconds_t>(timeout % 1000) * 1000;
-    ::setsockopt(opened.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    const std::int64_t end = steadyTime() + std::int64_t{timeout} * 1'000'000;
     const ErrorCode error = withAddress("connect", folder, name, [&](const sockaddr* address, socklen_t size) {
+        if (!limitSending(opened.get(), end)) return -1;
         const int result = ::connect(opened.get(), address, size);
         if (result != 0 && errno == ECONNREFUSED) errno = EPIPE;
         if (result != 0 && errno == EAGAIN) errno = ETIMEDOUT;

@@ -221,9 +221,34 @@ ErrorCode ServiceFiles::openFolder(Descriptor& opened) const {
     return openFile(m_database, m_folder, O_RDONLY | O_DIRECTORY, opened);
 }
 
+ErrorCode ServiceFiles::openExisting(Descriptor& folder) const {
+    const ErrorCode error = openFolder(folder);
+    return error == errorFileNotFound ? errorServiceDoesNotExist : error;
+}
+
 ErrorCode ServiceFiles::read(StoredService& service) const {
+    Descriptor folder;
+    const ErrorCode error = openExisting(folder);
+    return error != 0 ? error : readIn(folder.get(), service);
+}
+
+ErrorCode ServiceFiles::status(ServiceStatus& status) const {
+    status = ServiceStatus{};
+    Descriptor folder;
+    const ErrorCode error = openExisting(folder);
+    return error != 0 ? error : statusIn(folder.get(), status);
+}
+
+ErrorCode ServiceFiles::readWithStatus(StoredService& service, ServiceStatus& status) const {
+    Descriptor folder;
+    ErrorCode error = openExisting(folder);
+    if (error == 0) error = readIn(folder.get(), service);
+    return error != 0 ? error : statusIn(folder.get(), status);
+}
+
+ErrorCode ServiceFiles::readIn(int folder, StoredService& service) const {
     Descriptor file;
-    if (const ErrorCode error = open(kConfiguration, O_RDONLY, file); error != 0) {
+    if (const ErrorCode error = openFile(folder, kConfiguration, O_RDONLY, file); error != 0) {
         return error == errorFileNotFound ? errorServiceDoesNotExist : error;
     }
     std::string text;
@@ -278,17 +303,13 @@ ErrorCode ServiceFiles::remove() const {
     return systemCall("fsync", [&] { return ::fsync(m_database); }) == 0 ? 0 : errorFromErrno(errno);
 }
 
-ErrorCode ServiceFiles::status(ServiceStatus& status) const {
+ErrorCode ServiceFiles::statusIn(int folder, ServiceStatus& status) {
     constexpr int tries = 100;
     status = ServiceStatus{};
-    Descriptor folder;
     Descriptor record;
-    if (const ErrorCode error = openFolder(folder); error != 0) {
-        return error == errorFileNotFound ? errorServiceDoesNotExist : error;
-    }
-    if (const ErrorCode error = openFile(folder.get(), kRecord, O_RDONLY, record); error != 0) {
+    if (const ErrorCode error = openFile(folder, kRecord, O_RDONLY, record); error != 0) {
         if (error != errorFileNotFound) return error;
-        if (::faccessat(folder.get(), kConfiguration, F_OK, 0) != 0) return errorServiceDoesNotExist;
+        if (::faccessat(folder, kConfiguration, F_OK, 0) != 0) return errorServiceDoesNotExist;
         status = stoppedWith(errorServiceNeverStarted);
         return 0;
     }

@@ -107,6 +107,8 @@ class ServiceFiles {
     ErrorCode remove() const;
 
     ErrorCode status(ServiceStatus& status) const;
+    /// Both, with one look at the folder; `service` is set also when the status is not known.
+    ErrorCode readWithStatus(StoredService& service, ServiceStatus& status) const;
     /// By which lock the service is active; none for a service that has no record. The program of a start that has not
     /// reached the dispatcher, 0 otherwise.
     ErrorCode holder(RecordLock::Holder& holder, std::uint32_t& program) const;
@@ -117,6 +119,9 @@ class ServiceFiles {
 
   private:
     ServiceFiles(const std::string& folder, int database);
+    ErrorCode openExisting(Descriptor& folder) const;
+    ErrorCode readIn(int folder, StoredService& service) const;
+    static ErrorCode statusIn(int folder, ServiceStatus& status);
 
     int m_database;
     std::string m_folder;

@@ -184,10 +184,8 @@ ErrorCode PosixServiceManager::enumerateServices(Handle manager, std::vector<Ser
         const ServiceFiles files = ServiceFiles::inFolder(open->folder(), folder);
         StoredService stored;
         ServiceEntry entry;
-        entry.error = files.read(stored);
+        entry.error = files.readWithStatus(stored, entry.status);
         // Also what has come among the services and is none of them.
-        if (entry.error == errorServiceDoesNotExist) continue;
-        if (entry.error == 0) entry.error = files.status(entry.status);
         if (entry.error == errorServiceDoesNotExist) continue;
         entry.name = stored.name.empty() ? ServiceFiles::nameOf(folder) : std::move(stored.name);
         entry.displayName = std::move(stored.displayName);

@@ -11,7 +11,7 @@ namespace KestSupport {
 namespace {
 
 constexpr int kLogTrace = 9;
-constexpr int kLogFailure = 1;
+constexpr int kLogUnreadable = 1;
 constexpr std::string_view kSeparators = "\\/";
 constexpr char kNoDirectory[] = "KestRemoveDirectory: Could not remove the directory ";
 constexpr char kNoFile[] = "KestRemoveDirectory: Could not remove the file ";
@@ -129,7 +129,7 @@ bool KestRemoveDirectoryImpl(const std::string& path, bool recursive, std::strin
     {
         platform::TreeWalk walk;
         if (const int unreadable = walk.start(path); unreadable != 0) {
-            internal::logRecord(kLogFailure, "KestRemoveDirectory: Could not read the directory ", path, " (",
+            internal::logRecord(kLogUnreadable, "KestRemoveDirectory: Could not read the directory ", path, " (",
                                 unreadable, ")");
             return true;
         }

@@ -186,17 +186,17 @@ std::size_t TreeBlock::firstGreater(const TreeProbe& probe) const noexcept {
 const TreeLeaf* TreeLeaf::next() const noexcept {
     const TreeBlock* block = this;
     for (const TreeBranch* above = parent; above != nullptr; block = above, above = above->parent) {
-        const std::size_t place = above->placeOf(*block) + 1;
-        if (place < above->size()) return firstLeafOf(above->below[place].block.get());
+        const std::size_t after = block->place + 1;
+        if (after < above->size()) return firstLeafOf(above->below[after].block.get());
     }
     return nullptr;
 }
 
-std::size_t TreeLeaf::placeOf(const KestTreeNode& node) const noexcept {
-    std::size_t place = 0;
-    while (items[place].node != &node)
-        ++place;
-    return place;
+std::size_t TreeLeaf::itemOf(const KestTreeNode& node) const noexcept {
+    std::size_t item = 0;
+    while (items[item].node != &node)
+        ++item;
+    return item;
 }
 
 TreeBranch::TreeBranch(TreeChildren& owner) : TreeBlock(owner, false) {
@@ -204,32 +204,33 @@ TreeBranch::TreeBranch(TreeChildren& owner) : TreeBlock(owner, false) {
     below.reserve(kWidth);
 }
 
-std::size_t TreeBranch::placeOf(const TreeBlock& block) const noexcept {
-    std::size_t place = 0;
-    while (below[place].block.get() != &block)
-        ++place;
-    return place;
+void TreeBranch::numberFrom(std::size_t first) noexcept {
+    for (std::size_t i = first; i < below.size(); ++i) {
+        below[i].block->parent = this;
+        below[i].block->place = i;
+    }
 }
 
-void TreeBranch::refresh(std::size_t place) noexcept {
-    items[place] = below[place].block->greatest();
-    below[place].least = below[place].block->least();
-    checkOrder(place);
+void TreeBranch::refresh(std::size_t item) noexcept {
+    items[item] = below[item].block->greatest();
+    below[item].least = below[item].block->least();
+    checkOrder(item);
 }
 
-void TreeBranch::insert(std::size_t place, std::unique_ptr<TreeBlock> block, std::size_t count) noexcept {
-    block->parent = this;
-    const auto offset = static_cast<std::ptrdiff_t>(place);
+void TreeBranch::insert(std::size_t item, std::unique_ptr<TreeBlock> block, std::size_t count) noexcept {
+    const auto offset = static_cast<std::ptrdiff_t>(item);
     items.insert(items.begin() + offset, TreeBound{});
     below.insert(below.begin() + offset, Below{{}, count, std::move(block)});
-    refresh(place);
+    numberFrom(item);
+    refresh(item);
 }
 
-std::unique_ptr<TreeBlock> TreeBranch::remove(std::size_t place) noexcept {
-    std::unique_ptr<TreeBlock> block = std::move(below[place].block);
-    const auto offset = static_cast<std::ptrdiff_t>(place);
+std::unique_ptr<TreeBlock> TreeBranch::remove(std::size_t item) noexcept {
+    std::unique_ptr<TreeBlock> block = std::move(below[item].block);
+    const auto offset = static_cast<std::ptrdiff_t>(item);
     items.erase(items.begin() + offset);
     below.erase(below.begin() + offset);
+    numberFrom(item);
     if (!isOrdered) checkOrder();
     return block;
 }

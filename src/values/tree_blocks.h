@@ -69,6 +69,7 @@ struct TreeBlock {
 
     TreeChildren& list;
     TreeBranch* parent = nullptr;
+    std::size_t place = 0;  // in the parent
     const bool isLeaf;
     bool isOrdered = true;         // of its own items; a block below may be unordered
     std::vector<TreeBound> items;  // a leaf's nodes; for a branch: the greatest keys of the blocks below
@@ -78,7 +79,7 @@ struct TreeLeaf : TreeBlock {
     explicit TreeLeaf(TreeChildren& owner) : TreeBlock(owner, true) {}
 
     const TreeLeaf* next() const noexcept;
-    std::size_t placeOf(const KestTreeNode& node) const noexcept;
+    std::size_t itemOf(const KestTreeNode& node) const noexcept;
 
     // The index of the first node; right while the list's cursor is on this leaf.
     mutable std::atomic<std::size_t> firstIndex{0};
@@ -93,12 +94,13 @@ struct TreeBranch : TreeBlock {
 
     explicit TreeBranch(TreeChildren& owner);
 
-    std::size_t placeOf(const TreeBlock& block) const noexcept;
-    /// Takes the bounds of the block at the place from the block.
-    void refresh(std::size_t place) noexcept;
+    /// Must follow a change of the blocks from the first one on.
+    void numberFrom(std::size_t first) noexcept;
+    /// Takes the bounds of a block from the block.
+    void refresh(std::size_t item) noexcept;
     /// There is room, and the block is not empty.
-    void insert(std::size_t place, std::unique_ptr<TreeBlock> block, std::size_t count) noexcept;
-    std::unique_ptr<TreeBlock> remove(std::size_t place) noexcept;
+    void insert(std::size_t item, std::unique_ptr<TreeBlock> block, std::size_t count) noexcept;
+    std::unique_ptr<TreeBlock> remove(std::size_t item) noexcept;
 
     std::vector<Below> below;  // as many as items
 };

@@ -93,8 +93,8 @@ std::unique_ptr<TreeBlock> TreeChildren::cloneOf(const TreeBlock& block) {
         auto branch = std::make_unique<TreeBranch>(*this);
         for (const TreeBranch::Below& below : static_cast<const TreeBranch&>(block).below) {
             branch->below.push_back({below.least, below.count, cloneOf(*below.block)});
-            branch->below.back().block->parent = branch.get();
         }
+        branch->numberFrom(0);
         clone = std::move(branch);
     }
     clone->items.insert(clone->items.end(), block.items.begin(), block.items.end());
@@ -161,13 +161,21 @@ void TreeChildren::keyChanged(KestTreeNode& node) noexcept {
 KestTreeNode* TreeChildren::takeFirst() noexcept {
     if (!m_isEmptied) {
         m_isEmptied = true;
-        m_first = {m_root == nullptr ? nullptr : const_cast<TreeLeaf*>(firstLeafOf(m_root.get())), 0};
+        beginEmptying(m_root == nullptr ? nullptr : firstLeafOf(m_root.get()));
     }
     if (m_first.leaf == nullptr) return nullptr;
     KestTreeNode* const node = m_first.leaf->items[m_first.item].node;
-    detach(*node, *m_first.leaf);
-    if (++m_first.item == m_first.leaf->size()) m_first = {const_cast<TreeLeaf*>(m_first.leaf->next()), 0};
+    if (++m_first.item == m_first.leaf->size()) beginEmptying(m_first.leaf->next());
     return node;
+}
+
+// The nodes of the leaf are read one after the other, so that the processor fetches them side by side. Releasing each
+// of them would wait for it.
+void TreeChildren::beginEmptying(const TreeLeaf* leaf) noexcept {
+    m_first = {const_cast<TreeLeaf*>(leaf), 0};
+    if (leaf == nullptr) return;
+    for (const TreeBound& item : leaf->items)
+        detach(*item.node, *leaf);
 }
 
 TreeProbe TreeChildren::probeFor(const std::string& key) const noexcept {
@@ -289,7 +297,7 @@ void TreeChildren::detach(KestTreeNode& node, const TreeLeaf& leaf) noexcept {
 
 void TreeChildren::rename(TreeLeaf& leaf, const KestTreeNode& node) noexcept {
     if (m_isEmptied) return;
-    const std::size_t item = leaf.placeOf(node);
+    const std::size_t item = leaf.itemOf(node);
     leaf.items[item].prefix = prefixOf(node.getKey(), m_common);
     leaf.checkOrder(item);
     refreshAbove(leaf, 0);
@@ -322,7 +330,7 @@ void TreeChildren::split(TreeBlock& block, bool isAppending) {
         next = std::make_unique<TreeBranch>(*this);
     }
     TreeBranch& parent = *block.parent;
-    const std::size_t place = parent.placeOf(block);
+    const std::size_t place = block.place;
     const std::size_t moved = moveItems(block, isAppending ? TreeBlock::kWidth - 1 : TreeBlock::kWidth / 2, *next);
     parent.below[place].count -= moved;
     parent.items[place] = block.greatest();
@@ -346,10 +354,10 @@ std::size_t TreeChildren::moveItems(TreeBlock& from, std::size_t first, TreeBloc
         auto& branch = static_cast<TreeBranch&>(to);
         for (std::size_t i = first; i < from.size(); ++i) {
             count += below[i].count;
-            below[i].block->parent = &branch;
             branch.below.push_back(std::move(below[i]));
         }
         below.erase(below.begin() + offset, below.end());
+        branch.numberFrom(to.size());
     }
     to.items.insert(to.items.end(), from.items.begin() + offset, from.items.end());
     from.items.erase(from.items.begin() + offset, from.items.end());
@@ -362,7 +370,7 @@ std::size_t TreeChildren::moveItems(TreeBlock& from, std::size_t first, TreeBloc
 void TreeChildren::refreshAbove(TreeBlock& block, std::ptrdiff_t added) noexcept {
     const TreeBlock* child = &block;
     for (TreeBranch* branch = block.parent; branch != nullptr; child = branch, branch = branch->parent) {
-        const std::size_t place = branch->placeOf(*child);
+        const std::size_t place = child->place;
         branch->below[place].count += static_cast<std::size_t>(added);
         branch->refresh(place);
     }
@@ -375,7 +383,7 @@ void TreeChildren::removeEmpty(TreeBlock& block) noexcept {
         m_root.reset();
         return;
     }
-    parent->remove(parent->placeOf(block));
+    parent->remove(block.place);
     if (parent->size() == 0) {
         removeEmpty(*parent);
     } else {
@@ -388,7 +396,7 @@ void TreeChildren::removeEmpty(TreeBlock& block) noexcept {
 void TreeChildren::merge(TreeBlock& block) noexcept {
     TreeBranch* const parent = block.parent;
     if (parent == nullptr || block.size() >= TreeBlock::kNarrow) return;
-    const std::size_t place = parent->placeOf(block);
+    const std::size_t place = block.place;
     const auto fits = [&](std::size_t other) {
         return other < parent->size() && parent->below[other].block->size() + block.size() <= TreeBlock::kMerged;
     };

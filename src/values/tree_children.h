@@ -71,6 +71,7 @@ class TreeChildren {
 
     void attach(KestTreeNode& node, TreeLeaf& leaf) noexcept;
     static void detach(KestTreeNode& node, const TreeLeaf& leaf) noexcept;
+    void beginEmptying(const TreeLeaf* leaf) noexcept;
     void rename(TreeLeaf& leaf, const KestTreeNode& node) noexcept;
 
     std::unique_ptr<TreeBlock> cloneOf(const TreeBlock& block);

@@ -274,8 +274,9 @@ bool Process::askForEnd(bool block) noexcept {
     int status = 0;
     const pid_t result = systemCall("waitpid", [&] { return ::waitpid(process, &status, block ? 0 : WNOHANG); });
     if (result == process) m_exitCode = WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
-    // A program that ignores SIGCHLD, or waits for any child on its own, leaves us none.
-    return result == process || (result < 0 && errno == ECHILD);
+    // A program that ignores SIGCHLD, or waits for any child itself, leaves none for this call. No other failure goes
+    // away either, so another look would not help.
+    return result != 0;
 }
 
 void Process::sleepUntilEnd(std::uint32_t timeout) noexcept {

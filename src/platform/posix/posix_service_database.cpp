@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <filesystem>
+#include <new>
 
 #include "platform/clock.h"
 #include "platform/posix/posix_call.h"
@@ -396,14 +397,18 @@ ErrorCode writeFile(int file, std::string_view bytes) {
     return 0;
 }
 
-void removeIfDeleted(int database, const std::string& name) {
-    const ServiceFiles files(database, name);
-    StoredService service;
-    // What is marked and not active reads as if it were not there. Asked without the lock first, which a service that
-    // merely stops shall not keep from the next to start.
-    if (files.read(service) != errorServiceDoesNotExist) return;
-    DatabaseLock lock;
-    if (lock.take(database) == 0 && files.read(service) == errorServiceDoesNotExist) files.remove();
+void removeIfDeleted(int database, const std::string& name) noexcept {
+    try {
+        const ServiceFiles files(database, name);
+        StoredService service;
+        // What is marked and not active reads as if it were not there. The first read is without the lock, so that a
+        // service that merely stops does not delay the next start.
+        if (files.read(service) != errorServiceDoesNotExist) return;
+        DatabaseLock lock;
+        if (lock.take(database) == 0 && files.read(service) == errorServiceDoesNotExist) files.remove();
+    } catch (const std::bad_alloc&) {
+        return;  // the service still counts as deleted, and a new one of that name replaces the files
+    }
 }
 
 }  // namespace KestSupport::platform

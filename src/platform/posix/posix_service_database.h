@@ -132,6 +132,6 @@ ErrorCode writeRecord(int record, const ServiceStatus& status);
 ErrorCode writeFile(int file, std::string_view bytes);
 
 /// Takes away what is left of a service that was marked for deletion, once it has stopped.
-void removeIfDeleted(int database, const std::string& name);
+void removeIfDeleted(int database, const std::string& name) noexcept;
 
 }  // namespace KestSupport::platform

@@ -158,6 +158,7 @@ class HostedService : public KestService {
         std::ofstream("arguments") << "<" << arguments << ">";
         std::this_thread::sleep_for(std::chrono::milliseconds(arguments == "slow " ? 1200 : 0));
         if (arguments == "throw ") throw KestException("no port", 98);
+        if (arguments == "throw ") throw std::runtime_error("broken");
         return arguments != "fail ";
     }
     bool stopIt() override {
@@ -206,7 +207,8 @@ TEST_F(HostedServiceTest, IsInstalledStartedStoppedAndRemoved) {
     std::string failure;
     EXPECT_EQ(Opened("hosted").call(&Manager::queryFailureText, failure), 0u);
     EXPECT_EQ(failure, "startIt threw no port (code 98)");
-    EXPECT_EQ(run("start hosted fail; await hosted 1; start hosted"), "0 0");
+    EXPECT_EQ(run("start hosted throw; await hosted 1; tell hosted"), "0 1/1/1064");
+    EXPECT_EQ(run("start hosted fail; await hosted 1; tell hosted; start hosted"), "0 1/1/0 0");
     EXPECT_EQ(Opened("hosted").call(&Manager::queryFailureText, failure), 0u);
     EXPECT_EQ(failure, "");
     EXPECT_TRUE(installer.remove());

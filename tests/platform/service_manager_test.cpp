@@ -64,6 +64,11 @@ const kit::ChildRole roles[] = {
     {"starting", dispatch<serve<kServiceStartPending, 0>>},
     {"failing", dispatch<serve<kServiceStopped, 0, 42>>},
     {"silent", dispatch<[](const Texts&) {}>},
+    {"mute",
+     [](const Texts&) {
+         const kit::FailingCalls calls("sendmsg");
+         return dispatch<serve<kServiceRunning, 3>>({});
+     }},
     {"throwing", dispatch<[](const Texts&) { throw 1; }>},
     {"ending", [](const Texts&) { return 3; }},
     {"never", [](const Texts&) { return kit::Gate().pass(), 0; }},
@@ -186,6 +191,7 @@ TEST_F(ServiceManagerTest, AStartThatFailsSaysWhy) {
     for (const auto& [role, told] : {std::pair{"ending", "0 1067 1/0/1067"},
                                      {"never", "0 1053 1/0/1053"},
                                      {"silent", "0 0 1/0/1067"},
+                                     {"mute", "0 1067 1/0/1067"},
                                      {"throwing", "0 0 1/0/1064"},
                                      {"failing", "0 0 1/0/42"}}) {
         const std::string name = role;

@@ -14,6 +14,9 @@ using namespace KestSupport;
 
 namespace {
 
+// Made at load, before there are threads.
+[[maybe_unused]] KestObjectFactory& g_factory = KestObjectFactory::getGlobalInstance();
+
 // Still active at the unload.
 std::mutex g_lock;
 std::vector<std::unique_ptr<KestTimer>> g_timers;
@@ -37,7 +40,6 @@ extern "C" __attribute__((visibility("default"))) bool useLibrary() {
     thread.wait(-1);
     leaveTimer();
     KestDateTime().toString();
-    KestObjectFactory::getGlobalInstance();
     KestGetEnvironmentVariable("none");
     try {
         throw KestException("text", 3);

@@ -354,8 +354,9 @@ void KestBufferStream::appendText(const void* text, std::uint64_t length, std::s
     const std::size_t bytes = byteCount(unitSize, length);
     // A length without its text would make a reader take what follows for the text.
     if (bytes > kMostBytes || !hasRoom(sizeof length + bytes)) return;
-    append(&length, sizeof length);
-    append(text, bytes);
+    copyBytes(m_buffer + m_end, &length, sizeof length);
+    copyBytes(m_buffer + m_end + sizeof length, text, bytes);
+    m_end += static_cast<std::uint32_t>(sizeof length + bytes);
 }
 
 template <typename Unit, typename Text>

@@ -18,16 +18,29 @@ struct MemoryLimit {
     inline static thread_local std::size_t t_most = std::numeric_limits<std::size_t>::max();
 };
 
-void* operator new(std::size_t size) {
+// All forms, since a sanitizer has each of its own. Out of line, or GCC takes free and new for a pair that does not
+// match.
+[[gnu::noinline]] void* operator new(std::size_t size) {
     void* const memory = size > MemoryLimit::t_most ? nullptr : std::malloc(size);
     return memory != nullptr ? memory : throw std::bad_alloc();
 }
-// Out of line, or GCC takes free and new for a pair that does not match.
+void* operator new[](std::size_t size) {
+    return operator new(size);
+}
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return std::malloc(size);
+}
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
+void operator delete(void* memory, std::size_t) noexcept {
+    operator delete(memory);
+}
+void operator delete[](void* memory) noexcept {
+    operator delete(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept {
+    operator delete(memory);
 }
 
 namespace KestSupport {

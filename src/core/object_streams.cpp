@@ -122,7 +122,7 @@ void assignText(char*& text, std::unique_ptr<char[]> units) {
 // pieces, each as long as all before it, until the stream delivers less than a piece.
 template <typename Unit>
 std::unique_ptr<Unit[]> readUnits(KestInputObjectStream& stream, std::uint64_t length) {
-    constexpr std::uint64_t firstPiece = 64 * 1024 / sizeof(Unit);
+    constexpr std::uint64_t firstPiece = std::uint64_t{64} * 1024 / sizeof(Unit);
     std::unique_ptr<Unit[]> units;
     for (std::uint64_t have = 0, piece = 0;; have += piece) {
         piece = std::min(length - have, std::max(have, firstPiece));

@@ -18,8 +18,8 @@ std::uint64_t publishedHalf(std::atomic<std::uint64_t>& half) {
 }  // namespace
 
 HashKey processHashKey() {
-    static constinit std::atomic<std::uint64_t> s_first{0}, s_second{0};
-    return {publishedHalf(s_first), publishedHalf(s_second)};
+    static constinit std::atomic<std::uint64_t> first{0}, second{0};
+    return {publishedHalf(first), publishedHalf(second)};
 }
 
 }  // namespace KestSupport::internal

@@ -10,6 +10,7 @@
 
 #include "platform/process_memory.h"
 #include "platform/text.h"
+#include "platform/uninterrupted.h"
 #include "support/strings.h"
 
 namespace KestSupport {
@@ -71,9 +72,15 @@ std::string decidingName(const std::locale& locale) {
     return deciding.empty() ? name : std::string(deciding);
 }
 
+// The runtime locks its locales while it reads one.
+std::locale namedLocale(const char* name) {
+    const platform::Uninterrupted whileRuntimeIsLocked;
+    return std::locale(name);
+}
+
 std::locale makeDefaultLocale() {
     try {
-        return std::locale("");
+        return namedLocale("");
     } catch (const std::runtime_error&) {
         const auto* end = std::end(localesServedByGlobal);
         const bool served = std::find(std::begin(localesServedByGlobal), end, platform::userLocaleId()) != end;
@@ -122,7 +129,7 @@ std::locale KestLocaleFactory::getLocale(Language language) {
     candidates.insert(candidates.begin(), name);
     for (const std::string& candidate : candidates) {
         try {
-            return std::locale(candidate.c_str());
+            return namedLocale(candidate.c_str());
         } catch (const std::runtime_error&) {
             // The next one may be known.
         }

@@ -9,10 +9,12 @@
 #include <optional>
 #include <streambuf>
 #include <string>
+#include <typeinfo>
 #include <utility>
 
 #include "platform/local_time.h"
 #include "platform/process_memory.h"
+#include "platform/uninterrupted.h"
 #include "values/civil_time.h"
 #include "values/local_zone.h"
 
@@ -69,6 +71,9 @@ wstring16 formatTime(const std::locale& locale, std::wios& state, const std::tm&
     const auto& facet = std::use_facet<std::time_put<wchar_t>>(locale);
     const std::wstring widePattern(pattern, pattern + wstring16::traits_type::length(pattern));
     UnitCollector collector;
+    // The standard facet asks the runtime, which locks its time zone; one of the user's is foreign code.
+    std::optional<platform::Uninterrupted> whileRuntimeIsLocked;
+    if (typeid(facet) == typeid(std::time_put<wchar_t>)) whileRuntimeIsLocked.emplace();
     facet.put(std::ostreambuf_iterator<wchar_t>(&collector), state, L'\0', &fields, widePattern.data(),
               widePattern.data() + widePattern.size());
     return collector.take();

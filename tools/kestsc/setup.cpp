@@ -1,6 +1,6 @@
 // install, delete, config.
 #include "command_line.h"
-#include "look.h"
+#include "queries.h"
 #include "report.h"
 
 namespace kestsc {

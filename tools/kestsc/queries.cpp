@@ -1,5 +1,5 @@
 // list, status, and config without a change.
-#include "look.h"
+#include "queries.h"
 
 #include "command_line.h"
 #include "json.h"

@@ -1,4 +1,4 @@
-#include "os/service_run.h"
+#include "os/service/service_run.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -6,8 +6,8 @@
 #include <memory>
 #include <mutex>
 
-#include "os/describe_exception.h"
-#include "os/service_host.h"
+#include "os/service/describe_exception.h"
+#include "os/service/service_host.h"
 #include "platform/thread.h"
 #include "text/log_record.h"
 

@@ -3,7 +3,7 @@
 #include <optional>
 #include <utility>
 
-#include "os/service_host.h"
+#include "os/service/service_host.h"
 #include "platform/console.h"
 #include "platform/supervisor.h"
 #include "text/log_record.h"

@@ -1,4 +1,4 @@
-#include "os/find_file.h"
+#include "os/utilities/find_file.h"
 
 #include <cerrno>
 

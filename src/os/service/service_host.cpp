@@ -1,9 +1,9 @@
-#include "os/service_host.h"
+#include "os/service/service_host.h"
 
 #include <mutex>
 
-#include "os/describe_exception.h"
-#include "os/service_run.h"
+#include "os/service/describe_exception.h"
+#include "os/service/service_run.h"
 #include "platform/console.h"
 #include "platform/uninterrupted.h"
 #include "text/log_record.h"

@@ -1,5 +1,5 @@
 // How a service enters the manager's database and leaves it.
-#include "os/service_host.h"
+#include "os/service/service_host.h"
 #include "platform/process.h"
 #include "platform/program_path.h"
 #include "platform/service_manager.h"

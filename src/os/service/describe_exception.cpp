@@ -1,4 +1,4 @@
-#include "os/describe_exception.h"
+#include "os/service/describe_exception.h"
 
 #include <exception>
 

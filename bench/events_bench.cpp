@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "bench_kit.h"
-#include "platform/posix/posix_futex.h"
+#include "platform/linux/linux_futex.h"
 #include "platform/wait.h"
 #include "support/events.h"
 #ifdef KEST_HAVE_POCO

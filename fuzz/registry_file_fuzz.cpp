@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "platform/registry_file.h"
+#include "platform/common/registry_file.h"
 
 using KestSupport::platform::RegistryFile;
 

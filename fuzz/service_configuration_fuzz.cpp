@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/posix/posix_service_configuration.h"
+#include "platform/linux/linux_service_configuration.h"
 
 using namespace KestSupport::platform;
 

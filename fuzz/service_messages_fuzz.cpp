@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "platform/posix/posix_service_messages.h"
+#include "platform/linux/linux_service_messages.h"
 
 using namespace KestSupport::platform;
 

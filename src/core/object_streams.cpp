@@ -10,7 +10,7 @@
 #include <typeinfo>
 #include <utility>
 
-#include "platform/fault_seam.h"
+#include "platform/common/fault_seam.h"
 #include "sync/biased_guard.h"
 
 namespace KestSupport {

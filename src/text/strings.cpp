@@ -6,7 +6,7 @@
 #include <typeinfo>
 #include <vector>
 
-#include "platform/ascii_words.h"
+#include "platform/common/ascii_words.h"
 #include "platform/error.h"
 #include "platform/text.h"
 #include "support/exceptions.h"

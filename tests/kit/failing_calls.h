@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <string_view>
 
-#include "platform/fault_seam.h"
+#include "platform/common/fault_seam.h"
 
 namespace kit {
 

@@ -5,8 +5,8 @@
 
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
-#include "platform/posix/posix_barrier.h"
-#include "platform/posix/posix_wait_object.h"
+#include "platform/linux/linux_barrier.h"
+#include "platform/linux/linux_wait_object.h"
 
 using namespace KestSupport::platform;
 

@@ -15,7 +15,7 @@
 
 #include "kit/failing_calls.h"
 #include "kit/service_fixture.h"
-#include "platform/posix/posix_service_socket.h"
+#include "platform/linux/linux_service_socket.h"
 
 namespace {
 

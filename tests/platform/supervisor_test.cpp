@@ -9,7 +9,7 @@
 #include "kit/environment_guard.h"
 #include "kit/failing_calls.h"
 #include "kit/temporary_folder.h"
-#include "platform/posix/posix_descriptor.h"
+#include "platform/linux/linux_descriptor.h"
 #include "support/service.h"
 
 namespace {

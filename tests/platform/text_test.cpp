@@ -6,7 +6,7 @@
 #include <tuple>
 
 #include "kit/environment_guard.h"
-#include "platform/fault_seam.h"
+#include "platform/common/fault_seam.h"
 
 namespace {
 

@@ -1,0 +1,109 @@
+// Command lines by the quoting rules of the shell, without its expansions.
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+
+#include "platform/process.h"
+
+namespace KestSupport::platform {
+namespace {
+
+constexpr std::string_view kSeparators = " \t\n";
+constexpr std::string_view kKeptBehindBackslash = "\"\\$`";
+// What no shell gives a meaning, anywhere in a word.
+constexpr std::string_view kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_@%+:,./-";
+
+class Splitter {
+  public:
+    explicit Splitter(std::string_view text) noexcept : m_text(text) {}
+
+    /// The next word; false when there is none.
+    bool next(std::string& word) {
+        // A continued line is none of the separators, but makes no word either.
+        for (;;) {
+            m_position = std::min(m_text.find_first_not_of(kSeparators, m_position), m_text.size());
+            if (!m_text.substr(m_position).starts_with("\\\n")) break;
+            m_position += 2;
+        }
+        if (m_position == m_text.size()) return false;
+        while (m_position < m_text.size() && kSeparators.find(m_text[m_position]) == std::string_view::npos)
+            takeOne(word);
+        return true;
+    }
+
+  private:
+    void takeOne(std::string& word) {
+        const char c = m_text[m_position++];
+        if (c == '\'') {
+            const std::size_t end = std::min(m_text.find('\'', m_position), m_text.size());
+            word.append(m_text.substr(m_position, end - m_position));
+            m_position = end + 1;
+        } else if (c == '"') {
+            takeDoubleQuoted(word);
+        } else if (c == '\\' && m_position < m_text.size()) {
+            if (m_text[m_position] != '\n') word += m_text[m_position];
+            ++m_position;
+        } else {
+            word += c;
+        }
+    }
+
+    void takeDoubleQuoted(std::string& word) {
+        while (m_position < m_text.size()) {
+            const char c = m_text[m_position++];
+            if (c == '"') return;
+            const char behind = c == '\\' && m_position < m_text.size() ? m_text[m_position] : '\0';
+            if (behind == '\n') {
+                ++m_position;
+            } else if (behind != '\0' && kKeptBehindBackslash.find(behind) != std::string_view::npos) {
+                word += behind;
+                ++m_position;
+            } else {
+                word += c;
+            }
+        }
+    }
+
+    const std::string_view m_text;
+    std::size_t m_position = 0;
+};
+
+}  // namespace
+
+std::vector<std::string> splitArguments(std::string_view commandLine) {
+    std::vector<std::string> words;
+    Splitter splitter(commandLine);
+    for (std::string word; splitter.next(word); word.clear())
+        words.push_back(word);
+    return words;
+}
+
+std::string quoteArgument(std::string_view argument) {
+    if (!argument.empty() && argument.find_first_not_of(kPlain) == std::string_view::npos) return std::string(argument);
+    std::string quoted = "'";
+    for (const char c : argument)
+        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return quoted + "'";
+}
+
+std::string quoteProgram(const std::string& commandLine) {
+    if (!commandLine.starts_with('/')) return commandLine;
+    for (std::size_t end = commandLine.size(); end != std::string::npos;) {
+        const std::string path = commandLine.substr(0, end);
+        std::error_code ignored;
+        if (std::filesystem::is_regular_file(path, ignored)) return quoteArgument(path) + commandLine.substr(end);
+        end = commandLine.find_last_of(" \t\n", end - 1);
+    }
+    return commandLine;
+}
+
+std::string joinArguments(const std::vector<std::string>& arguments) {
+    std::string commandLine;
+    for (const std::string& argument : arguments) {
+        if (!commandLine.empty()) commandLine += ' ';
+        commandLine += quoteArgument(argument);
+    }
+    return commandLine;
+}
+
+}  // namespace KestSupport::platform

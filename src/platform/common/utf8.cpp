@@ -1,0 +1,212 @@
+#include "platform/common/utf8.h"
+
+#include "platform/common/ascii_words.h"
+
+namespace KestSupport::platform {
+namespace {
+
+// A character and the number of source units that it, or the maximal part of a broken sequence, takes.
+struct Decoded {
+    char32_t character;
+    std::size_t taken;
+};
+
+constexpr Decoded broken(std::size_t taken) {
+    return {replacementUnit, taken};
+}
+
+// What a lead byte says: how many bytes follow, its own share of the character, and the range of the first that
+// follows, which alone tells overlong forms, surrogates and values beyond U+10FFFF from good ones.
+struct Lead {
+    std::size_t trailing;
+    char32_t bits;
+    unsigned char lowest;
+    unsigned char highest;
+};
+
+constexpr Lead readLead(unsigned char byte) {
+    if (byte >= 0xC2 && byte <= 0xDF) return {1, byte & 0x1Fu, 0x80, 0xBF};
+    if ((byte & 0xF0) == 0xE0) {
+        return {2, byte & 0x0Fu, static_cast<unsigned char>(byte == 0xE0 ? 0xA0 : 0x80),
+                static_cast<unsigned char>(byte == 0xED ? 0x9F : 0xBF)};
+    }
+    if (byte >= 0xF0 && byte <= 0xF4) {
+        return {3, byte & 0x07u, static_cast<unsigned char>(byte == 0xF0 ? 0x90 : 0x80),
+                static_cast<unsigned char>(byte == 0xF4 ? 0x8F : 0xBF)};
+    }
+    return {0, 0, 0, 0};
+}
+
+// Reads one character that is not ASCII.
+Decoded decodeUtf8(const unsigned char* text, std::size_t length) {
+    const Lead lead = readLead(text[0]);
+    if (lead.trailing == 0) return broken(1);
+    char32_t character = lead.bits;
+    unsigned char lowest = lead.lowest;
+    unsigned char highest = lead.highest;
+    for (std::size_t i = 1; i <= lead.trailing; ++i) {
+        if (i == length || text[i] < lowest || text[i] > highest) return broken(i);
+        character = (character << 6) | (text[i] & 0x3Fu);
+        lowest = 0x80;
+        highest = 0xBF;
+    }
+    return {character, lead.trailing + 1};
+}
+
+constexpr bool isHighSurrogate(char32_t unit) {
+    return (unit & 0xFC00) == 0xD800;
+}
+constexpr bool isLowSurrogate(char32_t unit) {
+    return (unit & 0xFC00) == 0xDC00;
+}
+
+// Reads one character from units.
+Decoded decodeUtf16(const unsigned short* text, std::size_t length) {
+    const char32_t unit = text[0];
+    if (isHighSurrogate(unit) && length > 1 && isLowSurrogate(text[1])) {
+        return {0x10000 + ((unit & 0x3FF) << 10) + (text[1] & 0x3FFu), 2};
+    }
+    return isHighSurrogate(unit) || isLowSurrogate(unit) ? broken(1) : Decoded{unit, 1};
+}
+
+constexpr std::size_t utf8Length(char32_t character) {
+    return character < 0x800 ? 2 : character < 0x10000 ? 3 : 4;
+}
+
+// Writes one character that is not ASCII.
+void encodeUtf8(char32_t character, std::size_t length, char* dest) {
+    const auto trailing = [&](unsigned shift) { return static_cast<char>(0x80 | ((character >> shift) & 0x3F)); };
+    if (length == 2) {
+        dest[0] = static_cast<char>(0xC0 | (character >> 6));
+        dest[1] = trailing(0);
+    } else if (length == 3) {
+        dest[0] = static_cast<char>(0xE0 | (character >> 12));
+        dest[1] = trailing(6);
+        dest[2] = trailing(0);
+    } else {
+        dest[0] = static_cast<char>(0xF0 | (character >> 18));
+        dest[1] = trailing(12);
+        dest[2] = trailing(6);
+        dest[3] = trailing(0);
+    }
+}
+
+constexpr bool isTrailing(unsigned char byte) {
+    return (byte & 0xC0) == 0x80;
+}
+
+// A conversion in progress: what is left of the source, and of the destination.
+template <typename From, typename To>
+struct Progress {
+    const From* text;
+    const From* end;
+    To* dest;
+    To* destEnd;
+
+    std::size_t left() const { return static_cast<std::size_t>(end - text); }
+    std::size_t space() const { return static_cast<std::size_t>(destEnd - dest); }
+    bool goesOn() const { return text != end && dest != destEnd; }
+
+    // ASCII, for as long as it lasts.
+    void copyAscii() {
+        constexpr std::size_t block = unitsPerWord<From>;
+        while (left() >= block && space() >= block && isAsciiWord<From>(loadWord(text))) {
+            for (std::size_t i = 0; i < block; ++i)
+                dest[i] = static_cast<To>(text[i]);
+            text += block;
+            dest += block;
+        }
+        while (goesOn() && *text < 0x80)
+            *dest++ = static_cast<To>(*text++);
+    }
+};
+
+using Widening = Progress<unsigned char, unsigned short>;
+using Narrowing = Progress<unsigned short, char>;
+
+// These convert characters of one length, for as long as such follow each other: text stays with one script for a
+// while.
+void widenTwoByteRun(Widening& p) {
+    while (p.left() >= 2 && p.dest != p.destEnd && p.text[0] >= 0xC2 && p.text[0] <= 0xDF && isTrailing(p.text[1])) {
+        *p.dest++ = static_cast<unsigned short>((p.text[0] & 0x1F) << 6 | (p.text[1] & 0x3F));
+        p.text += 2;
+    }
+}
+
+void widenThreeByteRun(Widening& p) {
+    // From E1 to EC any trailing bytes are good.
+    while (p.left() >= 3 && p.dest != p.destEnd && p.text[0] >= 0xE1 && p.text[0] <= 0xEC && isTrailing(p.text[1]) &&
+           isTrailing(p.text[2])) {
+        *p.dest++ =
+            static_cast<unsigned short>((p.text[0] & 0x0F) << 12 | (p.text[1] & 0x3F) << 6 | (p.text[2] & 0x3F));
+        p.text += 3;
+    }
+}
+
+// Any character; false when it does not fit.
+bool widenOne(Widening& p) {
+    const Decoded next = decodeUtf8(p.text, p.left());
+    p.text += next.taken;
+    if (p.space() < (next.character < 0x10000 ? 1 : 2)) return false;
+    if (next.character < 0x10000) {
+        *p.dest++ = static_cast<unsigned short>(next.character);
+    } else {
+        *p.dest++ = static_cast<unsigned short>(0xD7C0 + (next.character >> 10));
+        *p.dest++ = static_cast<unsigned short>(0xDC00 | (next.character & 0x3FF));
+    }
+    return true;
+}
+
+void narrowTwoByteRun(Narrowing& p) {
+    while (p.text != p.end && p.space() >= 2 && *p.text >= 0x80 && *p.text < 0x800) {
+        encodeUtf8(*p.text++, 2, p.dest);
+        p.dest += 2;
+    }
+}
+
+void narrowThreeByteRun(Narrowing& p) {
+    // Below the surrogates.
+    while (p.text != p.end && p.space() >= 3 && *p.text >= 0x800 && *p.text < 0xD800) {
+        encodeUtf8(*p.text++, 3, p.dest);
+        p.dest += 3;
+    }
+}
+
+bool narrowOne(Narrowing& p) {
+    const Decoded next = decodeUtf16(p.text, p.left());
+    p.text += next.taken;
+    const std::size_t bytes = utf8Length(next.character);
+    if (p.space() < bytes) return false;
+    encodeUtf8(next.character, bytes, p.dest);
+    p.dest += bytes;
+    return true;
+}
+
+}  // namespace
+
+std::size_t widenUtf8(const char* text, std::size_t length, unsigned short* dest, std::size_t capacity) noexcept {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text);
+    Widening p{bytes, bytes + length, dest, dest + capacity};
+    while (p.text != p.end) {
+        const unsigned char* before = p.text;
+        p.copyAscii();
+        widenTwoByteRun(p);
+        widenThreeByteRun(p);
+        if (p.text == before && !widenOne(p)) return 0;
+    }
+    return static_cast<std::size_t>(p.dest - dest);
+}
+
+std::size_t narrowUtf8(const unsigned short* text, std::size_t length, char* dest, std::size_t capacity) noexcept {
+    Narrowing p{text, text + length, dest, dest + capacity};
+    while (p.text != p.end) {
+        const unsigned short* before = p.text;
+        p.copyAscii();
+        narrowTwoByteRun(p);
+        narrowThreeByteRun(p);
+        if (p.text == before && !narrowOne(p)) return 0;
+    }
+    return static_cast<std::size_t>(p.dest - dest);
+}
+
+}  // namespace KestSupport::platform

@@ -1,0 +1,260 @@
+#include "platform/linux/linux_character_sets.h"
+
+#include <iconv.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <bit>
+#include <cerrno>
+#include <cstdint>
+#include <iterator>
+#include <new>
+#include <numeric>
+#include <string_view>
+#include <utility>
+
+#include "platform/common/fault_seam.h"
+#include "platform/thread.h"
+#include "platform/uninterrupted.h"
+
+namespace KestSupport::platform {
+namespace {
+
+// Windows-1252, 0x80 to 0x9F; each other byte is its own unit. The five bytes without a character stand for the control
+// characters of the same number, so that any bytes survive the way there and back.
+constexpr unsigned short units1252[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
+                                          0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
+                                          0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
+                                          0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+
+constexpr const char* nativeUtf16 = std::endian::native == std::endian::little ? "UTF-16LE" : "UTF-16BE";
+
+// One conversion in progress.
+class Iconv {
+  public:
+    Iconv(const char* to, const char* from) {
+        if (const int error = injectedFault("iconv_open"); error != 0) {
+            errno = error;
+            return;
+        }
+        m_handle = iconv_open(to, from);
+        m_open = reinterpret_cast<std::intptr_t>(m_handle) != -1;
+    }
+    Iconv(const Iconv&) = delete;
+    Iconv& operator=(const Iconv&) = delete;
+    ~Iconv() {
+        if (m_open) iconv_close(m_handle);
+    }
+
+    bool isOpen() const { return m_open; }
+
+    /// Back to the initial state.
+    void restart() { iconv(m_handle, nullptr, nullptr, nullptr, nullptr); }
+
+    /// Converts until the source is used up (0) or something stops it (an errno value). An empty source ends the text:
+    /// it writes what is still due and returns to the initial state.
+    int run(std::string_view& source, char*& dest, std::size_t& space) {
+        // iconv takes the source as writable and leaves it alone.
+        auto* in = const_cast<char*>(source.data());
+        std::size_t left = source.size();
+        const std::size_t result = iconv(m_handle, left == 0 ? nullptr : &in, &left, &dest, &space);
+        source.remove_prefix(source.size() - left);
+        return result == static_cast<std::size_t>(-1) ? errno : 0;
+    }
+
+  private:
+    iconv_t m_handle = nullptr;
+    bool m_open = false;
+};
+
+// Where converted bytes go. They pass through a piece of its own, since iconv wants more room than some results take.
+struct Output {
+    char* dest;
+    std::size_t capacity;
+    std::size_t written = 0;
+
+    // Converts until the source is used up or has something that cannot be converted; false when it does not fit.
+    bool take(Iconv& conversion, std::string_view& source) {
+        for (int error = E2BIG; error == E2BIG;) {
+            char piece[512];
+            char* end = piece;
+            std::size_t space = sizeof piece;
+            error = conversion.run(source, end, space);
+            const auto length = static_cast<std::size_t>(end - piece);
+            if (length > capacity - written) return false;
+            std::copy_n(piece, length, dest + written);
+            written += length;
+        }
+        return true;
+    }
+};
+
+// The conversions in one direction that no thread uses at present. A conversion has a state, so a thread takes it out
+// for a text, and opens another when there is none. One is opened beforehand: while all are in use and the system
+// refuses another, a thread waits for it.
+class ConversionPool {
+  public:
+    ConversionPool(std::string to, std::string from) : m_to(std::move(to)), m_from(std::move(from)) { give(open()); }
+    ConversionPool(const ConversionPool&) = delete;
+    ConversionPool& operator=(const ConversionPool&) = delete;
+    ~ConversionPool() {
+        for (auto& place : m_places)
+            delete place.load();
+    }
+
+    bool isOpen() const { return m_places[0] != nullptr; }
+
+    std::unique_ptr<Iconv> take() const {
+        for (;;) {
+            for (auto& place : m_places) {
+                if (Iconv* const idle = place.exchange(nullptr)) return std::unique_ptr<Iconv>(idle);
+            }
+            if (auto another = open(); another != nullptr) return another;
+            sleepThread(1);
+        }
+    }
+
+    void give(std::unique_ptr<Iconv> conversion) const {
+        for (auto& place : m_places) {
+            Iconv* empty = nullptr;
+            if (!place.compare_exchange_strong(empty, conversion.get())) continue;
+            conversion.release();
+            return;
+        }
+    }
+
+  private:
+    std::unique_ptr<Iconv> open() const {
+        std::unique_ptr<Iconv> conversion(new (std::nothrow) Iconv(m_to.c_str(), m_from.c_str()));
+        if (conversion != nullptr && !conversion->isOpen()) conversion.reset();
+        return conversion;
+    }
+
+    const std::string m_to;
+    const std::string m_from;
+    mutable std::array<std::atomic<Iconv*>, 4> m_places{};
+};
+
+// A set that iconv converts: one in which a character may take several bytes.
+class IconvSet : public CharacterSet {
+  public:
+    explicit IconvSet(const std::string& name) : m_widening(nativeUtf16, name), m_narrowing(name, nativeUtf16) {}
+
+    bool isOpen() const { return m_widening.isOpen() && m_narrowing.isOpen(); }
+
+    std::size_t widen(const char* text, std::size_t length, unsigned short* dest, std::size_t capacity) const override {
+        return convert(m_widening, {text, length}, "?", {reinterpret_cast<char*>(dest), capacity * sizeof *dest}) /
+               sizeof *dest;
+    }
+
+    std::size_t narrow(const unsigned short* text, std::size_t length, char* dest,
+                       std::size_t capacity) const override {
+        constexpr unsigned short questionMark = '?';
+        return convert(m_narrowing, {reinterpret_cast<const char*>(text), length * sizeof *text},
+                       {reinterpret_cast<const char*>(&questionMark), sizeof questionMark}, {dest, capacity});
+    }
+
+  private:
+    static std::size_t convert(const ConversionPool& pool, std::string_view source, std::string_view questionMark,
+                               Output output) {
+        const Uninterrupted whileConversionIsTaken;
+        std::unique_ptr<Iconv> conversion = pool.take();
+        const bool fits = convert(*conversion, source, questionMark, output);
+        pool.give(std::move(conversion));
+        return fits ? output.written : 0;
+    }
+
+    // The question mark comes in the source's encoding: it goes through the conversion like the text, so that a set
+    // with shift states gets it right; its size is that of a unit of the source.
+    static bool convert(Iconv& conversion, std::string_view source, std::string_view questionMark, Output& output) {
+        conversion.restart();
+        while (!source.empty()) {
+            if (!output.take(conversion, source)) return false;
+            if (source.empty()) break;
+            source.remove_prefix(questionMark.size());
+            std::string_view replacement = questionMark;
+            if (!output.take(conversion, replacement)) return false;
+        }
+        return output.take(conversion, source);
+    }
+
+    const ConversionPool m_widening;
+    const ConversionPool m_narrowing;
+};
+
+enum class ByteKind { character, unknown, lead };
+
+// What one byte alone stands for.
+ByteKind readByte(Iconv& conversion, char byte, unsigned short& unit) {
+    std::string_view source(&byte, 1);
+    unsigned short units[8] = {};
+    char* dest = reinterpret_cast<char*>(units);
+    std::size_t space = sizeof units;
+    const int error = conversion.run(source, dest, space);
+    source = {};
+    conversion.run(source, dest, space);
+    if (error == EINVAL) return ByteKind::lead;
+    unit = units[0];
+    return error == 0 && space == sizeof units - sizeof unit ? ByteKind::character : ByteKind::unknown;
+}
+
+std::unique_ptr<CharacterSet> openIconvSet(const std::string& name) {
+    auto set = std::make_unique<IconvSet>(name);
+    if (!set->isOpen()) return nullptr;
+    return set;
+}
+
+}  // namespace
+
+SingleByteSet::SingleByteSet(const Units& units) : m_units(units) {
+    for (std::size_t i = 0; i < m_units.size(); ++i)
+        m_bytes[i] = {m_units[i], static_cast<char>(i)};
+    // Stable, for the bytes without a character are all '?': the '?' itself has the lowest number of them.
+    std::stable_sort(m_bytes.begin(), m_bytes.end(),
+                     [](const Mapping& a, const Mapping& b) { return a.unit < b.unit; });
+}
+
+std::unique_ptr<SingleByteSet> SingleByteSet::windows1252() {
+    Units units;
+    std::iota(units.begin(), units.end(), static_cast<unsigned short>(0));
+    std::copy(std::begin(units1252), std::end(units1252), units.begin() + 0x80);
+    return std::make_unique<SingleByteSet>(units);
+}
+
+char SingleByteSet::byteOf(unsigned short unit) const {
+    const auto found = std::lower_bound(m_bytes.begin(), m_bytes.end(), unit,
+                                        [](const Mapping& row, unsigned short u) { return row.unit < u; });
+    return found == m_bytes.end() || found->unit != unit ? '?' : found->byte;
+}
+
+std::size_t SingleByteSet::widen(const char* text, std::size_t length, unsigned short* dest,
+                                 std::size_t capacity) const {
+    if (length > capacity) return 0;
+    std::transform(text, text + length, dest, [&](char c) { return m_units[static_cast<unsigned char>(c)]; });
+    return length;
+}
+
+std::size_t SingleByteSet::narrow(const unsigned short* text, std::size_t length, char* dest,
+                                  std::size_t capacity) const {
+    if (length > capacity) return 0;
+    std::transform(text, text + length, dest, [&](unsigned short unit) {
+        return unit < m_units.size() && m_units[unit] == unit ? static_cast<char>(unit) : byteOf(unit);
+    });
+    return length;
+}
+
+std::unique_ptr<CharacterSet> openCharacterSet(const std::string& name) {
+    const Uninterrupted whileRuntimeIsLocked;
+    Iconv conversion(nativeUtf16, name.c_str());
+    if (!conversion.isOpen()) return nullptr;
+    SingleByteSet::Units units;
+    for (std::size_t i = 0; i < units.size(); ++i) {
+        const ByteKind kind = readByte(conversion, static_cast<char>(i), units[i]);
+        if (kind == ByteKind::lead) return openIconvSet(name);
+        if (kind == ByteKind::unknown) units[i] = '?';
+    }
+    return std::make_unique<SingleByteSet>(units);
+}
+
+}  // namespace KestSupport::platform

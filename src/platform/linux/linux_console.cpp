@@ -1,0 +1,151 @@
+// Terminals, and SIGINT, SIGTERM and SIGHUP as control events. A signal handler counts the signal and posts a
+// semaphore, both of which a signal handler may do; one thread takes the counts and delivers. No signal is blocked for
+// it, so that nothing of this passes to a child: a caught signal has its default effect again in the program that a
+// child executes.
+#include <dlfcn.h>
+#include <pthread.h>
+#include <semaphore.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+
+#include "platform/console.h"
+#include "platform/linux/linux_call.h"
+
+namespace KestSupport::platform {
+namespace {
+
+struct EventSignal {
+    int number;
+    std::uint32_t event;
+    ConsoleEvents kind;
+    std::atomic<unsigned> pending{0};
+    struct sigaction before = {};  // written while no handler of ours is installed
+};
+
+// Static storage without constructors or destructors: a signal may arrive at any time of the process's life.
+constinit std::array<EventSignal, 3> g_signals{EventSignal{SIGINT, kConsoleControlC, ConsoleEvents::ending},
+                                               EventSignal{SIGTERM, kConsoleControlBreak, ConsoleEvents::ending},
+                                               EventSignal{SIGHUP, kConsoleReload, ConsoleEvents::reload}};
+sem_t g_arrived;
+std::atomic<pid_t> g_owner{0};  // the process that the delivering thread belongs to
+std::atomic<ConsoleEventSink> g_sink{nullptr};
+
+static_assert(std::atomic<unsigned>::is_always_lock_free && std::atomic<pid_t>::is_always_lock_free,
+              "a signal handler may use lock-free atomics only");
+
+// A process forked from ours has no delivering thread; there the signal has its default effect, once this handler
+// returns.
+void onSignal(int number) {
+    const int savedError = errno;
+    if (g_owner.load(std::memory_order_relaxed) != getpid()) {
+        signal(number, SIG_DFL);
+        raise(number);
+    } else {
+        for (EventSignal& each : g_signals) {
+            if (each.number == number) each.pending.fetch_add(1, std::memory_order_release);
+        }
+        sem_post(&g_arrived);
+    }
+    errno = savedError;
+}
+
+void* deliverEvents(void*) {
+    for (;;) {
+        while (sem_wait(&g_arrived) != 0) {
+        }
+        for (EventSignal& each : g_signals) {
+            for (unsigned count = each.pending.exchange(0, std::memory_order_acquire); count > 0; --count) {
+                g_sink.load(std::memory_order_acquire)(each.event);
+            }
+        }
+    }
+    return nullptr;
+}
+
+// The delivering thread, and a signal that is on its way, would be left without their code by an unload.
+void stayLoaded() {
+    Dl_info here;
+    if (dladdr(&g_signals, &here) != 0) dlopen(here.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+}
+
+// The thread is made once and then stays, asleep unless an event arrives: ending it would mean waiting for a handler
+// that may itself be changing the list.
+bool startDelivery() {
+    if (g_owner.load(std::memory_order_relaxed) == getpid()) return true;
+    if (sem_init(&g_arrived, 0, 0) != 0) return false;
+    sigset_t all;
+    sigset_t callers;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &callers);
+    pthread_t thread;
+    const int error =
+        errorCall("pthread_create", [&] { return pthread_create(&thread, nullptr, deliverEvents, nullptr); });
+    pthread_sigmask(SIG_SETMASK, &callers, nullptr);
+    if (error != 0) return false;
+    pthread_detach(thread);
+    stayLoaded();
+    g_owner.store(getpid(), std::memory_order_relaxed);
+    return true;
+}
+
+bool catchSignal(EventSignal& which) {
+    // A SIGHUP that was ignored when the program started stays ignored, for the programs that this one starts too.
+    struct sigaction present = {};
+    sigaction(which.number, nullptr, &present);
+    if (which.kind == ConsoleEvents::reload && present.sa_handler == SIG_IGN) {
+        which.before = present;
+        return true;
+    }
+    struct sigaction ours = {};
+    ours.sa_handler = onSignal;
+    ours.sa_flags = SA_RESTART;
+    sigemptyset(&ours.sa_mask);
+    return systemCall("sigaction", [&] { return sigaction(which.number, &ours, &which.before); }) == 0;
+}
+
+}  // namespace
+
+bool isTerminal(StandardStream stream) noexcept {
+    return ::isatty(static_cast<int>(stream)) == 1;
+}
+
+bool openConsoleEvents(ConsoleEvents kind, ConsoleEventSink sink) {
+    g_sink.store(sink, std::memory_order_release);
+    if (!startDelivery()) return false;
+    for (std::size_t i = 0; i < g_signals.size(); ++i) {
+        if (g_signals[i].kind != kind || catchSignal(g_signals[i])) continue;
+        while (i-- > 0) {
+            if (g_signals[i].kind == kind) sigaction(g_signals[i].number, &g_signals[i].before, nullptr);
+        }
+        return false;
+    }
+    return true;
+}
+
+void closeConsoleEvents(ConsoleEvents kind) {
+    for (const EventSignal& each : g_signals) {
+        if (each.kind == kind) sigaction(each.number, &each.before, nullptr);
+    }
+}
+
+// The delivering thread blocks all signals, so this one reaches it where it is let in, under the former disposition.
+void giveFormerEffect(std::uint32_t event) {
+    for (EventSignal& each : g_signals) {
+        if (each.event != event) continue;
+        struct sigaction present = {};
+        sigaction(each.number, &each.before, &present);
+        sigset_t only;
+        sigemptyset(&only);
+        sigaddset(&only, each.number);
+        raise(each.number);
+        pthread_sigmask(SIG_UNBLOCK, &only, nullptr);
+        pthread_sigmask(SIG_BLOCK, &only, nullptr);
+        sigaction(each.number, &present, nullptr);
+    }
+}
+
+}  // namespace KestSupport::platform

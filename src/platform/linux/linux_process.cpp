@@ -1,0 +1,319 @@
+// Child processes by posix_spawn. A program that is to be nobody's child is started by a short-lived process in
+// between.
+#include "platform/process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sched.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+
+#include "platform/linux/linux_call.h"
+#include "platform/linux/linux_descriptor.h"
+#include "platform/wait.h"
+
+namespace KestSupport::platform {
+namespace {
+
+constexpr int kFirstOtherDescriptor = 3;
+// How often a process is looked at whose end the system will not announce.
+constexpr std::uint32_t kLookAgainAfter = 10;
+
+// What posix_spawn is to do besides starting the program.
+class SpawnPlan {
+  public:
+    SpawnPlan() noexcept {
+        posix_spawn_file_actions_init(&m_actions);
+        posix_spawnattr_init(&m_attributes);
+    }
+    SpawnPlan(const SpawnPlan&) = delete;
+    SpawnPlan& operator=(const SpawnPlan&) = delete;
+    ~SpawnPlan() {
+        posix_spawn_file_actions_destroy(&m_actions);
+        posix_spawnattr_destroy(&m_attributes);
+    }
+
+    /// 0, or an errno value. The words and the environment are read until the program was started.
+    int prepare(const ProcessRequest& request, std::vector<std::string>& words) {
+        if (int error = takeStandardHandles(request); error != 0) return error;
+        if (!request.workingDirectory.empty()) {
+            if (int error = anchor(words.front()); error != 0) return error;
+            if (int error = posix_spawn_file_actions_addchdir_np(&m_actions, request.workingDirectory.c_str());
+                error != 0) {
+                return error;
+            }
+        }
+        if (int error = posix_spawn_file_actions_addclosefrom_np(&m_actions, kFirstOtherDescriptor); error != 0) {
+            return error;
+        }
+        sigset_t signals;
+        sigemptyset(&signals);
+        posix_spawnattr_setsigmask(&m_attributes, &signals);
+        sigfillset(&signals);
+        posix_spawnattr_setsigdefault(&m_attributes, &signals);
+        const int session = request.detached ? POSIX_SPAWN_SETSID : 0;
+        const int effects = request.usualSurroundings ? POSIX_SPAWN_SETSIGDEF : 0;
+        posix_spawnattr_setflags(&m_attributes, static_cast<short>(POSIX_SPAWN_SETSIGMASK | session | effects));
+        for (std::string& word : words)
+            m_words.push_back(word.data());
+        m_words.push_back(nullptr);
+        fillEnvironment(request);
+        return 0;
+    }
+
+    /// 0 with the child's number, or an errno value. Allocates nothing, so it serves a forked process too.
+    int run(pid_t& child) noexcept {
+        return ::posix_spawnp(&child, m_words.front(), &m_actions, &m_attributes, m_words.data(), m_environment.data());
+    }
+
+  private:
+    int takeStandardHandles(const ProcessRequest& request) {
+        for (int target = 0; target < kFirstOtherDescriptor; ++target) {
+            const std::intptr_t handle = request.standardHandles[static_cast<std::size_t>(target)];
+            int error = 0;
+            if (handle == kNullDevice) {
+                error = posix_spawn_file_actions_addopen(&m_actions, target, "/dev/null", O_RDWR, 0);
+            } else if (handle != kInheritHandle) {
+                // A copy above the targets: one target may be another's source.
+                Descriptor& copy = m_sources[static_cast<std::size_t>(target)];
+                copy = Descriptor(systemCall("fcntl", [&] {
+                    return ::fcntl(static_cast<int>(handle), F_DUPFD_CLOEXEC, kFirstOtherDescriptor);
+                }));
+                if (copy.get() < 0) return errno;
+                error = posix_spawn_file_actions_adddup2(&m_actions, copy.get(), target);
+            }
+            if (error != 0) return error;
+        }
+        return 0;
+    }
+
+    // The child changes its folder before it looks for the program.
+    static int anchor(std::string& program) {
+        if (program.starts_with('/') || program.find('/') == std::string::npos) return 0;
+        std::array<char, 4096> folder;
+        if (systemCall("getcwd", [&] { return ::getcwd(folder.data(), folder.size()) == nullptr ? -1 : 0; }) != 0) {
+            return errno;
+        }
+        program = std::string(folder.data()) + '/' + program;
+        return 0;
+    }
+
+    void fillEnvironment(const ProcessRequest& request) {
+        for (const auto& [name, value] : request.environment)
+            m_additions.emplace_back(name).append(1, '=').append(value);
+        for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+            const std::string_view present = *entry;
+            const bool replaced = std::any_of(request.environment.begin(), request.environment.end(), [&](auto& added) {
+                return present.starts_with(added.first) && present.substr(added.first.size()).starts_with('=');
+            });
+            if (!replaced) m_environment.push_back(*entry);
+        }
+        for (std::string& addition : m_additions)
+            m_environment.push_back(addition.data());
+        m_environment.push_back(nullptr);
+    }
+
+    posix_spawn_file_actions_t m_actions;
+    posix_spawnattr_t m_attributes;
+    std::array<Descriptor, kFirstOtherDescriptor> m_sources;
+    std::vector<char*> m_words;
+    std::vector<std::string> m_additions;
+    std::vector<char*> m_environment;
+};
+
+int openProcess(std::uint32_t id) noexcept {
+    return static_cast<int>(systemCall("pidfd_open", [&] { return ::syscall(SYS_pidfd_open, id, 0); }));
+}
+
+// Children that no caller can wait for, since the system gave no handle of them after all. They are waited for when the
+// next program is started; one that finds no place is waited for by the system, after this process.
+constinit std::array<std::atomic<pid_t>, 64> g_abandoned{};
+
+void abandon(pid_t child) noexcept {
+    for (std::atomic<pid_t>& place : g_abandoned) {
+        pid_t empty = 0;
+        if (place.compare_exchange_strong(empty, child)) return;
+    }
+}
+
+void reapAbandoned() noexcept {
+    for (std::atomic<pid_t>& place : g_abandoned) {
+        pid_t child = place.load(std::memory_order_relaxed);
+        // Another thread must not wait for the number once it may be another child's.
+        if (child == 0 || !place.compare_exchange_strong(child, -1)) continue;
+        place = ::waitpid(child, nullptr, WNOHANG) == 0 ? child : 0;
+    }
+}
+
+struct Report {
+    int error = 0;
+    pid_t child = 0;
+};
+
+// The program inherits these. The system may keep a priority that is lower than usual.
+void takeUsualSurroundings() noexcept {
+    ::umask(S_IWGRP | S_IWOTH);
+    const sched_param usual{};
+    ::sched_setscheduler(0, SCHED_OTHER, &usual);
+    ::setpriority(PRIO_PROCESS, 0, 0);
+}
+
+// The process in between. It ends only after the other side has seen the report: until then its child's number is not
+// given to another process. It holds copies of all descriptors of the process that started it, so it closes them before
+// it waits: otherwise a port would stay taken, and the end of the other side would not be seen, since the socket's
+// other end was open here, or in the process in between of another thread's start.
+[[noreturn]] void runBetween(SpawnPlan& plan, const ProcessRequest& request, int socket) noexcept {
+    if (request.usualSurroundings) takeUsualSurroundings();
+    Report report;
+    report.error = plan.run(report.child);
+    if (report.error == 0 && request.announce) request.announce(static_cast<std::uint32_t>(report.child));
+    ::dup2(socket, STDIN_FILENO);
+    ::closefrom(STDIN_FILENO + 1);
+    char answer = 0;
+    if (::send(STDIN_FILENO, &report, sizeof report, MSG_NOSIGNAL) == sizeof report) {
+        uninterrupted([&] { return ::recv(STDIN_FILENO, &answer, sizeof answer, 0); });
+    } else if (report.error == 0) {
+        // No process knows of the program, so it must not run on.
+        ::kill(-report.child, SIGKILL);
+    }
+    ::_exit(0);
+}
+
+// Starts the process in between. No signal ends it or is handled in it: a Ctrl+C reaches each process of the terminal.
+pid_t forkBetween(SpawnPlan& plan, const ProcessRequest& request, int socket) noexcept {
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &before);
+    const pid_t between = systemCall("fork", [] { return ::fork(); });
+    if (between == 0) runBetween(plan, request, socket);
+    const int error = errno;
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    errno = error;
+    return between;
+}
+
+int runDetached(SpawnPlan& plan, const ProcessRequest& request, pid_t& child, std::intptr_t& handle) noexcept {
+    int ends[2];
+    if (systemCall("socketpair", [&] { return ::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends); }) != 0) {
+        return errno;
+    }
+    const Descriptor ours(ends[0]);
+    Descriptor theirs(ends[1]);
+    const pid_t between = forkBetween(plan, request, theirs.get());
+    if (between < 0) return errno;
+    theirs = Descriptor();
+    Report report;
+    const ssize_t size = uninterrupted([&] { return ::recv(ours.get(), &report, sizeof report, 0); });
+    if (size != sizeof report) report.error = ECHILD;
+    child = report.child;
+    if (report.error == 0) handle = openProcess(static_cast<std::uint32_t>(child));
+    const char answer = 0;
+    ::send(ours.get(), &answer, sizeof answer, MSG_NOSIGNAL);
+    uninterrupted([&] { return ::waitpid(between, nullptr, 0); });
+    return report.error;
+}
+
+// A file without the permission to be executed is a document to us, not a thing that is forbidden.
+ErrorCode startError(int error, const std::string& program) noexcept {
+    struct stat status {};
+    if (error == EACCES && program.find('/') != std::string::npos && ::stat(program.c_str(), &status) == 0 &&
+        S_ISREG(status.st_mode) && ::access(program.c_str(), X_OK) != 0) {
+        return errorBadExecutable;
+    }
+    return errorFromErrno(error);
+}
+
+}  // namespace
+
+Process::~Process() {
+    if (m_handle >= 0) ::close(static_cast<int>(m_handle));
+}
+
+ErrorCode Process::start(const ProcessRequest& request) {
+    std::vector<std::string> words = splitArguments(request.commandLine);
+    if (words.empty()) return errorInvalidParameter;
+    SpawnPlan plan;
+    reapAbandoned();
+    // Open until the program runs, so that there is room for the program's own.
+    Descriptor probe(request.wantsHandle ? openProcess(static_cast<std::uint32_t>(::getpid())) : -1);
+    ProcessRequest effective = request;
+    effective.detached = request.detached || (request.wantsHandle && !probe.isOpen());
+    if (const int error = plan.prepare(effective, words); error != 0) return errorFromErrno(error);
+    pid_t child = 0;
+    int error = injectedFault("posix_spawn");
+    if (error == 0) error = effective.detached ? runDetached(plan, effective, child, m_handle) : plan.run(child);
+    if (error != 0) return startError(error, words.front());
+    m_id = static_cast<std::uint32_t>(child);
+    m_detached = effective.detached;
+    probe.close();
+    if (request.wantsHandle && m_handle < 0) m_handle = openProcess(m_id);
+    if (request.wantsHandle && m_handle < 0 && !m_detached) abandon(child);
+    return errorSuccess;
+}
+
+// Looks whether the program has ended, or blocks until it has.
+bool Process::askForEnd(bool block) noexcept {
+    const auto process = static_cast<pid_t>(m_id);
+    if (m_detached) {
+        if (m_handle < 0) return ::kill(process, 0) != 0 && errno == ESRCH;
+        pollfd polled{static_cast<int>(m_handle), POLLIN, 0};
+        return systemCall("poll", [&] { return ::poll(&polled, 1, block ? -1 : 0); }) > 0;
+    }
+    int status = 0;
+    const pid_t result = systemCall("waitpid", [&] { return ::waitpid(process, &status, block ? 0 : WNOHANG); });
+    if (result == process) m_exitCode = WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+    // A program that ignores SIGCHLD, or waits for any child itself, leaves none for this call. No other failure goes
+    // away either, so another look would not help.
+    return result != 0;
+}
+
+void Process::sleepUntilEnd(std::uint32_t timeout) noexcept {
+    if (m_handle < 0 && !m_detached) m_handle = openProcess(m_id);
+    pollfd polled{static_cast<int>(m_handle), POLLIN, 0};
+    const std::uint32_t most = m_handle < 0 ? kLookAgainAfter : std::numeric_limits<int>::max();
+    ::poll(&polled, m_handle < 0 ? 0 : 1, static_cast<int>(std::min(timeout, most)));
+}
+
+bool Process::wait(std::uint32_t timeout) noexcept {
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point begin = Clock::now();
+    std::uint32_t left = timeout;
+    while (!m_ended) {
+        m_ended = askForEnd(left == kInfinite);
+        if (m_ended || left == 0) break;
+        sleepUntilEnd(left);
+        if (timeout == kInfinite) continue;
+        const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count();
+        left = passed >= timeout ? 0 : timeout - static_cast<std::uint32_t>(passed);
+    }
+    return m_ended;
+}
+
+std::intptr_t Process::duplicateHandle() noexcept {
+    if (m_handle < 0 && !m_ended && !m_detached && m_id != 0) m_handle = openProcess(m_id);
+    if (m_handle < 0) return kInheritHandle;
+    return systemCall("fcntl",
+                      [&] { return ::fcntl(static_cast<int>(m_handle), F_DUPFD_CLOEXEC, kFirstOtherDescriptor); });
+}
+
+ErrorCode openDocument(const std::string& path) {
+    ProcessRequest request;
+    request.commandLine = joinArguments({"xdg-open", path});
+    request.detached = true;
+    Process opener;
+    return opener.start(request);
+}
+
+}  // namespace KestSupport::platform

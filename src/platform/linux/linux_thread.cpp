@@ -1,0 +1,396 @@
+// Native threads, and taking one out of its run by a signal.
+//
+// A thread is suspended and terminated by a real-time signal to it. The signal's handler lets the thread continue when
+// it is in a region of the platform layer (which then runs the request at its end), when it holds the lock of a
+// standard output stream, or inside the C runtime at a place where it may hold a lock of the allocator; the requesting
+// thread repeats the signal until the thread has complied. Termination jumps from the handler to the thread's outermost
+// frame, so nothing is unwound.
+#include "platform/thread.h"
+
+#include <pthread.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <new>
+#include <utility>
+
+#include "platform/linux/linux_call.h"
+#include "platform/linux/linux_runtime_locks.h"
+#include "platform/linux/linux_wait_object.h"
+
+namespace KestSupport::platform {
+namespace {
+
+constexpr std::uint32_t kMostSuspensions = 127;
+constexpr std::int64_t kMillisecond = 1'000'000;
+// A thread that does little but allocate is outside the runtime for a few instructions at a time, so the signal comes
+// often and for long before the thread is taken where it should not be.
+constexpr std::int64_t kFirstPause = 20'000;
+constexpr std::int64_t kLongestPause = 200'000;
+// Signals that a thread does not take pile up, and the system limits their number for each user.
+constexpr std::int64_t kUnheardAfter = 50 * kMillisecond;
+constexpr std::int64_t kForceAfter = 5000 * kMillisecond;
+constexpr std::int64_t kGiveUpAfter = 10'000 * kMillisecond;
+
+// A thread whose handle was closed before its end is joined by the next such thread, and the last one at the unload. So
+// there is never more than one of them, and it is known when all have left the code of the library.
+struct LastEnded {
+    pid_t process = 0;  // 0 for none; a forked process has none of its parent's threads
+    pthread_t native{};
+
+    void join() const noexcept {
+        if (process == getpid()) pthread_join(native, nullptr);
+    }
+};
+constinit LastEnded g_lastEnded;              // guarded by the dispatcher lock
+constinit std::atomic<int> g_leaving{0};      // threads that have closed their own handle, and are not g_lastEnded yet
+constinit std::atomic<pid_t> g_leavingIn{0};  // the process that they belong to
+
+int controlSignal() noexcept {
+    return SIGRTMIN + 6;
+}
+
+// What new threads start with: the scheduling of the process when it loaded the library.
+struct Scheduling {
+    int policy = SCHED_OTHER;
+    sched_param parameters{};
+    int niceness = 0;
+};
+constinit Scheduling g_defaultScheduling;
+
+[[gnu::constructor(101)]] void noteDefaultScheduling() noexcept {
+    const pid_t process = getpid();
+    const int policy = sched_getscheduler(process);
+    if (policy == -1 || sched_getparam(process, &g_defaultScheduling.parameters) != 0) return;
+    g_defaultScheduling.policy = policy;
+    g_defaultScheduling.niceness = getpriority(PRIO_PROCESS, static_cast<id_t>(process));
+}
+
+// A new thread inherits the policy and niceness of the thread that made it. Where the system refuses the change, the
+// thread keeps them.
+void takeDefaultScheduling() noexcept {
+    const Scheduling& wanted = g_defaultScheduling;
+    sched_param parameters{};
+    if (sched_getscheduler(0) != wanted.policy ||
+        (sched_getparam(0, &parameters) == 0 && parameters.sched_priority != wanted.parameters.sched_priority)) {
+        systemCall("sched_setscheduler", [&] { return sched_setscheduler(0, wanted.policy, &wanted.parameters); });
+    }
+    if (getpriority(PRIO_PROCESS, 0) != wanted.niceness) {
+        systemCall("setpriority", [&] { return setpriority(PRIO_PROCESS, 0, wanted.niceness); });
+    }
+}
+
+// A new thread inherits the signal mask of the thread that made it.
+void unblockControlSignal() noexcept {
+    sigset_t control;
+    sigemptyset(&control);
+    sigaddset(&control, controlSignal());
+    pthread_sigmask(SIG_UNBLOCK, &control, nullptr);
+}
+
+[[noreturn]] void terminateHere(ThreadObject& thread) noexcept {
+    ThreadRecord& self = t_record;
+    // From here on no further request is taken.
+    self.thread = nullptr;
+    releaseStandardStreams();
+    abandonWait(self);
+    siglongjmp(thread.exitPoint, 1);
+}
+
+// Complies with what is asked of the calling thread; returns when nothing is asked any more.
+void complyWithControl(ThreadObject& thread) noexcept {
+    for (;;) {
+        const std::uint32_t control = thread.control.load(std::memory_order_acquire);
+        if ((control & ThreadObject::kTerminating) != 0) terminateHere(thread);
+        if (control == 0) break;
+        offerReleasedMutexes(t_record);
+        thread.standsStill.store(1);
+        futexWake(&thread.standsStill, 1 << 30);
+        futexWait(thread.control, control);
+    }
+    thread.standsStill.store(0, std::memory_order_release);
+}
+
+void onControlSignal(int, siginfo_t*, void* context) {
+    const int savedError = errno;
+    ThreadRecord& self = t_record;
+    if (ThreadObject* const thread = self.thread; thread != nullptr) {
+        thread->signalsHeard.fetch_add(1, std::memory_order_relaxed);
+        if (self.regionDepth != 0) {
+            self.controlPending = true;
+        } else if (thread->forced.load(std::memory_order_relaxed) || !mayHoldRuntimeLock(context)) {
+            complyWithControl(*thread);
+        }
+    }
+    errno = savedError;
+}
+
+bool installControlSignal() noexcept {
+    static std::atomic<bool> installed{false};
+    if (installed.load(std::memory_order_acquire)) return true;
+    struct sigaction action {};
+    action.sa_sigaction = &onControlSignal;
+    action.sa_flags = SA_SIGINFO | SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    if (systemCall("sigaction", [&] { return sigaction(controlSignal(), &action, nullptr); }) != 0) return false;
+    installed.store(true, std::memory_order_release);
+    return true;
+}
+
+bool hasEnded(const ThreadObject& thread) noexcept {
+    return (thread.word.load(std::memory_order_acquire) & WaitObject::kSignalled) != 0;
+}
+
+// The kernel's id of a new thread, 0 while it has none.
+std::uint32_t systemIdOf(const ThreadObject& thread) noexcept {
+    const std::uint32_t id = thread.systemId.load(std::memory_order_acquire);
+    return id == ThreadObject::kIdAwaited ? 0 : id;
+}
+
+std::uint32_t awaitSystemId(ThreadObject& thread) noexcept {
+    for (;;) {
+        if (const std::uint32_t id = systemIdOf(thread); id != 0) return id;
+        std::uint32_t none = 0;
+        thread.systemId.compare_exchange_strong(none, ThreadObject::kIdAwaited);
+        futexWait(thread.systemId, ThreadObject::kIdAwaited);
+    }
+}
+
+// Whether a failed signal may succeed later: the thread may just have ended, and the queue of signals may be full.
+bool mayWorkLater(int error) noexcept {
+    return error == ESRCH || error == EAGAIN;
+}
+
+// Signals the thread again and again until it has complied. The thread's id may be another thread's by the time that
+// the signal is sent: that one has nothing asked of it and goes on.
+template <typename Complied>
+bool interruptUntil(ThreadObject& thread, FutexWord& word, Complied complied) noexcept {
+    const std::int64_t begin = monotonicNanoseconds();
+    std::int64_t sentAt = begin - kUnheardAfter;
+    std::uint32_t heardBefore = 0;
+    for (std::int64_t pause = kFirstPause; !complied(); pause = std::min(pause * 2, kLongestPause)) {
+        const std::int64_t now = monotonicNanoseconds();
+        if (now - begin >= kGiveUpAfter) return false;
+        if (now - begin >= kForceAfter) thread.forced.store(true, std::memory_order_relaxed);
+        const std::uint32_t heard = thread.signalsHeard.load(std::memory_order_relaxed);
+        const std::uint32_t id = systemIdOf(thread);
+        if (id != 0 && (heard != heardBefore || now - sentAt >= kUnheardAfter)) {
+            heardBefore = heard;
+            sentAt = now;
+            if (systemCall("tgkill", [&] { return syscall(SYS_tgkill, getpid(), id, controlSignal()); }) != 0 &&
+                !mayWorkLater(errno)) {
+                return complied();
+            }
+        }
+        const std::uint32_t state = word.load(std::memory_order_acquire);
+        if (!complied()) futexWait(word, state, now + pause);
+    }
+    return true;
+}
+
+// The last steps of a thread made here, also when pthread_exit unwinds its stack.
+class ThreadEnd {
+  public:
+    explicit ThreadEnd(ThreadRecord& self) noexcept : m_self(self) {}
+    ThreadEnd(const ThreadEnd&) = delete;
+    ThreadEnd& operator=(const ThreadEnd&) = delete;
+    ~ThreadEnd() {
+        // The frame that termination jumps to is about to go.
+        m_self.thread = nullptr;
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        if (!m_self.endIsHeard) announceEnd(m_self);
+    }
+
+  private:
+    ThreadRecord& m_self;
+};
+
+void* runThread(void* argument) {
+    auto* const thread = static_cast<ThreadObject*>(argument);
+    t_record.finishing = thread;
+    ThreadRecord& self = currentRecord();
+    thread->native.store(pthread_self(), std::memory_order_relaxed);
+    unblockControlSignal();
+    takeDefaultScheduling();
+    const ThreadEnd end(self);
+    if (sigsetjmp(thread->exitPoint, 0) == 0) {
+        thread->exitCode.store(0, std::memory_order_relaxed);  // of a thread that calls pthread_exit
+        if (thread->systemId.exchange(self.systemId) != 0) futexWake(&thread->systemId, 1 << 30);
+        self.thread = thread;
+        complyWithControl(*thread);
+        thread->exitCode.store(thread->entry(thread->argument), std::memory_order_relaxed);
+    } else {
+        thread->exitCode.store(thread->terminationCode, std::memory_order_relaxed);
+    }
+    return nullptr;
+}
+
+ThreadObject* asThread(WaitHandle handle) noexcept {
+    return handle != nullptr && handle->kind == WaitObject::Kind::thread ? static_cast<ThreadObject*>(handle) : nullptr;
+}
+
+}  // namespace
+
+// Not for good: a thread may have closed its handle and go on running, and then it is the end of the process that
+// brought us here.
+void awaitLeavingThreads() noexcept {
+    constexpr int kYields = 1000;
+    constexpr int kSleeps = 500;
+    for (int tries = 0; g_leaving.load(std::memory_order_acquire) != 0; ++tries) {
+        if (g_leavingIn != getpid() || tries == kYields + kSleeps) return;
+        tries < kYields ? yieldThread() : sleepThread(1);
+    }
+    LastEnded last;
+    {
+        Dispatcher dispatcher(currentRecord());
+        last = std::exchange(g_lastEnded, LastEnded{});
+    }
+    last.join();
+}
+
+void runPendingControl(ThreadRecord& self) noexcept {
+    self.controlPending = false;
+    if (self.thread != nullptr) complyWithControl(*self.thread);
+}
+
+void finishThread(ThreadObject& thread, ThreadRecord& self) noexcept {
+    LastEnded before;
+    {
+        Dispatcher dispatcher(self);
+        detachThread(dispatcher, self);
+        dispatcher.signal(thread, true);
+        // An open handle may be closed from here on, and the object gone with it.
+        if (!thread.closed) return;
+        before = std::exchange(g_lastEnded, LastEnded{getpid(), pthread_self()});
+        if (self.leaving) g_leaving.fetch_sub(1, std::memory_order_release);
+    }
+    before.join();
+    delete &thread;
+}
+
+void closeThread(ThreadObject& thread) noexcept {
+    {
+        ThreadRecord& self = currentRecord();
+        Dispatcher dispatcher(self);
+        if (!hasEnded(thread)) {
+            thread.closed = true;
+            if (self.finishing != &thread || self.leaving) return;
+            self.leaving = true;
+            g_leaving.fetch_add(1, std::memory_order_relaxed);
+            g_leavingIn = getpid();
+            return;
+        }
+    }
+    pthread_join(thread.native.load(std::memory_order_relaxed), nullptr);
+    delete &thread;
+}
+
+bool createThread(ThreadEntry entry, void* argument, WaitHandle& handle, bool suspended) noexcept {
+    handle = nullptr;
+    if (!installControlSignal()) return false;
+    auto* const thread = new (std::nothrow) ThreadObject(entry, argument);
+    if (thread == nullptr) return false;
+    thread->control.store(suspended ? 1 : 0, std::memory_order_relaxed);
+    handle = thread;
+    pthread_t native{};
+    if (errorCall("pthread_create", [&] { return pthread_create(&native, nullptr, &runThread, thread); }) == 0) {
+        return true;
+    }
+    handle = nullptr;
+    delete thread;
+    return false;
+}
+
+bool suspendThread(WaitHandle handle) noexcept {
+    ThreadObject* const thread = asThread(handle);
+    if (thread == nullptr) return false;
+    ThreadRecord& self = currentRecord();
+    {
+        Dispatcher dispatcher(self);
+        const std::uint32_t control = thread->control.load(std::memory_order_relaxed);
+        if (hasEnded(*thread) || control >= kMostSuspensions) return false;
+        thread->control.store(control + 1, std::memory_order_release);
+    }
+    if (self.thread == thread) {
+        complyWithControl(*thread);
+        return true;
+    }
+    // A thread that another thread resumes or ends during the call need not be waited for.
+    return interruptUntil(*thread, thread->standsStill, [&] {
+        return thread->standsStill.load(std::memory_order_acquire) != 0 || hasEnded(*thread) ||
+               thread->control.load(std::memory_order_acquire) == 0;
+    });
+}
+
+bool resumeThread(WaitHandle handle) noexcept {
+    ThreadObject* const thread = asThread(handle);
+    if (thread == nullptr) return false;
+    Dispatcher dispatcher(currentRecord());
+    if ((thread->control.load(std::memory_order_relaxed) & ~ThreadObject::kTerminating) == 0) return false;
+    thread->control.fetch_sub(1);
+    // A thread that does not stand still yet looks at control before it sleeps; most new threads are resumed by then.
+    if (thread->standsStill.load() != 0) futexWake(&thread->control, 1);
+    return true;
+}
+
+bool terminateThread(WaitHandle handle, std::uint32_t exitCode) noexcept {
+    ThreadObject* const thread = asThread(handle);
+    if (thread == nullptr) return false;
+    ThreadRecord& self = currentRecord();
+    {
+        Dispatcher dispatcher(self);
+        if (hasEnded(*thread)) return true;
+        if ((thread->control.load(std::memory_order_relaxed) & ThreadObject::kTerminating) == 0) {
+            thread->terminationCode = exitCode;
+            thread->control.fetch_or(ThreadObject::kTerminating, std::memory_order_release);
+        }
+    }
+    if (self.thread == thread) terminateHere(*thread);
+    futexWake(&thread->control, 1);
+    return interruptUntil(*thread, thread->word, [&] { return hasEnded(*thread); });
+}
+
+bool setThreadPriority(WaitHandle handle, ThreadPriority priority) noexcept {
+    ThreadObject* const thread = asThread(handle);
+    if (thread == nullptr || hasEnded(*thread)) return false;
+    // Time sharing knows niceness only, and the idle class; the steps are chosen so that each class is clearly apart.
+    constexpr std::array<std::pair<ThreadPriority, int>, 7> niceness{{{ThreadPriority::idle, 19},
+                                                                      {ThreadPriority::lowest, 10},
+                                                                      {ThreadPriority::belowNormal, 5},
+                                                                      {ThreadPriority::normal, 0},
+                                                                      {ThreadPriority::aboveNormal, -5},
+                                                                      {ThreadPriority::highest, -10},
+                                                                      {ThreadPriority::timeCritical, -20}}};
+    const auto* const entry = std::find_if(niceness.begin(), niceness.end(),
+                                           [=](const auto& candidate) { return candidate.first == priority; });
+    if (entry == niceness.end()) return false;
+    const std::uint32_t id = awaitSystemId(*thread);
+    const sched_param parameters{};
+    const int policy = priority == ThreadPriority::idle ? SCHED_IDLE : SCHED_OTHER;
+    return systemCall("sched_setscheduler",
+                      [&] { return sched_setscheduler(static_cast<pid_t>(id), policy, &parameters); }) == 0 &&
+           systemCall("setpriority", [&] { return setpriority(PRIO_PROCESS, id, entry->second); }) == 0;
+}
+
+bool threadExitCode(WaitHandle handle, std::uint32_t& exitCode) noexcept {
+    const ThreadObject* const thread = asThread(handle);
+    if (thread == nullptr) return false;
+    exitCode = hasEnded(*thread) ? thread->exitCode.load(std::memory_order_relaxed) : kStillActive;
+    return true;
+}
+
+void yieldThread() noexcept {
+    sched_yield();
+}
+
+void sleepThread(std::uint32_t milliseconds) noexcept {
+    const std::int64_t end = monotonicNanoseconds() + std::int64_t{milliseconds} * kMillisecond;
+    FutexWord nobodyWakes{0};
+    do {
+        futexWait(nobodyWakes, 0, end);
+    } while (monotonicNanoseconds() < end);
+}
+
+}  // namespace KestSupport::platform

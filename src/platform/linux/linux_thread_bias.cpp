@@ -1,0 +1,26 @@
+#include "platform/thread_bias.h"
+
+#include "platform/linux/linux_barrier.h"
+#include "platform/linux/linux_wait_object.h"
+#include "platform/thread.h"
+
+namespace KestSupport::platform {
+
+std::uint32_t threadKey() noexcept {
+    return currentRecord().id;
+}
+
+bool threadMayRun(std::uint32_t key) noexcept {
+    const Dispatcher dispatcher(currentRecord());
+    return isAttached(key);
+}
+
+void barrierInAllThreads() noexcept {
+    if (!requestBarrier()) sleepThread(kDrainTime);
+}
+
+bool allThreadsCanBarrier() noexcept {
+    return g_barrierWorks.load(std::memory_order_relaxed);
+}
+
+}  // namespace KestSupport::platform

@@ -1,0 +1,414 @@
+// Events, mutexes and waitable timers: the fast paths without the dispatcher, and the wait itself.
+#include <algorithm>
+#include <bit>
+#include <new>
+#include <optional>
+#include <utility>
+
+#include "platform/common/fault_seam.h"
+#include "platform/linux/linux_barrier.h"
+#include "platform/linux/linux_wait_object.h"
+#include "platform/thread.h"
+
+namespace KestSupport::platform {
+namespace {
+
+using Kind = WaitObject::Kind;
+
+// Pauses, of about 25 nanoseconds each.
+constexpr std::uint32_t kLeastSpins = 8;
+constexpr std::uint32_t kMostSpins = 160;
+constexpr std::uint32_t kProbeSpins = 1600;
+constexpr std::uint32_t kFirstProbe = 8;
+constexpr std::uint32_t kProbeEvery = 1024;
+constexpr std::int64_t kHandOverAfter = 1'000'000;  // nanoseconds
+
+enum class Attempt : std::uint8_t { taken, notNow, dispatcherDecides };
+
+// A relative time-out as a time on the monotonic clock, asked for only when the wait is about to sleep.
+std::int64_t deadlineOf(std::uint32_t timeout) noexcept {
+    return timeout == kInfinite ? kNever : monotonicNanoseconds() + std::int64_t{timeout} * 1'000'000;
+}
+
+WaitHandle newObject(Kind kind, std::uint32_t word, const char* call) noexcept {
+    if (injectedFault(call) != 0) return nullptr;
+    auto* const object = new (std::nothrow) WaitObject(kind);
+    if (object != nullptr) object->word.store(word, std::memory_order_relaxed);
+    return object;
+}
+
+Attempt tryEvent(WaitObject& event) noexcept {
+    std::uint32_t word = event.word.load(std::memory_order_acquire);
+    while ((word & WaitObject::kFrozen) == 0) {
+        if ((word & WaitObject::kSignalled) == 0) return Attempt::notNow;
+        if (event.kind == Kind::manualEvent) return Attempt::taken;
+        if (event.word.compare_exchange_weak(word, word & ~WaitObject::kSignalled, std::memory_order_acq_rel,
+                                             std::memory_order_acquire)) {
+            return Attempt::taken;
+        }
+    }
+    return Attempt::dispatcherDecides;
+}
+
+bool tryMutex(WaitObject& mutex, std::uint32_t id) noexcept {
+    std::uint32_t owner = WaitObject::kNobody;
+    return mutex.owner.compare_exchange_strong(owner, id, std::memory_order_acquire, std::memory_order_relaxed);
+}
+
+// One look while spinning; empty when the spin may go on.
+std::optional<bool> glance(WaitObject& object, ThreadRecord& self) noexcept {
+    const bool promising = object.kind == Kind::mutex
+                               ? object.owner.load(std::memory_order_relaxed) == WaitObject::kNobody
+                               : (object.word.load(std::memory_order_relaxed) & WaitObject::kSignalled) != 0;
+    if (!promising) return std::nullopt;
+    if (object.kind == Kind::mutex) return tryMutex(object, self.id) ? std::optional(true) : std::nullopt;
+    const Attempt attempt = tryEvent(object);
+    if (attempt == Attempt::notNow) return std::nullopt;
+    return attempt == Attempt::taken;
+}
+
+// How long a thread that looked in vain so often looks this time. Two threads that answer each other, once one of them
+// slept, would both sleep for ever after, because waking takes longer than the spin; so now and then, and ever more
+// seldom, a spin is long enough to meet a thread that is just being woken.
+std::uint32_t spinBudget(std::uint32_t vain) noexcept {
+    if (vain == 0) return kMostSpins;
+    const bool probe = vain >= kFirstProbe && (std::has_single_bit(vain) || vain % kProbeEvery == 0);
+    return probe ? kProbeSpins : kLeastSpins;
+}
+
+// Looks at an object for a while before the thread sleeps: long when that paid last time, else hardly at all. It never
+// gives the processor away: on a busy machine that would cost the time slices of other processes, milliseconds each,
+// where a thread that sleeps runs again as soon as it is woken.
+bool spinFor(WaitObject& object, ThreadRecord& self) noexcept {
+    if (!object.isEvent() && object.kind != Kind::mutex) return false;
+    const std::uint32_t vain = object.vainSpins.load(std::memory_order_relaxed);
+    for (std::uint32_t step = spinBudget(vain); step > 0; --step) {
+        spinPause();
+        if (const std::optional<bool> end = glance(object, self)) {
+            if (*end && vain != 0) object.vainSpins.store(0, std::memory_order_relaxed);
+            return *end;
+        }
+    }
+    object.vainSpins.store(vain + 1, std::memory_order_relaxed);
+    return false;
+}
+
+void park(ThreadRecord& self, std::int64_t deadline) noexcept {
+    std::uint32_t state = kParkArmed;
+    if (!self.parked.compare_exchange_strong(state, kParkAsleep, std::memory_order_acquire,
+                                             std::memory_order_acquire)) {
+        return;
+    }
+    while (self.parked.load(std::memory_order_acquire) == kParkAsleep) {
+        futexWait(self.parked, kParkAsleep, deadline);
+        if (deadline != kNever && monotonicNanoseconds() >= deadline) return;
+    }
+}
+
+// The wait of one thread, from its first look under the dispatcher lock to its end.
+class SlowWait {
+  public:
+    SlowWait(ThreadRecord& self, Waiter& waiter, std::uint32_t timeout) noexcept
+        : m_self(self), m_waiter(waiter), m_timeout(timeout) {
+        m_waiter.thread = &self;
+    }
+
+    std::uint32_t run(WaitObject* toSignal) noexcept {
+        if (!begin(toSignal)) return m_waiter.result;
+        for (;;) {
+            park(m_self, std::min(m_deadline, m_nextDue));
+            if (finished()) return m_waiter.result;
+        }
+    }
+
+  private:
+    // True when the thread has to sleep.
+    bool begin(WaitObject* toSignal) noexcept {
+        if (m_timeout != 0) m_deadline = deadlineOf(m_timeout);
+        Dispatcher dispatcher(m_self);
+        if (toSignal != nullptr && !signalFirst(dispatcher, *toSignal)) return false;
+        if (dispatcher.consume(m_waiter, m_waiter.result)) return false;
+        if (m_timeout == 0) {
+            m_waiter.result = kWaitTimeout;
+            return false;
+        }
+        return !queue(dispatcher, false);
+    }
+
+    bool signalFirst(Dispatcher& dispatcher, WaitObject& object) noexcept {
+        if (object.isEvent()) {
+            dispatcher.signal(object, true);
+            return true;
+        }
+        if (object.kind != Kind::mutex || object.owner.load(std::memory_order_relaxed) != m_self.id) return false;
+        if (object.innerLevels.load(std::memory_order_relaxed) != 0) {
+            object.addLevels(-1);
+            return true;
+        }
+        object.owner.store(WaitObject::kNobody, std::memory_order_release);
+        dispatcher.offer(object);
+        return true;
+    }
+
+    // Queues, and looks once more: from now on signals come to the queue, but one may have come just before. True when
+    // that ended the wait.
+    bool queue(Dispatcher& dispatcher, bool front) noexcept {
+        m_self.parked.store(kParkArmed, std::memory_order_relaxed);
+        dispatcher.enqueue(m_waiter, front);
+        if (dispatcher.consume(m_waiter, m_waiter.result)) {
+            dispatcher.dequeue(m_waiter);
+            return true;
+        }
+        noteNextLook();
+        return false;
+    }
+
+    // When the thread has to look again without being woken.
+    void noteNextLook() noexcept {
+        m_nextDue = kNever;
+        if (std::exchange(m_waiter.looksAgain, false)) {
+            m_nextDue = monotonicNanoseconds() + std::int64_t{kDrainTime} * 1'000'000;
+        }
+        for (std::size_t i = 0; i < m_waiter.count; ++i) {
+            const WaitObject& object = *m_waiter.links[i].object;
+            if (object.isTimer()) m_nextDue = std::min(m_nextDue, object.due);
+        }
+    }
+
+    // After a wake-up or a time-out: is the wait over?
+    bool finished() noexcept {
+        if (wasGivenEvent() || retrySucceeded()) return true;
+        Dispatcher dispatcher(m_self);
+        if (m_waiter.outcome == Waiter::Outcome::satisfied) return true;
+        const bool passedOver = !m_waiter.queued;
+        if (dispatcher.consume(m_waiter, m_waiter.result)) {
+            dispatcher.dequeue(m_waiter);
+            return true;
+        }
+        const std::int64_t now = monotonicNanoseconds();
+        if (now >= m_deadline) {
+            dispatcher.dequeue(m_waiter);
+            m_waiter.result = kWaitTimeout;
+            return true;
+        }
+        if (!passedOver) {
+            m_self.parked.store(kParkArmed, std::memory_order_relaxed);
+            noteNextLook();
+            return false;
+        }
+        if (m_firstPassedOver == 0) m_firstPassedOver = now;
+        m_waiter.wantsHandOver = now - m_firstPassedOver >= kHandOverAfter;
+        return queue(dispatcher, true);
+    }
+
+    // Who waits for one event is woken once, with the event; nobody touches the wait after that, so it can be read
+    // without the dispatcher lock, which the waking thread may still hold.
+    bool wasGivenEvent() const noexcept {
+        return m_waiter.count == 1 && m_waiter.links[0].object->isEvent() &&
+               m_self.parked.load(std::memory_order_acquire) == kParkWoken;
+    }
+
+    // A thread that was woken to try for a mutex does so without the dispatcher lock first.
+    bool retrySucceeded() noexcept {
+        if (m_waiter.count != 1 || m_waiter.links[0].object->kind != Kind::mutex) return false;
+        if (m_self.parked.load(std::memory_order_acquire) != kParkWoken) return false;
+        if (m_waiter.outcome != Waiter::Outcome::retry) return false;
+        WaitObject& mutex = *m_waiter.links[0].object;
+        if (!tryMutex(mutex, m_self.id) && !(spinningPays() && spinFor(mutex, m_self))) return false;
+        m_waiter.result = kWaitObject0;
+        return true;
+    }
+
+    ThreadRecord& m_self;
+    Waiter& m_waiter;
+    const std::uint32_t m_timeout;
+    std::int64_t m_deadline = kNever;
+    std::int64_t m_nextDue = kNever;
+    std::int64_t m_firstPassedOver = 0;
+};
+
+std::uint32_t waitSlowly(ThreadRecord& self, WaitObject& object, std::uint32_t timeout, WaitObject* toSignal) noexcept {
+    Link link;
+    link.object = &object;
+    Waiter waiter;
+    waiter.links = &link;
+    waiter.count = 1;
+    return SlowWait(self, waiter, timeout).run(toSignal);
+}
+
+// The rare ends of the calls below, out of line: the fast paths then need no stack frame, and its stores would have to
+// drain before the next locked instruction.
+
+[[gnu::noinline]] std::uint32_t waitAfterFirstLook(WaitObject& object, std::uint32_t timeout) noexcept {
+    ThreadRecord& self = currentRecord();
+    if (object.isEvent()) {
+        const Attempt attempt = tryEvent(object);
+        if (attempt == Attempt::taken) return kWaitObject0;
+        if (attempt == Attempt::notNow && timeout == 0) return kWaitTimeout;
+    } else if (object.kind == Kind::mutex && tryMutex(object, self.id)) {
+        return kWaitObject0;
+    }
+    if (timeout != 0 && spinningPays() && spinFor(object, self)) return kWaitObject0;
+    return waitSlowly(self, object, timeout, nullptr);
+}
+
+[[gnu::noinline]] bool signalQueued(WaitObject& event) noexcept {
+    Dispatcher dispatcher(currentRecord());
+    dispatcher.signal(event, true);
+    return true;
+}
+
+[[gnu::noinline]] bool offerReleased(const WaitObject* mutex) noexcept {
+    Dispatcher dispatcher(currentRecord());
+    dispatcher.offerIfContended(mutex);
+    return true;
+}
+
+}  // namespace
+
+WaitHandle createEvent(bool manualReset, bool signalled) noexcept {
+    return newObject(manualReset ? Kind::manualEvent : Kind::autoEvent, signalled ? WaitObject::kSignalled : 0,
+                     "createEvent");
+}
+
+bool setEvent(WaitHandle event) noexcept {
+    if (event == nullptr || !event->isEvent()) return false;
+    std::uint32_t word = 0;
+    // An event that is signalled already is written all the same: who consumes it must see what this thread did before.
+    while ((word & (WaitObject::kQueued | WaitObject::kFrozen)) == 0) {
+        if (event->word.compare_exchange_strong(word, word | WaitObject::kSignalled, std::memory_order_release,
+                                                std::memory_order_relaxed)) {
+            return true;
+        }
+    }
+    return signalQueued(*event);
+}
+
+bool resetEvent(WaitHandle event) noexcept {
+    if (event == nullptr || !event->isEvent()) return false;
+    std::uint32_t word = event->word.load(std::memory_order_relaxed);
+    while ((word & WaitObject::kFrozen) == 0) {
+        if (event->word.compare_exchange_weak(word, word & ~WaitObject::kSignalled, std::memory_order_acq_rel,
+                                              std::memory_order_relaxed)) {
+            return true;
+        }
+    }
+    Dispatcher dispatcher(currentRecord());
+    event->word.fetch_and(~WaitObject::kSignalled, std::memory_order_acq_rel);
+    return true;
+}
+
+bool pulseEvent(WaitHandle event) noexcept {
+    if (event == nullptr || !event->isEvent()) return false;
+    Dispatcher dispatcher(currentRecord());
+    dispatcher.signal(*event, false);
+    return true;
+}
+
+WaitHandle createMutex() noexcept {
+    return newObject(Kind::mutex, 0, "createMutex");
+}
+
+bool releaseMutex(WaitHandle mutex) noexcept {
+    if (mutex == nullptr || mutex->kind != Kind::mutex) return false;
+    const std::uint32_t owner = mutex->owner.load(std::memory_order_relaxed);
+    if (owner == WaitObject::kNobody || owner != t_record.id) return false;
+    if (mutex->innerLevels.load(std::memory_order_relaxed) != 0) {
+        mutex->addLevels(-1);
+        return true;
+    }
+    storeBeforeLoad(mutex->owner, WaitObject::kNobody);
+    // Another thread may have taken the mutex, and freed it: from here on only its address is used.
+    if (g_contended.mayHold(mutex)) [[unlikely]]
+        return offerReleased(mutex);
+    return true;
+}
+
+WaitHandle createWaitableTimer(bool manualReset) noexcept {
+    return newObject(manualReset ? Kind::manualTimer : Kind::autoTimer, 0, "createWaitableTimer");
+}
+
+bool setWaitableTimer(WaitHandle timer, std::int64_t delay, std::int32_t period) noexcept {
+    if (timer == nullptr || !timer->isTimer() || period < 0 || injectedFault("setWaitableTimer") != 0) return false;
+    constexpr std::int64_t longest = kNever / 400;
+    const std::int64_t due = monotonicNanoseconds() + std::clamp<std::int64_t>(delay, 0, longest) * 100;
+    Dispatcher dispatcher(currentRecord());
+    timer->word.fetch_and(~WaitObject::kSignalled, std::memory_order_relaxed);
+    timer->due = due;
+    timer->period = std::int64_t{period} * 1'000'000;
+    for (const Link* link = timer->first; link != nullptr; link = link->next)
+        dispatcher.recheck(*link->waiter);
+    return true;
+}
+
+bool cancelWaitableTimer(WaitHandle timer) noexcept {
+    if (timer == nullptr || !timer->isTimer()) return false;
+    Dispatcher dispatcher(currentRecord());
+    refreshTimer(*timer);
+    timer->due = kNever;
+    return true;
+}
+
+std::uint32_t waitForOne(WaitHandle object, std::uint32_t timeout) noexcept {
+    if (object == nullptr) return kWaitFailed;
+    if (object->kind == Kind::mutex) {
+        // A thread that is not attached yet has no id to own a mutex by.
+        if (const std::uint32_t self = t_record.id; self != 0) [[likely]] {
+            if (object->owner.load(std::memory_order_relaxed) == self) {
+                object->addLevels(1);
+                return kWaitObject0;
+            }
+            if (tryMutex(*object, self)) return kWaitObject0;
+        }
+    } else if (object->kind == Kind::autoEvent) {
+        // The commonest state is tried without a look: a load would wait for the locked instruction of a set just
+        // before it, and the one of this call for the load.
+        std::uint32_t word = WaitObject::kSignalled;
+        if (object->word.compare_exchange_strong(word, 0, std::memory_order_acq_rel, std::memory_order_relaxed)) {
+            return kWaitObject0;
+        }
+    }
+    return waitAfterFirstLook(*object, timeout);
+}
+
+std::uint32_t mutexLevels(WaitHandle mutex) noexcept {
+    const std::uint32_t owner = mutex->owner.load(std::memory_order_relaxed);
+    if (owner == WaitObject::kNobody || owner == WaitObject::kReserved) return 0;
+    return mutex->innerLevels.load(std::memory_order_relaxed) + 1;
+}
+
+std::uint32_t waitForMany(std::span<const WaitHandle> objects, bool all, std::uint32_t timeout) noexcept {
+    if (objects.empty() || objects.size() > kMaximumWaitObjects) return kWaitFailed;
+    std::array<Link, kMaximumWaitObjects> links;
+    for (std::size_t i = 0; i < objects.size(); ++i) {
+        if (objects[i] == nullptr) return kWaitFailed;
+        if (all && std::find(objects.begin(), objects.begin() + static_cast<std::ptrdiff_t>(i), objects[i]) !=
+                       objects.begin() + static_cast<std::ptrdiff_t>(i)) {
+            return kWaitFailed;
+        }
+        links[i].object = objects[i];
+    }
+    Waiter waiter;
+    waiter.links = links.data();
+    waiter.count = objects.size();
+    waiter.all = all;
+    return SlowWait(currentRecord(), waiter, timeout).run(nullptr);
+}
+
+std::uint32_t signalAndWait(WaitHandle toSignal, WaitHandle toWait, std::uint32_t timeout) noexcept {
+    if (toSignal == nullptr || toWait == nullptr) return kWaitFailed;
+    return waitSlowly(currentRecord(), *toWait, timeout, toSignal);
+}
+
+void closeHandle(WaitHandle object) noexcept {
+    if (object == nullptr) return;
+    if (object->kind == Kind::thread) {
+        closeThread(static_cast<ThreadObject&>(*object));
+        return;
+    }
+    // The thread that signalled this one may still be inside its call, but not beyond the dispatcher lock.
+    { Dispatcher dispatcher(currentRecord()); }
+    delete object;
+}
+
+}  // namespace KestSupport::platform

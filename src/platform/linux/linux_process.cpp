@@ -272,10 +272,9 @@ bool Process::askForEnd(bool block) noexcept {
         return systemCall("poll", [&] { return ::poll(&polled, 1, block ? -1 : 0); }) > 0;
     }
     int status = 0;
-    const pid_t result = systemCall("waitpid", [&] { return ::waitpid(process, &status, block ? 0 : WNOHANG); });
+    // Its only failure is that there is no child: the program ignores SIGCHLD, or waits for any child itself.
+    const pid_t result = uninterrupted([&] { return ::waitpid(process, &status, block ? 0 : WNOHANG); });
     if (result == process) m_exitCode = WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
-    // A program that ignores SIGCHLD, or waits for any child itself, leaves none for this call. No other failure goes
-    // away either, so another look would not help.
     return result != 0;
 }
 

@@ -35,7 +35,7 @@
 #pragma once
 
 #include <atomic>
-#include <cstdint>
+#include <cstddef>
 #include <exception>
 #include <memory>
 #include <string>
@@ -210,14 +210,13 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
     friend class KestLoggingEventTimerThread;
 
     template <typename Append>
-    KestLogging& insert(Append append);
-    template <typename Append>
-    KestLogging& insertText(Append append);
+    KestLogging& insert(std::size_t most, Append append);
+    KestLogging& insertText(std::string_view value);
     template <typename Integer>
     KestLogging& insertDecimal(Integer value);
-    void writeRecord(std::uint32_t threadId);
+    void writeRecord();
     void writeAbandonedRecord();
-    bool buildLine(std::uint32_t threadId);
+    bool buildLine();
     void dropRecord() noexcept;
 
     static std::atomic<KestLogging*> m_pInstance;

@@ -1,5 +1,6 @@
 #include "text/log_format.h"
 
+#include "platform/uninterrupted.h"
 #include "support/date_time.h"
 
 namespace KestSupport::internal {
@@ -33,7 +34,7 @@ std::string timeText(const KestDateTime& time) {
 
 void appendFixed(std::string& text, double value) {
     constexpr int decimals = 6;
-    char digits[std::numeric_limits<double>::max_exponent10 + decimals + 3];  // and a digit more, the sign, the point
+    char digits[kMostFixed];  // a digit more than the exponent, the sign, the point, the decimals
     text.append(digits, std::to_chars(digits, digits + sizeof(digits), value, std::chars_format::fixed, decimals).ptr);
 }
 
@@ -48,6 +49,7 @@ void appendPointer(std::string& text, const void* value) {
 const std::string& RecordPrefix::text(int level, std::string_view module, std::uint32_t threadId) {
     const std::time_t now = std::time(nullptr);
     if (now == m_second && level == m_level && threadId == m_threadId && module == m_module) return m_text;
+    const platform::Uninterrupted whole;  // all of it is used again, after a termination too
     if (now != m_second) m_time = timeText(KestDateTime());
     m_second = now;
     m_level = level;

@@ -20,6 +20,10 @@ void appendDecimal(std::string& text, Integer value) {
     text.append(digits, static_cast<std::size_t>(end - digits));
 }
 
+/// The most characters that appendDecimal and appendFixed append.
+inline constexpr std::size_t kMostDecimal = std::numeric_limits<long long>::digits10 + 2;
+inline constexpr std::size_t kMostFixed = std::numeric_limits<double>::max_exponent10 + 9;
+
 /// Fixed notation with six decimals and a point, of any magnitude; "inf" and "nan" with their sign.
 void appendFixed(std::string& text, double value);
 

@@ -15,10 +15,7 @@ namespace KestSupport {
 namespace internal {
 namespace {
 
-std::int64_t steadySeconds() noexcept {
-    constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
-    return platform::coarseSteadyTime() / nanosecondsPerSecond;
-}
+constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
 
 }  // namespace
 
@@ -27,7 +24,7 @@ bool LogWatchdog::arm() {
 }
 
 bool LogWatchdog::openRecord() noexcept {
-    m_openSince.store(steadySeconds(), std::memory_order_seq_cst);
+    m_openSince.store(platform::coarseSteadyTime(), std::memory_order_seq_cst);
     if (m_armed.load(std::memory_order_seq_cst)) return true;
     closeRecord();
     return false;
@@ -37,9 +34,9 @@ void LogWatchdog::set() {
     m_armed.store(false, std::memory_order_seq_cst);
     const std::int64_t openSince = m_openSince.load(std::memory_order_seq_cst);
     if (openSince == noRecord) return;
-    const std::int64_t rest = openSince + m_seconds - steadySeconds();
+    const std::int64_t rest = openSince + m_seconds * nanosecondsPerSecond - platform::coarseSteadyTime();
     if (rest <= 0) KestTimer::set();
-    startOnce(rest <= 0 ? m_seconds : rest);
+    startOnce(rest <= 0 ? m_seconds : rest / nanosecondsPerSecond + 1);
 }
 
 bool LogWatchdog::startOnce(std::int64_t seconds) {

@@ -48,7 +48,7 @@ class LogWatchdog : public KestTimer {
 
     // Opening writes the first and reads the second, expiry writes the second and reads the first, all sequentially
     // consistent: so at least one of them sees the other.
-    std::atomic<std::int64_t> m_openSince{noRecord};  // in seconds of the steady clock
+    std::atomic<std::int64_t> m_openSince{noRecord};  // on the steady clock, in nanoseconds
     std::atomic<bool> m_armed{false};
 };
 

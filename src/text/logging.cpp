@@ -208,8 +208,7 @@ void KestLogging::endrecord() {
     if (!open && !state.lock.testAndSet() && (state.lock.lockCount() != 0 || !state.lock.testAndSet())) return;
 
     const UnlockAtEnd end{state};
-    writeAbandonedRecord();
-    writeRecord(platform::currentThreadId());
+    writeRecord();
 }
 
 // Called with the lock held: a record of another thread that is open then has lost its thread.
@@ -217,7 +216,7 @@ void KestLogging::writeAbandonedRecord() {
     const internal::OpenRecord& record = m_pState->record;
     if (!record.hasBuilder() || record.isBuiltBy(currentThread())) return;
     try {
-        writeRecord(record.builderId());
+        writeRecord();
     } catch (...) {  // it is lost, but not the record that this thread begins
         return;
     }
@@ -230,12 +229,12 @@ void KestLogging::dropRecord() noexcept {
 }
 
 // The record is reset before its line is written: a thread that is terminated while it writes leaves no open record.
-void KestLogging::writeRecord(std::uint32_t threadId) {
+void KestLogging::writeRecord() {
     internal::LoggingState& state = *m_pState;
     bool isShown = false;
     {
         const ResetAtEnd end{state};
-        isShown = buildLine(threadId);
+        isShown = buildLine();
     }
     const int target = isShown ? getTarget() : 0;
     if ((target & fileTarget) != 0) state.file.write(state.line);
@@ -243,20 +242,22 @@ void KestLogging::writeRecord(std::uint32_t threadId) {
     state.file.closeReplaced();
 }
 
-bool KestLogging::buildLine(std::uint32_t threadId) {
+bool KestLogging::buildLine() {
     internal::LoggingState& state = *m_pState;
     const internal::OpenRecord& record = state.record;
     const bool hasModule = !record.module().empty();
     const int shown = hasModule ? getLogLevel(record.module()) : getLogLevel();
     if (record.text().empty() || (record.level() > shown && record.level() != 0)) return false;
 
-    const platform::Uninterrupted whole;
     std::string& line = state.line;
     line.clear();
     if (m_recordData.load(std::memory_order_relaxed) && record.level() != 0) {
         const std::string_view module = hasModule ? std::string_view(record.module()) : "Global";
-        line += state.prefix.text(record.level(), module, threadId);
+        const std::string& prefix = state.prefix.text(record.level(), module, record.builderId());
+        internal::makeRoom(line, prefix.size());
+        line += prefix;
     }
+    internal::makeRoom(line, record.text().size() + 1);
     line += record.text().c_str();  // a line ends at a NUL, which no reader of text expects
     line += '\n';
     return true;
@@ -284,12 +285,12 @@ void KestLogging::handleNotification(KestCollaborator&, const KestNotification&)
     internal::LogWatchLink::startVisit(m_pState->link);
 }
 
-// A value that throws leaves a record that the thread's next one replaces.
+// A value that throws leaves a record that the thread's next one replaces. Append appends at most `most` characters.
 template <typename Append>
-KestLogging& KestLogging::insert(Append append) {
+KestLogging& KestLogging::insert(std::size_t most, Append append) {
     if (!getLogAccess()) return *this;
     try {
-        append(m_pState->record);
+        append(m_pState->record.textWithRoom(most));
     } catch (...) {
         currentThread().hasLeftRecord = true;
         throw;
@@ -297,14 +298,13 @@ KestLogging& KestLogging::insert(Append append) {
     return *this;
 }
 
-template <typename Append>
-KestLogging& KestLogging::insertText(Append append) {
-    return insert([&](internal::OpenRecord& record) { record.append(append); });
+KestLogging& KestLogging::insertText(std::string_view value) {
+    return insert(value.size(), [value](std::string& text) { text += value; });
 }
 
 template <typename Integer>
 KestLogging& KestLogging::insertDecimal(Integer value) {
-    return insertText([value](std::string& text) { internal::appendDecimal(text, value); });
+    return insert(internal::kMostDecimal, [value](std::string& text) { internal::appendDecimal(text, value); });
 }
 
 KestLogging& KestLogging::operator<<(short value) {
@@ -336,37 +336,38 @@ KestLogging& KestLogging::operator<<(float value) {
 }
 
 KestLogging& KestLogging::operator<<(bool value) {
-    return insertText([value](std::string& text) { text += value ? "true" : "false"; });
+    return *this << (value ? "true" : "false");
 }
 
 KestLogging& KestLogging::operator<<(char value) {
-    return insertText([value](std::string& text) { text += value; });
+    return insert(1, [value](std::string& text) { text += value; });
 }
 
 KestLogging& KestLogging::operator<<(double value) {
-    return insertText([value](std::string& text) { internal::appendFixed(text, value); });
+    return insert(internal::kMostFixed, [value](std::string& text) { internal::appendFixed(text, value); });
 }
 
 KestLogging& KestLogging::operator<<(const void* value) {
-    return insertText([value](std::string& text) { internal::appendPointer(text, value); });
+    return insert(2 * sizeof value, [value](std::string& text) { internal::appendPointer(text, value); });
 }
 
 KestLogging& KestLogging::operator<<(const char* value) {
-    return insertText([value](std::string& text) { text += value; });
+    return insertText(value);
 }
 
 KestLogging& KestLogging::operator<<(const std::string& value) {
-    return insertText([&value](std::string& text) { text += value; });
+    return insertText(value);
 }
 
 KestLogging& KestLogging::operator<<(const string_ci& value) {
-    return insertText([&value](std::string& text) { text.append(value.data(), value.size()); });
+    return insertText({value.data(), value.size()});
 }
 
 KestLogging& KestLogging::operator<<(const wstring16& value) {
-    return insert([&](internal::OpenRecord& record) {
-        const std::string text = narrowed(value);
-        record.append([&text](std::string& whole) { whole += text; });
+    return insert(0, [&value](std::string& text) {
+        const std::string bytes = narrowed(value);
+        internal::makeRoom(text, bytes.size());
+        text += bytes;
     });
 }
 

@@ -1,10 +1,12 @@
 // The record that a logger is building, and what a thread knows of the records that it builds itself.
 //
 // A record belongs to the thread that has inserted into it. When that thread has ended, terminated or not, the next
-// thread that gets the logger's lock finds the record and writes it under the id of the thread that began it. So every
-// change of the record is one that no termination interrupts.
+// thread that gets the logger's lock finds the record and writes it under the id of the thread that began it. So the
+// texts grow by steps that no termination interrupts; within the memory that a text has, each of its changes leaves it
+// usable.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <string>
@@ -12,6 +14,13 @@
 #include "platform/uninterrupted.h"
 
 namespace KestSupport::internal {
+
+/// Makes room for more characters, before they are appended.
+inline void makeRoom(std::string& text, std::size_t more) {
+    if (text.capacity() - text.size() >= more) return;
+    const platform::Uninterrupted whole;
+    text.reserve(std::max(text.size() + more, 2 * text.capacity()));
+}
 
 /// Numbers of threads are never used twice, unlike the system's ids.
 struct LoggingThread {
@@ -42,8 +51,9 @@ class OpenRecord {
     bool isAccepted() const noexcept { return m_accepted; }
 
     void choose(const std::string& module, int level) {
-        const platform::Uninterrupted whole;
-        m_module = module;
+        m_module.clear();
+        makeRoom(m_module, module.size());
+        m_module += module;
         m_level = level;
     }
     /// From here on the record is the thread's, and takes its insertions.
@@ -54,18 +64,19 @@ class OpenRecord {
     }
     void reconsider() noexcept { m_accepted = false; }
 
-    /// Append receives the text and changes nothing else.
-    template <typename Append>
-    void append(Append&& append) {
-        const platform::Uninterrupted whole;
-        append(m_text);
+    /// The text, with room for more characters.
+    std::string& textWithRoom(std::size_t more) {
+        makeRoom(m_text, more);
+        return m_text;
     }
 
     /// Back to a record that no thread has chosen or begun.
     void reset() noexcept {
         constexpr std::size_t keptCapacity = 65536;
-        const platform::Uninterrupted whole;
-        if (m_text.capacity() > keptCapacity) std::string().swap(m_text);
+        if (m_text.capacity() > keptCapacity) {
+            const platform::Uninterrupted whole;
+            std::string().swap(m_text);
+        }
         m_text.clear();
         m_module.clear();
         m_level = kUnchosenLevel;

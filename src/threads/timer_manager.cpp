@@ -115,17 +115,14 @@ KestTimerManager::~KestTimerManager() = default;
 
 template <typename Change>
 void KestTimerManager::update(Change&& change) {
-    bool due = false;
-    {
-        const KestCriticalSection guard(process().m_listLock, true);
-        KestTimerManager* const manager = m_pInstance.load(std::memory_order_relaxed);
-        if (manager == nullptr) return;
-        const std::int64_t now = platform::coarseCalendarSeconds();
-        manager->m_timers.settle(now);
-        change(*manager);
-        due = manager->scheduleOrDue(now);
-    }
-    if (due) dispatch();
+    KestCriticalSection guard(process().m_listLock, true);
+    KestTimerManager* const manager = m_pInstance.load(std::memory_order_relaxed);
+    if (manager == nullptr) return;
+    const std::int64_t now = platform::coarseCalendarSeconds();
+    manager->m_timers.settle(now);
+    change(*manager);
+    // The pass begins before another thread gets the lock, so that what is due fires before the caller returns.
+    if (manager->scheduleOrDue(now)) runPass(*manager, guard, nullptr);
 }
 
 void KestTimerManager::addTimer(KestTimer& timer, const internal::TimerSetting& setting) {
@@ -182,7 +179,7 @@ void KestTimerManager::remove(KestTimer& timer) {
     timer.m_registered.store(firing, std::memory_order_release);
 }
 
-// True when the caller has to dispatch, without the list lock.
+// True when the caller has to run a pass.
 bool KestTimerManager::scheduleOrDue(std::int64_t now) {
     if (isPassUnderWay() || m_timers.empty()) return false;
     m_timers.settle(now);
@@ -257,9 +254,13 @@ void KestTimerManager::dispatch(KestTimerThread* timerThread) {
     KestTimerManager* const manager = m_pInstance;
     if (manager == nullptr) return;
     if (manager->isPassUnderWay()) return manager->waitNext(timerThread);
-    manager->observeClocks();
-    manager->runPass(guard, timerThread);
-    if (!manager->isCurrent()) delete manager;
+    runPass(*manager, guard, timerThread);
+}
+
+void KestTimerManager::runPass(KestTimerManager& manager, KestCriticalSection& guard, KestTimerThread* timerThread) {
+    manager.observeClocks();
+    manager.fireDue(guard, timerThread);
+    if (!manager.isCurrent()) delete &manager;
 }
 
 // The steady clock is read first, as the list asks for.
@@ -268,7 +269,7 @@ void KestTimerManager::observeClocks() noexcept {
     m_timers.observe(steady, platform::calendarTime());
 }
 
-void KestTimerManager::runPass(KestCriticalSection& guard, KestTimerThread* timerThread) {
+void KestTimerManager::fireDue(KestCriticalSection& guard, KestTimerThread* timerThread) {
     Process& shared = process();
     platform::waitForOne(shared.m_passLock.get(), 0);
     shared.m_passThread = platform::currentThreadId();

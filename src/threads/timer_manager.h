@@ -93,7 +93,8 @@ class KestTimerManager {
     std::int64_t restOfWait(std::int64_t now, std::int64_t calendar) const noexcept;
     bool isPassUnderWay();
     void rearm(KestTimer& timer);
-    void runPass(KestCriticalSection& guard, KestTimerThread* timerThread);
+    static void runPass(KestTimerManager& manager, KestCriticalSection& guard, KestTimerThread* timerThread);
+    void fireDue(KestCriticalSection& guard, KestTimerThread* timerThread);
     void lockAgain(KestCriticalSection& guard);
     bool fire(KestTimer& timer, KestCriticalSection& guard);
 

@@ -60,7 +60,7 @@ struct StreamLock {
     void* owner;
 };
 
-struct StandardStream {
+struct LockedStream {
     FILE* stream = nullptr;
     const volatile StreamLock* lock = nullptr;  // null when the C library's lock looks different
 
@@ -70,7 +70,7 @@ struct StandardStream {
 };
 
 enum : std::size_t { kOutput, kErrors, kInput };
-constinit std::array<StandardStream, 3> g_streams{};  // written when the library is loaded
+constinit std::array<LockedStream, 3> g_streams{};  // written when the library is loaded
 
 // Done at load: no lock may be left locked by a thread that is terminated during the search.
 [[gnu::constructor(101)]] void findRuntimeLocks() noexcept {
@@ -79,7 +79,7 @@ constinit std::array<StandardStream, 3> g_streams{};  // written when the librar
     const std::array<FILE*, 3> streams{stdout, stderr, stdin};
     for (std::size_t i = 0; i < streams.size(); ++i) {
         if (streams[i] == nullptr || ftrylockfile(streams[i]) != 0) continue;
-        const StandardStream candidate{streams[i], static_cast<const StreamLock*>(streams[i]->_lock)};
+        const LockedStream candidate{streams[i], static_cast<const StreamLock*>(streams[i]->_lock)};
         if (candidate.isHeldByCaller() && candidate.lock->levels == 1) g_streams[i] = candidate;
         funlockfile(streams[i]);
     }
@@ -116,7 +116,7 @@ bool mayHoldRuntimeLock(const void* context) noexcept {
 }
 
 void releaseStandardStreams() noexcept {
-    for (const StandardStream& standard : g_streams) {
+    for (const LockedStream& standard : g_streams) {
         if (!standard.isHeldByCaller()) continue;
         for (int levels = standard.lock->levels; levels > 0; --levels)
             funlockfile(standard.stream);

@@ -14,8 +14,9 @@
 // a read level, readLock by a thread that has the write lock.
 //
 // Threads: every operation may be called by any thread, and copies may be made and destroyed in different ones; one
-// lock object is not assigned to while another thread uses that object. Threads are known by their id: what a thread
-// holds when it ends stays held. Inside, nothing is locked, logged or called while the lock's own guard is held.
+// lock object is not assigned to while another thread uses that object. What a thread holds when it ends stays held. A
+// thread that forks holds in the child what it holds in the parent. Inside, nothing is locked, logged or called while
+// the lock's own guard is held.
 //
 // Lifetime: what the copies share goes with the last of them. A thread that has just got the lock may destroy it, even
 // while the one that unlocked is still about to return.

@@ -9,6 +9,9 @@ namespace KestSupport::platform {
 /// The calling thread, as a number that no other living thread of the process has; never 0 nor all ones. Asked for at
 /// every taking of a lock, so it costs no more than a call.
 std::uint32_t threadKey() noexcept;
+/// The same, but the thread keeps it while its last destructors run. In a forked child the only thread has that of the
+/// thread that forked.
+std::uint32_t lifelongThreadKey() noexcept;
 /// False when the thread has ended, and will not finish what it had begun.
 bool threadMayRun(std::uint32_t key) noexcept;
 /// When this returns, every other thread of the process has passed a full memory barrier, or has become visible with

@@ -15,7 +15,7 @@
 #include <algorithm>
 #include <new>
 
-#include "platform/thread.h"
+#include "platform/thread_bias.h"
 #include "platform/wait.h"
 #include "text/log_record.h"
 
@@ -66,19 +66,19 @@ RwLockImplementation::~RwLockImplementation() {
 }
 
 void RwLockImplementation::readLock() {
-    const std::uint32_t thread = platform::currentThreadId();
+    const std::uint32_t thread = platform::lifelongThreadKey();
     bool entered = false;
     if (!readQuickly(thread, entered)) readSlowly(thread, entered, true);
 }
 
 bool RwLockImplementation::tryReadLock() {
-    const std::uint32_t thread = platform::currentThreadId();
+    const std::uint32_t thread = platform::lifelongThreadKey();
     bool entered = false;
     return readQuickly(thread, entered) || readSlowly(thread, entered, false);
 }
 
 void RwLockImplementation::readUnLock() {
-    const std::uint32_t thread = platform::currentThreadId();
+    const std::uint32_t thread = platform::lifelongThreadKey();
     std::atomic<std::uint64_t>& slot = slotOf(thread).word;
     std::uint64_t word = ownedBy(thread) | 1;
     if (slot.compare_exchange_strong(word, 0, std::memory_order_release, std::memory_order_relaxed)) return;
@@ -106,18 +106,18 @@ void RwLockImplementation::readUnLock() {
 }
 
 void RwLockImplementation::writeLock() {
-    const std::uint32_t thread = platform::currentThreadId();
+    const std::uint32_t thread = platform::lifelongThreadKey();
     KestCriticalSection guard(m_lock, true);
     if (!takeWrite(thread)) waitUntil(guard, [&] { return takeWrite(thread); });
 }
 
 bool RwLockImplementation::tryWriteLock() {
     const KestCriticalSection guard(m_lock, true);
-    return takeWrite(platform::currentThreadId());
+    return takeWrite(platform::lifelongThreadKey());
 }
 
 void RwLockImplementation::writeUnLock() {
-    const std::uint32_t thread = platform::currentThreadId();
+    const std::uint32_t thread = platform::lifelongThreadKey();
     std::uint64_t gate = ownedBy(thread);
     if (m_gate.compare_exchange_strong(gate, 0, std::memory_order_release, std::memory_order_relaxed)) return;
     if (ownerOf(gate) != thread) {

@@ -5,8 +5,10 @@
 #include <new>
 
 #include "platform/clock.h"
+#include "platform/fork.h"
 #include "platform/process_memory.h"
 #include "platform/thread.h"
+#include "platform/thread_bias.h"
 #include "support/exceptions.h"
 
 namespace KestSupport {
@@ -43,6 +45,8 @@ constexpr int kYieldsAtEnd = 1000;
 constexpr int kSleepsAtEnd = 100;
 
 static_assert(kLongestWait <= internal::TimerQueue::kLongestRest * kNanoseconds);
+
+constinit thread_local bool t_isTimerThread = false;
 
 std::int64_t intervalOf(const internal::TimerSetting& setting) noexcept {
     return setting.seconds * kNanoseconds + setting.milliseconds * kNanosecondsPerMillisecond;
@@ -240,7 +244,7 @@ void KestTimerManager::rearm(KestTimer& timer) {
 
 // True when the thread of the pass under way was killed; nothing is firing then.
 bool KestTimerManager::recoverPass(Process& shared) noexcept {
-    if (shared.m_passThread == platform::currentThreadId()) return false;
+    if (shared.m_passThread == platform::lifelongThreadKey()) return false;
     const std::uint32_t taken = platform::waitForOne(shared.m_passLock.get(), 0);
     if (taken != platform::kWaitObject0 && taken != platform::kWaitAbandoned) return false;
     shared.m_passThread = 0;
@@ -272,7 +276,7 @@ void KestTimerManager::observeClocks() noexcept {
 void KestTimerManager::fireDue(KestCriticalSection& guard, KestTimerThread* timerThread) {
     Process& shared = process();
     platform::waitForOne(shared.m_passLock.get(), 0);
-    shared.m_passThread = platform::currentThreadId();
+    shared.m_passThread = platform::lifelongThreadKey();
     m_dispatching = true;
     m_timers.beginPass();
     for (bool goOn = true; goOn;) {
@@ -328,7 +332,7 @@ bool KestTimerManager::waitWhileFiring(const KestTimer& timer) {
     Process& shared = process();
     KestCriticalSection guard(shared.m_listLock, true);
     bool waited = false;
-    while (shared.m_pFiring == &timer && shared.m_passThread != platform::currentThreadId()) {
+    while (shared.m_pFiring == &timer && shared.m_passThread != platform::lifelongThreadKey()) {
         waited = true;
         if (recoverPass(shared)) break;
         platform::resetEvent(shared.m_fired.get());
@@ -376,6 +380,18 @@ bool KestTimerManager::isWaiting(const KestTimerThread& thread) {
     return manager != nullptr && manager->m_pWaiting == &thread;
 }
 
+void KestTimerManager::resetInForkedChild() noexcept {
+    KestTimerManager* const manager = m_pInstance;
+    if (manager == nullptr) return;
+    manager->m_pWaiting = nullptr;  // its object stays, like all that the parent's threads had
+    process().m_liveThreads = t_isTimerThread ? 1 : 0;
+}
+
+const bool KestTimerManager::m_isTold = [] {
+    platform::onForkInChild(&KestTimerManager::resetInForkedChild);
+    return true;
+}();
+
 KestTimerThreadCount::KestTimerThreadCount() {
     ++KestTimerManager::process().m_liveThreads;
 }
@@ -387,6 +403,7 @@ KestTimerThreadCount::~KestTimerThreadCount() {
 KestTimerThread::KestTimerThread() : m_wakeEvent(platform::createEvent(false, false)) {}
 
 int KestTimerThread::run() {
+    t_isTimerThread = true;
     do {
         if (!waitForExpiry()) return 0;
         KestTimerManager::dispatch(this);

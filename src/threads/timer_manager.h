@@ -18,6 +18,9 @@
 //
 // A wait lasts kLongestWait at most: then the thread looks whether the calendar was set forward, or the system slept.
 //
+// In a forked child the waiting thread is gone, and a pass on another thread is found abandoned. The next operation on
+// any timer makes a thread that serves all of them.
+//
 // Lifetime: the manager is made on first use and deleted at the library's unload, after which there is none. The locks
 // outlive it. The operations are static, since a manager may be deleted while a thread is on its way into one: each
 // looks for the manager under the list lock, and does nothing when it is gone.
@@ -77,6 +80,7 @@ class KestTimerManager {
     static bool recoverPass(Process& process) noexcept;
     static Order nextOrder(const KestTimerThread& thread, std::uint32_t& milliseconds);
     static bool isWaiting(const KestTimerThread& thread);
+    static void resetInForkedChild() noexcept;
     template <typename Change>
     static void update(Change&& change);
 
@@ -100,6 +104,7 @@ class KestTimerManager {
 
     static std::atomic<KestTimerManager*> m_pInstance;  // written under the list lock
     static std::atomic<bool> m_exiting;                 // likewise
+    static const bool m_isTold;                         // resetInForkedChild is registered
 
     // All guarded by the list lock.
     internal::TimerQueue m_timers;

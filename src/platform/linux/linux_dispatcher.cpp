@@ -1,4 +1,6 @@
 // The dispatcher: queues of waiting threads, and whom a signal satisfies.
+#include <utility>
+
 #include "platform/linux/linux_barrier.h"
 #include "platform/linux/linux_wait_object.h"
 
@@ -10,6 +12,7 @@ using Kind = WaitObject::Kind;
 // The dispatcher lock. It is held for a few list operations at a time, so a short spin nearly always suffices.
 enum LockState : std::uint32_t { kFree, kTaken, kTakenWithSleepers };
 constinit FutexWord g_lock{kFree};
+constinit Waiter* g_firstWaiter = nullptr;  // guarded by g_lock
 
 void lockDispatcher() noexcept {
     std::uint32_t state = kFree;
@@ -84,6 +87,7 @@ bool holdOn(WaitObject& object, std::uint32_t id, bool& held) noexcept {
         const std::uint32_t before = object.word.fetch_or(WaitObject::kFrozen, std::memory_order_acquire);
         held = (before & WaitObject::kFrozen) == 0;
         if (object.isTimer()) refreshTimer(object);
+        if (object.kind == Kind::thread) refreshThread(static_cast<ThreadObject&>(object));
         return (object.word.load(std::memory_order_acquire) & WaitObject::kSignalled) != 0;
     }
     std::uint32_t owner = WaitObject::kNobody;
@@ -105,6 +109,7 @@ void letGo(WaitObject& object) noexcept {
 bool consumeOne(WaitObject& object, std::uint32_t id, bool& abandoned) noexcept {
     if (object.kind == Kind::mutex) return takeMutex(object, id, abandoned);
     if (object.isTimer()) refreshTimer(object);
+    if (object.kind == Kind::thread) refreshThread(static_cast<ThreadObject&>(object));
     if (!object.resetsItself()) return (object.word.load(std::memory_order_acquire) & WaitObject::kSignalled) != 0;
     // A thread on the fast path may be first.
     const std::uint32_t before = object.word.fetch_and(~WaitObject::kSignalled, std::memory_order_acq_rel);
@@ -130,6 +135,7 @@ bool consumeAll(Waiter& waiter, bool& abandoned) noexcept {
 }  // namespace
 
 constinit ContendedMutexes g_contended;
+constinit std::uint32_t g_forks = 0;
 
 void refreshTimer(WaitObject& timer) noexcept {
     if (timer.due == kNever) return;
@@ -211,6 +217,10 @@ void Dispatcher::enqueue(Waiter& waiter, bool front) noexcept {
         (link.next == nullptr ? object.last : link.next->previous) = &link;
     }
     waiter.queued = true;
+    waiter.previous = nullptr;
+    waiter.next = g_firstWaiter;
+    if (g_firstWaiter != nullptr) g_firstWaiter->previous = &waiter;
+    g_firstWaiter = &waiter;
     waiter.outcome = Waiter::Outcome::waiting;
     waiter.thread->waiter = &waiter;
     // From here on every release either is visible to this thread's next look or sees that a thread is queued.
@@ -235,6 +245,8 @@ void Dispatcher::dequeue(Waiter& waiter) noexcept {
     }
     waiter.queued = false;
     waiter.thread->waiter = nullptr;
+    if (waiter.next != nullptr) waiter.next->previous = waiter.previous;
+    (waiter.previous == nullptr ? g_firstWaiter : waiter.previous->next) = waiter.next;
 }
 
 void Dispatcher::finish(Waiter& waiter, Waiter::Outcome outcome, std::uint32_t result) noexcept {
@@ -312,6 +324,43 @@ void settleMutexes(Dispatcher& dispatcher, std::uint32_t endedId) noexcept {
             dispatcher.abandon(mutex);
         }
     });
+}
+
+void refreshThread(ThreadObject& thread) noexcept {
+    if (thread.forks != g_forks) thread.word.fetch_or(WaitObject::kSignalled, std::memory_order_relaxed);
+}
+
+void lockForFork(ThreadRecord& self) noexcept {
+    self.holdsForFork = self.regionDepth == 0;
+    if (!self.holdsForFork) return;
+    Region::begin(self);
+    lockDispatcher();
+}
+
+void unlockAfterFork(ThreadRecord& self) noexcept {
+    if (!std::exchange(self.holdsForFork, false)) return;
+    unlockDispatcher();
+    Region::end(self);
+}
+
+void resetInForkedChild(ThreadRecord& self) noexcept {
+    ++g_forks;
+    // What the parent's threads asked of this one was not meant for the child.
+    self.controlPending = false;
+    if (self.systemId != 0) self.systemId = static_cast<std::uint32_t>(syscall(SYS_gettid));
+    if (ThreadObject* const thread = self.finishing; thread != nullptr) {
+        thread->forks = g_forks;
+        thread->systemId.store(self.systemId, std::memory_order_relaxed);
+        thread->control.store(0, std::memory_order_relaxed);
+    }
+    // The other threads' stacks and thread-local objects are still in the child's memory.
+    for (Waiter* waiter = g_firstWaiter; waiter != nullptr;) {
+        Waiter& each = *std::exchange(waiter, waiter->next);
+        if (each.thread != &self) Dispatcher::dequeue(each);
+    }
+    keepOnlyThread(self);
+    if (std::exchange(self.holdsForFork, false)) Region::end(self);
+    g_lock.store(kFree, std::memory_order_release);
 }
 
 void offerReleasedMutexes(ThreadRecord& self) noexcept {

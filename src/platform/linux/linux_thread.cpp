@@ -140,7 +140,7 @@ bool installControlSignal() noexcept {
 }
 
 bool hasEnded(const ThreadObject& thread) noexcept {
-    return (thread.word.load(std::memory_order_acquire) & WaitObject::kSignalled) != 0;
+    return thread.forks != g_forks || (thread.word.load(std::memory_order_acquire) & WaitObject::kSignalled) != 0;
 }
 
 // The kernel's id of a new thread, 0 while it has none.
@@ -283,7 +283,8 @@ void closeThread(ThreadObject& thread) noexcept {
             return;
         }
     }
-    pthread_join(thread.native.load(std::memory_order_relaxed), nullptr);
+    // The C library has given up a parent's thread at the fork.
+    if (thread.forks == g_forks) pthread_join(thread.native.load(std::memory_order_relaxed), nullptr);
     delete &thread;
 }
 

@@ -10,6 +10,10 @@ std::uint32_t threadKey() noexcept {
     return currentRecord().id;
 }
 
+std::uint32_t lifelongThreadKey() noexcept {
+    return currentRecord().firstId;
+}
+
 bool threadMayRun(std::uint32_t key) noexcept {
     const Dispatcher dispatcher(currentRecord());
     return isAttached(key);

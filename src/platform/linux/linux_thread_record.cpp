@@ -20,6 +20,10 @@ constinit std::atomic<std::uint32_t> g_lastId{0};
 constexpr std::size_t kBucketCount = 256;
 constinit std::array<ThreadRecord*, kBucketCount> g_buckets{};  // guarded by the dispatcher lock
 
+// In a forked child: the last id that its parent gave, and that of the thread that forked. Written by that thread.
+constinit std::uint32_t g_lastIdOfParent = 0;
+constinit std::uint32_t g_forkedId = 0;
+
 ThreadRecord*& bucketOf(std::uint32_t id) noexcept {
     return g_buckets[(id >> 1) % kBucketCount];
 }
@@ -83,13 +87,14 @@ void attachThread(ThreadRecord& self) noexcept {
     // A record in the table is taken out by the end of its thread. A thread made here calls announceEnd.
     if (self.detached || (!self.endIsHeard && self.finishing == nullptr)) {
         self.id = newId(0);
-        return;
+    } else {
+        Dispatcher dispatcher(self);
+        do {
+            self.id = newId(1);
+        } while (isInTable(self.id));
+        insert(self);
     }
-    Dispatcher dispatcher(self);
-    do {
-        self.id = newId(1);
-    } while (isInTable(self.id));
-    insert(self);
+    if (self.firstId == 0) self.firstId = self.id;
 }
 
 void announceEnd(ThreadRecord& self) noexcept {
@@ -103,7 +108,16 @@ void announceEnd(ThreadRecord& self) noexcept {
 }
 
 bool isAttached(std::uint32_t id) noexcept {
-    return (id & 1) == 0 || isInTable(id);
+    if ((id & 1) != 0) return isInTable(id);
+    // Ids go round; a difference in the lower half is an id that was given later.
+    return g_forks == 0 || id == g_forkedId || id - g_lastIdOfParent < (1U << 31);
+}
+
+void keepOnlyThread(ThreadRecord& self) noexcept {
+    g_buckets.fill(nullptr);
+    if ((self.id & 1) != 0) insert(self);
+    g_forkedId = self.id;
+    g_lastIdOfParent = g_lastId.load(std::memory_order_relaxed) + 2;
 }
 
 void detachThread(Dispatcher& dispatcher, ThreadRecord& self) noexcept {

@@ -53,10 +53,12 @@ struct Waiter;
 /// One thread as the waits see it; it lies in the thread's static thread-local storage.
 struct ThreadRecord {
     std::uint32_t id = 0;               ///< what a mutex knows its owner by; 0 until the thread is attached
+    std::uint32_t firstId = 0;          ///< the first value of id, which changes when the thread's end is announced
     std::uint32_t systemId = 0;         ///< the kernel's thread id
     bool detached = false;              ///< the thread's end has been announced; its last destructors run
     bool endIsHeard = false;            ///< the system will tell of the thread's end
     bool leaving = false;               ///< a thread made here that has closed its own handle
+    bool holdsForFork = false;          ///< took the dispatcher lock for a fork that is under way
     ThreadObject* thread = nullptr;     ///< set while a thread made here can be suspended and terminated
     ThreadObject* finishing = nullptr;  ///< a thread made here: what its end is told to
 
@@ -127,7 +129,9 @@ struct Waiter {
     enum class Outcome : std::uint8_t { waiting, satisfied, retry };
 
     ThreadRecord* thread = nullptr;
-    Link* links = nullptr;  ///< one for each object, in the caller's order
+    Link* links = nullptr;   ///< one for each object, in the caller's order
+    Waiter* next = nullptr;  ///< all queued waits
+    Waiter* previous = nullptr;
     std::size_t count = 0;
     bool all = false;
     bool wantsHandOver = false;  ///< passed over too often on a mutex
@@ -227,6 +231,9 @@ class ContendedMutexes {
 
 extern constinit ContendedMutexes g_contended;
 
+/// How many forks lie between this process and the one that loaded the library. Written in a child that has one thread.
+extern constinit std::uint32_t g_forks;
+
 /// A thread made by createThread. It belongs to its handle and to the running thread; the later of both frees it.
 class ThreadObject : public WaitObject {
   public:
@@ -246,6 +253,7 @@ class ThreadObject : public WaitObject {
     std::atomic<bool> forced{false};  // take the thread even inside the C runtime
     std::atomic<std::uint32_t> signalsHeard{0};
     std::atomic<std::uint32_t> exitCode{kStillActive};
+    std::uint32_t forks = g_forks;      // the process that the thread runs in; another one of before is gone
     std::uint32_t terminationCode = 0;  // set before kTerminating
     bool closed = false;                // guarded by the dispatcher lock: the handle is gone
 };
@@ -274,7 +282,7 @@ class Dispatcher {
     bool consume(Waiter& waiter, std::uint32_t& result) noexcept;
 
     void enqueue(Waiter& waiter, bool front) noexcept;
-    void dequeue(Waiter& waiter) noexcept;
+    static void dequeue(Waiter& waiter) noexcept;
 
   private:
     void wake(ThreadRecord& thread) noexcept;
@@ -308,5 +316,15 @@ void awaitLeavingThreads() noexcept;
 void settleMutexes(Dispatcher& dispatcher, std::uint32_t endedId) noexcept;
 /// True while a thread with this owner id may still release what it owns.
 bool isAttached(std::uint32_t id) noexcept;
+/// In a forked child: makes the handle of a thread of the parent signalled. Under the dispatcher lock.
+void refreshThread(ThreadObject& thread) noexcept;
+
+/// Takes the dispatcher lock for the time of a fork. A signal handler may fork while its thread has that lock already.
+void lockForFork(ThreadRecord& self) noexcept;
+void unlockAfterFork(ThreadRecord& self) noexcept;
+/// Makes self, which forked, the only thread that the waits know, and frees the dispatcher lock.
+void resetInForkedChild(ThreadRecord& self) noexcept;
+/// A part of that: the table of attached threads.
+void keepOnlyThread(ThreadRecord& self) noexcept;
 
 }  // namespace KestSupport::platform

@@ -1,0 +1,38 @@
+// The dispatcher lock is held while the process is copied, so the tables and queues are whole in the child.
+#include "platform/fork.h"
+
+#include <pthread.h>
+
+#include <array>
+
+#include "platform/linux/linux_call.h"
+#include "platform/linux/linux_wait_object.h"
+
+namespace KestSupport::platform {
+namespace {
+
+constinit std::array<ForkHandler, 8> g_handlers{};
+constinit std::atomic<std::size_t> g_handlerCount{0};
+
+void inChild() {
+    resetInForkedChild(t_record);
+    for (std::size_t i = 0; i < g_handlerCount.load(std::memory_order_acquire); ++i)
+        g_handlers[i]();
+}
+
+[[gnu::constructor(101)]] void registerForkHandlers() noexcept {
+    errorCall("pthread_atfork", [] {
+        return pthread_atfork([] { lockForFork(t_record); }, [] { unlockAfterFork(t_record); }, &inChild);
+    });
+}
+
+}  // namespace
+
+void onForkInChild(ForkHandler handler) noexcept {
+    const std::size_t count = g_handlerCount.load(std::memory_order_relaxed);
+    if (count == g_handlers.size()) return;
+    g_handlers[count] = handler;
+    g_handlerCount.store(count + 1, std::memory_order_release);
+}
+
+}  // namespace KestSupport::platform

@@ -5,6 +5,8 @@
 // they owned are abandoned, their handles are signalled, and the only thread has an id of its own.
 #pragma once
 
+#include <cstdint>
+
 namespace KestSupport::platform {
 
 /// Called in the child, on its only thread, before fork returns there. The waits work already. It blocks on nothing and
@@ -14,5 +16,9 @@ using ForkHandler = void (*)() noexcept;
 /// Registers a handler for the time that the library is loaded; at most 8, called in the order of registration. Called
 /// by the initialisation of static objects.
 void onForkInChild(ForkHandler handler) noexcept;
+
+/// How many forks lie between this process and the one that loaded the library: what carries another number belongs to
+/// a thread that this process does not have.
+std::uint32_t forkCount() noexcept;
 
 }  // namespace KestSupport::platform

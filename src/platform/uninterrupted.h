@@ -2,7 +2,8 @@
 // while they read files, and short changes of what all threads share.
 #pragma once
 
-#include <mutex>
+#include <atomic>
+#include <cstdint>
 
 namespace KestSupport::platform {
 
@@ -20,22 +21,17 @@ class Uninterrupted {
 };
 
 /// A mutex that survives its owner: the thread that waits for it or holds it is not suspended or terminated until it
-/// has released it. For steps that always end soon. Not recursive.
+/// has released it. In a forked child it is free when another thread had it. For steps that always end soon. Not
+/// recursive.
 class UninterruptedMutex {
   public:
     constexpr UninterruptedMutex() noexcept = default;
 
-    void lock() {
-        beginUninterrupted();
-        m_mutex.lock();
-    }
-    void unlock() {
-        m_mutex.unlock();
-        endUninterrupted();
-    }
+    void lock() noexcept;
+    void unlock() noexcept;
 
   private:
-    std::mutex m_mutex;
+    std::atomic<std::uint32_t> m_word{0};  // the back end's
 };
 
 }  // namespace KestSupport::platform

@@ -58,11 +58,12 @@ void LogWatchLink::startVisit(const std::shared_ptr<LogWatchLink>& link) {
     auto thread = std::make_unique<KestLoggingEventTimerThread>(link);
     // The new thread cannot pass this lock, so it still exists when it is asked whether it lives.
     const std::lock_guard guard(link->m_lock);
-    if (link->m_visit != Visit::none) return;
+    if (link->visit() != Visit::none) return;
     thread->setMarkForDeath();
     thread->start();
     if (!thread->isAlive()) return;
     link->m_visit = Visit::coming;
+    link->m_forks = platform::forkCount();
     static_cast<void>(thread.release());
 }
 
@@ -83,7 +84,7 @@ void LogWatchLink::cut() noexcept {
         {
             const std::lock_guard guard(m_lock);
             m_pLogging = nullptr;
-            if (m_visit != Visit::there) return;
+            if (visit() != Visit::there) return;
         }
         constexpr std::uint32_t lookAgain = 50;  // milliseconds; for an event that could not be made
         if (platform::waitForOne(m_left.get(), lookAgain) == platform::kWaitFailed) platform::sleepThread(1);

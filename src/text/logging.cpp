@@ -215,6 +215,7 @@ void KestLogging::endrecord() {
 void KestLogging::writeAbandonedRecord() {
     const internal::OpenRecord& record = m_pState->record;
     if (!record.hasBuilder() || record.isBuiltBy(currentThread())) return;
+    if (record.isOfParent()) return m_pState->resetRecord();
     try {
         writeRecord();
     } catch (...) {  // it is lost, but not the record that this thread begins

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/fork.h"
 #include "platform/uninterrupted.h"
 
 namespace KestSupport::internal {
@@ -44,6 +45,8 @@ class OpenRecord {
     /// Whether any thread has inserted into it. The caller holds the lock.
     bool hasBuilder() const noexcept { return m_builder.load(std::memory_order_relaxed) != kNoThread; }
     std::uint32_t builderId() const noexcept { return m_builderId; }
+    /// Whether its builder is a thread of the process that this one was forked from, which ends the record there.
+    bool isOfParent() const noexcept { return hasBuilder() && m_forks != platform::forkCount(); }
 
     int level() const noexcept { return m_level; }
     const std::string& module() const noexcept { return m_module; }
@@ -59,6 +62,7 @@ class OpenRecord {
     /// From here on the record is the thread's, and takes its insertions.
     void accept(const LoggingThread& thread, std::uint32_t threadId) noexcept {
         m_builderId = threadId;
+        m_forks = platform::forkCount();
         m_builder.store(thread.number, std::memory_order_relaxed);
         m_accepted = true;
     }
@@ -89,6 +93,7 @@ class OpenRecord {
 
     std::atomic<std::uint64_t> m_builder{kNoThread};
     std::uint32_t m_builderId = 0;  // the system's id of the builder
+    std::uint32_t m_forks = 0;      // the builder's process
     bool m_accepted = false;
     int m_level = kUnchosenLevel;
     std::string m_module;  // empty for none

@@ -175,12 +175,16 @@ WaitObject* ContendedMutexes::find(const WaitObject* address) noexcept {
     return mutex;
 }
 
-Dispatcher::Dispatcher(ThreadRecord& self) noexcept : m_region(self) {
+Dispatcher::Dispatcher(ThreadRecord& self) noexcept : m_self(self), m_region(self) {
+    m_self.inDispatcher = true;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
     lockDispatcher();
 }
 
 Dispatcher::~Dispatcher() {
     unlockDispatcher();
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    m_self.inDispatcher = false;
     for (std::size_t i = 0; i < m_wakeCount; ++i)
         futexWake(m_toWake[i], 1);
 }
@@ -331,7 +335,7 @@ void refreshThread(ThreadObject& thread) noexcept {
 }
 
 void lockForFork(ThreadRecord& self) noexcept {
-    self.holdsForFork = self.regionDepth == 0;
+    self.holdsForFork = !self.inDispatcher;
     if (!self.holdsForFork) return;
     Region::begin(self);
     lockDispatcher();

@@ -28,6 +28,10 @@ void inChild() {
 
 }  // namespace
 
+std::uint32_t forkCount() noexcept {
+    return g_forks;
+}
+
 void onForkInChild(ForkHandler handler) noexcept {
     const std::size_t count = g_handlerCount.load(std::memory_order_relaxed);
     if (count == g_handlers.size()) return;

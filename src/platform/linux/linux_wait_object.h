@@ -65,6 +65,7 @@ struct ThreadRecord {
     // Written by the thread itself; its signal handler reads them.
     volatile int regionDepth = 0;
     volatile bool controlPending = false;
+    volatile bool inDispatcher = false;  ///< has the dispatcher lock, or waits for it
 
     // Guarded by the dispatcher lock.
     Waiter* waiter = nullptr;              ///< the wait that the thread is queued for
@@ -287,6 +288,7 @@ class Dispatcher {
   private:
     void wake(ThreadRecord& thread) noexcept;
 
+    ThreadRecord& m_self;
     Region m_region;
     std::array<FutexWord*, 8> m_toWake{};
     std::size_t m_wakeCount = 0;

@@ -1,5 +1,10 @@
 #include "bench_kit.h"
 
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <condition_variable>
 #include <map>
 #include <mutex>
@@ -85,6 +90,24 @@ std::map<std::string, int (*)()>& childPrograms() {
 }
 
 }  // namespace
+
+BusyProcesses::BusyProcesses() {
+    for (int& id : m_ids) {
+        id = fork();
+        if (id != 0) continue;
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        for (volatile unsigned count = 0;;)
+            count = count + 1;
+    }
+}
+
+BusyProcesses::~BusyProcesses() {
+    for (const int id : m_ids) {
+        if (id <= 0) continue;
+        kill(id, SIGKILL);
+        waitpid(id, nullptr, 0);
+    }
+}
 
 ChildProgram::ChildProgram(const std::string& argument, int (*main)()) {
     childPrograms()[argument] = main;

@@ -24,6 +24,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <array>
 #include <functional>
 #include <string>
 
@@ -58,6 +59,19 @@ class Comparison {
     bool m_realTime = false;
     int m_threads = 1;
     benchmark::IterationCount m_iterations = 0;
+};
+
+/// Two processes that take all the processor time that they get, for as long as the object lives: what a wait costs on
+/// a machine that has other work.
+class BusyProcesses {
+  public:
+    BusyProcesses();
+    BusyProcesses(const BusyProcesses&) = delete;
+    BusyProcesses& operator=(const BusyProcesses&) = delete;
+    ~BusyProcesses();
+
+  private:
+    std::array<int, 2> m_ids{};
 };
 
 /// What the bench's program does instead when it is started with that one argument, for benches that start programs.

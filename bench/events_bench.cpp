@@ -118,6 +118,17 @@ void KestBench::registerBenches() {
         .realTime()
         .ours([](benchmark::State& state) { roundTrip<EventBaton>(state, false); })
         .peer("std::binary_semaphore", 0.5, [](benchmark::State& state) { roundTrip<SemaphoreBaton>(state, false); });
+    Comparison("events/round trip beside busy processes")
+        .realTime()
+        .iterations(2000)
+        .ours([](benchmark::State& state) {
+            const BusyProcesses busy;
+            roundTrip<EventBaton>(state, false);
+        })
+        .peer("std::binary_semaphore", 1.0, [](benchmark::State& state) {
+            const BusyProcesses busy;
+            roundTrip<SemaphoreBaton>(state, false);
+        });
     Comparison("events/round trip asleep")
         .realTime()
         .iterations(2000)

@@ -63,11 +63,12 @@ class KEST_SUPPORT_EXPORT KestSetLogLevelManipulator {
     KestSetLogLevelManipulator(Function function, int recordLevel) : fn(function), level(recordLevel) {}
     KestSetLogLevelManipulator(Function function, const std::string& recordModule, int recordLevel)
         : fn(function), module(recordModule), level(recordLevel) {}
-    KestSetLogLevelManipulator(const KestSetLogLevelManipulator& other)
-        : fn(other.fn), module(other.module), level(other.level) {}
-    KestSetLogLevelManipulator& operator=(const KestSetLogLevelManipulator& other) = default;
+    KestSetLogLevelManipulator(const KestSetLogLevelManipulator&) = default;
+    KestSetLogLevelManipulator& operator=(const KestSetLogLevelManipulator&) = default;
     ~KestSetLogLevelManipulator() {
-        if (std::uncaught_exceptions() > m_exceptions) leaveRecord();
+        // Records that are written while an exception is under way are not marked: a first insertion after this, and
+        // endrecord, remove the mark.
+        if (std::uncaught_exceptions() > 0) leaveRecord();
     }
 
     Function fn;
@@ -76,8 +77,6 @@ class KEST_SUPPORT_EXPORT KestSetLogLevelManipulator {
 
   private:
     static void leaveRecord() noexcept;
-
-    int m_exceptions = std::uncaught_exceptions();  // under way when it was made
 };
 
 /// Ends the record of the calling thread: writes it when its level allows it, and releases the logger to other threads.

@@ -1,5 +1,6 @@
 #include "text/log_watchdog.h"
 
+#include <algorithm>
 #include <mutex>
 #include <new>
 #include <utility>
@@ -13,18 +14,13 @@
 namespace KestSupport {
 
 namespace internal {
-namespace {
-
-constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
-
-}  // namespace
 
 bool LogWatchdog::arm() {
     return m_armed.load(std::memory_order_relaxed) || startOnce(m_seconds);
 }
 
 bool LogWatchdog::openRecord() noexcept {
-    m_openSince.store(platform::coarseSteadyTime(), std::memory_order_seq_cst);
+    m_openSince.store(platform::coarseCalendarSeconds(), std::memory_order_seq_cst);
     if (m_armed.load(std::memory_order_seq_cst)) return true;
     closeRecord();
     return false;
@@ -34,9 +30,11 @@ void LogWatchdog::set() {
     m_armed.store(false, std::memory_order_seq_cst);
     const std::int64_t openSince = m_openSince.load(std::memory_order_seq_cst);
     if (openSince == noRecord) return;
-    const std::int64_t rest = openSince + m_seconds * nanosecondsPerSecond - platform::coarseSteadyTime();
-    if (rest <= 0) KestTimer::set();
-    startOnce(rest <= 0 ? m_seconds : rest / nanosecondsPerSecond + 1);
+    const std::int64_t rest = openSince + m_seconds - platform::coarseCalendarSeconds();
+    const bool isLong = rest <= 0 || openSince == m_foundOpen;
+    m_foundOpen = openSince;
+    if (isLong) KestTimer::set();
+    startOnce(isLong ? m_seconds : std::min<std::int64_t>(rest, m_seconds));
 }
 
 bool LogWatchdog::startOnce(std::int64_t seconds) {

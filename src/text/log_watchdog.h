@@ -47,9 +47,14 @@ class LogWatchdog : public KestTimer {
 
     const std::int32_t m_seconds;  // that a record may stay open
 
+    // Opening, once for each record, asks for the calendar's seconds, which cost a tenth of the steady clock's time. A
+    // calendar that is set back cannot put the watch off for longer than another m_seconds: at its second expiry the
+    // record has been open for the rest that the first one found.
+    std::int64_t m_foundOpen = noRecord;  // what the last expiry found; one expiry at a time
+
     // Opening writes the first and reads the second, expiry writes the second and reads the first, all sequentially
     // consistent: so at least one of them sees the other.
-    std::atomic<std::int64_t> m_openSince{noRecord};  // on the steady clock, in nanoseconds
+    std::atomic<std::int64_t> m_openSince{noRecord};  // in seconds of the calendar
     std::atomic<bool> m_armed{false};
 };
 

@@ -194,6 +194,7 @@ bool KestLogging::getLogAccess() {
         state.lock.unlock();
         watchable = state.watchdog.arm();
     }
+    thread.hasLeftRecord = false;
     record.accept(thread, platform::currentThreadId());
     return true;
 }

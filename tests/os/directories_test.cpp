@@ -45,7 +45,7 @@ TEST(CreateDirectory, MakesWhatIsMissingOfThePathAndLogsWhatCannotBeMade) {
     const fs::path before = fs::current_path();
     fs::current_path(folder.path());
     const kit::LogCapture log;
-    const kit::FailingCalls calls("mkdir", 3, true, EACCES);
+    const kit::FailingCalls calls("makeDirectory", 3, true, EACCES);
     EXPECT_FALSE(KestCreateDirectory("j\\k/l"));
     fs::current_path(before);
     EXPECT_EQ(log.messages(), (Texts{"KestCreateDirectory: j\\k/l", "KestCreateDirectory: couldn't create j/k (13)"}));
@@ -134,7 +134,7 @@ TEST(RemoveDirectory, LeavesNothingOpenAndNothingUnsaidWhicheverSystemCallFails)
     EXPECT_EQ(failures, (std::set<std::string>{"", kNoDirectory + " 5", kNoDirectory + " 0", kNoFile + " 0"}));
     fs::create_directories(deep);
     const kit::LogCapture log(1);
-    const kit::FailingCalls calls("openat", 1, true, EMFILE);
+    const kit::FailingCalls calls("openDirectory", 1, true, EMFILE);
     EXPECT_EQ(removalFailure(tree), "");
     EXPECT_EQ(log.messages(), Texts{"KestRemoveDirectory: Could not read the directory " + tree + " (24)"});
 }

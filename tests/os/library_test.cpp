@@ -27,7 +27,7 @@ TEST(Library, StaysLoadedUntilTheLastOfItsLoadsIsGivenBack) {
     *assigned = *copy;
     *assigned = *assigned;
     {
-        const kit::FailingCalls calls("dlopen");
+        const kit::FailingCalls calls("loadLibrary");
         EXPECT_EQ(kit::failureOf([&] { *copy = *assigned; }),
                   "KestLibrary::KestLibrary: failed to load: " + path + ".  Cannot allocate memory");
     }

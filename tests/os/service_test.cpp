@@ -287,7 +287,7 @@ TEST(ServiceMode, EndsStoppedWhateverFails) {
             TestService service("failing");
             service.onStart = each.onStart;
             service.onStop = each.onStop;
-            const kit::FailingCalls refused(each.refusedThread > 0 ? "pthread_create" : "none", each.refusedThread,
+            const kit::FailingCalls refused(each.refusedThread > 0 ? "createThread" : "none", each.refusedThread,
                                             false);
             EXPECT_TRUE(service.start("", true)) << each.states;
             EXPECT_EQ(service.state(), KestService::STOPPED) << each.states;
@@ -347,7 +347,7 @@ TEST(ServiceInstall, AnswersForEachFailure) {
     RecordingServiceManager manager;
     TestService service("named");
     for (const auto& [error, result] : {std::pair{ENOSYS, true}, {EACCES, false}}) {
-        const kit::FailingCalls calls("readlink", 1, true, error);
+        const kit::FailingCalls calls("programPath", 1, true, error);
         EXPECT_EQ(service.install(), result) << error;
     }
     EXPECT_EQ(manager.calls(), Texts{});

@@ -67,7 +67,7 @@ TEST(ExecuteProgram, LeavesNoChildWithoutAHandleAndSaysWhenNoExitCodeIsKnown) {
         int exitCode = 5;
         void* process = &exitCode;
         {
-            const kit::FailingCalls calls("pidfd_open", first);
+            const kit::FailingCalls calls("openProcess", first);
             EXPECT_TRUE(KestExecuteProgram("true", false, &process, &exitCode));
         }
         EXPECT_EQ(process, nullptr);
@@ -182,7 +182,7 @@ TEST(GetEnvironmentVariable, ReadsTheRegistryAndSeesEveryChangeOfIt) {
     const auto expectNone = [](const std::string& why) {
         EXPECT_EQ(KestGetEnvironmentVariable("a\\b\\Text"), "") << why;
     };
-    for (const char* call : {"stat", "open", "read"}) {
+    for (const char* call : {"findRegistry", "openRegistry", "readRegistry"}) {
         const kit::FailingCalls calls(call, 1, true, EMFILE);
         expectNone(call);
     }
@@ -240,7 +240,7 @@ TEST(FindFile, GivesTheNamesBehindThePatternsPathAndCopiesShareTheSearch) {
     EXPECT_EQ(KestFindFile("?.doc").next(), "c.doc");
     fs::current_path(before);
     const kit::LogCapture log(1);
-    for (const char* call : {"openat", "getdents64"}) {
+    for (const char* call : {"openDirectory", "readDirectory"}) {
         const kit::FailingCalls calls(call, 1, true, EMFILE);
         EXPECT_FALSE(KestFindFile(folder.pathOf("*")).hasMore());
     }

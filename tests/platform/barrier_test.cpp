@@ -17,7 +17,7 @@ TEST(Barrier, WhatWasStoredWithoutOneIsFoundByALaterLook) {
     if (!allThreadsCanBarrier()) GTEST_SKIP() << "this kernel has none";
     const OwnedHandle mutex(createMutex());
     waitForOne(mutex.get(), 0);
-    const kit::FailingCalls refused("membarrier");
+    const kit::FailingCalls refused("barrierInAllThreads");
     std::thread waiter([&] { EXPECT_EQ(waitForOne(mutex.get(), kInfinite), kWaitObject0); });
     kit::await([&] { return g_contended.mayHold(mutex.get()); });
     { const Dispatcher queuedForGood(currentRecord()); }

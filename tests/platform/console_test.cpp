@@ -92,7 +92,7 @@ TEST(Console, RemovalWaitsForACallThatIsUnderWay) {
 
 TEST(Console, AFailingSystemCallLeavesTheHandlerOutAndALaterAttemptSucceeds) {
     for (const int failing : {1, 2}) {
-        const kit::FailingCalls calls("sigaction", failing, false);
+        const kit::FailingCalls calls("openConsoleEvents", failing, false);
         EXPECT_FALSE(addConsoleHandler(takesAll) || removeConsoleHandler(takesAll)) << failing;
     }
     ASSERT_TRUE(addConsoleHandler(takesAll));
@@ -115,7 +115,7 @@ const ChildRole g_child("child", [](const std::vector<std::string>& arguments) {
         addConsoleHandler(takesAll);
         removeConsoleHandler(takesAll);
     } else if (kind == "refused") {
-        const kit::FailingCalls threads("pthread_create");
+        const kit::FailingCalls threads("startConsoleThread");
         if (addConsoleHandler(takesAll)) return 1;
     }
     std::puts("ready");

@@ -39,7 +39,7 @@ TEST(Files, ASearchFindsTheNamesThatThePatternStandsFor) {
         EXPECT_EQ(found(folder.pathOf(rows[i])), rows[i + 1]) << rows[i];
     EXPECT_EQ(found(folder.path() + "\\*.txt"), "b.txt c.d.txt ");
     EXPECT_EQ(found(folder.pathOf("none/*")), "not started: " + std::to_string(ENOENT));
-    const kit::FailingCalls calls("getdents64");
+    const kit::FailingCalls calls("readDirectory");
     EXPECT_EQ(found(folder.pathOf("*")), "failed: " + std::to_string(ENOMEM));
 }
 

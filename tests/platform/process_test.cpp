@@ -128,7 +128,7 @@ TEST(Process, AChildThatRunsIsWaitedForAndTheTimeLimitHolds) {
 
 // Kills this process when a program that it has started has reported, and before it has answered.
 const ChildRole g_killed("killed", [](const Words&) {
-    setFaultHook([](const char* call) noexcept { return std::string_view(call) == "pidfd_open" ? std::raise(9) : 0; });
+    setFaultHook([](const char* call) noexcept { return std::string_view(call) == "openProcess" ? std::raise(9) : 0; });
     return static_cast<int>(Process().start({"true", "", {}, {kNullDevice, kNullDevice, kNullDevice}, true}));
 });
 

@@ -30,7 +30,7 @@ TEST(StateDirectory, IsNamedByTheEnvironmentAndMadeForItsOwnerAlone) {
     const kit::TemporaryFolder folder;
     environment.set("KEST_STATE_DIR", folder.pathOf("a/b"));
     for (int failing = 1; failing <= 3; ++failing) {
-        const kit::FailingCalls calls("mkdir", failing, true, EACCES);
+        const kit::FailingCalls calls("makeDirectory", failing, true, EACCES);
         EXPECT_EQ(createStateDirectory(path), failing <= 2 ? errorAccessDenied : errorSuccess) << failing;
     }
     EXPECT_EQ(path, folder.pathOf("a/b"));

@@ -56,7 +56,7 @@ TEST(Supervisor, HearsHowAServiceInTheForegroundFares) {
         program.starts = false;
         EXPECT_FALSE(program.start("", false));
         EXPECT_EQ(supervisor.heard(), "STATUS=Starting\n|STATUS=The start failed\n|");
-        for (const char* call : {"socket", "sendto"}) {
+        for (const char* call : {"connectSupervisor", "tellSupervisor"}) {
             const kit::FailingCalls failing(call);
             program.starts = true;
             EXPECT_TRUE(program.start("", false)) << call;

@@ -90,7 +90,7 @@ TEST(Text, AnsiCodePageIsTheCharacterSetOfTheEnvironment) {
             EXPECT_EQ(narrowed(pageOf(locale), unitsOf(units)), bytes) << locale;
         }
     }
-    setFaultHook([](const char* call) noexcept { return std::strcmp(call, "iconv_open") == 0 ? EMFILE : 0; });
+    setFaultHook([](const char* call) noexcept { return std::strcmp(call, "openCharacterSet") == 0 ? EMFILE : 0; });
     EXPECT_EQ(pageOf("ko_KR.eucKR"), pageOf("C"));
     setFaultHook(nullptr);
 }

@@ -69,7 +69,7 @@ TEST(Thread, RunsIsSuspendedAsOftenAsItIsResumedAndEnds) {
     EXPECT_FALSE(resumeThread(thread.handle));
     EXPECT_TRUE(setThreadPriority(thread.handle, ThreadPriority::lowest));
     {
-        const kit::FailingCalls failing("setpriority", 1, true, EPERM);
+        const kit::FailingCalls failing("setThreadPriority", 1, true, EPERM);
         EXPECT_FALSE(setThreadPriority(thread.handle, ThreadPriority::timeCritical));
     }
     EXPECT_EQ(thread.exitCode(), kStillActive);
@@ -176,7 +176,7 @@ TEST(Thread, TerminationTakesAThreadWhereverItIs) {
         kit::Gate ready;
         std::atomic<bool> destroyed{false};
         const AllSignalsBlocked blocked;
-        const kit::FailingCalls counted("tgkill", std::numeric_limits<int>::max());
+        const kit::FailingCalls counted("interruptThread", std::numeric_limits<int>::max());
         const Lambda thread([&](WaitHandle) {
             const std::unique_ptr<std::atomic<bool>, void (*)(std::atomic<bool>*)> witness(
                 &destroyed, [](std::atomic<bool>* flag) { *flag = true; });

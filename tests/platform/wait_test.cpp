@@ -281,7 +281,7 @@ TEST(Wait, ThreadsWithoutRoomForAThreadSpecificValueLeaveNoTrace) {
         releaseMutex(turn.get());
     };
     {
-        const kit::FailingCalls failing("pthread_setspecific");
+        const kit::FailingCalls failing("attachThread");
         std::atomic<int> used{0};
         kit::Gate end;
         std::vector<std::jthread> threads;

@@ -157,7 +157,7 @@ TEST(Logging, WritesToTheTargetsAndTellsWhatItOpens) {
 
 TEST(Logging, GoesOnAfterAnOutputFailure) {
     Capture log;
-    const kit::FailingCalls full("write", 2, false, ENOSPC);
+    const kit::FailingCalls full("writeRecords", 2, false, ENOSPC);
     for (const char* text : {"before", "lost", "after"})
         log << text << endrecord;
     EXPECT_EQ(log.messages(), (Lines{"before", "after"}));
@@ -227,7 +227,7 @@ TEST(Logging, TheWatchdogFiresOnlyForARecordThatStaysOpen) {
     };
     KestTimerManager::cancelWait();
     {
-        const kit::FailingCalls none("pthread_create");
+        const kit::FailingCalls none("createThread");
         log << "unwatched, but not lost" << endrecord;
     }
     EXPECT_EQ(log.messages().size(), 1U);
@@ -255,7 +255,7 @@ TEST(Logging, TheWatchdogsThreadVisitsTheLoggerWhileItLives) {
         log.setLogLevel(level), log.timerElapsed();
     log << setloglevel(9) << "open";
     {
-        const kit::FailingCalls counted("pthread_create", INT_MAX);
+        const kit::FailingCalls counted("createThread", INT_MAX);
         for (int i = 0; i < 5; ++i)
             log.handleNotification(sender, KestNotification(5));
         EXPECT_EQ(counted.seen(), 1);  // they do not pile up

@@ -31,7 +31,7 @@ TEST(MessageSets, TakeEachMessageFromTheMostSpecificCatalogueThatIsThere) {
     folder.write("m_C.UTF-8.pro", "b=\nc=2");
     {
         const kit::LogCapture log(1);
-        const kit::FailingCalls calls("open", 2, true, EMFILE);
+        const kit::FailingCalls calls("openStream", 2, true, EMFILE);
         EXPECT_EQ(message(make(), "c"), "1");
         const std::string failed = "KestProperties<StringType>::loadProperties: couldn't open file " + base;
         EXPECT_EQ(log.messages(), (std::vector<std::string>{failed + "_C.UTF-8.pro", failed + "_C.UTF-8_C.pro"}));

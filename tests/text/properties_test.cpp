@@ -262,9 +262,9 @@ TEST(Properties, TellOfFilesAtFiveAndOfEntriesAtExactlyNineAndSayWhichFileFailed
                       save = "KestProperties<StringType>::saveProperties: ", open = "couldn't open file ",
                       write = "couldn't write file ";
     const std::tuple<const char*, std::string, std::string, std::string> rows[] = {
-        {"none", good, "", ""},      {"none", folder.path(), open, open},
-        {"none", "", open, open},    {"fread", good, "couldn't read file ", ""},
-        {"fwrite", good, "", write}, {"fclose", good, "", write}};
+        {"none", good, "", ""},           {"none", folder.path(), open, open},
+        {"none", "", open, open},         {"readStream", good, "couldn't read file ", ""},
+        {"writeStream", good, "", write}, {"closeStream", good, "", write}};
     for (const int level : {4, 5, 8, 9, 10}) {
         for (const auto& [failingCall, path, loading, saving] : rows) {
             const std::string& file = path;

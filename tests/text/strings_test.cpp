@@ -118,7 +118,7 @@ TEST(Strings, BstrsHoldTheTextUpToItsFirstZeroOrThrowWithTheSystemsText) {
     EXPECT_EQ(KestStringUtilities::widen(BSTR{nullptr}), wstring16());
     const std::string reason = std::string(": com_error exception converting BSTR - ") + std::strerror(ENOMEM);
     for (const int first : {1, 2}) {
-        const kit::FailingCalls failing("malloc", first);
+        const kit::FailingCalls failing("allocateWideString", first);
         EXPECT_EQ(failureOf([] { KestStringUtilities::makeBSTR({}); }), "KestStringUtilities::makeBSTR" + reason);
         EXPECT_EQ(failureOf([&] { KestStringUtilities::widen(text); }), "KestStringUtilities::widen" + reason);
     }

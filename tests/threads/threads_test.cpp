@@ -54,7 +54,7 @@ TEST(KestThreads, LiveFromStartToTheEndOfTheirRunAndStandStillWhenStopped) {
     });
     EXPECT_EQ(thread.getName(), "class KestSupport::KestThread");
     thread.addDependent(done);
-    for (const char* const call : {"pthread_create", "createEvent"}) {
+    for (const char* const call : {"createThread", "createEvent"}) {
         const kit::FailingCalls failing(call, 1, true, EAGAIN);
         thread.start();
         EXPECT_FALSE(thread.isAlive());
@@ -69,7 +69,7 @@ TEST(KestThreads, LiveFromStartToTheEndOfTheirRunAndStandStillWhenStopped) {
     EXPECT_EQ(thread.getExitCode(), -1);
     EXPECT_TRUE(thread.setPriority(KestThread::IDLE));
     {
-        const kit::FailingCalls failing("sched_setscheduler", 1, true, EPERM);
+        const kit::FailingCalls failing("setThreadPriority", 1, true, EPERM);
         EXPECT_FALSE(thread.setPriority(static_cast<KestThread::t_Priority>(9)));
     }
     kit::await([&] { return running.load(); });
@@ -202,7 +202,7 @@ TEST(KestThreads, AKilledThreadTellsNobodyAndHoldsNothing) {
     thread.start();
     running.pass();
     {
-        const kit::FailingCalls failing("tgkill", 1, true, EPERM);
+        const kit::FailingCalls failing("interruptThread", 1, true, EPERM);
         thread.kill();
         EXPECT_TRUE(thread.isAlive()) << "it could not be ended";
     }
@@ -234,7 +234,7 @@ TEST(KestThreads, MarksDecideWhatTheEndAndTheDestructorDo) {
         running.pass();
     }
     EXPECT_EQ(destroyed, 3);
-    const kit::FailingCalls failing("tgkill", 1, true, EPERM);
+    const kit::FailingCalls failing("interruptThread", 1, true, EPERM);
     struct Slow : KestThread::KestRunnable {
         int run() override {
             entered.open();

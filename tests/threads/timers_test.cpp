@@ -68,7 +68,7 @@ TEST(Timers, FireAfterTheirIntervalAndNotBefore) {
 
     // Its interval is over before its second begins: no thread after thread until then.
     KestTimerManager::cancelWait();
-    const kit::FailingCalls counted("pthread_create", kMost);
+    const kit::FailingCalls counted("createThread", kMost);
     timer.start(1, -999, true);
     EXPECT_EQ(timer.wait(-1), kSignalled);
     EXPECT_LE(counted.seen(), 2);
@@ -206,7 +206,7 @@ TEST(Timers, OutliveThreadsThatCannotBeMadeOrAreKilled) {
     KestTimer other;
     KestTimerManager::cancelWait();
     {
-        const kit::FailingCalls none("pthread_create");
+        const kit::FailingCalls none("createThread");
         EXPECT_EQ(kit::failureOf([&] { timer.start(20, true); }),
                   "KestTimer::start: Cannot create a thread that fires timers");
         EXPECT_EQ(timer.wait(60), kTimedOut);
@@ -215,7 +215,7 @@ TEST(Timers, OutliveThreadsThatCannotBeMadeOrAreKilled) {
     EXPECT_EQ(timer.wait(-1), kSignalled);
     KestTimerManager::cancelWait();
     {
-        const kit::FailingCalls allButOne("pthread_create", 2);
+        const kit::FailingCalls allButOne("createThread", 2);
         timer.start(20, false);
         kit::await([&] { return timer.fired >= 4; });
         timer.stop();

@@ -1,16 +1,34 @@
-// The seam in front of the operating system. Every system call whose failure matters asks it first, by the call's name,
-// so that a test can make the Nth one fail, once or from then on. Without a hook it costs one load.
+// The seam between the library and the operating system. A back end asks it before each step whose failure matters, so
+// that a test can make the Nth such step fail, once or from then on. Without a hook it costs one load.
 //
-// Threads: the hook may be called by any thread, also while the library holds internal locks; it takes no lock of the
-// library and calls nothing of it.
+// A step has the name of the contract function that it belongs to ("createThread", "loadLibrary", "makeDirectory"), the
+// same in every back end. Where one name would be too coarse, the steps have these names:
+//
+//   contract          steps
+//   console.h         openConsoleEvents: catches one kind of event; startConsoleThread: the thread that runs handlers
+//   file_stream.h     openStream, readStream, writeStream, closeStream
+//   files.h           FileSearch, TreeWalk: openDirectory, readDirectory, entryKind, identifyDirectory, removeEntry
+//   process.h         Process::start: currentDirectory, passHandle (of a standard handle), startProcess, startDetached,
+//                     openProcess (the system's handle); Process::wait: waitForProcess, for a detached program only
+//   record_file.h     openRecordFile, writeRecords
+//   registry.h        findRegistry, openRegistry, readRegistry
+//   supervisor.h      connectSupervisor, tellSupervisor
+//   text.h            openCharacterSet, allocateWideString
+//   thread.h          prepareThreads: once for each process; createThread; inheritScheduling: on the new thread;
+//                     setThreadPriority; interruptThread: one request to suspend or terminate
+//   wait.h            createEvent, createMutex, createWaitableTimer, setWaitableTimer; attachThread: the first use of
+//                     the waits by a thread
+//
+// Threads: any thread may call the hook, also one that holds internal locks. So the hook takes no lock of the library
+// and calls nothing of it.
 #pragma once
 
 #include <atomic>
 
 namespace KestSupport::platform {
 
-/// Returns 0 to let the named call go on, or the errno value that it shall fail with.
-using FaultHook = int (*)(const char* call) noexcept;
+/// Returns 0 if the named step is to be made, or the errno value that it is to fail with.
+using FaultHook = int (*)(const char* step) noexcept;
 
 namespace internal {
 inline std::atomic<FaultHook> g_faultHook{nullptr};
@@ -21,10 +39,10 @@ inline void setFaultHook(FaultHook hook) noexcept {
     internal::g_faultHook.store(hook, std::memory_order_release);
 }
 
-/// The errno value that the named call is to fail with, 0 for none.
-inline int injectedFault(const char* call) noexcept {
+/// The errno value that the named step is to fail with, 0 for none.
+inline int injectedFault(const char* step) noexcept {
     const FaultHook hook = internal::g_faultHook.load(std::memory_order_acquire);
-    return hook == nullptr ? 0 : hook(call);
+    return hook == nullptr ? 0 : hook(step);
 }
 
 }  // namespace KestSupport::platform

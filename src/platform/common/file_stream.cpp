@@ -21,7 +21,7 @@ std::size_t transferWhole(std::FILE* stream, std::size_t size, Move&& move) noex
 }  // namespace
 
 std::size_t readStream(std::FILE* stream, char* block, std::size_t size, bool& failed) noexcept {
-    if (injectedFault("fread") != 0) {
+    if (injectedFault("readStream") != 0) {
         failed = true;
         return 0;
     }
@@ -32,14 +32,14 @@ std::size_t readStream(std::FILE* stream, char* block, std::size_t size, bool& f
 }
 
 bool writeStream(std::FILE* stream, const char* block, std::size_t size) noexcept {
-    if (injectedFault("fwrite") != 0) return false;
+    if (injectedFault("writeStream") != 0) return false;
     return transferWhole(stream, size,
                          [&](std::size_t done) { return std::fwrite(block + done, 1, size - done, stream); }) == size;
 }
 
 bool closeStream(Stream stream) noexcept {
     const bool closed = std::fclose(stream.release()) == 0;
-    return closed && injectedFault("fclose") == 0;
+    return closed && injectedFault("closeStream") == 0;
 }
 
 }  // namespace KestSupport::platform

@@ -11,7 +11,7 @@ constinit std::atomic<bool> g_barrierWorks{false};
 namespace {
 
 bool callMembarrier(int command) noexcept {
-    return systemCall("membarrier", [=] { return syscall(SYS_membarrier, command, 0, 0); }) == 0;
+    return systemCall("barrierInAllThreads", [=] { return syscall(SYS_membarrier, command, 0, 0); }) == 0;
 }
 
 // A child made by fork without exec keeps its parent's registration.

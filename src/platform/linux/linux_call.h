@@ -1,4 +1,4 @@
-// The one place where a system call is made: it asks the seam, and it repeats a call that a signal interrupted.
+// System calls: they ask the seam first and are repeated when a signal interrupts them.
 #pragma once
 
 #include <cerrno>
@@ -7,7 +7,7 @@
 
 namespace KestSupport::platform {
 
-/// Runs a call that reports failure with -1 and errno, and repeats it when a signal interrupted it.
+/// Runs a call that reports failure with -1 and errno, and repeats it as long as signals interrupt it.
 template <typename Call>
 auto uninterrupted(Call&& call) noexcept -> decltype(call()) {
     for (;;) {
@@ -16,20 +16,20 @@ auto uninterrupted(Call&& call) noexcept -> decltype(call()) {
     }
 }
 
-/// The same for a call whose failure matters.
+/// The same for a call whose failure matters; `step` is its name at the seam.
 template <typename Call>
-auto systemCall(const char* name, Call&& call) noexcept -> decltype(call()) {
-    if (const int error = injectedFault(name); error != 0) {
+auto systemCall(const char* step, Call&& call) noexcept -> decltype(call()) {
+    if (const int error = injectedFault(step); error != 0) {
         errno = error;
         return static_cast<decltype(call())>(-1);
     }
     return uninterrupted(call);
 }
 
-/// Runs a call that returns its error number (the pthread family); 0 is success.
+/// The same for a call of the pthread family, which returns its error number; 0 is success.
 template <typename Call>
-int errorCall(const char* name, Call&& call) noexcept {
-    const int injected = injectedFault(name);
+int errorCall(const char* step, Call&& call) noexcept {
+    const int injected = injectedFault(step);
     return injected != 0 ? injected : call();
 }
 

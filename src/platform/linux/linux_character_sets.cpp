@@ -34,7 +34,7 @@ constexpr const char* nativeUtf16 = std::endian::native == std::endian::little ?
 class Iconv {
   public:
     Iconv(const char* to, const char* from) {
-        if (const int error = injectedFault("iconv_open"); error != 0) {
+        if (const int error = injectedFault("openCharacterSet"); error != 0) {
             errno = error;
             return;
         }

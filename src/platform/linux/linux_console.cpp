@@ -83,7 +83,7 @@ bool startDelivery() {
     pthread_sigmask(SIG_SETMASK, &all, &callers);
     pthread_t thread;
     const int error =
-        errorCall("pthread_create", [&] { return pthread_create(&thread, nullptr, deliverEvents, nullptr); });
+        errorCall("startConsoleThread", [&] { return pthread_create(&thread, nullptr, deliverEvents, nullptr); });
     pthread_sigmask(SIG_SETMASK, &callers, nullptr);
     if (error != 0) return false;
     pthread_detach(thread);
@@ -104,7 +104,7 @@ bool catchSignal(EventSignal& which) {
     ours.sa_handler = onSignal;
     ours.sa_flags = SA_RESTART;
     sigemptyset(&ours.sa_mask);
-    return systemCall("sigaction", [&] { return sigaction(which.number, &ours, &which.before); }) == 0;
+    return systemCall("openConsoleEvents", [&] { return sigaction(which.number, &ours, &which.before); }) == 0;
 }
 
 }  // namespace

@@ -9,7 +9,7 @@ namespace KestSupport::platform {
 namespace {
 
 LibraryHandle open(const char* name, int flags, std::string& message) {
-    if (const int error = injectedFault("dlopen"); error != 0) {
+    if (const int error = injectedFault("loadLibrary"); error != 0) {
         message = errorMessage(errorFromErrno(error));
         return nullptr;
     }

@@ -28,7 +28,7 @@ Stream openStream(const char* name, StreamMode mode) noexcept {
     const bool reading = mode == StreamMode::kReadBinary;
     const int flags = O_CLOEXEC | (reading ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC);
     const mode_t permissions = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
-    const int descriptor = systemCall("open", [&] { return ::open(name, flags, permissions); });
+    const int descriptor = systemCall("openStream", [&] { return ::open(name, flags, permissions); });
     if (descriptor < 0) return nullptr;
     if (isFolder(descriptor)) return refuse(descriptor, EISDIR);
     std::FILE* const stream = ::fdopen(descriptor, reading ? "rb" : "wb");

@@ -34,8 +34,8 @@ int resultOf(int result) noexcept {
 }
 
 Descriptor openFolder(int parent, const char* name, int flags) noexcept {
-    return Descriptor(
-        systemCall("openat", [&] { return ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags); }));
+    return Descriptor(systemCall("openDirectory",
+                                 [&] { return ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags); }));
 }
 
 // The entries of an open folder, read in large blocks.
@@ -54,8 +54,8 @@ class EntryReader {
 
   private:
     bool fill(int folder) noexcept {
-        const long size =
-            systemCall("getdents64", [&] { return ::syscall(SYS_getdents64, folder, m_block.data(), m_block.size()); });
+        const long size = systemCall("readDirectory",
+                                     [&] { return ::syscall(SYS_getdents64, folder, m_block.data(), m_block.size()); });
         m_error = size < 0 ? errno : 0;
         m_position = 0;
         m_size = size > 0 ? static_cast<std::size_t>(size) : 0;
@@ -72,7 +72,8 @@ class EntryReader {
 bool isFolder(int parent, const dirent64& entry) noexcept {
     if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_DIR;
     struct stat status {};
-    return systemCall("fstatat", [&] { return ::fstatat(parent, entry.d_name, &status, AT_SYMLINK_NOFOLLOW); }) == 0 &&
+    return systemCall("entryKind", [&] { return ::fstatat(parent, entry.d_name, &status, AT_SYMLINK_NOFOLLOW); }) ==
+               0 &&
            S_ISDIR(status.st_mode);
 }
 
@@ -114,17 +115,17 @@ bool matches(std::string_view pattern, std::string_view name) noexcept {
 
 int makeDirectory(const std::string& path) {
     const std::string name = systemPath(path);
-    return resultOf(systemCall("mkdir", [&] { return ::mkdir(name.c_str(), kEverybody); }));
+    return resultOf(systemCall("makeDirectory", [&] { return ::mkdir(name.c_str(), kEverybody); }));
 }
 
 int removeDirectory(const std::string& path) {
     const std::string name = systemPath(path);
-    return resultOf(systemCall("rmdir", [&] { return ::rmdir(name.c_str()); }));
+    return resultOf(systemCall("removeDirectory", [&] { return ::rmdir(name.c_str()); }));
 }
 
 bool pathExists(const std::string& path) {
     const std::string name = systemPath(path);
-    return systemCall("access", [&] { return ::access(name.c_str(), F_OK); }) == 0;
+    return systemCall("pathExists", [&] { return ::access(name.c_str(), F_OK); }) == 0;
 }
 
 struct FileSearch::State {
@@ -168,7 +169,7 @@ struct TreeWalk::State {
 
     static bool identify(int descriptor, dev_t& device, ino_t& number) noexcept {
         struct stat status {};
-        if (systemCall("fstat", [&] { return ::fstat(descriptor, &status); }) != 0) return false;
+        if (systemCall("identifyDirectory", [&] { return ::fstat(descriptor, &status); }) != 0) return false;
         device = status.st_dev;
         number = status.st_ino;
         return true;
@@ -234,11 +235,11 @@ bool TreeWalk::ascend() {
 }
 
 int TreeWalk::removeFile(const char* name) noexcept {
-    return resultOf(systemCall("unlinkat", [&] { return ::unlinkat(m_state->current(), name, 0); }));
+    return resultOf(systemCall("removeEntry", [&] { return ::unlinkat(m_state->current(), name, 0); }));
 }
 
 int TreeWalk::removeFolder(const char* name) noexcept {
-    return resultOf(systemCall("unlinkat", [&] { return ::unlinkat(m_state->current(), name, AT_REMOVEDIR); }));
+    return resultOf(systemCall("removeEntry", [&] { return ::unlinkat(m_state->current(), name, AT_REMOVEDIR); }));
 }
 
 }  // namespace KestSupport::platform

@@ -21,7 +21,7 @@ void inChild() {
 }
 
 [[gnu::constructor(101)]] void registerForkHandlers() noexcept {
-    errorCall("pthread_atfork", [] {
+    errorCall("onForkInChild", [] {
         return pthread_atfork([] { lockForFork(t_record); }, [] { unlockAfterFork(t_record); }, &inChild);
     });
 }

@@ -87,7 +87,7 @@ class SpawnPlan {
             } else if (handle != kInheritHandle) {
                 // A copy above the targets: one target may be another's source.
                 Descriptor& copy = m_sources[static_cast<std::size_t>(target)];
-                copy = Descriptor(systemCall("fcntl", [&] {
+                copy = Descriptor(systemCall("passHandle", [&] {
                     return ::fcntl(static_cast<int>(handle), F_DUPFD_CLOEXEC, kFirstOtherDescriptor);
                 }));
                 if (copy.get() < 0) return errno;
@@ -102,7 +102,8 @@ class SpawnPlan {
     static int anchor(std::string& program) {
         if (program.starts_with('/') || program.find('/') == std::string::npos) return 0;
         std::array<char, 4096> folder;
-        if (systemCall("getcwd", [&] { return ::getcwd(folder.data(), folder.size()) == nullptr ? -1 : 0; }) != 0) {
+        if (systemCall("currentDirectory",
+                       [&] { return ::getcwd(folder.data(), folder.size()) == nullptr ? -1 : 0; }) != 0) {
             return errno;
         }
         program = std::string(folder.data()) + '/' + program;
@@ -133,7 +134,7 @@ class SpawnPlan {
 };
 
 int openProcess(std::uint32_t id) noexcept {
-    return static_cast<int>(systemCall("pidfd_open", [&] { return ::syscall(SYS_pidfd_open, id, 0); }));
+    return static_cast<int>(systemCall("openProcess", [&] { return ::syscall(SYS_pidfd_open, id, 0); }));
 }
 
 // Children that no caller can wait for, since the system gave no handle of them after all. They are waited for when the
@@ -196,7 +197,7 @@ pid_t forkBetween(SpawnPlan& plan, const ProcessRequest& request, int socket) no
     sigset_t before;
     sigfillset(&all);
     ::pthread_sigmask(SIG_SETMASK, &all, &before);
-    const pid_t between = systemCall("fork", [] { return ::fork(); });
+    const pid_t between = systemCall("startDetached", [] { return ::fork(); });
     if (between == 0) runBetween(plan, request, socket);
     const int error = errno;
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
@@ -206,7 +207,8 @@ pid_t forkBetween(SpawnPlan& plan, const ProcessRequest& request, int socket) no
 
 int runDetached(SpawnPlan& plan, const ProcessRequest& request, pid_t& child, std::intptr_t& handle) noexcept {
     int ends[2];
-    if (systemCall("socketpair", [&] { return ::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends); }) != 0) {
+    if (systemCall("startDetached", [&] { return ::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends); }) !=
+        0) {
         return errno;
     }
     const Descriptor ours(ends[0]);
@@ -252,7 +254,7 @@ ErrorCode Process::start(const ProcessRequest& request) {
     effective.detached = request.detached || (request.wantsHandle && !probe.isOpen());
     if (const int error = plan.prepare(effective, words); error != 0) return errorFromErrno(error);
     pid_t child = 0;
-    int error = injectedFault("posix_spawn");
+    int error = injectedFault("startProcess");
     if (error == 0) error = effective.detached ? runDetached(plan, effective, child, m_handle) : plan.run(child);
     if (error != 0) return startError(error, words.front());
     m_id = static_cast<std::uint32_t>(child);
@@ -269,7 +271,7 @@ bool Process::askForEnd(bool block) noexcept {
     if (m_detached) {
         if (m_handle < 0) return ::kill(process, 0) != 0 && errno == ESRCH;
         pollfd polled{static_cast<int>(m_handle), POLLIN, 0};
-        return systemCall("poll", [&] { return ::poll(&polled, 1, block ? -1 : 0); }) > 0;
+        return systemCall("waitForProcess", [&] { return ::poll(&polled, 1, block ? -1 : 0); }) > 0;
     }
     int status = 0;
     // Its only failure is that there is no child: the program ignores SIGCHLD, or waits for any child itself.
@@ -303,7 +305,7 @@ bool Process::wait(std::uint32_t timeout) noexcept {
 std::intptr_t Process::duplicateHandle() noexcept {
     if (m_handle < 0 && !m_ended && !m_detached && m_id != 0) m_handle = openProcess(m_id);
     if (m_handle < 0) return kInheritHandle;
-    return systemCall("fcntl",
+    return systemCall("duplicateHandle",
                       [&] { return ::fcntl(static_cast<int>(m_handle), F_DUPFD_CLOEXEC, kFirstOtherDescriptor); });
 }
 

@@ -10,7 +10,7 @@ namespace KestSupport::platform {
 ErrorCode programPath(std::size_t capacity, std::string& path) {
     std::string buffer(capacity, '\0');
     const ssize_t length =
-        systemCall("readlink", [&] { return readlink("/proc/self/exe", buffer.data(), buffer.size()); });
+        systemCall("programPath", [&] { return readlink("/proc/self/exe", buffer.data(), buffer.size()); });
     if (length < 0) return errorFromErrno(errno);
     if (static_cast<std::size_t>(length) >= capacity) return errorInsufficientBuffer;
     buffer.resize(static_cast<std::size_t>(length));

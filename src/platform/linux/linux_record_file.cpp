@@ -13,7 +13,7 @@ std::size_t writeWhole(std::string_view text, Write&& write) noexcept {
     std::size_t written = 0;
     while (written < text.size()) {
         const std::string_view rest = text.substr(written);
-        const ssize_t taken = systemCall("write", [&] { return write(rest); });
+        const ssize_t taken = systemCall("writeRecords", [&] { return write(rest); });
         if (taken <= 0) break;
         written += static_cast<std::size_t>(taken);
     }
@@ -25,7 +25,7 @@ std::size_t writeWhole(std::string_view text, Write&& write) noexcept {
 bool RecordFile::open(const char* name) noexcept {
     constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC | O_NOFOLLOW;
     constexpr mode_t everyone = 0666;
-    m_descriptor = systemCall("open", [&] { return ::open(name, flags, everyone); });
+    m_descriptor = systemCall("openRecordFile", [&] { return ::open(name, flags, everyone); });
     return isOpen();
 }
 

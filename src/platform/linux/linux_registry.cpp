@@ -72,7 +72,7 @@ int readAll(int file, std::string& bytes) {
     for (;;) {
         const std::size_t before = bytes.size();
         bytes.resize(before + kReadSize);
-        const ssize_t size = systemCall("read", [&] { return ::read(file, bytes.data() + before, kReadSize); });
+        const ssize_t size = systemCall("readRegistry", [&] { return ::read(file, bytes.data() + before, kReadSize); });
         bytes.resize(before + static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
         if (size <= 0) return size == 0 ? 0 : errno;
     }
@@ -85,7 +85,8 @@ class Registry {
         if (const ErrorCode error = stateDirectory(m_path); error != 0) return error;
         m_path += "/registry.reg";
         struct stat status {};
-        if (systemCall("stat", [&] { return ::stat(m_path.c_str(), &status); }) != 0) return errorFromErrno(errno);
+        if (systemCall("findRegistry", [&] { return ::stat(m_path.c_str(), &status); }) != 0)
+            return errorFromErrno(errno);
         if (!m_settled || FileState(status) != m_state) {
             if (const ErrorCode error = load(); error != 0) return error;
         }
@@ -100,7 +101,7 @@ class Registry {
         clock_gettime(CLOCK_REALTIME, &now);
         // A pipe has no other end to wait for.
         constexpr int flags = O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-        const Descriptor file(systemCall("open", [&] { return ::open(m_path.c_str(), flags); }));
+        const Descriptor file(systemCall("openRegistry", [&] { return ::open(m_path.c_str(), flags); }));
         struct stat status {};
         if (!file.isOpen() || ::fstat(file.get(), &status) != 0) return errorFromErrno(errno);
         if (!S_ISREG(status.st_mode)) return errorInvalidData;

@@ -27,18 +27,18 @@ std::string homeDirectory() {
     passwd entry{};
     passwd* found = nullptr;
     const int error =
-        errorCall("getpwuid_r", [&] { return getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found); });
+        errorCall("homeDirectory", [&] { return getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found); });
     return error != 0 || found == nullptr ? std::string() : found->pw_dir;
 }
 
 int makeFolder(const std::string& path) noexcept {
-    const int result = systemCall("mkdir", [&] { return ::mkdir(path.c_str(), kOwnerOnly); });
+    const int result = systemCall("makeDirectory", [&] { return ::mkdir(path.c_str(), kOwnerOnly); });
     return result == 0 || errno == EEXIST ? 0 : errno;
 }
 
 bool isFolder(const std::string& path) noexcept {
     struct stat status {};
-    return systemCall("stat", [&] { return ::stat(path.c_str(), &status); }) == 0 && S_ISDIR(status.st_mode);
+    return systemCall("isDirectory", [&] { return ::stat(path.c_str(), &status); }) == 0 && S_ISDIR(status.st_mode);
 }
 
 }  // namespace

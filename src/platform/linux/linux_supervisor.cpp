@@ -33,10 +33,11 @@ void tellSupervisor(SupervisorNews news, std::string_view status) {
     path.copy(address.sun_path, path.size());
     if (isAbstract) address.sun_path[0] = '\0';
     const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size());
-    const Descriptor socket(systemCall("socket", [] { return ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0); }));
+    const Descriptor socket(
+        systemCall("connectSupervisor", [] { return ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0); }));
     if (!socket.isOpen()) return;
     const std::string message = messageOf(news, status);
-    systemCall("sendto", [&] {
+    systemCall("tellSupervisor", [&] {
         return ::sendto(socket.get(), message.data(), message.size(), MSG_NOSIGNAL | MSG_DONTWAIT,
                         reinterpret_cast<const sockaddr*>(&address), size);
     });

@@ -62,7 +62,7 @@ std::size_t narrowText(CodePage codePage, const unsigned short* text, std::size_
 unsigned short* allocateWideString(const char* data, unsigned int bytes) noexcept {
     // Three zero bytes end the text even when its length is odd.
     constexpr std::size_t terminator = 3;
-    if (injectedFault("malloc") != 0) return nullptr;
+    if (injectedFault("allocateWideString") != 0) return nullptr;
     void* memory = std::malloc(sizeof(WideStringHeader) + bytes + terminator);
     if (memory == nullptr) return nullptr;
     auto* header = static_cast<WideStringHeader*>(memory);

@@ -75,10 +75,10 @@ void takeDefaultScheduling() noexcept {
     sched_param parameters{};
     if (sched_getscheduler(0) != wanted.policy ||
         (sched_getparam(0, &parameters) == 0 && parameters.sched_priority != wanted.parameters.sched_priority)) {
-        systemCall("sched_setscheduler", [&] { return sched_setscheduler(0, wanted.policy, &wanted.parameters); });
+        systemCall("inheritScheduling", [&] { return sched_setscheduler(0, wanted.policy, &wanted.parameters); });
     }
     if (getpriority(PRIO_PROCESS, 0) != wanted.niceness) {
-        systemCall("setpriority", [&] { return setpriority(PRIO_PROCESS, 0, wanted.niceness); });
+        systemCall("inheritScheduling", [&] { return setpriority(PRIO_PROCESS, 0, wanted.niceness); });
     }
 }
 
@@ -134,7 +134,7 @@ bool installControlSignal() noexcept {
     action.sa_sigaction = &onControlSignal;
     action.sa_flags = SA_SIGINFO | SA_RESTART;
     sigemptyset(&action.sa_mask);
-    if (systemCall("sigaction", [&] { return sigaction(controlSignal(), &action, nullptr); }) != 0) return false;
+    if (systemCall("prepareThreads", [&] { return sigaction(controlSignal(), &action, nullptr); }) != 0) return false;
     installed.store(true, std::memory_order_release);
     return true;
 }
@@ -179,7 +179,8 @@ bool interruptUntil(ThreadObject& thread, FutexWord& word, Complied complied) no
         if (id != 0 && (heard != heardBefore || now - sentAt >= kUnheardAfter)) {
             heardBefore = heard;
             sentAt = now;
-            if (systemCall("tgkill", [&] { return syscall(SYS_tgkill, getpid(), id, controlSignal()); }) != 0 &&
+            if (systemCall("interruptThread", [&] { return syscall(SYS_tgkill, getpid(), id, controlSignal()); }) !=
+                    0 &&
                 !mayWorkLater(errno)) {
                 return complied();
             }
@@ -296,7 +297,7 @@ bool createThread(ThreadEntry entry, void* argument, WaitHandle& handle, bool su
     thread->control.store(suspended ? 1 : 0, std::memory_order_relaxed);
     handle = thread;
     pthread_t native{};
-    if (errorCall("pthread_create", [&] { return pthread_create(&native, nullptr, &runThread, thread); }) == 0) {
+    if (errorCall("createThread", [&] { return pthread_create(&native, nullptr, &runThread, thread); }) == 0) {
         return true;
     }
     handle = nullptr;
@@ -370,9 +371,9 @@ bool setThreadPriority(WaitHandle handle, ThreadPriority priority) noexcept {
     const std::uint32_t id = awaitSystemId(*thread);
     const sched_param parameters{};
     const int policy = priority == ThreadPriority::idle ? SCHED_IDLE : SCHED_OTHER;
-    return systemCall("sched_setscheduler",
+    return systemCall("setThreadPriority",
                       [&] { return sched_setscheduler(static_cast<pid_t>(id), policy, &parameters); }) == 0 &&
-           systemCall("setpriority", [&] { return setpriority(PRIO_PROCESS, id, entry->second); }) == 0;
+           systemCall("setThreadPriority", [&] { return setpriority(PRIO_PROCESS, id, entry->second); }) == 0;
 }
 
 bool threadExitCode(WaitHandle handle, std::uint32_t& exitCode) noexcept {

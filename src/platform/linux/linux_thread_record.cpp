@@ -83,7 +83,7 @@ constinit bool g_endKeyMade = false;
 void attachThread(ThreadRecord& self) noexcept {
     if (self.systemId == 0) self.systemId = static_cast<std::uint32_t>(syscall(SYS_gettid));
     self.endIsHeard = !self.detached && g_endKeyMade &&
-                      errorCall("pthread_setspecific", [&] { return pthread_setspecific(g_endKey, &self); }) == 0;
+                      errorCall("attachThread", [&] { return pthread_setspecific(g_endKey, &self); }) == 0;
     // A record in the table is taken out by the end of its thread. A thread made here calls announceEnd.
     if (self.detached || (!self.endIsHeard && self.finishing == nullptr)) {
         self.id = newId(0);

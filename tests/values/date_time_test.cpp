@@ -13,7 +13,7 @@
 
 #include "kit/environment_guard.h"
 #include "kit/failure_of.h"
-#include "values/local_zone.h"
+#include "values/date/local_zone.h"
 
 namespace {
 

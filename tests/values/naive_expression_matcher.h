@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "values/regular_expression_tokens.h"
+#include "values/pattern/tokens.h"
 
 namespace KestTest {
 

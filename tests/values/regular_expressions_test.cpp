@@ -12,7 +12,7 @@
 #include "kit/failure_of.h"
 #include "kit/log_capture.h"
 #include "values/naive_expression_matcher.h"
-#include "values/regular_expression_trace.h"
+#include "values/pattern/trace.h"
 
 namespace {
 

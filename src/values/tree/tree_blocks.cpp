@@ -1,4 +1,4 @@
-#include "values/tree_blocks.h"
+#include "values/tree/tree_blocks.h"
 
 #include <algorithm>
 #include <limits>

@@ -15,8 +15,8 @@
 #include "platform/local_time.h"
 #include "platform/process_memory.h"
 #include "platform/uninterrupted.h"
-#include "values/civil_time.h"
-#include "values/local_zone.h"
+#include "values/date/civil_time.h"
+#include "values/date/local_zone.h"
 
 namespace KestSupport {
 namespace {

@@ -1,4 +1,4 @@
-#include "values/regular_expression_trace.h"
+#include "values/pattern/trace.h"
 
 #include "text/log_record.h"
 

@@ -1,4 +1,4 @@
-#include "values/regular_expression_program.h"
+#include "values/pattern/program.h"
 
 #include "support/strings.h"
 

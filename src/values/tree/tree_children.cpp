@@ -1,4 +1,4 @@
-#include "values/tree_children.h"
+#include "values/tree/tree_children.h"
 
 #include <algorithm>
 #include <new>

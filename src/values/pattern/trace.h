@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "values/regular_expression_tokens.h"
+#include "values/pattern/tokens.h"
 
 namespace KestSupport::internal {
 

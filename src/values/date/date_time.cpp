@@ -6,9 +6,9 @@
 #include <optional>
 #include <string_view>
 
-#include "values/civil_time.h"
-#include "values/date_text.h"
-#include "values/local_zone.h"
+#include "values/date/civil_time.h"
+#include "values/date/date_text.h"
+#include "values/date/local_zone.h"
 
 namespace KestSupport {
 namespace {

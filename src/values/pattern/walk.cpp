@@ -1,4 +1,4 @@
-#include "values/regular_expression_walk.h"
+#include "values/pattern/walk.h"
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
-// The children of one tree node: an owning list in the caller's order, in blocks (values/tree_blocks.h). Looking up,
-// adding and removing by key or by index take log n steps in a list in key order, and where keys are out of order, a
-// look at the blocks around them.
+// The children of one tree node: an owning list in the caller's order, in blocks (values/tree/tree_blocks.h). Looking
+// up, adding and removing by key or by index take log n steps in a list in key order, and where keys are out of order,
+// a look at the blocks around them.
 //
 // A prefix is the number that the eight bytes of a key make after those that most keys of the list begin with. A key
 // that begins otherwise has the least or the greatest number. When a quarter of the keys since the last time begin
@@ -20,7 +20,7 @@
 #include <memory>
 #include <string>
 
-#include "values/tree_blocks.h"
+#include "values/tree/tree_blocks.h"
 
 namespace KestSupport::internal {
 

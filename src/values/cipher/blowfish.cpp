@@ -1,4 +1,4 @@
-#include "values/blowfish.h"
+#include "values/cipher/blowfish.h"
 
 #include <bit>
 #include <cstring>

@@ -18,7 +18,7 @@
 #include <string_view>
 
 #include "support/strings.h"
-#include "values/regular_expression_program.h"
+#include "values/pattern/program.h"
 
 namespace KestSupport::internal {
 

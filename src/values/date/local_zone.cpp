@@ -1,4 +1,4 @@
-#include "values/local_zone.h"
+#include "values/date/local_zone.h"
 
 #include <algorithm>
 #include <array>
@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "platform/local_time.h"
-#include "values/civil_time.h"
+#include "values/date/civil_time.h"
 
 namespace KestSupport::internal {
 namespace {

@@ -14,8 +14,8 @@
 #include <type_traits>
 #include <vector>
 
-#include "values/literal_search.h"
-#include "values/regular_expression_tokens.h"
+#include "values/pattern/literal_search.h"
+#include "values/pattern/tokens.h"
 
 namespace KestSupport::internal {
 

@@ -1,4 +1,4 @@
-#include "values/civil_time.h"
+#include "values/date/civil_time.h"
 
 namespace KestSupport::internal {
 namespace {

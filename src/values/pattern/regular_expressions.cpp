@@ -5,9 +5,9 @@
 
 #include "support/exceptions.h"
 #include "text/log_record.h"
-#include "values/regular_expression_program.h"
-#include "values/regular_expression_trace.h"
-#include "values/regular_expression_walk.h"
+#include "values/pattern/program.h"
+#include "values/pattern/trace.h"
+#include "values/pattern/walk.h"
 
 namespace KestSupport {
 

@@ -1,4 +1,4 @@
-#include "values/regular_expression_tokens.h"
+#include "values/pattern/tokens.h"
 
 #include <algorithm>
 #include <optional>

@@ -6,7 +6,7 @@
 #include "support/exceptions.h"
 #include "support/text_utilities.h"
 #include "text/log_record.h"
-#include "values/tree_children.h"
+#include "values/tree/tree_children.h"
 
 namespace KestSupport {
 namespace {

@@ -4,7 +4,7 @@
 #include <cstddef>
 
 #include "support/exceptions.h"
-#include "values/blowfish.h"
+#include "values/cipher/blowfish.h"
 
 namespace KestSupport {
 namespace {

@@ -1,4 +1,4 @@
-#include "values/date_text.h"
+#include "values/date/date_text.h"
 
 #include <algorithm>
 #include <cstddef>

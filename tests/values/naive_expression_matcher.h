@@ -25,31 +25,31 @@ std::size_t findNaively(const std::vector<KestSupport::internal::ExpressionToken
     bool begin = false, end = false;
     for (std::size_t t = 0; t < tokens.size();) {
         const auto& [type, factor, segment, ranges] = tokens[t];
-        const bool optional = factor == Factor::ZeroOrOne || factor == Factor::ZeroOrMore;
+        const bool optional = factor == Factor::zeroOrOne || factor == Factor::zeroOrMore;
         const bool onTopOfEqual = !stack.empty() && tokens[stack.back().token] == tokens[t];
         std::size_t place = p, size = 0;
-        if (type == Type::Begin || type == Type::End) {
-            (type == Type::Begin ? begin : end) = true;
-        } else if (type == Type::Literal) {
+        if (type == Type::begin || type == Type::end) {
+            (type == Type::begin ? begin : end) = true;
+        } else if (type == Type::literal) {
             size = segment.size();
             place = text.find(segment, p);
             if (!stack.empty() && place != p) place = S::npos;
         } else {
             size = 1;
             const bool inside = p < text.size(), member = inside && tokens[t].hasMember(text[p]);
-            if (!inside || (type == Type::InSet && !member) || (type == Type::NotInSet && member)) place = S::npos;
+            if (!inside || (type == Type::inSet && !member) || (type == Type::notInSet && member)) place = S::npos;
         }
         if (place != S::npos) {
             const int top = static_cast<int>(stack.size()) - 1;
-            const bool inherits = top >= 0 && factor == Factor::OneOrMore && !onTopOfEqual;
-            if (type != Type::Begin && type != Type::End) {
+            const bool inherits = top >= 0 && factor == Factor::oneOrMore && !onTopOfEqual;
+            if (type != Type::begin && type != Type::end) {
                 stack.push_back({place, size, t, inherits ? stack.back().back : top});
             }
             p = place + size;
-            if (size == 0 || factor == Factor::One || factor == Factor::ZeroOrOne) ++t;
+            if (size == 0 || factor == Factor::one || factor == Factor::zeroOrOne) ++t;
         } else if (stack.empty()) {
             if (!optional || p >= text.size() || ++p == text.size()) return S::npos;
-        } else if (optional || (factor == Factor::OneOrMore && onTopOfEqual)) {
+        } else if (optional || (factor == Factor::oneOrMore && onTopOfEqual)) {
             ++t;
         } else if (stack.back().back != -1) {
             p = stack.back().start;

@@ -12,7 +12,7 @@ constexpr std::size_t kRounds = 16;
 /// The halves of so many blocks fill the registers of a 64-bit processor.
 constexpr std::size_t kManyBlocks = 6;
 
-enum class Direction { Encrypt, Decrypt };
+enum class Direction { encrypt, decrypt };
 
 /// Swaps to or from big-endian byte order.
 constexpr std::uint32_t bigEndian(std::uint32_t word) {
@@ -57,7 +57,7 @@ inline std::uint32_t roundFunction(const BlowfishSchedule& schedule, std::uint32
 template <Direction direction, std::size_t count>
 inline void transform(const BlowfishSchedule& schedule, BlowfishBlock (&blocks)[count]) {
     const auto subkey = [&](std::size_t step) {
-        return schedule.p[direction == Direction::Encrypt ? step : kRounds + 1 - step];
+        return schedule.p[direction == Direction::encrypt ? step : kRounds + 1 - step];
     };
     for (BlowfishBlock& block : blocks)
         block.left ^= subkey(0);
@@ -101,7 +101,7 @@ void decryptCbc(const BlowfishSchedule& schedule, BlowfishBlock& chain, BlockWor
         BlowfishBlock blocks[count];
         for (std::size_t i = 0; i < count; ++i)
             blocks[i] = loadBlock(work.in + i * kBlowfishBlockSize);
-        transform<Direction::Decrypt>(schedule, blocks);
+        transform<Direction::decrypt>(schedule, blocks);
         for (const BlowfishBlock& block : blocks) {
             const BlowfishBlock cipher = loadBlock(work.in);
             storeBlock(block ^ chain, work.out);
@@ -117,7 +117,7 @@ void stirTables(BlowfishSchedule& schedule) {
     BlowfishBlock block[1];
     const auto replace = [&](auto& words) {
         for (std::size_t i = 0; i < std::size(words); i += 2) {
-            transform<Direction::Encrypt>(schedule, block);
+            transform<Direction::encrypt>(schedule, block);
             words[i] = block[0].left;
             words[i + 1] = block[0].right;
         }
@@ -146,16 +146,16 @@ void expandBlowfishKey(BlowfishSchedule& schedule, const unsigned char* key, std
 
 void encryptEcb(const BlowfishSchedule& schedule, const unsigned char* in, unsigned char* out, std::size_t blocks) {
     BlockWork work{in, out, blocks};
-    transformEcb<Direction::Encrypt, kManyBlocks>(schedule, work);
-    transformEcb<Direction::Encrypt, 2>(schedule, work);
-    transformEcb<Direction::Encrypt, 1>(schedule, work);
+    transformEcb<Direction::encrypt, kManyBlocks>(schedule, work);
+    transformEcb<Direction::encrypt, 2>(schedule, work);
+    transformEcb<Direction::encrypt, 1>(schedule, work);
 }
 
 void decryptEcb(const BlowfishSchedule& schedule, const unsigned char* in, unsigned char* out, std::size_t blocks) {
     BlockWork work{in, out, blocks};
-    transformEcb<Direction::Decrypt, kManyBlocks>(schedule, work);
-    transformEcb<Direction::Decrypt, 2>(schedule, work);
-    transformEcb<Direction::Decrypt, 1>(schedule, work);
+    transformEcb<Direction::decrypt, kManyBlocks>(schedule, work);
+    transformEcb<Direction::decrypt, 2>(schedule, work);
+    transformEcb<Direction::decrypt, 1>(schedule, work);
 }
 
 void encryptCbc(const BlowfishSchedule& schedule, BlowfishBlock& chain, const unsigned char* in, unsigned char* out,
@@ -163,7 +163,7 @@ void encryptCbc(const BlowfishSchedule& schedule, BlowfishBlock& chain, const un
     BlowfishBlock block[1] = {chain};
     for (; blocks > 0; --blocks) {
         block[0] = block[0] ^ loadBlock(in);
-        transform<Direction::Encrypt>(schedule, block);
+        transform<Direction::encrypt>(schedule, block);
         storeBlock(block[0], out);
         in += kBlowfishBlockSize;
         out += kBlowfishBlockSize;

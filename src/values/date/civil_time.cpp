@@ -6,14 +6,14 @@ namespace {
 constexpr std::uint32_t kDaysPerEra = 146097;  // 400 years, after which the calendar repeats
 constexpr std::int64_t kDaysToEpoch = 719468;  // from 0000-03-01 to 1970-01-01
 
-// So many eras are added first, so that years are counted without signs: unsigned division is the faster one.
+// Adding this number of eras makes every year positive, so the divisions are unsigned, which is faster.
 constexpr std::int64_t kErasAdded = 6'000'000;
 constexpr std::int64_t kYearsAdded = kErasAdded * 400;
 constexpr std::int64_t kDaysAdded = kErasAdded * kDaysPerEra + kDaysToEpoch;
 
 int daysInMonth(std::int64_t year, int month) {
-    static constexpr int days[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    return month == 1 && isLeapYear(year) ? 29 : days[month];
+    static constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    return month == 1 && isLeapYear(year) ? 29 : kDays[month];
 }
 
 constexpr bool isBetween(int low, int value, int high) {
@@ -22,8 +22,8 @@ constexpr bool isBetween(int low, int value, int high) {
 
 }  // namespace
 
-// Years are taken from March to February, so that the leap day is the last of its year, and the days before a month
-// grow by 153 every five months.
+// A year runs from March to February here: the leap day is its last day, and the number of days before a month grows by
+// 153 every five months.
 std::int64_t daysFromCivil(const CivilDate& date) noexcept {
     const bool beforeMarch = date.month < 2;
     const int month = beforeMarch ? date.month + 10 : date.month - 2;
@@ -55,11 +55,8 @@ std::int64_t civilSeconds(const std::tm& fields) noexcept {
             --year;
         }
     }
-    // The day is added apart: any int is allowed, and the date's arithmetic shall not overflow.
-    const std::int64_t firstOfMonth = daysFromCivil({year, month, 1});
-    const std::int64_t days = firstOfMonth + fields.tm_mday - 1;
-    return days * kSecondsPerDay + std::int64_t{fields.tm_hour} * 3600 + std::int64_t{fields.tm_min} * 60 +
-           fields.tm_sec;
+    return daysFromCivil({year, month, fields.tm_mday}) * kSecondsPerDay + std::int64_t{fields.tm_hour} * 3600 +
+           std::int64_t{fields.tm_min} * 60 + fields.tm_sec;
 }
 
 std::tm brokenDown(std::int64_t civilSeconds, int daylightSaving) noexcept {
@@ -67,8 +64,8 @@ std::tm brokenDown(std::int64_t civilSeconds, int daylightSaving) noexcept {
     const auto days = static_cast<std::uint32_t>(shifted / kSecondsPerDay);  // since 0000-03-01
     const auto secondOfDay = static_cast<std::uint32_t>(shifted - std::uint64_t{days} * kSecondsPerDay);
 
-    // In quarters of a day the years of a century, and the centuries of an era, are equally long on the average;
-    // rounded down, the leap days come out at the end of their years.
+    // Counted in quarters of a day, all years of a century have the same length, and so do all centuries of an era.
+    // Rounding down puts each leap day at the end of its year.
     const std::uint32_t century = (4 * days + 3) / kDaysPerEra;
     const std::uint32_t dayOfCentury = days - century * kDaysPerEra / 4;
     const std::uint32_t yearOfCentury = (4 * dayOfCentury + 3) / 1461;

@@ -22,8 +22,7 @@ constexpr bool isDigit(char c) {
     return '0' <= c && c <= '9';
 }
 
-/// Takes items off the front of a text, whose terminating zero byte is no part of any item. After the first item that
-/// is not there, nothing more is read.
+/// Reads items from the start of a text up to its zero byte. The caller stops at the first item that is missing.
 class ItemReader {
   public:
     explicit ItemReader(const std::string& text) : m_next(text.c_str()) {}
@@ -78,7 +77,7 @@ class ItemReader {
     bool m_overflowed = false;
 };
 
-// A number so far below zero that it would wrap names no date of ours, whatever it is counted from.
+// Subtracts without wrapping. A number near INT_MIN is in no valid date, so its exact value does not matter.
 int countedFrom(int origin, int value) {
     return std::max(value, std::numeric_limits<int>::min() + origin) - origin;
 }
@@ -129,97 +128,48 @@ bool readAsctime(const std::string& text, DateText& result) {
     return true;
 }
 
-// Most texts have exactly the form that the layouts are known by, every number with all its digits. They are read by
-// position, which takes half the time; whatever differs from the form is left to the item readers, with the same
-// result.
-class FixedReader {
-  public:
-    explicit FixedReader(const char* text) : m_text(text) {}
-
-    int twoDigits(std::size_t at) { return digit(at) * 10 + digit(at + 1); }
-    int fourDigits(std::size_t at) { return twoDigits(at) * 100 + twoDigits(at + 2); }
-    void expect(std::size_t at, char c) { m_fits &= m_text[at] == c; }
-    /// A word of three characters.
-    std::string_view word(std::size_t at) {
-        for (std::size_t i = at; i < at + 3; ++i)
-            m_fits &= m_text[i] != '\0' && !isSpace(m_text[i]);
-        return {m_text + at, 3};
-    }
-    void timeOfDay(std::size_t at, std::tm& fields) {
-        fields.tm_hour = twoDigits(at);
-        expect(at + 2, ':');
-        fields.tm_min = twoDigits(at + 3);
-        expect(at + 5, ':');
-        fields.tm_sec = twoDigits(at + 6);
-    }
-    bool fits() const { return m_fits; }
-
-  private:
-    int digit(std::size_t at) {
-        const int value = m_text[at] - '0';
-        m_fits &= static_cast<unsigned int>(value) <= 9;
+// Reads dd/mm/yyyy hh:mm:ss by position: 20 instead of 28 ns (date_time_bench, "read day-month-year").
+bool readUsualDayMonthYear(const std::string& text, std::tm& fields) {
+    if (text.size() != kLongestDayMonthYear) return false;
+    const char* const at = text.data();
+    bool fits = at[2] == '/' && at[5] == '/' && at[10] == ' ' && at[13] == ':' && at[16] == ':';
+    const auto digit = [&](std::size_t i) {
+        const int value = at[i] - '0';
+        fits &= static_cast<unsigned int>(value) <= 9;
         return value;
-    }
-
-    const char* m_text;
-    bool m_fits = true;
-};
-
-bool readFixedDayMonthYear(const std::string& text, DateText& result) {
-    FixedReader reader(text.data());
-    std::tm& fields = result.fields;
-    fields.tm_mday = reader.twoDigits(0);
-    reader.expect(2, '/');
-    fields.tm_mon = reader.twoDigits(3) - 1;
-    reader.expect(5, '/');
-    fields.tm_year = reader.fourDigits(6) - 1900;
-    reader.expect(10, ' ');
-    reader.timeOfDay(11, fields);
-    return reader.fits();
-}
-
-bool readFixedRfc1123(const std::string& text, DateText& result) {
-    FixedReader reader(text.data());
-    std::tm& fields = result.fields;
-    reader.word(0);
-    reader.expect(3, ',');
-    reader.expect(4, ' ');
-    fields.tm_mday = reader.twoDigits(5);
-    reader.expect(7, ' ');
-    result.monthName = reader.word(8);
-    reader.expect(11, ' ');
-    fields.tm_year = reader.fourDigits(12) - 1900;
-    reader.expect(16, ' ');
-    reader.timeOfDay(17, fields);
-    reader.expect(25, ' ');
-    reader.word(26);
-    return reader.fits();
+    };
+    const auto twoDigits = [&](std::size_t i) { return digit(i) * 10 + digit(i + 1); };
+    std::tm read = fields;
+    read.tm_mday = twoDigits(0);
+    read.tm_mon = twoDigits(3) - 1;
+    read.tm_year = twoDigits(6) * 100 + twoDigits(8) - 1900;
+    read.tm_hour = twoDigits(11);
+    read.tm_min = twoDigits(14);
+    read.tm_sec = twoDigits(17);
+    if (fits) fields = read;
+    return fits;
 }
 
 DateLayout layoutOf(const std::string& text) {
-    if (text.find(',') != std::string::npos) return DateLayout::Rfc1123;
-    if (text.find('/') != std::string::npos) return DateLayout::DayMonthYear;
-    return DateLayout::Asctime;
+    if (text.find(',') != std::string::npos) return DateLayout::rfc1123;
+    if (text.find('/') != std::string::npos) return DateLayout::dayMonthYear;
+    return DateLayout::asctime;
 }
 
 }  // namespace
 
 bool readDateText(const std::string& text, DateText& result) {
-    result.fields.tm_isdst = -1;
-    result.layout = DateLayout::DayMonthYear;
-    if (text.size() == kLongestDayMonthYear && readFixedDayMonthYear(text, result)) return true;
-    result.layout = DateLayout::Rfc1123;
-    if (text.size() == kLongestRfc1123 && readFixedRfc1123(text, result)) return true;
-
     result = DateText{};
     result.fields.tm_isdst = -1;
+    result.layout = DateLayout::dayMonthYear;
+    if (readUsualDayMonthYear(text, result.fields)) return true;
     result.layout = layoutOf(text);
     switch (result.layout) {
-        case DateLayout::Rfc1123:
+        case DateLayout::rfc1123:
             return readRfc1123(text, result);
-        case DateLayout::DayMonthYear:
+        case DateLayout::dayMonthYear:
             return readDayMonthYear(text, result);
-        case DateLayout::Asctime:
+        case DateLayout::asctime:
             return readAsctime(text, result);
     }
     return false;

@@ -15,7 +15,7 @@ namespace {
 
 using internal::LocalMoment;
 
-// Only what lies in the ranges of a calendar survives validation, so what wraps here is refused there.
+// A number above INT_MAX becomes negative here, and the validation refuses it.
 std::tm standardTime(unsigned int day, unsigned int month, unsigned int year, unsigned int hour, unsigned int minute,
                      unsigned int second) {
     std::tm fields{};
@@ -42,7 +42,7 @@ const char* const KestDateTime::abbrevMonthNames[12] = {"Jan", "Feb", "Mar", "Ap
                                                         "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
 KestDateTime::KestDateTime() {
-    // A clock outside the representable years leaves the first moment of 1970.
+    // If the clock is outside the representable years, the date stays at the start of 1970.
     if (const std::optional<LocalMoment> now = internal::momentOfNow()) {
         store(internal::brokenDown(now->civil, now->daylightSaving));
     }
@@ -74,7 +74,7 @@ KestDateTime& KestDateTime::operator=(const std::tm& fields) {
 }
 
 KestDateTime& KestDateTime::operator=(const std::string& text) {
-    // The stamp for the attempt and the one for its success in a single step: each costs as much as reading the time.
+    // One step takes the stamps of the attempt and of its success: each step costs as much as reading the time.
     std::string message;
     if (!setDateTime(text, message)) {
         adjustInstanceId();
@@ -166,7 +166,7 @@ bool KestDateTime::setDateImpl(unsigned int day, unsigned int month, unsigned in
 bool KestDateTime::setDateTimeFromTmImpl(const std::tm& fields, std::string& message) {
     std::string detail;
     if (operatorImpl(fields, detail)) return true;
-    // The text that the assignment would have thrown.
+    // The text that the assignment throws.
     message = KestInvalidDateException(detail).getText();
     return false;
 }
@@ -176,7 +176,7 @@ bool KestDateTime::setDateTimeFromStrImpl(const std::string& text, std::string& 
         adjustInstanceId(2);
         return true;
     }
-    // A text that can't be read is reported; one that reads well but names no date is thrown.
+    // A text of incorrect format is reported. A text of correct format that is not a date throws.
     if (message == kNotADate) refuse(message);
     return false;
 }
@@ -218,16 +218,16 @@ unsigned int KestDateTime::day() const {
     return static_cast<unsigned int>(localFields().tm_yday + 1);
 }
 
-// Asking mktime for a 29 February instead would give a wrong answer in the hour around midnight while daylight saving
-// holds, since it holds on one side of the question only.
+// Asking mktime for 29 February would be wrong near midnight of a summer date: daylight saving does not apply in
+// February, so mktime moves the time by an hour, to another day.
 bool KestDateTime::isLeapYear() const {
     return internal::isLeapYear(std::int64_t{localFields().tm_year} + 1900);
 }
 
 unsigned int KestDateTime::hash() const {
-    constexpr std::int64_t buckets = 28;
-    const std::int64_t value = (getTime() * 41358 + m_instanceId) % buckets;
-    return static_cast<unsigned int>(value < 0 ? value + buckets : value);
+    constexpr std::int64_t kBuckets = 28;
+    const std::int64_t value = (getTime() * 41358 + m_instanceId) % kBuckets;
+    return static_cast<unsigned int>(value < 0 ? value + kBuckets : value);
 }
 
 KestDateTime& KestDateTime::add(FieldId_t field, unsigned int amount) {
@@ -245,12 +245,12 @@ KestDateTime& KestDateTime::subtract(FieldId_t field, unsigned int amount) {
 bool KestDateTime::setDateTime(const std::string& text, std::string& message) {
     internal::DateText date;
     if (!internal::readDateText(text, date)) {
-        message = date.layout == internal::DateLayout::Rfc1123 ? "Incorrect RFC1123 DateTime format"
+        message = date.layout == internal::DateLayout::rfc1123 ? "Incorrect RFC1123 DateTime format"
                                                                : "Incorrect DateTime format";
         return false;
     }
-    if (date.layout != internal::DateLayout::DayMonthYear) date.fields.tm_mon = getMonthForRFCName(date.monthName);
-    if (date.layout != internal::DateLayout::Rfc1123) {
+    if (date.layout != internal::DateLayout::dayMonthYear) date.fields.tm_mon = getMonthForRFCName(date.monthName);
+    if (date.layout != internal::DateLayout::rfc1123) {
         if (!validateDateTime(date.fields, message)) return false;
         store(date.fields);
         return true;
@@ -304,13 +304,13 @@ bool KestDateTime::setYearImpl(unsigned int year, std::string& message) {
 }
 
 bool KestDateTime::modifyDate(FieldId_t field, int amount, std::string& message) {
-    static constexpr int std::tm::*members[] = {&std::tm::tm_mon,  &std::tm::tm_mday, &std::tm::tm_year,
-                                                &std::tm::tm_hour, &std::tm::tm_min,  &std::tm::tm_sec};
+    static constexpr int std::tm::*kMembers[] = {&std::tm::tm_mon,  &std::tm::tm_mday, &std::tm::tm_year,
+                                                 &std::tm::tm_hour, &std::tm::tm_min,  &std::tm::tm_sec};
     if (amount == 0) return false;
     std::tm fields = localFields();
     bool fits = true;
     if (field >= Month && field <= Second) {
-        int& member = fields.*members[field];
+        int& member = fields.*kMembers[field];
         const std::int64_t sum = std::int64_t{member} + amount;
         fits = sum >= std::numeric_limits<int>::min() && sum <= std::numeric_limits<int>::max();
         member = static_cast<int>(sum);
@@ -360,8 +360,8 @@ std::tm KestDateTime::storedFields() const {
     return fields;
 }
 
-// What the local clock shows at the value's instant; differs from the stored fields for a time of day that clocks skip,
-// which the hour, minute and second setters let in. Fields that have no instant are taken as they stand.
+// Returns what the local clock shows at the value's instant. That differs from the stored fields for a time of day that
+// clocks skip, which setHour, setMinute and setSecond allow. Fields without an instant are returned as stored.
 std::tm KestDateTime::localFields() const {
     const std::tm stored = storedFields();
     const std::optional<LocalMoment> moment = internal::momentOfFields(stored);

@@ -15,6 +15,7 @@
 #include "platform/local_time.h"
 #include "platform/process_memory.h"
 #include "platform/uninterrupted.h"
+#include "text/surrogates.h"
 #include "values/date/civil_time.h"
 #include "values/date/local_zone.h"
 
@@ -48,18 +49,13 @@ class UnitCollector : public std::wstreambuf {
     void flush() {
         m_units.reserve(m_units.size() + static_cast<std::size_t>(pptr() - pbase()));
         for (const wchar_t* next = pbase(); next != pptr(); ++next)
-            append(static_cast<char32_t>(*next));
+            append(*next);
         setp(m_buffer, m_buffer + std::size(m_buffer));
     }
 
-    void append(char32_t character) {
-        if (character > 0xFFFF) {
-            const char32_t rest = character - 0x10000;
-            m_units.push_back(static_cast<unsigned short>(0xD800 + (rest >> 10)));
-            m_units.push_back(static_cast<unsigned short>(0xDC00 + (rest & 0x3FF)));
-        } else {
-            m_units.push_back(static_cast<unsigned short>(character));
-        }
+    void append(wchar_t character) {
+        unsigned short units[2];
+        m_units.append(units, internal::unitsOf(character, units));
     }
 
     wchar_t m_buffer[64];
@@ -71,7 +67,7 @@ wstring16 formatTime(const std::locale& locale, std::wios& state, const std::tm&
     const auto& facet = std::use_facet<std::time_put<wchar_t>>(locale);
     const std::wstring widePattern(pattern, pattern + wstring16::traits_type::length(pattern));
     UnitCollector collector;
-    // The standard facet asks the runtime, which locks its time zone; one of the user's is foreign code.
+    // The standard facet calls the runtime, which locks its time zone. A facet of the caller is foreign code.
     std::optional<platform::Uninterrupted> whileRuntimeIsLocked;
     if (typeid(facet) == typeid(std::time_put<wchar_t>)) whileRuntimeIsLocked.emplace();
     facet.put(std::ostreambuf_iterator<wchar_t>(&collector), state, L'\0', &fields, widePattern.data(),
@@ -79,8 +75,8 @@ wstring16 formatTime(const std::locale& locale, std::wios& state, const std::tm&
     return collector.take();
 }
 
-// Making a state takes as long as the rest, so the one for the default locale, whose facets are all the standard
-// library's own and only read it, serves all threads.
+// Constructing a state takes as long as formatting, so all threads share the state of the default locale. Its facets
+// are those of the standard library, which only read the state.
 struct DefaultState {
     std::locale locale = KestLocaleFactory::getDefaultLocale(false);
     std::wios state{nullptr};
@@ -91,7 +87,7 @@ constinit platform::ProcessObject<DefaultState> g_defaultState;
 
 }  // namespace
 
-// The facet takes the locale from a stream's state; it needs no stream.
+// The facet takes the locale from the state of a stream; it does not need the stream.
 wstring16 KestDateTime::constructTimeString(std::tm* fields, const std::locale& locale, const unsigned short* pattern) {
     DefaultState& byDefault = g_defaultState.get();
     if (locale == byDefault.locale) return formatTime(locale, byDefault.state, *fields, pattern);
@@ -100,7 +96,7 @@ wstring16 KestDateTime::constructTimeString(std::tm* fields, const std::locale& 
     return formatTime(locale, state, *fields, pattern);
 }
 
-// The runtime breaks the instant down, since only it knows the name of the zone, which some locales put into the text.
+// The runtime computes the fields: some locales write the name of the zone, which only the runtime knows.
 wstring16 KestDateTime::localText(const std::locale& locale, const unsigned short* pattern) {
     std::tm fields = storedFields();
     std::optional<internal::LocalMoment> moment = internal::momentOfFields(fields);

@@ -13,7 +13,7 @@ namespace KestSupport::internal {
 namespace {
 
 constexpr std::int64_t kEndOfRange = 32535216000;  // 3001-01-01 00:00:00 UTC
-// No zone is farther from UTC than the 24:59:59 that TZ can hold, so no two offsets differ by more than 50 hours.
+// TZ can express offsets from UTC up to 24:59:59, so no two offsets differ by more than 50 hours.
 constexpr std::int64_t kWidestOffset = std::int64_t{25} * 3600;
 constexpr std::int64_t kWidestChange = std::int64_t{50} * 3600;
 
@@ -26,8 +26,8 @@ struct Offset {
     bool operator==(const Offset&) const = default;
 };
 
-/// Remembers the offsets of blocks of equal length, numbered from 0, in each zone. A slot is one word, so that a reader
-/// gets all of it or nothing; blocks that share a slot displace each other.
+/// Remembers the offset of each block of time; blocks have equal lengths and are numbered from 0. A slot is one word,
+/// so a reader never sees half of an entry. Blocks that share a slot replace each other.
 template <std::size_t slotCount>
 class OffsetTable {
   public:
@@ -49,7 +49,7 @@ class OffsetTable {
     static constexpr int kBlockShift = 32;
     static constexpr std::int32_t kBias = 1 << 17;  // makes every offset positive
 
-    // A change of the zone during the measurement would mix the offsets of two zones.
+    // Repeats a measurement during which the zone changed: it may mix the offsets of two zones.
     [[gnu::noinline]] static Offset fill(std::atomic<std::uint64_t>& slot, std::int64_t block, Measure measure) {
         for (std::uint32_t zone = platform::localZoneOfNow();;) {
             const Offset offset = measure(block);
@@ -75,13 +75,13 @@ class OffsetTable {
 };
 
 constexpr std::int64_t kQuarterHour = 900;
-// Clocks that are changed and changed back within so many days are not known: the shortest time between is a week.
+// A block is shorter than the shortest known time between two changes of the clocks, which is a week.
 constexpr std::int64_t kCivilBlock = 4 * kSecondsPerDay;
 
 constinit OffsetTable<64> g_quarters;
 constinit OffsetTable<4096> g_civilBlocks;
 
-constinit std::atomic<std::int64_t> g_lastLook{-1};  // the second in which momentOfNow looked at the zone last
+constinit std::atomic<std::int64_t> g_lastCheck{-1};  // the second in which momentOfNow last checked the zone
 
 Offset offsetAt(std::int64_t instant) {
     std::tm fields{};
@@ -91,17 +91,17 @@ Offset offsetAt(std::int64_t instant) {
     return {static_cast<std::int32_t>(seconds), fields.tm_isdst > 0, true};
 }
 
-// Kept out of the way of the calls that find what they want in a table, like the other slow paths.
+// The slow paths are not inlined, to keep the look-up in a table short.
 [[gnu::noinline]] Offset measureQuarter(std::int64_t block) {
     const std::int64_t first = block * kQuarterHour;
     Offset offset = offsetAt(first);
-    // Most zones change their clocks on a quarter of an hour, yet not all: some did so a minute past midnight.
+    // Some zones changed their clocks a minute past midnight, within a quarter of an hour.
     if (offset != offsetAt(first + kQuarterHour - 1)) offset.settled = false;
     return offset;
 }
 
-// The answer for every local time of the block is proved when the offset is the same as far around as any other instant
-// with such a local time could lie.
+// One offset holds for every local time of the block if it holds kWidestChange before and after the block too: no other
+// instant with such a local time is farther away.
 [[gnu::noinline]] Offset measureCivilBlock(std::int64_t block) {
     const std::int64_t first = (block - 1) * kCivilBlock;  // see offsetOfCivil
     Offset offset = offsetAt(first);
@@ -123,8 +123,8 @@ bool isRepresentable(const LocalMoment& moment) {
     return moment.instant >= 0 && moment.instant < kEndOfRange && moment.civil < kEndOfRange;
 }
 
-// When clocks are set back, a local time comes twice. Which of the two the runtime gives depends on what it was asked
-// before; this is the one with the daylight saving that is wanted, and the later one when that does not decide.
+// When clocks are set back, a local time occurs twice, and the runtime returns one or the other, depending on earlier
+// calls. Returns the one with the wanted daylight saving; if that does not decide, the later one.
 std::int64_t chosenOf(std::int64_t instant, std::int64_t civil, bool wantsDaylightSaving) {
     Offset chosen = offsetAt(instant);
     if (instant + chosen.seconds != civil) return instant;
@@ -144,10 +144,10 @@ std::int64_t chosenOf(std::int64_t instant, std::int64_t civil, bool wantsDaylig
     platform::localZoneOfNow();
     std::tm normalised = fields;
     normalised.tm_sec = std::clamp(fields.tm_sec, 0, 59);
-    const int spareSeconds = fields.tm_sec - normalised.tm_sec;
+    const int extraSeconds = fields.tm_sec - normalised.tm_sec;
     const std::int64_t civil = civilSeconds(normalised);
     const std::int64_t instant = platform::instantOfLocalTime(normalised);
-    moment.instant = chosenOf(instant, civil, fields.tm_isdst > 0) + spareSeconds;
+    moment.instant = chosenOf(instant, civil, fields.tm_isdst > 0) + extraSeconds;
     if (!platform::localTime(moment.instant, normalised)) return false;
     moment.civil = civilSeconds(normalised);
     moment.daylightSaving = normalised.tm_isdst;
@@ -156,7 +156,8 @@ std::int64_t chosenOf(std::int64_t instant, std::int64_t civil, bool wantsDaylig
 
 bool find(const std::tm& fields, std::int64_t civil, LocalMoment& moment) {
     if (civil < -kWidestOffset || civil >= kEndOfRange + kWidestOffset) return false;
-    // The runtime counts spare seconds in real time, across a change of the clocks, everything else in local time.
+    // The runtime counts seconds outside 0 to 59 in real time, across a change of the clocks, and the rest in local
+    // time.
     if (0 <= fields.tm_sec && fields.tm_sec <= 59) {
         const Offset offset = offsetOfCivil(civil);
         if (offset.settled && (fields.tm_isdst < 0 || (fields.tm_isdst > 0) == offset.daylightSaving)) {
@@ -185,8 +186,8 @@ std::optional<LocalMoment> momentOfInstant(std::int64_t instant) {
 
 std::optional<LocalMoment> momentOfNow() {
     const auto now = static_cast<std::int64_t>(std::time(nullptr));
-    if (g_lastLook.load(std::memory_order_relaxed) != now) {
-        g_lastLook.store(now, std::memory_order_relaxed);
+    if (g_lastCheck.load(std::memory_order_relaxed) != now) {
+        g_lastCheck.store(now, std::memory_order_relaxed);
         platform::localZoneOfNow();
     }
     return momentOfInstant(now);

@@ -1,19 +1,19 @@
-// The local time zone, with what the C runtime says of it remembered: for a quarter of an hour around an instant, and
-// for a few days around a local time.
+// The local time zone. Each answer is that of the C runtime, remembered: for a quarter of an hour around an instant,
+// and for a few days around a local time.
 //
-// Every answer is the C runtime's own. Where what is remembered does not prove it (near a change of the clocks, for a
-// daylight-saving flag that does not hold at that time, for spare seconds), the runtime is asked. A local time that
-// comes twice because clocks are set back is the standard time, unless daylight saving is asked for; if that does not
-// decide, it is the later one.
+// The runtime is called again where the remembered offsets do not prove the answer: near a change of the clocks, for a
+// daylight-saving flag that does not apply at that time, and for seconds outside 0 to 59. When clocks are set back, an
+// hour occurs twice. A local time in it means standard time, unless the caller asks for daylight saving; if both are
+// standard time, or both daylight saving, it means the later one.
 //
-// Representable are the instants from 1970-01-01 00:00:00 UTC to the end of the year 3000, in UTC and in local time.
+// The instants from 1970-01-01 00:00:00 UTC to the end of the year 3000 are representable, in UTC and in local time.
 //
-// The zone is the one that TZ names at the time of the call. When the system's own is used instead, a change of its
-// file is noticed by momentOfNow within a second, and by each call that asks the runtime. Until then all answers are
-// those of the old zone, after that those of the new one.
+// The zone is the one that TZ names at the time of the call; without TZ, the system's zone. momentOfNow notices a
+// change of the system's zone file within a second, and each call of the runtime notices it at once. Before that all
+// answers use the old zone, after that the new one.
 //
-// Threads: all functions may be called by any thread; they take no lock as long as the environment stays the same. As
-// with the runtime's own functions, no thread may change it meanwhile.
+// Threads: any thread may call any function. They take no lock while the environment stays the same. As for the
+// runtime's own functions, no thread may change the environment during a call.
 #pragma once
 
 #include <cstdint>
@@ -22,24 +22,24 @@
 
 namespace KestSupport::internal {
 
-/// An instant and the local time that belongs to it.
+/// An instant and its local time.
 struct LocalMoment {
     std::int64_t instant;  ///< seconds since 1970-01-01 00:00:00 UTC
     std::int64_t civil;    ///< what the local clock shows, in civil seconds
     int daylightSaving;    ///< tm_isdst
 };
 
-/// The local time of an instant; nothing when it is not representable.
+/// Returns the local time of an instant; nothing if it is not representable.
 std::optional<LocalMoment> momentOfInstant(std::int64_t instant);
 
-/// The same for the present instant.
+/// The same for the current time.
 std::optional<LocalMoment> momentOfNow();
 
-/// The instant of a local time, normalised as mktime does it; nothing when it is not representable. All members but
-/// tm_wday and tm_yday count.
+/// Returns the instant of a local time, normalised like mktime does; nothing if it is not representable. Reads all
+/// members except tm_wday and tm_yday.
 std::optional<LocalMoment> momentOfFields(const std::tm& fields);
 
-/// Whether mktime would leave the date and the time of day as they are, and the instant is representable.
+/// Whether mktime would leave the date and the time of day unchanged, and the instant is representable.
 bool isLocalTime(const std::tm& fields);
 
 }  // namespace KestSupport::internal

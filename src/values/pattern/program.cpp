@@ -6,8 +6,8 @@ namespace KestSupport::internal {
 namespace {
 
 StepKind kindOf(TokenType type) {
-    if (type == TokenType::Literal) return StepKind::Literal;
-    return type == TokenType::Any ? StepKind::Any : StepKind::Set;
+    if (type == TokenType::literal) return StepKind::literal;
+    return type == TokenType::any ? StepKind::any : StepKind::set;
 }
 
 }  // namespace
@@ -52,10 +52,10 @@ void CharacterSet<CharT>::orderHighRanges() {
 
 template <typename StringType>
 Step<StringType>::Step(const ExpressionToken<StringType>& from)
-    : token(&from), kind(kindOf(from.type)), size(kind == StepKind::Literal ? from.segment.size() : 1) {
-    if (kind == StepKind::Literal && size > 0) literal = LiteralSearch<CharType>(from.segment);
-    if (kind == StepKind::Set) {
-        set = std::make_unique<CharacterSet<CharType>>(from.ranges, from.type == TokenType::NotInSet);
+    : token(&from), kind(kindOf(from.type)), size(kind == StepKind::literal ? from.segment.size() : 1) {
+    if (kind == StepKind::literal && size > 0) literal = LiteralSearch<CharType>(from.segment);
+    if (kind == StepKind::set) {
+        set = std::make_unique<CharacterSet<CharType>>(from.ranges, from.type == TokenType::notInSet);
     }
 }
 
@@ -63,9 +63,9 @@ template <typename StringType>
 ExpressionProgram<StringType>::ExpressionProgram(const std::vector<ExpressionToken<StringType>>& tokens) {
     steps.reserve(tokens.size());
     for (const ExpressionToken<StringType>& token : tokens) {
-        if (token.type == TokenType::Begin) {
+        if (token.type == TokenType::begin) {
             hasBegin = true;
-        } else if (token.type == TokenType::End) {
+        } else if (token.type == TokenType::end) {
             hasEnd = true;
         } else {
             steps.emplace_back(token);

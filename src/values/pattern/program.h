@@ -56,7 +56,7 @@ class CharacterSet {
     bool m_isNegated;
 };
 
-enum class StepKind : std::uint8_t { Literal, Set, Any };
+enum class StepKind : std::uint8_t { literal, set, any };
 
 /// A token that takes characters.
 template <typename StringType>
@@ -66,14 +66,14 @@ struct Step {
     explicit Step(const ExpressionToken<StringType>& from);
 
     bool isOptional() const {
-        return token->factor == TokenFactor::ZeroOrOne || token->factor == TokenFactor::ZeroOrMore;
+        return token->factor == TokenFactor::zeroOrOne || token->factor == TokenFactor::zeroOrMore;
     }
     /// Takes as many as there are. A token that takes no characters never does, as it would not come to an end.
     bool isRepeated() const {
-        return size == 1 && (token->factor == TokenFactor::ZeroOrMore || token->factor == TokenFactor::OneOrMore);
+        return size == 1 && (token->factor == TokenFactor::zeroOrMore || token->factor == TokenFactor::oneOrMore);
     }
     /// A match needs this literal at some place: to continue after it, the walk has to have found it at least once.
-    bool isNeededLiteral() const { return kind == StepKind::Literal && size > 0 && !isOptional(); }
+    bool isNeededLiteral() const { return kind == StepKind::literal && size > 0 && !isOptional(); }
 
     const ExpressionToken<StringType>* token;
     StepKind kind;

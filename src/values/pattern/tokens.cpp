@@ -46,7 +46,7 @@ class PatternParser {
         return false;
     }
 
-    bool isSet() const { return m_token.type != TokenType::Literal; }
+    bool isSet() const { return m_token.type != TokenType::literal; }
     bool isAtEnd() const { return m_next == m_pattern.size(); }
 
     bool readToken() {
@@ -57,15 +57,15 @@ class PatternParser {
         const CharType c = m_pattern[m_next++];
         switch (c) {
             case '$':
-                m_token.type = TokenType::End;
+                m_token.type = TokenType::end;
                 return isAtEnd() || fail(kEndInside);
             case '.':
-                m_token.type = TokenType::Any;
+                m_token.type = TokenType::any;
                 return true;
             case '[':
-                m_token.type = TokenType::InSet;
+                m_token.type = TokenType::inSet;
                 if (!isAtEnd() && m_pattern[m_next] == '^') {
-                    m_token.type = TokenType::NotInSet;
+                    m_token.type = TokenType::notInSet;
                     ++m_next;
                 }
                 if (isAtEnd() || m_pattern[m_next] == ']') return fail(kEmptySet);
@@ -76,7 +76,7 @@ class PatternParser {
                 return collect();
             case '^':
                 if (m_next == 1) {
-                    m_token.type = TokenType::Begin;
+                    m_token.type = TokenType::begin;
                     return true;
                 }
                 break;
@@ -212,13 +212,13 @@ class PatternParser {
         if (isAtEnd()) return;
         switch (m_pattern[m_next]) {
             case '*':
-                m_token.factor = TokenFactor::ZeroOrMore;
+                m_token.factor = TokenFactor::zeroOrMore;
                 break;
             case '+':
-                m_token.factor = TokenFactor::OneOrMore;
+                m_token.factor = TokenFactor::oneOrMore;
                 break;
             case '?':
-                m_token.factor = TokenFactor::ZeroOrOne;
+                m_token.factor = TokenFactor::zeroOrOne;
                 break;
             default:
                 return;

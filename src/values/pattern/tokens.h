@@ -17,15 +17,15 @@
 namespace KestSupport::internal {
 
 enum class TokenType : std::int32_t {
-    InSet,     ///< one character of the segment
-    NotInSet,  ///< one character that is not in the segment
-    Literal,   ///< the whole segment
-    Any,       ///< one character
-    Begin,     ///< the match must start where the search does
-    End,       ///< the match must end where the text does
+    inSet,     ///< one character of the segment
+    notInSet,  ///< one character that is not in the segment
+    literal,   ///< the whole segment
+    any,       ///< one character
+    begin,     ///< the match must start where the search does
+    end,       ///< the match must end where the text does
 };
 
-enum class TokenFactor : std::int32_t { One, ZeroOrOne, ZeroOrMore, OneOrMore };
+enum class TokenFactor : std::int32_t { one, zeroOrOne, zeroOrMore, oneOrMore };
 
 /// The place of a character in the order of ranges. Narrow characters from 0x80 on are negative, whatever a char is to
 /// the compiler.
@@ -52,8 +52,8 @@ template <typename StringType>
 struct ExpressionToken {
     using CharType = typename StringType::value_type;
 
-    TokenType type = TokenType::Literal;
-    TokenFactor factor = TokenFactor::One;
+    TokenType type = TokenType::literal;
+    TokenFactor factor = TokenFactor::one;
     StringType segment;  ///< the characters of a literal
     /// The members of a set, in the order of the pattern. Each range is as long as it can be, so two sets of the same
     /// members in the same order have equal ranges.

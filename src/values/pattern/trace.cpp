@@ -60,8 +60,8 @@ class TracedWalk {
     // Tries the current token once. False when the search has come to its end.
     bool step() {
         const Token& token = m_tokens[m_current];
-        const bool isOptional = token.factor == TokenFactor::ZeroOrOne || token.factor == TokenFactor::ZeroOrMore;
-        const bool isRepeated = token.factor == TokenFactor::ZeroOrMore || token.factor == TokenFactor::OneOrMore;
+        const bool isOptional = token.factor == TokenFactor::zeroOrOne || token.factor == TokenFactor::zeroOrMore;
+        const bool isRepeated = token.factor == TokenFactor::zeroOrMore || token.factor == TokenFactor::oneOrMore;
         const std::size_t before = m_position;
         if (tryToken(token)) {
             // What takes nothing would be tried here for ever.
@@ -72,7 +72,7 @@ class TracedWalk {
             ++m_position;
             return isOptional && before < m_text.size() && m_position < m_text.size();
         }
-        if (isOptional || (token.factor == TokenFactor::OneOrMore && *m_stack.back().token == token)) {
+        if (isOptional || (token.factor == TokenFactor::oneOrMore && *m_stack.back().token == token)) {
             ++m_current;
         } else {
             giveBack();
@@ -84,17 +84,17 @@ class TracedWalk {
         const auto isMember = [&] { return token.hasMember(m_text[m_position]); };
         const bool isInside = m_position < m_text.size();
         switch (token.type) {
-            case TokenType::Begin:
+            case TokenType::begin:
                 m_mustBegin = true;
                 return true;
-            case TokenType::End:
+            case TokenType::end:
                 m_mustEnd = true;
                 return true;
-            case TokenType::Literal:
+            case TokenType::literal:
                 return tryLiteral(token);
-            case TokenType::InSet:
+            case TokenType::inSet:
                 return isInside && isMember() && push(token, m_position, 1);
-            case TokenType::NotInSet:
+            case TokenType::notInSet:
                 return isInside && !isMember() && push(token, m_position, 1);
             default:
                 return isInside && push(token, m_position, 1);
@@ -122,7 +122,7 @@ class TracedWalk {
     std::int32_t backIndexFor(const Token& token) const {
         if (m_stack.empty()) return -1;
         const MatchEntry<StringType>& top = m_stack.back();
-        if (token.factor == TokenFactor::OneOrMore && !(*top.token == token)) return top.backIndex;
+        if (token.factor == TokenFactor::oneOrMore && !(*top.token == token)) return top.backIndex;
         return static_cast<std::int32_t>(m_stack.size() - 1);
     }
 
@@ -163,7 +163,7 @@ template <typename StringType>
 void traceToken(const ExpressionToken<StringType>& token) {
     const char* const type = kTypeNames[static_cast<int>(token.type)];
     const char* const factor = kFactorNames[static_cast<int>(token.factor)];
-    if (token.type == TokenType::Literal) {
+    if (token.type == TokenType::literal) {
         trace("ExpressionToken: type=", type, token.segment, " factor=", factor);
     } else {
         trace("ExpressionToken: type=", type, " factor=", factor);

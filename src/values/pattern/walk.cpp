@@ -42,7 +42,7 @@ template <typename StringType>
 std::size_t ExpressionWalk<StringType>::nextStart(std::size_t from) const {
     const auto& steps = m_program.steps;
     const ThisStep& lead = steps.front();
-    if (lead.kind == StepKind::Literal) return first(lead, from);
+    if (lead.kind == StepKind::literal) return first(lead, from);
     if (steps.size() > 1 && steps[1].isNeededLiteral()) return nextStartBefore(steps[1], from);
     if (lead.isOptional()) return first(lead, from);
     return isAt(lead, from) ? from : npos;
@@ -96,7 +96,7 @@ bool ExpressionWalk<StringType>::attempt(std::size_t start) {
     m_position = start;
     push(lead, false);
     m_nextStart = lead.isRepeated() ? m_position : start + 1;
-    const bool isSearched = lead.kind == StepKind::Literal || lead.isOptional();
+    const bool isSearched = lead.kind == StepKind::literal || lead.isOptional();
     for (std::size_t i = 1; i < steps.size(); ++i) {
         if (!take(steps[i])) return false;
         if (i == 1 && isSearched && !lead.isRepeated() && steps[1].isRepeated()) {
@@ -108,13 +108,13 @@ bool ExpressionWalk<StringType>::attempt(std::size_t start) {
 
 template <typename StringType>
 bool ExpressionWalk<StringType>::take(const ThisStep& step) {
-    if (step.token->factor == TokenFactor::OneOrMore) return takeOneOrMore(step);
+    if (step.token->factor == TokenFactor::oneOrMore) return takeOneOrMore(step);
     if (isAt(step, m_position)) {
         push(step, true);
         return true;
     }
     if (step.isOptional()) return true;
-    if (giveBack(step) == Retry::Failed) return false;
+    if (giveBack(step) == Retry::failed) return false;
     push(step, true);
     return true;
 }
@@ -124,7 +124,7 @@ bool ExpressionWalk<StringType>::takeOneOrMore(const ThisStep& step) {
     if (!isAt(step, m_position)) {
         if (isTopEqual(step)) return true;
         const Retry retry = giveBack(step);
-        if (retry != Retry::Matched) return retry == Retry::PassedOver;
+        if (retry != Retry::matched) return retry == Retry::skipped;
     }
     // Above another token's entry the first one of these can be given back only when that one can.
     const Run& below = top();
@@ -152,12 +152,12 @@ auto ExpressionWalk<StringType>::giveBack(const ThisStep& step) -> Retry {
         if (place != npos) {
             m_position = run.end = place;
             if (place == run.start) --m_depth;
-            return Retry::Matched;
+            return Retry::matched;
         }
-        if (!run.canGiveBackFirst) return Retry::Failed;
+        if (!run.canGiveBackFirst) return Retry::failed;
         m_position = run.start;
         --m_depth;
-        if (step.token->factor == TokenFactor::OneOrMore && isTopEqual(step)) return Retry::PassedOver;
+        if (step.token->factor == TokenFactor::oneOrMore && isTopEqual(step)) return Retry::skipped;
     }
 }
 
@@ -165,9 +165,9 @@ template <typename StringType>
 bool ExpressionWalk<StringType>::isAt(const ThisStep& step, std::size_t place) const {
     if (step.size > m_text.size() - place) return false;
     switch (step.kind) {
-        case StepKind::Set:
+        case StepKind::set:
             return step.set->contains(m_text[place]);
-        case StepKind::Literal:
+        case StepKind::literal:
             return step.size == 0 || step.literal.isAt(m_text.data() + place);
         default:
             return true;
@@ -179,15 +179,15 @@ template <typename StringType>
 template <typename Search>
 std::size_t ExpressionWalk<StringType>::byCharacter(const ThisStep& step, const Search& search) {
     using CharType = typename StringType::value_type;
-    if (step.kind == StepKind::Any) return search([](CharType) { return true; });
-    if (step.kind == StepKind::Set) return search([&set = *step.set](CharType c) { return set.contains(c); });
+    if (step.kind == StepKind::any) return search([](CharType) { return true; });
+    if (step.kind == StepKind::set) return search([&set = *step.set](CharType c) { return set.contains(c); });
     return search([wanted = step.token->segment.front()](CharType c) { return c == wanted; });
 }
 
 // The first place from `place` on where a step for one character fails.
 template <typename StringType>
 std::size_t ExpressionWalk<StringType>::endOfRun(const ThisStep& step, std::size_t place) const {
-    if (step.kind == StepKind::Any) return m_text.size();
+    if (step.kind == StepKind::any) return m_text.size();
     return byCharacter(step, [&](const auto& takes) {
         while (place < m_text.size() && takes(m_text[place]))
             ++place;
@@ -198,7 +198,7 @@ std::size_t ExpressionWalk<StringType>::endOfRun(const ThisStep& step, std::size
 // The first place from `low` on from which a step for one character holds up to `place`.
 template <typename StringType>
 std::size_t ExpressionWalk<StringType>::startOfRun(const ThisStep& step, std::size_t low, std::size_t place) const {
-    if (step.kind == StepKind::Any) return low;
+    if (step.kind == StepKind::any) return low;
     return byCharacter(step, [&](const auto& takes) {
         while (place > low && takes(m_text[place - 1]))
             --place;
@@ -211,7 +211,7 @@ std::size_t ExpressionWalk<StringType>::first(const ThisStep& step, std::size_t 
     const std::size_t end = placesFor(step.size);
     if (from >= end) return npos;
     if (step.size == 0) return from;
-    if (step.kind == StepKind::Literal) return step.literal.first(m_text.data(), from, end);
+    if (step.kind == StepKind::literal) return step.literal.first(m_text.data(), from, end);
     return byCharacter(step, [&](const auto& takes) {
         while (from < end && !takes(m_text[from]))
             ++from;
@@ -225,7 +225,7 @@ std::size_t ExpressionWalk<StringType>::last(const ThisStep& step, std::size_t l
     high = std::min(high, placesFor(step.size));
     if (low >= high) return npos;
     if (step.size == 0) return high - 1;
-    if (step.kind == StepKind::Literal) return step.literal.last(m_text.data(), low, high);
+    if (step.kind == StepKind::literal) return step.literal.last(m_text.data(), low, high);
     return byCharacter(step, [&](const auto& takes) {
         while (high > low && !takes(m_text[high - 1]))
             --high;

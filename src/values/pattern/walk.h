@@ -55,7 +55,7 @@ class ExpressionWalk {
 
         bool isSingle() const { return step->size != 1 || end - start == 1; }
     };
-    enum class Retry { Matched, PassedOver, Failed };
+    enum class Retry { matched, skipped, failed };
 
     std::size_t nextStart(std::size_t from) const;
     std::size_t nextStartBefore(const ThisStep& follower, std::size_t from) const;

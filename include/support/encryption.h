@@ -1,19 +1,18 @@
 // Encryption of byte strings with the block cipher Blowfish (B. Schneier, 1993): 64-bit blocks, 16 rounds.
 //
-// The cipher is kept for what was encrypted with it. Its blocks are small, there is no authentication, and equal
-// plaintexts with equal keys give equal ciphertexts, since the initial vector is always zero; take something else for
-// new data.
+// The class exists to read and write data that was encrypted with this cipher. Do not use it for new formats: its
+// blocks are small, there is no authentication, and equal plaintexts with equal keys have equal ciphertexts, because
+// the initial vector is always zero.
 //
-// Data that is no whole number of 8-byte blocks is filled up with zero bytes, in both directions. Nothing records how
-// many: a plaintext that was decrypted keeps them at its end. Ciphertexts are raw bytes.
+// Data whose length is not a multiple of 8 bytes is padded with zero bytes, in both directions. The number of these
+// bytes is not stored, so a decrypted plaintext keeps them at its end. Ciphertexts are raw bytes.
 //
-// A key may have any length but zero. It counts as repeated without end, of which the first 72 bytes matter.
+// A key may have any length except zero. It is repeated to 72 bytes; later bytes are ignored.
 //
-// The key last used and its key schedule stay in the object, which makes further data with the same key cheap. Both are
-// overwritten when another key comes and when the object goes; the caller's own copies of keys and plaintexts are the
-// caller's to overwrite.
+// The object keeps the last key and its key schedule, which makes further data with the same key cheap. It overwrites
+// both when the key changes and in the destructor. The caller overwrites its own copies of keys and plaintexts.
 //
-// Threads: one object is for one thread at a time, decryption included. Copies are independent.
+// Threads: one thread at a time may use an object, also to decrypt. Copies are independent.
 #pragma once
 
 #include <support/exceptions.h>
@@ -25,13 +24,14 @@
 namespace KestSupport {
 
 namespace internal {
+/// The expanded key. Defined here because a KestEncryption contains it.
 struct BlowfishSchedule {
     std::uint32_t p[18];
     std::uint32_t s[4][256];
 };
 }  // namespace internal
 
-/// One block of the cipher. Bytes 0 to 3 of its text are the left half, bytes 4 to 7 the right one, both big-endian.
+/// One block of the cipher. Bytes 0 to 3 of a block are the left half, bytes 4 to 7 the right half, both big-endian.
 struct KEST_SUPPORT_EXPORT SBlock {
     SBlock();
     SBlock(unsigned int left, unsigned int right);
@@ -46,46 +46,47 @@ struct KEST_SUPPORT_EXPORT SBlock {
 
 class KEST_SUPPORT_EXPORT KestEncryption {
   public:
-    /// Normal works in the mode ECB, High in the mode CBC. The key schedule is the same.
+    /// Normal uses the mode ECB, High the mode CBC. The key schedule is the same.
     enum Strength : int { Normal, High };
-    /// ECB: each block on its own, so equal blocks give equal blocks. CBC: each block is combined with the ciphertext
-    /// before it.
+    /// ECB: each block separately, so equal blocks have equal ciphertexts. CBC: each block is combined with the
+    /// ciphertext of the block before it.
     enum tMode : int { ECB, CBC };
 
-    /// The words of pi that every key schedule begins with.
+    /// The words of pi with which every key schedule begins.
     static const unsigned int arrwPBoxInit[18];
     static const unsigned int arrwSBoxInit[4][256];
 
     /// With the strength High.
     KestEncryption();
-    /// With a value that is no Strength, whatever runs the key schedule throws KestInvalidEncryptionException with
-    /// "KestInvalidEncryptionException - The mode is not initialized properly", until a strength is set.
+    /// If the value is not a Strength, encryption and decryption throw KestInvalidEncryptionException with
+    /// "KestInvalidEncryptionException - The mode is not initialized properly" until a strength is set.
     KestEncryption(const Strength& strength);
-    /// A copy sets up its key schedule anew when it is first used.
+    /// A copy computes its key schedule again when it is first used.
     KestEncryption(KestEncryption& source);
     KestEncryption& operator=(KestEncryption& source);
     virtual ~KestEncryption();
 
-    /// Encrypts into `out`, which is made longer where it is shorter than the data filled up to whole blocks, and
-    /// otherwise keeps its length and the bytes behind those blocks. `data` and `out` may be the same string. Empty
-    /// data leave an empty `out` as it is, whatever the key.
+    /// Encrypts into `out`. If `out` is shorter than the padded data, it becomes as long; otherwise it keeps its length
+    /// and the bytes after those blocks. `data` and `out` may be the same string. Empty data leave an empty `out`
+    /// unchanged, with any key.
     ///
-    /// An empty key is refused with "KestInvalidEncryptionException - The key passed is empty"; `out` has been made
-    /// longer then.
+    /// An empty key is refused with "KestInvalidEncryptionException - The key passed is empty", after `out` was made
+    /// longer.
     virtual void encryptData(const std::string& key, const std::string& data, std::string& out);
-    /// The same with a result: false, and the text of the refusal without its prefix in `message`.
+    /// The same, but an empty key returns false with the text, without its prefix, in `message`.
     virtual bool encryptDataImpl(const std::string& key, const std::string& data, std::string& out,
                                  std::string& message);
-    /// Decrypts into `out` in the same way, but empty data make `out` empty, and an empty key is refused first.
+    /// Decrypts into `out` in the same way. But an empty key is refused also for empty data, and empty data make `out`
+    /// empty.
     virtual void decryptData(const std::string& key, std::string& data, std::string& out);
     virtual bool decryptDataImpl(const std::string& key, std::string& data, std::string& out, std::string& message);
 
     virtual Strength getStrength() const;
-    /// A value that is no Strength is returned by getStrength, but changes nothing else.
+    /// A value that is not a Strength only changes the result of getStrength.
     virtual void setStrength(const Strength& strength);
 
-    /// Says whether the key schedule held may be used again for the key that it was made for. False makes the next use
-    /// set it up anew; true spares a copy that.
+    /// Sets whether the key schedule may be used again for its key. After false, the next use computes it again; after
+    /// true, a copy does not compute it again.
     void setInit(const bool& initialized);
 
   private:
@@ -95,8 +96,8 @@ class KEST_SUPPORT_EXPORT KestEncryption {
 
     Strength m_strength;
     bool m_initialized = false;
-    std::string m_key;  // empty, or the one whose schedule is held
-    tMode m_mode{-1};   // neither, until a strength has been set
+    std::string m_key;  // empty, or the key of the schedule
+    tMode m_mode{-1};   // neither ECB nor CBC until a strength has been set
     SBlock m_initialVector;
     internal::BlowfishSchedule m_schedule{};
 };

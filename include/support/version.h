@@ -1,13 +1,13 @@
 // Version numbers, and ranges of them.
 //
-// A version is a sequence of numbers between dots, which may end in a word, the suffix: 5.1.0 or 5.1.beta. Versions are
-// ordered number by number, where zeros at the end do not count (5.1 equals 5.1.0), then by suffix, byte by byte. No
-// suffix comes before any other, so 5.1 is older than 5.1.beta, and that is older than 5.2.
+// A version is a sequence of numbers between dots, which may end with a word, the suffix: 5.1.0 or 5.1.beta. Versions
+// are ordered number by number, without zeros at the end (5.1 equals 5.1.0), then by suffix, byte by byte. A version
+// without a suffix is older than one with it: 5.1 is older than 5.1.beta, which is older than 5.2.
 //
-// A range is a pair of versions: from the first one up to, but not including, the second one. When the second one is
-// empty, the range holds the first one alone.
+// A range is a pair of versions: from the first one up to, but not including, the second one. If the second one is
+// empty, the range holds only the first one.
 //
-// Threads: one object is for one thread at a time; the const operations may be called by several at once.
+// Threads: several threads may call const operations at once; for any other operation, one thread at a time.
 #pragma once
 
 #include <support/exceptions.h>
@@ -21,31 +21,32 @@ namespace KestSupport {
 
 class KEST_SUPPORT_EXPORT KestVersion {
   public:
-    /// How a version compares with another: the same, older, newer.
+    /// The result of a comparison: equal, older, newer.
     enum tTestMode : int { Equal, Less, Greater };
 
-    /// The empty version, which stands for none.
+    /// The empty version, which means "no version".
     KestVersion();
-    /// The empty version as well: the pointer is not read. It lets a null pointer stand for no version.
+    /// The empty version; the pointer is not read. So a null pointer can mean "no version".
     KestVersion(int* const);
-    /// Reads a text. A piece between dots that begins with a digit (0 to 9, whatever the locale) is a number and counts
-    /// up to its first other character (12rc is 12); numbers that do not fit an int count as the largest one. Any other
-    /// last piece is the suffix, so that "5.1." has an empty one, and "beta" no number. The empty text gives the empty
+    /// Reads a text. A piece between dots that begins with a digit (0 to 9 in every locale) is a number and ends before
+    /// its first other character (12rc is 12); a number that does not fit an int becomes the largest int. Any other
+    /// last piece is the suffix, so "5.1." has an empty suffix and "beta" has no number. An empty text is the empty
     /// version.
     ///
-    /// Throws KestException, code 0, with "KestVersion::parse: invalid version string: " and the text when a piece
-    /// before the last one does not begin with a digit.
+    /// Throws KestException, code 0, with "KestVersion::parse: invalid version string: " and the text if a piece before
+    /// the last one does not begin with a digit.
     KestVersion(const std::string& text);
     KestVersion(const KestVersion& source);
     virtual ~KestVersion();
 
     KestVersion& operator=(const KestVersion& source);
-    /// Reads a text as the constructor does. After an exception the numbers before the faulty piece are held.
+    /// Reads a text like the constructor. After an exception the object has the numbers before the faulty piece.
     KestVersion& operator=(const std::string& text);
 
     /// Whether the version is not empty.
     bool isInit() const;
-    /// Numbers and suffix with dots between them. A suffix alone has a dot in front: ".beta".
+    /// Returns the numbers and the suffix with dots between them. A suffix without numbers has a dot before it:
+    /// ".beta".
     std::string toString() const;
 
     bool operator<(const KestVersion& other) const;
@@ -53,12 +54,13 @@ class KEST_SUPPORT_EXPORT KestVersion {
     bool operator<=(const KestVersion& other) const;
 
     /// Reads a list of ranges with commas between them: "4.0,{5.0-6.0}" is 4.0 alone, then 5.0 up to, but not
-    /// including, 6.0. Between braces the first dash separates the versions, and the last character is dropped whatever
-    /// it is. An empty piece is a range of two empty versions; an empty text has no ranges.
+    /// including, 6.0. In a piece that begins with a brace, the first dash separates the versions, and the last
+    /// character is dropped, whether it is a brace or not. An empty piece is a range of two empty versions; an empty
+    /// text has no ranges.
     ///
     /// Throws KestException, code 0, with "KestVersion::createRangeVector: Invalid range specification: " and the whole
-    /// text when something in braces has no dash, nothing in front of it or less than two characters behind it. That is
-    /// found before any version is read; a version that cannot be read then throws as in the constructor.
+    /// text if a piece with a brace has no dash, nothing before the dash, or fewer than two characters after it. All
+    /// pieces are checked before any version is read; then a version that cannot be read throws like the constructor.
     static std::vector<std::pair<KestVersion, KestVersion>> createRangeVector(const std::string& spec);
 
     static bool inRange(const std::pair<KestVersion, KestVersion>& range, const KestVersion& v);

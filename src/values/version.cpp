@@ -15,18 +15,18 @@ bool isDigit(char c) {
     return '0' <= c && c <= '9';
 }
 
-/// Moves `next` behind the digits there. A number that does not fit is the largest int.
+/// Reads a number and moves `next` past its digits. A number that does not fit is the largest int.
 int takeNumber(const char*& next, const char* end) {
-    constexpr std::int64_t largest = std::numeric_limits<int>::max();
+    constexpr std::int64_t kLargest = std::numeric_limits<int>::max();
     std::int64_t number = 0;
     for (; next != end && isDigit(*next); ++next)
-        number = std::min(number * 10 + (*next - '0'), largest);
+        number = std::min(number * 10 + (*next - '0'), kLargest);
     return static_cast<int>(number);
 }
 
 using RangeText = std::pair<std::string_view, std::string_view>;
 
-/// False for something in braces that is no range.
+/// Returns false if the piece begins with a brace and is not a range.
 bool splitRange(std::string_view piece, RangeText& range) {
     range = {piece, {}};
     if (!piece.starts_with('{')) return true;
@@ -79,7 +79,7 @@ std::string KestVersion::toString() const {
 
 void KestVersion::parse(const std::string& text) {
     if (text.empty()) return;
-    // One allocation is enough for what versions usually have; a long suffix shall not make it a large one.
+    // One allocation is enough for most versions. The limit keeps it small for a long suffix.
     m_components.reserve(std::min<std::size_t>(text.size() / 2 + 1, 8));
     const char* const end = text.data() + text.size();
     for (const char* next = text.data();; ++next) {

@@ -9,12 +9,12 @@ namespace {
 
 constexpr std::size_t kRounds = 16;
 
-/// The halves of so many blocks fill the registers of a 64-bit processor.
+/// The halves of this number of blocks fill the registers of a 64-bit processor.
 constexpr std::size_t kManyBlocks = 6;
 
 enum class Direction { encrypt, decrypt };
 
-/// Swaps to or from big-endian byte order.
+/// Converts to or from big-endian byte order.
 constexpr std::uint32_t bigEndian(std::uint32_t word) {
     if constexpr (std::endian::native == std::endian::big) return word;
     return word >> 24 | (word >> 8 & 0xFF00) | (word << 8 & 0xFF0000) | word << 24;
@@ -44,16 +44,16 @@ BlowfishBlock operator^(BlowfishBlock a, BlowfishBlock b) {
     return {a.left ^ b.left, a.right ^ b.right};
 }
 
-/// All work waits for this. The two inner bytes come out of a rotated copy, since a processor takes the lowest byte of
-/// one register into another for nothing, and the second byte at the price of several cycles.
+/// Every round waits for this. The two inner bytes are taken from a rotated copy: a processor extracts the lowest byte
+/// of a register at no cost, but the second byte in several cycles.
 inline std::uint32_t roundFunction(const BlowfishSchedule& schedule, std::uint32_t x) {
     const auto& s = schedule.s;
     const std::uint32_t rotated = std::rotr(x, 16);
     return ((s[0][x >> 24] + s[1][rotated & 0xFF]) ^ s[2][rotated >> 24]) + s[3][x & 0xFF];
 }
 
-/// Two rounds at a time, so that the halves need no swapping. A half takes its subkey before the result of the round
-/// function is there.
+/// Does two rounds at a time, so that the halves are not swapped. A half is combined with its subkey before the result
+/// of the round function is ready.
 template <Direction direction, std::size_t count>
 inline void transform(const BlowfishSchedule& schedule, BlowfishBlock (&blocks)[count]) {
     const auto subkey = [&](std::size_t step) {
@@ -71,14 +71,14 @@ inline void transform(const BlowfishSchedule& schedule, BlowfishBlock (&blocks)[
         block = {block.right ^ subkey(kRounds + 1), block.left};
 }
 
-/// What is left to do of a piece of work.
+/// The blocks that are left to process.
 struct BlockWork {
     const unsigned char* in;
     unsigned char* out;
     std::size_t blocks;
 };
 
-/// Does all that is left in groups of so many blocks.
+/// Processes groups of `count` blocks as long as there are enough blocks.
 template <Direction direction, std::size_t count>
 void transformEcb(const BlowfishSchedule& schedule, BlockWork& work) {
     for (; work.blocks >= count; work.blocks -= count) {
@@ -112,7 +112,8 @@ void decryptCbc(const BlowfishSchedule& schedule, BlowfishBlock& chain, BlockWor
     }
 }
 
-/// The tables are replaced by what the cipher makes of zeros, again and again, with the tables as they are by then.
+/// Encrypts a block of zeros again and again, and replaces two words of the tables by each result. Each encryption uses
+/// the tables as changed so far.
 void stirTables(BlowfishSchedule& schedule) {
     BlowfishBlock block[1];
     const auto replace = [&](auto& words) {
@@ -180,7 +181,7 @@ void decryptCbc(const BlowfishSchedule& schedule, BlowfishBlock& chain, const un
 }
 
 void wipe(void* memory, std::size_t size) {
-    // The compiler has to read the pointer and cannot tell what it calls, so it cannot leave the call out.
+    // The compiler must read the volatile pointer and does not know the function, so it cannot remove the call.
     static void* (*const volatile fill)(void*, int, std::size_t) = std::memset;
     fill(memory, 0, size);
 }

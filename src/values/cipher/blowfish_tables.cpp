@@ -1,6 +1,6 @@
-// The tables that every key schedule of Blowfish starts from: the first 33,344 bits of pi behind the point, as words of
-// 32 bits. That is how B. Schneier, "Description of a New Variable-Length Key, 64-Bit Block Cipher (Blowfish)", Fast
-// Software Encryption, 1993, defines them. A program computed them from Machin's formula.
+// The tables with which every key schedule of Blowfish begins: the first 33,344 bits of pi after the point, as words of
+// 32 bits, as defined by B. Schneier, "Description of a New Variable-Length Key, 64-Bit Block Cipher (Blowfish)", Fast
+// Software Encryption, 1993. A program computed them with Machin's formula.
 #include "support/encryption.h"
 
 namespace KestSupport {

@@ -19,7 +19,7 @@ void extend(std::string& out, std::size_t length) {
     if (out.size() < length) out.resize(length);
 }
 
-/// Calls `transform` for the whole blocks of the data, then for what is left, filled up with zero bytes.
+/// Calls `transform` for the whole blocks of the data, then for the rest, padded with zero bytes.
 template <typename Transform>
 void transformPadded(const std::string& data, std::string& out, const Transform& transform) {
     const auto* const from = reinterpret_cast<const unsigned char*>(data.data());
@@ -43,7 +43,7 @@ bool refuse(const char* reason, std::string& message) {
 }
 
 void wipeText(std::string& text) {
-    text.resize(text.capacity());  // what a longer text left behind goes too
+    text.resize(text.capacity());  // the bytes of a longer text before it too
     internal::wipe(text.data(), text.size());
     text.clear();
 }

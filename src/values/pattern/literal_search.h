@@ -1,22 +1,22 @@
-// Finds a literal in a text: the first or the last place in a range.
+// Finds the first or the last place of a literal in a range of a text.
 //
-// Two characters of the literal, the rarest two by a guess, are compared at 64 bytes' worth of places at once; where
-// both are right, the whole literal is compared. As long as the rarest one proves rare in the text too, the C library's
-// search for a single byte, which uses all that the processor has, is faster still and goes first.
+// The search takes the two characters of the literal that are probably the rarest, and compares them at all places of
+// 64 bytes at once. Where both match, it compares the whole literal. As long as the rarest one is rare in the text too,
+// the C library's search for a single byte is faster still and is used first.
 //
-// Threads: const, so any number may search. The literal is not copied and has to stay.
+// Threads: any number of threads may search. The literal is not copied, and must exist as long as the search.
 #pragma once
 
 #include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <string_view>
+#include <type_traits>
+
+#include "support/strings.h"
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
-
-#include "support/strings.h"
 #endif
 
 namespace KestSupport::internal {
@@ -27,7 +27,7 @@ class LiteralSearch {
     using View = basic_text_view<CharT>;
     static constexpr std::size_t npos = View::npos;
 
-    /// Of no characters, it must not be searched for.
+    /// An empty literal. It must not be searched for.
     LiteralSearch() = default;
     explicit LiteralSearch(View literal) : m_literal(literal) {
         for (std::size_t i = 1; i < literal.size(); ++i) {
@@ -39,7 +39,7 @@ class LiteralSearch {
         }
     }
 
-    /// How rare its rarest character is, to compare with that of others.
+    /// The rarity of the rarest character, for a comparison with other literals.
     int rarity() const { return rarity(m_literal[m_rarest]); }
 
     bool isAt(const CharT* place) const {
@@ -47,12 +47,12 @@ class LiteralSearch {
                std::memcmp(place, m_literal.data(), m_literal.size() * sizeof(CharT)) == 0;
     }
 
-    /// The first place from `low` up to `high`, exclusive, at which the literal stands; npos for none. The text has to
-    /// go on for the literal's size from each of these places.
+    /// Returns the first place of the literal from `low` up to, but not including, `high`; npos if there is none. The
+    /// text must be long enough for the literal at each of these places.
     std::size_t first(const CharT* text, std::size_t low, std::size_t high) const {
         std::size_t place = low;
         if constexpr (sizeof(CharT) == 1) {
-            // As many misses as this would cost more than the pairs do.
+            // More misses than one per this number of bytes cost more than the comparison of pairs.
             constexpr std::size_t kBytesPerMiss = 256;
             for (std::size_t allowed = kBytesPerMiss; place < high; ++place, allowed += kBytesPerMiss) {
                 if (place - low + 2 * kBytesPerMiss < allowed) break;
@@ -75,7 +75,7 @@ class LiteralSearch {
         return npos;
     }
 
-    /// The last such place.
+    /// Returns the last such place.
     std::size_t last(const CharT* text, std::size_t low, std::size_t high) const {
         for (; low < high && high - low >= kBlock; high -= kBlock) {
             const std::size_t block = high - kBlock;
@@ -95,7 +95,7 @@ class LiteralSearch {
     static constexpr std::size_t kBlock = 64 / sizeof(CharT);
     static constexpr std::uint64_t kUnit = sizeof(CharT) == 1 ? 1 : 3;
 
-    // The characters of text in Latin letters, the most frequent first; any other counts as rarer.
+    // The characters of text in Latin letters, the most frequent first. All others count as rarer.
     static int rarity(CharT c) {
         static constexpr char kFrequent[] = " etaoinsrlhdcumpfgybwv.k-0,1/:2_3=4\n5\"67'89jxqz()";
         static constexpr auto kTable = [] {
@@ -112,8 +112,8 @@ class LiteralSearch {
         return code < 128 ? kTable.rarity[code] : static_cast<int>(sizeof kFrequent);
     }
 
-    // The places of a block at which both characters are right: as many bits for each as a unit has bytes, the first
-    // place lowest.
+    // Returns the places of a block at which both characters match. A place has as many bits as a unit has bytes; the
+    // first place has the lowest bits.
     std::uint64_t pairsIn(const CharT* block) const {
         const CharT a = m_literal[m_rarest];
         const CharT b = m_literal[m_second];

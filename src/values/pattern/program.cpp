@@ -34,7 +34,7 @@ CharacterSet<CharT>::CharacterSet(const std::vector<CharacterRange<CharT>>& rang
     m_high = {};
 }
 
-// Joins ranges that overlap.
+// Sorts the ranges and joins those that overlap.
 template <typename CharT>
 void CharacterSet<CharT>::orderHighRanges() {
     std::sort(m_high.begin(), m_high.end(), [](const HighRange& a, const HighRange& b) { return a.first < b.first; });

@@ -1,8 +1,8 @@
-// A compiled pattern in the form in which the walk reads it: the tokens that take characters, as steps, with whatever
-// makes them quick to try.
+// A compiled pattern in the form that the walk reads: each token that takes characters is a step, with the data that
+// make it fast to try.
 //
-// Threads: nothing changes after construction, so any number may read. Lifetime: the program refers to the tokens that
-// it was made from.
+// Threads: nothing changes after construction, so any number of threads may read. Lifetime: the program refers to the
+// tokens that it was made from.
 #pragma once
 
 #include <algorithm>
@@ -19,8 +19,8 @@
 
 namespace KestSupport::internal {
 
-/// The characters that a set takes, negation included. Low codes have a table. The others have ordered ranges; from
-/// kManyRanges of them on, which take a pattern of a similar size, there is a bit for each code.
+/// The characters that a set takes, negation included. Low codes have a table. High codes have ordered ranges, or one
+/// bit each if there are kManyRanges ranges or more.
 template <typename CharT>
 class CharacterSet {
   public:
@@ -52,7 +52,7 @@ class CharacterSet {
 
     std::array<bool, kLow> m_low;
     std::vector<HighRange> m_high;  // members that are not low: in order, without overlap
-    std::vector<bool> m_bits;       // in place of m_high, when there are many
+    std::vector<bool> m_bits;       // replaces m_high if there are many
     bool m_isNegated;
 };
 
@@ -68,17 +68,17 @@ struct Step {
     bool isOptional() const {
         return token->factor == TokenFactor::zeroOrOne || token->factor == TokenFactor::zeroOrMore;
     }
-    /// Takes as many as there are. A token that takes no characters never does, as it would not come to an end.
+    /// Takes as many characters as match. A token without characters is not repeated: that would never end.
     bool isRepeated() const {
         return size == 1 && (token->factor == TokenFactor::zeroOrMore || token->factor == TokenFactor::oneOrMore);
     }
-    /// A match needs this literal at some place: to continue after it, the walk has to have found it at least once.
+    /// Every match needs this literal: the walk continues after it only if it has found it at least once.
     bool isNeededLiteral() const { return kind == StepKind::literal && size > 0 && !isOptional(); }
 
     const ExpressionToken<StringType>* token;
     StepKind kind;
-    std::size_t size;                             ///< of what it takes at once; 1 unless it is a literal
-    LiteralSearch<CharType> literal;              ///< for a literal of any characters
+    std::size_t size;                             ///< characters that it takes at once; 1 unless it is a literal
+    LiteralSearch<CharType> literal;              ///< for a literal that is not empty
     std::unique_ptr<CharacterSet<CharType>> set;  ///< for a set
 };
 
@@ -89,7 +89,7 @@ struct ExpressionProgram {
     std::vector<Step<StringType>> steps;
     bool hasBegin = false;
     bool hasEnd = false;
-    /// Index of the step behind the first whose literal is needed and promises to be the rarest; 0 for none.
+    /// Index of the later step whose needed literal has the rarest character; 0 if no later step needs a literal.
     std::size_t rarest = 0;
 };
 

@@ -84,7 +84,7 @@ std::size_t KestRegularExpressionImplementation<StringType>::find(const Snapshot
     return offset;
 }
 
-// Nothing is logged under the lock, which a search in the middle of another thread's record may be waiting for.
+// Logs after the lock is released: a thread that searches while its log record is open may wait for this lock.
 template <typename StringType>
 void KestRegularExpressionImplementation<StringType>::print() const {
     if (internal::currentLogLevel() != internal::kExpressionTraceLevel) return;
@@ -139,10 +139,10 @@ StringType KestRegularExpression<StringType>::replace(const StringType& text, co
                                                       std::size_t start) const {
     KestCriticalSection guard(m_lock, true);
     const auto compiled = m_engine.snapshot();
-    // Traces are logged below, and another thread may replace text in the middle of its record.
+    // Released before traces are logged: a thread whose log record is open may wait for this lock.
     guard.unlock();
-    // The traces show the text as it has become. Otherwise it is put together in one go: a search looks at nothing in
-    // front of its start, so it finds the same in the original.
+    // With traces, each search reads the text as replaced so far, which the traces show. Otherwise the result is built
+    // in one pass: a search reads nothing before its start, so it finds the same in the original text.
     const bool isTraced = internal::currentLogLevel() >= internal::kExpressionTraceLevel;
     StringType searched = isTraced ? text : StringType();
     StringType result;

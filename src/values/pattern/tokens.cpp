@@ -24,7 +24,7 @@ class PatternParser {
 
     PatternParser(const StringType& pattern, std::vector<Token>& tokens) : m_pattern(pattern), m_tokens(tokens) {}
 
-    /// Null, or what is wrong with the pattern.
+    /// Returns null, or the reason why the pattern is invalid.
     const char* parse() {
         while (m_carried || m_next < m_pattern.size()) {
             m_token = Token();
@@ -87,7 +87,7 @@ class PatternParser {
         return collect();
     }
 
-    // Takes the characters of a literal or a set, up to one that belongs to what follows.
+    // Reads the characters of a literal or a set, up to the first one of the next token.
     bool collect() {
         while (!isAtEnd()) {
             const CharType c = m_pattern[m_next];
@@ -99,7 +99,7 @@ class PatternParser {
                 case '*':
                 case '+':
                 case '?':
-                    // The repetition is for the last character alone, which becomes a literal of its own.
+                    // Only the last character is repeated, so it becomes a separate literal.
                     if (hasSeveral()) m_carried = takeLast();
                     return true;
                 case '\\':
@@ -147,7 +147,7 @@ class PatternParser {
         }
     }
 
-    // From the last member, which becomes a member a second time, to the character after the '-'.
+    // Appends the range from the last member, which is then a member twice, to the character after the '-'.
     bool appendRange() {
         if (m_next + 1 == m_pattern.size()) return fail(kOpenRange);
         const Place first = m_token.ranges.back().last;
@@ -228,9 +228,9 @@ class PatternParser {
 
     const basic_text_view<CharType> m_pattern;
     std::vector<Token>& m_tokens;
-    std::size_t m_next = 0;  // what is read is in front of it
+    std::size_t m_next = 0;  // index of the next character to read
     Token m_token;
-    std::optional<CharType> m_carried;  // a literal's character that a repetition has split off; the next token
+    std::optional<CharType> m_carried;  // the character that a repetition has split off; the next token
     const char* m_failure = nullptr;
 };
 

@@ -1,11 +1,11 @@
-// What a pattern is compiled into: a flat list of tokens.
+// A compiled pattern: a flat list of tokens.
 //
-//   CharacterRange   members of a set that follow each other
+//   CharacterRange   consecutive members of a set
 //   ExpressionToken  one token
 //   compilePattern   reads a pattern into tokens
 //
-// Memory: in proportion to the pattern. A set keeps its ranges as ranges: a wide pattern of 18 KB may name 65,536
-// characters in each of several thousand ranges.
+// Memory: in proportion to the pattern. A set stores its ranges, not their characters: a wide pattern of 18 KB can have
+// several thousand ranges of 65,536 characters.
 #pragma once
 
 #include <algorithm>
@@ -17,8 +17,8 @@
 namespace KestSupport::internal {
 
 enum class TokenType : std::int32_t {
-    inSet,     ///< one character of the segment
-    notInSet,  ///< one character that is not in the segment
+    inSet,     ///< one character of the set
+    notInSet,  ///< one character that is not in the set
     literal,   ///< the whole segment
     any,       ///< one character
     begin,     ///< the match must start where the search does
@@ -27,8 +27,8 @@ enum class TokenType : std::int32_t {
 
 enum class TokenFactor : std::int32_t { one, zeroOrOne, zeroOrMore, oneOrMore };
 
-/// The place of a character in the order of ranges. Narrow characters from 0x80 on are negative, whatever a char is to
-/// the compiler.
+/// Returns the position of a character in the order of ranges. Narrow characters from 0x80 on are negative, also where
+/// a char of the compiler is unsigned.
 template <typename CharT>
 int placeOf(CharT c) {
     if constexpr (sizeof(CharT) == 1) return static_cast<signed char>(c);
@@ -46,8 +46,8 @@ struct CharacterRange {
     friend bool operator==(const CharacterRange&, const CharacterRange&) = default;
 };
 
-/// A literal of more than one character has the factor One: a repetition takes its last character away from it. A zero
-/// character ends a literal or a set and is not part of it.
+/// A literal of several characters has the factor one: a repetition makes a separate token of the last character. A
+/// zero character ends a literal or a set and is not part of it.
 template <typename StringType>
 struct ExpressionToken {
     using CharType = typename StringType::value_type;
@@ -55,7 +55,7 @@ struct ExpressionToken {
     TokenType type = TokenType::literal;
     TokenFactor factor = TokenFactor::one;
     StringType segment;  ///< the characters of a literal
-    /// The members of a set, in the order of the pattern. Each range is as long as it can be, so two sets of the same
+    /// The members of a set, in the order of the pattern. Consecutive members are one range, so two sets of the same
     /// members in the same order have equal ranges.
     std::vector<CharacterRange<CharType>> ranges;
 
@@ -68,8 +68,8 @@ struct ExpressionToken {
     friend bool operator==(const ExpressionToken&, const ExpressionToken&) = default;
 };
 
-/// Appends the tokens of the pattern. On failure, false with the reason in `message`, and the tokens that stand before
-/// the error are there.
+/// Appends the tokens of the pattern. On failure, appends those before the error, and returns false with the reason in
+/// `message`.
 template <typename StringType>
 bool compilePattern(const StringType& pattern, std::vector<ExpressionToken<StringType>>& tokens, std::string& message);
 

@@ -1,5 +1,6 @@
 #include "values/pattern/trace.h"
 
+#include "support/strings.h"
 #include "text/log_record.h"
 
 namespace KestSupport::internal {
@@ -8,13 +9,13 @@ namespace {
 constexpr const char* kTypeNames[] = {"in set", "not in set", "literal segment=", "any", "begin", "end"};
 constexpr const char* kFactorNames[] = {"one", "zero or one", "zero or more", "one or more"};
 
-/// What one token matched once.
+/// One match of one token.
 template <typename StringType>
 struct MatchEntry {
     StringType text;
     std::size_t start;
     std::size_t length;
-    std::int32_t backIndex;  // of the entry below; -1 when this one cannot be given back
+    std::int32_t backIndex;  // of the entry below; -1 if this one cannot be removed
     const ExpressionToken<StringType>* token;
 };
 
@@ -23,7 +24,7 @@ void trace(const Values&... values) {
     logRecord(kExpressionTraceLevel, values...);
 }
 
-// Dumps belong to this one level: those above it are for other things.
+// The stack is dumped at this level only, not at higher ones.
 bool isDumping() {
     return currentLogLevel() == kExpressionTraceLevel;
 }
@@ -57,14 +58,14 @@ class TracedWalk {
   private:
     static constexpr std::size_t npos = StringType::npos;
 
-    // Tries the current token once. False when the search has come to its end.
+    // Tries the current token once. Returns false at the end of the search.
     bool step() {
         const Token& token = m_tokens[m_current];
         const bool isOptional = token.factor == TokenFactor::zeroOrOne || token.factor == TokenFactor::zeroOrMore;
         const bool isRepeated = token.factor == TokenFactor::zeroOrMore || token.factor == TokenFactor::oneOrMore;
         const std::size_t before = m_position;
         if (tryToken(token)) {
-            // What takes nothing would be tried here for ever.
+            // A token that takes no characters is not repeated: that would never end.
             if (!isRepeated || m_position == before) ++m_current;
             return true;
         }
@@ -75,7 +76,7 @@ class TracedWalk {
         if (isOptional || (token.factor == TokenFactor::oneOrMore && *m_stack.back().token == token)) {
             ++m_current;
         } else {
-            giveBack();
+            backtrack();
         }
         return true;
     }
@@ -126,7 +127,7 @@ class TracedWalk {
         return static_cast<std::int32_t>(m_stack.size() - 1);
     }
 
-    void giveBack() {
+    void backtrack() {
         const MatchEntry<StringType>& top = m_stack.back();
         if (top.backIndex != -1) {
             m_position = top.start;

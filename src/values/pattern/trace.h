@@ -1,6 +1,5 @@
-// The walk as it is told to the log: entry by entry, every try of a literal and every match on the stack. It comes to
-// the same results as ExpressionWalk and takes over while the logger shows traces; the log gets the whole text for
-// every literal that is tried.
+// The search that writes traces: each try of a literal, with the whole text, and each entry of the stack. It has the
+// same results as ExpressionWalk, and replaces it while the logger writes traces.
 #pragma once
 
 #include <cstddef>
@@ -16,8 +15,8 @@ inline constexpr int kExpressionTraceLevel = 9;
 template <typename StringType>
 void traceToken(const ExpressionToken<StringType>& token);
 
-/// Searches, with all records but the last. The offset of the match, or npos; `length` is written when something was
-/// matched, also when an anchor refuses it.
+/// Searches, and writes all records except the last one. Returns the offset of the match, or npos. Sets `length` if
+/// something was matched, even if an anchor refuses it.
 template <typename StringType>
 std::size_t findWithTrace(const std::vector<ExpressionToken<StringType>>& tokens, const StringType& text,
                           std::size_t& length, std::size_t start);

@@ -6,7 +6,7 @@
 
 namespace KestSupport::internal {
 
-// Left uninitialised, the few runs cost nothing; a run is written before it is read.
+// m_few stays uninitialised, which costs nothing: each run is written before it is read.
 template <typename StringType>
 ExpressionWalk<StringType>::ExpressionWalk(const ExpressionProgram<StringType>& program, View text)
     : m_program(program), m_text(text), m_runs(m_few) {
@@ -19,7 +19,7 @@ template <typename StringType>
 ExpressionMatch ExpressionWalk<StringType>::run(std::size_t start) {
     if (m_program.steps.empty() || start > m_text.size()) return {};
     for (std::size_t place = nextStart(start); place != npos; place = nextStart(m_nextStart)) {
-        // Looking for it costs as much as an attempt or two.
+        // The search for the rarest literal costs as much as one or two attempts.
         constexpr std::size_t kFailuresBefore = 4;
         if (m_failures >= kFailuresBefore && lacksRarest(place)) return {};
         if (attempt(place)) return {place, m_position - place};
@@ -35,9 +35,9 @@ ExpressionMatch ExpressionWalk<StringType>::runAtStart(std::size_t start) {
     return {start, m_position - start};
 }
 
-// The first place from `from` on where the first step can take something. Tokens advance on a failure only above an
-// entry, so the bottom entry always comes from the first step, also in every new start. A literal and an optional token
-// are searched forward; another one has to be right there.
+// Returns the first place from `from` on where the first step can take something. A token that fails is skipped only if
+// the stack has an entry, so the bottom entry is always that of the first step, also after a restart. A literal and an
+// optional token are searched forward; any other token must match at `from`.
 template <typename StringType>
 std::size_t ExpressionWalk<StringType>::nextStart(std::size_t from) const {
     const auto& steps = m_program.steps;
@@ -48,9 +48,9 @@ std::size_t ExpressionWalk<StringType>::nextStart(std::size_t from) const {
     return isAt(lead, from) ? from : npos;
 }
 
-// The same when a literal that must not be left out follows a set or any character. It has to stand behind the first
-// entry, at or in front of the place where that step's run ends: only entries of this run lie below it. So its first
-// place decides, and the text in front of that is looked at backwards, as far as the run goes.
+// The same if a literal that is not optional follows a set or any character. The literal must begin after the first
+// entry and not after the end of the first step's run: below it there are only entries of this run. So the first place
+// of the literal decides, and the run is read backwards from there.
 template <typename StringType>
 std::size_t ExpressionWalk<StringType>::nextStartBefore(const ThisStep& follower, std::size_t from) const {
     const ThisStep& lead = m_program.steps.front();
@@ -63,7 +63,7 @@ std::size_t ExpressionWalk<StringType>::nextStartBefore(const ThisStep& follower
             if (start != place) return start;
             from = place;
         } else {
-            // The search ends at the first place where such a step fails.
+            // A first step that is not optional ends the search where it fails.
             if (startOfRun(lead, from, place) != from) return npos;
             return lead.isRepeated() ? from : place - 1;
         }
@@ -71,7 +71,7 @@ std::size_t ExpressionWalk<StringType>::nextStartBefore(const ThisStep& follower
     return npos;
 }
 
-// What an attempt matches lies behind its start, and so does what it tries and gives back.
+// An attempt reads no text before its start, so it cannot match if the rarest literal is not there.
 template <typename StringType>
 bool ExpressionWalk<StringType>::lacksRarest(std::size_t from) {
     if (m_program.rarest == 0) return false;
@@ -80,14 +80,16 @@ bool ExpressionWalk<StringType>::lacksRarest(std::size_t from) {
 }
 
 // Tries all steps from a place where the first one can take something. After a failure, m_nextStart is the next place
-// that is worth a try.
+// that is worth an attempt:
 //
-// When the first step is repeated, an attempt from a later place of its run would have the same entries but for the
-// lowest ones. It would do the same as this one until it runs out of entries; so where this one fails, it fails. The
-// same holds when the second step is repeated, for the later places of the first step from which it would end within
-// that run. There, a token of one or more could pass on above the first step's entry, and not above the second's, when
-// it equals the first; but the first has a factor of another kind then. A first step that is not searched forward has
-// to hold at each place in between, so it goes on with the next one.
+//   first step repeated    The end of its run. An attempt from a later place of the run has the same entries except the
+//                          lowest ones, and does the same until it has no entry left; so it fails too.
+//   second step repeated   The first place from which the first step ends after the second one's run, for the same
+//                          reason. Only a token that is equal to the first step could differ, by a "one or more" that
+//                          is skipped above an entry of an equal token; but here the first step is not repeated.
+//   otherwise              The next place.
+//
+// The second row needs a first step that is searched forward. Any other one must match at each place in between.
 template <typename StringType>
 bool ExpressionWalk<StringType>::attempt(std::size_t start) {
     const auto& steps = m_program.steps;
@@ -114,7 +116,7 @@ bool ExpressionWalk<StringType>::take(const ThisStep& step) {
         return true;
     }
     if (step.isOptional()) return true;
-    if (giveBack(step) == Retry::failed) return false;
+    if (backtrack(step) == Retry::failed) return false;
     push(step, true);
     return true;
 }
@@ -123,30 +125,30 @@ template <typename StringType>
 bool ExpressionWalk<StringType>::takeOneOrMore(const ThisStep& step) {
     if (!isAt(step, m_position)) {
         if (isTopEqual(step)) return true;
-        const Retry retry = giveBack(step);
+        const Retry retry = backtrack(step);
         if (retry != Retry::matched) return retry == Retry::skipped;
     }
-    // Above another token's entry the first one of these can be given back only when that one can.
+    // Above an entry of another token, the first of these entries can be removed only if that one can.
     const Run& below = top();
-    push(step, isTopEqual(step) || !below.isSingle() || below.canGiveBackFirst);
+    push(step, isTopEqual(step) || !below.isSingle() || below.canRemoveFirst);
     return true;
 }
 
-// Takes what the step finds at the position, where it can take something.
+// Records what the step takes at the position. The caller has checked that it takes something.
 template <typename StringType>
-void ExpressionWalk<StringType>::push(const ThisStep& step, bool canGiveBackFirst) {
+void ExpressionWalk<StringType>::push(const ThisStep& step, bool canRemoveFirst) {
     const std::size_t end = step.isRepeated() ? endOfRun(step, m_position) : m_position + step.size;
-    m_runs[m_depth++] = {&step, m_position, end, canGiveBackFirst};
+    m_runs[m_depth++] = {&step, m_position, end, canRemoveFirst};
     m_position = end;
 }
 
-// Takes entries from the stack until the step can take something where the last of them began. The bottom entry cannot
-// be given back, so the stack never becomes empty.
+// Removes entries until the step can take something where the last removed one began. The bottom entry is never
+// removed, so the stack never becomes empty.
 template <typename StringType>
-auto ExpressionWalk<StringType>::giveBack(const ThisStep& step) -> Retry {
+auto ExpressionWalk<StringType>::backtrack(const ThisStep& step) -> Retry {
     for (;;) {
         Run& run = top();
-        const std::size_t low = run.start + (run.canGiveBackFirst ? 0 : 1);
+        const std::size_t low = run.start + (run.canRemoveFirst ? 0 : 1);
         const std::size_t high = run.isSingle() ? run.start + 1 : run.end;
         const std::size_t place = last(step, low, high);
         if (place != npos) {
@@ -154,7 +156,7 @@ auto ExpressionWalk<StringType>::giveBack(const ThisStep& step) -> Retry {
             if (place == run.start) --m_depth;
             return Retry::matched;
         }
-        if (!run.canGiveBackFirst) return Retry::failed;
+        if (!run.canRemoveFirst) return Retry::failed;
         m_position = run.start;
         --m_depth;
         if (step.token->factor == TokenFactor::oneOrMore && isTopEqual(step)) return Retry::skipped;
@@ -174,7 +176,7 @@ bool ExpressionWalk<StringType>::isAt(const ThisStep& step, std::size_t place) c
     }
 }
 
-// Calls the search with the test that a step for one character makes.
+// Calls the search with the test of a step for one character.
 template <typename StringType>
 template <typename Search>
 std::size_t ExpressionWalk<StringType>::byCharacter(const ThisStep& step, const Search& search) {
@@ -184,7 +186,7 @@ std::size_t ExpressionWalk<StringType>::byCharacter(const ThisStep& step, const 
     return search([wanted = step.token->segment.front()](CharType c) { return c == wanted; });
 }
 
-// The first place from `place` on where a step for one character fails.
+// Returns the first place from `place` on where a step for one character fails.
 template <typename StringType>
 std::size_t ExpressionWalk<StringType>::endOfRun(const ThisStep& step, std::size_t place) const {
     if (step.kind == StepKind::any) return m_text.size();
@@ -195,7 +197,7 @@ std::size_t ExpressionWalk<StringType>::endOfRun(const ThisStep& step, std::size
     });
 }
 
-// The first place from `low` on from which a step for one character holds up to `place`.
+// Returns the first place from `low` on from which a step for one character matches up to `place`.
 template <typename StringType>
 std::size_t ExpressionWalk<StringType>::startOfRun(const ThisStep& step, std::size_t low, std::size_t place) const {
     if (step.kind == StepKind::any) return low;
@@ -219,7 +221,7 @@ std::size_t ExpressionWalk<StringType>::first(const ThisStep& step, std::size_t 
     });
 }
 
-// The last place from `low` up to `high`, exclusive.
+// Returns the last place from `low` up to, but not including, `high`.
 template <typename StringType>
 std::size_t ExpressionWalk<StringType>::last(const ThisStep& step, std::size_t low, std::size_t high) const {
     high = std::min(high, placesFor(step.size));

@@ -1,16 +1,20 @@
 // The search of a compiled pattern in a text.
 //
-// The walk tries the tokens one after the other and keeps what each of them took on a stack. A token that fails takes
-// back what others have, entry by entry, and is tried again where that began; when nothing more can be given back, the
-// walk starts anew, one character behind the start of its first entry. A token never returns to an earlier one.
+// The walk tries the tokens in order. A stack has one entry for each repetition of a token, with the characters that it
+// took. If a token fails, the walk removes the top entry and tries the token where that entry began, and so on. It
+// never removes the bottom entry: instead it restarts one character after the start of that entry. It never returns to
+// an earlier token. For the pattern .*abc and the text xxabcyy:
 //
-// Two things make it quick. What one token took in a row lies on the stack as one run, so that greedy tokens and giving
-// back become searches in the text. And starts that cannot lead to a match are passed over; why they cannot is said
-// where that is done.
+//   .*    takes xxabcyy, in seven entries
+//   abc   fails at the end; the walk removes the entries of y, y, c, b and a, and abc matches where that a began
 //
-// Time: a start costs at most the text's size times the pattern's, since each token adds one run and gives back what is
-// there once; so a search costs at most the square of the text's size times the pattern's. Memory: one run for each
-// token.
+// Two things make it fast. Consecutive entries of one token are stored as one run, so that repetitions and the removal
+// of entries become searches in the text. And starts that cannot lead to a match are skipped; the functions that skip
+// them give the reasons.
+//
+// Time: one start costs at most the text's size times the pattern's, since each token adds one run and removes each
+// entry below it once. So a search costs at most the square of the text's size times the pattern's. Memory: one run for
+// each token.
 #pragma once
 
 #include <cstddef>
@@ -29,7 +33,7 @@ struct ExpressionMatch {
     std::size_t length = 0;
 };
 
-/// One search. Made for one call of run.
+/// One search: one call of run or runAtStart.
 template <typename StringType>
 class ExpressionWalk {
   public:
@@ -37,21 +41,21 @@ class ExpressionWalk {
 
     ExpressionWalk(const ExpressionProgram<StringType>& program, View text);
 
-    /// The match that the walk from `start` comes to, whatever the anchors say of it.
+    /// Returns the match of the walk from `start`. The anchors are not tested.
     ExpressionMatch run(std::size_t start);
-    /// The same, but none when it does not begin at `start`.
+    /// The same, but no match if it does not begin at `start`.
     ExpressionMatch runAtStart(std::size_t start);
 
   private:
     static constexpr std::size_t npos = ExpressionMatch::npos;
     using ThisStep = Step<StringType>;
 
-    /// What one token took: one character in each entry, or all in one.
+    /// The entries of one token: one for each character, or a single one.
     struct Run {
         const ThisStep* step;
         std::size_t start;
         std::size_t end;
-        bool canGiveBackFirst;  // the entries behind the first can be given back in any case
+        bool canRemoveFirst;  // the entries after the first can always be removed
 
         bool isSingle() const { return step->size != 1 || end - start == 1; }
     };
@@ -63,8 +67,8 @@ class ExpressionWalk {
     bool attempt(std::size_t start);
     bool take(const ThisStep& step);
     bool takeOneOrMore(const ThisStep& step);
-    void push(const ThisStep& step, bool canGiveBackFirst);
-    Retry giveBack(const ThisStep& step);
+    void push(const ThisStep& step, bool canRemoveFirst);
+    Retry backtrack(const ThisStep& step);
     bool isTopEqual(const ThisStep& step) const { return *top().step->token == *step.token; }
     Run& top() { return m_runs[m_depth - 1]; }
     const Run& top() const { return m_runs[m_depth - 1]; }
@@ -83,9 +87,9 @@ class ExpressionWalk {
     const ExpressionProgram<StringType>& m_program;
     const View m_text;
     std::size_t m_position = 0;
-    std::size_t m_nextStart = 0;  // where to go on after an attempt that failed
-    std::size_t m_rarestAt = 0;   // the first place of the rarest literal that does not lie before the start
-    std::size_t m_failures = 0;   // attempts that failed
+    std::size_t m_nextStart = 0;  // the next start after a failed attempt
+    std::size_t m_rarestAt = 0;   // the first place of the rarest literal at or after the start
+    std::size_t m_failures = 0;   // failed attempts
     std::size_t m_depth = 0;
     Run* m_runs;  // the stack
     Run m_few[kFewSteps];

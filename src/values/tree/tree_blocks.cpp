@@ -8,8 +8,8 @@
 namespace KestSupport::internal {
 namespace {
 
-// Without a branch that depends on the prefixes: half of the guesses would be wrong. The last steps are a count, since
-// each step of a binary search waits for the one before.
+// No branch depends on a prefix, because the processor would predict half of them wrongly. The last step counts,
+// because each step of a binary search waits for the one before.
 std::size_t firstPrefixNotLess(const std::vector<TreeBound>& items, std::uint64_t prefix) noexcept {
     constexpr std::size_t kCounted = 16;
     const TreeBound* first = items.data();
@@ -30,7 +30,7 @@ struct Range {
     std::size_t end;
 };
 
-// Of items in order: those with the prefix.
+// Returns the items with the prefix. The items must be in order.
 Range withPrefix(const std::vector<TreeBound>& items, std::uint64_t prefix) noexcept {
     const std::size_t first = firstPrefixNotLess(items, prefix);
     if (first == items.size() || items[first].prefix != prefix) return {first, first};
@@ -39,7 +39,7 @@ Range withPrefix(const std::vector<TreeBound>& items, std::uint64_t prefix) noex
     return {first, isLast ? items.size() : firstPrefixNotLess(items, prefix + 1)};
 }
 
-// The end of the part of the range whose keys are before the place.
+// Returns the end of the items of the range for whose keys `isBefore` is true.
 template <typename IsBefore>
 std::size_t pointOf(const std::vector<TreeBound>& items, Range range, IsBefore isBefore) noexcept {
     while (range.first < range.end) {
@@ -70,7 +70,7 @@ bool areInOrder(const TreeBound& first, const TreeBound& second) noexcept {
     return first.node == second.node || first.node->getKey() <= second.node->getKey();
 }
 
-// Of items in order: the first that is not less.
+// Returns the first item that is not less. The items must be in order.
 std::size_t firstNotLess(const std::vector<TreeBound>& items, const TreeProbe& probe) noexcept {
     return pointOf(items, withPrefix(items, probe.prefix), [&](const std::string& key) { return key < probe.key; });
 }
@@ -103,8 +103,8 @@ TreePlace findFirstInAll(const TreeBranch& branch, const TreeProbe& probe) noexc
 
 }  // namespace
 
-// In a branch in order, the first block whose greatest key is not less decides. Otherwise, every block that may have
-// the key is searched.
+// In a branch in order, only the first block whose greatest key is not less can have the key first. In any other
+// branch, each block that may have the key is searched.
 TreePlace findFirst(const TreeBlock& root, const TreeProbe& probe) noexcept {
     const TreeBlock* block = &root;
     while (!block->isLeaf) {

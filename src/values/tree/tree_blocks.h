@@ -1,22 +1,22 @@
-// The blocks that a node's children are kept in: a B+ tree whose order is that of the list, not that of the keys.
+// The blocks of a node's children: a B+ tree in the order of the list, which need not be that of the keys.
 //
 //   TreeBound   a key: the node that has it, and the eight bytes that most comparisons need
-//   TreeProbe   a key that is looked for
+//   TreeProbe   a key to look for
 //   TreeBlock   a block; TreeLeaf holds nodes, TreeBranch holds blocks
 //   TreePlace   a place in a leaf
 //
-// A branch knows, for each block below it, how many nodes are there and the least and the greatest of their keys. So
-// three things are found by a walk from the root, in any list: the node at an index, by the numbers; the first node
-// with a greater key, by the greatest keys; and the first node with a key, by both. In a list in key order each block
-// is searched by halving. A key out of order makes its own blocks unordered, and these are searched one by one.
+// For each block below it, a branch has the number of nodes there, and the least and the greatest of their keys. So
+// three searches from the root work in any list: for the node at an index, by the numbers; for the first node with a
+// greater key, by the greatest keys; and for the first node with a key, by both. A block in key order is searched by
+// halving. A key out of order makes the blocks above it unordered; these are searched item by item.
 //
 //   branch       least  a   f   p
 //                most   e   k   t     in order
 //                count  3   2   3
 //   leaves             abe  fk  pst
 //
-// Threads: as the list that the blocks belong to. Lifetime: a branch owns the blocks below it; nodes are not owned
-// here.
+// Threads: the rules of the list that owns the blocks apply. Lifetime: a branch owns the blocks below it; blocks do not
+// own nodes.
 #pragma once
 
 #include <atomic>
@@ -36,7 +36,7 @@ class TreeChildren;
 struct TreeBranch;
 
 struct TreeBound {
-    std::uint64_t prefix;  // orders as the keys do; equal ones need a comparison of the whole keys
+    std::uint64_t prefix;  // in the order of the keys; if prefixes are equal, the whole keys decide
     KestTreeNode* node;
 };
 
@@ -60,11 +60,12 @@ struct TreeBlock {
     TreeBound greatest() const noexcept;
     bool isInOrder(std::size_t item) const noexcept;  // compared with its neighbours
     bool isWhollyInOrder() const noexcept;
-    /// Must follow a change of the item's key or of its place.
+    /// Call it after a change of the item's key or place.
     void checkOrder(std::size_t item) noexcept;
     void checkOrder() noexcept { isOrdered = isWhollyInOrder(); }
 
-    /// The first item that is greater; for a branch: whose greatest key is. size() when there is none.
+    /// Returns the first item that is greater; in a branch, the first whose greatest key is greater. size() if there is
+    /// none.
     std::size_t firstGreater(const TreeProbe& probe) const noexcept;
 
     TreeChildren& list;
@@ -81,7 +82,7 @@ struct TreeLeaf : TreeBlock {
     const TreeLeaf* next() const noexcept;
     std::size_t itemOf(const KestTreeNode& node) const noexcept;
 
-    // The index of the first node; right while the list's cursor is on this leaf.
+    // The index of the first node; valid while the list's cursor is this leaf.
     mutable std::atomic<std::size_t> firstIndex{0};
 };
 
@@ -94,27 +95,27 @@ struct TreeBranch : TreeBlock {
 
     explicit TreeBranch(TreeChildren& owner);
 
-    /// Must follow a change of the blocks from the first one on.
+    /// Call it after a change of the blocks from `first` on.
     void numberFrom(std::size_t first) noexcept;
-    /// Takes the bounds of a block from the block.
+    /// Reads the bounds of a block again.
     void refresh(std::size_t item) noexcept;
-    /// There is room, and the block is not empty.
+    /// Needs room in the branch and a block that is not empty.
     void insert(std::size_t item, std::unique_ptr<TreeBlock> block, std::size_t count) noexcept;
     std::unique_ptr<TreeBlock> remove(std::size_t item) noexcept;
 
     std::vector<Below> below;  // as many as items
 };
 
-/// No leaf for none.
+/// Without a leaf: no place.
 struct TreePlace {
     TreeLeaf* leaf = nullptr;
     std::size_t item = 0;
 };
 
 const TreeLeaf* firstLeafOf(const TreeBlock* block) noexcept;
-/// The first node below the block with the key.
+/// Returns the first node below the block with the key.
 TreePlace findFirst(const TreeBlock& block, const TreeProbe& probe) noexcept;
-/// The first node below the block with a greater key.
+/// Returns the first node below the block with a greater key.
 TreePlace findFirstGreater(TreeBlock& block, const TreeProbe& probe) noexcept;
 
 }  // namespace internal

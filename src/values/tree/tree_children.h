@@ -1,17 +1,18 @@
-// The children of one tree node: an owning list in the caller's order, in blocks (values/tree/tree_blocks.h). Looking
-// up, adding and removing by key or by index take log n steps in a list in key order, and where keys are out of order,
-// a look at the blocks around them.
+// The children of one tree node: an owning list in the caller's order, in blocks (tree_blocks.h). To find, add or
+// remove a child by key or by index takes log n steps in a list in key order; where keys are out of order, the blocks
+// around them are searched item by item.
 //
-// A prefix is the number that the eight bytes of a key make after those that most keys of the list begin with. A key
-// that begins otherwise has the least or the greatest number. When a quarter of the keys since the last time begin
-// otherwise, all prefixes are made again.
+// When a quarter of the keys since the last time do not begin with the text of the prefixes (tree_prefix.h), the list
+// chooses another text and computes all prefixes again.
 //
-// A node may get another key at any time. It knows the leaf that it is in, so its list brings its blocks up to date at
-// once. A node that is, or was, in two lists at a time knows neither: it counts its change for all lists, and a list
-// with such nodes checks all its keys, once, before it uses them again. While they are not as the blocks have them, a
-// look-up reads the keys one by one, until the list changes the next time.
+// The key of a node may change at any time. What the list does then depends on the node:
 //
-// Threads: several may look at a list, and copy it, while none changes it or the keys of its nodes.
+//   in one list        The node knows its leaf, so the list updates its blocks at once.
+//   in several lists   (now or earlier) The change is counted for all lists. A list with such nodes checks its keys
+//                      before its next look-up. While its blocks are out of date, a look-up reads the keys one by one;
+//                      the next change of the list updates the blocks.
+//
+// Threads: several threads may read and copy a list while no thread changes it or the keys of its nodes.
 #pragma once
 
 #include <atomic>
@@ -35,23 +36,23 @@ class TreeChildren {
 
     std::size_t size() const noexcept { return m_size; }
     KestTreeNode* operator[](std::size_t index) const noexcept;
-    /// The first child with the key; null when there is none.
+    /// Returns the first child with the key; null if there is none.
     KestTreeNode* find(const std::string& key) const;
-    /// Puts the node before the first child whose key is greater, or at the end.
+    /// Inserts the node before the first child whose key is greater, or at the end.
     void add(KestTreeNode& node);
-    /// Puts the node before the child at the index, which is at most size().
+    /// Inserts the node before the child at the index, which is at most size().
     void insert(std::size_t index, KestTreeNode& node);
     void erase(std::size_t index);
-    /// Removes the first child with the key, if there is one.
+    /// Removes the first child with the key, if any.
     void erase(const std::string& key);
 
-    /// Adds the node and removes the child that was the first with the key before. On failure nothing changes.
+    /// Adds the node and removes the child that was the first with the key. On failure nothing changes.
     void replaceFirst(const std::string& key, KestTreeNode& node);
 
-    /// Must follow each change of a node's key.
+    /// Call it after each change of a node's key.
     static void keyChanged(KestTreeNode& node) noexcept;
-    /// Removes the first child and returns it, with the list's reference; null at the end. After the first call the
-    /// list is only emptied.
+    /// Removes the first child and returns it with the list's reference; null at the end. After the first call, call
+    /// nothing else except the destructor.
     KestTreeNode* takeFirst() noexcept;
 
     TreeChildren* m_pNextToEmpty = nullptr;  // of TreeChildrenDeleter
@@ -92,13 +93,13 @@ class TreeChildren {
 
     std::unique_ptr<TreeBlock> m_root;  // null for an empty list
     std::size_t m_size = 0;
-    std::string m_common;      // what most keys begin with
-    std::size_t m_others = 0;  // keys that do not, since the prefixes were made
+    std::string m_common;      // the text with which most keys begin
+    std::size_t m_others = 0;  // keys added since then that begin differently
     bool m_isEmptied = false;
     Place m_first;  // of a list that is emptied
-    // Set permanently when a node of the list comes into a second one.
+    // Set when a node of the list is added to a second one, and never reset.
     mutable std::atomic<bool> m_isShared{false};
-    // Of a shared list: the number of key changes at the last check, doubled, and whether the keys were as expected.
+    // In a shared list: twice the number of key changes at the last check, plus 1 if the blocks were up to date.
     mutable std::atomic<std::uint64_t> m_checked{0};
     mutable std::atomic<const TreeLeaf*> m_cursor{nullptr};  // the leaf of the last index; null after a change
 };

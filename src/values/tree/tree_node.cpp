@@ -39,7 +39,7 @@ KestTreeNode::KestTreeNode(const KestTreeNode& other)
 
 KestTreeNode& KestTreeNode::operator=(const KestTreeNode& other) {
     if (this == &other) return *this;
-    // The former children go last: one of them may be the other's only holder.
+    // The former children are released last: one of them may be the only owner of `other`.
     const auto former = std::exchange(m_children, copyOf(other.m_children));
     m_pParent = other.m_pParent;
     setKey(other.m_key);
@@ -143,7 +143,7 @@ void KestTreeNode::erase(const std::string& key) {
     if (m_children != nullptr) m_children->erase(key);
 }
 
-// With a stack of its own: a tree may be deeper than the stack of a thread allows.
+// Not recursive: a tree may be deeper than the stack of a thread allows.
 void KestTreeNode::print(int indent) {
     struct Level {
         KestTreeNode* node;

@@ -1,5 +1,6 @@
-// Runs kestsc as an administrator does, on services of this program, and looks at what no command line shows.
+// Tests kestsc: its commands, on services of this program, and the parts that format texts, commands and failures.
 #include <algorithm>
+#include <csignal>
 #include <regex>
 
 #include "kestsc/command_line.h"
@@ -29,7 +30,7 @@ void report(std::uint32_t state, std::uint32_t exitCode = 0, std::uint32_t check
     serviceManager().setStatus(g_status, status);
 }
 
-// What the service does when it is to stop, and before that when it is to start.
+// The control handler and the main function of the test's services.
 void onControl(std::uint32_t code) {
     if (code != kServiceControlStop) return;
     if (g_behaviour == "stubborn") return report(kServiceStopPending, 0, 7, 1);
@@ -60,12 +61,12 @@ struct Step {
     Texts arguments;
     int code;
     std::string output;
-    std::string errors;
+    std::string errors{};
 };
 
 class Kestsc : public kit::ServiceFixture {
   protected:
-    // The service's process is told as PID, and our command line as SERVE.
+    // In the output, PID replaces the service's process id and SERVE this program's command line.
     void expect(const Step& step) {
         kit::ChildProcess child(KESTSC, step.arguments);
         EXPECT_EQ(child.wait(), step.code) << kestsc::jsonTexts(step.arguments);
@@ -83,13 +84,14 @@ class Kestsc : public kit::ServiceFixture {
     void install(const std::string& name, const std::string& behaviour, const Texts& more = {}) {
         Texts arguments{"install", name, serveCommand + " " + behaviour};
         arguments.insert(arguments.end(), more.begin(), more.end());
-        expect({arguments, 0, name + ": installed\n", ""});
+        expect({arguments, 0, name + ": installed\n"});
     }
     const std::string serveCommand = kit::ChildProcess::commandOfRole("serve");
 };
 
-TEST_F(Kestsc, AdministersAServiceFromItsInstallationToItsEnd) {
-    expect({{"list"}, 0, "No services are installed.\n", ""});
+TEST_F(Kestsc, AdministersOneService) {
+    const std::string heading = "Service       web\nDisplay name  Gr\u00fc\u00dfe\\x1B[2J\n";
+    expect({{"list"}, 0, "No services are installed.\n"});
     install("web", "plain",
             {"--display", "Gr\u00fc\u00dfe\x1b[2J", "--description=\u202eevil \xff", "--start", "demand"});
     install("a", "plain");
@@ -99,48 +101,38 @@ TEST_F(Kestsc, AdministersAServiceFromItsInstallationToItsEnd) {
          0,
          "NAME  STATE    START   PROCESS  DISPLAY NAME\n"
          "a     stopped  auto    -        a\n"
-         "web   stopped  demand  -        Gr\u00fc\u00dfe\\x1B[2J\n",
-         ""},
+         "web   stopped  demand  -        Gr\u00fc\u00dfe\\x1B[2J\n"},
         {{"status", "web"},
          3,
-         "Service       web\nDisplay name  Gr\u00fc\u00dfe\\x1B[2J\nState         stopped\n"
-         "Last end      the service has never been started (1077)\n",
-         ""},
-        {{"stop", "web"}, 0, "web: is not running\n", ""},
-        {{"start", "web", "--", "--one", "two words"}, 0, "web: started\n", ""},
-        {{"start", "web"}, 0, "web: is already running\n", ""},
-        {{"status", "web"},
-         0,
-         "Service       web\nDisplay name  Gr\u00fc\u00dfe\\x1B[2J\nState         running\nProcess       PID\n"
-         "Accepts       stop\n",
-         ""},
+         heading + "State         stopped\n"
+                   "Last end      the service has never been started (1077)\n"},
+        {{"stop", "web"}, 0, "web: is not running\n"},
+        {{"start", "web", "--", "--one", "two words"}, 0, "web: started\n"},
+        {{"start", "web"}, 0, "web: is already running\n"},
+        {{"status", "web"}, 0, heading + "State         running\nProcess       PID\nAccepts       stop\n"},
         {{"status", "web", "--json"},
          0,
          "{\"name\":\"web\",\"displayName\":\"Gr\u00fc\u00dfe\\u001B[2J\",\"error\":0,\"state\":\"running\","
          "\"processId\":PID,"
-         "\"accepts\":[\"stop\"],\"exitCode\":0,\"serviceExitCode\":42,\"checkPoint\":0,\"waitHint\":0}\n",
-         ""},
+         "\"accepts\":[\"stop\"],\"exitCode\":0,\"serviceExitCode\":42,\"checkPoint\":0,\"waitHint\":0}\n"},
         {{"config", "web", "--start=auto", "--depends", "a", "--description", "", "--json"},
          0,
          "{\"results\":[{\"operation\":\"config\",\"service\":\"web\",\"status\":0,\"error\":0,"
-         "\"message\":\"changed\"}]}\n",
-         ""},
-        {{"restart", "web"}, 0, "web: started\n", ""},
+         "\"message\":\"changed\"}]}\n"},
+        {{"restart", "web"}, 0, "web: started\n"},
         {{"stop", "a"}, 7, "", "stop a: other running services depend on the service (1051): web"},
         {{"config", "web"},
          0,
-         "Service       web\nDisplay name  Gr\u00fc\u00dfe\\x1B[2J\nDescription\nStart         auto\n"
-         "Depends on    a\nCommand       SERVE plain\n",
-         ""},
-        {{"delete", "web"}, 0, "web: marked for deletion, goes when it has stopped\n", ""},
-        {{"stop", "web", "--no-wait"}, 0, "web: is stopping\n", ""},
+         heading + "Description\nStart         auto\nDepends on    a\nCommand       SERVE plain\n"},
+        {{"delete", "web"}, 0, "web: marked for deletion; it is deleted when it stops\n"},
+        {{"stop", "web", "--no-wait"}, 0, "web: is stopping\n"},
     });
     kit::await([&] { return run("tell web") == "1060"; });
     EXPECT_EQ(state.read("starts"), "--one,two words,plain plain plain ");
     expect({
         {{"status", "web"}, 4, "", "status web: the service is not installed (1060)"},
-        {{"stop", "a"}, 0, "a: stopped\n", ""},
-        {{"delete", "a"}, 0, "a: deleted\n", ""},
+        {{"stop", "a"}, 0, "a: stopped\n"},
+        {{"delete", "a"}, 0, "a: deleted\n"},
         {{"start", "a\nb", "--json"},
          1,
          "{\"results\":[{\"operation\":\"start\",\"service\":\"a\\u000Ab\",\"status\":-1,\"error\":123,"
@@ -152,9 +144,8 @@ TEST_F(Kestsc, AdministersAServiceFromItsInstallationToItsEnd) {
     expect({{"list"}, 5, "", "list: permission denied (5)"});
 }
 
-TEST_F(Kestsc, StartsAndStopsAllInTheOrderOfTheirDependencies) {
-    expect({{{"start-all"}, 0, "No services start automatically.\n", ""},
-            {{"stop-all"}, 0, "No services are running.\n", ""}});
+TEST_F(Kestsc, StartsAndStopsAllInOrder) {
+    expect({{{"start-all"}, 0, "No services start automatically.\n"}, {{"stop-all"}, 0, "No services are running.\n"}});
     install("1", "front", {"--depends", "3,4"});
     install("2", "failing");
     install("3", "base");
@@ -164,27 +155,25 @@ TEST_F(Kestsc, StartsAndStopsAllInTheOrderOfTheirDependencies) {
     const std::string failed = "start 2: the service is stopped instead of running: the service's own error 42";
     const std::string skipped = "start 6: it needs 2, which failed (1068)";
     expect({{{"start-all"}, 1, "3: started\n1: started\n", failed + "\nkestsc: " + skipped},
-            {{"stop-all"}, 0, "1: stopped\n4: stopped\n3: stopped\n", ""}});
+            {{"stop-all"}, 0, "1: stopped\n4: stopped\n3: stopped\n"}});
     EXPECT_EQ(state.read("starts"), "base helper front ");
     EXPECT_EQ(state.read("stops"), "front helper base ");
     install("7", "lonely", {"--depends", "none,3"});
     const std::string needed = "a service that this service depends on ";
     expect(
         {{{"start", "7"}, 1, "", "start 7: " + needed + "is not installed (1075): none is not installed, 3 is stopped"},
-         {{"delete", "7"}, 0, "7: deleted\n", ""}});
+         {{"delete", "7"}, 0, "7: deleted\n"}});
     state.write("services/2/configuration", "damage");
     expect({{{"list"},
              0,
              "NAME  STATE    START   PROCESS  DISPLAY NAME\n1     stopped  auto    -        1\n"
              "2     unknown  -       -        damaged: the data is not valid (13)\n"
              "3     stopped  auto    -        3\n4     stopped  demand  -        4\n"
-             "5     stopped  demand  -        5\n6     stopped  auto    -        6\n",
-             ""},
+             "5     stopped  demand  -        5\n6     stopped  auto    -        6\n"},
             {{"status", "2"},
              3,
              "Service       2\nDisplay name  damaged: the data is not valid (13)\nState         stopped\n"
-             "Last end      the service's own error 42\n",
-             ""},
+             "Last end      the service's own error 42\n"},
             {{"start-all", "--json"},
              1,
              "{\"results\":[{\"operation\":\"start-all\",\"service\":\"2\",\"status\":-1,\"error\":13,"
@@ -197,10 +186,10 @@ TEST_F(Kestsc, StartsAndStopsAllInTheOrderOfTheirDependencies) {
              "start-all 2: the data is not valid (13)\n"
              "kestsc: start 6: " +
                  needed + "failed to start (1068): 2 is stopped"},
-            {{"stop-all"}, 0, "2: is not running\n1: stopped\n4: stopped\n3: stopped\n", ""}});
+            {{"stop-all"}, 0, "2: is not running\n1: stopped\n4: stopped\n3: stopped\n"}});
 }
 
-TEST_F(Kestsc, WaitsWithinItsTimeAndShowsItToTerminalsOnly) {
+TEST_F(Kestsc, WaitsUntilTheTimeOut) {
     install("slow", "slow");
     install("stubborn", "stubborn", {"--depends", "slow"});
     kit::ChildProcess watched(KESTSC, {"start", "slow", "slowly"}, {"", "", true});
@@ -210,24 +199,24 @@ TEST_F(Kestsc, WaitsWithinItsTimeAndShowsItToTerminalsOnly) {
         "(\rstart slow: [a-z]+( pending)?(, process \\d+)?(, check point 1)?, \\d+ s *)*\rstart slow: start pending, "
         "process \\d+, check point 1, \\d+ s *(\rstart slow: [a-z]+, process \\d+, \\d+ s *)?\r {20,}\r");
     EXPECT_TRUE(std::regex_match(watched.errors(), shown)) << testing::PrintToString(watched.errors());
-    expect({{{"restart", "slow", "--timeout", "60"}, 0, "slow: started\n", ""},
-            {{"stop", "slow", "--no-wait"}, 0, "slow: is stopping\n", ""},
-            {{"start", "slow", "--no-wait"}, 0, "slow: is starting\n", ""},
-            {{"start", "slow"}, 0, "slow: is already running\n", ""},
-            {{"start", "stubborn"}, 0, "stubborn: started\n", ""},
+    expect({{{"restart", "slow", "--timeout", "60"}, 0, "slow: started\n"},
+            {{"stop", "slow", "--no-wait"}, 0, "slow: is stopping\n"},
+            {{"start", "slow", "--no-wait"}, 0, "slow: is starting\n"},
+            {{"start", "slow"}, 0, "slow: is already running\n"},
+            {{"start", "stubborn"}, 0, "stubborn: started\n"},
             {{"stop", "stubborn", "--timeout=1"},
              6,
              "",
              "stop stubborn: timed out after 1 s; the service is stop pending and reports no progress"},
-            {{"stop", "stubborn", "--timeout=1", "--force"}, 0, "stubborn: killed\n", ""},
-            {{"stop", "slow"}, 0, "slow: stopped\n", ""}});
+            {{"stop", "stubborn", "--timeout=1", "--force"}, 0, "stubborn: killed\n"},
+            {{"stop", "slow"}, 0, "slow: stopped\n"}});
     install("mute", "mute");
-    expect({{"config", "mute", "--command", "/bin/sleep 100"}, 0, "mute: changed\n", ""});
+    expect({{"config", "mute", "--command", "/bin/sleep 100"}, 0, "mute: changed\n"});
     for (const Texts& arguments : {Texts{"start", "mute"}, {"start", "slow", "slowly"}}) {
         kit::ChildProcess broken(KESTSC, arguments);
         kit::await([&] { return query(arguments[1]).processId != 0; });
         broken.interrupt();
-        EXPECT_EQ(broken.wait(), -2) << "as any program that is interrupted";
+        EXPECT_EQ(broken.wait(), -SIGINT);
         const std::regex ended("kestsc: start " + arguments[1] + ": interrupted; its process \\d+ was ended\n");
         EXPECT_TRUE(std::regex_match(broken.errors(), ended)) << broken.errors();
         EXPECT_EQ(query(arguments[1]).currentState, 1u);
@@ -239,32 +228,35 @@ TEST_F(Kestsc, WaitsWithinItsTimeAndShowsItToTerminalsOnly) {
     EXPECT_EQ(full.errors(), "kestsc: standard output: no space left on device (112)\n");
 }
 
-TEST_F(Kestsc, RefusesCommandLinesInOneLine) {
-    const std::pair<Texts, std::string> refused[] = {
-        {{}, "no command is given (kestsc"},
-        {{"--json"}, "no command is given (kestsc"},
-        {{"fr\nob"}, "there is no command fr\\x0Aob (kestsc"},
-        {{"--frob", "list"}, "unknown option --frob (kestsc"},
-        {{"list", "x"}, "list: unexpected argument x (kestsc list"},
-        {{"list", "--timeout", "3"}, "list: there is no option --timeout here (kestsc list"},
-        {{"stop", "-x"}, "stop: unknown option -x (kestsc stop"},
-        {{"start"}, "start: NAME is missing (kestsc start"},
-        {{"start", "a", "-v"}, "start: unknown option -v; what is for the service stands behind -- (kestsc start"},
-        {{"start", "a", "--timeout"}, "start: --timeout needs a value: SECONDS (kestsc start"},
-        {{"start", "a", "--timeout=1.5"}, "start: --timeout: 1.5 is not a whole number from 1 to 86400 (kestsc start"},
-        {{"start", "a", "--timeout", "0"}, "start: --timeout: 0 is not a whole number from 1 to 86400 (kestsc start"},
-        {{"start", "a", "--timeout=5", "--no-wait"}, "start: --timeout and --no-wait exclude each other (kestsc start"},
-        {{"stop", "a", "--force", "--no-wait"}, "stop: --force and --no-wait exclude each other (kestsc stop"},
-        {{"start", "a", "--no-wait=1"}, "start: --no-wait takes no value (kestsc start"},
-        {{"start", "a", "--json", "--json"}, "start: --json is given twice (kestsc start"},
-        {{"install", "a"}, "install: COMMAND is missing (kestsc install"},
-        {{"install", "a", ""}, "install: the command names no program (kestsc install"},
-        {{"install", "a", "b", "--start", "now"},
-         "install: --start: now is not auto, demand or disabled (kestsc install"},
-        {{"config", "a", "--depends=a,"}, "config: --depends: a name is empty (kestsc config"},
+TEST_F(Kestsc, RefusesBadCommandLines) {
+    const std::tuple<std::string, Texts, std::string> refused[] = {
+        {"", {}, "no command is given"},
+        {"", {"--json"}, "no command is given"},
+        {"", {"fr\nob"}, "there is no command fr\\x0Aob"},
+        {"", {"--frob", "list"}, "unknown option --frob"},
+        {"list", {"x"}, "unexpected argument x"},
+        {"list", {"--timeout", "3"}, "there is no option --timeout here"},
+        {"stop", {"-x"}, "unknown option -x"},
+        {"start", {}, "NAME is missing"},
+        {"start", {"a", "-v"}, "unknown option -v; put arguments of the service after --"},
+        {"start", {"a", "--timeout"}, "--timeout needs a value: SECONDS"},
+        {"start", {"a", "--timeout=1.5"}, "--timeout: 1.5 is not a whole number from 1 to 86400"},
+        {"start", {"a", "--timeout", "0"}, "--timeout: 0 is not a whole number from 1 to 86400"},
+        {"start", {"a", "--timeout=5", "--no-wait"}, "--timeout and --no-wait exclude each other"},
+        {"stop", {"a", "--force", "--no-wait"}, "--force and --no-wait exclude each other"},
+        {"start", {"a", "--no-wait=1"}, "--no-wait takes no value"},
+        {"start", {"a", "--json", "--json"}, "--json is given twice"},
+        {"install", {"a"}, "COMMAND is missing"},
+        {"install", {"a", ""}, "the command names no program"},
+        {"install", {"a", "b", "--start", "now"}, "--start: now is not auto, demand or disabled"},
+        {"config", {"a", "--depends=a,"}, "--depends: a name is empty"},
     };
-    for (const auto& [arguments, line] : refused)
-        expect({arguments, 2, "", line + " --help explains)"});
+    for (auto [command, arguments, reason] : refused) {
+        if (!command.empty()) arguments.insert(arguments.begin(), command);
+        const std::string prefix = command.empty() ? "" : command + ": ";
+        const std::string help = command.empty() ? "" : command + " ";
+        expect({arguments, 2, "", prefix + reason + " (kestsc " + help + "--help explains)"});
+    }
     for (const Texts& arguments : {Texts{"start", "-h"}, {"--help"}, {"frob", "--version"}, {"install", "--version"}}) {
         kit::ChildProcess child(KESTSC, arguments);
         EXPECT_EQ(child.wait(), arguments[0] == "frob" ? 2 : 0);
@@ -272,7 +264,7 @@ TEST_F(Kestsc, RefusesCommandLinesInOneLine) {
     }
 }
 
-TEST(KestscParts, ShowAnyTextWithoutHarm) {
+TEST(KestscText, EscapesWhatTerminalsObey) {
     const std::tuple<std::string, std::string, std::string, std::size_t> texts[] = {
         {"", "", "", 0},
         {"a\"\\\t\x7f", "a\"\\\\x09\\x7F", "a\\\"\\\\\\u0009\\u007F", 11},
@@ -292,7 +284,7 @@ TEST(KestscParts, ShowAnyTextWithoutHarm) {
     EXPECT_EQ(kestsc::formatTable({{"\u00e4\n", "b"}, {"abcdefg", ""}, {}}), "\u00e4\\x0A    b\nabcdefg\n\n");
 }
 
-TEST(KestscParts, RegisterCommandsThatRunFromAnyFolder) {
+TEST(KestscCommand, RunsFromAnyFolder) {
     const std::string here = std::filesystem::current_path().string();
     const kit::TemporaryFolder folder;
     const std::string program = folder.write("a b", "");
@@ -309,7 +301,7 @@ TEST(KestscParts, RegisterCommandsThatRunFromAnyFolder) {
         EXPECT_EQ(kestsc::registeredCommand(words, kestsc::kCommands[0]), registered);
 }
 
-TEST(KestscParts, GiveEachFailureItsCodes) {
+TEST(KestscFailure, HasItsCodes) {
     const std::tuple<ErrorCode, int, int, std::string> failures[] = {
         {5, 5, 270, "permission denied (5)"},
         {120, 8, 1, "function not implemented (120)"},

@@ -22,7 +22,7 @@ constexpr unsigned kOptionsOfAll = kOptionHelp | kOptionVersion | kOptionJson;
     throw UsageError(name + printable(shortened(reason, 200)) + " (kestsc " + help + "--help explains)");
 }
 
-/// Takes the words apart and keeps them as they are.
+/// The words, split into command, arguments and options. Values are not checked here.
 class Words {
   public:
     explicit Words(const std::vector<std::string>& words) {
@@ -62,9 +62,9 @@ class Words {
         const auto found = std::find_if(kOptions.begin(), kOptions.end(), [&](const OptionEntry& entry) {
             return name == std::string("--") + entry.name;
         });
-        const bool ownPossible = command != nullptr && command->most == kAnyNumber;
+        const bool passesArguments = command != nullptr && command->most == kAnyNumber;
         if (found == kOptions.end()) {
-            refuse("unknown option " + name + (ownPossible ? "; what is for the service stands behind --" : ""),
+            refuse("unknown option " + name + (passesArguments ? "; put arguments of the service after --" : ""),
                    command);
         }
         std::string value;
@@ -102,12 +102,12 @@ void requireFitting(const Words& words) {
 }
 
 std::uint32_t secondsOf(const std::string& text, const CommandEntry* command) {
-    constexpr std::uint32_t most = 86'400;
+    constexpr std::uint32_t kMostSeconds = 86'400;
     std::uint32_t seconds = 0;
     const char* const end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data(), end, seconds);
-    if (error == std::errc() && rest == end && seconds >= 1 && seconds <= most) return seconds;
-    refuse("--timeout: " + text + " is not a whole number from 1 to " + std::to_string(most), command);
+    if (error == std::errc() && rest == end && seconds >= 1 && seconds <= kMostSeconds) return seconds;
+    refuse("--timeout: " + text + " is not a whole number from 1 to " + std::to_string(kMostSeconds), command);
 }
 
 void setChange(CommandLine& line, unsigned bit, const std::string& value) {
@@ -137,17 +137,18 @@ void setChange(CommandLine& line, unsigned bit, const std::string& value) {
 }  // namespace
 
 const std::vector<OptionEntry> kOptions{
-    {kOptionTimeout, "timeout", "SECONDS", "give up after so long, for each service; 30 unless it asks for more"},
-    {kOptionNoWait, "no-wait", "", "return as soon as the service has been asked"},
-    {kOptionForce, "force", "", "kill a service that has not stopped in that time"},
-    {kOptionDisplay, "display", "TEXT", "the name that people see"},
-    {kOptionDescription, "description", "TEXT", "what the service is for"},
-    {kOptionStart, "start", "TYPE", "auto (with start-all), demand or disabled"},
-    {kOptionDepends, "depends", "A,B", "the services that it needs; none for an empty text"},
+    {kOptionTimeout, "timeout", "SECONDS",
+     "time-out for each service; default 30, or more when the service asks for it"},
+    {kOptionNoWait, "no-wait", "", "send the request and return without waiting"},
+    {kOptionForce, "force", "", "kill a service that does not stop before the time-out"},
+    {kOptionDisplay, "display", "TEXT", "display name"},
+    {kOptionDescription, "description", "TEXT", "description of the service"},
+    {kOptionStart, "start", "TYPE", "start type: auto (started by start-all), demand or disabled"},
+    {kOptionDepends, "depends", "A,B", "services that it depends on; an empty text means none"},
     {kOptionCommand, "command", "TEXT", "the program and its arguments, quoted as in a shell"},
-    {kOptionJson, "json", "", "results as one JSON document on standard output"},
-    {kOptionHelp, "help", "", "this text, or a command's own behind its name; also -h"},
-    {kOptionVersion, "version", "", "the version"},
+    {kOptionJson, "json", "", "print the results as one JSON document"},
+    {kOptionHelp, "help", "", "this text; after a command, the help of that command; also -h"},
+    {kOptionVersion, "version", "", "print the version"},
 };
 
 CommandLine parseCommandLine(const std::vector<std::string>& words) {

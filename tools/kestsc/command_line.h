@@ -1,6 +1,5 @@
-// The command line of kestsc. The library's program options serve programs whose options and arguments are told apart
-// by their looks alone; here a command decides which options there are, and arguments of a service's own, dashes and
-// all, stand behind "--".
+// The command line of kestsc. The library's program options distinguish options and arguments by their form alone. Here
+// the command decides which options exist, and arguments of the service, which may begin with a dash, follow "--".
 #pragma once
 
 #include <string>
@@ -30,32 +29,32 @@ enum OptionBit : unsigned {
 struct OptionEntry {
     unsigned bit;
     const char* name;
-    const char* value;  ///< what it takes; empty for a switch
+    const char* value;  ///< the placeholder of its value; empty for a switch
     const char* summary;
 };
 
 extern const std::vector<OptionEntry> kOptions;
 
 struct CommandLine {
-    const CommandEntry* command = nullptr;  ///< null: none, which only help and version can do without
+    const CommandEntry* command = nullptr;  ///< null only with help or version
     bool help = false;
     bool version = false;
     bool json = false;
     std::string service;
-    std::vector<std::string> words;  ///< behind the service's name
+    std::vector<std::string> words;  ///< after the service's name
     Patience patience;
     KestSupport::platform::ServiceChange change;
     std::optional<std::string> description;
 };
 
-/// Takes the words behind the program's name. Throws UsageError. With help or version nothing else is checked but that
-/// options and command exist.
+/// Parses the words after the program's name. Throws UsageError. With help or version it checks only that the options
+/// and the command exist.
 CommandLine parseCommandLine(const std::vector<std::string>& words);
 
-/// The command line that is registered for a service, from the words given for it. A single word is a command line
-/// already, with the quotes that it needs; a program's path with blanks gets them here, when it is a file's. The path
-/// of a program that is looked for from here is made absolute, since services are started from elsewhere. Throws
-/// UsageError, which names the command of kestsc, when there is no program.
+/// Returns the command line to register, from the words given for it. A single word is a complete command line with its
+/// own quotes; several words are quoted here, and so is the path of an existing program file with blanks. A relative
+/// path that has a separator becomes absolute, because services start in another folder. Throws UsageError, which names
+/// the command of kestsc, when no program is given.
 std::string registeredCommand(const std::vector<std::string>& words, const CommandEntry& command);
 
 }  // namespace kestsc

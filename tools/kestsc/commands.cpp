@@ -12,44 +12,44 @@ constexpr unsigned kSettings = kOptionDisplay | kOptionDescription | kOptionStar
 }  // namespace
 
 const std::vector<CommandEntry> kCommands{
-    {"list", "", "every service, with its state",
-     "One line for each service, in the order of the names. A service whose files are damaged is\n"
-     "listed with the reason.\n",
+    {"list", "", "list the services with their states",
+     "Prints one line for each service, sorted by name. For a service with damaged files it prints\n"
+     "the reason.\n",
      "kestsc list --json", 0, 0, 0, listServices},
-    {"status", "NAME", "what one service tells about itself",
-     "The exit code is 3 for a service that is stopped, and 4 for one that is not installed.\n",
+    {"status", "NAME", "show the status of a service",
+     "The exit code is 3 when the service is stopped, and 4 when it is not installed.\n",
      "kestsc status web || kestsc start web", 1, 1, 0, showStatus},
     {"start", "NAME [ARGUMENT...]", "start a service and wait until it runs",
-     "Starts what the service depends on, then the service, and gives it the arguments. Those that\n"
-     "begin with a dash stand behind --. A service that runs already is left alone. The time-out begins\n"
-     "when the program has answered, for which it has 30 seconds. Ctrl+C ends the program again.\n",
+     "Starts the services that this one depends on, then starts this service with the arguments. Put\n"
+     "arguments that begin with a dash after --. A service that already runs is not changed. The program\n"
+     "has 30 seconds to answer; after that the time-out begins. Ctrl+C ends the started program.\n",
      "kestsc start web --timeout 60 -- --verbose", 1, kAnyNumber, kWaiting, startOne},
     {"stop", "NAME", "stop a service and wait until it is stopped",
-     "Refused while services that depend on it run. A service that does not run is left alone. A program\n"
-     "that was started and has not answered is ended.\n",
+     "Fails while services that depend on this one run. A service that does not run is not changed. A\n"
+     "program that was started and has not answered is ended.\n",
      "kestsc stop web --timeout 10 --force", 1, 1, kWaiting | kOptionForce, stopOne},
     {"restart", "NAME", "stop a service, then start it",
-     "A service that does not run is started. The time-out holds for the stop and for the start.\n",
-     "kestsc restart web", 1, 1, kOptionTimeout | kOptionForce, restartOne},
-    {"install", "NAME COMMAND...", "make a program a service",
-     "The command is one word, with quotes inside where its arguments need them, or several words.\n"
-     "Words that begin with a dash stand behind --. Without options the service starts with start-all,\n"
-     "is displayed by its name and depends on nothing.\n",
+     "Starts a service that does not run. The time-out applies to the stop and to the start.\n", "kestsc restart web",
+     1, 1, kOptionTimeout | kOptionForce, restartOne},
+    {"install", "NAME COMMAND...", "register a program as a service",
+     "COMMAND is one word, with its own quotes inside, or several words. Put words that begin with a\n"
+     "dash after --. Without options the start type is auto, the display name is NAME, and the service\n"
+     "depends on no other.\n",
      "kestsc install web --display \"Web server\" --depends db -- /usr/sbin/webd --port 80", 2, kAnyNumber, kSettings,
      installOne},
     {"delete", "NAME", "unregister a service",
-     "The program itself is not touched. A service that is not stopped goes when it has stopped.\n",
-     "kestsc delete web", 1, 1, 0, deleteOne},
-    {"config", "NAME", "show or change what a service is registered with",
-     "Changes what the options name, from the next start on; without one of them, shows what there is.\n",
+     "The program file stays. A service that is not stopped is deleted when it stops.\n", "kestsc delete web", 1, 1, 0,
+     deleteOne},
+    {"config", "NAME", "show or change the configuration of a service",
+     "The options change the configuration from the next start on. Without options it is shown.\n",
      "kestsc config web --start demand --depends db,cache", 1, 1, kSettings | kOptionCommand, configureOne},
     {"start-all", "", "start every service that starts automatically",
-     "Each behind those that it depends on. Goes on past one that fails; the exit code is that of the\n"
-     "first failure. For a container's entry point or a boot unit.\n",
+     "Starts each service after those that it depends on. Continues after a failure; the exit code is\n"
+     "that of the first failure. For a container's entry point or a boot unit.\n",
      "kestsc start-all --timeout 120", 0, 0, kWaiting, startAll},
     {"stop-all", "", "stop every service that is not stopped",
-     "Each before those that it depends on. Goes on past one that fails; the exit code is that of the\n"
-     "first failure.\n",
+     "Stops each service before those that it depends on. Continues after a failure; the exit code is\n"
+     "that of the first failure.\n",
      "kestsc stop-all --force", 0, 0, kOptionTimeout | kOptionForce, stopAll},
 };
 

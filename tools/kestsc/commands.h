@@ -1,4 +1,4 @@
-// The commands: what each is called, takes and does.
+// The table of the commands.
 #pragma once
 
 #include <cstddef>
@@ -14,12 +14,12 @@ struct CommandEntry {
     const char* name;
     const char* arguments;    ///< as the help shows them
     const char* summary;      ///< one line
-    const char* explanation;  ///< lines of the command's own help
+    const char* explanation;  ///< lines of the command's help
     const char* example;
     std::size_t fewest;  ///< arguments
     std::size_t most;
     unsigned options;  ///< bits of command_line.h
-    /// Tells what it did to the report; throws a Failure.
+    /// Adds its results to the report. Throws a Failure.
     void (*run)(const CommandLine&, Report&);
 };
 

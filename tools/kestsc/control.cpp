@@ -1,4 +1,4 @@
-// start, stop, restart, start-all, stop-all.
+// The commands start, stop, restart, start-all and stop-all.
 #include <map>
 #include <set>
 
@@ -11,8 +11,8 @@ namespace {
 
 namespace platform = KestSupport::platform;
 
-// Does the operation for one service. A failure is reported and does not keep the others from their turn; a request to
-// end does. Returns whether the operation succeeded.
+// Runs the operation for one service and returns whether it succeeded. A failure is reported, so the caller continues
+// with the next service. A request to end this program reaches the caller.
 template <typename Operation>
 bool attempt(const Task& task, Report& report, Operation operation) {
     try {
@@ -28,7 +28,7 @@ bool attempt(const Task& task, Report& report, Operation operation) {
 
 using Dependencies = std::map<std::string, std::vector<std::string>>;
 
-// What each service is registered with. One that cannot be read is told: nobody knows whether it should be started.
+// Returns the configurations. Reports each one that cannot be read, because its service may have to be started.
 std::vector<platform::ServiceConfiguration> readableConfigurations(const Manager& manager, const Task& task,
                                                                    Report& report) {
     std::vector<platform::ServiceConfiguration> configurations;
@@ -43,7 +43,8 @@ std::vector<platform::ServiceConfiguration> readableConfigurations(const Manager
     return configurations;
 }
 
-// One that cannot be read keeps no other from being stopped, and can itself be.
+// Returns the names that each service depends on. A service whose configuration cannot be read is stopped too, as one
+// without dependencies.
 Dependencies dependenciesOfAll(const Manager& manager, const Task& task,
                                const std::vector<platform::ServiceEntry>& services) {
     Dependencies all;
@@ -58,7 +59,7 @@ Dependencies dependenciesOfAll(const Manager& manager, const Task& task,
     return all;
 }
 
-// All services, each behind those that it depends on.
+// Returns all services, each after those that it depends on.
 std::vector<std::string> dependencyOrder(const Dependencies& dependencies) {
     platform::StartOrder order([&](const std::string& name, std::vector<std::string>& needed) {
         const auto found = dependencies.find(name);
@@ -101,7 +102,7 @@ void startAll(const CommandLine& line, Report& report) {
     for (const std::string& name : order) {
         const Task task{"start", name};
         const bool started = attempt(task, report, [&] {
-            // Starting the service would start what has just failed once more, and wait for it as long again.
+            // Starting the service would start the failed one again and wait for it again.
             for (const std::string& other : dependencies.at(name)) {
                 if (failed.count(other) == 0) continue;
                 throw Failure(task, platform::errorServiceDependencyFail,

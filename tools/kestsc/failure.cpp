@@ -10,7 +10,7 @@ namespace {
 namespace platform = KestSupport::platform;
 using Cause = KestSupport::KestServiceControlException;
 
-// A service that does not answer the manager is late like one that does not reach its state.
+// A service that does not answer the manager counts as timed out, as one that does not reach its state.
 Cause causeOf(ErrorCode error) {
     if (error == platform::errorServiceRequestTimeout) return {Cause::TIMED_OUT, error};
     if (error == platform::errorCallNotImplemented) return {Cause::NOT_IMPLEMENTED, error};

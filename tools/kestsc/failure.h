@@ -1,4 +1,4 @@
-// What went wrong: with which service, in which operation, why; and the exit code that tells a script.
+// Failures: the operation, the service, the reason, and the exit code for scripts.
 #pragma once
 
 #include <stdexcept>
@@ -13,10 +13,10 @@ using KestSupport::platform::ErrorCode;
 
 enum ExitCode : int {
     kExitSuccess = 0,
-    kExitFailed = 1,  ///< any failure that has no code of its own
+    kExitFailed = 1,  ///< any failure without another code
     kExitUsage = 2,
-    kExitNotRunning = 3,    ///< of status: the service is stopped
-    kExitNotInstalled = 4,  ///< there is no such service
+    kExitNotRunning = 3,    ///< status only: the service is stopped
+    kExitNotInstalled = 4,  ///< no service has that name
     kExitAccessDenied = 5,
     kExitTimedOut = 6,
     kExitDependentsRunning = 7,
@@ -29,7 +29,7 @@ class UsageError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// What is being done, and to which service; empty when it is done to none in particular.
+/// An operation and its service. The name is empty when the operation concerns all services.
 struct Task {
     std::string operation;
     std::string service;
@@ -38,7 +38,7 @@ struct Task {
 /// An operation failed. what() is "OPERATION SERVICE: REASON", printable.
 class Failure : public std::runtime_error {
   public:
-    /// Without a reason it is the platform's text for the error.
+    /// Without a reason the platform's text for the error is used.
     Failure(const Task& task, ErrorCode error);
     Failure(const Task& task, ErrorCode error, const std::string& reason);
     static Failure timedOut(const Task& task, const std::string& reason);
@@ -60,10 +60,10 @@ class Failure : public std::runtime_error {
     Cause m_cause;
 };
 
-/// The user, or a supervisor, has asked this program to end; what the operation had begun is undone.
+/// The user or a supervisor asked this program to end. The operation was undone.
 class Interrupted : public Failure {
   public:
-    /// The request is the number that platform/interruption.h gives.
+    /// `request` is a number of platform/interruption.h.
     Interrupted(const Task& task, const std::string& reason, int request)
         : Failure(task, KestSupport::platform::errorProcessAborted, reason), m_request(request) {}
 
@@ -76,7 +76,7 @@ class Interrupted : public Failure {
 /// Throws a Failure unless the error is 0.
 void require(const Task& task, ErrorCode error);
 
-/// The platform's text for a code as a part of a sentence, and the code: "permission denied (5)".
+/// Returns the platform's text for a code, ready for the middle of a sentence, and the code: "permission denied (5)".
 std::string errorText(ErrorCode error);
 
 }  // namespace kestsc

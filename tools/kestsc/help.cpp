@@ -7,14 +7,14 @@ namespace kestsc {
 namespace {
 
 const char* const kIntroduction =
-    "kestsc - administers the services of this machine\n"
+    "kestsc - manage the services of this machine\n"
     "\n"
     "usage: kestsc COMMAND [NAME] [OPTIONS]\n";
 
 const char* const kExitCodes =
     "\nExit codes, with the status code that --json prints:\n"
     "  0  success                                       0\n"
-    "  1  failure of any other kind                    -1\n"
+    "  1  any other failure                            -1\n"
     "  2  the command line cannot be used\n"
     "  3  status: the service is stopped\n"
     "  4  the service is not installed                 -1\n"
@@ -23,8 +23,8 @@ const char* const kExitCodes =
     "  7  services that depend on it run              305\n"
     "  8  not implemented on this platform              1\n"
     "\n"
-    "kestsc COMMAND --help tells more about a command. Services are those of $KEST_STATE_DIR; unset, of\n"
-    "/var/lib/kest for root and of $XDG_STATE_HOME/kest (~/.local/state/kest) for others.\n";
+    "kestsc COMMAND --help explains a command. The services are in $KEST_STATE_DIR; when that is unset,\n"
+    "in /var/lib/kest for root and in $XDG_STATE_HOME/kest (~/.local/state/kest) for others.\n";
 
 std::string nameOf(const OptionEntry& option) {
     const std::string value = option.value;
@@ -36,7 +36,7 @@ std::string callOf(const CommandEntry& command) {
     return command.name + (arguments.empty() ? "" : " " + arguments);
 }
 
-// Those that a set of bits holds.
+// The options whose bits are set.
 std::string optionTable(unsigned bits) {
     std::vector<Row> rows;
     for (const OptionEntry& option : kOptions) {

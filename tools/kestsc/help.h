@@ -7,10 +7,10 @@
 
 namespace kestsc {
 
-/// What kestsc does, with every command and an example for each, every option and every exit code.
+/// Returns the help of kestsc: each command with an example, the options and the exit codes.
 std::string generalHelp();
 
-/// One command: what it does, what it takes, an example.
+/// Returns the help of one command: what it does, its options, an example.
 std::string commandHelp(const CommandEntry& command);
 
 std::string versionText();

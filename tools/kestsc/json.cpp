@@ -13,10 +13,10 @@ std::string jsonText(std::string_view text) {
     while (!text.empty()) {
         const Character each = firstCharacter(text);
         if (!each.valid || isControl(each.code)) {
-            constexpr char32_t replacement = 0xFFFD;
+            constexpr char32_t kReplacement = 0xFFFD;
             char escaped[12];
             std::snprintf(escaped, sizeof escaped, "\\u%04X",
-                          static_cast<unsigned>(each.valid ? each.code : replacement));
+                          static_cast<unsigned>(each.valid ? each.code : kReplacement));
             json += escaped;
         } else {
             if (each.code == U'"' || each.code == U'\\') json += '\\';

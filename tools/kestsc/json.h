@@ -1,4 +1,4 @@
-// JSON, as much as kestsc writes. Results are always well-formed: what is no UTF-8 becomes U+FFFD.
+// Writes JSON, only what kestsc needs. Results are always well-formed: bytes that are not UTF-8 become U+FFFD.
 #pragma once
 
 #include <cstdint>
@@ -8,21 +8,21 @@
 
 namespace kestsc {
 
-/// The text in quotes, with all escaped that has to be, and control characters of every kind.
+/// Returns the text in quotes. Escapes quotes, backslashes and all control characters.
 std::string jsonText(std::string_view text);
 
-/// An array of values that are JSON already.
+/// Returns an array of values that are already JSON.
 std::string jsonArray(const std::vector<std::string>& values);
 
-/// An array of texts.
+/// Returns an array of texts.
 std::string jsonTexts(const std::vector<std::string>& texts);
 
-/// An object; members stand in the order in which they were added. Names are plain and not checked.
+/// An object. Members keep the order in which they were added. Names are not escaped.
 class JsonObject {
   public:
     JsonObject& add(std::string_view name, std::string_view text) { return addJson(name, jsonText(text)); }
     JsonObject& add(std::string_view name, std::int64_t number) { return addJson(name, std::to_string(number)); }
-    /// Adds a value that is JSON already.
+    /// Adds a value that is already JSON.
     JsonObject& addJson(std::string_view name, std::string_view value);
     std::string text() const { return '{' + m_members + '}'; }
 

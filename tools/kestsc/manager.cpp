@@ -5,7 +5,7 @@ namespace {
 
 namespace platform = KestSupport::platform;
 
-// Owns what the call stores, which is null when it fails.
+// Returns an owner of the handle that the call stores. Throws a Failure when the call fails.
 template <typename Open>
 SharedHandle owned(const Task& task, Open open) {
     platform::ServiceManager& services = platform::serviceManager();
@@ -18,9 +18,9 @@ SharedHandle owned(const Task& task, Open open) {
 
 Manager::Manager(const Task& task)
     : m_handle(owned(task, [](platform::ServiceManager& services, void*& handle) {
-          constexpr std::uint32_t access = platform::kServiceManagerConnect | platform::kServiceManagerCreateService |
-                                           platform::kServiceManagerEnumerate;
-          return services.openManager(access, handle);
+          constexpr std::uint32_t kAccess = platform::kServiceManagerConnect | platform::kServiceManagerCreateService |
+                                            platform::kServiceManagerEnumerate;
+          return services.openManager(kAccess, handle);
       })) {}
 
 SharedHandle Manager::open(const Task& task, std::uint32_t access) const {

@@ -1,4 +1,4 @@
-// The service manager's client side for one command: handles that close themselves, failures that are thrown.
+// The client side of the service manager for one command. Handles have owners, and failures are thrown.
 #pragma once
 
 #include <memory>
@@ -10,19 +10,19 @@
 
 namespace kestsc {
 
-/// An open handle of the service manager, closed with its last owner.
+/// An open handle of the service manager. The last owner closes it.
 using SharedHandle = std::shared_ptr<void>;
 
 class Manager {
   public:
-    /// Connects. Throws a Failure, as everything here, with the task that the caller names.
+    /// Connects. This and the other calls throw a Failure with the caller's task.
     explicit Manager(const Task& task);
 
     SharedHandle open(const Task& task, std::uint32_t access) const;
     SharedHandle create(const Task& task, const KestSupport::platform::ServiceConfiguration& configuration,
                         std::uint32_t access) const;
 
-    /// Every service, in the order of the names.
+    /// Returns every service, sorted by name.
     std::vector<KestSupport::platform::ServiceEntry> list(const Task& task) const;
     KestSupport::platform::ServiceConfiguration configurationOf(const Task& task) const;
 

@@ -6,10 +6,10 @@
 
 namespace kestsc {
 
-// With blanks, since not every terminal knows how to clear a line.
+// Blanks overwrite the rest of the last text, because not every terminal can clear a line.
 void Progress::show(const std::string& text) {
-    constexpr std::size_t mostCharacters = 72;
-    std::string next = shortened(text, mostCharacters);
+    constexpr std::size_t kMostCharacters = 72;
+    std::string next = shortened(text, kMostCharacters);
     if (!m_shown || next == m_text) return;
     const std::size_t before = displayWidth(m_text);
     const std::size_t now = displayWidth(next);

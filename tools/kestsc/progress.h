@@ -1,5 +1,4 @@
-// The line that tells a person what is being waited for. It is written over and over in the same place, and gone at the
-// end.
+// The progress line of a terminal: says what kestsc waits for. Each text replaces the last one, and the end clears it.
 #pragma once
 
 #include <cstddef>
@@ -10,13 +9,13 @@ namespace kestsc {
 
 class Progress {
   public:
-    /// Writes nothing at all unless `shown`.
+    /// Writes nothing unless `shown`.
     Progress(std::FILE* stream, bool shown) : m_stream(stream), m_shown(shown) {}
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
     ~Progress() { show(""); }
 
-    /// Puts the printable text, cut to what a narrow terminal shows in one line, in the place of the last one.
+    /// Replaces the shown text. The new text is printable; it is cut to the line of a narrow terminal.
     void show(const std::string& text);
 
   private:

@@ -1,4 +1,4 @@
-// list, status, and config without a change.
+// The commands list and status, and config without a change.
 #include "queries.h"
 
 #include "command_line.h"
@@ -15,7 +15,7 @@ std::string processText(const ServiceStatus& status) {
     return status.processId == 0 ? "-" : std::to_string(status.processId);
 }
 
-// A service may have gone, or be damaged, since it was listed.
+// The service may have been deleted or damaged after the listing.
 std::string startTypeText(const Manager& manager, const std::string& name) {
     try {
         return startWord(manager.configurationOf({"list", name}).startType);
@@ -24,11 +24,11 @@ std::string startTypeText(const Manager& manager, const std::string& name) {
     }
 }
 
-// What is told about one service; why its display name is not known, if that is so.
-struct Told {
+// What status shows.
+struct StatusView {
     std::string name;
     std::string displayName;
-    ErrorCode error = 0;
+    ErrorCode error = 0;  // why the display name is unknown
     ServiceStatus status;
     std::string failure;
 };
@@ -37,7 +37,7 @@ std::string displayText(const std::string& displayName, ErrorCode error) {
     return error == 0 ? displayName : "damaged: " + errorText(error);
 }
 
-std::string formatJson(const Told& service) {
+std::string formatJson(const StatusView& service) {
     const ServiceStatus& status = service.status;
     JsonObject json;
     json.add("name", service.name).add("displayName", service.displayName).add("error", service.error);
@@ -49,7 +49,7 @@ std::string formatJson(const Told& service) {
     return json.text();
 }
 
-std::string formatText(const Told& service) {
+std::string formatText(const StatusView& service) {
     const ServiceStatus& status = service.status;
     std::vector<Row> rows{{"Service", service.name},
                           {"Display name", displayText(service.displayName, service.error)},
@@ -94,18 +94,18 @@ void showStatus(const CommandLine& line, Report& report) {
     const Task task{"status", line.service};
     const Manager manager(task);
     const SharedHandle service = manager.open(task, platform::kServiceQueryStatus);
-    Told told;
-    told.name = line.service;
-    require(task, platform::serviceManager().queryStatus(service.get(), told.status));
-    platform::serviceManager().queryFailureText(service.get(), told.failure);
+    StatusView view;
+    view.name = line.service;
+    require(task, platform::serviceManager().queryStatus(service.get(), view.status));
+    platform::serviceManager().queryFailureText(service.get(), view.failure);
     try {
-        told.displayName = manager.configurationOf(task).displayName;
+        view.displayName = manager.configurationOf(task).displayName;
     } catch (const Failure& failure) {
-        // What a damaged service does can be told all the same.
-        told.error = failure.error();
+        // The state of a damaged service is still known.
+        view.error = failure.error();
     }
-    report.show(report.asJson() ? formatJson(told) : formatText(told));
-    if (told.status.currentState == platform::kServiceStopped) report.setExitCode(kExitNotRunning);
+    report.show(report.asJson() ? formatJson(view) : formatText(view));
+    if (view.status.currentState == platform::kServiceStopped) report.setExitCode(kExitNotRunning);
 }
 
 void showConfiguration(const Manager& manager, const Task& task, Report& report) {

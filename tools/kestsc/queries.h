@@ -1,4 +1,4 @@
-// What config shows when it has nothing to change.
+// What config shows when it is called without a change.
 #pragma once
 
 #include "manager.h"

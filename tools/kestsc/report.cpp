@@ -21,7 +21,7 @@ void complain(const std::string& line) {
     std::fprintf(stderr, "kestsc: %s\n", line.c_str());
 }
 
-// At once, since the next operation may take its time.
+// Written at once, because the next operation may take long.
 void Report::succeed(const Task& task, const std::string& outcome) {
     if (!m_asJson) write(printable(task.service) + ": " + printable(outcome) + '\n');
     m_results.push_back(resultOf(task, 0, 0, outcome));

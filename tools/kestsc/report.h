@@ -1,4 +1,4 @@
-// What a command tells: lines for people as things happen, or one JSON document at the end; and the exit code.
+// The output of a command: a line for each result as it happens, or one JSON document at the end; and the exit code.
 #pragma once
 
 #include <optional>
@@ -15,18 +15,18 @@ class Report {
 
     bool asJson() const { return m_asJson; }
 
-    /// What a command shows at its end, on standard output, in the form that asJson tells; unless something failed.
+    /// Sets the text that finish writes to standard output unless an operation failed. It is JSON if asJson is true.
     void show(const std::string& text) { m_shown = text; }
 
-    /// An operation has succeeded; the outcome is the end of a sentence that begins with the service: "started".
+    /// Records a success. The outcome ends a line that begins with the service's name: "web: started".
     void succeed(const Task& task, const std::string& outcome);
-    /// An operation has failed: one line on standard error, in either form. The first failure gives the exit code.
+    /// Records a failure and writes it to standard error, with JSON too. The first failure decides the exit code.
     void fail(const Failure& failure);
 
-    /// The exit code of what is no failure, such as the status of a service that is stopped.
+    /// Sets an exit code that is not a failure's, such as that of status for a stopped service.
     void setExitCode(ExitCode code) { m_exitCode = code; }
 
-    /// Writes what is still to be written and gives the exit code.
+    /// Writes the pending output and returns the exit code.
     ExitCode finish();
 
   private:
@@ -40,7 +40,7 @@ class Report {
     std::vector<std::string> m_results;  // JSON
 };
 
-/// One line on standard error, behind the program's name. The line is printable.
+/// Writes the program's name and the printable line to standard error.
 void complain(const std::string& line);
 
 }  // namespace kestsc

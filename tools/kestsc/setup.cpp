@@ -1,4 +1,4 @@
-// install, delete, config.
+// The commands install, delete and config.
 #include "command_line.h"
 #include "queries.h"
 #include "report.h"
@@ -10,7 +10,7 @@ namespace platform = KestSupport::platform;
 
 }  // namespace
 
-// Done as a whole or not at all.
+// Deletes the new service again when it cannot set the description.
 void installOne(const CommandLine& line, Report& report) {
     const Task task{"install", line.service};
     platform::ServiceConfiguration wanted;
@@ -39,7 +39,7 @@ void deleteOne(const CommandLine& line, Report& report) {
     ServiceStatus status;
     const bool isGone =
         platform::serviceManager().queryStatus(service.get(), status) == platform::errorServiceDoesNotExist;
-    report.succeed(task, isGone ? "deleted" : "marked for deletion, goes when it has stopped");
+    report.succeed(task, isGone ? "deleted" : "marked for deletion; it is deleted when it stops");
 }
 
 void configureOne(const CommandLine& line, Report& report) {

@@ -1,4 +1,4 @@
-// Aligned columns for people.
+// Tables with aligned columns.
 #pragma once
 
 #include <string>
@@ -8,8 +8,8 @@ namespace kestsc {
 
 using Row = std::vector<std::string>;
 
-/// The rows as lines, each column as wide as its widest cell, with two blanks between. Cells may hold anything; they
-/// are made printable here. No line ends in blanks.
+/// Returns the rows as lines. Each column is as wide as its widest cell; two blanks separate columns. Cells are made
+/// printable. No line ends in blanks.
 std::string formatTable(const std::vector<Row>& rows);
 
 }  // namespace kestsc

@@ -15,7 +15,7 @@ struct Range {
 constexpr Range kControls[] = {{0x00, 0x1F},     {0x7F, 0x9F},     {0x61C, 0x61C},   {0x200E, 0x200F},
                                {0x2028, 0x202E}, {0x2066, 0x2069}, {0xFEFF, 0xFEFF}, {0xFFF9, 0xFFFB}};
 
-std::string writtenOut(const char* format, char32_t code) {
+std::string escaped(const char* format, char32_t code) {
     char text[12];
     std::snprintf(text, sizeof text, format, static_cast<unsigned>(code));
     return text;
@@ -35,9 +35,9 @@ Character firstCharacter(std::string_view text) noexcept {
         if ((next & 0xC0U) != 0x80) return broken;
         code = code << 6U | (next & 0x3FU);
     }
-    constexpr char32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
+    constexpr char32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
     const bool isSurrogate = code >= 0xD800 && code <= 0xDFFF;
-    if (code < smallest[bytes] || code > 0x10FFFF || isSurrogate) return broken;
+    if (code < kSmallest[bytes] || code > 0x10FFFF || isSurrogate) return broken;
     return {code, bytes, true};
 }
 
@@ -53,7 +53,7 @@ std::string printable(std::string_view text) {
         if (each.valid && !isControl(each.code)) {
             shown += text.substr(0, each.bytes);
         } else {
-            shown += writtenOut(each.valid && each.code > 0x7F ? "\\u%04X" : "\\x%02X", each.code);
+            shown += escaped(each.valid && each.code > 0x7F ? "\\u%04X" : "\\x%02X", each.code);
         }
         text.remove_prefix(each.bytes);
     }

@@ -1,4 +1,4 @@
-// Texts as they are shown: names, descriptions and arguments are other people's, and a terminal obeys what it is sent.
+// Makes texts safe to show. Names, descriptions and arguments may contain sequences that control a terminal.
 #pragma once
 
 #include <cstddef>
@@ -7,8 +7,8 @@
 
 namespace kestsc {
 
-/// The first character of a text that is not empty. A byte that begins no well-formed UTF-8 sequence is a character of
-/// its own, and not valid.
+/// The first character of a text that is not empty. A byte that does not begin a well-formed UTF-8 sequence is one
+/// character that is not valid.
 struct Character {
     char32_t code;
     std::size_t bytes;
@@ -16,17 +16,17 @@ struct Character {
 };
 Character firstCharacter(std::string_view text) noexcept;
 
-/// Whether a terminal or an editor does something with the character other than to show it. So do those that turn the
-/// direction of a line, which can make it read as another one.
+/// Returns whether the character controls a terminal or an editor. Characters that change the direction of a line count
+/// too, because they can make a line read as another one.
 bool isControl(char32_t code) noexcept;
 
-/// The text as a part of one line: control characters and bytes that are no UTF-8 are written out (\x0A, \u202E, \xFF).
+/// Returns the text for use within a line. Escapes control characters and bytes that are not UTF-8: \x0A, \u202E, \xFF.
 std::string printable(std::string_view text);
 
-/// The columns that a printable text takes: one for each code point.
+/// Returns the number of columns of a printable text: one for each code point.
 std::size_t displayWidth(std::string_view text) noexcept;
 
-/// The first code points of the text, so many at most; "..." stands for what is cut off.
+/// Returns at most the given number of code points of the text; "..." replaces the rest.
 std::string shortened(std::string_view text, std::size_t mostCharacters);
 
 }  // namespace kestsc

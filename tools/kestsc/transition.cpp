@@ -15,7 +15,7 @@ namespace platform = KestSupport::platform;
 
 void awaitRunning(Wait& wait, const Task& task) {
     for (;;) {
-        const ServiceStatus status = wait.look();
+        const ServiceStatus status = wait.queryStatus();
         switch (status.currentState) {
             case platform::kServiceStartPending:
                 break;
@@ -31,14 +31,14 @@ void awaitRunning(Wait& wait, const Task& task) {
 
 void awaitStopped(Wait& wait, const Task& task) {
     for (;;) {
-        const ServiceStatus status = wait.look();
+        const ServiceStatus status = wait.queryStatus();
         if (status.currentState == platform::kServiceStopped) return;
         if (status.currentState != platform::kServiceStopPending) failFor(task, status, "stopped");
         wait.pause();
     }
 }
 
-// The services that are not stopped and depend on this one.
+// Returns the services that depend on this one and are not stopped.
 std::vector<std::string> runningDependents(const Manager& manager, const Task& task) {
     std::vector<std::string> dependents;
     for (const platform::ServiceEntry& entry : manager.list(task)) {
@@ -61,7 +61,7 @@ std::string stateOf(const Manager& manager, const Task& task) {
     }
 }
 
-// The services that this one depends on and that do not run, each with its state.
+// Returns the services that this one depends on and that do not run, each with its state: "db is stopped".
 std::vector<std::string> missingDependencies(const Manager& manager, const Task& task) {
     std::vector<std::string> missing;
     std::vector<std::string> needed = platform::dependencyNames(manager.configurationOf(task).dependencies);
@@ -72,7 +72,7 @@ std::vector<std::string> missingDependencies(const Manager& manager, const Task&
     return missing;
 }
 
-// Fails for what other services are or are not, and names them.
+// Fails because of the states of other services, and names them.
 [[noreturn]] void failForOthers(const Manager& manager, const Task& task, ErrorCode error) {
     std::string reason = errorText(error);
     try {
@@ -80,7 +80,7 @@ std::vector<std::string> missingDependencies(const Manager& manager, const Task&
         const auto others = isStop ? runningDependents(manager, task) : missingDependencies(manager, task);
         if (!others.empty()) reason += ": " + listed(others);
     } catch (const Failure&) {
-        // Who they are is not worth another failure.
+        // The first failure is reported without the names.
     }
     throw Failure(task, error, reason);
 }
@@ -96,7 +96,7 @@ std::vector<std::string> missingDependencies(const Manager& manager, const Task&
     }
 }
 
-// Undoes a start that this program was asked to end in: a program that is not ended would stay start pending.
+// Undoes the start during which this program was asked to end. The started program would stay start pending.
 [[noreturn]] void undoStart(const SharedHandle& service, const Interrupted& interrupted, std::uint32_t process) {
     ServiceStatus status;
     platform::ServiceManager& services = platform::serviceManager();
@@ -117,8 +117,8 @@ std::vector<std::string> missingDependencies(const Manager& manager, const Task&
 
 std::string startService(const Manager& manager, const Task& task, const std::vector<std::string>& arguments,
                          const Patience& patience) {
-    constexpr std::uint32_t access = platform::kServiceStart | platform::kServiceStop | platform::kServiceQueryStatus;
-    const SharedHandle service = manager.open(task, access);
+    constexpr std::uint32_t kAccess = platform::kServiceStart | platform::kServiceStop | platform::kServiceQueryStatus;
+    const SharedHandle service = manager.open(task, kAccess);
     ErrorCode error = 0;
     Wait wait(task, service, patience, [] { platform::serviceManager().cancelStarts(); });
     try {
@@ -126,10 +126,10 @@ std::string startService(const Manager& manager, const Task& task, const std::ve
             wait.call([&] { return error = platform::serviceManager().startService(service.get(), arguments); });
             if (error == 0) break;
             if (error != platform::errorServiceAlreadyRunning) failToChange(manager, task, error);
-            const std::uint32_t state = wait.look().currentState;
+            const std::uint32_t state = wait.queryStatus().currentState;
             const bool isEnding = state == platform::kServiceStopped || state == platform::kServiceStopPending;
             if (!isEnding && patience.waits) awaitRunning(wait, task);
-            if (!isEnding) return "is already " + stateWord(wait.look().currentState);
+            if (!isEnding) return "is already " + stateWord(wait.queryStatus().currentState);
             if (!patience.waits) throw Failure(task, error, "its last run is still ending");
             wait.pause();
         }
@@ -155,7 +155,7 @@ std::string askToStop(const Manager& manager, const Task& task, const SharedHand
         if (error == 0) break;
         if (error == platform::errorServiceNotActive) return "is not running";
         if (error != platform::errorServiceCannotAcceptControl) failToChange(manager, task, error);
-        const std::uint32_t state = wait.look().currentState;
+        const std::uint32_t state = wait.queryStatus().currentState;
         if (state == platform::kServiceStopPending || state == platform::kServiceStopped) break;
         if (!patience.waits) throw Failure(task, error);
         wait.pause();

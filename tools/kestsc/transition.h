@@ -1,4 +1,4 @@
-// Starting and stopping one service, up to the state that is wanted.
+// Starts or stops one service and waits for the new state.
 #pragma once
 
 #include <string>
@@ -9,14 +9,15 @@
 
 namespace kestsc {
 
-/// Starts the service that the task names and waits until it runs. What has happened, as a sentence's end: "started",
-/// "is already running". A service whose last run is still ending is started when that is over. Throws a Failure, also
-/// for a service that stops instead; it names the services that this one depends on in vain.
+/// Starts the service of the task and waits until it runs. Returns the outcome: "started", "is already running". When
+/// the last run is still ending, waits for its end first. Throws a Failure, also when the service stops instead; the
+/// Failure names the services that this one depends on and that do not run.
 std::string startService(const Manager& manager, const Task& task, const std::vector<std::string>& arguments,
                          const Patience& patience);
 
-/// Stops the service and waits until it is stopped: "stopped", "is not running". One that is still starting is stopped
-/// as soon as it takes controls. Throws a Failure; while others depend on the service, it names them.
+/// Stops the service of the task and waits until it is stopped. Returns the outcome: "stopped", "is not running",
+/// "killed". A service that is still starting is stopped as soon as it accepts controls. Throws a Failure, which names
+/// the running services that depend on this one.
 std::string stopService(const Manager& manager, const Task& task, const Patience& patience);
 
 }  // namespace kestsc

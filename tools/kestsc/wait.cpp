@@ -17,7 +17,7 @@ using std::chrono::milliseconds;
 constexpr milliseconds kShortestStep{50};
 constexpr milliseconds kLongestStep{500};
 constexpr milliseconds kUsualPatience{30'000};
-constexpr milliseconds kLongestHint{600'000};  // what is more is a slip of the service rather than a promise
+constexpr milliseconds kLongestHint{600'000};  // a longer hint is taken for a mistake of the service
 
 std::string seconds(milliseconds time) {
     return std::to_string(std::chrono::duration_cast<std::chrono::seconds>(time).count()) + " s";
@@ -34,7 +34,7 @@ Wait::Wait(const Task& task, const SharedHandle& service, const Patience& patien
     if (m_cancel) m_held.emplace();
 }
 
-ServiceStatus Wait::look() {
+ServiceStatus Wait::queryStatus() {
     ServiceStatus status;
     const ErrorCode error = platform::serviceManager().queryStatus(m_service.get(), status);
     if (error == platform::errorServiceDoesNotExist) {
@@ -47,14 +47,14 @@ ServiceStatus Wait::look() {
 }
 
 ErrorCode Wait::call(std::function<ErrorCode()> work) {
-    constexpr milliseconds refresh{200};
+    constexpr milliseconds kRefresh{200};
     const Clock::time_point begin = Clock::now();
     std::packaged_task<ErrorCode()> task(std::move(work));
     std::future<ErrorCode> result = task.get_future();
     const std::jthread worker(std::move(task));
     int request = 0;
-    while (result.wait_for(refresh) != std::future_status::ready) {
-        look();
+    while (result.wait_for(kRefresh) != std::future_status::ready) {
+        queryStatus();
         showProgress();
         if (request != 0) continue;
         request = askForEnd(milliseconds(0));
@@ -65,7 +65,7 @@ ErrorCode Wait::call(std::function<ErrorCode()> work) {
     return result.get();
 }
 
-// 0, or the request that has come. Without requests to hold back it sleeps.
+// Waits that long. Returns the request to end that arrives during that time, or 0. Without held requests it sleeps.
 int Wait::askForEnd(milliseconds time) {
     if (m_held) return m_held->wait(static_cast<std::uint32_t>(time.count()));
     std::this_thread::sleep_for(time);
@@ -92,11 +92,11 @@ milliseconds Wait::left() const {
     return std::chrono::ceil<milliseconds>(m_begin + m_inCalls + limit() - Clock::now());
 }
 
-// A service that gets on is looked at more closely again.
+// A service that makes progress is queried more often again.
 void Wait::note(const ServiceStatus& status) {
     m_longestHint = std::clamp(milliseconds(status.waitHint), m_longestHint, kLongestHint);
     if (status.currentState != m_seen.currentState || status.checkPoint != m_seen.checkPoint) {
-        m_gotOn = Clock::now();
+        m_lastProgress = Clock::now();
         m_step = milliseconds(0);
     }
     m_seen = status;
@@ -110,8 +110,9 @@ void Wait::showProgress() {
 }
 
 void Wait::giveUp() {
-    std::string reason = "timed out after " + seconds(limit()) + "; the service is " + stateWord(look().currentState);
-    const Clock::duration silence = Clock::now() - m_gotOn;
+    std::string reason =
+        "timed out after " + seconds(limit()) + "; the service is " + stateWord(queryStatus().currentState);
+    const Clock::duration silence = Clock::now() - m_lastProgress;
     if (m_seen.waitHint != 0 && silence > milliseconds(m_seen.waitHint)) reason += " and reports no progress";
     throw Failure::timedOut(m_task, reason);
 }

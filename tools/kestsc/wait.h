@@ -1,5 +1,5 @@
-// Waiting for a service: for a call of the manager that takes its time, and for a state. The user's patience bounds
-// both together.
+// Waits for a service: for a call of the manager, and for a state. The user's time-out limits the wait for a state;
+// time within calls is not counted.
 #pragma once
 
 #include <chrono>
@@ -16,33 +16,34 @@
 namespace kestsc {
 
 struct Patience {
-    bool waits = true;    ///< false: for no state
-    bool forces = false;  ///< a service that does not stop is killed
-    /// Without it 30 seconds, or the longest wait hint of the service when that is more, ten minutes at most.
+    bool waits = true;    ///< false: return without waiting for the state
+    bool forces = false;  ///< kill a service that does not stop
+    /// The time-out. Default: 30 seconds, or the longest wait hint of the service if that is more, at most ten minutes.
     std::optional<std::uint32_t> seconds;
 };
 
-/// One wait, which begins with the object's construction. For one thread.
+/// One wait. It begins with the construction of the object. For one thread.
 class Wait {
   public:
-    /// What is to be done when this program is asked to end, so that a call under way returns.
+    /// Called when this program is asked to end. It makes a pending call return.
     using Cancel = std::function<void()>;
 
-    /// With `cancel`, a request to end is held back: it throws Interrupted, out of call and pause, after `cancel`.
+    /// With `cancel`, a request to end does not end this program at once: call and pause run `cancel` and throw
+    /// Interrupted.
     Wait(const Task& task, const SharedHandle& service, const Patience& patience, Cancel cancel = nullptr);
 
-    /// The service's status; stopped for one that is gone, as a service that was marked for deletion is when it has
-    /// stopped. Throws a Failure.
-    ServiceStatus look();
+    /// Returns the service's status. A service that does not exist counts as stopped: one that is marked for deletion
+    /// is deleted when it stops. Throws a Failure.
+    ServiceStatus queryStatus();
 
-    /// Makes the call, which may take its time, and gives its result. Does not use patience up.
+    /// Makes the call, which may take long, and returns its result. The time-out does not count this time.
     ErrorCode call(std::function<ErrorCode()> work);
 
-    /// Sleeps, starting at 50 ms and doubling up to 500 ms while the service makes no progress. Throws the Failure of a
-    /// time-out, with the state that the service is in, when patience is at its end.
+    /// Sleeps, starting at 50 ms and doubling up to 500 ms while the service makes no progress. Throws a Failure with
+    /// the service's state at the time-out.
     void pause();
 
-    /// The process of the service, as it was last seen; 0 without one.
+    /// The process id in the last status; 0 without a process.
     std::uint32_t process() const { return m_seen.processId; }
 
   private:
@@ -62,9 +63,9 @@ class Wait {
     const Cancel m_cancel;
     std::optional<KestSupport::platform::Interruption> m_held;
     const Clock::time_point m_begin = Clock::now();
-    Clock::time_point m_gotOn = m_begin;  // when the state or the check point last changed
+    Clock::time_point m_lastProgress = m_begin;  // the last change of the state or the check point
     Clock::duration m_inCalls{0};
-    ServiceStatus m_seen;  // what was seen last
+    ServiceStatus m_seen;  // the last status
     Milliseconds m_longestHint{0};
     Milliseconds m_step{0};
     Progress m_progress;

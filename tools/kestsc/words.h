@@ -1,4 +1,4 @@
-// The words for what services are and have, and back: states, start types, lists of dependencies.
+// Translates numbers of the service manager to words and back: states, start types, controls, dependencies.
 #pragma once
 
 #include <optional>
@@ -12,29 +12,29 @@ namespace kestsc {
 
 using KestSupport::platform::ServiceStatus;
 
-/// "running", "start pending" and so on.
+/// Returns the word for a state, such as "running" or "start pending".
 std::string stateWord(std::uint32_t state);
 
-/// "auto", "demand", "disabled"; another number as it is.
+/// Returns "auto", "demand" or "disabled"; for another number its digits.
 std::string startWord(std::uint32_t startType);
 
-/// The mirror of startWord for the three words.
+/// Returns the number of one of the three words.
 std::optional<std::uint32_t> startTypeOf(std::string_view word);
 
-/// The controls that a service takes, such as "stop".
+/// Returns the words for the accepted controls, such as "stop".
 std::vector<std::string> controlWords(std::uint32_t accepted);
 
-/// How a service ended that is stopped: "no error", or what its exit codes say.
+/// Describes the exit codes of a stopped service; "no error" for 0.
 std::string endText(const ServiceStatus& status);
 
-/// The texts with ", " between.
+/// Joins the texts with ", ".
 std::string listed(const std::vector<std::string>& texts);
 
-/// Names as the service manager takes them, from names with commas between. An empty text has none; nothing when one
-/// of several is empty.
+/// Converts "A,B" to the list of the service manager, in which a NUL ends each name. An empty text gives an empty list.
+/// Returns nothing when one of several names is empty.
 std::optional<std::string> dependenciesOf(const std::string& names);
 
-/// UTF-8 to wide text and back.
+/// Convert between UTF-8 and wide text.
 KestSupport::wstring16 wideText(const std::string& text);
 std::string narrowText(const KestSupport::wstring16& text);
 

@@ -28,12 +28,12 @@ std::string now() {
     return text;
 }
 
-// The status is kept as one word, whatever the language of its reader.
+// The state file keeps the status as the same word in every language.
 std::string shownStatus(const std::string& status) {
     return status == "running" || status == "stopped" ? say("status." + status) : printable(status);
 }
 
-// Everything in the state but the seal itself, as it stands in the file.
+// Returns the text of the state file without the seal.
 std::string sealedText(const StateFile::Properties& state) {
     std::string text;
     for (const auto& [name, values] : state.getProperties()) {
@@ -62,8 +62,8 @@ class Agent::Sampling {
         if (!thread.isAlive()) throw BadInput(say("error.thread", {thread.getName()}), say("error.noThread"));
     }
 
-    // The members end in the reverse order: the sampler, which may be about to produce; then what is left of the
-    // samples is dropped and their end announced; then the recorder, which finds that end.
+    // The members are destroyed in reverse order: the sampler ends, which may still produce a sample; then m_ending
+    // drops the remaining samples and closes the exchange; then the recorder finds it closed and ends.
     struct Ending {
         SampleExchange& exchange;
         ~Ending() { exchange.produceSentinel(true); }
@@ -87,7 +87,7 @@ Agent::Agent(Settings settings, Load load, const StateFile& stateFile)
 
 Agent::~Agent() = default;
 
-// A new watcher continues from the value and the crossings of the former one of its figure.
+// A new watcher takes the value and the crossings of the former watcher of the same figure.
 void Agent::makeWatchers(const Settings& former) {
     const auto formerWatchers = std::exchange(m_watchers, {});
     m_state = StateFile::Properties(false);
@@ -135,8 +135,8 @@ void Agent::startSampling() {
         m_settings.interval, [this] { return read(); }, [this](const Sample& sample) { record(sample); });
 }
 
-// Settings that cannot be used change nothing. The threads end first: they speak the language that the settings may
-// change. A reload before startIt is left to startIt's threads; one after stopIt comes too late.
+// Settings with an error change nothing. The threads end first, because they use the language, which a reload may
+// change. Before startIt a reload starts no threads; after stopIt it does nothing.
 void Agent::reload() {
     const std::lock_guard guard(m_lifeLock);
     if (m_over) return;
@@ -159,7 +159,7 @@ void Agent::reload() {
     }
 }
 
-// The log and the state file stay what they are: the records of one run are in one place.
+// One run keeps its log and its state file, so that its records are in one place.
 void Agent::useSettings(Settings fresh) {
     for (const auto& [name, member] :
          {std::pair{"state.file", &Settings::stateFile}, {"log.file", &Settings::logFile}}) {
@@ -219,8 +219,8 @@ void Agent::record(const Sample& sample) {
     if (isDone()) stop();
 }
 
-// A disk may be full now and have room at the next sample: a state that cannot be saved is logged once for each reason.
-// Only one that cannot be saved at the end is a failure of the run.
+// A full disk may have room at the next sample. So a state that cannot be saved is logged, once for each reason, and
+// the agent continues. Only a failure to save the last state is a failure of the run.
 void Agent::saveState(const std::string& status) {
     std::string reason;
     try {

@@ -1,9 +1,9 @@
-// The agent: watchers whose figures are read at a timer's pace, limits that are watched, and a state that is saved
-// after each sample, hosted by KestService.
+// The agent: a KestService that reads the figures of its watchers on a timer, compares them with their limits, and
+// saves its state after each sample.
 //
-// Threads: the sampler reads, the recorder logs, compares and saves. Both begin in startIt and have ended when stopIt
-// returns; what they share is the queue between them. A reload ends them, replaces the settings and starts them again.
-// startIt, stopIt and a reload exclude each other, and what the recorder changes they touch only while it does not run.
+// Threads: the sampler reads the figures; the recorder logs them, compares them and saves the state. A queue connects
+// them. startIt starts both, stopIt ends both. A reload ends them, replaces the settings and starts them again.
+// startIt, stopIt and a reload exclude each other; they touch the recorder's data only while no recorder runs.
 #pragma once
 
 #include <support/service.h>
@@ -27,13 +27,13 @@ class Agent : public KestSupport::KestService {
   public:
     using Load = std::function<Settings()>;
 
-    /// `load` gives the settings, now and at each request to read them again. The file outlives the agent.
+    /// `load` returns fresh settings at each reload. The state file outlives the agent.
     Agent(Settings settings, Load load, const StateFile& stateFile);
     ~Agent() override;
 
-    /// Why the run ended, when it was not asked to end; else empty.
+    /// Returns why the run ended; empty when it ended on request.
     const std::string& failure() const { return m_failure; }
-    /// Whether it has been started at all: the manager does not start a program that it did not call.
+    /// Returns whether startIt was called. The manager does not call it in a program that it did not start.
     bool hasRun() const { return m_hasRun; }
 
   protected:
@@ -41,7 +41,7 @@ class Agent : public KestSupport::KestService {
     bool stopIt() override;
 
   private:
-    // What the threads of one set of settings share; ends them when it is destroyed.
+    // The threads for one set of settings, and their queue. The destructor ends the threads.
     class Sampling;
 
     void makeWatchers(const Settings& former);
@@ -63,7 +63,7 @@ class Agent : public KestSupport::KestService {
     Crossings m_crossings;
     std::vector<std::unique_ptr<Watcher>> m_watchers;
     int m_samples = 0;
-    std::string m_unsaved;  // why the latest state could not be saved; empty when it was
+    std::string m_unsaved;  // why the last state could not be saved; empty after a success
     std::string m_failure;
     std::atomic<bool> m_hasRun{false};
 

@@ -14,7 +14,7 @@ namespace {
 
 using KestSupport::KestLogging;
 
-// The logger cuts a name at its last dot, so that one without an extension would lose what follows a dot in its folder.
+// The logger cuts the name at its last dot. Without an extension that dot may be in the path: "/var/a.d/log".
 std::string baseName(const std::string& logFile) {
     const std::size_t dot = logFile.rfind('.');
     const std::size_t slash = logFile.rfind('/');
@@ -44,7 +44,7 @@ std::unique_ptr<KestLogging> openLog(const Settings& settings) {
     const bool toFile = !settings.logFile.empty();
     const int target = (toFile ? KestLogging::fileTarget : 0) |
                        (!toFile || settings.logToConsole ? KestLogging::standardOutputTarget : 0);
-    // The logger draws the number in the file's name; each run shall have a file of its own.
+    // The logger takes the number in the file name from rand(). The seed gives each run another file.
     std::srand(std::random_device{}());
     auto logging = std::make_unique<KestLogging>(baseName(settings.logFile), target, settings.logLevel);
     KestLogging::setInstance(*logging);

@@ -1,4 +1,4 @@
-// The agent's log: what it is written to, and how a line gets there.
+// The agent's log.
 #pragma once
 
 #include <support/logging.h>
@@ -14,19 +14,19 @@ namespace agent {
 inline constexpr int kLogWarnings = 1;  ///< crossings, and figures that cannot be read
 inline constexpr int kLogSamples = 3;   ///< start, end, and every figure
 
-/// Writes one record, if its level is shown.
+/// Writes one record unless the log level suppresses it.
 void logLine(const std::string& module, int level, const std::string& text);
 
-/// A figure as the log and the state file show it: two decimals, unless it is a whole number.
+/// Formats a figure for the log and the state file: without decimals if it is a whole number, else with two.
 std::string figureText(double value);
 
-/// Throws BadInput when no log file can be made; nothing is left behind.
+/// Throws BadInput when the log file cannot be created. Leaves no file.
 void requireLogFile(const Settings& settings);
 
-/// Gives the registered logger the levels of the settings.
+/// Sets the levels of the registered logger from the settings.
 void useLogLevels(const Settings& settings);
 
-/// The registered logger. Its file's name is that of the setting, a number, and ".log".
+/// Creates and registers the logger. Its file name is the setting, a number and ".log".
 std::unique_ptr<KestSupport::KestLogging> openLog(const Settings& settings);
 
 }  // namespace agent

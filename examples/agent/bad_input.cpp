@@ -2,16 +2,15 @@
 
 #include <support/exceptions.h>
 
-#include <exception>
-
 #include <cstdio>
+#include <exception>
 
 namespace agent {
 
 std::string printable(const std::string& text) {
-    constexpr std::size_t longest = 120;
+    constexpr std::size_t kLongest = 120;
     std::string shown;
-    for (const char each : text.substr(0, longest)) {
+    for (const char each : text.substr(0, kLongest)) {
         const auto byte = static_cast<unsigned char>(each);
         if (byte >= 0x20 && byte != 0x7F) {
             shown += each;
@@ -21,7 +20,7 @@ std::string printable(const std::string& text) {
         std::snprintf(escaped, sizeof escaped, "\\x%02X", static_cast<unsigned>(byte));
         shown += escaped;
     }
-    if (text.size() > longest) shown += "...";
+    if (text.size() > kLongest) shown += "...";
     return shown;
 }
 

@@ -1,4 +1,4 @@
-// What the user gave cannot be used: one line that names the thing and the reason. main prints it and ends with code 2.
+// An error in what the user gave: one line with the subject and the reason. main prints it and ends with code 2.
 #pragma once
 
 #include <stdexcept>
@@ -12,10 +12,10 @@ class BadInput : public std::runtime_error {
     explicit BadInput(const std::string& line) : std::runtime_error(line) {}
 };
 
-/// The text of the exception that is being handled. Only inside a catch clause.
+/// Returns the text of the current exception. For catch clauses only.
 std::string caughtReason();
 
-/// The text as part of one line: control characters are written out, and what is too long is cut.
+/// Returns the text for use within a line: control characters are escaped, and a long text is cut.
 std::string printable(const std::string& text);
 
 }  // namespace agent

@@ -19,7 +19,7 @@ const std::string kShortOptions = "hvcs:n:i:l:I";
 const std::string kLongOptions =
     ":help:version:console:settings.:samples.:interval.:log-level.:inventory:encipher.:install:remove:service:";
 
-// An option that takes its value from the next argument is also understood as --name=value.
+// Splits --name=value, because the library's options take a value from the next argument.
 std::vector<std::string> withSeparateValues(int argc, char** argv) {
     std::vector<std::string> words;
     for (int i = 0; i < argc; ++i) {
@@ -52,7 +52,7 @@ KestProgramOptions parse(std::vector<std::string> words) {
     }
 }
 
-// An absent option is told by an exception.
+// The library reports an absent option by an exception.
 std::optional<std::string> valueOf(const KestProgramOptions& options, const char* shortName, const char* longName) {
     try {
         return options.getSwitch(shortName, longName);
@@ -64,7 +64,7 @@ std::optional<std::string> valueOf(const KestProgramOptions& options, const char
 }  // namespace
 
 std::string usage() {
-    static constexpr std::pair<const char*, const char*> options[] = {
+    static constexpr std::pair<const char*, const char*> kOptions[] = {
         {"-s, --settings FILE", "help.settings"},
         {"-n, --samples N", "help.samples"},
         {"-i, --interval SECONDS", "help.interval"},
@@ -79,7 +79,7 @@ std::string usage() {
         {"-h, --help", "help.help"},
     };
     std::string text = say("help.purpose") + "\n\n";
-    for (const auto& [option, meaning] : options) {
+    for (const auto& [option, meaning] : kOptions) {
         std::string column = option;
         column.resize(24, ' ');
         text += "  " + column + say(meaning) + "\n";

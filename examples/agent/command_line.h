@@ -6,7 +6,7 @@
 
 namespace agent {
 
-/// What the user asked for; what is absent is left to the settings.
+/// The given options. For an absent option the settings decide.
 struct CommandLine {
     bool help = false;
     bool version = false;
@@ -22,10 +22,10 @@ struct CommandLine {
     std::optional<std::string> logLevel;
 };
 
-/// Throws BadInput for an option that there is not, one without its value, and an argument that is no option.
+/// Throws BadInput for an unknown option, an option without its value, and an argument that is not an option.
 CommandLine parseCommandLine(int argc, char** argv);
 
-/// The text of --help.
+/// Returns the text of --help.
 std::string usage();
 
 }  // namespace agent

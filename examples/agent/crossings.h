@@ -1,4 +1,4 @@
-// Who is told of crossings: they are logged, and counted for the state file.
+// The observer of the watchers. It logs each crossing and counts it for the state file.
 #pragma once
 
 #include <support/observer.h>
@@ -15,10 +15,10 @@ class Crossings : public KestSupport::KestDependent {
     void handleNotification(KestSupport::KestCollaborator& sender,
                             const KestSupport::KestNotification& notification) override;
 
-    /// How often the watcher's figure has risen above its limit.
+    /// Returns how often the watcher's figure has risen above its limit.
     int risesOf(const Watcher& watcher) const;
 
-    /// Counts for the watcher's property begin at 0 again.
+    /// Resets the count of the watcher's property to 0.
     void forget(const Watcher& watcher) { m_rises.erase(watcher.property()); }
 
   private:

@@ -46,7 +46,7 @@ void requireReadableText(const std::string& what, const std::string& file) {
     throw BadInput(what, say("error.notText", {std::to_string(line)}));
 }
 
-// "x": the file is made here and now, so a link that another program puts there is not followed.
+// With "x" fopen creates the file, so it does not follow a link that another program puts there.
 void makeEmptyFile(const std::string& what, const std::string& file) {
     std::remove(file.c_str());
     const OwnedFile made(std::fopen(file.c_str(), "wx"));

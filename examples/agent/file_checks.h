@@ -1,20 +1,20 @@
-// Whether a file can be read or written, with the system's reason when it cannot: the library's classes say only that
-// it could not be opened.
+// Checks whether a file can be read or written. The errors contain the system's reason; those of the library's classes
+// say only that a file could not be opened.
 #pragma once
 
 #include <string>
 
 namespace agent {
 
-/// Throws BadInput, beginning with `what`, unless the file is a regular one that can be read, of at most 1 MiB and
-/// without NULs.
+/// Throws BadInput, whose text begins with `what`, unless the file is a readable regular file of at most 1 MiB without
+/// NULs.
 void requireReadableText(const std::string& what, const std::string& file);
 
-/// Makes an empty file in place of what has that name; a link is replaced and what it leads to is left alone. Throws
-/// BadInput, beginning with `what`, when that fails.
+/// Creates an empty file and replaces any file of that name. A link is replaced; its target does not change. Throws
+/// BadInput, whose text begins with `what`, when that fails.
 void makeEmptyFile(const std::string& what, const std::string& file);
 
-/// Throws BadInput, beginning with `what`, unless `probe` can be made as makeEmptyFile does. It is removed afterwards.
+/// Creates `probe` as makeEmptyFile does and removes it. Throws BadInput, whose text begins with `what`, on failure.
 void requireCreatable(const std::string& what, const std::string& probe);
 
 }  // namespace agent

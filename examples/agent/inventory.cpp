@@ -16,7 +16,7 @@ using KestSupport::KestSmartPointer;
 using KestSupport::KestTreeNode;
 using Node = KestSmartPointer<KestTreeNode>;
 
-// Levels on the way that are not there yet are made as plain nodes.
+// Missing levels of the path are created as plain nodes.
 void put(KestTreeNode& root, std::vector<std::string> path, const std::string& value) {
     root.add(Node(new InventoryNode(value)), path);
 }

@@ -1,4 +1,4 @@
-// What the agent watches, and on what machine: a tree for kest-agent --inventory.
+// The tree that kest-agent --inventory prints: this machine, and what the agent watches.
 #pragma once
 
 #include <support/tree_node.h>
@@ -19,10 +19,10 @@ class InventoryNode : public KestSupport::KestTreeNode {
     std::string m_value;
 };
 
-/// The tree below the host's name, which is the root's key.
+/// Returns the tree. The key of the root is the host name.
 KestSupport::KestSmartPointer<KestSupport::KestTreeNode> takeInventory(const Settings& settings);
 
-/// One line for each node, in the order of their keys, indented by level.
+/// Returns one line for each node, sorted by key and indented by level.
 std::string inventoryText(KestSupport::KestTreeNode& root);
 
 }  // namespace agent

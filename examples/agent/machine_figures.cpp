@@ -15,7 +15,7 @@
 namespace agent {
 namespace {
 
-// A line of /proc/meminfo, such as "MemTotal:       16384 kB".
+// Returns the number of a line of /proc/meminfo, such as 16384 of "MemTotal:       16384 kB".
 std::optional<double> memoryLine(const std::string& wanted) {
     std::ifstream lines("/proc/meminfo");
     std::string name;
@@ -54,8 +54,8 @@ std::optional<double> MachineFigures::memoryUsedPercent() {
     return 100 * (*total - *available) / *total;
 }
 
-// The library's search, since std::filesystem's iterator ends the program when memory runs out. A process that ends
-// during the search may be counted or not.
+// Uses the library's search, because std::filesystem's iterator ends the program when memory runs out. A process that
+// ends during the search may be counted or not.
 std::optional<double> MachineFigures::processCount() {
     std::uint32_t count = 0;
     const std::string folder = "/proc/";
@@ -67,7 +67,7 @@ std::optional<double> MachineFigures::processCount() {
     return count;
 }
 
-// As df counts: what is kept for the administrator is in use for everybody else.
+// Counts as df does: the blocks reserved for root are not usable.
 std::optional<double> MachineFigures::diskUsedPercent(const std::string& path) {
     std::error_code error;
     const std::filesystem::space_info space = std::filesystem::space(path, error);

@@ -1,4 +1,4 @@
-// What the watchers watch: this machine's figures at one moment; and what machine it is.
+// Reads the watched figures of this machine, and its description.
 #pragma once
 
 #include <optional>
@@ -6,17 +6,17 @@
 
 namespace agent {
 
-/// Each figure is absent when the system does not tell it.
+/// A figure is absent when the system does not report it.
 struct MachineFigures {
     static std::optional<double> loadAverage();        ///< of the last minute
-    static std::optional<double> memoryUsedPercent();  ///< what programs could not get any more, of all
+    static std::optional<double> memoryUsedPercent();  ///< the part of the memory that is not available to programs
     static std::optional<double> processCount();
-    /// Of the file system that the path lies on.
+    /// For the file system of the path.
     static std::optional<double> diskUsedPercent(const std::string& path);
 
     static std::optional<double> memoryMebibytes();
-    static unsigned int processors();  ///< 0 when the system does not tell
-    /// Empty when the system does not tell it.
+    static unsigned int processors();  ///< 0 when the system does not report it
+    /// These are empty when the system does not report them.
     static std::string hostName();
     static std::string kernel();
 };

@@ -1,4 +1,4 @@
-// kest-agent: watches this machine and tells when a figure crosses its limit.
+// kest-agent: watches this machine and logs when a figure crosses its limit.
 #include <cstdio>
 #include <exception>
 #include <iostream>
@@ -38,7 +38,7 @@ int printEnciphered(const std::string& keyFile) {
 }
 
 int install(const agent::CommandLine& commandLine) {
-    agent::loadSettings(commandLine);  // a service with settings that cannot be used would never start
+    agent::loadSettings(commandLine);  // a service whose settings have an error would never start
     agent::installService(commandLine.settingsFile);
     std::puts(agent::say("service.installed", {agent::kServiceName}).c_str());
     return kClean;

@@ -1,4 +1,4 @@
-// Numbers that a user wrote, taken only when the whole text is one.
+// Converts text from the user to numbers.
 #pragma once
 
 #include <charconv>
@@ -7,7 +7,7 @@
 
 namespace agent {
 
-/// The number that the text is, nothing else around it; none when it is no number, or too large for the type.
+/// Returns the number if the whole text is one and it fits the type.
 template <typename Number>
 std::optional<Number> numberFrom(const std::string& text) {
     Number value{};

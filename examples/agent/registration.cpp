@@ -19,7 +19,7 @@ using KestSupport::KestServiceControl;
 using KestSupport::KestServiceControlException;
 using KestSupport::KestStringUtilities;
 
-/// The service as the manager's database has it; its work is the Agent's.
+/// Only registers the service. Agent does its work.
 class Registration : public KestSupport::KestService {
   public:
     explicit Registration(const std::string& arguments)
@@ -34,7 +34,7 @@ class Registration : public KestSupport::KestService {
     bool stopIt() override { return true; }
 };
 
-// As a shell reads it, and with it the manager.
+// Quotes a word for the manager, which splits the command line as a shell does.
 std::string quoted(const std::string& word) {
     std::string text = "'";
     for (const char each : word)

@@ -1,4 +1,4 @@
-// How the agent becomes a service of this machine, and ceases to be one.
+// Registers and unregisters the agent as a service of this machine.
 #pragma once
 
 #include <optional>
@@ -8,11 +8,12 @@ namespace agent {
 
 extern const char* const kServiceName;
 
-/// Registers this program, which the manager is to call with the settings file. Throws BadInput when it is registered
-/// already, or when the manager refuses.
+/// Registers this program with the settings file in its command line. Throws BadInput when it is already registered or
+/// when the manager refuses.
 void installService(const std::optional<std::string>& settingsFile);
 
-/// Stops the service, if it runs, and takes it out. Throws BadInput when there is none, or when the manager refuses.
+/// Stops the service if it runs, and unregisters it. Throws BadInput when it is not registered or when the manager
+/// refuses.
 void removeService();
 
 }  // namespace agent

@@ -52,7 +52,7 @@ Sampler::~Sampler() {
     endLoop();
 }
 
-// An exception would end the sampling permanently. Without memory there is no sample; the next firing tries again.
+// An exception would end the thread. Without memory this sample is dropped; the next firing tries again.
 void Sampler::handleTimerEvent() try { m_exchange.produce(m_read()); } catch (const std::bad_alloc&) {
     return;
 }

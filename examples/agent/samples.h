@@ -1,5 +1,5 @@
-// The road of a sample: a thread reads the figures at the pace of a timer and produces them into a queue; another one
-// consumes them, so that a log or a state file that is slow never delays the next reading.
+// The way of a sample: the sampler reads the figures on a timer and puts them into a queue; the recorder takes them
+// from there. So a slow log or state file never delays the next reading.
 #pragma once
 
 #include <support/event_timer_thread.h>
@@ -13,14 +13,14 @@
 
 namespace agent {
 
-/// One reading of every watcher's figure, in the order of the watchers; what could not be read is absent.
+/// One reading of all figures, in the order of the watchers. A figure that could not be read is absent.
 using Sample = std::vector<std::optional<double>>;
 
 class SampleQueue : public KestSupport::KestBaseSynchronizedQueue {
   public:
     void clear() override;
     void push(Sample sample);
-    /// The oldest sample; none when the queue is empty.
+    /// Removes and returns the oldest sample; nothing when the queue is empty.
     std::optional<Sample> pop();
 
   private:
@@ -32,7 +32,7 @@ class SampleExchange : public KestSupport::KestBaseProducerConsumer {
     explicit SampleExchange(SampleQueue& queue) : KestBaseProducerConsumer(queue), m_samples(queue) {}
 
     void produce(Sample sample);
-    /// Waits for a sample; none when the queue is empty and no more will come.
+    /// Waits for a sample. Returns nothing when the exchange is closed and the queue is empty.
     std::optional<Sample> consume();
 
   private:
@@ -54,7 +54,7 @@ class Sampler : public KestSupport::KestEventTimerThread {
     Read m_read;
 };
 
-/// Hands each sample on, on its own thread, until no more will come.
+/// Passes each sample to `record` on its own thread until the exchange is closed.
 class Recorder : public KestSupport::KestThread {
   public:
     using Record = std::function<void(const Sample&)>;

@@ -18,8 +18,8 @@ namespace {
 
 using KestSupport::KestEncryption;
 
-// Enciphered is: 8 random bytes, so that nobody sees that two secrets are the same; the secret's length and check sum;
-// the secret; zeros up to a whole block, which the cipher adds. A wrong key gives other bytes, which do not check.
+// The plain text, in blocks of 8 bytes: a random block, which hides that two secrets are equal; the secret's length;
+// its check sum; the secret, which the cipher pads with zeros. A wrong key gives a wrong check sum.
 constexpr std::size_t kBlock = 8;
 constexpr std::size_t kHeader = 3 * kBlock;
 
@@ -28,9 +28,9 @@ void appendNumber(std::string& bytes, std::uint64_t number) {
         bytes += static_cast<char>(number >> shift & 0xFF);
 }
 
-std::uint64_t numberAt(const std::string& bytes, std::size_t place) {
+std::uint64_t numberAt(const std::string& bytes, std::size_t position) {
     std::uint64_t number = 0;
-    for (std::size_t i = place; i < place + kBlock; ++i)
+    for (std::size_t i = position; i < position + kBlock; ++i)
         number = number << 8 | static_cast<unsigned char>(bytes[i]);
     return number;
 }

@@ -1,22 +1,21 @@
-// A secret in the settings, which stands there enciphered, and the seal that it puts on the state file.
+// The secret of the settings, which is enciphered there, and the seal of the state file that is made with it.
 #pragma once
 
 #include <string>
 
 namespace agent {
 
-/// The text that stands for the secret in the settings: hexadecimal digits, other ones each time.
+/// Returns the enciphered secret for the settings, in hexadecimal. It differs with each call.
 std::string encipher(const std::string& secret, const std::string& key);
 
-/// The secret that encipher made the text of. Throws BadInput, beginning with `what`, for another text, and for another
-/// key.
+/// Reverses encipher. Throws BadInput, whose text begins with `what`, for a wrong text or key.
 std::string decipher(const std::string& what, const std::string& text, const std::string& key);
 
-/// The first line of the file, which is the key. Throws BadInput when there is none.
+/// Returns the key: the first line of the file. Throws BadInput when it is empty.
 std::string readKey(const std::string& file);
 
-/// What only somebody who knows the secret can say of the text: the last block of its encryption, in hexadecimal. It
-/// tells an altered text from the true one, no more: Blowfish has blocks of 64 bits.
+/// Returns a seal that only a holder of the secret can compute: the last block of the encrypted text, in hexadecimal.
+/// It shows that the text was altered. It is weak, because the blocks of Blowfish have only 64 bits.
 std::string sealOf(const std::string& text, const std::string& secret);
 
 }  // namespace agent

@@ -27,11 +27,11 @@ using KestSupport::KestVersion;
 using Properties = KestSupport::KestProperties<std::string>;
 
 const std::string kDiskPath = "disk.path";
-const std::string kHostLimit = ".host";  // behind the name of a limit
+const std::string kHostLimit = ".host";  // follows the name of a limit
 constexpr int kLongestInterval = 24 * 60 * 60;
 constexpr int kMostSamples = 1'000'000'000;
 
-// Puts a value into its setting; returns why it cannot be, or nothing.
+// Stores a value in its setting. Returns the reason why it cannot, or an empty text.
 using Taker = std::function<std::string(Settings&, const std::string& value)>;
 
 Taker whole(std::function<void(Settings&, int)> put, int lowest, int highest) {
@@ -97,7 +97,7 @@ std::string refuseOtherVersion(Settings&, const std::string& value) try {
     return say("error.version", {refused.getText()});
 }
 
-// All settings but those that may be given more than once, those of the secret, which go together, and the language.
+// The settings that are given once. The others may be given more than once, or are read together, or before these.
 const std::map<std::string, Taker>& takers() {
     static const std::map<std::string, Taker> all{
         {"agent.version", refuseOtherVersion},
@@ -121,10 +121,10 @@ const std::map<std::string, Taker>& takers() {
 }
 
 std::string trimmed(const std::string& text) {
-    const char* const blanks = " \t\r";
-    const std::size_t first = text.find_first_not_of(blanks);
+    const char* const kBlanks = " \t\r";
+    const std::size_t first = text.find_first_not_of(kBlanks);
     if (first == std::string::npos) return "";
-    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
 void take(Settings& settings, const std::string& name, const Taker& taker, const std::string& value) {
@@ -142,7 +142,7 @@ void takeDiskPaths(Settings& settings, const std::string& setting, const std::ve
     }
 }
 
-// What one settings file holds. The first setting of each name counts; one is taken off with each look.
+// The content of a settings file. all and one remove the settings that they return; those that remain are unknown.
 class SettingsFile {
   public:
     explicit SettingsFile(const std::string& file) : m_file(printable(file)) {
@@ -185,7 +185,7 @@ class SettingsFile {
     std::map<std::string, std::vector<std::string>> m_values;
 };
 
-// "PATTERN LIMIT" in place of the limit itself, on hosts in whose name the pattern is found; the first one that fits.
+// A line "PATTERN LIMIT" replaces the limit on a host whose name contains the pattern. The first match counts.
 void takeHostLimits(Settings& settings, SettingsFile& file, const std::string& limitName) {
     const std::string name = limitName + kHostLimit;
     bool taken = false;
@@ -220,7 +220,7 @@ void takeSecret(Settings& settings, SettingsFile& file) {
 
 void takeFile(Settings& settings, const std::string& fileName) {
     SettingsFile file(fileName);
-    // First, so that what is wrong with the others is told in that language.
+    // First, so that errors in the other settings are reported in this language.
     if (const auto language = file.one("language")) {
         take(settings, file.describe("language"), takeLanguage, *language);
     }

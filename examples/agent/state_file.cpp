@@ -14,7 +14,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Removes what was begun, unless it has been moved to its place.
+// Removes the temporary file unless it was renamed.
 struct Temporary {
     std::string name;
     ~Temporary() {

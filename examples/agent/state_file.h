@@ -1,5 +1,5 @@
-// The file that keeps the agent's last state: a property file that is always whole, since it is written under another
-// name beside its place and then moved there.
+// The file with the agent's last state: a property file that is always complete, because it is written under another
+// name in the same folder and then renamed.
 #pragma once
 
 #include <support/properties.h>
@@ -12,21 +12,21 @@ class StateFile {
   public:
     using Properties = KestSupport::KestProperties<std::string>;
 
-    /// A property that every state has: running or stopped.
+    /// The property of every state: running or stopped.
     static constexpr const char* kStatus = "agent.status";
 
-    /// Throws BadInput when no state can be saved there, or when the file is there and is something else.
+    /// Throws BadInput when no state can be saved there, or when an existing file is not a state.
     explicit StateFile(const std::string& file);
 
-    /// The state that was saved last when this object was made; empty when there was none.
+    /// The state that the file had when this object was made; empty without a file.
     const Properties& last() const { return m_last; }
 
-    /// Throws BadInput with the reason; the file is then as it was, and nothing else is left behind.
+    /// Replaces the file. Throws BadInput with the reason; then the file is unchanged and no other file remains.
     void save(Properties& state) const;
 
   private:
     std::string m_described;  // for messages
-    std::string m_file;       // without symbolic links, which a move would replace
+    std::string m_file;       // without symbolic links, which a rename would replace
     Properties m_last;
 };
 

@@ -1,4 +1,4 @@
-// A watcher reads one figure for each sample and tells its dependents when the figure crosses its limit.
+// A watcher reads one figure for each sample and notifies its dependents when the figure crosses its limit.
 #pragma once
 
 #include <support/observer.h>
@@ -9,7 +9,7 @@
 
 namespace agent {
 
-/// A figure has risen above its limit, or has come back.
+/// A figure has risen above its limit, or has fallen to it or below.
 class LimitCrossed : public KestSupport::KestNotification {
   public:
     explicit LimitCrossed(bool above) : m_above(above) {}
@@ -24,15 +24,16 @@ class Watcher : public KestSupport::KestCollaborator {
   public:
     using Read = std::function<std::optional<double>()>;
 
-    /// `module` names it in the log, `figure` in words; `property` begins its names in the state file.
+    /// `module` is its name in the log, `figure` its description; `property` is the prefix of its names in the state
+    /// file.
     Watcher(std::string module, std::string property, std::string figure, double limit, Read read);
 
-    /// The figure at this moment; absent when the system does not tell it. May run beside take.
+    /// Returns the current figure; nothing when the system does not report it. May run concurrently with take.
     std::optional<double> read() const { return m_read(); }
-    /// Logs a figure that was read, and tells of a crossing on the calling thread.
+    /// Logs a figure and notifies of a crossing, on the calling thread.
     void take(std::optional<double> value);
 
-    /// Takes over what a former watcher of the same figure knows, so that a crossing is not announced twice.
+    /// Copies the state of the former watcher of the same figure, so that a crossing is not announced twice.
     void continueFrom(const Watcher& former) {
         m_value = former.m_value;
         m_above = former.m_above;
@@ -42,7 +43,7 @@ class Watcher : public KestSupport::KestCollaborator {
     const std::string& property() const { return m_property; }
     const std::string& figure() const { return m_figure; }
     double limit() const { return m_limit; }
-    /// The latest value; none before the first sample, and when the system did not tell it.
+    /// The last value; nothing before the first sample, and when the system did not report it.
     std::optional<double> value() const { return m_value; }
     bool isAbove() const { return m_above; }
 

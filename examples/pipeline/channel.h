@@ -1,5 +1,5 @@
-// A typed queue, and the channel through which threads put items into one and take them out: what a program derives
-// from the library's bases. Any number of threads may send and receive.
+// A typed queue, and a channel through which threads send items into the queue and receive them: classes that a program
+// derives from the library's bases. Any number of threads may send and receive.
 #pragma once
 
 #include <deque>
@@ -18,7 +18,7 @@ class Queue : public KestSupport::KestBaseSynchronizedQueue {
         m_items.push_back(std::move(item));
     }
 
-    /// False when there is none.
+    /// Returns false when the queue is empty.
     bool pop(Item& item) {
         const KestSupport::KestCriticalSection guard(m_lock, true);
         if (m_items.empty()) return false;
@@ -36,14 +36,14 @@ class Queue : public KestSupport::KestBaseSynchronizedQueue {
     std::deque<Item> m_items;  // guarded by m_lock
 };
 
-/// Items arrive once each, in the order in which they were sent. produceSentinel closes the channel: what was sent
-/// before still arrives, unless the queue is emptied.
+/// Each item is received once, in the order of sending. produceSentinel(false) closes the channel; items that were sent
+/// before are still received. produceSentinel(true) drops them.
 template <typename Item>
 class Channel : public KestSupport::KestBaseProducerConsumer {
   public:
     explicit Channel(Queue<Item>& items) : KestBaseProducerConsumer(items), m_items(items) {}
 
-    /// False when the channel is closed; the item is dropped then.
+    /// Returns false and drops the item when the channel is closed.
     bool send(Item item) {
         const Locked locked(*this);
         if (m_sentinel) return false;
@@ -52,7 +52,7 @@ class Channel : public KestSupport::KestBaseProducerConsumer {
         return true;
     }
 
-    /// Waits for an item; false when the channel is closed and empty.
+    /// Waits for an item. Returns false when the channel is closed and empty.
     bool receive(Item& item) {
         const Locked locked(*this);
         while (!m_items.pop(item)) {

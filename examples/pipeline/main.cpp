@@ -1,5 +1,5 @@
-// kest-words FILE...: counts the words of files. A thread for each file sends its lines into a channel, three threads
-// receive them and count.
+// kest-words FILE...: counts the words of files. One thread per file sends its lines into a channel; three threads
+// receive the lines and count.
 #include <cstdio>
 #include <fstream>
 #include <map>
@@ -17,7 +17,7 @@ namespace {
 using Lines = pipeline::Channel<std::string>;
 using Counts = std::map<std::string, unsigned long>;
 
-constexpr int kDone = 1;  // a run that throws ends with 0
+constexpr int kDone = 1;  // not 0, which is the exit code of a run that throws
 constexpr int kUnread = 2;
 
 class Reader : public KestSupport::KestThread {
@@ -33,7 +33,7 @@ class Reader : public KestSupport::KestThread {
         while (std::getline(file, line) && m_lines.send(std::move(line))) {
         }
         if (file.is_open() && !file.bad()) return kDone;
-        m_lines.produceSentinel(true);  // there will be no result, so nobody needs to go on
+        m_lines.produceSentinel(true);  // there is no result, so the other threads stop
         return kUnread;
     }
 
@@ -45,7 +45,7 @@ class Counter : public KestSupport::KestThread {
     explicit Counter(Lines& lines) : m_lines(lines) {}
     ~Counter() override { waitForThreadExit(); }
 
-    /// To be read when the run is over.
+    /// For use after the run.
     const Counts& counts() const { return m_counts; }
 
   private:

@@ -1,4 +1,4 @@
-// Runs kest-agent as its users do.
+// Tests kest-agent from outside: its output, its files, its signals and its life as a service.
 #include <algorithm>
 #include <filesystem>
 #include <regex>
@@ -34,9 +34,9 @@ std::size_t count(const std::string& text, const std::string& pattern) {
 const std::string kHint = " (kest-agent --help lists the options)";
 const std::string kWhole = " is not a whole number from ";
 const std::string kLimit = " is not a number of 0 or more";
-const std::string kDamaged = "settings file s: secret: damaged: not what kest-agent --encipher wrote";
+const std::string kDamaged = "settings file s: secret: damaged: not the output of kest-agent --encipher";
 
-TEST(Agent, TellsWhatItCannotUseInOneLineAndLeavesNothingBehind) {
+TEST(Agent, RefusesBadInput) {
     const Folder folder;
     const auto check = [&](const Texts& arguments, const std::string& line) {
         const Texts before = folder.names();
@@ -76,27 +76,27 @@ TEST(Agent, TellsWhatItCannotUseInOneLineAndLeavesNothingBehind) {
         {"agent.version=0.9,{2-3}\n",
          "settings file s: agent.version: \"0.9,{2-3}\" is not for this version of kest-agent, 1.0.0"},
         {"agent.version={2}\n",
-         "settings file s: agent.version: \"{2}\" is no version range: "
+         "settings file s: agent.version: \"{2}\" is not a version range: "
          "KestVersion::createRangeVector: Invalid range specification: {2}"},
-        {"language=xx_YY\n", "settings file s: language: \"xx_YY\" is no locale of this system"},
+        {"language=xx_YY\n", "settings file s: language: \"xx_YY\" is not a locale of this system"},
         {"cpu.limit.host=web5\n",
          "settings file s: cpu.limit.host: \"web5\" is not a pattern, a blank and a number of 0 or more"},
-        {"cpu.limit.host=[ 5\n", "settings file s: cpu.limit.host: \"[ 5\" is no pattern: empty set in pattern"},
+        {"cpu.limit.host=[ 5\n", "settings file s: cpu.limit.host: \"[ 5\" is not a pattern: empty set in pattern"},
         {"cpu.limit.host=none x\n", "settings file s: cpu.limit.host: \"x\"" + kLimit},
         {"secret=00\n", "settings file s: secret: needs secret.key.file"},
         {"secret=00\nsecret.key.file=s\n", kDamaged},
         {"secret=" + std::string(48, 'g') + "\nsecret.key.file=s\n", kDamaged},
         {"secret=" + std::string(48, '0') + "\nsecret.key.file=s\n",
          "settings file s: secret: cannot be deciphered: the key is wrong, or the text is damaged"},
-        {"\nsecret=\nsecret.key.file=s\n", "key file s: holds no key in its first line"},
+        {"\nsecret=\nsecret.key.file=s\n", "key file s: has no key in its first line"},
         {"log.console=on\n", "settings file s: log.console: \"on\" is neither yes nor no"},
         {"disk.path=/none\n", "settings file s: disk.path: \"/none\": No such file or directory"},
         {"log.file=none/log\n", "log file none/log: No such file or directory"},
-        {"state.file=\n", "settings file s: state.file: \"\" is no file's name"},
+        {"state.file=\n", "settings file s: state.file: \"\" is not a file name"},
         {"state.file=none/state\n", "state file none/state: No such file or directory"},
         {"state.file=.\nlog.file=log\n", "state file .: not a regular file"},
         {"state.file=/dev/null\n", "state file /dev/null: not a regular file"},
-        {"state.file=s\n", "state file s: holds something else"},
+        {"state.file=s\n", "state file s: not a state of kest-agent"},
         {"state.file=" + longName + "\n", "state file " + longName.substr(0, 120) + "...: File name too long"},
     };
     for (const auto& [text, line] : settings) {
@@ -105,7 +105,7 @@ TEST(Agent, TellsWhatItCannotUseInOneLineAndLeavesNothingBehind) {
     }
 }
 
-TEST(Agent, SamplesThisMachineTellsOfCrossingsAndKeepsItsState) {
+TEST(Agent, SamplesAndKeepsItsState) {
     const Folder folder;
     folder.write("s",
                  "# comment\n\n interval = 1 \nprocess.limit=1\nmemory.limit=100\ndisk.path=/\ndisk.path=.\r\n"
@@ -144,7 +144,7 @@ TEST(Agent, SamplesThisMachineTellsOfCrossingsAndKeepsItsState) {
     expectCounts(third.output(), {{"last seen .*, stopped after 1 samples\n", 1}});
 }
 
-TEST(Agent, EndsCleanlyWhenItIsAskedTo) {
+TEST(Agent, EndsOnRequest) {
     for (const auto event : {&ChildProcess::interrupt, &ChildProcess::requestEnd}) {
         const Folder folder;
         ChildProcess agent = folder.start({"--interval", "1", "--log-level", "9"});
@@ -159,7 +159,7 @@ TEST(Agent, EndsCleanlyWhenItIsAskedTo) {
     }
 }
 
-TEST(Agent, RunsOnWhileItCannotSaveItsState) {
+TEST(Agent, ContinuesWhenSavingFails) {
     const Folder folder;
     std::filesystem::create_directory(folder.pathOf("there"));
     folder.write("s", "interval=1\nstate.file=there/state\n");
@@ -178,12 +178,12 @@ TEST(Agent, RunsOnWhileItCannotSaveItsState) {
     full.write("kest-agent.state", "agent.status=before\n");
     ChildProcess limited = full.start({"-n", "1"}, "ulimit -f 0; trap '' XFSZ");
     EXPECT_EQ(limited.wait(), 2);
-    EXPECT_EQ(limited.errors(), "kest-agent: state file kest-agent.state: could not be written whole\n");
+    EXPECT_EQ(limited.errors(), "kest-agent: state file kest-agent.state: could not be written completely\n");
     EXPECT_EQ(full.names(), Texts{"kest-agent.state"});
     EXPECT_EQ(full.read("kest-agent.state"), "agent.status=before\n");
 }
 
-TEST(Agent, ReadsItsSettingsAgainOnAHangUp) {
+TEST(Agent, ReloadsOnHangUp) {
     const Folder folder;
     folder.write("s", "interval=1\nlog.level.Cpu=0\n");
     ChildProcess agent = folder.start({"-s", "s"});
@@ -192,8 +192,8 @@ TEST(Agent, ReadsItsSettingsAgainOnAHangUp) {
         {"interval=2\nprocess.limit=0\ndisk.path=/\ndisk.path=.\n",
          {"settings read again, a sample every 2 s\n", " Cpu ", "file system of . in use", "processes has risen to "}},
         {"interval=never\nlanguage=C\n",
-         {"the settings stay as they were: settings file s: interval: \"never\"", " Disk "}},
-        {"process.limit=0\nlog.file=other\n", {"another log.file counts from the next start\n", " Process "}}};
+         {"the settings were not changed: settings file s: interval: \"never\"", " Disk "}},
+        {"process.limit=0\nlog.file=other\n", {"the new log.file takes effect at the next start\n", " Process "}}};
     for (const auto& [settings, expected] : steps) {
         folder.write("s", settings);
         agent.hangUp();
@@ -202,11 +202,11 @@ TEST(Agent, ReadsItsSettingsAgainOnAHangUp) {
     }
     agent.interrupt();
     EXPECT_EQ(agent.wait(), 0) << agent.errors();
-    EXPECT_EQ(count(agent.output(), "has risen"), 1u) << "announced once, whatever is read again";
+    EXPECT_EQ(count(agent.output(), "has risen"), 1u) << "a reload does not announce it again";
     EXPECT_NE(folder.read("kest-agent.state").find("process.rises=1\n"), std::string::npos);
 }
 
-TEST(Agent, EndsWithoutThreadsAndLeavesAloneWhatALinkLeadsTo) {
+TEST(Agent, FollowsNoLinks) {
     const Folder folder;
     folder.write("precious", "kept");
     for (const char* const link : {"kest-agent.state.kest-agent-new", "log.log.kest-agent-probe"})
@@ -215,16 +215,19 @@ TEST(Agent, EndsWithoutThreadsAndLeavesAloneWhatALinkLeadsTo) {
     ChildProcess agent = folder.start({"-s", "s", "-n", "1"});
     EXPECT_EQ(agent.wait(), 0) << agent.errors();
     EXPECT_EQ(folder.read("precious"), "kept");
+}
 
-    // No thread gets a stack of this size. ThreadSanitizer does not start at all under that limit.
+TEST(Agent, EndsWithoutThreads) {
+    // No thread gets a stack of this size. ThreadSanitizer does not start under that limit.
+    const Folder folder;
     ChildProcess alone = folder.start({}, "ulimit -s 100000000000");
     const int code = alone.wait();
     if (alone.errors().starts_with("FATAL: ThreadSanitizer")) GTEST_SKIP();
     EXPECT_EQ(code, 2);
-    EXPECT_EQ(alone.errors(), "kest-agent: thread recorder: could not be made\n");
+    EXPECT_EQ(alone.errors(), "kest-agent: thread recorder: could not be created\n");
 }
 
-TEST(Agent, PrintsItsInventoryWithTheLimitsOfItsHost) {
+TEST(Agent, PrintsItsInventory) {
     const Folder folder;
     folder.write("s",
                  "agent.version={1.0-2.0}\nhost.name=web-17\nlanguage=C\ninterval=7\nmemory.limit=5\ndisk.path=/\n"
@@ -242,7 +245,7 @@ TEST(Agent, PrintsItsInventoryWithTheLimitsOfItsHost) {
     EXPECT_EQ(folder.names(), Texts{"s"});
 }
 
-TEST(Agent, KnowsItsSecretAgainAndNoticesAnAlteredState) {
+TEST(Agent, NoticesAnAlteredState) {
     const Folder folder;
     folder.write("key", "open sesame\r\nsecond line\n");
     folder.write("secret", "a secret of some length\n");
@@ -251,7 +254,7 @@ TEST(Agent, KnowsItsSecretAgainAndNoticesAnAlteredState) {
     EXPECT_EQ(encipher.wait(), 0) << encipher.errors();
     EXPECT_EQ(again.wait(), 0);
     ASSERT_TRUE(std::regex_match(encipher.output(), std::regex("secret=[0-9A-F]{96}\n"))) << encipher.output();
-    EXPECT_NE(encipher.output(), again.output()) << "the same secret, seen twice";
+    EXPECT_NE(encipher.output(), again.output()) << "the random block differs";
 
     const auto run = [&](const std::string& secret) {
         folder.write("s", "secret.key.file=key\nmemory.limit=0\n" + secret);
@@ -259,9 +262,9 @@ TEST(Agent, KnowsItsSecretAgainAndNoticesAnAlteredState) {
         agent.wait();
         return agent.output() + agent.errors();
     };
-    const std::string notSealed = "does not carry its seal";
+    const std::string notSealed = "the seal of the last state is wrong";
     EXPECT_EQ(run(encipher.output()).find(notSealed), std::string::npos);
-    EXPECT_EQ(run(again.output()).find(notSealed), std::string::npos) << "its own state, kept with the same secret";
+    EXPECT_EQ(run(again.output()).find(notSealed), std::string::npos) << "the same secret, enciphered again";
     std::string state = folder.read("kest-agent.state");
     ASSERT_NE(state.find("memory.above=yes"), std::string::npos);
     folder.write("kest-agent.state", state.replace(state.find("memory.above=yes"), 16, "memory.above=no"));
@@ -272,14 +275,14 @@ TEST(Agent, KnowsItsSecretAgainAndNoticesAnAlteredState) {
               "kest-agent: settings file s: secret: cannot be deciphered: the key is wrong, or the text is damaged\n");
 }
 
-TEST(Agent, SpeaksTheLanguageOfItsUser) {
+TEST(Agent, SpeaksTheUsersLanguage) {
     const Folder folder;
-    // A system that has the locales, as far as this test is concerned: their names with the contents of another one.
+    // The locales of the test: their names, with the content of C.utf8.
     for (const char* const locale : {"de_DE.UTF-8", "de_CH.UTF-8"})
         std::filesystem::create_directory_symlink("/usr/lib/locale/C.utf8", folder.pathOf(locale));
     folder.write("s", std::string((1 << 20) + 1, '#'));
     const auto errors = [&](const std::string& environment) {
-        // The C library leaks what it makes of LOCPATH.
+        // The C library leaks memory for LOCPATH.
         const std::string command = "export ASAN_OPTIONS=detect_leaks=0 LOCPATH=$PWD " + environment;
         ChildProcess agent = folder.start({"-s", "s"}, command);
         agent.wait();
@@ -295,7 +298,7 @@ TEST(Agent, SpeaksTheLanguageOfItsUser) {
     EXPECT_EQ(errors("LC_ALL=C"), "kest-agent: Einstellungsdatei s: die Einstellung \"speed\" gibt es nicht\n");
 }
 
-TEST(Agent, IsAServiceOfItsMachine) {
+TEST(Agent, RunsAsAService) {
     const Folder folder;
     const std::string command = "export KEST_STATE_DIR=$PWD/services";
     const auto run = [&](const std::string& program, const Texts& arguments) {
@@ -330,7 +333,7 @@ TEST(Agent, IsAServiceOfItsMachine) {
     EXPECT_EQ(run(KESTSC, {"start", "kest-agent"}).substr(0, 2), "1 ") << "a start that fails is a failure";
 }
 
-TEST(Agent, ShowsItsOptionsAndItsVersion) {
+TEST(Agent, ShowsHelpAndVersion) {
     ChildProcess version(KEST_AGENT, {"--version"});
     EXPECT_EQ(version.wait(), 0);
     EXPECT_TRUE(std::regex_match(version.output(), std::regex("kest-agent \\d+\\.\\d+\\.\\d+\n"))) << version.output();

@@ -1,10 +1,10 @@
-// Runs kest-words as its users do.
+// Tests kest-words: the counts of several files, and a file that cannot be read.
 #include "kit/child_process.h"
 #include "kit/temporary_folder.h"
 
 namespace {
 
-TEST(Pipeline, EveryLineIsCountedOnceAndAFileThatCannotBeReadEndsIt) {
+TEST(Pipeline, CountsEachLineOnce) {
     const kit::TemporaryFolder folder;
     std::string lines;
     for (int i = 0; i < 5000; ++i)

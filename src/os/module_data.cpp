@@ -24,7 +24,7 @@ Module::~Module() {
     if (--m_initCount == 0) Module::terminate();
 }
 
-// Nothing has to be made: locks are created without a lock, and everything else on its first use.
+// Nothing to create: a lock needs no other lock for its creation, and all other state is created on first use.
 void Module::initialize() {}
 
 void Module::terminate() {

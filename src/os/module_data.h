@@ -1,5 +1,5 @@
-// The library's own module data: tears down the process-wide state at unload, in the order in which its parts need each
-// other. At the end of a program other threads may still run; locks and events work for them until the process ends.
+// The library's own module data. At unload it deletes the process-wide state, a user of a part before that part. At the
+// end of a program other threads may still run; locks and events work for them until the process ends.
 #pragma once
 
 #include "support/library.h"

@@ -1,11 +1,11 @@
-// The text of an exception of any type, for a record in the log.
+// Describes an exception of any type, for a log record.
 #pragma once
 
 #include <string>
 
 namespace KestSupport::internal {
 
-/// Describes the exception that is being handled. Only inside a catch clause.
+/// Describes the current exception. For catch clauses only.
 std::string describeException();
 
 }  // namespace KestSupport::internal

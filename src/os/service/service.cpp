@@ -15,7 +15,7 @@ using internal::ServiceHost;
 
 namespace {
 
-// While it lives, the handler meets the events of its kind.
+// Registers the console handler for its lifetime.
 struct ConsoleHandling {
     const platform::ConsoleHandler handler;
     const bool added;
@@ -49,14 +49,14 @@ KestService::KestService(const std::string& appName, const std::string& serviceN
 KestService::KestService(bool interactive, const std::string& dependencies)
     : KestService("", "", "", dependencies, interactive) {}
 
-// No control or console event reaches the object from here on; another object that has taken its place stays there.
+// From here on no control or console event reaches this object. A later object stays the current one.
 KestService::~KestService() {
     ServiceHost::forget(*this);
 }
 
 bool KestService::start(const std::string& arguments, bool runAsService) {
     if (state() == RUNNING) return true;
-    // A request that the former run did not consume must not end this one. One before the first run counts.
+    // A stop request that the last run did not consume must not end this run. One before the first run counts.
     if (std::exchange(m_pRecord->hasRun, true)) m_event.reset();
     ServiceHost::beginRun(*this);
     std::optional<ConsoleHandling> reloads;
@@ -82,23 +82,23 @@ void KestService::runUnderManager() {
 
 bool KestService::runInConsole(const std::string& arguments) {
     using platform::SupervisorNews;
-    // What the supervisor shows last tells a start that failed, by result or exception, from an end that was asked for.
-    struct ToldAtTheEnd {
+    // The last text at the supervisor distinguishes a failed start, by result or exception, from a requested end.
+    struct FinalNews {
         const char* status = "The start failed";
-        ~ToldAtTheEnd() { platform::tellSupervisor(SupervisorNews::progress, status); }
-    } toldAtTheEnd;
+        ~FinalNews() { platform::tellSupervisor(SupervisorNews::progress, status); }
+    } finalNews;
     platform::tellSupervisor(SupervisorNews::progress, "Starting");
     if (!startIt(arguments)) return false;
 
-    // Also when stopIt throws: a service that has left start is stopped.
-    struct StoppedAtTheEnd {
+    // Also when stopIt throws: after start the service is stopped.
+    struct StoppedAtEnd {
         KestService& service;
-        ~StoppedAtTheEnd() { ServiceHost::enter(service, STOPPED); }
-    } const stoppedAtTheEnd{*this};
+        ~StoppedAtEnd() { ServiceHost::enter(service, STOPPED); }
+    } const stoppedAtEnd{*this};
 
     ServiceHost::enter(*this, RUNNING);
     const ConsoleHandling endings(ServiceHost::onConsoleEvent, platform::ConsoleEvents::ending);
-    toldAtTheEnd.status = "Stopped";
+    finalNews.status = "Stopped";
     platform::tellSupervisor(SupervisorNews::ready, "Running");
     logRecord(9, "KestService::start: waiting for service to exit");
     m_event.wait(-1);

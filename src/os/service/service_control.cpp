@@ -41,23 +41,23 @@ void KestServiceControlException::GetErrorMessage(std::string& message) const {
 }
 
 int KestServiceControlException::MapErrorToSmStatusCode() const {
-    constexpr int accessDenied = 270;
-    constexpr int dependentServicesRunning = 305;
-    constexpr int timedOut = 3;
-    constexpr int notImplemented = 1;
-    constexpr int other = -1;
-    if (m_errorNumber == TIMED_OUT) return timedOut;
-    if (m_errorNumber == NOT_IMPLEMENTED) return notImplemented;
-    if (m_errorNumber != OS_ERROR) return other;
+    constexpr int kAccessDenied = 270;
+    constexpr int kDependentServicesRunning = 305;
+    constexpr int kTimedOut = 3;
+    constexpr int kNotImplemented = 1;
+    constexpr int kOther = -1;
+    if (m_errorNumber == TIMED_OUT) return kTimedOut;
+    if (m_errorNumber == NOT_IMPLEMENTED) return kNotImplemented;
+    if (m_errorNumber != OS_ERROR) return kOther;
     switch (m_osErrorNumber) {
         case platform::errorAccessDenied:
-            return accessDenied;
+            return kAccessDenied;
         case platform::errorWaitTimeout:
-            return timedOut;
+            return kTimedOut;
         case platform::errorDependentServicesRunning:
-            return dependentServicesRunning;
+            return kDependentServicesRunning;
         default:
-            return other;
+            return kOther;
     }
 }
 
@@ -107,7 +107,7 @@ void KestServiceControlWin::StopService() {
     platform::ServiceStatus status;
     const platform::ErrorCode error =
         platform::serviceManager().control(m_serviceHandle, platform::kServiceControlStop, status);
-    // A service that is not to be stopped any more, or not now, tells by its state what is to be made of that.
+    // For these two errors the service's state decides what to do.
     if (error != platform::errorServiceNotActive && error != platform::errorServiceCannotAcceptControl) require(error);
     if (status.currentState != platform::kServiceStopped) {
         if (status.currentState != platform::kServiceStopPending) failWith(platform::errorCannotComplete);
@@ -185,7 +185,7 @@ std::uint32_t KestServiceControlWin::currentState() {
     return status.currentState;
 }
 
-// Looks once a second whether the service has left the pending state.
+// Queries the state once a second until it is no longer pending.
 void KestServiceControlWin::awaitState(std::uint32_t wanted, std::uint32_t pending) {
     for (int polls = 0; polls < kMostPolls; ++polls) {
         platform::sleepThread(kPollInterval);

@@ -11,14 +11,14 @@
 namespace KestSupport::internal {
 namespace {
 
-// Reports go out one by one, in the order of their check points. Process-wide, because the service may be gone as soon
-// as the report that it has stopped has gone out.
+// Serialises the reports, so that they are sent in the order of their check points. Process-wide, because the service
+// may be destroyed as soon as the report STOPPED has been sent.
 constinit platform::UninterruptedMutex g_reportLock;
 std::uint32_t g_checkPoint = 1;  // guarded by g_reportLock
 
 constinit std::atomic<KestService*> g_current{nullptr};
 
-// Does what was asked for. What it throws is logged and reaches the caller.
+// Calls the request. Logs an exception and throws it to the caller.
 template <typename Request>
 void carryOut(const char* name, const Request& request) {
     try {
@@ -29,7 +29,7 @@ void carryOut(const char* name, const Request& request) {
     }
 }
 
-// The same for a request that has no caller. The next one tries again.
+// The same for a console event, which has no caller. The next event tries again.
 template <typename Request>
 void carryOutForConsole(const char* name, const Request& request) {
     try {
@@ -43,7 +43,7 @@ bool isPending(std::uint32_t state) {
     return state != KestService::RUNNING && state != KestService::STOPPED;
 }
 
-// The first text is the service's own name.
+// Joins the texts, each with a blank after it. The first text is the service's name and is skipped.
 std::string startArguments(const std::vector<std::string>& texts) {
     std::string arguments;
     for (std::size_t i = 1; i < texts.size(); ++i)

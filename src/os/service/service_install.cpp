@@ -1,4 +1,4 @@
-// How a service enters the manager's database and leaves it.
+// Registers and unregisters a service in the manager's database.
 #include "os/service/service_host.h"
 #include "platform/process.h"
 #include "platform/program_path.h"
@@ -24,15 +24,15 @@ class OwnedServiceHandle {
         if (m_handle != nullptr) platform::serviceManager().closeHandle(m_handle);
     }
 
-    /// Where a call stores the handle.
-    ServiceManager::Handle& cell() { return m_handle; }
+    /// Returns the variable in which a call stores the handle.
+    ServiceManager::Handle& slot() { return m_handle; }
     ServiceManager::Handle get() const { return m_handle; }
 
   private:
     ServiceManager::Handle m_handle = nullptr;
 };
 
-// A platform without a manager needs no registration, so there it has succeeded.
+// On a platform without a manager there is nothing to register, so install and remove succeed.
 bool countsAsSuccess(platform::ErrorCode error) {
     return error == platform::errorCallNotImplemented;
 }
@@ -44,7 +44,7 @@ bool KestService::install() {
     if (const platform::ErrorCode error = platform::programPath(kPathCapacity, configuration.commandLine); error != 0) {
         return countsAsSuccess(error);
     }
-    // Without quotes the program could be taken for another one, whose path ends at the blank.
+    // Without quotes, "/opt/my app" could start the program /opt/my.
     if (configuration.commandLine.find_first_of(" \t\n") != std::string::npos) {
         configuration.commandLine = platform::quoteArgument(configuration.commandLine);
     }
@@ -52,7 +52,7 @@ bool KestService::install() {
 
     ServiceManager& all = platform::serviceManager();
     OwnedServiceHandle manager;
-    if (const platform::ErrorCode error = all.openManager(platform::kServiceManagerAllAccess, manager.cell());
+    if (const platform::ErrorCode error = all.openManager(platform::kServiceManagerAllAccess, manager.slot());
         error != 0) {
         return countsAsSuccess(error);
     }
@@ -61,7 +61,7 @@ bool KestService::install() {
     if (m_interactive) configuration.type |= platform::kServiceInteractive;
     configuration.dependencies = m_dependencies;
     OwnedServiceHandle service;
-    if (all.createService(manager.get(), configuration, platform::kServiceAllAccess, service.cell()) != 0) return false;
+    if (all.createService(manager.get(), configuration, platform::kServiceAllAccess, service.slot()) != 0) return false;
 
     if (m_description.empty()) return true;
     internal::logRecord(4, "KestService::install: adding service description");
@@ -74,12 +74,12 @@ bool KestService::install() {
 bool KestService::remove() {
     ServiceManager& all = platform::serviceManager();
     OwnedServiceHandle manager;
-    if (const platform::ErrorCode error = all.openManager(platform::kServiceManagerAllAccess, manager.cell());
+    if (const platform::ErrorCode error = all.openManager(platform::kServiceManagerAllAccess, manager.slot());
         error != 0) {
         return countsAsSuccess(error);
     }
     OwnedServiceHandle service;
-    if (all.openService(manager.get(), m_serviceName, platform::kServiceAllAccess, service.cell()) != 0) return false;
+    if (all.openService(manager.get(), m_serviceName, platform::kServiceAllAccess, service.slot()) != 0) return false;
 
     platform::ServiceStatus status;
     if (all.control(service.get(), platform::kServiceControlStop, status) == 0) {

@@ -1,3 +1,10 @@
+// Runs a service under the manager. While startIt runs, the manager's thread reports; once the service is asked to
+// stop, the wait thread reports. So nothing follows the final report, after which the service may be destroyed.
+//
+//   phase      begins when                                 who reports        next phase
+//   starting   the run begins; lasts while it runs         manager's thread   stopping, or over if the start failed
+//   stopping   the wait thread takes a request to stop     wait thread        over, when startIt and stopIt returned
+//   over       see above                                   the same thread    none; it reports STOPPED once
 #include "os/service/service_run.h"
 
 #include <atomic>
@@ -32,15 +39,14 @@ OwnedHandle launch(Work work) {
     return OwnedHandle(handle);
 }
 
-// What the threads of one life share. The service may be asked to stop while it is still starting: from then on the
-// wait thread alone speaks for it, so that nothing follows the final report, after which the service may be destroyed.
+// The state that the threads of one run share.
 class ServiceRun {
   public:
     explicit ServiceRun(KestService& service) : m_service(service) {}
 
     KestService& service() { return m_service; }
 
-    /// The start thread, or null when there is none. The wait thread does not act before this call.
+    /// Sets the start thread, null when there is none. The wait thread does not act before this call.
     void setStartThread(OwnedHandle thread) {
         const std::lock_guard guard(m_lock);
         m_startThread = std::move(thread);
@@ -54,7 +60,7 @@ class ServiceRun {
         return m_startThread.get();
     }
 
-    /// Reports that the start is under way, unless the service has been asked to stop. False once the life is over.
+    /// Reports START_PENDING in the phase starting. Returns false when the run is over.
     bool reportStarting() {
         if (phase() == Phase::starting) ServiceHost::logReport(m_service, KestService::START_PENDING);
         const std::lock_guard guard(m_lock);
@@ -72,7 +78,7 @@ class ServiceRun {
         send(KestService::RUNNING, 0, 0);
     }
 
-    /// False when the service is being stopped already, which then ends its life.
+    /// Ends the run after a failed start. Returns false when the wait thread already stops the service.
     bool giveUpStarting() {
         const std::lock_guard guard(m_lock);
         if (m_phase != Phase::starting) return false;
@@ -81,7 +87,7 @@ class ServiceRun {
         return true;
     }
 
-    /// False when there is nothing to stop, since the start failed.
+    /// Enters the phase stopping. Returns false after a failed start, because then nothing is to be stopped.
     bool beginStopping() {
         const std::lock_guard guard(m_lock);
         if (m_phase == Phase::over || ServiceHost::state(m_service) == KestService::STOPPED) return false;
@@ -90,7 +96,7 @@ class ServiceRun {
         return true;
     }
 
-    /// Reports once a second that the service is stopping until the thread has ended.
+    /// Reports STOP_PENDING once a second until the thread has ended.
     void reportStoppingUntilEndOf(platform::WaitHandle thread) {
         do {
             report(KestService::STOP_PENDING, 0, kServiceWaitHint);
@@ -105,21 +111,17 @@ class ServiceRun {
         send(KestService::STOPPED, 0, 0);
     }
 
-    /// For a thread that alone speaks for the service.
+    /// Reports without the lock, for the only thread that reports in this phase.
     void report(KestService::tState state, std::uint32_t exitCode, std::uint32_t waitHint) {
         ServiceHost::report(m_service, state, exitCode, waitHint);
     }
 
-    /// What the service ends with when its start fails. The start thread sets it.
+    /// The exit code after a failed start. The start thread sets it.
     void setExitCode(std::uint32_t exitCode) { m_exitCode = exitCode; }
     std::uint32_t exitCode() const { return m_exitCode; }
 
   private:
-    enum class Phase {
-        starting,
-        stopping,
-        over
-    };  // a service that runs has the phase starting: it may still be stopped
+    enum class Phase { starting, stopping, over };  // a running service has the phase starting
 
     Phase phase() {
         const std::lock_guard guard(m_lock);
@@ -132,7 +134,7 @@ class ServiceRun {
 
     KestService& m_service;
     std::atomic<std::uint32_t> m_exitCode{0};
-    std::mutex m_lock;  // guards what follows; held while a report is sent, and taken before the lock of reports
+    std::mutex m_lock;  // guards what follows; held while a report is sent; taken before the lock of reports
     std::condition_variable m_launch;
     bool m_launched = false;
     OwnedHandle m_startThread;
@@ -181,14 +183,14 @@ std::uint32_t waitForServiceThread(const std::shared_ptr<ServiceRun>& run) {
         run->reportStoppingUntilEndOf(stopThread.get());
         logRecord(9, "WaitForServiceThread: ServiceStopThread has exited");
     }
-    // The service may be destroyed after the final report, so startIt has returned before it.
+    // startIt must return before the final report, after which the service may be destroyed.
     if (platform::waitForOne(startThread, 0) == platform::kWaitTimeout) run->reportStoppingUntilEndOf(startThread);
     logRecord(9, "WaitForServiceThread: stopping service");
     run->becomeStopped();
     return 0;
 }
 
-// Sets the stop event, also when a dependent of it throws: the wait thread must not outlive the service.
+// Sets the stop event, even if a dependent of the event throws: the wait thread must not outlive the service.
 void wakeWaitThread(KestEvent& stopEvent) {
     try {
         stopEvent.set();
@@ -197,8 +199,8 @@ void wakeWaitThread(KestEvent& stopEvent) {
     }
 }
 
-// The wait thread has left the stop event before the final report, since the service may be destroyed after it. The
-// event is set again for a wait thread whose signal a waiter of the derived class took.
+// The wait thread must leave the stop event before the final report, after which the service may be destroyed. The
+// event is set once a second, because a waiter of the derived class may consume the signal.
 void endFailedStart(ServiceRun& run, platform::WaitHandle waitThread) {
     do {
         wakeWaitThread(ServiceHost::stopEvent(run.service()));
@@ -206,7 +208,7 @@ void endFailedStart(ServiceRun& run, platform::WaitHandle waitThread) {
     run.report(KestService::STOPPED, run.exitCode(), 0);
 }
 
-// Whether the start thread's result says that the service has started.
+// Returns whether startIt succeeded, from the exit code of its thread.
 bool hasStarted(platform::WaitHandle startThread) {
     std::uint32_t exitCode = 0;
     if (!platform::threadExitCode(startThread, exitCode)) {

@@ -1,4 +1,4 @@
-// One life of a service under the manager, from its start to its final report.
+// One run of a service under the manager, from its start to its final report.
 #pragma once
 
 #include <cstdint>
@@ -8,10 +8,10 @@
 
 namespace KestSupport::internal {
 
-inline constexpr std::uint32_t kServiceWaitHint = 3000;  ///< milliseconds within which the next report follows
+inline constexpr std::uint32_t kServiceWaitHint = 3000;  ///< milliseconds until the next report at the latest
 
-/// Runs startIt on a thread of its own and reports while it runs. Returns when startIt has returned and its result has
-/// been reported. Another thread stops the service later.
+/// Runs startIt on another thread and reports while it runs. Returns when the result of startIt is reported, or when
+/// the service was stopped before that. A third thread stops the service later.
 void runService(KestService& service, const std::string& arguments);
 
 }  // namespace KestSupport::internal

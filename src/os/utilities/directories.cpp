@@ -16,15 +16,15 @@ constexpr std::string_view kSeparators = "\\/";
 constexpr char kNoDirectory[] = "KestRemoveDirectory: Could not remove the directory ";
 constexpr char kNoFile[] = "KestRemoveDirectory: Could not remove the file ";
 
-// What is in a folder, removed. The folders on the way to the current one are a list, not calls within calls: how deep
-// a tree is does not matter.
+// Removes the contents of a folder. A list holds the folders from the start to the current one, instead of recursion,
+// so the depth of the tree is not limited.
 class TreeRemoval {
   public:
-    /// The walk has just started at the path.
+    /// The walk has started at the path and has not moved.
     TreeRemoval(platform::TreeWalk& walk, const std::string& path) : m_walk(walk), m_path(path) {}
 
-    /// Whether all is removed that can be; false, with a text, when a file of the folder itself stays. Throws for a
-    /// folder below.
+    /// Returns false with a text when a file of the folder itself cannot be removed. Throws for a failure in a
+    /// subfolder. A subfolder that cannot be read or whose name begins with '.' stays.
     bool run(std::string& errorText) {
         m_folders.emplace_back(m_path.size());
         if (!removeFiles(errorText)) return false;
@@ -47,7 +47,7 @@ class TreeRemoval {
         std::size_t next = 0;
     };
 
-    // The files of the current folder; its subfolders are noted for later.
+    // Removes the files of the current folder and collects its subfolders.
     bool removeFiles(std::string& errorText) {
         platform::TreeWalk::Entry entry;
         while (m_walk.next(entry)) {
@@ -71,7 +71,7 @@ class TreeRemoval {
         internal::logRecord(kLogTrace, "KestRemoveDirectory: Remove directoryImpl ", m_path);
         const int error = m_walk.removeFolder(name.c_str());
         if (error != 0 && error != ENOTEMPTY) throw KestException(kNoDirectory + m_path, error);
-        // One that cannot be read stays; its parent's removal will tell.
+        // An unreadable folder stays; the removal of its parent reports that.
         if (error == 0 || !m_walk.descend(name.c_str())) {
             m_path.resize(pathLength);
             return;
@@ -81,7 +81,7 @@ class TreeRemoval {
         if (!removeFiles(errorText)) throw KestException(errorText, 0);
     }
 
-    // Removes the current folder, unless it is the one that all began with.
+    // Returns to the parent and removes the current folder, except the first one.
     void leave() {
         const std::size_t parentLength = m_folders.back().pathLength;
         m_folders.pop_back();

@@ -11,7 +11,7 @@
 namespace KestSupport {
 namespace {
 
-// Bytes that the value lacks count as 0.
+// Missing bytes count as 0.
 std::int32_t littleEndianNumber(const std::string& bytes) {
     constexpr std::size_t kSize = 4;
     std::uint32_t number = 0;

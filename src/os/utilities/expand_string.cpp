@@ -13,8 +13,8 @@ namespace {
 
 constexpr int kExpandTrace = 9;
 
-// Bounds what references inside values bring in: values of two references each, thirty levels deep, would otherwise
-// make a text of a thousand million characters.
+// Limits the text from references inside values. Values with two references each, thirty levels deep, would otherwise
+// produce a thousand million characters.
 constexpr std::size_t kGrowthOfAnyText = std::size_t{1024} * 1024;
 constexpr std::size_t kGrowthPerCharacter = 100;
 
@@ -23,12 +23,12 @@ std::string environmentVariable(const std::string& name) {
     return value == nullptr ? std::string() : value;
 }
 
-// One expansion. What is left to read is a stack: the text at the bottom, and above it the values of references, each
-// above the source that its reference ends in. A source stays on the stack until something after it is read. So the
-// names on the stack are those that the next '>' came out of, at any depth. For example, with a = "x<b>" and b = "<a>",
-// the text "<a>!" is read like this:
+// One expansion. The unread text is a stack of sources: the given text at the bottom, and above it the values of
+// references, each above the source in which its reference ends. A source is removed when a later character is read. So
+// the names on the stack are those whose values contain the next '>', at any depth. For example, with a = "x<b>" and
+// b = "<a>", the text "<a>!" is read like this:
 //
-//   stack, the part that is left        read       result
+//   stack, unread parts                 read       result
 //   "<a>!"                              <a>
 //   "!", a: "x<b>"                      x <b>      x
 //   "!", a: "", b: "<a>"                <a>        x<a>      a is on the stack, so <a> refers to itself
@@ -61,7 +61,7 @@ class Expansion {
         Names::iterator name;  // of the reference whose value this is; end for the text
     };
 
-    // False at the end of everything.
+    // Copies up to the next '<'. Returns false at the end of all sources.
     bool copyUpToReference() {
         while (!m_sources.empty()) {
             Source& source = m_sources.back();
@@ -74,7 +74,7 @@ class Expansion {
         return false;
     }
 
-    // Reads up to the first '>'. False when there is none; then everything has been read.
+    // Reads up to the next '>'. Returns false when there is none; then all sources are read.
     bool takeReference(std::string& reference) {
         while (!m_sources.empty()) {
             Source& source = m_sources.back();
@@ -95,7 +95,8 @@ class Expansion {
         m_sources.pop_back();
     }
 
-    // False when the reference stays as it is. The source on top of the stack is the one that it ends in.
+    // Replaces the reference by its value. Returns false when the reference must stay. The top source is the one in
+    // which the reference ends.
     bool replace(const std::string& reference) {
         std::string name = reference.substr(1, reference.size() - 2);
         if (m_names.contains(name)) return false;

@@ -23,7 +23,7 @@ FindFileBase::~FindFileBase() = default;
 
 FindFileImplementation::FindFileImplementation(const std::string& pattern) : FindFileBase(pattern) {
     const int error = m_findHandle.start(m_pattern);
-    // A folder that is not there has no names, as the caller sees; that it cannot be read is another matter.
+    // A missing folder has no names, which is not an error. An unreadable folder is logged.
     if (error == 0) {
         advance();
     } else if (error != ENOENT && error != ENOTDIR) {

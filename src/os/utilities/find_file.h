@@ -1,4 +1,4 @@
-// The search behind KestFindFile.
+// The search of KestFindFile.
 #pragma once
 
 #include <string>
@@ -33,7 +33,7 @@ class FindFileImplementation : public FindFileBase {
   private:
     void advance();
 
-    std::string m_findData;  // the name that next returns next, unless exhausted
+    std::string m_findData;  // the name that the next call of next returns, unless exhausted
     platform::FileSearch m_findHandle;
 };
 

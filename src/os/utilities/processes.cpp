@@ -21,13 +21,13 @@ void store(int* target, int value) noexcept {
     if (target != nullptr) *target = value;
 }
 
-// Whether the failure counts as success: the command is a document, and the desktop knows what to do with it.
+// Opens a command that is a document with the desktop. Returns whether the call counts as a success.
 bool openInstead(const std::string& commandLine, platform::ErrorCode error, int* exitCode) {
     store(exitCode, -1);
     internal::logRecord(kLogFailure, "KestExecuteProgram: Failed to start process. Error code :", error);
     if (error != platform::errorBadExecutable) return false;
     const platform::ErrorCode refusal = platform::openDocument(platform::splitArguments(commandLine).front());
-    // What the interface that this was made for answers: above 32 stands for success.
+    // The record shows results as ShellExecute returns them: a number above 32 is a success.
     constexpr platform::ErrorCode kOpened = 42;
     internal::logRecord(kLogFailure, "KestExecuteProgram: Process started using ", "ShellExecute. ",
                         refusal == 0 ? kOpened : refusal, " (Error code: ", refusal, ")");
@@ -67,7 +67,7 @@ bool KestExecuteProgramEx(const std::string& commandLine, void* standardInput, v
     }
     if (wait) {
         internal::logRecord(kLogRun, "KestExecuteProgram: Wait for process to finish.");
-        // Told at once: looking every tenth of a second, as others do, would add half of that to every run.
+        // A blocking wait: a poll every 100 ms would add 50 ms on average.
         child.wait(platform::kInfinite);
         store(exitCode, child.exitCode());
         internal::logRecord(kLogRun, "KestExecuteProgram: Process done.");

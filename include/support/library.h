@@ -1,20 +1,20 @@
-// Libraries that a program loads while it runs, and module data: the places where process-wide state is made at load
-// and torn down at unload.
+// Dynamically loaded libraries, and module data: classes that create process-wide state at load and delete it at
+// unload.
 //
 //   KestLibrary        one load of a library
-//   ModuleData         base of a place of process-wide state
+//   ModuleData         base of a class with process-wide state
 //   ModuleDataControl  a polymorphic handle for code that manages several of them
 //
-// A KestLibrary is usually shared through KestSmartPointer; the last release unloads the library. Nothing that came
-// from the library, not even an object of a class that it defines, may be used after that.
+// A KestLibrary is usually shared through KestSmartPointer; the last release unloads the library. After that nothing of
+// the library may be used, including objects of its classes.
 //
-// The library's own module data does its work from static construction and destruction; a program need not do anything.
-// When the library is unloaded, the object factory of the process is deleted first, then the timer manager ends, and
-// the lock under which other locks are created goes last; timers that are started after that stay stopped. By then no
-// other thread is inside the library or comes back to it, and no object of it is left to be released.
+// The module data of this library works by static construction and destruction; a program need not do anything. At
+// unload it deletes the object factory of the process, then the timer manager. A timer that is started after that stays
+// stopped. Before the unload all other threads must have left the
+// library, and all its objects must be released.
 //
-// Threads: a KestLibrary that one thread assigns to must not be used by another. Static construction and destruction
-// run on one thread. Nothing here is locked.
+// Threads: while one thread assigns to a KestLibrary, no other may use it. Static construction and destruction run on
+// one thread. The classes use no locks.
 #pragma once
 
 #include <cstdint>
@@ -29,19 +29,19 @@ namespace KestSupport {
 /// A library from its load to its unload.
 class KEST_SUPPORT_EXPORT KestLibrary : public KestObjectBase {
   public:
-    /// Loads the library of that path, or of that name along the system's search path; the second argument has no
-    /// meaning. The library's own start-up code runs now. Throws KestException (code 0): "KestLibrary::KestLibrary:
-    /// failed to load: ", the name, ".  " and the system's text.
+    /// Loads the library of that path, or of that name along the system's search path, and runs its start-up code. The
+    /// second argument is not used. Throws KestException (code 0): "KestLibrary::KestLibrary: failed to load: ", the
+    /// name, ".  " and the system's text.
     KestLibrary(const std::string& name, bool);
 
-    /// A copy holds a load of its own, of the library that the other one holds, whatever lies at its path by now. Both
-    /// throw as the constructor does when the system refuses that; an assignment leaves the object as it was then.
+    /// A copy loads the same library again, even if its path now leads to another file. Both throw as the constructor
+    /// does; a failed assignment does not change the object.
     KestLibrary(const KestLibrary& other);
     KestLibrary& operator=(const KestLibrary& other);
     ~KestLibrary() override;
 
-    /// The address of an exported symbol, by the name that the system knows it by; null when there is none. On Linux
-    /// those of the libraries that this one needs are found too.
+    /// Returns the address of an exported symbol, by its name in the system's symbol table; null when it does not
+    /// exist. On Linux the symbols of the libraries that this one needs are found too.
     void* getProcAddr(const std::string& symbol) const noexcept;
 
   private:
@@ -49,7 +49,7 @@ class KEST_SUPPORT_EXPORT KestLibrary : public KestObjectBase {
     void* m_module = nullptr;  // the system's handle
 };
 
-/// State with a beginning and an end. A disabled one does nothing when it is made or destroyed.
+/// State that is created and deleted. A disabled object does nothing at construction and destruction.
 class KEST_SUPPORT_EXPORT ModuleData {
   public:
     explicit ModuleData(bool enabled) noexcept : m_enabled(enabled) {}
@@ -60,15 +60,15 @@ class KEST_SUPPORT_EXPORT ModuleData {
     virtual void initialize() = 0;
     virtual void terminate() = 0;
 
-    /// Hooks around the life of a module; they do nothing.
+    /// Hooks for the load and unload of a module. They do nothing.
     static void entry() noexcept;
     static void exit() noexcept;
 
-    static ModuleData* m_pHead;  ///< null; nothing of the library changes it
+    static ModuleData* m_pHead;  ///< null; the library never changes it
 
   protected:
     bool m_enabled;
-    std::int32_t m_initCount = 0;  ///< how often it was initialised without being torn down
+    std::int32_t m_initCount = 0;  ///< how often it was initialised without being terminated
 };
 
 class KEST_SUPPORT_EXPORT ModuleDataControl {

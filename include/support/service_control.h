@@ -42,7 +42,7 @@ class KEST_SUPPORT_EXPORT KestServiceControlException {
     std::uint32_t m_osErrorNumber;
 };
 
-/// Every operation throws KestServiceControlException on failure.
+/// Every operation throws a KestServiceControlException on failure.
 class KEST_SUPPORT_EXPORT KestServiceControl {
   public:
     explicit KestServiceControl(const std::string& serviceName);

@@ -55,8 +55,10 @@ class OpenRecord {
 
     void choose(const std::string& module, int level) {
         m_module.clear();
-        makeRoom(m_module, module.size());
-        m_module += module;
+        if (!module.empty()) {
+            makeRoom(m_module, module.size());
+            m_module += module;
+        }
         m_level = level;
     }
     /// From here on the record is the thread's, and takes its insertions.

@@ -1,3 +1,4 @@
+// Tests KestCreateDirectory and KestRemoveDirectory: results, texts, log records and failed system calls.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,7 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 using Texts = std::vector<std::string>;
 
-// What is thrown: the text, a colon and the code; empty when nothing is.
+// Returns "TEXT: CODE" of the exception, or an empty text.
 std::string removalFailure(const std::string& path, bool recursive = true) {
     try {
         KestRemoveDirectory(path, recursive);
@@ -29,7 +30,7 @@ std::string removalFailure(const std::string& path, bool recursive = true) {
 const std::string kNoDirectory = "KestRemoveDirectory: Could not remove the directory ";
 const std::string kNoFile = "KestRemoveDirectory: Could not remove the file ";
 
-TEST(CreateDirectory, MakesWhatIsMissingOfThePathAndLogsWhatCannotBeMade) {
+TEST(CreateDirectory, CreatesMissingParents) {
     const kit::TemporaryFolder folder;
     folder.write("file", "");
     const std::tuple<const char*, bool, const char*> rows[] = {{"a", true, "a"},
@@ -39,8 +40,10 @@ TEST(CreateDirectory, MakesWhatIsMissingOfThePathAndLogsWhatCannotBeMade) {
                                                                {"f\\g/h\\i", true, "f/g/h/i"},
                                                                {"file", true, "file"},
                                                                {"file/x", false, "file"}};
-    for (const auto& [path, result, made] : rows)
-        EXPECT_TRUE(KestCreateDirectory(folder.pathOf(path)) == result && fs::exists(folder.pathOf(made))) << path;
+    for (const auto& [path, result, created] : rows) {
+        EXPECT_EQ(KestCreateDirectory(folder.pathOf(path)), result) << path;
+        EXPECT_TRUE(fs::exists(folder.pathOf(created))) << path;
+    }
     EXPECT_FALSE(KestCreateDirectory(""));
     const fs::path before = fs::current_path();
     fs::current_path(folder.path());
@@ -51,9 +54,11 @@ TEST(CreateDirectory, MakesWhatIsMissingOfThePathAndLogsWhatCannotBeMade) {
     EXPECT_EQ(log.messages(), (Texts{"KestCreateDirectory: j\\k/l", "KestCreateDirectory: couldn't create j/k (13)"}));
 }
 
-TEST(RemoveDirectory, RemovesATreeAndFollowsNoLinkOutOfIt) {
+TEST(RemoveDirectory, FollowsNoLinks) {
     const kit::TemporaryFolder folder;
-    const std::string tree = folder.pathOf("tree"), root = folder.pathOf("root"), none = folder.pathOf("none");
+    const std::string tree = folder.pathOf("tree");
+    const std::string root = folder.pathOf("root");
+    const std::string none = folder.pathOf("none");
     fs::create_directories(tree + "/a/b/c");
     fs::create_directories(folder.pathOf("outside/kept"));
     for (const char* name : {"tree/\x01\n\\\xFF", "tree/.dot", "tree/a/b/c/*", "outside/file"})
@@ -71,9 +76,10 @@ TEST(RemoveDirectory, RemovesATreeAndFollowsNoLinkOutOfIt) {
     EXPECT_TRUE(fs::exists(folder.pathOf("outside/file")));
 }
 
-TEST(RemoveDirectory, LogsWhatItRemovesAndLeavesFoldersWhoseNamesBeginWithADot) {
+TEST(RemoveDirectory, KeepsDotFolders) {
     const kit::TemporaryFolder folder;
-    const std::string tree = folder.pathOf("tree"), below = tree + "/a";
+    const std::string tree = folder.pathOf("tree");
+    const std::string below = tree + "/a";
     fs::create_directories(below + "/.kept/b");
     folder.write("tree/a/file", "");
     {
@@ -91,23 +97,26 @@ TEST(RemoveDirectory, LogsWhatItRemovesAndLeavesFoldersWhoseNamesBeginWithADot) 
     EXPECT_TRUE(fs::exists(below + "/.kept/b"));
 }
 
-TEST(RemoveDirectory, CopesWithManyEntriesAndWithATreeDeeperThanAnyPath) {
+TEST(RemoveDirectory, HandlesManyEntriesAndDeepTrees) {
     const kit::TemporaryFolder folder;
-    const std::string tree = folder.pathOf("tree"), name(40, 'd');
+    constexpr int kEntries = 20'000;
+    constexpr int kDepth = 2000;  // with the long names the path exceeds PATH_MAX
+    const std::string tree = folder.pathOf("tree");
+    const std::string name(40, 'd');
     fs::create_directory(tree);
-    for (int i = 0; i < 20'000; ++i)
+    for (int i = 0; i < kEntries; ++i)
         ASSERT_EQ(symlink("x", (tree + '/' + std::to_string(i)).c_str()), 0);
     const fs::path before = fs::current_path();
     fs::current_path(tree);
-    for (int depth = 0; depth < 2000; ++depth)
+    for (int depth = 0; depth < kDepth; ++depth)
         ASSERT_EQ(mkdir(name.c_str(), 0700) + mkdir("e", 0700) + symlink("x", "f") + chdir(name.c_str()), 0);
     fs::current_path(before);
     EXPECT_EQ(removalFailure(tree), "");
     EXPECT_FALSE(fs::exists(tree));
 }
 
-// Each system call fails once, and from then on.
-TEST(RemoveDirectory, LeavesNothingOpenAndNothingUnsaidWhicheverSystemCallFails) {
+// Each system call fails once, then permanently.
+TEST(RemoveDirectory, ReportsEachFailedSystemCall) {
     const kit::TemporaryFolder folder;
     const auto openFiles = [] { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); };
     const auto before = openFiles();

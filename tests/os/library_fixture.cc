@@ -1,4 +1,4 @@
-// A library that library_test.cpp loads. Whoever loaded it hears of its unload.
+// The library that library_test.cpp loads. It counts its unloads.
 namespace {
 
 struct Unload {

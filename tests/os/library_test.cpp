@@ -1,3 +1,4 @@
+// Tests the loads, copies, unloads and failures of KestLibrary.
 #include "support/library.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +13,7 @@
 namespace KestSupport {
 namespace {
 
-TEST(Library, StaysLoadedUntilTheLastOfItsLoadsIsGivenBack) {
+TEST(Library, UnloadsWithTheLastLoad) {
     const kit::TemporaryFolder folder;
     const std::string path = folder.pathOf("libfixture.so");
     std::filesystem::copy_file(KEST_LIBRARY_FIXTURE, path);
@@ -23,7 +24,7 @@ TEST(Library, StaysLoadedUntilTheLastOfItsLoadsIsGivenBack) {
     auto second = std::make_unique<KestLibrary>(path, true);
     auto copy = std::make_unique<KestLibrary>(*second);
     KestSmartPointer<KestLibrary> assigned(new KestLibrary("libc.so.6", false));
-    std::filesystem::rename(path, folder.pathOf("elsewhere"));  // by now the path may be another's
+    std::filesystem::rename(path, folder.pathOf("elsewhere"));  // a copy must not use the path
     *assigned = *copy;
     *assigned = *assigned;
     {
@@ -39,9 +40,10 @@ TEST(Library, StaysLoadedUntilTheLastOfItsLoadsIsGivenBack) {
     EXPECT_EQ(unloads, 1);
 }
 
-TEST(Library, SaysWhatCannotBeLoadedAndWhy) {
+TEST(Library, ReportsFailedLoads) {
     const kit::TemporaryFolder folder;
-    const std::string absent = folder.pathOf("absent.so"), broken = folder.write("broken.so", "text");
+    const std::string absent = folder.pathOf("absent.so");
+    const std::string broken = folder.write("broken.so", "text");
     const std::pair<std::string, std::string> rows[] = {
         {absent, absent + ": cannot open shared object file: No such file or directory"},
         {broken, broken + ": file too short"},

@@ -1,3 +1,4 @@
+// Tests the tear-down of the process-wide state while other threads use locks.
 #include "os/module_data.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +17,7 @@ namespace KestSupport {
 namespace {
 
 // One test, because the tear-down is permanent.
-TEST(ModuleData, TheTearDownEndsTheFactoryAndTheTimersWhileOtherThreadsLock) {
+TEST(ModuleData, EndsFactoryAndTimers) {
     auto module = std::make_unique<Module>();
     std::atomic<int> made{0};
     std::jthread locker([&](const std::stop_token& stop) {
@@ -35,7 +36,7 @@ TEST(ModuleData, TheTearDownEndsTheFactoryAndTheTimersWhileOtherThreadsLock) {
     module.reset();
     const int before = made;
     kit::await([&] { return made > before; });
-    EXPECT_TRUE(KestObjectFactory::getGlobalInstance().construct("gone").isNull()) << "the factory is another one";
+    EXPECT_TRUE(KestObjectFactory::getGlobalInstance().construct("gone").isNull()) << "a new factory";
     timer.start(1, true);
     timer.stop();
     EXPECT_EQ(kit::failureOf(KestTimerManager::getInstance), "KestTimerManager::getInstance: Exiting system");

@@ -1,3 +1,4 @@
+// Tests KestServiceControl and its exception with a recording manager, and the life of an installed service.
 #include "support/service_control.h"
 
 #include <memory>
@@ -15,7 +16,7 @@ using kit::RecordingServiceManager;
 using Texts = std::vector<std::string>;
 using Code = std::uint32_t;
 
-// "NUMBER/CODE" of the exception that the call throws.
+// Returns "NUMBER/CODE" of the exception, or "none".
 template <typename Call>
 std::string failureOf(Call call) {
     try {
@@ -42,13 +43,13 @@ TEST(ServiceControlException, DescribesAndMapsItself) {
         {1, 4000000000, "An OS error occurred (error number = 4000000000): ", -1},
         {2, 5, "A command to start or stop the service timed out.", 3},
         {99, 1051, "The command is not implemented.", 1},
-        {7, 5, "as it was", -1},
+        {7, 5, "unchanged", -1},
     };
     for (const auto& each : cases) {
         KestServiceControlException copy(7);
         EXPECT_EQ(copy.GetOsErrorNumber(), 0u);
         copy = KestServiceControlException(each.number, each.code);
-        std::string text = "as it was";
+        std::string text = "unchanged";
         copy.GetErrorMessage(text);
         EXPECT_EQ(text, each.text);
         EXPECT_EQ(copy.MapErrorToSmStatusCode(), each.status) << each.text;
@@ -57,7 +58,7 @@ TEST(ServiceControlException, DescribesAndMapsItself) {
     }
 }
 
-TEST(ServiceControl, AsksTheManagerForWhatEachOperationNeeds) {
+TEST(ServiceControl, OpensWithTheNeededAccess) {
     RecordingServiceManager manager;
     manager.configuration.startType = 3;
     {
@@ -92,11 +93,11 @@ TEST(ServiceControl, AsksTheManagerForWhatEachOperationNeeds) {
     EXPECT_EQ(manager.openHandles(), 0u);
 }
 
-TEST(ServiceControl, ThrowsWhatThePlatformAnswers) {
+TEST(ServiceControl, ThrowsThePlatformsErrors) {
     const struct {
         const char* call;  // that fails
         Code error;
-        std::vector<Code> states;  // of the service, as it is asked for them
+        std::vector<Code> states;  // the answers to queries
         Code afterControl;
         std::string started, stopped;
     } cases[] = {
@@ -127,7 +128,7 @@ TEST(ServiceControl, ThrowsWhatThePlatformAnswers) {
     }
 }
 
-TEST(ServiceControl, CopiesShareTheConnectionAndNothingElse) {
+TEST(ServiceControl, CopiesShareTheConnection) {
     RecordingServiceManager manager;
     manager.failures["queryConfiguration"] = 5;
     KestServiceControlWin other("other");
@@ -138,7 +139,7 @@ TEST(ServiceControl, CopiesShareTheConnectionAndNothingElse) {
         const KestServiceControlWin copy(first);
         other = copy;
         other = *&other;
-        EXPECT_EQ(manager.openHandles(), 2u) << "the connection that nobody uses any more is closed";
+        EXPECT_EQ(manager.openHandles(), 2u) << "the unused connection is closed";
     }
     EXPECT_EQ(manager.openHandles(), 1u);
     EXPECT_TRUE(other.IsServiceInstalled());
@@ -172,7 +173,7 @@ const kit::ChildRole installs("installs", [](const Texts&) { return HostedServic
 
 using HostedServiceTest = kit::ServiceFixture;
 
-TEST_F(HostedServiceTest, IsInstalledStartedStoppedAndRemoved) {
+TEST_F(HostedServiceTest, RunsFromInstallToRemove) {
     std::filesystem::create_directory(state.pathOf("a b"));
     const std::string program = state.pathOf("a b/program");
     std::filesystem::copy_file("/proc/self/exe", program);
@@ -181,7 +182,7 @@ TEST_F(HostedServiceTest, IsInstalledStartedStoppedAndRemoved) {
     Opened("hosted").call(&Manager::queryConfiguration, installed);
     EXPECT_EQ(installed.commandLine, "'" + program + "' --child-role=hosted");
     HostedService installer;
-    EXPECT_FALSE(installer.install()) << "it is there";
+    EXPECT_FALSE(installer.install()) << "already installed";
     KestServiceControlWin service("hosted");
     service.SetServiceStartType(3);
     EXPECT_EQ(service.GetServiceStartType(), 3u);
@@ -198,7 +199,7 @@ TEST_F(HostedServiceTest, IsInstalledStartedStoppedAndRemoved) {
     EXPECT_EQ(state.read("stopped"), "yes");
 
     EXPECT_EQ(run("start hosted slow; tell hosted"), "0 2/0/0p");
-    EXPECT_EQ(failureOf([&] { service.StopService(); }), "1/1003") << "it takes no stop while it starts";
+    EXPECT_EQ(failureOf([&] { service.StopService(); }), "1/1003") << "a starting service accepts no stop";
     service.StartServiceA();
     EXPECT_EQ(state.read("arguments"), "<slow >");
     EXPECT_EQ(run("tell hosted; control hosted 2; control hosted 4; control hosted 1; await hosted 1; tell hosted"),

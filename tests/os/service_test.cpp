@@ -1,3 +1,4 @@
+// Tests KestService in console mode and in service mode, install and remove, with a recording manager.
 #include "support/service.h"
 
 #include <gtest/gtest.h>
@@ -22,6 +23,11 @@ namespace {
 using namespace KestSupport;
 using kit::RecordingServiceManager;
 using Texts = std::vector<std::string>;
+
+// Controls of the manager.
+constexpr std::uint32_t kStop = 1;
+constexpr std::uint32_t kInterrogate = 4;
+constexpr std::uint32_t kParameterChange = 6;
 
 class TestService : public KestService {
   public:
@@ -59,32 +65,39 @@ bool fail() {
     throw KestException(7);
 }
 
-TEST(Service, IsMadeWithTheFieldsThatItIsGiven) {
-    const TestService plain;
-    EXPECT_EQ(plain.fields(), ",,,,,,0");
-    EXPECT_EQ(plain.state(), KestService::STOPPED);
-    EXPECT_EQ(plain.getStatusHandle(), nullptr);
-    {
-        const TestService dependent(true, "other");
-        EXPECT_EQ(dependent.fields(), ",,,other,,,1");
-        const TestService full("named");
-        EXPECT_EQ(full.fields(), "app,named,The service,first,,,1");
-        EXPECT_EQ(full.serviceName(), "named");
-        EXPECT_EQ(KestService::getService(), &full) << "the latest";
-    }
-    const TestService again;
-    EXPECT_EQ(KestService::getService(), &again);
+// Starts the service, and calls `work` on another thread while it runs. Returns the result of start.
+bool runWith(TestService& service, RecordingServiceManager& manager, bool asService,
+             const std::function<void()>& work) {
+    std::thread other([&] {
+        if (asService) manager.awaitReport(KestService::RUNNING);
+        kit::await([&] { return service.state() == KestService::RUNNING; });
+        work();
+    });
+    const bool started = service.start("not used", asService);
+    other.join();
+    return started;
 }
 
-TEST(ServiceConsole, RunsUntilAnotherThreadStopsItAndTellsNoManager) {
+TEST(Service, StoresItsFields) {
+    EXPECT_EQ(TestService().fields(), ",,,,,,0");
+    EXPECT_EQ(TestService(true, "other").fields(), ",,,other,,,1");
+    const TestService full("named");
+    EXPECT_EQ(full.fields(), "app,named,The service,first,,,1");
+    EXPECT_EQ(full.serviceName(), "named");
+    EXPECT_EQ(full.state(), KestService::STOPPED);
+    EXPECT_EQ(full.getStatusHandle(), nullptr);
+    EXPECT_EQ(KestService::getService(), &full);
+}
+
+TEST(ServiceConsole, RunsUntilStopped) {
     RecordingServiceManager manager;
     TestService service;
-    service.onStop = [&] { return service.stop(); };  // too late for this run, and not meant for the next one
+    service.onStop = [&] { return service.stop(); };  // too late for this run; must not end the next one
     for (int run = 0; run < 2; ++run) {
         kit::Gate returned;
         std::thread other([&] {
             kit::await([&] { return service.state() == KestService::RUNNING || returned.passWithin({}); });
-            EXPECT_TRUE(service.start("", false)) << "a running service is started already";
+            EXPECT_TRUE(service.start("", false));
             EXPECT_TRUE(service.ReportStatusToSCMgr(4, 0, 0));
             EXPECT_FALSE(returned.passWithin(std::chrono::milliseconds(50))) << run;
             service.stop();
@@ -106,7 +119,7 @@ struct Objector : KestDependent {
     std::atomic<int> objections{0};
 };
 
-TEST(Service, ARequestToStopThatFailsChangesNothingAndTheNextOneStops) {
+TEST(Service, KeepsItsStateAfterAFailedStop) {
     for (const bool asService : {false, true}) {
         RecordingServiceManager manager;
         const kit::LogCapture log(1);
@@ -114,25 +127,24 @@ TEST(Service, ARequestToStopThatFailsChangesNothingAndTheNextOneStops) {
         Objector objector;
         service.getEventObject().addDependent(objector);
         objector.objections = 1;
-        std::thread other([&] {
-            if (asService) manager.awaitReport(4);
-            kit::await([&] { return service.state() == KestService::RUNNING; });
-            const auto request = [&] { asService ? manager.send(1) : static_cast<void>(service.stop()); };
+        EXPECT_TRUE(runWith(service, manager, asService, [&] {
+            const auto request = [&] { asService ? manager.send(kStop) : static_cast<void>(service.stop()); };
             EXPECT_THROW(request(), KestException);
             EXPECT_EQ(service.state(), KestService::RUNNING);
             request();
-        });
-        EXPECT_TRUE(service.start("", asService));
-        other.join();
+        }));
         EXPECT_EQ(log.messages(),
                   asService ? Texts{"KestService: a request to stop failed: not now (code 7)"} : Texts{});
         // A start that fails ends although the event cannot be set.
-        service.onStart = [&] { return objector.objections = 1000, false; };
+        service.onStart = [&] {
+            objector.objections = 1000;
+            return false;
+        };
         EXPECT_EQ(service.start("", asService), asService);
     }
 }
 
-TEST(Service, ReadsItsSettingsAgainOnRequestWhenItAcceptsThat) {
+TEST(Service, ReloadsOnRequest) {
     for (const bool asService : {false, true}) {
         RecordingServiceManager manager;
         const kit::LogCapture log(1);
@@ -141,18 +153,14 @@ TEST(Service, ReadsItsSettingsAgainOnRequestWhenItAcceptsThat) {
         service.acceptReload([&] {
             if (++reloads == 2) throw std::runtime_error("unreadable");
         });
-        std::thread other([&] {
-            if (asService) manager.awaitReport(4);
-            kit::await([&] { return service.state() == KestService::RUNNING; });
+        EXPECT_TRUE(runWith(service, manager, asService, [&] {
             for (int i = 1; i <= 3; ++i) {
                 std::raise(SIGHUP);
                 kit::await([&] { return reloads == i; });
             }
-            if (asService) manager.send(6);
+            if (asService) manager.send(kParameterChange);
             service.stop();
-        });
-        EXPECT_TRUE(service.start("", asService));
-        other.join();
+        }));
         EXPECT_EQ(reloads, asService ? 4 : 3);
         EXPECT_EQ(log.messages(), Texts{"KestService: a request to reload failed: unreadable"});
         const Texts reports = manager.reports();
@@ -166,17 +174,18 @@ const kit::ChildRole servedBefore("served before", [](const Texts&) {
     service.start("", false);
     std::puts("returned");
     std::fflush(stdout);
-    return kit::Gate().pass(), 0;
+    kit::Gate().pass();
+    return 0;
 });
 
-TEST(ServiceConsole, AnInterruptAfterItsEndHasItsDefaultEffect) {
+TEST(ServiceConsole, RestoresTheDefaultInterrupt) {
     kit::ChildProcess child = kit::ChildProcess::inRole("served before");
     ASSERT_TRUE(child.waitForOutput("returned"));
     child.interrupt();
     EXPECT_EQ(child.wait(), -SIGINT);
 }
 
-TEST(ServiceConsole, LogsItsWayAndIsStoppedAlsoAfterAFailure) {
+TEST(ServiceConsole, IsStoppedAfterAFailure) {
     TestService service;
     {
         const kit::LogCapture log;
@@ -200,22 +209,22 @@ TEST(ServiceConsole, LogsItsWayAndIsStoppedAlsoAfterAFailure) {
         << "a failed start is not stopped";
 }
 
-TEST(ServiceMode, ReportsAndLogsItsWholeLife) {
+TEST(ServiceMode, ReportsAndLogsItsLife) {
     RecordingServiceManager manager;
     kit::LogCapture log;
     manager.startArguments = {"life", "x", "y"};
     TestService service("life");
-    const auto sleepLong = [] { std::this_thread::sleep_for(std::chrono::milliseconds(1500)); };
-    service.onStart = [&] { return sleepLong(), true; };
-    service.onStop = [&] { return sleepLong(), false; };
-    std::thread administrator([&] {
-        manager.awaitReport(4);
-        manager.send(4);  // interrogate
+    const auto returnLate = [](bool result) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+        return result;
+    };
+    service.onStart = [&] { return returnLate(true); };
+    service.onStop = [&] { return returnLate(false); };
+    EXPECT_TRUE(runWith(service, manager, true, [&] {
+        manager.send(kInterrogate);
         EXPECT_EQ(service.state(), KestService::RUNNING);
-        manager.send(1);
-    });
-    EXPECT_TRUE(service.start("not used", true));
-    administrator.join();
+        manager.send(kStop);
+    }));
     const Texts messages = log.messages();
     for (const char* line :
          {"KestService::start: calling StartServiceCtrlDispatcher", "KestService::ReportStatusToSCMgr: state=1",
@@ -234,7 +243,7 @@ TEST(ServiceMode, ReportsAndLogsItsWholeLife) {
     EXPECT_EQ(service.state(), KestService::STOPPED);
     EXPECT_EQ(manager.calls(), (Texts{"runDispatcher life", "registerControlHandler life"}));
 
-    // A slow machine may report more often that something is pending, never less.
+    // A slow machine may report a pending state more often, never less.
     const Texts reports = manager.reports();
     const std::vector<std::uint32_t> checkPoints = manager.checkPoints();
     Texts kinds;
@@ -250,7 +259,7 @@ TEST(ServiceMode, ReportsAndLogsItsWholeLife) {
     EXPECT_GE(std::count(reports.begin(), reports.end(), "3 accepted=1 exit=0 hint=3000"), 2);
 }
 
-TEST(ServiceMode, EndsStoppedWhateverFails) {
+TEST(ServiceMode, IsStoppedAfterEachFailure) {
     const auto succeed = [] { return true; };
     const auto refuse = [] { return false; };
     const auto stopIt = [] { return KestService::getService()->stop(); };
@@ -259,7 +268,7 @@ TEST(ServiceMode, EndsStoppedWhateverFails) {
         const Texts all = static_cast<RecordingServiceManager&>(platform::serviceManager()).reports();
         return std::count_if(all.begin(), all.end(), [&](const std::string& each) { return each[0] == state; });
     };
-    // startIt runs longer than stopIt. The service is not stopped before both have ended.
+    // startIt runs longer than stopIt. The service is stopped only after both have ended.
     const auto stopAndWait = [&] {
         stopIt();
         stopped.pass();
@@ -267,13 +276,16 @@ TEST(ServiceMode, EndsStoppedWhateverFails) {
         EXPECT_EQ(reported('1'), 0);
         return true;
     };
-    const auto openAndFail = [&] { return stopped.open(), fail(); };
+    const auto openAndFail = [&] {
+        stopped.open();
+        return fail();
+    };
     const struct {
         const char* managersCall;  // that fails
         int refusedThread;         // counted from 1; 0: none
         std::function<bool()> onStart, onStop;
-        std::string states;  // reported, without repetition, as a pattern; "!" for the exit code 1064
-        std::size_t heard;   // of startIt and stopIt
+        std::string states;  // a pattern for the reported states without repetition; "!" for the exit code 1064
+        std::size_t heard;   // calls of startIt and stopIt
     } cases[] = {
         {"runDispatcher", 0, succeed, succeed, "", 0},   {"registerControlHandler", 0, succeed, succeed, "", 0},
         {"none", 0, refuse, succeed, "21", 1},           {"none", 0, fail, succeed, "21!", 1},
@@ -322,7 +334,7 @@ TEST(ServiceInstall, RegistersTheRunningProgram) {
     EXPECT_EQ(manager.openHandles(), 0u);
 }
 
-TEST(ServiceInstall, AnswersForEachFailure) {
+TEST(ServiceInstall, ReportsEachFailure) {
     const struct {
         std::string call;
         unsigned error;
@@ -353,7 +365,7 @@ TEST(ServiceInstall, AnswersForEachFailure) {
     EXPECT_EQ(manager.calls(), Texts{});
 }
 
-TEST(ServiceInstall, RemovalWaitsUntilTheServiceHasStopped) {
+TEST(ServiceInstall, WaitsForTheStop) {
     RecordingServiceManager manager;
     TestService service("named");
     manager.queriedStates = {3, 1, 3};

@@ -9,6 +9,7 @@
 #include "kestsc/table.h"
 #include "kestsc/text.h"
 #include "kit/service_fixture.h"
+#include "platform/process.h"
 #include "platform/thread.h"
 
 namespace {
@@ -58,7 +59,7 @@ const kit::ChildRole role("serve", [](const Texts& arguments) {
 });
 
 struct Step {
-    Texts arguments;
+    std::string arguments;  // quoted as in a shell
     int code;
     std::string output;
     std::string errors{};
@@ -68,114 +69,101 @@ class Kestsc : public kit::ServiceFixture {
   protected:
     // In the output, PID replaces the service's process id and SERVE this program's command line.
     void expect(const Step& step) {
-        kit::ChildProcess child(KESTSC, step.arguments);
-        EXPECT_EQ(child.wait(), step.code) << kestsc::jsonTexts(step.arguments);
+        kit::ChildProcess child(KESTSC, splitArguments(step.arguments));
+        EXPECT_EQ(child.wait(), step.code) << step.arguments;
         std::string output =
             std::regex_replace(child.output(), std::regex("(\"processId\":|Process +)\\d\\d+"), "$1PID");
         if (const auto at = output.find(serveCommand); at != std::string::npos)
             output.replace(at, serveCommand.size(), "SERVE");
-        EXPECT_EQ(output, step.output) << kestsc::jsonTexts(step.arguments);
+        EXPECT_EQ(output, step.output) << step.arguments;
         EXPECT_EQ(child.errors(), step.errors.empty() ? "" : "kestsc: " + step.errors + "\n");
     }
     void expect(const std::vector<Step>& steps) {
         for (const Step& step : steps)
             expect(step);
     }
-    void install(const std::string& name, const std::string& behaviour, const Texts& more = {}) {
-        Texts arguments{"install", name, serveCommand + " " + behaviour};
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        expect({arguments, 0, name + ": installed\n"});
+    void install(const std::string& name, const std::string& behaviour, const std::string& options = "") {
+        expect(
+            {"install " + name + " \"" + serveCommand + " " + behaviour + "\" " + options, 0, name + ": installed\n"});
     }
     const std::string serveCommand = kit::ChildProcess::commandOfRole("serve");
 };
 
 TEST_F(Kestsc, AdministersOneService) {
     const std::string heading = "Service       web\nDisplay name  Gr\u00fc\u00dfe\\x1B[2J\n";
-    expect({{"list"}, 0, "No services are installed.\n"});
-    install("web", "plain",
-            {"--display", "Gr\u00fc\u00dfe\x1b[2J", "--description=\u202eevil \xff", "--start", "demand"});
+    expect({"list", 0, "No services are installed.\n"});
+    install("web", "plain", "--display 'Gr\u00fc\u00dfe\x1b[2J' '--description=\u202eevil \xff' --start demand");
     install("a", "plain");
     expect({
-        {{"install", "web", "x"}, 1, "", "install web: the service is already installed (1073)"},
-        {{"list"},
-         0,
+        {"install web x", 1, "", "install web: the service is already installed (1073)"},
+        {"list", 0,
          "NAME  STATE    START   PROCESS  DISPLAY NAME\n"
          "a     stopped  auto    -        a\n"
          "web   stopped  demand  -        Gr\u00fc\u00dfe\\x1B[2J\n"},
-        {{"status", "web"},
-         3,
+        {"status web", 3,
          heading + "State         stopped\n"
                    "Last end      the service has never been started (1077)\n"},
-        {{"stop", "web"}, 0, "web: is not running\n"},
-        {{"start", "web", "--", "--one", "two words"}, 0, "web: started\n"},
-        {{"start", "web"}, 0, "web: is already running\n"},
-        {{"status", "web"}, 0, heading + "State         running\nProcess       PID\nAccepts       stop\n"},
-        {{"status", "web", "--json"},
-         0,
+        {"stop web", 0, "web: is not running\n"},
+        {"start web -- --one 'two words'", 0, "web: started\n"},
+        {"start web", 0, "web: is already running\n"},
+        {"status web", 0, heading + "State         running\nProcess       PID\nAccepts       stop\n"},
+        {"status web --json", 0,
          "{\"name\":\"web\",\"displayName\":\"Gr\u00fc\u00dfe\\u001B[2J\",\"error\":0,\"state\":\"running\","
          "\"processId\":PID,"
          "\"accepts\":[\"stop\"],\"exitCode\":0,\"serviceExitCode\":42,\"checkPoint\":0,\"waitHint\":0}\n"},
-        {{"config", "web", "--start=auto", "--depends", "a", "--description", "", "--json"},
-         0,
+        {"config web --start=auto --depends a --description '' --json", 0,
          "{\"results\":[{\"operation\":\"config\",\"service\":\"web\",\"status\":0,\"error\":0,"
          "\"message\":\"changed\"}]}\n"},
-        {{"restart", "web"}, 0, "web: started\n"},
-        {{"stop", "a"}, 7, "", "stop a: other running services depend on the service (1051): web"},
-        {{"config", "web"},
-         0,
-         heading + "Description\nStart         auto\nDepends on    a\nCommand       SERVE plain\n"},
-        {{"delete", "web"}, 0, "web: marked for deletion; it is deleted when it stops\n"},
-        {{"stop", "web", "--no-wait"}, 0, "web: is stopping\n"},
+        {"restart web", 0, "web: started\n"},
+        {"stop a", 7, "", "stop a: other running services depend on the service (1051): web"},
+        {"config web", 0, heading + "Description\nStart         auto\nDepends on    a\nCommand       SERVE plain\n"},
+        {"delete web", 0, "web: marked for deletion; it is deleted when it stops\n"},
+        {"stop web --no-wait", 0, "web: is stopping\n"},
     });
     kit::await([&] { return run("tell web") == "1060"; });
     EXPECT_EQ(state.read("starts"), "--one,two words,plain plain plain ");
     expect({
-        {{"status", "web"}, 4, "", "status web: the service is not installed (1060)"},
-        {{"stop", "a"}, 0, "a: stopped\n"},
-        {{"delete", "a"}, 0, "a: deleted\n"},
-        {{"start", "a\nb", "--json"},
-         1,
+        {"status web", 4, "", "status web: the service is not installed (1060)"},
+        {"stop a", 0, "a: stopped\n"},
+        {"delete a", 0, "a: deleted\n"},
+        {"start 'a\nb' --json", 1,
          "{\"results\":[{\"operation\":\"start\",\"service\":\"a\\u000Ab\",\"status\":-1,\"error\":123,"
          "\"message\":\"the name is not valid (123)\"}]}\n",
          "start a\\x0Ab: the name is not valid (123)"},
     });
     std::filesystem::permissions(state.pathOf("services"), std::filesystem::perms::others_write,
                                  std::filesystem::perm_options::add);
-    expect({{"list"}, 5, "", "list: permission denied (5)"});
+    expect({"list", 5, "", "list: permission denied (5)"});
 }
 
 TEST_F(Kestsc, StartsAndStopsAllInOrder) {
-    expect({{{"start-all"}, 0, "No services start automatically.\n"}, {{"stop-all"}, 0, "No services are running.\n"}});
-    install("1", "front", {"--depends", "3,4"});
+    expect({{"start-all", 0, "No services start automatically.\n"}, {"stop-all", 0, "No services are running.\n"}});
+    install("1", "front", "--depends 3,4");
     install("2", "failing");
     install("3", "base");
-    install("4", "helper", {"--start", "demand"});
-    install("5", "spare", {"--start", "demand"});
-    install("6", "never", {"--depends", "2"});
+    install("4", "helper", "--start demand");
+    install("5", "spare", "--start demand");
+    install("6", "never", "--depends 2");
     const std::string failed = "start 2: the service is stopped instead of running: the service's own error 42";
     const std::string skipped = "start 6: it needs 2, which failed (1068)";
-    expect({{{"start-all"}, 1, "3: started\n1: started\n", failed + "\nkestsc: " + skipped},
-            {{"stop-all"}, 0, "1: stopped\n4: stopped\n3: stopped\n"}});
+    expect({{"start-all", 1, "3: started\n1: started\n", failed + "\nkestsc: " + skipped},
+            {"stop-all", 0, "1: stopped\n4: stopped\n3: stopped\n"}});
     EXPECT_EQ(state.read("starts"), "base helper front ");
     EXPECT_EQ(state.read("stops"), "front helper base ");
-    install("7", "lonely", {"--depends", "none,3"});
+    install("7", "lonely", "--depends none,3");
     const std::string needed = "a service that this service depends on ";
-    expect(
-        {{{"start", "7"}, 1, "", "start 7: " + needed + "is not installed (1075): none is not installed, 3 is stopped"},
-         {{"delete", "7"}, 0, "7: deleted\n"}});
+    expect({{"start 7", 1, "", "start 7: " + needed + "is not installed (1075): none is not installed, 3 is stopped"},
+            {"delete 7", 0, "7: deleted\n"}});
     state.write("services/2/configuration", "damage");
-    expect({{{"list"},
-             0,
+    expect({{"list", 0,
              "NAME  STATE    START   PROCESS  DISPLAY NAME\n1     stopped  auto    -        1\n"
              "2     unknown  -       -        damaged: the data is not valid (13)\n"
              "3     stopped  auto    -        3\n4     stopped  demand  -        4\n"
              "5     stopped  demand  -        5\n6     stopped  auto    -        6\n"},
-            {{"status", "2"},
-             3,
+            {"status 2", 3,
              "Service       2\nDisplay name  damaged: the data is not valid (13)\nState         stopped\n"
              "Last end      the service's own error 42\n"},
-            {{"start-all", "--json"},
-             1,
+            {"start-all --json", 1,
              "{\"results\":[{\"operation\":\"start-all\",\"service\":\"2\",\"status\":-1,\"error\":13,"
              "\"message\":\"the data is not valid (13)\"},"
              "{\"operation\":\"start\",\"service\":\"3\",\"status\":0,\"error\":0,\"message\":\"started\"},"
@@ -186,12 +174,12 @@ TEST_F(Kestsc, StartsAndStopsAllInOrder) {
              "start-all 2: the data is not valid (13)\n"
              "kestsc: start 6: " +
                  needed + "failed to start (1068): 2 is stopped"},
-            {{"stop-all"}, 0, "2: is not running\n1: stopped\n4: stopped\n3: stopped\n"}});
+            {"stop-all", 0, "2: is not running\n1: stopped\n4: stopped\n3: stopped\n"}});
 }
 
 TEST_F(Kestsc, WaitsUntilTheTimeOut) {
     install("slow", "slow");
-    install("stubborn", "stubborn", {"--depends", "slow"});
+    install("stubborn", "stubborn", "--depends slow");
     kit::ChildProcess watched(KESTSC, {"start", "slow", "slowly"}, {"", "", true});
     EXPECT_EQ(watched.wait(), 0);
     EXPECT_EQ(watched.output(), "slow: started\n");
@@ -199,19 +187,17 @@ TEST_F(Kestsc, WaitsUntilTheTimeOut) {
         "(\rstart slow: [a-z]+( pending)?(, process \\d+)?(, check point 1)?, \\d+ s *)*\rstart slow: start pending, "
         "process \\d+, check point 1, \\d+ s *(\rstart slow: [a-z]+, process \\d+, \\d+ s *)?\r {20,}\r");
     EXPECT_TRUE(std::regex_match(watched.errors(), shown)) << testing::PrintToString(watched.errors());
-    expect({{{"restart", "slow", "--timeout", "60"}, 0, "slow: started\n"},
-            {{"stop", "slow", "--no-wait"}, 0, "slow: is stopping\n"},
-            {{"start", "slow", "--no-wait"}, 0, "slow: is starting\n"},
-            {{"start", "slow"}, 0, "slow: is already running\n"},
-            {{"start", "stubborn"}, 0, "stubborn: started\n"},
-            {{"stop", "stubborn", "--timeout=1"},
-             6,
-             "",
+    expect({{"restart slow --timeout 60", 0, "slow: started\n"},
+            {"stop slow --no-wait", 0, "slow: is stopping\n"},
+            {"start slow --no-wait", 0, "slow: is starting\n"},
+            {"start slow", 0, "slow: is already running\n"},
+            {"start stubborn", 0, "stubborn: started\n"},
+            {"stop stubborn --timeout=1", 6, "",
              "stop stubborn: timed out after 1 s; the service is stop pending and reports no progress"},
-            {{"stop", "stubborn", "--timeout=1", "--force"}, 0, "stubborn: killed\n"},
-            {{"stop", "slow"}, 0, "slow: stopped\n"}});
+            {"stop stubborn --timeout=1 --force", 0, "stubborn: killed\n"},
+            {"stop slow", 0, "slow: stopped\n"}});
     install("mute", "mute");
-    expect({{"config", "mute", "--command", "/bin/sleep 100"}, 0, "mute: changed\n"});
+    expect({"config mute --command '/bin/sleep 100'", 0, "mute: changed\n"});
     for (const Texts& arguments : {Texts{"start", "mute"}, {"start", "slow", "slowly"}}) {
         kit::ChildProcess broken(KESTSC, arguments);
         kit::await([&] { return query(arguments[1]).processId != 0; });
@@ -222,40 +208,39 @@ TEST_F(Kestsc, WaitsUntilTheTimeOut) {
         EXPECT_EQ(query(arguments[1]).currentState, 1u);
     }
     environment.set("KEST_SERVICE_TIMEOUT", "1000");
-    expect({{{"start", "mute"}, 6, "", "start mute: the service did not answer in time (1053)"}});
+    expect({{"start mute", 6, "", "start mute: the service did not answer in time (1053)"}});
     kit::ChildProcess full(KESTSC, {"list"}, {"", "exec >/dev/full", false});
     EXPECT_EQ(full.wait(), 1);
     EXPECT_EQ(full.errors(), "kestsc: standard output: no space left on device (112)\n");
 }
 
 TEST_F(Kestsc, RefusesBadCommandLines) {
-    const std::tuple<std::string, Texts, std::string> refused[] = {
-        {"", {}, "no command is given"},
-        {"", {"--json"}, "no command is given"},
-        {"", {"fr\nob"}, "there is no command fr\\x0Aob"},
-        {"", {"--frob", "list"}, "unknown option --frob"},
-        {"list", {"x"}, "unexpected argument x"},
-        {"list", {"--timeout", "3"}, "there is no option --timeout here"},
-        {"stop", {"-x"}, "unknown option -x"},
-        {"start", {}, "NAME is missing"},
-        {"start", {"a", "-v"}, "unknown option -v; put arguments of the service after --"},
-        {"start", {"a", "--timeout"}, "--timeout needs a value: SECONDS"},
-        {"start", {"a", "--timeout=1.5"}, "--timeout: 1.5 is not a whole number from 1 to 86400"},
-        {"start", {"a", "--timeout", "0"}, "--timeout: 0 is not a whole number from 1 to 86400"},
-        {"start", {"a", "--timeout=5", "--no-wait"}, "--timeout and --no-wait exclude each other"},
-        {"stop", {"a", "--force", "--no-wait"}, "--force and --no-wait exclude each other"},
-        {"start", {"a", "--no-wait=1"}, "--no-wait takes no value"},
-        {"start", {"a", "--json", "--json"}, "--json is given twice"},
-        {"install", {"a"}, "COMMAND is missing"},
-        {"install", {"a", ""}, "the command names no program"},
-        {"install", {"a", "b", "--start", "now"}, "--start: now is not auto, demand or disabled"},
-        {"config", {"a", "--depends=a,"}, "--depends: a name is empty"},
+    const std::pair<std::string, std::string> refused[] = {
+        {"", "no command is given"},
+        {"--json", "no command is given"},
+        {"'fr\nob'", "there is no command fr\\x0Aob"},
+        {"--frob list", "unknown option --frob"},
+        {"list x", "list: unexpected argument x"},
+        {"list --timeout 3", "list: there is no option --timeout here"},
+        {"stop -x", "stop: unknown option -x"},
+        {"start", "start: NAME is missing"},
+        {"start a -v", "start: unknown option -v; put arguments of the service after --"},
+        {"start a --timeout", "start: --timeout needs a value: SECONDS"},
+        {"start a --timeout=1.5", "start: --timeout: 1.5 is not a whole number from 1 to 86400"},
+        {"start a --timeout 0", "start: --timeout: 0 is not a whole number from 1 to 86400"},
+        {"start a --timeout=5 --no-wait", "start: --timeout and --no-wait exclude each other"},
+        {"stop a --force --no-wait", "stop: --force and --no-wait exclude each other"},
+        {"start a --no-wait=1", "start: --no-wait takes no value"},
+        {"start a --json --json", "start: --json is given twice"},
+        {"install a", "install: COMMAND is missing"},
+        {"install a ''", "install: the command names no program"},
+        {"install a b --start now", "install: --start: now is not auto, demand or disabled"},
+        {"config a --depends=a,", "config: --depends: a name is empty"},
     };
-    for (auto [command, arguments, reason] : refused) {
-        if (!command.empty()) arguments.insert(arguments.begin(), command);
-        const std::string prefix = command.empty() ? "" : command + ": ";
-        const std::string help = command.empty() ? "" : command + " ";
-        expect({arguments, 2, "", prefix + reason + " (kestsc " + help + "--help explains)"});
+    for (const auto& [arguments, message] : refused) {
+        const std::size_t colon = message.find(": ");
+        const std::string command = colon == std::string::npos ? "" : message.substr(0, colon) + " ";
+        expect({arguments, 2, "", message + " (kestsc " + command + "--help explains)"});
     }
     for (const Texts& arguments : {Texts{"start", "-h"}, {"--help"}, {"frob", "--version"}, {"install", "--version"}}) {
         kit::ChildProcess child(KESTSC, arguments);

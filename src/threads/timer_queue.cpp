@@ -212,7 +212,6 @@ void TimerQueue::moveAll(std::uint32_t firstBucket, std::uint32_t lastBucket) no
 // The next pointers are right at each step. An entry that is in no chain keeps an older generation and so counts as
 // taken out.
 void TimerQueue::repair() noexcept {
-    const Change change(m_changing);
     ++m_generation;
     m_occupiedWords = 0;
     m_occupied.fill(0);
@@ -228,6 +227,9 @@ void TimerQueue::repair() noexcept {
     if (m_moving != nullptr && !contains(*m_moving)) link(*m_moving, bucketOf(m_moving->expirySeconds));
     m_moving = nullptr;
     moveAll(0, kFar);
+    // The mark of the unfinished change goes last: a thread that is killed in a repair leaves the next one to repair.
+    keepOrder();
+    m_changing = false;
 }
 
 }  // namespace KestSupport::internal

@@ -119,7 +119,7 @@ class ConversionPool {
         for (auto& place : m_places) {
             Iconv* empty = nullptr;
             if (!place.compare_exchange_strong(empty, conversion.get())) continue;
-            conversion.release();
+            static_cast<void>(conversion.release());
             return;
         }
     }

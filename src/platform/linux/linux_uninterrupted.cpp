@@ -7,8 +7,8 @@ namespace {
 
 // The word of an UninterruptedMutex: its state in the lowest bits, above them the number of forks of the process that
 // it was taken in. A mutex that was taken in another process is free.
-constexpr std::uint32_t kTaken = 1;
-constexpr std::uint32_t kTakenWithSleepers = 2;
+constexpr std::uint32_t kMutexTaken = 1;
+constexpr std::uint32_t kMutexContended = 2;
 constexpr std::uint32_t kStateBits = 3;
 
 }  // namespace
@@ -24,10 +24,10 @@ void endUninterrupted() noexcept {
 void UninterruptedMutex::lock() noexcept {
     beginUninterrupted();
     const std::uint32_t process = g_forks << 2;
-    std::uint32_t taken = process | kTaken;
+    std::uint32_t taken = process | kMutexTaken;
     for (std::uint32_t word = m_word.load(std::memory_order_relaxed);;) {
         const bool isFree = (word & kStateBits) == 0 || (word & ~kStateBits) != process;
-        if (!isFree) taken = process | kTakenWithSleepers;
+        if (!isFree) taken = process | kMutexContended;
         if (word != taken &&
             !m_word.compare_exchange_weak(word, taken, std::memory_order_acquire, std::memory_order_relaxed)) {
             continue;
@@ -40,7 +40,7 @@ void UninterruptedMutex::lock() noexcept {
 
 void UninterruptedMutex::unlock() noexcept {
     const std::uint32_t word = m_word.exchange(0, std::memory_order_release);
-    if ((word & kStateBits) == kTakenWithSleepers) futexWake(&m_word, 1);
+    if ((word & kStateBits) == kMutexContended) futexWake(&m_word, 1);
     endUninterrupted();
 }
 

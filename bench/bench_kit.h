@@ -32,7 +32,7 @@ namespace KestBench {
 
 using Body = std::function<void(benchmark::State&)>;
 
-/// One thing that is measured, ours and its peers. A builder: what it is told before ours() or peer() holds for those.
+/// One thing that is measured, ours and its peers. A builder: a setting applies to the bodies that are added after it.
 class Comparison {
   public:
     /// The name is FAMILY/WHAT. WHAT may have blanks, but no slash and no comma.
@@ -41,7 +41,7 @@ class Comparison {
     /// Compares elapsed time instead of the CPU time of the measured threads.
     Comparison& realTime();
 
-    /// Runs the bodies in so many threads at once; state.thread_index() tells them apart.
+    /// Runs the bodies in `count` threads at once; state.thread_index() distinguishes them.
     Comparison& threads(int count);
 
     /// Runs the body so often in each repetition, for work that cannot be run as often as the clock would like.

@@ -32,7 +32,7 @@ const std::string kKey = "sixteen byte key";
 
 enum class Direction { Encrypt, Decrypt };
 
-/// Data of so many bytes, and room for the result.
+/// Data of the given size, and room for the result.
 struct Buffers {
     explicit Buffers(std::size_t size) : in(size, 'd'), out(size, '\0') {}
 

@@ -33,7 +33,7 @@ const option kLongOptions[] = {
     {"ipv6", no_argument, nullptr, 0},        {nullptr, 0, nullptr, 0},
 };
 
-// The command line anew: getopt_long reorders its argv.
+// A fresh copy of the command line, since getopt_long reorders its argv.
 std::vector<char*> command() {
     std::vector<char*> argv;
     for (const char* const argument : kCommand)

@@ -5,7 +5,7 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_THREAD_PREFER_PTHREAD ON)
 find_package(Threads REQUIRED)
 
-# Checkouts share what ccache holds: paths are taken relative to the checkout, and it is told that the tests' precompiled
+# Checkouts share what ccache holds: paths are taken relative to the checkout, and the settings say that the tests' precompiled
 # header, which it would not store otherwise, depends on nothing but its contents.
 find_program(KEST_CCACHE ccache)
 if(PROJECT_IS_TOP_LEVEL AND KEST_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)

@@ -1,4 +1,4 @@
-// Registry files of any bytes. What the file says last must be found, whatever stands in front of it.
+// Registry files of any bytes. The last value must be found whatever bytes come before it.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

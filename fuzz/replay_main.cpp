@@ -1,5 +1,5 @@
-// Runs a fuzz target once over each file of the folders given, so that inputs which once mattered go on being tried in
-// ordinary builds. A folder that is missing or empty is a failure: nothing would have been tried.
+// Runs a fuzz target once over each file of the folders given, so that inputs which once mattered continue to be tried
+// in ordinary builds. A folder that is missing or empty is a failure: nothing would have been tried.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>

@@ -13,7 +13,7 @@ import statistics
 import sys
 from dataclasses import dataclass
 
-# What Google Benchmark appends to a name of its own accord.
+# What Google Benchmark itself appends to a name.
 SUFFIX = re.compile(r"/(real_time|process_time|manual_time|threads:\d+|iterations:\d+|repeats:\d+|min_time:[^/]*)$")
 UNITS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 

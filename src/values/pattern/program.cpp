@@ -17,6 +17,7 @@ CharacterSet<CharT>::CharacterSet(const std::vector<CharacterRange<CharT>>& rang
     : m_isNegated(isNegated) {
     m_low.fill(isNegated);
     for (const CharacterRange<CharT>& range : ranges) {
+        // NOLINTNEXTLINE(bugprone-signed-char-misuse): narrow characters are ordered as signed values
         for (int place = range.first; place <= range.last; ++place) {
             const auto code = static_cast<unsigned>(static_cast<Code>(place));
             if (code >= kLow) {

@@ -466,8 +466,8 @@ void TreeChildrenDeleter::operator()(TreeChildren* list) const noexcept {
         TreeChildren* list = nullptr;
         unsigned depth = 0;
     };
-    constinit static thread_local Emptied t_emptied;
-    Emptied& emptied = t_emptied;
+    constinit static thread_local Emptied emptiedOfThread;
+    Emptied& emptied = emptiedOfThread;
     list->m_pNextToEmpty = std::exchange(emptied.list, list);
     if (emptied.depth == kDeepest) return;
     ++emptied.depth;

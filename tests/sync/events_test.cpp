@@ -16,6 +16,10 @@ thread_local int t_allocations = 0;
     if (void* const memory = std::malloc(size)) return memory;
     throw std::bad_alloc();
 }
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    ++t_allocations;
+    return std::malloc(size);
+}
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }

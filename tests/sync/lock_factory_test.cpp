@@ -26,6 +26,9 @@ thread_local Hold* t_hold = nullptr;
     if (void* const memory = std::malloc(size)) return memory;
     throw std::bad_alloc();
 }
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return std::malloc(size);
+}
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }

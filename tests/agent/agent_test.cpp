@@ -300,9 +300,9 @@ TEST(Agent, SpeaksTheUsersLanguage) {
 
 TEST(Agent, RunsAsAService) {
     const Folder folder;
-    const std::string command = "export KEST_STATE_DIR=$PWD/services";
+    const std::string environment = "export KEST_STATE_DIR=$PWD/services";
     const auto run = [&](const std::string& program, const Texts& arguments) {
-        ChildProcess child(program, arguments, {folder.path(), command});
+        ChildProcess child(program, arguments, {folder.path(), environment});
         const int code = child.wait();
         return std::to_string(code) + " " + child.output() + child.errors();
     };
@@ -317,20 +317,19 @@ TEST(Agent, RunsAsAService) {
               "2 kest-agent: service kest-agent: was not started by the service manager "
               "(kestsc start kest-agent does that)\n");
 
-    EXPECT_EQ(run(KESTSC, {"start", "kest-agent"}).substr(0, 2), "0 ");
-    EXPECT_EQ(run(KESTSC, {"status", "kest-agent"}).substr(0, 2), "0 ");
-    EXPECT_EQ(run(KESTSC, {"stop", "kest-agent"}).substr(0, 2), "0 ");
-    EXPECT_EQ(run(KESTSC, {"status", "kest-agent"}).substr(0, 2), "3 ");
+    const auto kestsc = [&](const std::string& command) { return run(KESTSC, {command, "kest-agent"})[0] - '0'; };
+    for (const auto& [command, code] : {std::pair{"start", 0}, {"status", 0}, {"stop", 0}, {"status", 3}})
+        EXPECT_EQ(kestsc(command), code) << command;
     EXPECT_NE(folder.read("state").find("agent.status=stopped\n"), std::string::npos);
 
-    EXPECT_EQ(run(KESTSC, {"start", "kest-agent"}).substr(0, 2), "0 ");
+    EXPECT_EQ(kestsc("start"), 0);
     EXPECT_EQ(run(KEST_AGENT, {"--remove"}), "0 service kest-agent: removed\n");
-    EXPECT_EQ(run(KESTSC, {"status", "kest-agent"}).substr(0, 2), "4 ");
+    EXPECT_EQ(kestsc("status"), 4);
 
     folder.write("it's set", "state.file=" + folder.pathOf("state") + "\n");
     EXPECT_EQ(run(KEST_AGENT, install), "0 service kest-agent: installed\n");
     folder.write("it's set", "interval=never\n");
-    EXPECT_EQ(run(KESTSC, {"start", "kest-agent"}).substr(0, 2), "1 ") << "a start that fails is a failure";
+    EXPECT_EQ(kestsc("start"), 1) << "the start fails";
 }
 
 TEST(Agent, ShowsHelpAndVersion) {

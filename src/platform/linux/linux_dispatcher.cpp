@@ -138,12 +138,14 @@ constinit ContendedMutexes g_contended;
 constinit std::uint32_t g_forks = 0;
 
 void refreshTimer(WaitObject& timer) noexcept {
-    if (timer.due == kNever) return;
-    const std::int64_t now = monotonicNanoseconds();
-    if (timer.due > now) return;
+    if (timer.due.isNever()) return;
+    const Deadline::Time now = Deadline::now();
+    if (!timer.due.hasPassed(now)) return;
     timer.word.fetch_or(WaitObject::kSignalled, std::memory_order_relaxed);
     // Periods that nobody waited for fall together into this one.
-    timer.due = timer.period == 0 ? kNever : timer.due + ((now - timer.due) / timer.period + 1) * timer.period;
+    const Deadline::Time due = timer.due.time();
+    timer.due =
+        timer.period == 0 ? Deadline::never() : Deadline::at(due + ((now - due) / timer.period + 1) * timer.period);
 }
 
 void ContendedMutexes::setHead(std::size_t chain, WaitObject* mutex) noexcept {

@@ -9,24 +9,14 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <cstdint>
-#include <limits>
+
+#include "platform/deadline.h"
 
 namespace KestSupport::platform {
 
 using FutexWord = std::atomic<std::uint32_t>;
 static_assert(sizeof(FutexWord) == 4 && FutexWord::is_always_lock_free);
-
-/// Nanoseconds of the monotonic clock.
-inline std::int64_t monotonicNanoseconds() noexcept {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
-}
-
-/// A time on the monotonic clock that never comes.
-inline constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
 
 #if defined(__SANITIZE_THREAD__)
 inline constexpr bool kSanitizerDefersSignals = true;
@@ -36,16 +26,14 @@ inline constexpr bool kSanitizerDefersSignals = __has_feature(thread_sanitizer);
 inline constexpr bool kSanitizerDefersSignals = false;
 #endif
 
-/// Sleeps while word holds expected, until the deadline on the monotonic clock. May return early.
-inline void futexWait(FutexWord& word, std::uint32_t expected, std::int64_t deadline = kNever) noexcept {
+/// Sleeps while word holds expected, until the deadline. May return early.
+inline void futexWait(FutexWord& word, std::uint32_t expected, Deadline deadline = Deadline::never()) noexcept {
     // ThreadSanitizer keeps a signal back until the thread leaves a call that the sanitizer does not know to block.
-    if constexpr (kSanitizerDefersSignals) deadline = std::min(deadline, monotonicNanoseconds() + 10'000'000);
-    timespec until{};
-    if (deadline != kNever) {
-        until.tv_sec = static_cast<time_t>(deadline / 1'000'000'000);
-        until.tv_nsec = static_cast<long>(deadline % 1'000'000'000);
-    }
-    syscall(SYS_futex, &word, FUTEX_WAIT_BITSET_PRIVATE, expected, deadline == kNever ? nullptr : &until, nullptr,
+    if constexpr (kSanitizerDefersSignals) deadline = std::min(deadline, Deadline::after(10));
+    // Like the steady clock, the call counts the nanoseconds of CLOCK_MONOTONIC.
+    const timespec until{static_cast<time_t>(deadline.time() / 1'000'000'000),
+                         static_cast<long>(deadline.time() % 1'000'000'000)};
+    syscall(SYS_futex, &word, FUTEX_WAIT_BITSET_PRIVATE, expected, deadline.isNever() ? nullptr : &until, nullptr,
             FUTEX_BITSET_MATCH_ANY);
 }
 

@@ -17,11 +17,10 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 
+#include "platform/deadline.h"
 #include "platform/linux/linux_call.h"
 #include "platform/linux/linux_descriptor.h"
-#include "platform/wait.h"
 
 namespace KestSupport::platform {
 namespace {
@@ -288,16 +287,12 @@ void Process::sleepUntilEnd(std::uint32_t timeout) noexcept {
 }
 
 bool Process::wait(std::uint32_t timeout) noexcept {
-    using Clock = std::chrono::steady_clock;
-    const Clock::time_point begin = Clock::now();
-    std::uint32_t left = timeout;
+    const Deadline end = Deadline::after(timeout);
     while (!m_ended) {
-        m_ended = askForEnd(left == kInfinite);
-        if (m_ended || left == 0) break;
-        sleepUntilEnd(left);
-        if (timeout == kInfinite) continue;
-        const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count();
-        left = passed >= timeout ? 0 : timeout - static_cast<std::uint32_t>(passed);
+        const std::uint32_t rest = end.rest();
+        m_ended = askForEnd(rest == kInfinite);
+        if (m_ended || rest == 0) break;
+        sleepUntilEnd(rest);
     }
     return m_ended;
 }

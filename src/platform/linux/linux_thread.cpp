@@ -24,15 +24,14 @@ namespace KestSupport::platform {
 namespace {
 
 constexpr std::uint32_t kMostSuspensions = 127;
-constexpr std::int64_t kMillisecond = 1'000'000;
 // A thread that does little but allocate is outside the runtime for a few instructions at a time, so the signal comes
 // often and for long before the thread is taken where it should not be.
-constexpr std::int64_t kFirstPause = 20'000;
-constexpr std::int64_t kLongestPause = 200'000;
+constexpr Deadline::Time kFirstPause = 20'000;
+constexpr Deadline::Time kLongestPause = 200'000;
 // Signals that a thread does not take pile up, and the system limits their number for each user.
-constexpr std::int64_t kUnheardAfter = 50 * kMillisecond;
-constexpr std::int64_t kForceAfter = 5000 * kMillisecond;
-constexpr std::int64_t kGiveUpAfter = 10'000 * kMillisecond;
+constexpr std::uint32_t kUnheardAfter = 50;  // milliseconds, like those below
+constexpr std::uint32_t kForceAfter = 5000;
+constexpr std::uint32_t kGiveUpAfter = 10'000;
 
 // A thread whose handle was closed before its end is joined by the next such thread, and the last one at the unload. So
 // there is never more than one of them, and it is known when all have left the code of the library.
@@ -167,18 +166,19 @@ bool mayWorkLater(int error) noexcept {
 // the signal is sent: that one has nothing asked of it and goes on.
 template <typename Complied>
 bool interruptUntil(ThreadObject& thread, FutexWord& word, Complied complied) noexcept {
-    const std::int64_t begin = monotonicNanoseconds();
-    std::int64_t sentAt = begin - kUnheardAfter;
+    const Deadline force = Deadline::after(kForceAfter);
+    const Deadline giveUp = Deadline::after(kGiveUpAfter);
+    Deadline unheard = Deadline::at(0);
     std::uint32_t heardBefore = 0;
-    for (std::int64_t pause = kFirstPause; !complied(); pause = std::min(pause * 2, kLongestPause)) {
-        const std::int64_t now = monotonicNanoseconds();
-        if (now - begin >= kGiveUpAfter) return false;
-        if (now - begin >= kForceAfter) thread.forced.store(true, std::memory_order_relaxed);
+    for (Deadline::Time pause = kFirstPause; !complied(); pause = std::min(pause * 2, kLongestPause)) {
+        const Deadline::Time now = Deadline::now();
+        if (giveUp.hasPassed(now)) return false;
+        if (force.hasPassed(now)) thread.forced.store(true, std::memory_order_relaxed);
         const std::uint32_t heard = thread.signalsHeard.load(std::memory_order_relaxed);
         const std::uint32_t id = systemIdOf(thread);
-        if (id != 0 && (heard != heardBefore || now - sentAt >= kUnheardAfter)) {
+        if (id != 0 && (heard != heardBefore || unheard.hasPassed(now))) {
             heardBefore = heard;
-            sentAt = now;
+            unheard = Deadline::after(kUnheardAfter);
             if (systemCall("interruptThread", [&] { return syscall(SYS_tgkill, getpid(), id, controlSignal()); }) !=
                     0 &&
                 !mayWorkLater(errno)) {
@@ -186,7 +186,7 @@ bool interruptUntil(ThreadObject& thread, FutexWord& word, Complied complied) no
             }
         }
         const std::uint32_t state = word.load(std::memory_order_acquire);
-        if (!complied()) futexWait(word, state, now + pause);
+        if (!complied()) futexWait(word, state, Deadline::at(now + pause));
     }
     return true;
 }
@@ -388,11 +388,12 @@ void yieldThread() noexcept {
 }
 
 void sleepThread(std::uint32_t milliseconds) noexcept {
-    const std::int64_t end = monotonicNanoseconds() + std::int64_t{milliseconds} * kMillisecond;
-    FutexWord nobodyWakes{0};
+    // No number is without limit here, so kInfinite is one too.
+    const Deadline end = Deadline::at(Deadline::now() + milliseconds * Deadline::kMillisecond);
+    FutexWord neverWoken{0};
     do {
-        futexWait(nobodyWakes, 0, end);
-    } while (monotonicNanoseconds() < end);
+        futexWait(neverWoken, 0, end);
+    } while (!end.hasPassed());
 }
 
 }  // namespace KestSupport::platform

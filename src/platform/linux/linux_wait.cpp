@@ -21,14 +21,9 @@ constexpr std::uint32_t kMostSpins = 160;
 constexpr std::uint32_t kProbeSpins = 1600;
 constexpr std::uint32_t kFirstProbe = 8;
 constexpr std::uint32_t kProbeEvery = 1024;
-constexpr std::int64_t kHandOverAfter = 1'000'000;  // nanoseconds
+constexpr std::uint32_t kHandOverAfter = 1;  // milliseconds
 
 enum class Attempt : std::uint8_t { taken, notNow, dispatcherDecides };
-
-// A relative time-out as a time on the monotonic clock, asked for only when the wait is about to sleep.
-std::int64_t deadlineOf(std::uint32_t timeout) noexcept {
-    return timeout == kInfinite ? kNever : monotonicNanoseconds() + std::int64_t{timeout} * 1'000'000;
-}
 
 WaitHandle newObject(Kind kind, std::uint32_t word, const char* call) noexcept {
     if (injectedFault(call) != 0) return nullptr;
@@ -93,7 +88,7 @@ bool spinFor(WaitObject& object, ThreadRecord& self) noexcept {
     return false;
 }
 
-void park(ThreadRecord& self, std::int64_t deadline) noexcept {
+void park(ThreadRecord& self, Deadline deadline) noexcept {
     std::uint32_t state = kParkArmed;
     if (!self.parked.compare_exchange_strong(state, kParkAsleep, std::memory_order_acquire,
                                              std::memory_order_acquire)) {
@@ -101,7 +96,7 @@ void park(ThreadRecord& self, std::int64_t deadline) noexcept {
     }
     while (self.parked.load(std::memory_order_acquire) == kParkAsleep) {
         futexWait(self.parked, kParkAsleep, deadline);
-        if (deadline != kNever && monotonicNanoseconds() >= deadline) return;
+        if (!deadline.isNever() && deadline.hasPassed()) return;
     }
 }
 
@@ -124,7 +119,7 @@ class SlowWait {
   private:
     // True when the thread has to sleep.
     bool begin(WaitObject* toSignal) noexcept {
-        if (m_timeout != 0) m_deadline = deadlineOf(m_timeout);
+        if (m_timeout != 0) m_deadline = Deadline::after(m_timeout);
         Dispatcher dispatcher(m_self);
         if (toSignal != nullptr && !signalFirst(dispatcher, *toSignal)) return false;
         if (dispatcher.consume(m_waiter, m_waiter.result)) return false;
@@ -165,10 +160,7 @@ class SlowWait {
 
     // When the thread has to look again without being woken.
     void noteNextLook() noexcept {
-        m_nextDue = kNever;
-        if (std::exchange(m_waiter.looksAgain, false)) {
-            m_nextDue = monotonicNanoseconds() + std::int64_t{kDrainTime} * 1'000'000;
-        }
+        m_nextDue = std::exchange(m_waiter.looksAgain, false) ? Deadline::after(kDrainTime) : Deadline::never();
         for (std::size_t i = 0; i < m_waiter.count; ++i) {
             const WaitObject& object = *m_waiter.links[i].object;
             if (object.isTimer()) m_nextDue = std::min(m_nextDue, object.due);
@@ -185,8 +177,8 @@ class SlowWait {
             dispatcher.dequeue(m_waiter);
             return true;
         }
-        const std::int64_t now = monotonicNanoseconds();
-        if (now >= m_deadline) {
+        const Deadline::Time now = Deadline::now();
+        if (m_deadline.hasPassed(now)) {
             dispatcher.dequeue(m_waiter);
             m_waiter.result = kWaitTimeout;
             return true;
@@ -196,8 +188,8 @@ class SlowWait {
             noteNextLook();
             return false;
         }
-        if (m_firstPassedOver == 0) m_firstPassedOver = now;
-        m_waiter.wantsHandOver = now - m_firstPassedOver >= kHandOverAfter;
+        if (m_handOver.isNever()) m_handOver = Deadline::after(kHandOverAfter);
+        m_waiter.wantsHandOver = m_handOver.hasPassed(now);
         return queue(dispatcher, true);
     }
 
@@ -222,9 +214,9 @@ class SlowWait {
     ThreadRecord& m_self;
     Waiter& m_waiter;
     const std::uint32_t m_timeout;
-    std::int64_t m_deadline = kNever;
-    std::int64_t m_nextDue = kNever;
-    std::int64_t m_firstPassedOver = 0;
+    Deadline m_deadline = Deadline::never();
+    Deadline m_nextDue = Deadline::never();
+    Deadline m_handOver = Deadline::never();  // set when the thread is passed over on a mutex for the first time
 };
 
 std::uint32_t waitSlowly(ThreadRecord& self, WaitObject& object, std::uint32_t timeout, WaitObject* toSignal) noexcept {
@@ -330,12 +322,12 @@ WaitHandle createWaitableTimer(bool manualReset) noexcept {
 
 bool setWaitableTimer(WaitHandle timer, std::int64_t delay, std::int32_t period) noexcept {
     if (timer == nullptr || !timer->isTimer() || period < 0 || injectedFault("setWaitableTimer") != 0) return false;
-    constexpr std::int64_t longest = kNever / 400;
-    const std::int64_t due = monotonicNanoseconds() + std::clamp<std::int64_t>(delay, 0, longest) * 100;
+    constexpr std::int64_t longest = Deadline::never().time() / 400;
+    const Deadline due = Deadline::at(Deadline::now() + std::clamp<std::int64_t>(delay, 0, longest) * 100);
     Dispatcher dispatcher(currentRecord());
     timer->word.fetch_and(~WaitObject::kSignalled, std::memory_order_relaxed);
     timer->due = due;
-    timer->period = std::int64_t{period} * 1'000'000;
+    timer->period = period * Deadline::kMillisecond;
     for (const Link* link = timer->first; link != nullptr; link = link->next)
         dispatcher.recheck(*link->waiter);
     return true;
@@ -345,7 +337,7 @@ bool cancelWaitableTimer(WaitHandle timer) noexcept {
     if (timer == nullptr || !timer->isTimer()) return false;
     Dispatcher dispatcher(currentRecord());
     refreshTimer(*timer);
-    timer->due = kNever;
+    timer->due = Deadline::never();
     return true;
 }
 

@@ -182,8 +182,8 @@ class WaitObject {
     bool abandoned = false;               // mutex: the owner ended; owner holds kReserved
     WaitObject* nextContended = nullptr;  // mutex with waiters: its neighbours in a chain of ContendedMutexes
     WaitObject* previousContended = nullptr;
-    std::int64_t due = kNever;  // timer: monotonic nanoseconds
-    std::int64_t period = 0;    // timer: nanoseconds, 0 for one time
+    Deadline due = Deadline::never();  // timer
+    Deadline::Time period = 0;         // timer: nanoseconds, 0 for one time
 };
 
 /// The mutexes that have waiters, chained by the hash of their address. Changed under the dispatcher lock.

@@ -1,4 +1,4 @@
-// Command lines of any bytes: what they are split into, put together, is split into the same again.
+// Command lines of any bytes: the arguments of a line, joined and split again, are the same.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-// Command lines of any bytes, with and without specifications, which the first two lines of the input give.
+// Command lines of any bytes, with and without specifications. The first two lines of the input are the specifications.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

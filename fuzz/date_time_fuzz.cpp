@@ -1,4 +1,4 @@
-// Reads date texts of any bytes. What is read must be a date, and what is refused must leave the value as it was.
+// Reads date texts of any bytes. A text that is read must be a date; a text that is refused must not change the value.
 #include <support/date_time.h>
 #include <support/exceptions.h>
 

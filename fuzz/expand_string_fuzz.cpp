@@ -1,5 +1,5 @@
-// Texts with references: the first line is the value of "a", the second that of "b", the rest is expanded, and compared
-// with an expansion by the plainest means.
+// Texts with references. The first line is the value of "a", the second line that of "b". The rest is expanded and
+// compared with a plain expansion.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -23,8 +23,8 @@ std::string valueOf(const std::string& name, const Values& values) {
     return variable == nullptr ? "" : variable;
 }
 
-// Keeps for each character the reference whose value it came out of: an index, 0 for the text itself. False when that
-// takes too long.
+// Remembers for each character the index of the reference whose value contained it; 0 for the text itself. Returns
+// false if that takes too long.
 bool expandPlainly(std::string& text, const Values& values) {
     struct Reference {
         std::string name;

@@ -1,11 +1,11 @@
-// What fuzz targets with inputs of several lines share.
+// A helper for fuzz targets whose input has several lines.
 #pragma once
 
 #include <string>
 
 namespace fuzz {
 
-/// Takes the first line off the text, without its end.
+/// Removes the first line from the text, and returns it without its end.
 inline std::string takeLine(std::string& text) {
     const std::size_t end = text.find('\n');
     const std::string line = text.substr(0, end);

@@ -1,5 +1,5 @@
-// Catalogues of any bytes: the general one, a line of three dashes, the more specific one. Each key has to have the
-// last message that a catalogue gives it.
+// Catalogues of any bytes: the general one, a line of three dashes, the more specific one. Each key must have its last
+// message in the catalogues.
 #include <support/exceptions.h>
 #include <support/message_sets.h>
 
@@ -15,7 +15,7 @@ namespace {
 
 using namespace KestSupport;
 
-// The place of the catalogues, removed at the end.
+// The folder of the catalogues, removed at the end.
 struct Folder {
     const std::filesystem::path path =
         std::filesystem::temp_directory_path() / ("kest_message_sets_fuzz_" + std::to_string(std::random_device{}()));

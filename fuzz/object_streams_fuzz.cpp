@@ -1,5 +1,5 @@
-// Blocks of any bytes, read by any sequence of operations: the first byte says how many there are, the next bytes what
-// they are, and the rest is the block. Then the block as values that are written and read back.
+// Blocks of any bytes, read by any sequence of operations: the first byte is the number of operations, the next bytes
+// are the operations, and the rest is the block. Then writes the block as values and reads them again.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -18,7 +18,7 @@ void requireThat(bool condition) {
     if (!condition) std::abort();
 }
 
-// Reads a number, which takes its width or all that there is.
+// Reads a number. It must take the bytes of its width, or all that are left.
 template <typename Number>
 void readNumber(KestBufferStream& stream, std::size_t width) {
     const std::size_t before = stream.size();
@@ -27,7 +27,7 @@ void readNumber(KestBufferStream& stream, std::size_t width) {
     requireThat(stream.size() == before - std::min(before, width));
 }
 
-// Reads a text, which has no more units than there were bytes for; the one unit is what it had before.
+// Reads a text. It must not have more units than the bytes that were left, except the one unit that it had before.
 template <typename Text>
 void readText(KestBufferStream& stream) {
     const std::size_t before = stream.size();
@@ -45,7 +45,7 @@ void readArray(KestBufferStream& stream) {
     requireThat(text == nullptr || std::strlen(text) <= before);
 }
 
-// What buffer and peek show is what there is, and a copy has the same.
+// buffer and peek must show the same bytes, and a copy must have them too.
 void look(KestBufferStream& stream) {
     const KestBufferStream copy(stream);
     std::string payload(stream.size(), '\0');

@@ -1,6 +1,6 @@
-// Any bytes, read through a stream that is not the library's buffer: the first byte says how many operations there are
-// and how much the stream delivers at once, the next bytes what they are, and the rest is what the stream holds. No
-// operation asks for much more than the stream has delivered, whatever a length says.
+// Any bytes, read through a stream that is not the library's buffer. The first byte has the number of operations and
+// the number of bytes that the stream delivers at once, the next bytes are the operations, and the rest is the content
+// of the stream. No operation may request much more than the stream has delivered, for any length in the content.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -49,7 +49,7 @@ void readNumber(OwnStream& stream, std::size_t width) {
     requireThat(stream.delivered() - before <= width);
 }
 
-// A text has no more units than there came bytes for; the one unit is what it had before.
+// A text must not have more units than bytes were delivered, except the one unit that it had before.
 template <typename Text>
 void readText(OwnStream& stream) {
     const std::size_t before = stream.delivered();

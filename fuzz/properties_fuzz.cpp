@@ -1,5 +1,5 @@
-// Property files of any bytes, read by every string type, looked through, saved and read again. The first byte chooses
-// the separator.
+// Property files of any bytes: read with every string type, checked, saved and read again. The first byte is the
+// separator.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>

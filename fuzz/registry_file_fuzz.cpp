@@ -1,4 +1,4 @@
-// Registry files of any bytes. The last value must be found whatever bytes come before it.
+// Registry files of any bytes. The last value of the file must be found after any content before it.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -24,7 +24,7 @@ bool findsLast(const std::string& text) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string bytes(reinterpret_cast<const char*>(data), size);
     RegistryFile(bytes).find(bytes, bytes);
-    // A quote that is open at the end would take the last value for a part of its text.
+    // After a quote that is still open, the last value is a part of the quoted text.
     if (!findsLast(bytes) && !findsLast(bytes + "\n\"")) std::abort();
     return 0;
 }

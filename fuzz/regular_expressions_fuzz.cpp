@@ -1,5 +1,5 @@
-// Compiles a pattern of any bytes and searches a text of any bytes with it; a zero byte stands between them. A match
-// lies within the text, is found again, and is what the naive walk finds, as far as that has the time.
+// Compiles a pattern of any bytes and searches a text of any bytes; a zero byte separates them. A match must be inside
+// the text, be found again, and be the one that the naive search finds, if that search is not too slow.
 #include <support/regular_expressions.h>
 
 #include <algorithm>
@@ -24,7 +24,7 @@ struct Expression : KestSupport::KestRegularExpression<StringType> {
 
 template <typename StringType>
 void search(const StringType& pattern, const StringType& text) {
-    constexpr std::size_t untouched = 12345;
+    constexpr std::size_t kUntouched = 12345;
     std::vector<KestSupport::internal::ExpressionToken<StringType>> tokens;
     std::string message;
     Expression<StringType> expression;
@@ -32,7 +32,7 @@ void search(const StringType& pattern, const StringType& text) {
     std::string again;
     requireThat(KestSupport::internal::compilePattern(pattern, tokens, again) == again.empty() && again == message);
 
-    std::size_t length = untouched;
+    std::size_t length = kUntouched;
     const std::size_t offset = expression.find(text, length, 0);
     requireThat(offset == expression.find(text, 0));
     if (offset != StringType::npos) {
@@ -41,13 +41,13 @@ void search(const StringType& pattern, const StringType& text) {
     }
     expression.replace(text, StringType(2, 'a'), 1, 0);
 
-    // The naive walk reads all ranges of a set for each character.
+    // The naive search reads all ranges of a set for each character.
     std::size_t ranges = 0;
     for (const auto& token : tokens)
         ranges += token.segment.size() + token.ranges.size();
     requireThat(ranges <= pattern.size());
     if (text.size() * text.size() * ranges > 10'000'000) return;
-    std::size_t naiveLength = untouched;
+    std::size_t naiveLength = kUntouched;
     requireThat(offset == KestTest::findNaively(tokens, text, naiveLength, 0));
     requireThat(length == naiveLength);
 }
@@ -59,7 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::uint8_t* const zero = std::find(data, end, 0);
     const std::uint8_t* const text = zero == end ? end : zero + 1;
     search(std::string(data, zero), std::string(text, end));
-    // With every third code far up, sets have members of both kinds.
+    // Every third code becomes a high one, so that sets have low and high members.
     const auto widened = [](const std::uint8_t* first, const std::uint8_t* last) {
         KestSupport::wstring16 result(first, last);
         for (unsigned short& unit : result)

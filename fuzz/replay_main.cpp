@@ -1,5 +1,5 @@
-// Runs a fuzz target once over each file of the folders given, so that inputs which once mattered continue to be tried
-// in ordinary builds. A folder that is missing or empty is a failure: nothing would have been tried.
+// Runs a fuzz target once on each file of the given folders, so that ordinary builds keep testing inputs that once
+// found a fault. A folder that is missing or empty is a failure, because nothing would be tested.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -24,7 +24,7 @@ bool replayFile(const std::filesystem::path& path) {
     return true;
 }
 
-// The number of files replayed; -1 when one could not be read.
+// Returns the number of files; -1 if one could not be read.
 int replayFolder(const char* folder) {
     int count = 0;
     std::error_code error;

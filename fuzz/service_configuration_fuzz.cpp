@@ -1,5 +1,5 @@
-// Service configurations of any bytes. What is taken is written again, and read again as the same; the same bytes as
-// the fields of a service come back whole.
+// Service configurations of any bytes. A configuration that is read must be the same after it is written and read
+// again; so must a service whose fields are these bytes.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -16,7 +16,7 @@ void require(bool holds) {
     if (!holds) std::abort();
 }
 
-void comesBack(const StoredService& service) {
+void requireRoundTrip(const StoredService& service) {
     const std::string text = formatConfiguration(service);
     const auto again = parseConfiguration(text);
     require(again.has_value() && formatConfiguration(*again) == text);
@@ -29,11 +29,11 @@ void comesBack(const StoredService& service) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-    if (const auto service = parseConfiguration(bytes)) comesBack(*service);
+    if (const auto service = parseConfiguration(bytes)) requireRoundTrip(*service);
 
     StoredService made;
     made.name = made.displayName = made.commandLine = made.description = bytes;
     made.dependencies = std::string(bytes) + '\0';
-    if (isServiceName(made.name) && isValidService(made)) comesBack(made);
+    if (isServiceName(made.name) && isValidService(made)) requireRoundTrip(made);
     return 0;
 }

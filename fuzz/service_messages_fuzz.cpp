@@ -1,4 +1,5 @@
-// The status record and the messages of services, of any bytes: what is taken is the encoding of what it was read as.
+// The status record and the messages of services, of any bytes: bytes that are decoded must be the encoding of the
+// result.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-// Converts the input, read as UTF-8, as UTF-16 and as text of the ANSI code page. The first byte chooses the latter.
+// Converts the input as UTF-8, as UTF-16 and as text of the ANSI code page, which the first byte chooses.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -26,7 +26,7 @@ CodePage codePageFor(std::uint8_t choice) {
     return platform::ansiCodePage();
 }
 
-// In allocations of just the size allowed, so that a sanitizer sees each step beyond.
+// Uses allocations of exactly the allowed size, so that a sanitizer finds each access beyond them.
 wstring16 widen(CodePage page, const std::string& text) {
     std::vector<unsigned short> units(4 * text.size());
     const std::size_t written = platform::widenText(page, text.data(), text.size(), units.data(), units.size());
@@ -50,7 +50,7 @@ String upToZero(const String& text) {
     return text.substr(0, std::min(text.find(typename String::value_type(0)), text.size()));
 }
 
-// What has been converted once is in order, and so survives any number of times.
+// The result of a conversion is valid text, so converting it there and back must not change it.
 void checkStable(CodePage page, const std::string& text, const wstring16& units) {
     const wstring16 once = widen(page, text);
     require(widen(page, narrow(page, once)) == once);

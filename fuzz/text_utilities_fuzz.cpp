@@ -1,5 +1,5 @@
-// Text of any bytes as hexadecimal digits, as tokens, as a list, as a command line and in the current locale. What
-// stands in front of the first line feed are the delimiters.
+// Text of any bytes as hexadecimal digits, as tokens, as a list, as a command line and in the current locale. The first
+// line has the delimiters.
 #include <support/text_utilities.h>
 
 #include <algorithm>
@@ -19,7 +19,7 @@ void require(bool condition) {
     if (!condition) std::abort();
 }
 
-// In an allocation of just that size, so that a sanitizer sees each step beyond.
+// Uses an allocation of exactly that size, so that a sanitizer finds each access beyond it.
 std::vector<char> exact(const std::string& text) {
     return {text.c_str(), text.c_str() + text.size() + 1};
 }
@@ -122,7 +122,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         std::setlocale(LC_ALL, locale);
         checkConversion(text);
     }
-    // Units that come from nowhere.
+    // Units of any value.
     std::vector<unsigned short> units(text.size() / 2 + 1);
     std::memcpy(units.data(), text.data(), 2 * (units.size() - 1));
     require(KestStringFromWideChar(units.data()).size() < units.size());

@@ -1,5 +1,5 @@
-// Versions and ranges of any bytes. What is read must be read again from its own text, compare in one way only, and be
-// in the ranges that it compares into; what is refused must say why.
+// Versions and ranges of any bytes. A version must be the same when it is read again from its text, have one order to
+// any other version, and be in the ranges of that order. A refusal must have its reason.
 #include <support/exceptions.h>
 #include <support/version.h>
 
@@ -29,7 +29,7 @@ void checkRange(const std::pair<KestVersion, KestVersion>& range) {
     requireThat(KestVersion::inRange(range, low) == (!high.isInit() || low < high));
     requireThat(!KestVersion::inRange(range, high) || !high.isInit());
     for (const KestVersion& version : {low, high}) {
-        // The text of a suffix alone begins with a dot, which no reader takes for a number.
+        // The text of a suffix without numbers begins with a dot, and cannot be read.
         const std::string text = version.toString();
         if (!text.starts_with('.')) requireThat(KestVersion(text) == version);
     }

@@ -1,5 +1,5 @@
-// The search of a compiled pattern, step by step as a reader would do it by hand: one entry for each time a token takes
-// something, and no thought of speed. What the library's own walks find is compared with it.
+// The search of a compiled pattern in its plainest form: one entry for each time that a token takes something. The
+// tests compare the library's searches with it.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +10,7 @@
 
 namespace KestTest {
 
-/// The offset or npos; length as the library's find treats it.
+/// Returns the offset or npos, and sets `length` like the library's find.
 template <typename S>
 std::size_t findNaively(const std::vector<KestSupport::internal::ExpressionToken<S>>& tokens, const S& text,
                         std::size_t& length, std::size_t start) {

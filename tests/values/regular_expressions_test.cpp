@@ -1,3 +1,5 @@
+// Patterns: how they compile, what they find and replace, and that the fast search, the one with traces and a naive one
+// have the same results.
 #include "support/regular_expressions.h"
 
 #include <gtest/gtest.h>
@@ -52,7 +54,7 @@ S segmentOf(const ExpressionToken<S>& token) {
     return segment;
 }
 
-// A type's and a factor's letter with the segment in between, and the failure.
+// For each token the letter of its type, its segment and the letter of its factor; then the failure.
 template <typename S>
 std::string compiled(const S& pattern) {
     std::string message, all;
@@ -66,30 +68,30 @@ std::string compiled(const S& pattern) {
     return all + message;
 }
 
-// Offset and length of the match, or the length that is there without one; all operations agree about it.
+// Returns the offset and the length after a search, and checks that all operations agree about the match.
 template <typename S>
 std::string found(const std::string& pattern, const std::string& text, std::size_t start = 0) {
     const Expression<S> expression(pattern);
     std::size_t length = 99;
     const std::size_t offset = expression.find(as<S>(text), length, start);
     const S match = offset == npos ? S() : as<S>(text).substr(offset, length);
-    EXPECT_TRUE(offset == expression.find(as<S>(text), start) && match == expression.match(as<S>(text), start))
-        << pattern;
+    EXPECT_EQ(expression.find(as<S>(text), start), offset) << pattern;
+    EXPECT_EQ(expression.match(as<S>(text), start), match) << pattern;
     return (offset == npos ? "none" : std::to_string(offset)) + " " + std::to_string(length);
 }
 
 template <typename S>
-class RegularExpressionsTest : public testing::Test {};
+class RegularExpressions : public testing::Test {};
 using Instantiations = testing::Types<std::string, wstring16>;
-TYPED_TEST_SUITE(RegularExpressionsTest, Instantiations, );
+TYPED_TEST_SUITE(RegularExpressions, Instantiations, );
 
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 
-// The tokens are in-set, out of set, literal, any, begin and end.
-TYPED_TEST(RegularExpressionsTest, PatternsAreCompiledIntoTokens) {
+// The types are: i in set, o out of set, l literal, a any, ^ begin, $ end.
+TYPED_TEST(RegularExpressions, CompilePatternsIntoTokens) {
     const auto compile = [](const std::string& failure, const Pairs& rows) {
         for (const auto& [pattern, tokens] : rows)
-            EXPECT_EQ(tokens + failure, compiled(as<TypeParam>(pattern))) << pattern;
+            EXPECT_EQ(compiled(as<TypeParam>(pattern)), tokens + failure) << pattern;
     };
     compile("", {{"", ""}, {"abc*", "lab1 lc* "}, {"[a-c]+x", "iaabc+ lx1 "}, {"^[^0-9]", "^1 o001234567891 "}});
     compile("", {{"a.b$", "la1 a1 lb1 $1 "}, {"[ab*]", "ia1 lb* l]1 "}});
@@ -106,33 +108,32 @@ TYPED_TEST(RegularExpressionsTest, PatternsAreCompiledIntoTokens) {
     compile("invalid endpoint in range", {{"[b-a]", ""}, {"x[a-]", "lx1 "}});
 }
 
-TEST(RegularExpressionsOfBothTypesTest, RangesFollowTheOrderOfTheCharacters) {
+TEST(RegularExpressionRanges, FollowTheOrderOfCharacters) {
     std::string message;
-    EXPECT_EQ(129u, segmentOf(tokensOf("[\x80-\x7F]"s, message)[0]).size()) << "from -128 up to zero, which ends it";
-    EXPECT_EQ("invalid endpoint in range", compiled("[a-\x80]"s));
-    EXPECT_EQ("invalid endpoint in range", compiled(as<wstring16>("[\x80-\x7F]")));
-    EXPECT_EQ(17u, segmentOf(tokensOf(wstring16{'[', 0xFFF0, '-', 0xFFFF, ']'}, message)[0]).size());
+    EXPECT_EQ(segmentOf(tokensOf("[\x80-\x7F]"s, message)[0]).size(), 129u) << "-128 to -1; zero ends the set";
+    EXPECT_EQ(compiled("[a-\x80]"s), "invalid endpoint in range");
+    EXPECT_EQ(compiled(as<wstring16>("[\x80-\x7F]")), "invalid endpoint in range");
+    EXPECT_EQ(segmentOf(tokensOf(wstring16{'[', 0xFFF0, '-', 0xFFFF, ']'}, message)[0]).size(), 17u);
     Expression<wstring16> wide;
     wide.setPattern({'x', '[', '^', 0x100, '-', 0x102, ']', '+'});
-    EXPECT_EQ((wstring16{'x', 0xFF, 0x103, 'a', 0x200}), wide.match({'x', 0xFF, 0x103, 'a', 0x200, 0x101}, 0));
-    // Ranges that overlap, then ones that do not, in an order of no pattern; as many as have a bit for each code.
-    wstring16 text, many{'['}, members;
+    EXPECT_EQ(wide.match({'x', 0xFF, 0x103, 'a', 0x200, 0x101}, 0), (wstring16{'x', 0xFF, 0x103, 'a', 0x200}));
+    // Ranges that overlap, then others, in no order; at the end there are enough for one bit per code.
+    wstring16 many{'['};
     for (unsigned i = 0; i < 70; ++i) {
         const auto low = static_cast<unsigned short>(0xF8 + i * 37 % 70 * (i < 35 ? 2 : 9));
         many += {low, '-', static_cast<unsigned short>(low + 4)};
         const auto token = tokensOf(many + wstring16{']'}, message)[0];
         wide.setPattern(many + wstring16{']'});
         for (unsigned short c = 0xF0; c < 0x380; c = static_cast<unsigned short>(c + 1))
-            ASSERT_EQ(token.hasMember(c) ? 0 : npos, wide.find({c}, 0)) << c;
+            ASSERT_EQ(wide.find({c}, 0), token.hasMember(c) ? 0 : npos) << c;
         EXPECT_LE(token.ranges.size(), 2 * (i + 1));
     }
 }
 
-// The naive walk is checked by these as well.
-TYPED_TEST(RegularExpressionsTest, TheFirstMatchOfTheWalkIsFound) {
+TYPED_TEST(RegularExpressions, FindTheFirstMatch) {
     const auto find = [](const std::string& match, std::size_t start, const Pairs& rows) {
         for (const auto& [pattern, text] : rows)
-            EXPECT_EQ(match, found<TypeParam>(pattern, text, start)) << pattern << " on " << text;
+            EXPECT_EQ(found<TypeParam>(pattern, text, start), match) << pattern << " on " << text;
     };
     find("none 99", 0,
          {{"", "abc"}, {".*abc", "abc"}, {"[abc]x", "zzax"}, {"x?abc", "abc"}, {"^$", ""}, {"a[bc]+c", "ac"}});
@@ -144,14 +145,14 @@ TYPED_TEST(RegularExpressionsTest, TheFirstMatchOfTheWalkIsFound) {
     find("1 3", 0, {{"abc$", "xabc"}, {"a?bc+", "xabcd"}});
     find("3 3", 3, {{"^abc", "abcabc"}, {"[^x].+", "xyzabc"}, {"a.c", "axxabc"}});
     find("2 2", 0, {{"[abc]*x", "zzax"}});
-    EXPECT_EQ("0 5", found<TypeParam>(".*abc", "xxabcyy"));
+    find("0 5", 0, {{".*abc", "xxabcyy"}});
 }
 
-TYPED_TEST(RegularExpressionsTest, APatternThatFailsLeavesTheTokensBeforeTheErrorAndMatchesAreReplaced) {
+TYPED_TEST(RegularExpressions, ReplaceMatchesAndUseTokensBeforeAnError) {
     Expression<TypeParam> failed;
-    EXPECT_EQ(npos, failed.find(as<TypeParam>("abc"), 0));
-    EXPECT_EQ("end token found inside expression", kit::failureOf([&] { failed.setPattern(as<TypeParam>("ab$c")); }));
-    EXPECT_EQ(1u, failed.find(as<TypeParam>("xabc"), 0));
+    EXPECT_EQ(failed.find(as<TypeParam>("abc"), 0), npos);
+    EXPECT_EQ(kit::failureOf([&] { failed.setPattern(as<TypeParam>("ab$c")); }), "end token found inside expression");
+    EXPECT_EQ(failed.find(as<TypeParam>("xabc"), 0), 1u);
     const std::tuple<const char*, const char*, std::string, int, std::size_t> rows[] = {
         {"xabb<> abb", "ab*", "<>", 2, 3}, {"x<><> <>", "ab*", "<>", 1, 0}, {"xabab ab", "ab*", "ab", 1, 0},
         {"xaba a", "b", "", 1, 3},         {"x-- abb", "^ab*", "-", 1, 1},  {"xabb-ab abb", "\\e", "-", 1, 4},
@@ -159,14 +160,14 @@ TYPED_TEST(RegularExpressionsTest, APatternThatFailsLeavesTheTokensBeforeTheErro
     for (const auto& [result, pattern, replacement, mode, start] : rows) {
         const Expression<TypeParam> expression(pattern);
         const TypeParam text = as<TypeParam>("xabbab abb"), with = as<TypeParam>(replacement);
-        for (const int level : {0, 9}) {  // traces take another way
+        for (const int level : {0, 9}) {  // without and with traces
             const kit::LogCapture log(level);
-            EXPECT_EQ(as<TypeParam>(result), expression.replace(text, with, mode, start)) << pattern;
+            EXPECT_EQ(expression.replace(text, with, mode, start), as<TypeParam>(result)) << pattern;
         }
     }
 }
 
-TEST(RegularExpressionsOfBothTypesTest, StepsAreTraced) {
+TEST(RegularExpressionTraces, LogEachStep) {
     const auto logged = [](int level) {
         const Expression<wstring16> expression("^a[b]?.+c$");
         const kit::LogCapture log(level);
@@ -189,16 +190,15 @@ TEST(RegularExpressionsOfBothTypesTest, StepsAreTraced) {
     };
     const std::string triedA = "xabc.find (a, 0) = 1\n", triedC = "xabc.find (c, 4) = -1\nxabc.find (c, 3) = 3\n";
     const std::string result = engine + "find: match found at -1:3\n";
-    EXPECT_EQ("regular expression: ^a[b]?.+c$\n" + type + "begin factor=one\n" + a + set + any + c + type +
-                  "end factor=one\n" + triedA + added(first) + added(second) + added(entry(any, "c:3:1:0")) + triedC +
-                  added(last) + engine + "find: match stack begin\n" + first + second + last + engine +
-                  "find: match stack end\n" + result,
-              logged(9));
-    EXPECT_EQ(triedA + triedC + result, logged(10));
-    EXPECT_EQ("", logged(8));
+    EXPECT_EQ(logged(9), "regular expression: ^a[b]?.+c$\n" + type + "begin factor=one\n" + a + set + any + c + type +
+                             "end factor=one\n" + triedA + added(first) + added(second) + added(entry(any, "c:3:1:0")) +
+                             triedC + added(last) + engine + "find: match stack begin\n" + first + second + last +
+                             engine + "find: match stack end\n" + result);
+    EXPECT_EQ(logged(10), triedA + triedC + result);
+    EXPECT_EQ(logged(8), "");
 }
 
-// The quick walk, the one with traces and the naive one come to the same results.
+// Compares the fast search and the one with traces with the naive one.
 template <typename S>
 void expectAsNaively(const std::string& pattern, const std::vector<std::string>& texts, std::size_t start) {
     std::string message;
@@ -209,15 +209,16 @@ void expectAsNaively(const std::string& pattern, const std::vector<std::string>&
         const S text = as<S>(narrowText);
         std::size_t length[] = {99, 99, 99};
         const std::size_t naive = KestTest::findNaively(tokens, text, length[0], start);
-        ASSERT_TRUE(naive == expression.find(text, length[1], start) && naive == expression.find(text, start) &&
-                    naive == KestSupport::internal::findWithTrace(tokens, text, length[2], start) &&
-                    length[0] == length[1] && length[0] == length[2])
-            << pattern << " on " << narrowText << " from " << start;
+        SCOPED_TRACE(testing::Message() << pattern << " on " << narrowText << " from " << start);
+        ASSERT_EQ(expression.find(text, length[1], start), naive);
+        ASSERT_EQ(expression.find(text, start), naive);
+        ASSERT_EQ(KestSupport::internal::findWithTrace(tokens, text, length[2], start), naive);
+        ASSERT_EQ(std::pair(length[1], length[2]), std::pair(length[0], length[0]));
     }
 }
 
-TYPED_TEST(RegularExpressionsTest, AllSmallPatternsFindInAllSmallTextsWhatTheNaiveWalkFinds) {
-    // Every text of up to so many parts.
+TYPED_TEST(RegularExpressions, AgreeWithTheNaiveSearchOnSmallPatterns) {
+    // Returns every text of up to `most` parts.
     const auto all = [](const std::vector<std::string>& parts, std::size_t most) {
         std::vector<std::string> texts = {""};
         for (std::size_t last = 0, end = 1; most > 0; --most, end = texts.size()) {
@@ -241,7 +242,7 @@ TYPED_TEST(RegularExpressionsTest, AllSmallPatternsFindInAllSmallTextsWhatTheNai
     }
 }
 
-TYPED_TEST(RegularExpressionsTest, RandomLongerPatternsDoSoInLongerTexts) {
+TYPED_TEST(RegularExpressions, AgreeWithTheNaiveSearchOnRandomPatterns) {
     const char* const parts[] = {"a", "b", "c", "z", ".", "[ab]", "[bc]", "[^a]", "[^z]", "abc", "zz", "\\e", "^", "$"};
     const char* const factors[] = {"", "", "?", "*", "+"};
     std::minstd_rand random(4711);
@@ -257,21 +258,21 @@ TYPED_TEST(RegularExpressionsTest, RandomLongerPatternsDoSoInLongerTexts) {
     }
 }
 
-TYPED_TEST(RegularExpressionsTest, TextsOfAnySizeAreSearched) {
+TYPED_TEST(RegularExpressions, SearchLongTexts) {
     const std::string much(10000, 'a');
     for (const char* const slow : {"a*a*a*a*b", "a?a*.*[b-c]", "a[^c]?a*[b-c]"})
-        EXPECT_EQ("none 99", found<TypeParam>(slow, much)) << slow;
-    EXPECT_EQ("none 99", found<TypeParam>("a.*[b-c].*d", much + "b"));
-    EXPECT_EQ("0 10002", found<TypeParam>(".*[^a]+a*b?", much + "xx"));
-    EXPECT_EQ("10001 3", found<TypeParam>("[abc]?[^a]c", much + "bbxc"));
+        EXPECT_EQ(found<TypeParam>(slow, much), "none 99") << slow;
+    EXPECT_EQ(found<TypeParam>("a.*[b-c].*d", much + "b"), "none 99");
+    EXPECT_EQ(found<TypeParam>(".*[^a]+a*b?", much + "xx"), "0 10002");
+    EXPECT_EQ(found<TypeParam>("[abc]?[^a]c", much + "bbxc"), "10001 3");
     std::string longPattern = "b";
     for (int i = 0; i < 10000; ++i)
         longPattern += "a?a*";
-    EXPECT_EQ("0 10001", found<TypeParam>(longPattern, "b" + much));
+    EXPECT_EQ(found<TypeParam>(longPattern, "b" + much), "0 10001");
 }
 
-// Nothing is locked while a step is traced: a thread may search in the middle of its own record.
-TEST(RegularExpressionsOfBothTypesTest, SearchesSeeTheOldPatternOrTheNewOne) {
+// No lock is held while a step is traced: a thread may search while its own record is open.
+TEST(RegularExpressionThreads, SeeTheOldPatternOrTheNewOne) {
     Expression<std::string> expression("a+");
     std::atomic<bool> isDone{false};
     std::thread setter([&] {
@@ -280,8 +281,10 @@ TEST(RegularExpressionsOfBothTypesTest, SearchesSeeTheOldPatternOrTheNewOne) {
         isDone = true;
     });
     while (!isDone) {
-        const std::string match = expression.match("aaabbb", 0), replaced = expression.replace("aaabbb", "-", 1, 0);
-        EXPECT_TRUE((match == "aaa" || match == "bb") && (replaced == "-bbb" || replaced == "aaa-b"));
+        const std::string match = expression.match("aaabbb", 0);
+        EXPECT_TRUE(match == "aaa" || match == "bb") << match;
+        const std::string replaced = expression.replace("aaabbb", "-", 1, 0);
+        EXPECT_TRUE(replaced == "-bbb" || replaced == "aaa-b") << replaced;
     }
     setter.join();
     const kit::LogCapture log;

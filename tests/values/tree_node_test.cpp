@@ -1,3 +1,4 @@
+// Trees: the order of children, look-ups after any changes, paths, and the release of deep trees.
 #include "support/tree_node.h"
 
 #include <gtest/gtest.h>
@@ -20,7 +21,7 @@ struct Leaf : KestTreeNode {
     using KestTreeNode::m_pParent;
 };
 
-// The keys of all below the node, each with its own in parentheses, as "a(b c) d".
+// Returns the keys of all nodes below the node, with the keys below each in parentheses, as in "a(b c) d".
 std::string keysOf(KestTreeNode& node) {
     std::string keys;
     for (int i = 0; kit::failureOf([&] { node[i]; }) == "no failure"; ++i) {
@@ -36,7 +37,7 @@ Node added(KestTreeNode& root, const Node& node, Path path) {
     return result;
 }
 
-TEST(TreeNode, AddKeepsTheOrderOfKeysAndInsertDoesNot) {
+TEST(TreeNode, AddsInKeyOrderAndInsertsAnywhere) {
     KestTreeNode root;
     const Node second = new Leaf("b");
     for (const Node& node : {Node(new KestTreeNode("b")), Node(new KestTreeNode("")), second})
@@ -52,16 +53,17 @@ TEST(TreeNode, AddKeepsTheOrderOfKeysAndInsertDoesNot) {
     assigned.erase(0);
     EXPECT_EQ(copy[1], root[1]);
     EXPECT_EQ(copy.getKey() + assigned.getKey() + keysOf(copy) + "|" + keysOf(assigned), "newb  b b| b b");
-    const std::string prefix = "KestNoSuchElementException - KestTreeNode::", text = ": No child at index ";
+    const std::string prefix = "KestNoSuchElementException - KestTreeNode::";
+    const std::string text = ": No child at index ";
     for (const int index : {-1, 4})
         EXPECT_EQ(kit::failureOf([&] { root[index]; }), prefix + "operator[]" + text + std::to_string(index));
     EXPECT_EQ(kit::failureOf([&] { root.erase(4); }), prefix + "erase" + text + "4");
     EXPECT_EQ(kit::failureOf([&] { root.insert(5, second); }), prefix + "insert" + text + "5");
 }
 
-// Two roots against plain lists, with keys that begin alike, differ after eight bytes, hold NULs and high bytes, and
-// come again. Now and then, one root becomes a copy of the other, so nodes are in two lists. Both grow and shrink.
-TEST(TreeNode, FindsTheFirstOfAKeyHoweverTheListChanges) {
+// Compares two roots with plain lists that grow and shrink. Keys have equal beginnings, differ after eight bytes,
+// contain NULs and high bytes, and repeat. Sometimes one root becomes a copy of the other, so nodes are in two lists.
+TEST(TreeNode, FindsChildrenAfterAnyChange) {
     std::mt19937 random(7);
     const auto upTo = [&](std::size_t most) { return random() % (most + 1); };
     struct Listed {
@@ -112,8 +114,8 @@ TEST(TreeNode, FindsTheFirstOfAKeyHoweverTheListChanges) {
     }
 }
 
-// The nodes are released in their order, a parent before its children, at any depth.
-TEST(TreeNode, ReleasesATreeOfAnyDepth) {
+// A parent is released before its children, and these in their order.
+TEST(TreeNode, ReleasesDeepTreesInOrder) {
     struct Counted : KestTreeNode {
         Counted(const std::string& key, std::string& record) : KestTreeNode(key), m_record(record) {}
         ~Counted() override { m_record += getKey(); }
@@ -134,14 +136,16 @@ TEST(TreeNode, ReleasesATreeOfAnyDepth) {
     EXPECT_EQ(record, expected + std::string(expected.rbegin(), expected.rend()));
 }
 
-TEST(TreeNode, PathsReachAndMakeNodesBelow) {
+TEST(TreeNode, FindsAndAddsAlongPaths) {
     KestTreeNode root;
-    const Node deep = new Leaf("any"), leaf = new Leaf("a/ b//c"), node = new Leaf("any"),
-               plain = new KestTreeNode("p");
+    const Node deep = new Leaf("any");
+    const Node leaf = new Leaf("a/ b//c");
+    const Node node = new Leaf("any");
+    const Node plain = new KestTreeNode("p");
     EXPECT_EQ(added(root, deep, {" x ", "y ", "  z"}), deep);
     node->add(new KestTreeNode("replaced"));
-    EXPECT_EQ(added(root, node, {"x", "y"}), node) << "a plain node makes way";
-    EXPECT_EQ(added(root, plain, {"x", "y"}), node) << "another does not";
+    EXPECT_EQ(added(root, node, {"x", "y"}), node) << "replaces a plain node";
+    EXPECT_EQ(added(root, plain, {"x", "y"}), node) << "does not replace a derived node";
     EXPECT_EQ(plain->getKey(), "p");
     EXPECT_EQ(root.add(leaf, "/"), leaf);
     EXPECT_EQ(added(root, root.getNode("x"), {"x"}), root.getNode("x"));
@@ -152,8 +156,10 @@ TEST(TreeNode, PathsReachAndMakeNodesBelow) {
     EXPECT_EQ(root.getNode(path = {"x", " y "}), node);
     EXPECT_EQ(path, empty);
     EXPECT_EQ(root.getNode("a:b/c", ":/"), leaf);
-    EXPECT_TRUE(root.getNode(empty) == nullptr && root.getNode("//", "/") == nullptr);
-    EXPECT_TRUE(root.add(plain, empty) == nullptr && root.add(new KestTreeNode("//"), "/") == nullptr);
+    EXPECT_EQ(root.getNode(empty), nullptr);
+    EXPECT_EQ(root.getNode("//", "/"), nullptr);
+    EXPECT_EQ(root.add(plain, empty), nullptr);
+    EXPECT_EQ(root.add(new KestTreeNode("//"), "/"), nullptr);
     EXPECT_EQ(keysOf(root), "a(b(c)) x(y(z))");
     const kit::LogCapture log;
     root[0]->print(1);

@@ -1,7 +1,9 @@
+// Versions and ranges: their texts, their order, and the versions that a range holds.
 #include <gtest/gtest.h>
 #include <support/version.h>
 
 #include <string>
+#include <tuple>
 
 #include "kit/failure_of.h"
 
@@ -21,48 +23,57 @@ std::string ranges(const std::string& spec) {
     return failure == "no failure" ? text : failure;
 }
 
-TEST(VersionTest, TextsAreReadAndWritten) {
+// Whether a is less than, not greater than, and equal to b.
+std::tuple<bool, bool, bool> order(const KestVersion& a, const KestVersion& b) {
+    return {a < b, a <= b, a == b};
+}
+
+TEST(Version, ReadsAndWritesTexts) {
     KestVersion version(nullptr);
     const auto written = [&](const std::string& text) { return (version = text).toString(); };
-    EXPECT_EQ("5.1", written("5.1."));
-    EXPECT_EQ("7.12", written("007.12rc"));
-    EXPECT_EQ("5.-3", written("5.-3"));
-    EXPECT_EQ(std::string("1.2.a\0b", 7), written({"1\0002.2.a\0b", 9}));
-    EXPECT_EQ("2147483647.2147483647", written("2147483647.18446744073709551617"));
-    EXPECT_TRUE(written("beta") == ".beta" && version.isInit());
-    EXPECT_TRUE(written("").empty() && !version.isInit());
+    EXPECT_EQ(written("5.1."), "5.1");
+    EXPECT_EQ(written("007.12rc"), "7.12");
+    EXPECT_EQ(written("5.-3"), "5.-3");
+    EXPECT_EQ(written({"1\0002.2.a\0b", 9}), std::string("1.2.a\0b", 7));
+    EXPECT_EQ(written("2147483647.18446744073709551617"), "2147483647.2147483647");
+    EXPECT_EQ(written("beta"), ".beta");
+    EXPECT_TRUE(version.isInit());
+    EXPECT_EQ(written(""), "");
+    EXPECT_FALSE(version.isInit());
     for (const char* const text : {"5.x.1", "5..1", "5. .", "5.\xC2\xB2.1"}) {
-        EXPECT_EQ(kNoVersion + text, kit::failureOf([&] { written(text); }));
-        EXPECT_EQ("5", version.toString());
+        EXPECT_EQ(kit::failureOf([&] { written(text); }), kNoVersion + text);
+        EXPECT_EQ(version.toString(), "5");
     }
 }
 
-TEST(VersionTest, OrdersByNumbersThenBySuffixAndIgnoresZerosAtTheEnd) {
+TEST(Version, OrdersByNumbersThenSuffix) {
     const std::string ascending[] = {"",         "beta",    "5.1",   "5.1.Beta", "5.1.beta", "5.1.beta2", "5.1.gamma",
                                      "5.1.\xE4", "5.1.0.1", "5.1.1", "5.9.9",    "5.10",     "6"};
     for (const std::string& a : ascending) {
-        for (const std::string& b : ascending) {
-            const KestVersion x(a);
-            EXPECT_TRUE((x < b) == (&a < &b) && (x <= b) == (&a <= &b) && (x == b) == (&a == &b)) << a << " and " << b;
-        }
+        for (const std::string& b : ascending)
+            EXPECT_EQ(order(a, b), std::tuple(&a < &b, &a <= &b, &a == &b)) << a << " and " << b;
     }
     const std::string equal[][2] = {{"", "0.0."}, {"beta", "0.beta"}, {"5.1", "05.01.0.0"}, {"5.1.b", "5.1.0.b"}};
-    for (const auto& [a, b] : equal)
-        EXPECT_TRUE(KestVersion(a) == b && KestVersion(b) == a) << b;
+    for (const auto& [a, b] : equal) {
+        EXPECT_EQ(order(a, b), std::tuple(false, true, true)) << b;
+        EXPECT_EQ(order(b, a), std::tuple(false, true, true)) << b;
+    }
 }
 
-TEST(VersionTest, RangesHoldTheirLowEndAndNotTheirHighOne) {
-    EXPECT_EQ("", ranges(""));
-    EXPECT_EQ("5 to 6.0; 1.a to 2;  to ; . {1-2} to ; ", ranges("{5-6.0x},{1.a-2-3},, {1-2}"));
+TEST(Version, HoldsTheLowEndOfARange) {
+    EXPECT_EQ(ranges(""), "");
+    EXPECT_EQ(ranges("{5-6.0x},{1.a-2-3},, {1-2}"), "5 to 6.0; 1.a to 2;  to ; . {1-2} to ; ");
     for (const char* const spec : {"{", "{}", "{5.0}", "{5.0-}", "{-6.0}", "{5-6", "x.y,{5-6"})
-        EXPECT_EQ(kNoRange + spec, ranges(spec));
-    EXPECT_EQ(kNoVersion + "x.y", ranges("1,{2-x.y}"));
+        EXPECT_EQ(ranges(spec), kNoRange + spec);
+    EXPECT_EQ(ranges("1,{2-x.y}"), kNoVersion + "x.y");
 
     const auto held = KestVersion::createRangeVector("4.0,{5.0-6.0},");
     const auto holds = [&](std::size_t range, const std::string& v) { return KestVersion::inRange(held.at(range), v); };
-    for (const std::string v : {"", "4.9", "5", "5.0.beta", "5.9.9", "6.0", "6.1"})
-        EXPECT_EQ(v.starts_with('5'), holds(1, v)) << v;
-    EXPECT_TRUE(holds(0, "4") && holds(2, "") && !holds(0, "4.0.1") && !holds(0, "3.9") && !holds(2, "4"));
+    for (const std::string v : {"", "3.9", "4", "4.0.1", "5", "5.0.beta", "5.9.9", "6.0", "6.1"}) {
+        EXPECT_EQ(holds(0, v), v == "4") << v;
+        EXPECT_EQ(holds(1, v), v.starts_with('5')) << v;
+        EXPECT_EQ(holds(2, v), v.empty()) << v;
+    }
 }
 
 }  // namespace

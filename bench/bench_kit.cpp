@@ -5,11 +5,17 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <condition_variable>
+#include <fstream>
+#include <iostream>
 #include <map>
 #include <mutex>
+#include <sstream>
+#include <string_view>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace KestBench {
 namespace {
@@ -42,71 +48,146 @@ class SecondThread {
     std::thread m_thread;
 };
 
-}  // namespace
+// Two processes that compute without end, for as long as this object lives.
+class BusyProcesses {
+  public:
+    BusyProcesses() {
+        for (pid_t& id : m_ids) {
+            id = fork();
+            if (id == 0) compute();
+        }
+    }
+    BusyProcesses(const BusyProcesses&) = delete;
+    BusyProcesses& operator=(const BusyProcesses&) = delete;
 
-Comparison::Comparison(std::string name) : m_name(std::move(name)) {}
+    ~BusyProcesses() {
+        for (const pid_t id : m_ids) {
+            if (id <= 0) continue;
+            kill(id, SIGKILL);
+            waitpid(id, nullptr, 0);
+        }
+    }
 
-Comparison& Comparison::realTime() {
-    m_realTime = true;
-    return *this;
+    bool complete() const { return m_ids[0] > 0 && m_ids[1] > 0; }
+
+  private:
+    // It ends with the bench, also when that crashes.
+    [[noreturn]] static void compute() {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        for (volatile unsigned count = 0;;)
+            count = count + 1;
+    }
+
+    std::array<pid_t, 2> m_ids{};
+};
+
+// The rows that the program is to fill, one line each, for the script.
+std::vector<std::string>& rows() {
+    static std::vector<std::string> all;
+    return all;
 }
 
-Comparison& Comparison::threads(int count) {
-    m_threads = count;
-    return *this;
+template <typename... Field>
+void addRow(const Field&... field) {
+    std::ostringstream line;
+    const char* separator = "";
+    ((line << std::exchange(separator, "\t") << field), ...);
+    rows().push_back(line.str());
 }
 
-Comparison& Comparison::iterations(benchmark::IterationCount count) {
-    m_iterations = count;
-    return *this;
+Body besideBusyProcesses(Body body) {
+    return [measured = std::move(body)](benchmark::State& state) {
+        const BusyProcesses busy;
+        if (!busy.complete()) return state.SkipWithError("no busy processes");
+        measured(state);
+    };
 }
 
-Comparison& Comparison::ours(Body body) {
-    add("ours", 0, std::move(body));
-    return *this;
+void add(const std::string& name, const Manner& manner, Body body) {
+    if (manner.busy) body = besideBusyProcesses(std::move(body));
+    auto* added = benchmark::RegisterBenchmark(name.c_str(), std::move(body));
+    if (manner.realTime) added->UseRealTime();
+    if (manner.threads > 1) added->Threads(manner.threads);
+    if (manner.iterations > 0) added->Iterations(manner.iterations);
 }
-
-Comparison& Comparison::peer(const std::string& name, double target, Body body) {
-    add(name, target, std::move(body));
-    return *this;
-}
-
-void Comparison::add(const std::string& side, double target, Body body) {
-    auto* added = benchmark::RegisterBenchmark(
-        (m_name + "/" + side).c_str(), [target, measured = std::move(body)](benchmark::State& state) {
-            measured(state);
-            state.counters["target"] = benchmark::Counter(target, benchmark::Counter::kAvgThreads);
-        });
-    if (m_realTime) added->UseRealTime();
-    if (m_threads > 1) added->Threads(m_threads);
-    if (m_iterations > 0) added->Iterations(m_iterations);
-}
-
-namespace {
 
 std::map<std::string, int (*)()>& childPrograms() {
     static std::map<std::string, int (*)()> all;
     return all;
 }
 
-}  // namespace
-
-BusyProcesses::BusyProcesses() {
-    for (int& id : m_ids) {
-        id = fork();
-        if (id != 0) continue;
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        for (volatile unsigned count = 0;;)
-            count = count + 1;
-    }
+// Takes --rows=FILE out of the arguments and writes the rows to that file.
+bool writeRows(int& argc, char** argv) {
+    constexpr std::string_view option = "--rows=";
+    if (argc < 2 || !std::string_view(argv[1]).starts_with(option)) return true;
+    std::ofstream file(argv[1] + option.size());
+    for (const std::string& row : rows())
+        file << row << '\n';
+    for (int i = 1; i < argc; ++i)
+        argv[i] = argv[i + 1];
+    --argc;
+    return static_cast<bool>(file.flush());
 }
 
-BusyProcesses::~BusyProcesses() {
-    for (const int id : m_ids) {
-        if (id <= 0) continue;
-        kill(id, SIGKILL);
-        waitpid(id, nullptr, 0);
+}  // namespace
+
+Comparison::Comparison(std::string name) : m_name(std::move(name)) {}
+
+Comparison& Comparison::realTime() {
+    m_manner.realTime = true;
+    return *this;
+}
+
+Comparison& Comparison::besideBusyProcesses() {
+    m_manner.realTime = m_manner.busy = true;
+    return *this;
+}
+
+Comparison& Comparison::threads(int count) {
+    m_manner.threads = count;
+    return *this;
+}
+
+Comparison& Comparison::iterations(benchmark::IterationCount count) {
+    m_manner.iterations = count;
+    return *this;
+}
+
+Comparison& Comparison::ours(Body body) {
+    add(m_name + "/ours", m_manner, std::move(body));
+    return *this;
+}
+
+Comparison& Comparison::peer(const std::string& name, double target, Body body) {
+    addRow("comparison", m_name, name, target, body ? "" : "missing");
+    if (body) add(m_name + "/" + name, m_manner, std::move(body));
+    return *this;
+}
+
+Growth::Growth(std::string name, std::string unit) : m_name(std::move(name)), m_unit(std::move(unit)) {}
+
+Growth& Growth::realTime() {
+    m_manner.realTime = true;
+    return *this;
+}
+
+Growth& Growth::iterations(benchmark::IterationCount count) {
+    m_manner.iterations = count;
+    return *this;
+}
+
+Growth& Growth::limit(double exponent) {
+    m_limit = exponent;
+    return *this;
+}
+
+Growth& Growth::at(std::initializer_list<int> sizes, const SizedBody& body) {
+    for (const int size : sizes) {
+        addRow("growth", m_name, m_unit, m_limit, size);
+        add(m_name + "/" + m_unit + " " + std::to_string(size), m_manner,
+            [=](benchmark::State& state) { body(state, size); });
     }
+    return *this;
 }
 
 ChildProgram::ChildProgram(const std::string& argument, int (*main)()) {
@@ -120,10 +201,14 @@ int main(int argc, char** argv) {
         const auto child = KestBench::childPrograms().find(argv[1]);
         if (child != KestBench::childPrograms().end()) return child->second();
     }
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
     const KestBench::SecondThread second;
     KestBench::registerBenches();
+    if (!KestBench::writeRows(argc, argv)) {
+        std::cerr << "The rows cannot be written\n";
+        return 2;
+    }
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     return 0;

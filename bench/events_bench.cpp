@@ -1,27 +1,46 @@
-// Events: signalled and consumed by one thread, and passed to and fro between two.
-#include <atomic>
+// Events: signalled and consumed by one thread, and passed to and fro between two, also beside processes that take all
+// of the processors.
 #include <condition_variable>
 #include <mutex>
 #include <semaphore>
-#include <thread>
 
 #include "bench_kit.h"
-#include "platform/linux/linux_futex.h"
-#include "platform/wait.h"
+#include "round_trip.h"
 #include "support/events.h"
 #ifdef KEST_HAVE_POCO
 #include <Poco/Event.h>
 #endif
 
-using namespace KestSupport;
+using KestBench::Body;
+using KestBench::Comparison;
+using KestBench::roundTrip;
+using KestSupport::KestEvent;
 
 namespace {
 
-// What one thread does for another's answer: give() wakes the other, take() waits for it.
 struct EventBaton {
-    platform::OwnedHandle handle{platform::createEvent(false, false)};
-    void give() { platform::setEvent(handle.get()); }
-    void take() { platform::waitForOne(handle.get(), platform::kInfinite); }
+    KestEvent event;
+    void give() { event.set(); }
+    void take() { event.wait(-1); }
+};
+
+// What an event is made of without the class: a flag, its mutex and a condition.
+struct ConditionBaton {
+    void give() {
+        const std::lock_guard lock(m_mutex);
+        m_given = true;
+        m_changed.notify_one();
+    }
+    void take() {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [this] { return m_given; });
+        m_given = false;
+    }
+
+  private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_given = false;  // guarded by m_mutex
 };
 
 struct SemaphoreBaton {
@@ -30,108 +49,58 @@ struct SemaphoreBaton {
     void take() { semaphore.acquire(); }
 };
 
-struct FutexBaton {
-    platform::FutexWord word{0};
-    void give() {
-        word.store(1, std::memory_order_release);
-        platform::futexWake(&word, 1);
-    }
-    void take() {
-        while (word.exchange(0, std::memory_order_acquire) == 0)
-            platform::futexWait(word, 0);
-    }
-};
-
-// Round trips to a second thread. With a pause the other side is asleep each time: a spin that is still going on by
-// then is over. The pauses are not measured.
-template <typename Baton>
-void roundTrip(benchmark::State& state, bool asleep) {
-    Baton there, back;
-    std::atomic<bool> end{false};
-    std::thread partner([&] {
-        for (;;) {
-            there.take();
-            if (end) return;
-            back.give();
-        }
-    });
+void setAndWait(benchmark::State& state) {
+    KestEvent event;
     for (auto _ : state) {
-        if (asleep) {
-            state.PauseTiming();
-            std::this_thread::sleep_for(std::chrono::microseconds(200));
-            state.ResumeTiming();
-        }
-        there.give();
-        back.take();
+        event.set();
+        benchmark::DoNotOptimize(event.wait(0));
     }
-    end = true;
-    there.give();
-    partner.join();
 }
 
-void conditionVariable(benchmark::State& state) {
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool signalled = false;
+void setAndWaitOfCondition(benchmark::State& state) {
+    ConditionBaton baton;
     for (auto _ : state) {
-        {
-            const std::lock_guard lock(mutex);
-            signalled = true;
-            changed.notify_one();
-        }
-        std::unique_lock lock(mutex);
-        changed.wait(lock, [&] { return signalled; });
-        signalled = false;
+        baton.give();
+        baton.take();
     }
 }
+
+#ifdef KEST_HAVE_POCO
+void setAndWaitPoco(benchmark::State& state) {
+    Poco::Event event;
+    for (auto _ : state) {
+        event.set();
+        benchmark::DoNotOptimize(event.tryWait(0));
+    }
+}
+#else
+const Body setAndWaitPoco = KestBench::kMissing;
+#endif
 
 }  // namespace
 
 void KestBench::registerBenches() {
-    Comparison("events/platform event set and wait")
-        .ours([](benchmark::State& state) {
-            const platform::OwnedHandle event(platform::createEvent(false, false));
-            for (auto _ : state) {
-                platform::setEvent(event.get());
-                benchmark::DoNotOptimize(platform::waitForOne(event.get(), 0));
-            }
-        })
-        .peer("condition variable", 0.35, conditionVariable);
-    Comparison kestEvent("events/KestEvent set and wait");
-    kestEvent.ours([](benchmark::State& state) {
-        KestEvent event;
-        for (auto _ : state) {
-            event.set();
-            benchmark::DoNotOptimize(event.wait(0));
-        }
-    });
-#ifdef KEST_HAVE_POCO
-    kestEvent.peer("Poco::Event", 1.0, [](benchmark::State& state) {
-        Poco::Event event;
-        for (auto _ : state) {
-            event.set();
-            benchmark::DoNotOptimize(event.tryWait(0));
-        }
-    });
-#endif
-    Comparison("events/round trip running")
+    const std::string condition = "condition variable";
+    const std::string semaphore = "std::binary_semaphore";
+    Comparison("events/set and wait")
+        .ours(setAndWait)
+        .peer(condition + " with flag", 0.8, setAndWaitOfCondition)
+        .peer("Poco::Event", 1.0, setAndWaitPoco);
+    Comparison("events/round trip")
         .realTime()
-        .ours([](benchmark::State& state) { roundTrip<EventBaton>(state, false); })
-        .peer("std::binary_semaphore", 0.5, [](benchmark::State& state) { roundTrip<SemaphoreBaton>(state, false); });
-    Comparison("events/round trip beside busy processes")
-        .realTime()
-        .iterations(2000)
-        .ours([](benchmark::State& state) {
-            const BusyProcesses busy;
-            roundTrip<EventBaton>(state, false);
-        })
-        .peer("std::binary_semaphore", 1.0, [](benchmark::State& state) {
-            const BusyProcesses busy;
-            roundTrip<SemaphoreBaton>(state, false);
-        });
+        .ours(roundTrip<EventBaton>)
+        .peer(condition, 1.0, roundTrip<ConditionBaton>)
+        .peer(semaphore, 1.0, roundTrip<SemaphoreBaton>);
     Comparison("events/round trip asleep")
         .realTime()
         .iterations(2000)
-        .ours([](benchmark::State& state) { roundTrip<EventBaton>(state, true); })
-        .peer("futex", 1.05, [](benchmark::State& state) { roundTrip<FutexBaton>(state, true); });
+        .ours(roundTrip<EventBaton, true>)
+        .peer(condition, 1.05, roundTrip<ConditionBaton, true>);
+    // The semaphore is built on std::atomic::wait, which yields before it sleeps.
+    Comparison("events/round trip beside busy processes")
+        .besideBusyProcesses()
+        .iterations(500)
+        .ours(roundTrip<EventBaton>)
+        .peer(condition, 1.2, roundTrip<ConditionBaton>)
+        .peer(semaphore, roundTrip<SemaphoreBaton>);
 }

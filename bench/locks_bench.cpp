@@ -2,50 +2,43 @@
 #include <mutex>
 
 #include "bench_kit.h"
-#include "platform/wait.h"
 #include "support/locks.h"
+#include "taking.h"
 
 using namespace KestSupport;
+using KestBench::lockAndUnlock;
 
 namespace {
 
-struct PlatformMutex {
-    platform::OwnedHandle handle{platform::createMutex()};
-    void lock() { platform::waitForOne(handle.get(), platform::kInfinite); }
-    void unlock() { platform::releaseMutex(handle.get()); }
+struct CriticalSection : KestCriticalSectionObject {
+    CriticalSection() : KestCriticalSectionObject(true) {}
 };
-
-template <typename Lock, int kLevels>
-void lockAndUnlock(benchmark::State& state) {
-    static Lock lock;
-    for (auto _ : state) {
-        for (int i = 0; i < kLevels; ++i)
-            lock.lock();
-        for (int i = 0; i < kLevels; ++i)
-            lock.unlock();
-    }
-}
 
 }  // namespace
 
 void KestBench::registerBenches() {
-    Comparison("locks/platform mutex free")
-        .ours(lockAndUnlock<PlatformMutex, 1>)
-        .peer("std::recursive_mutex", 0.7, lockAndUnlock<std::recursive_mutex, 1>);
-    Comparison("locks/platform mutex two levels")
-        .ours(lockAndUnlock<PlatformMutex, 2>)
-        .peer("std::recursive_mutex", 0.4, lockAndUnlock<std::recursive_mutex, 2>);
-    Comparison("locks/platform mutex two threads")
+    const std::string peer = "std::recursive_mutex";
+    Comparison("locks/free")
+        .ours(lockAndUnlock<KestMutexObject, 1>)
+        .peer(peer, 0.8, lockAndUnlock<std::recursive_mutex, 1>);
+    Comparison("locks/two levels")
+        .ours(lockAndUnlock<KestMutexObject, 2>)
+        .peer(peer, 0.85, lockAndUnlock<std::recursive_mutex, 2>);
+    Comparison("locks/two threads")
         .threads(2)
-        .ours(lockAndUnlock<PlatformMutex, 1>)
-        .peer("std::recursive_mutex", 1.0, lockAndUnlock<std::recursive_mutex, 1>);
-    Comparison("locks/KestCriticalSection free")
+        .realTime()
+        .ours(lockAndUnlock<KestMutexObject, 1>)
+        .peer(peer, 1.0, lockAndUnlock<std::recursive_mutex, 1>);
+    Comparison("locks/critical section free")
+        .ours(lockAndUnlock<CriticalSection, 1>)
+        .peer(peer, 1.05, lockAndUnlock<std::recursive_mutex, 1>);
+    Comparison("locks/guard")
         .ours([](benchmark::State& state) {
             KestCriticalSectionObject lock;
             for (auto _ : state)
                 const KestCriticalSection guard(lock, true);
         })
-        .peer("std::recursive_mutex", 1.0, [](benchmark::State& state) {
+        .peer("std::lock_guard", 1.0, [](benchmark::State& state) {
             std::recursive_mutex lock;
             for (auto _ : state)
                 const std::lock_guard guard(lock);

@@ -7,14 +7,9 @@
 #endif
 
 using namespace KestSupport;
+using KestBench::Body;
 
 namespace {
-
-struct Ours : KestObjectBase {};
-using OursPointer = KestSmartPointer<KestObjectBase>;
-OursPointer makeOurs() {
-    return new Ours;
-}
 
 template <typename Pointer>
 void takeAndDrop(benchmark::State& state, const Pointer& target) {
@@ -36,6 +31,12 @@ void sameObject(benchmark::State& state) {
     takeAndDrop(state, target);
 }
 
+struct Ours : KestObjectBase {};
+using OursPointer = KestSmartPointer<KestObjectBase>;
+OursPointer makeOurs() {
+    return new Ours;
+}
+
 #ifdef KEST_HAVE_BOOST
 struct Peer : boost::intrusive_ref_counter<Peer, boost::thread_safe_counter> {
     virtual ~Peer() = default;
@@ -44,28 +45,20 @@ using PeerPointer = boost::intrusive_ptr<Peer>;
 PeerPointer makePeer() {
     return new Peer;
 }
+const Body peerOwn = ownObject<PeerPointer, makePeer>;
+const Body peerSame = sameObject<PeerPointer, makePeer>;
+#else
+const Body peerOwn = KestBench::kMissing;
+const Body peerSame = KestBench::kMissing;
 #endif
-
-struct Case {
-    const char* name;
-    int threads;
-    KestBench::Body ours, peer;
-};
 
 }  // namespace
 
 void KestBench::registerBenches() {
-#ifdef KEST_HAVE_BOOST
-    const Body peerOwn = ownObject<PeerPointer, makePeer>, peerSame = sameObject<PeerPointer, makePeer>;
-#else
-    const Body peerOwn, peerSame;
-#endif
-    const Case cases[] = {{"one thread", 1, ownObject<OursPointer, makeOurs>, peerOwn},
-                          {"two threads own objects", 2, ownObject<OursPointer, makeOurs>, peerOwn},
-                          {"two threads same object", 2, sameObject<OursPointer, makeOurs>, peerSame}};
-    for (const Case& one : cases) {
-        Comparison comparison(std::string("objects/reference ") + one.name);
-        comparison.threads(one.threads).ours(one.ours);
-        if (one.peer) comparison.peer("boost::intrusive_ptr", 1.1, one.peer);
-    }
+    const std::string peer = "boost::intrusive_ptr";
+    const Body own = ownObject<OursPointer, makeOurs>;
+    const Body same = sameObject<OursPointer, makeOurs>;
+    Comparison("objects/reference one thread").ours(own).peer(peer, 1.1, peerOwn);
+    Comparison("objects/reference two threads own objects").threads(2).realTime().ours(own).peer(peer, 1.1, peerOwn);
+    Comparison("objects/reference two threads same object").threads(2).realTime().ours(same).peer(peer, 1.1, peerSame);
 }

@@ -1,4 +1,4 @@
-// Notifying one and a thousand dependents.
+// Notifying the dependents of a collaborator.
 #include <vector>
 
 #include "bench_kit.h"
@@ -42,16 +42,22 @@ void notifyPoco(benchmark::State& state, std::size_t count) {
     for (auto _ : state)
         event.notify(nullptr, id);
 }
+constexpr bool kHavePoco = true;
+#else
+void notifyPoco(benchmark::State&, std::size_t) {}
+constexpr bool kHavePoco = false;
 #endif
 
 }  // namespace
 
 void KestBench::registerBenches() {
     for (const std::size_t count : {std::size_t{1}, std::size_t{1000}}) {
-        Comparison comparison("observer/notify " + std::to_string(count));
-        comparison.ours([=](benchmark::State& state) { notifyOurs(state, count); });
-#ifdef KEST_HAVE_POCO
-        comparison.peer("Poco::BasicEvent", 0.5, [=](benchmark::State& state) { notifyPoco(state, count); });
-#endif
+        const Body poco = [=](benchmark::State& state) { notifyPoco(state, count); };
+        Comparison("observer/notify " + std::to_string(count))
+            .ours([=](benchmark::State& state) { notifyOurs(state, count); })
+            .peer("Poco::BasicEvent", 0.5, kHavePoco ? poco : kMissing);
     }
+    Growth("observer/notify", "dependents")
+        .at({1, 10, 100, 1000, 10000, 100000},
+            [](benchmark::State& state, int count) { notifyOurs(state, static_cast<std::size_t>(count)); });
 }

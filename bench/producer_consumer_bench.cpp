@@ -1,5 +1,5 @@
-// An item handed to a second thread and back, through two queues; also beside processes that take all of the
-// processors.
+// Items between two threads through queues: one there and back, also beside processes that take all of the processors,
+// and a stream of them. Where the pool is the peer, an item is a task.
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -7,10 +7,18 @@
 
 #include "bench_kit.h"
 #include "support/producer_consumer.h"
+#ifdef KEST_HAVE_BOOST
+#include <boost/asio/post.hpp>
+#include <boost/asio/thread_pool.hpp>
+#endif
 
 using namespace KestSupport;
+using KestBench::Body;
 
 namespace {
+
+constexpr int kEnd = -1;
+constexpr int kStream = 10000;
 
 class Queue : public KestBaseSynchronizedQueue {
   public:
@@ -62,12 +70,11 @@ class StandardChannel {
   private:
     std::mutex m_mutex;
     std::condition_variable m_changed;
-    std::deque<int> m_items;
+    std::deque<int> m_items;  // guarded by m_mutex
 };
 
 template <typename Items>
-void handOver(benchmark::State& state) {
-    constexpr int kEnd = -1;
+void thereAndBack(benchmark::State& state) {
     Items there, back;
     std::thread partner([&] {
         for (int item = there.receive(); item != kEnd; item = there.receive())
@@ -81,22 +88,71 @@ void handOver(benchmark::State& state) {
     partner.join();
 }
 
+// The receiver answers once, when it has seen the last item of the stream.
 template <typename Items>
-void handOverBusily(benchmark::State& state) {
-    const KestBench::BusyProcesses busy;
-    handOver<Items>(state);
+void stream(benchmark::State& state) {
+    Items there, back;
+    std::thread partner([&] {
+        for (int item = there.receive(); item != kEnd; item = there.receive()) {
+            if (item == kStream - 1) back.send(item);
+        }
+    });
+    for (auto _ : state) {
+        for (int item = 0; item < kStream; ++item)
+            there.send(item);
+        benchmark::DoNotOptimize(back.receive());
+    }
+    there.send(kEnd);
+    partner.join();
 }
+
+#ifdef KEST_HAVE_BOOST
+void thereAndBackByPool(benchmark::State& state) {
+    boost::asio::thread_pool pool(1);
+    StandardChannel back;
+    for (auto _ : state) {
+        boost::asio::post(pool, [&back] { back.send(1); });
+        benchmark::DoNotOptimize(back.receive());
+    }
+    pool.join();
+}
+
+void streamByPool(benchmark::State& state) {
+    boost::asio::thread_pool pool(1);
+    StandardChannel back;
+    for (auto _ : state) {
+        for (int item = 0; item < kStream; ++item) {
+            boost::asio::post(pool, [&back, item] {
+                if (item == kStream - 1) back.send(item);
+            });
+        }
+        benchmark::DoNotOptimize(back.receive());
+    }
+    pool.join();
+}
+#else
+const Body thereAndBackByPool = KestBench::kMissing;
+const Body streamByPool = KestBench::kMissing;
+#endif
 
 }  // namespace
 
 void KestBench::registerBenches() {
+    const std::string condition = "mutex and condition variable";
+    const std::string pool = "boost::asio::thread_pool";
     Comparison("producer_consumer/there and back")
         .realTime()
-        .ours(handOver<Channel>)
-        .peer("mutex and condition variable", 1.0, handOver<StandardChannel>);
-    Comparison("producer_consumer/beside busy processes")
+        .ours(thereAndBack<Channel>)
+        .peer(condition, 1.0, thereAndBack<StandardChannel>)
+        .peer(pool, 1.0, thereAndBackByPool);
+    Comparison("producer_consumer/there and back beside busy processes")
+        .besideBusyProcesses()
+        .iterations(500)
+        .ours(thereAndBack<Channel>)
+        .peer(condition, 1.2, thereAndBack<StandardChannel>);
+    Comparison("producer_consumer/stream of " + std::to_string(kStream))
         .realTime()
-        .iterations(2000)
-        .ours(handOverBusily<Channel>)
-        .peer("mutex and condition variable", 1.2, handOverBusily<StandardChannel>);
+        .ours(stream<Channel>)
+        .peer(condition, 1.0, stream<StandardChannel>)
+        .peer(pool, 1.0, streamByPool);
 }

@@ -1,4 +1,5 @@
-// A command line of 20 options, eight flags and twelve with data, in short and in long form, with two plain arguments.
+// A command line of 20 options, eight flags and twelve with data, in short and in long form, with two plain arguments;
+// and lines of many options.
 #include <getopt.h>
 
 #include <map>
@@ -70,8 +71,30 @@ void parseByOurs(benchmark::State& state) {
     }
 }
 
+// A command line of so many options, each of which is specified.
+void parseMany(benchmark::State& state, int count) {
+    std::string specification = ":";
+    std::vector<std::string> texts{"agent"};
+    for (int i = 0; i < count; ++i) {
+        const std::string name = "option" + std::to_string(i);
+        specification += name + ".:";
+        texts.push_back("--" + name);
+        texts.push_back(std::to_string(i));
+    }
+    for (auto _ : state) {
+        std::vector<char*> argv;
+        for (std::string& text : texts)
+            argv.push_back(text.data());
+        argv.push_back(nullptr);
+        const int argc = static_cast<int>(argv.size()) - 1;
+        const KestProgramOptions options(argc, argv.data(), "", specification, false);
+        if (options.getArgumentCount() != 0) state.SkipWithError("not what was expected");
+    }
+}
+
 }  // namespace
 
 void KestBench::registerBenches() {
-    Comparison("program options/20 options").ours(parseByOurs).peer("getopt_long", 1.2, parseByGetopt);
+    Comparison("program options/20 options").ours(parseByOurs).peer("getopt_long with a map", 1.0, parseByGetopt);
+    Growth("program options/parse", "options").limit(1.15).at({10, 100, 1000, 10000}, parseMany);
 }

@@ -1,6 +1,6 @@
 // A property file of 100,000 lines, as settings go: names of 20 and values of about 14 characters, once in the order of
-// the names and once shuffled. The first save has to find the order of the names; the others know it. Looking up asks
-// for every name once, in the file's order, and copies the value.
+// the names and once shuffled. The first save after a change, a name that is new, has to find the order of the names;
+// the others know it. Looking up asks for every name once, in an order of no pattern, and copies the value.
 #include <unistd.h>
 
 #include <algorithm>
@@ -29,14 +29,14 @@ namespace {
 constexpr int kLines = 100000;
 
 struct Settings {
-    std::vector<std::string> names;
-    std::string file;       // without, and
-    std::string groupFile;  // with the group that the peer needs
+    std::vector<std::string> names;  // in an order of no pattern
+    std::string file;                // without, and
+    std::string groupFile;           // with the group that the peer needs
 
-    explicit Settings(const char* name, bool shuffled)
+    Settings(const std::string& name, bool shuffled, int lines)
         : file(std::string("/tmp/kest_properties_bench_") + std::to_string(getpid()) + name),
           groupFile(file + ".group") {
-        for (int i = 0; i < kLines; ++i) {
+        for (int i = 0; i < lines; ++i) {
             char text[32];
             std::snprintf(text, sizeof text, "service%05d.setting", i);
             names.emplace_back(text);
@@ -48,7 +48,10 @@ struct Settings {
             plain << each << "=value of " << each.substr(7, 5) << "\n";
             grouped << each << "=value of " << each.substr(7, 5) << "\n";
         }
+        std::shuffle(names.begin(), names.end(), std::mt19937(2));
     }
+    Settings(const Settings&) = delete;
+    Settings& operator=(const Settings&) = delete;
     ~Settings() {
         std::remove(file.c_str());
         std::remove(groupFile.c_str());
@@ -57,24 +60,65 @@ struct Settings {
 
 using Properties = KestProperties<std::string>;
 
+// What both sides are asked to do.
+struct OurFile {
+    explicit OurFile(const Settings& settings) : saved(settings.file + ".saved") {
+        properties.loadProperties(settings.file);
+    }
+    ~OurFile() { std::remove(saved.c_str()); }
+
+    void add(const std::string& name) { properties.addProperty(name, "new"); }
+    void save() { properties.saveProperties(saved); }
+    void lookUp(const std::string& name) const {
+        const std::string value = properties.getProperty(name);
+        benchmark::DoNotOptimize(value.data());
+    }
+
+    Properties properties;
+    const std::string saved;
+};
+
 #ifdef KEST_HAVE_GLIB
 struct KeyFile {
-    GKeyFile* const file = g_key_file_new();
-    explicit KeyFile(const Settings& settings) {
+    explicit KeyFile(const Settings& settings) : saved(settings.groupFile + ".saved") {
         if (!g_key_file_load_from_file(file, settings.groupFile.c_str(), G_KEY_FILE_NONE, nullptr)) std::abort();
     }
-    ~KeyFile() { g_key_file_free(file); }
+    KeyFile(const KeyFile&) = delete;
+    KeyFile& operator=(const KeyFile&) = delete;
+    ~KeyFile() {
+        std::remove(saved.c_str());
+        g_key_file_free(file);
+    }
+
+    void add(const std::string& name) { g_key_file_set_string(file, "settings", name.c_str(), "new"); }
+    void save() { g_key_file_save_to_file(file, saved.c_str(), nullptr); }
+    void lookUp(const std::string& name) const {
+        gchar* const value = g_key_file_get_string(file, "settings", name.c_str(), nullptr);
+        benchmark::DoNotOptimize(value);
+        g_free(value);
+    }
+    void lookUpValue(const std::string& name) const {
+        gchar* const value = g_key_file_get_value(file, "settings", name.c_str(), nullptr);
+        benchmark::DoNotOptimize(value);
+        g_free(value);
+    }
+
+    GKeyFile* const file = g_key_file_new();
+    const std::string saved;
 };
 #endif
+
+using SharedSettings = std::shared_ptr<const Settings>;
 
 std::size_t bytesInUse() {
     return mallinfo2().uordblks + mallinfo2().hblkhd;
 }
 
-template <typename Load>
-Body memoryOf(Load load) {
+// Measured once and first, while no memory that was freed lies about for one of the two to take.
+template <typename File>
+Body memory(const Settings& settings) {
     const std::size_t before = bytesInUse();
-    const auto loaded = load();
+    const auto loaded = std::make_unique<File>(settings);
     const double mebibytes = static_cast<double>(bytesInUse() - before) / 1024 / 1024;
     return [mebibytes](benchmark::State& state) {
         for (auto _ : state) {
@@ -84,134 +128,110 @@ Body memoryOf(Load load) {
     };
 }
 
-// Measured once and first, while no memory that was freed lies about for one of the two to take.
-void registerMemory(const Settings& settings) {
-    Comparison("properties/memory")
-        .ours(memoryOf([&] {
-            auto properties = std::make_unique<Properties>();
-            properties->loadProperties(settings.file);
-            return properties;
-        }))
-#ifdef KEST_HAVE_GLIB
-        .peer("GKeyFile", 1.0, memoryOf([&] { return std::make_unique<KeyFile>(settings); }))
-#endif
-        ;
+template <typename File>
+Body load(const SharedSettings& settings) {
+    return [settings](benchmark::State& state) {
+        for (auto _ : state) {
+            auto file = std::make_unique<File>(*settings);
+            state.PauseTiming();
+            file.reset();
+            state.ResumeTiming();
+        }
+    };
 }
 
-void registerSpeed(const std::shared_ptr<Settings>& settings, const std::string& order) {
-    Comparison("properties/load " + order)
-        .ours([settings](benchmark::State& state) {
-            for (auto _ : state) {
-                auto properties = std::make_unique<Properties>();
-                properties->loadProperties(settings->file);
-                state.PauseTiming();
-                properties.reset();
-                state.ResumeTiming();
-            }
-        })
+template <typename File>
+Body lookUp(const SharedSettings& settings, void (File::*ask)(const std::string& name) const = &File::lookUp) {
+    return [settings, ask](benchmark::State& state) {
+        const File file(*settings);
+        for (auto _ : state) {
+            for (const std::string& name : settings->names)
+                (file.*ask)(name);
+        }
+    };
+}
+
+template <typename File>
+Body firstSave(const SharedSettings& settings) {
+    return [settings](benchmark::State& state) {
+        for (auto _ : state) {
+            state.PauseTiming();
+            auto file = std::make_unique<File>(*settings);
+            file->add("service50000.name");
+            state.ResumeTiming();
+            file->save();
+            state.PauseTiming();
+            file.reset();
+            state.ResumeTiming();
+        }
+    };
+}
+
+template <typename File>
+Body save(const SharedSettings& settings) {
+    return [settings](benchmark::State& state) {
+        File file(*settings);
+        for (auto _ : state)
+            file.save();
+    };
+}
+
+// The bodies of the peer.
+struct Peer {
+    Body load, lookUp, lookUpValue, firstSave, save;
+};
+
 #ifdef KEST_HAVE_GLIB
-        .peer("GKeyFile", 0.5,
-              [settings](benchmark::State& state) {
-                  for (auto _ : state) {
-                      auto keys = std::make_unique<KeyFile>(*settings);
-                      state.PauseTiming();
-                      keys.reset();
-                      state.ResumeTiming();
-                  }
-              })
+Body peerMemory(const Settings& settings) {
+    return memory<KeyFile>(settings);
+}
+Peer peerOf(const SharedSettings& settings) {
+    return {load<KeyFile>(settings), lookUp<KeyFile>(settings), lookUp<KeyFile>(settings, &KeyFile::lookUpValue),
+            firstSave<KeyFile>(settings), save<KeyFile>(settings)};
+}
+#else
+Body peerMemory(const Settings&) {
+    return KestBench::kMissing;
+}
+Peer peerOf(const SharedSettings&) {
+    return {};
+}
 #endif
-        ;
+
+void compare(const SharedSettings& settings, const std::string& order) {
+    const std::string name = "GKeyFile";
+    const Peer peer = peerOf(settings);
+    Comparison("properties/load " + order).ours(load<OurFile>(settings)).peer(name, 0.5, peer.load);
     Comparison("properties/look up " + order)
-        .ours([settings](benchmark::State& state) {
-            Properties properties;
-            properties.loadProperties(settings->file);
-            for (auto _ : state) {
-                for (const std::string& name : settings->names) {
-                    const std::string value = properties.getProperty(name);
-                    benchmark::DoNotOptimize(value.data());
-                }
-            }
-        })
-#ifdef KEST_HAVE_GLIB
-        .peer("GKeyFile", 0.5,
-              [settings](benchmark::State& state) {
-                  const KeyFile keys(*settings);
-                  for (auto _ : state) {
-                      for (const std::string& name : settings->names) {
-                          gchar* const value = g_key_file_get_string(keys.file, "settings", name.c_str(), nullptr);
-                          benchmark::DoNotOptimize(value);
-                          g_free(value);
-                      }
-                  }
-              })
-        .peer("GKeyFile get_value", 0.5,
-              [settings](benchmark::State& state) {
-                  const KeyFile keys(*settings);
-                  for (auto _ : state) {
-                      for (const std::string& name : settings->names) {
-                          gchar* const value = g_key_file_get_value(keys.file, "settings", name.c_str(), nullptr);
-                          benchmark::DoNotOptimize(value);
-                          g_free(value);
-                      }
-                  }
-              })
-#endif
-        ;
-    Comparison("properties/first save " + order)
-        .ours([settings](benchmark::State& state) {
-            for (auto _ : state) {
-                state.PauseTiming();
-                auto properties = std::make_unique<Properties>();
-                properties->loadProperties(settings->file);
-                state.ResumeTiming();
-                properties->saveProperties(settings->file + ".saved");
-                state.PauseTiming();
-                properties.reset();
-                state.ResumeTiming();
-            }
-            std::remove((settings->file + ".saved").c_str());
-        })
-#ifdef KEST_HAVE_GLIB
-        .peer("GKeyFile", 1.0,
-              [settings](benchmark::State& state) {
-                  for (auto _ : state) {
-                      state.PauseTiming();
-                      auto keys = std::make_unique<KeyFile>(*settings);
-                      state.ResumeTiming();
-                      g_key_file_save_to_file(keys->file, (settings->groupFile + ".saved").c_str(), nullptr);
-                      state.PauseTiming();
-                      keys.reset();
-                      state.ResumeTiming();
-                  }
-                  std::remove((settings->groupFile + ".saved").c_str());
-              })
-#endif
-        ;
-    Comparison("properties/save " + order)
-        .ours([settings](benchmark::State& state) {
-            Properties properties;
-            properties.loadProperties(settings->file);
-            for (auto _ : state)
-                properties.saveProperties(settings->file + ".saved");
-            std::remove((settings->file + ".saved").c_str());
-        })
-#ifdef KEST_HAVE_GLIB
-        .peer("GKeyFile", 0.6,
-              [settings](benchmark::State& state) {
-                  const KeyFile keys(*settings);
-                  for (auto _ : state)
-                      g_key_file_save_to_file(keys.file, (settings->groupFile + ".saved").c_str(), nullptr);
-                  std::remove((settings->groupFile + ".saved").c_str());
-              })
-#endif
-        ;
+        .ours(lookUp<OurFile>(settings))
+        .peer(name, 0.35, peer.lookUp)
+        .peer(name + " get_value", 0.35, peer.lookUpValue);
+    Comparison("properties/first save after a change " + order)
+        .ours(firstSave<OurFile>(settings))
+        .peer(name, 1.0, peer.firstSave);
+    Comparison("properties/save " + order).ours(save<OurFile>(settings)).peer(name, 0.6, peer.save);
+}
+
+SharedSettings settingsOf(int lines) {
+    return std::make_shared<const Settings>("growth", true, lines);
 }
 
 }  // namespace
 
 void KestBench::registerBenches() {
-    const auto sorted = std::make_shared<Settings>("sorted", false);
-    registerMemory(*sorted);
-    registerSpeed(sorted, "sorted");
-    registerSpeed(std::make_shared<Settings>("shuffled", true), "shuffled");
+    const auto sorted = std::make_shared<const Settings>("sorted", false, kLines);
+    Comparison("properties/memory").ours(memory<OurFile>(*sorted)).peer("GKeyFile", 1.0, peerMemory(*sorted));
+    compare(sorted, "sorted");
+    compare(std::make_shared<const Settings>("shuffled", true, kLines), "shuffled");
+
+    const auto sizes = {100, 1000, 10000, 100000, 1000000};
+    Growth("properties/load shuffled", "lines").limit(1.15).at(sizes, [](benchmark::State& state, int lines) {
+        load<OurFile>(settingsOf(lines))(state);
+    });
+    Growth("properties/look up all shuffled", "lines").limit(1.25).at(sizes, [](benchmark::State& state, int lines) {
+        lookUp<OurFile>(settingsOf(lines))(state);
+    });
+    Growth("properties/first save after a change", "lines")
+        .limit(1.15)
+        .at(sizes, [](benchmark::State& state, int lines) { firstSave<OurFile>(settingsOf(lines))(state); });
 }

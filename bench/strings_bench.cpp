@@ -1,17 +1,21 @@
 // Conversion between UTF-8 and 16-bit units: short and long ASCII, and long text of many scripts.
 #include <support/strings.h>
 
+#include <cstdint>
 #include <locale>
 #include <string>
+#include <vector>
 
 #include "bench_kit.h"
 
 #ifdef KEST_HAVE_ICU
 #include <unicode/unistr.h>
+#include <unicode/ustring.h>
 #endif
 
 namespace {
 
+using KestBench::Body;
 using KestSupport::KestStringUtilities;
 using KestSupport::wstring16;
 
@@ -35,41 +39,101 @@ std::locale utf8Locale() {
     return {std::locale::classic(), new KestSupport::utf8_ctype};
 }
 
-void compareConversions(const std::string& what, const std::string& text, double target) {
+void widenOurs(benchmark::State& state, const std::string& text) {
+    const std::locale locale = utf8Locale();
+    for (auto _ : state)
+        benchmark::DoNotOptimize(KestStringUtilities::widen(text, locale));
+}
+
+void narrowOurs(benchmark::State& state, const std::string& text) {
     const std::locale locale = utf8Locale();
     const wstring16 wide = KestStringUtilities::widen(text, locale);
-    KestBench::Comparison widen("strings/widen " + what);
-    widen.ours([=](benchmark::State& state) {
-        for (auto _ : state)
-            benchmark::DoNotOptimize(KestStringUtilities::widen(text, locale));
-    });
-    KestBench::Comparison narrow("strings/narrow " + what);
-    narrow.ours([=](benchmark::State& state) {
-        for (auto _ : state)
-            benchmark::DoNotOptimize(KestStringUtilities::narrow(wide, locale));
-    });
+    for (auto _ : state)
+        benchmark::DoNotOptimize(KestStringUtilities::narrow(wide, locale));
+}
+
 #ifdef KEST_HAVE_ICU
-    widen.peer("ICU", target, [=](benchmark::State& state) {
-        for (auto _ : state)
-            benchmark::DoNotOptimize(icu::UnicodeString::fromUTF8(text));
-    });
-    narrow.peer("ICU", target, [=](benchmark::State& state) {
-        const icu::UnicodeString units = icu::UnicodeString::fromUTF8(text);
-        for (auto _ : state) {
-            std::string result;
-            benchmark::DoNotOptimize(units.toUTF8String(result));
-        }
-    });
+constexpr bool kHaveIcu = true;
+
+void widenIcu(benchmark::State& state, const std::string& text) {
+    for (auto _ : state)
+        benchmark::DoNotOptimize(icu::UnicodeString::fromUTF8(text));
+}
+
+void narrowIcu(benchmark::State& state, const std::string& text) {
+    const icu::UnicodeString units = icu::UnicodeString::fromUTF8(text);
+    for (auto _ : state) {
+        std::string result;
+        benchmark::DoNotOptimize(units.toUTF8String(result));
+    }
+}
+
+// Into room that is large enough and kept.
+void widenIntoBuffer(benchmark::State& state, const std::string& text) {
+    std::vector<UChar> units(text.size() + 1);
+    for (auto _ : state) {
+        std::int32_t length = 0;
+        UErrorCode error = U_ZERO_ERROR;
+        u_strFromUTF8(units.data(), static_cast<std::int32_t>(units.size()), &length, text.data(),
+                      static_cast<std::int32_t>(text.size()), &error);
+        benchmark::DoNotOptimize(length);
+        benchmark::ClobberMemory();
+    }
+}
+
+void narrowIntoBuffer(benchmark::State& state, const std::string& text) {
+    const icu::UnicodeString units = icu::UnicodeString::fromUTF8(text);
+    std::vector<char> bytes(text.size() + 1);
+    for (auto _ : state) {
+        std::int32_t length = 0;
+        UErrorCode error = U_ZERO_ERROR;
+        u_strToUTF8(bytes.data(), static_cast<std::int32_t>(bytes.size()), &length, units.getBuffer(), units.length(),
+                    &error);
+        benchmark::DoNotOptimize(length);
+        benchmark::ClobberMemory();
+    }
+}
 #else
-    static_cast<void>(target);
+constexpr bool kHaveIcu = false;
+
+void widenIcu(benchmark::State&, const std::string&) {}
+void narrowIcu(benchmark::State&, const std::string&) {}
+void widenIntoBuffer(benchmark::State&, const std::string&) {}
+void narrowIntoBuffer(benchmark::State&, const std::string&) {}
 #endif
+
+using Conversion = void (*)(benchmark::State& state, const std::string& text);
+
+Body with(Conversion conversion, const std::string& text) {
+    return [=](benchmark::State& state) { conversion(state, text); };
+}
+
+Body withIcu(Conversion conversion, const std::string& text) {
+    return kHaveIcu ? with(conversion, text) : KestBench::kMissing;
+}
+
+void compareConversions(const std::string& what, const std::string& text, double target) {
+    const std::string kept = " into a kept buffer";
+    KestBench::Comparison("strings/widen " + what)
+        .ours(with(widenOurs, text))
+        .peer("ICU", target, withIcu(widenIcu, text))
+        .peer("u_strFromUTF8" + kept, withIcu(widenIntoBuffer, text));
+    KestBench::Comparison("strings/narrow " + what)
+        .ours(with(narrowOurs, text))
+        .peer("ICU", target, withIcu(narrowIcu, text))
+        .peer("u_strToUTF8" + kept, withIcu(narrowIntoBuffer, text));
 }
 
 }  // namespace
 
 void KestBench::registerBenches() {
     const std::string line = "Process 4711 uses 63% of memory. ";
-    compareConversions("ASCII 32 B", line.substr(0, 32), 0.6);
+    compareConversions("ASCII 32 B", line.substr(0, 32), 0.7);
+    compareConversions("mixed 32 B", mixedPart.substr(20, 32), 1.2);
     compareConversions("ASCII 64 KiB", repeated(line, longText), 0.15);
     compareConversions("mixed 64 KiB", repeated(mixedPart, longText), 1.0);
+    Growth("strings/widen mixed", "copies of 88 B")
+        .at({1, 10, 100, 1000, 10000}, [](benchmark::State& state, int count) {
+            widenOurs(state, repeated(mixedPart, mixedPart.size() * static_cast<std::size_t>(count)));
+        });
 }

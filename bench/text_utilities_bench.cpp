@@ -22,38 +22,48 @@ std::string allBytes() {
     return bytes;
 }
 
+[[maybe_unused]] std::vector<std::uint8_t> asBytes(const std::string& text) {
+    return {text.begin(), text.end()};
+}
+
+void encode(benchmark::State& state) {
+    const std::string bytes = allBytes();
+    for (auto _ : state)
+        benchmark::DoNotOptimize(KestSupport::KestBytesToHex(bytes.data(), kBytes));
+}
+
+void decode(benchmark::State& state) {
+    const std::string hex = KestSupport::KestBytesToHex(allBytes().data(), kBytes);
+    std::vector<char> bytes(kBytes);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(KestSupport::KestHexToBytes(bytes.data(), hex));
+        benchmark::ClobberMemory();
+    }
+}
+
+#ifdef KEST_HAVE_BOTAN
+void encodeBotan(benchmark::State& state) {
+    const std::vector<std::uint8_t> bytes = asBytes(allBytes());
+    for (auto _ : state)
+        benchmark::DoNotOptimize(Botan::hex_encode(bytes.data(), bytes.size()));
+}
+
+void decodeBotan(benchmark::State& state) {
+    const std::string hex = KestSupport::KestBytesToHex(allBytes().data(), kBytes);
+    std::vector<std::uint8_t> bytes(kBytes);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(Botan::hex_decode(bytes.data(), hex.data(), hex.size()));
+        benchmark::ClobberMemory();
+    }
+}
+#else
+const KestBench::Body encodeBotan = KestBench::kMissing;
+const KestBench::Body decodeBotan = KestBench::kMissing;
+#endif
+
 }  // namespace
 
 void KestBench::registerBenches() {
-    Comparison encode("text utilities/bytes to hex 64 KiB");
-    encode.ours([](benchmark::State& state) {
-        const std::string bytes = allBytes();
-        for (auto _ : state)
-            benchmark::DoNotOptimize(KestSupport::KestBytesToHex(bytes.data(), kBytes));
-    });
-    Comparison decode("text utilities/hex to bytes 64 KiB");
-    decode.ours([](benchmark::State& state) {
-        const std::string hex = KestSupport::KestBytesToHex(allBytes().data(), kBytes);
-        std::vector<char> bytes(kBytes);
-        for (auto _ : state) {
-            benchmark::DoNotOptimize(KestSupport::KestHexToBytes(bytes.data(), hex));
-            benchmark::ClobberMemory();
-        }
-    });
-#ifdef KEST_HAVE_BOTAN
-    encode.peer("Botan", 1.0, [](benchmark::State& state) {
-        const std::string text = allBytes();
-        const std::vector<std::uint8_t> bytes(text.begin(), text.end());
-        for (auto _ : state)
-            benchmark::DoNotOptimize(Botan::hex_encode(bytes.data(), bytes.size()));
-    });
-    decode.peer("Botan", 1.0, [](benchmark::State& state) {
-        const std::string hex = KestSupport::KestBytesToHex(allBytes().data(), kBytes);
-        std::vector<std::uint8_t> bytes(kBytes);
-        for (auto _ : state) {
-            benchmark::DoNotOptimize(Botan::hex_decode(bytes.data(), hex.data(), hex.size()));
-            benchmark::ClobberMemory();
-        }
-    });
-#endif
+    Comparison("text utilities/bytes to hex 64 KiB").ours(encode).peer("Botan", 1.0, encodeBotan);
+    Comparison("text utilities/hex to bytes 64 KiB").ours(decode).peer("Botan", 1.0, decodeBotan);
 }

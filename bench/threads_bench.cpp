@@ -1,4 +1,4 @@
-// Starting a thread and waiting for its end.
+// Starting a thread and waiting for its end, also beside processes that take all of the processors.
 #include <thread>
 
 #include "bench_kit.h"
@@ -6,18 +6,28 @@
 
 using namespace KestSupport;
 
+namespace {
+
+void startAndWait(benchmark::State& state) {
+    for (auto _ : state) {
+        KestThread thread;
+        thread.start();
+        thread.waitForThreadExit();
+    }
+}
+
+void startAndJoin(benchmark::State& state) {
+    for (auto _ : state)
+        std::thread([] {}).join();
+}
+
+}  // namespace
+
 void KestBench::registerBenches() {
-    Comparison("threads/start and join")
-        .realTime()
-        .ours([](benchmark::State& state) {
-            for (auto _ : state) {
-                KestThread thread;
-                thread.start();
-                thread.waitForThreadExit();
-            }
-        })
-        .peer("std::thread", 1.05, [](benchmark::State& state) {
-            for (auto _ : state)
-                std::thread([] {}).join();
-        });
+    Comparison("threads/start and join").realTime().ours(startAndWait).peer("std::thread", 1.0, startAndJoin);
+    Comparison("threads/start and join beside busy processes")
+        .besideBusyProcesses()
+        .iterations(500)
+        .ours(startAndWait)
+        .peer("std::thread", 1.2, startAndJoin);
 }

@@ -1,6 +1,13 @@
 // Starting and stopping one timer while others are active: a watchdog that is due before all of the others, and one
-// that is due amid them.
+// that is due amid them. A set of due times with a mutex and a look at the clock is what a program writes that has no
+// timers; libuv serves one thread, takes no lock and looks at the clock once in each turn of its loop.
+#include <chrono>
+#include <cstdint>
 #include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "bench_kit.h"
@@ -15,11 +22,7 @@ namespace {
 constexpr int kMinute = 60;
 constexpr int kSpread = 3600;  // the others are due between one and two hours from now
 
-struct Case {
-    int others;
-    double target;
-};
-constexpr Case kCases[] = {{1, 3}, {1000, 2}, {100000, 1}};
+constexpr int kOthers[] = {1, 1000, 100000};
 
 struct Moment {
     const char* name;
@@ -44,7 +47,36 @@ void startAndStop(benchmark::State& state, int others, int seconds) {
     }
 }
 
+class TimerSet {
+  public:
+    using Moment = std::pair<std::chrono::steady_clock::time_point, std::uint64_t>;
+
+    Moment start(int seconds) {
+        const std::lock_guard lock(m_mutex);
+        return *m_timers.emplace(std::chrono::steady_clock::now() + std::chrono::seconds(seconds), ++m_count).first;
+    }
+    void stop(const Moment& moment) {
+        const std::lock_guard lock(m_mutex);
+        m_timers.erase(moment);
+    }
+
+  private:
+    std::mutex m_mutex;
+    std::set<Moment> m_timers;  // guarded by m_mutex
+    std::uint64_t m_count = 0;  // guarded by m_mutex
+};
+
+void startAndStopInSet(benchmark::State& state, int others, int seconds) {
+    TimerSet timers;
+    for (int index = 0; index < others; ++index)
+        timers.start(secondsOfOther(index, others));
+    for (auto _ : state)
+        timers.stop(timers.start(seconds));
+}
+
 #ifdef KEST_HAVE_UV
+constexpr bool kHaveUv = true;
+
 void startAndStopUv(benchmark::State& state, int others, int seconds) {
     const auto nothing = [](uv_timer_t*) {};
     uv_loop_t loop;
@@ -66,20 +98,32 @@ void startAndStopUv(benchmark::State& state, int others, int seconds) {
     uv_run(&loop, UV_RUN_DEFAULT);
     uv_loop_close(&loop);
 }
+#else
+constexpr bool kHaveUv = false;
+
+void startAndStopUv(benchmark::State&, int, int) {}
 #endif
+
+using StartAndStop = void (*)(benchmark::State& state, int others, int seconds);
+KestBench::Body bodyOf(StartAndStop startAndStop, int others, int seconds) {
+    return [=](benchmark::State& state) { startAndStop(state, others, seconds); };
+}
 
 }  // namespace
 
 void KestBench::registerBenches() {
     for (const Moment& moment : kMoments) {
-        for (const Case& row : kCases) {
-            Comparison comparison(std::string("timers/start and stop ") + moment.name + " " +
-                                  std::to_string(row.others) + " others");
-            comparison.ours([=](benchmark::State& state) { startAndStop(state, row.others, moment.seconds); });
-#ifdef KEST_HAVE_UV
-            comparison.peer("uv_timer", row.target,
-                            [=](benchmark::State& state) { startAndStopUv(state, row.others, moment.seconds); });
-#endif
+        const std::string what = std::string("timers/start and stop ") + moment.name;
+        for (const int others : kOthers) {
+            Comparison(what + " " + std::to_string(others) + " others")
+                .ours(bodyOf(startAndStop, others, moment.seconds))
+                .peer("std::set with mutex and clock", 0.8, bodyOf(startAndStopInSet, others, moment.seconds))
+                .peer("uv_timer (no lock nor clock)",
+                      kHaveUv ? bodyOf(startAndStopUv, others, moment.seconds) : kMissing);
         }
+        const int seconds = moment.seconds;
+        Growth(what, "others").at({1, 10, 100, 1000, 10000, 100000, 1000000}, [=](benchmark::State& state, int others) {
+            startAndStop(state, others, seconds);
+        });
     }
 }

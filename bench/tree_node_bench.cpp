@@ -10,11 +10,14 @@
 
 #include "bench_kit.h"
 #include "support/tree_node.h"
+#ifdef KEST_HAVE_ABSL
+#include <absl/container/btree_map.h>
+#endif
 #ifdef KEST_HAVE_BOOST
 #include <boost/property_tree/ptree.hpp>
 #endif
 
-using KestBench::Comparison;
+using KestBench::Body;
 using KestSupport::KestSmartPointer;
 using KestSupport::KestTreeNode;
 
@@ -46,9 +49,20 @@ void fill(KestTreeNode& root, const Keys& keys) {
         root.add(new KestTreeNode(key));
 }
 
-void fill(Map& nodes, const Keys& keys) {
+template <typename AnyMap>
+void fill(AnyMap& nodes, const Keys& keys) {
     for (const std::string& key : keys)
         nodes.emplace(key, new KestTreeNode(key));
+}
+
+KestSmartPointer<KestTreeNode> find(KestTreeNode& root, const std::string& key) {
+    return root.getNode(key);
+}
+
+template <typename AnyMap>
+KestSmartPointer<KestTreeNode> find(const AnyMap& nodes, const std::string& key) {
+    const auto found = nodes.find(key);
+    return found == nodes.end() ? nullptr : found->second;
 }
 
 template <typename Children>
@@ -71,71 +85,109 @@ void eraseAll(benchmark::State& state, const Keys& keys, const Keys& erased) {
     }
 }
 
-// More than enough children to be out of every cache are added once.
-benchmark::IterationCount iterationsFor(const Keys& keys) {
-    return keys.size() > 100'000 ? 1 : 0;
+template <typename Children>
+void lookUp(benchmark::State& state, const Keys& keys, const Keys& wanted) {
+    Children children;
+    fill(children, keys);
+    for (auto _ : state) {
+        for (const std::string& key : wanted) {
+            const KestSmartPointer<KestTreeNode> node = find(children, key);
+            benchmark::DoNotOptimize(node.get());
+        }
+    }
 }
 
-void registerAdd(const Keys& keys, double target) {
-    Comparison comparison("tree_node/ordered add of " + std::to_string(keys.size()));
-    comparison.iterations(iterationsFor(keys))
-        .ours([keys](benchmark::State& state) { addAll<KestTreeNode>(state, keys); })
-        .peer("std::map", target, [keys](benchmark::State& state) { addAll<Map>(state, keys); });
+// Bodies that make their keys when they run: a million of them are not kept for all of the program.
+template <typename Children>
+Body adding(int count) {
+    return [count](benchmark::State& state) { addAll<Children>(state, shuffledKeys(count)); };
+}
+
+template <typename Children>
+Body erasing(int count) {
+    return [count](benchmark::State& state) {
+        const Keys keys = shuffledKeys(count);
+        Keys erased = keys;
+        std::shuffle(erased.begin(), erased.end(), std::mt19937(2));
+        eraseAll<Children>(state, keys, erased);
+    };
+}
+
+template <typename Children>
+Body lookingUp(int count) {
+    return [count](benchmark::State& state) {
+        const Keys keys = shuffledKeys(count);
+        lookUp<Children>(state, keys, anyOf(keys));
+    };
+}
+
+#ifdef KEST_HAVE_ABSL
+using BTree = absl::btree_map<std::string, KestSmartPointer<KestTreeNode>>;
+Body lookingUpInBTree(int count) {
+    return lookingUp<BTree>(count);
+}
+#else
+Body lookingUpInBTree(int) {
+    return KestBench::kMissing;
+}
+#endif
+
 #ifdef KEST_HAVE_BOOST
-    if (keys.size() > 1000) return;
-    comparison.peer("Boost ptree", 0.6, [keys](benchmark::State& state) {
+Body addingToPtree(int count) {
+    return [count](benchmark::State& state) {
         using boost::property_tree::ptree;
+        const Keys keys = shuffledKeys(count);
         for (auto _ : state) {
             ptree root;
             for (const std::string& key : keys)
                 root.push_back(ptree::value_type(key, ptree()));
         }
-    });
+    };
+}
+#else
+Body addingToPtree(int) {
+    return KestBench::kMissing;
+}
 #endif
-}
 
-void registerErase(const Keys& keys, double target) {
-    Keys erased = keys;
-    std::shuffle(erased.begin(), erased.end(), std::mt19937(2));
-    Comparison("tree_node/erase all of " + std::to_string(keys.size()))
-        .iterations(iterationsFor(keys))
-        .ours([=](benchmark::State& state) { eraseAll<KestTreeNode>(state, keys, erased); })
-        .peer("std::map", target, [=](benchmark::State& state) { eraseAll<Map>(state, keys, erased); });
-}
-
-void registerLookUp(const Keys& keys, double target) {
-    const Keys wanted = anyOf(keys);
-    Comparison("tree_node/look up among " + std::to_string(keys.size()))
-        .ours([keys, wanted](benchmark::State& state) {
-            KestTreeNode root;
-            fill(root, keys);
-            for (auto _ : state) {
-                for (const std::string& key : wanted) {
-                    const KestSmartPointer<KestTreeNode> node = root.getNode(key);
-                    benchmark::DoNotOptimize(node.get());
-                }
-            }
-        })
-        .peer("std::map", target, [keys, wanted](benchmark::State& state) {
-            Map nodes;
-            fill(nodes, keys);
-            for (auto _ : state) {
-                for (const std::string& key : wanted) {
-                    const auto found = nodes.find(key);
-                    const KestSmartPointer<KestTreeNode> node = found == nodes.end() ? nullptr : found->second;
-                    benchmark::DoNotOptimize(node.get());
-                }
-            }
-        });
-}
+// So many children are out of every cache, and are added once in a repetition.
+constexpr int kMany = 1'000'000;
 
 }  // namespace
 
 void KestBench::registerBenches() {
-    registerAdd(shuffledKeys(1000), 1.2);
-    registerAdd(shuffledKeys(1'000'000), 1.0);
-    registerErase(shuffledKeys(1000), 1.2);
-    registerErase(shuffledKeys(1'000'000), 1.0);
-    registerLookUp(shuffledKeys(1000), 1.0);
-    registerLookUp(shuffledKeys(10), 0.8);
+    const std::string map = "std::map";
+    Comparison("tree_node/ordered add of 1000")
+        .ours(adding<KestTreeNode>(1000))
+        .peer(map, 1.2, adding<Map>(1000))
+        .peer("Boost ptree", 0.6, addingToPtree(1000));
+    Comparison("tree_node/ordered add of 1000000")
+        .iterations(1)
+        .ours(adding<KestTreeNode>(kMany))
+        .peer(map, 1.0, adding<Map>(kMany));
+    Comparison("tree_node/erase all of 1000").ours(erasing<KestTreeNode>(1000)).peer(map, 1.2, erasing<Map>(1000));
+    Comparison("tree_node/erase all of 1000000")
+        .iterations(1)
+        .ours(erasing<KestTreeNode>(kMany))
+        .peer(map, 1.0, erasing<Map>(kMany));
+    Comparison("tree_node/look up among 1000").ours(lookingUp<KestTreeNode>(1000)).peer(map, 1.0, lookingUp<Map>(1000));
+    Comparison("tree_node/look up among 10")
+        .ours(lookingUp<KestTreeNode>(10))
+        .peer(map, 0.8, lookingUp<Map>(10))
+        .peer("absl::btree_map", 1.0, lookingUpInBTree(10));
+
+    const auto add = [](benchmark::State& state, int count) { adding<KestTreeNode>(count)(state); };
+    const auto erase = [](benchmark::State& state, int count) { erasing<KestTreeNode>(count)(state); };
+    const auto find = [](benchmark::State& state, int count) { lookingUp<KestTreeNode>(count)(state); };
+    Growth("tree_node/ordered add", "children")
+        .limit(1.15)
+        .at({1000, 10000, 100000}, add)
+        .iterations(1)
+        .at({kMany}, add);
+    Growth("tree_node/erase all", "children")
+        .limit(1.15)
+        .at({1000, 10000, 100000}, erase)
+        .iterations(1)
+        .at({kMany}, erase);
+    Growth("tree_node/10000 look-ups", "children").at({10, 100, 1000, 10000, 100000, kMany}, find);
 }

@@ -1,0 +1,19 @@
+// A lock that is taken so many levels deep and given back; the threads of one measurement share it.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+namespace KestBench {
+
+template <typename Lock, int kLevels>
+void lockAndUnlock(benchmark::State& state) {
+    static Lock lock;
+    for (auto _ : state) {
+        for (int i = 0; i < kLevels; ++i)
+            lock.lock();
+        for (int i = 0; i < kLevels; ++i)
+            lock.unlock();
+    }
+}
+
+}  // namespace KestBench

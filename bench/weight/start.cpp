@@ -1,0 +1,23 @@
+// A program that does nothing, for the start of a process: once with the C++ runtime alone, once linked with the
+// library. With the name of a library as its argument it loads that, and prints how many nanoseconds that took.
+#include <dlfcn.h>
+
+#include <chrono>
+#include <cstdio>
+
+#ifdef KEST_LINKED
+#include "support/utilities.h"
+
+// Keeps the library among those that the program needs.
+const auto kUsed = &KestSupport::KestExecuteProgram;
+#endif
+
+int main(int argc, char** argv) {
+    if (argc < 2) return 0;
+    using Clock = std::chrono::steady_clock;
+    const auto begin = Clock::now();
+    if (dlopen(argv[1], RTLD_NOW) == nullptr) return 1;
+    const std::chrono::nanoseconds elapsed = Clock::now() - begin;
+    std::printf("%lld\n", static_cast<long long>(elapsed.count()));
+    return 0;
+}

@@ -1,6 +1,6 @@
 // Settings: a value of the registry, and a text with references. The registry notices a change of its file with the
-// next call. A program that reads a file of its own settings does so by stat(2) in front of a map; GKeyFile never looks
-// at the file again.
+// next call. A program that reads a file of its own settings calls stat(2) before it looks into a map. GKeyFile never
+// looks at the file again.
 #include <support/properties.h>
 #include <support/utilities.h>
 #include <sys/stat.h>

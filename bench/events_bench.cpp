@@ -1,5 +1,5 @@
-// Events: signalled and consumed by one thread, and passed to and fro between two, also beside processes that take all
-// of the processors.
+// Events: signalled and consumed by one thread, and round trips between two threads, also beside processes that take
+// all processors.
 #include <condition_variable>
 #include <mutex>
 #include <semaphore>

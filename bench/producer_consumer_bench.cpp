@@ -1,4 +1,4 @@
-// Items between two threads through queues: one there and back, also beside processes that take all of the processors,
+// Items between two threads through queues: one there and back, also beside processes that take all processors,
 // and a stream of them. Where the pool is the peer, an item is a task.
 #include <condition_variable>
 #include <deque>

@@ -71,7 +71,7 @@ void parseByOurs(benchmark::State& state) {
     }
 }
 
-// A command line of so many options, each of which is specified.
+// A command line of `count` options. All of them are specified.
 void parseMany(benchmark::State& state, int count) {
     std::string specification = ":";
     std::vector<std::string> texts{"agent"};

@@ -60,7 +60,7 @@ void mix(benchmark::State& state) {
     }
 }
 
-// A lock of which so many sleeping threads hold a read level each, for as long as the program runs.
+// A lock with sleeping threads that hold a read level each, for as long as the program runs.
 template <typename Lock>
 class ReadByOthers {
   public:

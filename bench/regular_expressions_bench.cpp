@@ -163,7 +163,7 @@ void compareSearch(const std::string& what, const Targets& targets, const Search
     if (standard == Standard::Yes) comparison.peer("std::regex", targets.standard, searching(findStandard, search));
 }
 
-// What is looked for stands at the end of the text.
+// The text has its only match at its end.
 void findInText(benchmark::State& state, int kibibytes) {
     const std::string log = logOf(static_cast<std::size_t>(kibibytes) * 1024);
     findOurs(state, {"error=[0-9]+ [a-z_]*;", log + "error=17 disk_full; ", log.size()});

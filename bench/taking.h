@@ -1,4 +1,4 @@
-// A lock that is taken so many levels deep and given back; the threads of one measurement share it.
+// Takes and releases kLevels levels of a lock. The threads of one measurement share the lock.
 #pragma once
 
 #include <benchmark/benchmark.h>

@@ -150,7 +150,7 @@ Body addingToPtree(int) {
 }
 #endif
 
-// So many children are out of every cache, and are added once in a repetition.
+// These children do not fit into a cache. A repetition adds them once.
 constexpr int kMany = 1'000'000;
 
 }  // namespace

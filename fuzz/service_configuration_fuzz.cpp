@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/linux/linux_service_configuration.h"
+#include "platform/services/configuration.h"
 
 using namespace KestSupport::platform;
 

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "platform/linux/linux_service_messages.h"
+#include "platform/services/messages.h"
 
 using namespace KestSupport::platform;
 

@@ -1,4 +1,4 @@
-#include "platform/linux/linux_service_process.h"
+#include "platform/services/process.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -11,7 +11,7 @@
 
 #include "platform/clock.h"
 #include "platform/linux/linux_call.h"
-#include "platform/linux/linux_service_database.h"
+#include "platform/services/database.h"
 #include "platform/linux/linux_service_socket.h"
 #include "platform/thread.h"
 

@@ -1,14 +1,14 @@
-// The embedded service manager: there is no process of its own. Services are files (linux_service_database.h), a
-// service that runs is a process (linux_service_process.h), and clients look at the one and talk to the other
-// (linux_service_client.h).
+// The embedded service manager: there is no process of its own. Services are files (database.h), a
+// service that runs is a process (process.h), and clients look at the one and talk to the other
+// (client.h).
 #include <algorithm>
 #include <memory>
 #include <mutex>
 
 #include "platform/console.h"
-#include "platform/linux/linux_service_client.h"
-#include "platform/linux/linux_service_database.h"
-#include "platform/linux/linux_service_process.h"
+#include "platform/services/client.h"
+#include "platform/services/database.h"
+#include "platform/services/process.h"
 #include "platform/service_manager.h"
 #include "platform/text.h"
 #include "platform/uninterrupted.h"

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/linux/linux_descriptor.h"
-#include "platform/linux/linux_service_messages.h"
+#include "platform/services/messages.h"
 #include "platform/uninterrupted.h"
 #include "platform/wait.h"
 

@@ -9,8 +9,8 @@
 
 #include "platform/clock.h"
 #include "platform/linux/linux_call.h"
-#include "platform/linux/linux_service_client.h"
-#include "platform/linux/linux_service_messages.h"
+#include "platform/services/client.h"
+#include "platform/services/messages.h"
 #include "platform/linux/linux_service_socket.h"
 #include "platform/process.h"
 #include "platform/thread.h"

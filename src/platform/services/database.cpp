@@ -1,4 +1,4 @@
-#include "platform/linux/linux_service_database.h"
+#include "platform/services/database.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -13,7 +13,7 @@
 
 #include "platform/clock.h"
 #include "platform/linux/linux_call.h"
-#include "platform/linux/linux_service_messages.h"
+#include "platform/services/messages.h"
 #include "platform/state_directory.h"
 #include "platform/thread.h"
 

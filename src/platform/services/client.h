@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/linux_service_database.h"
+#include "platform/services/database.h"
 
 namespace KestSupport::platform {
 

@@ -1,4 +1,4 @@
-#include "platform/linux/linux_service_configuration.h"
+#include "platform/services/configuration.h"
 
 #include <algorithm>
 #include <array>

@@ -6,7 +6,7 @@
 #include <cerrno>
 
 #include "platform/clock.h"
-#include "platform/linux/linux_service_client.h"
+#include "platform/services/client.h"
 #include "platform/linux/linux_service_socket.h"
 #include "platform/thread.h"
 

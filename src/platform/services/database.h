@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "platform/linux/linux_descriptor.h"
-#include "platform/linux/linux_service_configuration.h"
+#include "platform/services/configuration.h"
 
 namespace KestSupport::platform {
 

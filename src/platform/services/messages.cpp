@@ -1,4 +1,4 @@
-#include "platform/linux/linux_service_messages.h"
+#include "platform/services/messages.h"
 
 namespace KestSupport::platform {
 namespace {

@@ -5,7 +5,6 @@
 //   ServiceManager                         the calls; results are platform error numbers, 0 for success
 //   serviceManager, setServiceManager      the process's manager, and its replacement in tests
 //   dependencyNames                        the names in a text of dependencies
-//   StartOrder, autoStartOrder             which service is to be started before which
 //
 // A service's name has 1 to 256 bytes, none of them a separator of paths or a control character; else it is refused
 // with errorInvalidName. Names are told apart byte by byte.
@@ -17,10 +16,7 @@
 // Threads: every call may be made by any thread. No call keeps a reference to its arguments.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <functional>
-#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -194,41 +190,6 @@ void setServiceManager(ServiceManager* manager) noexcept;
 
 /// The names in a text of dependencies, up to the first empty one.
 std::vector<std::string> dependencyNames(std::string_view dependencies);
-
-/// Brings services into the order in which they can be started.
-class StartOrder {
-  public:
-    /// Gives the names that a service depends on; false when there is no such service.
-    using Find = std::function<bool(const std::string& name, std::vector<std::string>& needed)>;
-    explicit StartOrder(Find find);
-
-    /// Appends what the service depends on, and then it, unless they are there.
-    void add(const std::string& name);
-
-    const std::vector<std::string>& order() const { return m_order; }
-    bool isCircular() const { return m_circular; }      ///< services that were added depend on each other
-    bool isIncomplete() const { return m_incomplete; }  ///< one of them does not exist
-
-  private:
-    enum class Progress { onPath, done };
-    struct Visit {
-        std::string name;
-        std::vector<std::string> needed;
-        std::size_t next = 0;
-    };
-    void enter(const std::string& name);
-
-    const Find m_find;
-    std::map<std::string, Progress> m_entered;
-    std::vector<Visit> m_path;
-    std::vector<std::string> m_order;
-    bool m_circular = false;
-    bool m_incomplete = false;
-};
-
-/// The services that start by themselves, each behind those that it depends on, else in the order given. What stands
-/// in a circle is listed too; its start tells.
-std::vector<std::string> autoStartOrder(const std::vector<ServiceConfiguration>& services);
 
 /// Back end: the platform's manager.
 ServiceManager& platformServiceManager() noexcept;

@@ -1,6 +1,5 @@
 #include "platform/service_manager.h"
 
-#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -15,7 +14,8 @@
 
 #include "kit/failing_calls.h"
 #include "kit/service_fixture.h"
-#include "platform/linux/linux_service_socket.h"
+#include "platform/services/channel.h"
+#include "platform/start_order.h"
 
 namespace {
 
@@ -66,7 +66,7 @@ const kit::ChildRole roles[] = {
     {"silent", dispatch<[](const Texts&) {}>},
     {"mute",
      [](const Texts&) {
-         const kit::FailingCalls calls("sendmsg");
+         const kit::FailingCalls calls("sendMessage");
          return dispatch<serve<kServiceRunning, 3>>({});
      }},
     {"throwing", dispatch<[](const Texts&) { throw 1; }>},
@@ -250,18 +250,19 @@ TEST_F(ServiceManagerTest, AServiceStartsInTheUsualSurroundings) {
 
 // A service with too many callers, and a signal that comes more often than the wait is long.
 TEST_F(ServiceManagerTest, AWaitForAServiceEndsInTimeHoweverManySignalsCome) {
-    const Descriptor folder(::open(state.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    Descriptor listener;
-    ASSERT_EQ(listenAt(folder.get(), "s", listener), 0u);
-    std::vector<Descriptor> callers(1);
-    while (connectTo(folder.get(), "s", 10, callers.back()) == 0)
-        callers.emplace_back();
+    const Result<Folder> folder = Folder::open(state.path());
+    const Result<Listener> listener = Listener::make(*folder, "s");
+    ASSERT_EQ(listener.error(), errorSuccess);
+    std::vector<Result<Channel>> callers;
+    do
+        callers.push_back(Channel::connect(*folder, "s", 10));
+    while (callers.back());
     struct sigaction counted = {}, before = {};
     counted.sa_handler = [](int) {};
     ASSERT_EQ(::sigaction(SIGALRM, &counted, &before), 0);
     const itimerval often{{0, 20'000}, {0, 20'000}}, never{};
     ::setitimer(ITIMER_REAL, &often, nullptr);
-    EXPECT_EQ(connectTo(folder.get(), "s", 200, callers.back()), errorServiceRequestTimeout);
+    EXPECT_EQ(Channel::connect(*folder, "s", 200).error(), errorServiceRequestTimeout);
     ::setitimer(ITIMER_REAL, &never, nullptr);
     ::sigaction(SIGALRM, &before, nullptr);
 }

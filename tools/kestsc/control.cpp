@@ -3,6 +3,7 @@
 #include <set>
 
 #include "command_line.h"
+#include "platform/start_order.h"
 #include "report.h"
 #include "transition.h"
 

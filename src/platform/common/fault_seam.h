@@ -12,6 +12,11 @@
 //                     openProcess (the system's handle); Process::wait: waitForProcess, for a detached program only
 //   record_file.h     openRecordFile, writeRecords
 //   registry.h        findRegistry, openRegistry, readRegistry
+//   services/         system.h: openFolder, openFile, readFile, writeFile, lockByte, findLock, folderAccess,
+//   makeFolder,
+//                     replaceFile, removeEntry, flush, lockFolder, openNullDevice, installForkHandlers; channel.h:
+//                     openChannel, connectChannel, takeStandardInput, sendMessage, awaitMessage, receiveMessage,
+//                     peerUser, listen, acceptChannel, makeWakeUp
 //   supervisor.h      connectSupervisor, tellSupervisor
 //   text.h            openCharacterSet, allocateWideString
 //   thread.h          prepareThreads: once for each process; createThread; inheritScheduling: on the new thread;

@@ -1,7 +1,7 @@
-// What a client asks of a service that is or is to become another process. The calls are described in
-// platform/service_manager.h.
+// Calls of a client to a service, which is another process. platform/service_manager.h describes them.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -12,19 +12,23 @@ namespace KestSupport::platform {
 ErrorCode startService(const ServiceDatabase& database, const std::string& name,
                        const std::vector<std::string>& arguments);
 
-/// Ends the starts that wait for their programs, and every later one.
+/// Ends the starts that wait for their programs, and all later ones.
 void cancelStarts() noexcept;
 
 ErrorCode endService(const ServiceDatabase& database, const std::string& name);
 
-/// Ends the program of a start that has not reached the dispatcher, if there is one: asks it to end, and kills it after
-/// a second. `ended`: there was one, and the start is over, or the program has reached the dispatcher after all.
-ErrorCode endUnansweredStart(const ServiceDatabase& database, const std::string& name, bool& ended);
+/// Ends the program of a start that has not reached the dispatcher: asks it to end, and kills it after a second.
+/// Returns false when there was none. After true the start is over, or the program has reached the dispatcher.
+Result<bool> endUnansweredStart(const ServiceDatabase& database, const std::string& name);
 
 ErrorCode controlService(const ServiceDatabase& database, const std::string& name, std::uint32_t control,
                          ServiceStatus& answer);
 
-/// errorCircularDependency when the service, as it is given, depends on itself.
+/// errorCircularDependency when the service, with the given configuration, depends on itself.
 ErrorCode checkDependencies(const ServiceDatabase& database, const StoredService& service);
+
+/// The time that a service has to reach the dispatcher and to answer a control, in milliseconds:
+/// $KEST_SERVICE_TIMEOUT, or 30 seconds.
+std::uint32_t serviceTimeout();
 
 }  // namespace KestSupport::platform

@@ -1,64 +1,72 @@
 // Sending a control to a service's process.
 #include <algorithm>
+#include <charconv>
+#include <cstdlib>
 
-#include "platform/clock.h"
+#include "platform/deadline.h"
+#include "platform/services/channel.h"
 #include "platform/services/client.h"
 #include "platform/services/messages.h"
-#include "platform/linux/linux_service_socket.h"
 #include "platform/thread.h"
 
 namespace KestSupport::platform {
 namespace {
 
-// Whether a service that depends on this one is not stopped. What cannot be read depends on nothing.
+// Whether a service that depends on this one is not stopped. A service that cannot be read has no dependencies.
 ErrorCode checkDependents(const ServiceDatabase& database, const std::string& name) {
-    std::vector<std::string> folders;
-    if (const ErrorCode error = database.list(folders); error != 0) return error;
-    for (const std::string& folder : folders) {
+    const Result<std::vector<std::string>> folders = database.folder().folders();
+    if (!folders) return folders.failure();
+    for (const std::string& folder : *folders) {
         const ServiceFiles files = ServiceFiles::inFolder(database.folder(), folder);
-        StoredService service;
-        if (const ErrorCode error = files.read(service); error != 0) continue;
-        const std::vector<std::string> needed = dependencyNames(service.dependencies);
+        const Result<StoredService> service = files.read();
+        if (!service) continue;
+        const std::vector<std::string> needed = dependencyNames(service->dependencies);
         if (std::find(needed.begin(), needed.end(), name) == needed.end()) continue;
-        bool active = false;
-        if (const ErrorCode error = files.isActive(active); error != 0) return error;
-        if (active) return errorDependentServicesRunning;
+        const Result<bool> active = files.isActive();
+        if (!active) return active.failure();
+        if (*active) return errorDependentServicesRunning;
     }
     return 0;
 }
 
-ErrorCode exchange(const ServiceFiles& files, std::uint32_t control, std::uint32_t timeout, ServiceReply& reply,
-                   bool& sent) {
-    Descriptor folder;
-    if (const ErrorCode error = files.openFolder(folder); error != 0) return error;
-    Descriptor connection;
-    if (const ErrorCode error = connectTo(folder.get(), ServiceFiles::kSocket, timeout, connection); error != 0) {
-        return error;
-    }
-    if (const ErrorCode error = sendMessage(connection.get(), encodeRequest(control)); error != 0) return error;
+Result<ServiceReply> exchange(const ServiceFiles& files, std::uint32_t control, std::uint32_t timeout, bool& sent) {
+    const Result<Folder> folder = files.openFolder();
+    if (!folder) return folder.failure();
+    const Result<Channel> connection = Channel::connect(*folder, ServiceFiles::kSocket, timeout);
+    if (!connection) return connection.failure();
+    if (const ErrorCode error = connection->send(encodeRequest(control)); error != 0) return Failure{error};
     sent = true;
-    std::string message;
-    if (const ErrorCode error = receiveMessage(connection.get(), timeout, kServiceReplySize + 1, message); error != 0) {
-        return error;
-    }
-    const auto decoded = decodeReply(message);
-    if (!decoded) return errorInvalidData;
-    reply = *decoded;
-    return 0;
+    const Result<std::string> message = connection->receive(timeout, kServiceReplySize + 1);
+    if (!message) return message.failure();
+    const auto reply = decodeReply(*message);
+    if (!reply) return Failure{errorInvalidData};
+    return *reply;
 }
 
-// Why a service in this state gets no control; 0 when it may.
+// Why a service in this state receives no control; 0 when it may.
 ErrorCode refusalOf(std::uint32_t state) {
     if (state == kServiceStopped) return errorServiceNotActive;
     return state == kServiceStartPending ? errorServiceCannotAcceptControl : errorSuccess;
 }
 
-bool tellsStatus(ErrorCode error) {
+bool hasStatus(ErrorCode error) {
     return error == 0 || error == errorServiceNotActive || error == errorServiceCannotAcceptControl ||
            error == errorInvalidServiceControl;
 }
 
 }  // namespace
+
+std::uint32_t serviceTimeout() {
+    constexpr std::uint32_t usual = 30'000;
+    constexpr std::uint32_t most = 24U * 60 * 60 * 1000;
+    const char* const text = std::getenv("KEST_SERVICE_TIMEOUT");
+    if (text == nullptr) return usual;
+    std::uint32_t value = 0;
+    const std::string_view digits = text;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+    const bool whole = error == std::errc() && end == digits.data() + digits.size();
+    return whole && value > 0 && value <= most ? value : usual;
+}
 
 ErrorCode controlService(const ServiceDatabase& database, const std::string& name, std::uint32_t control,
                          ServiceStatus& answer) {
@@ -67,34 +75,34 @@ ErrorCode controlService(const ServiceDatabase& database, const std::string& nam
     }
     const ServiceFiles files(database.folder(), name);
     const std::uint32_t timeout = serviceTimeout();
-    const std::int64_t end = steadyTime() + std::int64_t{timeout} * 1'000'000;
-    ServiceReply reply;
+    const Deadline deadline = Deadline::after(timeout);
     bool sent = false;
-    ErrorCode error = exchange(files, control, timeout, reply, sent);
-    // Nobody is there: the process has ended or has said its last word, or does not listen yet.
-    while (error == errorBrokenPipe) {
-        ServiceStatus status;
-        if (const ErrorCode unknown = files.status(status); unknown != 0) return unknown;
-        bool ended = false;
-        if (control == kServiceControlStop) {
-            if (const ErrorCode failed = endUnansweredStart(database, name, ended); failed != 0) return failed;
-        }
-        if (ended) {
-            if (const ErrorCode unknown = files.status(answer); unknown != 0) return unknown;
+    Result<ServiceReply> reply = exchange(files, control, timeout, sent);
+    // There is no listener: the process has ended, has reported that it is stopped, or does not listen yet.
+    while (reply.error() == errorBrokenPipe) {
+        const Result<ServiceStatus> status = files.status();
+        if (!status) return status.failure();
+        const Result<bool> ended =
+            control == kServiceControlStop ? endUnansweredStart(database, name) : Result<bool>(false);
+        if (!ended) return ended.failure();
+        if (*ended) {
+            const Result<ServiceStatus> later = files.status();
+            if (!later) return later.failure();
+            answer = *later;
             if (answer.currentState == kServiceStopped) return 0;
         }
-        if (const ErrorCode refusal = refusalOf(status.currentState); refusal != 0) {
-            answer = status;
+        if (const ErrorCode refusal = refusalOf(status->currentState); refusal != 0) {
+            answer = *status;
             return refusal;
         }
-        if (sent || steadyTime() > end) return errorServiceRequestTimeout;
+        if (sent || deadline.hasPassed()) return errorServiceRequestTimeout;
         sleepThread(1);
-        error = exchange(files, control, timeout, reply, sent);
+        reply = exchange(files, control, timeout, sent);
     }
-    if (error == errorFileNotFound) return errorServiceDoesNotExist;
-    if (error != 0) return error;
-    if (tellsStatus(reply.error)) answer = reply.status;
-    return reply.error;
+    if (reply.error() == errorFileNotFound) return errorServiceDoesNotExist;
+    if (!reply) return reply.failure();
+    if (hasStatus(reply->error)) answer = reply->status;
+    return reply->error;
 }
 
 }  // namespace KestSupport::platform

@@ -1,15 +1,14 @@
-// The embedded service manager: there is no process of its own. Services are files (database.h), a
-// service that runs is a process (process.h), and clients look at the one and talk to the other
-// (client.h).
+// The embedded service manager has no process. Services are files (database.h), a service that runs is a process
+// (process.h), and a client reads the files and sends messages to the process (client.h).
 #include <algorithm>
 #include <memory>
 #include <mutex>
 
 #include "platform/console.h"
+#include "platform/service_manager.h"
 #include "platform/services/client.h"
 #include "platform/services/database.h"
 #include "platform/services/process.h"
-#include "platform/service_manager.h"
 #include "platform/text.h"
 #include "platform/uninterrupted.h"
 
@@ -24,18 +23,33 @@ struct OpenHandle {
     std::shared_ptr<const ServiceDatabase> database;
     std::string name;
 
-    int folder() const { return database->folder(); }
+    const Folder& folder() const { return database->folder(); }
     ServiceFiles files() const { return {folder(), name}; }
 };
 
-ErrorCode checkHandle(Handle handle, bool isService, std::uint32_t access, const OpenHandle*& open) {
-    open = static_cast<const OpenHandle*>(handle);
+// Calls `use` with what the handle was opened for, unless it is of the other kind or does not allow the access.
+template <typename Use>
+ErrorCode withHandle(Handle handle, bool isService, std::uint32_t access, Use use) {
+    const auto* const open = static_cast<const OpenHandle*>(handle);
     if (open == nullptr || open->isService != isService) return errorInvalidHandle;
-    return (open->access & access) == access ? errorSuccess : errorAccessDenied;
+    return (open->access & access) == access ? use(*open) : ErrorCode{errorAccessDenied};
 }
 
-ErrorCode checkService(Handle handle, std::uint32_t access, const OpenHandle*& open) {
-    return checkHandle(handle, true, access, open);
+template <typename Use>
+ErrorCode withManager(Handle handle, std::uint32_t access, Use use) {
+    return withHandle(handle, false, access, use);
+}
+
+template <typename Use>
+ErrorCode withService(Handle handle, std::uint32_t access, Use use) {
+    return withHandle(handle, true, access, use);
+}
+
+// Stores the value of a result. Returns its error.
+template <typename Value>
+ErrorCode store(Result<Value> result, Value& value) {
+    if (result) value = std::move(*result);
+    return result.error();
 }
 
 Handle newHandle(bool isService, std::uint32_t access, std::shared_ptr<const ServiceDatabase> database,
@@ -43,7 +57,7 @@ Handle newHandle(bool isService, std::uint32_t access, std::shared_ptr<const Ser
     return std::make_unique<OpenHandle>(OpenHandle{isService, access, std::move(database), name}).release();
 }
 
-// The right that a control asks for; 0 for a number that is no control.
+// The access that a control requires; 0 for a number that is no control.
 std::uint32_t accessFor(std::uint32_t control) {
     switch (control) {
         case kServiceControlStop:
@@ -73,18 +87,48 @@ wstring16 fromUtf8(const std::string& bytes) {
     return text;
 }
 
-// Reads the configuration, changes it, and puts it back.
 template <typename Change>
-ErrorCode update(const OpenHandle& service, Change change) {
-    DatabaseLock lock;
-    if (const ErrorCode error = lock.take(service.folder()); error != 0) return error;
-    StoredService stored;
-    if (const ErrorCode error = service.files().read(stored); error != 0) return error;
-    if (stored.deleted) return errorServiceMarkedForDelete;
-    change(stored);
-    if (!isValidService(stored)) return errorInvalidParameter;
-    if (const ErrorCode error = checkDependencies(*service.database, stored); error != 0) return error;
-    return service.files().replace(stored);
+ErrorCode updateConfiguration(const OpenHandle& service, Change change) {
+    const Result<Folder> lock = lockDatabase(service.folder());
+    if (!lock) return lock.failure();
+    Result<StoredService> stored = service.files().read();
+    if (!stored) return stored.failure();
+    if (stored->deleted) return errorServiceMarkedForDelete;
+    change(*stored);
+    if (!isValidService(*stored)) return errorInvalidParameter;
+    if (const ErrorCode error = checkDependencies(*service.database, *stored); error != 0) return error;
+    return service.files().replace(*stored);
+}
+
+ErrorCode createIn(const OpenHandle& manager, const StoredService& service) {
+    const Result<Folder> lock = lockDatabase(manager.folder());
+    if (!lock) return lock.failure();
+    const ServiceFiles files(manager.folder(), service.name);
+    const Result<StoredService> present = files.read();
+    if (present) return present->deleted ? errorServiceMarkedForDelete : errorServiceExists;
+    if (present.error() != errorServiceDoesNotExist) return present.failure();
+    if (const ErrorCode error = checkDependencies(*manager.database, service); error != 0) return error;
+    const Result<bool> active = files.isActive();
+    if (!active) return active.failure();
+    if (*active) return errorServiceMarkedForDelete;
+    // Files that remain of an earlier service of this name say nothing about the new one.
+    files.remove();
+    return files.replace(service);
+}
+
+ErrorCode deleteIn(const OpenHandle& service) {
+    const Result<Folder> lock = lockDatabase(service.folder());
+    if (!lock) return lock.failure();
+    const ServiceFiles files = service.files();
+    Result<StoredService> stored = files.read();
+    if (!stored && stored.error() != errorInvalidData) return stored.failure();
+    if (stored && stored->deleted) return errorServiceMarkedForDelete;
+    const Result<bool> active = files.isActive();
+    if (!active && active.error() != errorInvalidData) return active.failure();
+    if (!active || !*active) return files.remove();
+    if (!stored) return stored.failure();
+    stored->deleted = true;
+    return files.replace(*stored);
 }
 
 class EmbeddedServiceManager final : public ServiceManager {
@@ -116,6 +160,8 @@ class EmbeddedServiceManager final : public ServiceManager {
 
   private:
     std::shared_ptr<ServiceProcess> process();
+    /// The process with that status handle; null when there is none.
+    std::shared_ptr<ServiceProcess> processOf(Handle statusHandle);
     static bool onConsoleEvent(std::uint32_t event);
 
     UninterruptedMutex m_lock;                  // guards m_process
@@ -127,23 +173,28 @@ std::shared_ptr<ServiceProcess> EmbeddedServiceManager::process() {
     return m_process;
 }
 
+std::shared_ptr<ServiceProcess> EmbeddedServiceManager::processOf(Handle statusHandle) {
+    auto process = this->process();
+    return process.get() == statusHandle ? process : nullptr;
+}
+
 bool EmbeddedServiceManager::onConsoleEvent(std::uint32_t event) {
     const auto process = static_cast<EmbeddedServiceManager&>(platformServiceManager()).process();
     return event == kConsoleControlBreak && process != nullptr && process->requestStop();
 }
 
 ErrorCode EmbeddedServiceManager::runDispatcher(const std::string&, ServiceMain main) {
-    std::shared_ptr<ServiceProcess> process;
-    if (const ErrorCode error = ServiceProcess::accept(process); error != 0) return error;
+    const Result<std::shared_ptr<ServiceProcess>> process = ServiceProcess::accept();
+    if (!process) return process.failure();
     {
         const std::lock_guard guard(m_lock);
-        m_process = process;
+        m_process = *process;
     }
-    // Without it a request to end has the effect that it has on any process.
-    const bool heard = addConsoleHandler(onConsoleEvent);
-    const ErrorCode error = process->start(main);
-    if (error == 0) process->serve();
-    if (heard) removeConsoleHandler(onConsoleEvent);
+    // Without the handler a request to end has its default effect.
+    const bool isHandled = addConsoleHandler(onConsoleEvent);
+    const ErrorCode error = (*process)->start(main);
+    if (error == 0) (*process)->serve();
+    if (isHandled) removeConsoleHandler(onConsoleEvent);
     return error;
 }
 
@@ -155,190 +206,150 @@ Handle EmbeddedServiceManager::registerControlHandler(const std::string&, Contro
 }
 
 ErrorCode EmbeddedServiceManager::setStatus(Handle statusHandle, const ServiceStatus& status) {
-    const auto process = this->process();
-    if (process == nullptr || process.get() != statusHandle) return errorInvalidHandle;
-    return process->setStatus(status);
+    const auto process = processOf(statusHandle);
+    return process == nullptr ? ErrorCode{errorInvalidHandle} : process->setStatus(status);
 }
 
 ErrorCode EmbeddedServiceManager::setFailureText(Handle statusHandle, const std::string& text) {
-    const auto process = this->process();
-    if (process == nullptr || process.get() != statusHandle) return errorInvalidHandle;
-    return process->setFailureText(text);
+    const auto process = processOf(statusHandle);
+    return process == nullptr ? ErrorCode{errorInvalidHandle} : process->setFailureText(text);
 }
 
 ErrorCode EmbeddedServiceManager::openManager(std::uint32_t access, Handle& manager) {
     manager = nullptr;
-    std::shared_ptr<const ServiceDatabase> database;
-    if (const ErrorCode error = ServiceDatabase::open(database); error != 0) return error;
-    manager = newHandle(false, access, std::move(database), "");
+    Result<std::shared_ptr<const ServiceDatabase>> database = ServiceDatabase::open();
+    if (!database) return database.failure();
+    manager = newHandle(false, access, std::move(*database), "");
     return 0;
 }
 
 ErrorCode EmbeddedServiceManager::enumerateServices(Handle manager, std::vector<ServiceEntry>& services) {
-    const OpenHandle* open = nullptr;
-    if (const ErrorCode error = checkHandle(manager, false, kServiceManagerEnumerate, open); error != 0) return error;
-    std::vector<std::string> folders;
-    if (const ErrorCode error = open->database->list(folders); error != 0) return error;
-    services.clear();
-    for (const std::string& folder : folders) {
-        const ServiceFiles files = ServiceFiles::inFolder(open->folder(), folder);
-        StoredService stored;
-        ServiceEntry entry;
-        entry.error = files.readWithStatus(stored, entry.status);
-        // Also what has come among the services and is none of them.
-        if (entry.error == errorServiceDoesNotExist) continue;
-        entry.name = stored.name.empty() ? ServiceFiles::nameOf(folder) : std::move(stored.name);
-        entry.displayName = std::move(stored.displayName);
-        services.push_back(std::move(entry));
-    }
-    std::sort(services.begin(), services.end(),
-              [](const ServiceEntry& one, const ServiceEntry& other) { return one.name < other.name; });
-    return 0;
+    return withManager(manager, kServiceManagerEnumerate, [&](const OpenHandle& open) -> ErrorCode {
+        const Result<std::vector<std::string>> folders = open.folder().folders();
+        if (!folders) return folders.failure();
+        services.clear();
+        for (const std::string& folder : *folders) {
+            auto [stored, status, error] = ServiceFiles::inFolder(open.folder(), folder).snapshot();
+            // Other folders are among the services too.
+            if (error == errorServiceDoesNotExist) continue;
+            std::string name = stored.name.empty() ? ServiceFiles::nameOf(folder) : std::move(stored.name);
+            services.push_back({std::move(name), std::move(stored.displayName), status, error});
+        }
+        std::sort(services.begin(), services.end(),
+                  [](const ServiceEntry& one, const ServiceEntry& other) { return one.name < other.name; });
+        return 0;
+    });
 }
 
 ErrorCode EmbeddedServiceManager::createService(Handle manager, const ServiceConfiguration& configuration,
                                                 std::uint32_t access, Handle& service) {
     service = nullptr;
-    const OpenHandle* open = nullptr;
-    if (const ErrorCode error = checkHandle(manager, false, kServiceManagerCreateService, open); error != 0) {
-        return error;
-    }
-    if (!isServiceName(configuration.name)) return errorInvalidName;
-    StoredService stored;
-    static_cast<ServiceConfiguration&>(stored) = configuration;
-    if (!isValidService(stored)) return errorInvalidParameter;
-    DatabaseLock lock;
-    if (const ErrorCode error = lock.take(open->folder()); error != 0) return error;
-    const ServiceFiles files(open->folder(), stored.name);
-    StoredService present;
-    if (const ErrorCode error = files.read(present); error == 0) {
-        return present.deleted ? errorServiceMarkedForDelete : errorServiceExists;
-    } else if (error != errorServiceDoesNotExist) {
-        return error;
-    }
-    if (const ErrorCode error = checkDependencies(*open->database, stored); error != 0) return error;
-    bool active = false;
-    if (const ErrorCode error = files.isActive(active); error != 0) return error;
-    if (active) return errorServiceMarkedForDelete;
-    // What a service of this name left behind tells nothing about the new one.
-    files.remove();
-    if (const ErrorCode error = files.replace(stored); error != 0) return error;
-    service = newHandle(true, access, open->database, stored.name);
-    return 0;
+    return withManager(manager, kServiceManagerCreateService, [&](const OpenHandle& open) -> ErrorCode {
+        if (!isServiceName(configuration.name)) return errorInvalidName;
+        StoredService stored;
+        static_cast<ServiceConfiguration&>(stored) = configuration;
+        if (!isValidService(stored)) return errorInvalidParameter;
+        if (const ErrorCode error = createIn(open, stored); error != 0) return error;
+        service = newHandle(true, access, open.database, stored.name);
+        return 0;
+    });
 }
 
 ErrorCode EmbeddedServiceManager::openService(Handle manager, const std::string& name, std::uint32_t access,
                                               Handle& service) {
     service = nullptr;
-    const OpenHandle* open = nullptr;
-    if (const ErrorCode error = checkHandle(manager, false, kServiceManagerConnect, open); error != 0) return error;
-    if (!isServiceName(name)) return errorInvalidName;
-    StoredService stored;
-    const ErrorCode error = ServiceFiles(open->folder(), name).read(stored);
-    // A damaged one can still be looked at, stopped and deleted.
-    if (error != 0 && error != errorInvalidData) return error;
-    service = newHandle(true, access, open->database, name);
-    return 0;
+    return withManager(manager, kServiceManagerConnect, [&](const OpenHandle& open) -> ErrorCode {
+        if (!isServiceName(name)) return errorInvalidName;
+        const ErrorCode error = ServiceFiles(open.folder(), name).read().error();
+        // A damaged service can still be queried, stopped and deleted.
+        if (error != 0 && error != errorInvalidData) return error;
+        service = newHandle(true, access, open.database, name);
+        return 0;
+    });
 }
 
 ErrorCode EmbeddedServiceManager::queryConfiguration(Handle service, ServiceConfiguration& configuration) {
-    const OpenHandle* open = nullptr;
-    if (const ErrorCode error = checkService(service, kServiceQueryConfiguration, open); error != 0) return error;
-    StoredService stored;
-    if (const ErrorCode error = open->files().read(stored); error != 0) return error;
-    configuration = std::move(static_cast<ServiceConfiguration&>(stored));
-    return 0;
+    return withService(service, kServiceQueryConfiguration, [&](const OpenHandle& open) -> ErrorCode {
+        Result<StoredService> stored = open.files().read();
+        if (stored) configuration = std::move(static_cast<ServiceConfiguration&>(*stored));
+        return stored.error();
+    });
 }
 
 ErrorCode EmbeddedServiceManager::changeConfiguration(Handle service, const ServiceChange& change) {
-    const OpenHandle* open = nullptr;
-    if (const ErrorCode error = checkService(service, kServiceChangeConfiguration, open); error != 0) return error;
-    return update(*open, [&](StoredService& stored) {
-        if (change.displayName) stored.displayName = *change.displayName;
-        if (change.startType) stored.startType = *change.startType;
-        if (change.commandLine) stored.commandLine = *change.commandLine;
-        if (change.dependencies) stored.dependencies = *change.dependencies;
+    return withService(service, kServiceChangeConfiguration, [&](const OpenHandle& open) {
+        return updateConfiguration(open, [&](StoredService& stored) {
+            if (change.displayName) stored.displayName = *change.displayName;
+            if (change.startType) stored.startType = *change.startType;
+            if (change.commandLine) stored.commandLine = *change.commandLine;
+            if (change.dependencies) stored.dependencies = *change.dependencies;
+        });
     });
 }
 
 ErrorCode EmbeddedServiceManager::queryDescription(Handle service, wstring16& description) {
-    const OpenHandle* open = nullptr;
-    if (const ErrorCode error = checkService(service, kServiceQueryConfiguration, open); error != 0) return error;
-    StoredService stored;
-    if (const ErrorCode error = open->files().read(stored); error != 0) return error;
-    description = fromUtf8(stored.description);
-    return 0;
+    return withService(service, kServiceQueryConfiguration, [&](const OpenHandle& open) -> ErrorCode {
+        const Result<StoredService> stored = open.files().read();
+        if (stored) description = fromUtf8(stored->description);
+        return stored.error();
+    });
 }
 
 ErrorCode EmbeddedServiceManager::setDescription(Handle service, const wstring16& description) {
-    const OpenHandle* open = nullptr;
-    if (const ErrorCode error = checkService(service, kServiceChangeConfiguration, open); error != 0) return error;
-    return update(*open, [&](StoredService& stored) { stored.description = toUtf8(description); });
+    return withService(service, kServiceChangeConfiguration, [&](const OpenHandle& open) {
+        return updateConfiguration(open, [&](StoredService& stored) { stored.description = toUtf8(description); });
+    });
 }
 
 ErrorCode EmbeddedServiceManager::startService(Handle service, const std::vector<std::string>& arguments) {
-    const OpenHandle* open = nullptr;
-    if (const ErrorCode error = checkService(service, kServiceStart, open); error != 0) return error;
-    return platform::startService(*open->database, open->name, arguments);
+    return withService(service, kServiceStart, [&](const OpenHandle& open) {
+        return platform::startService(*open.database, open.name, arguments);
+    });
 }
 
 ErrorCode EmbeddedServiceManager::control(Handle service, std::uint32_t control, ServiceStatus& answer) {
     const std::uint32_t access = accessFor(control);
     if (access == 0) return errorInvalidParameter;
-    const OpenHandle* open = nullptr;
-    if (const ErrorCode error = checkService(service, access, open); error != 0) return error;
-    return controlService(*open->database, open->name, control, answer);
+    return withService(service, access, [&](const OpenHandle& open) {
+        return controlService(*open.database, open.name, control, answer);
+    });
 }
 
 ErrorCode EmbeddedServiceManager::queryStatus(Handle service, ServiceStatus& status) {
-    const OpenHandle* open = nullptr;
-    if (const ErrorCode error = checkService(service, kServiceQueryStatus, open); error != 0) return error;
-    return open->files().status(status);
+    return withService(service, kServiceQueryStatus, [&](const OpenHandle& open) {
+        status = ServiceStatus();
+        return store(open.files().status(), status);
+    });
 }
 
 ErrorCode EmbeddedServiceManager::endService(Handle service) {
-    const OpenHandle* open = nullptr;
-    if (const ErrorCode error = checkService(service, kServiceStop, open); error != 0) return error;
-    return platform::endService(*open->database, open->name);
+    return withService(service, kServiceStop,
+                       [](const OpenHandle& open) { return platform::endService(*open.database, open.name); });
 }
 
 ErrorCode EmbeddedServiceManager::queryFailureText(Handle service, std::string& text) {
-    const OpenHandle* open = nullptr;
-    if (const ErrorCode error = checkService(service, kServiceQueryStatus, open); error != 0) return error;
-    return open->files().failureText(text);
+    return withService(service, kServiceQueryStatus, [&](const OpenHandle& open) {
+        text.clear();
+        return store(open.files().failureText(), text);
+    });
 }
 
 ErrorCode EmbeddedServiceManager::deleteService(Handle service) {
-    const OpenHandle* open = nullptr;
-    if (const ErrorCode error = checkService(service, kServiceDelete, open); error != 0) return error;
-    DatabaseLock lock;
-    if (const ErrorCode error = lock.take(open->folder()); error != 0) return error;
-    const ServiceFiles files = open->files();
-    StoredService stored;
-    const ErrorCode unreadable = files.read(stored);
-    if (unreadable != 0 && unreadable != errorInvalidData) return unreadable;
-    if (stored.deleted) return errorServiceMarkedForDelete;
-    bool active = false;
-    const ErrorCode unknown = files.isActive(active);
-    if (unknown != 0 && unknown != errorInvalidData) return unknown;
-    if (!active) return files.remove();
-    if (unreadable != 0) return unreadable;
-    stored.deleted = true;
-    return files.replace(stored);
+    return withService(service, kServiceDelete, deleteIn);
 }
 
 // The manager is never destroyed: a service may report while static objects are being destroyed.
-union Place {
+union Undestroyed {
     EmbeddedServiceManager manager;
-    constexpr Place() : manager() {}
-    ~Place() {}  // NOLINT(modernize-use-equals-default): a defaulted one would be deleted
+    constexpr Undestroyed() : manager() {}
+    ~Undestroyed() {}  // NOLINT(modernize-use-equals-default): a defaulted one would be deleted
 };
-constinit Place g_place;
+constinit Undestroyed g_embedded;
 
 }  // namespace
 
 ServiceManager& platformServiceManager() noexcept {
-    return g_place.manager;
+    return g_embedded.manager;
 }
 
 }  // namespace KestSupport::platform

@@ -1,24 +1,17 @@
 #include "platform/services/process.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <pthread.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
+#include <algorithm>
+#include <initializer_list>
 
-#include <array>
-#include <cerrno>
-
-#include "platform/clock.h"
-#include "platform/linux/linux_call.h"
+#include "platform/deadline.h"
 #include "platform/services/database.h"
-#include "platform/linux/linux_service_socket.h"
 #include "platform/thread.h"
 
 namespace KestSupport::platform {
 namespace {
 
 constexpr std::size_t kMostConnections = 16;
+static_assert(kMostConnections + 2 <= kMostAwaited);
 constexpr std::uint32_t kAttentionInterval = 100;  // milliseconds
 constexpr std::uint32_t kMainPatience = 1000;      // milliseconds
 
@@ -37,7 +30,7 @@ std::uint32_t acceptanceOf(std::uint32_t control) {
     }
 }
 
-// Why a service with this status does not get the control; 0 when it does.
+// Why the control is not delivered to a service with this status; 0 when it is.
 ErrorCode refusalOf(const ServiceStatus& status, std::uint32_t control) {
     const std::uint32_t needed = acceptanceOf(control);
     const bool accepted = needed == 0 || (status.controlsAccepted & needed) != 0;
@@ -49,10 +42,6 @@ ErrorCode refusalOf(const ServiceStatus& status, std::uint32_t control) {
     return accepted ? errorSuccess : errorInvalidServiceControl;
 }
 
-Descriptor openNothing() {
-    return Descriptor(systemCall("open", [] { return ::open("/dev/null", O_RDWR | O_CLOEXEC); }));
-}
-
 }  // namespace
 
 struct ServiceProcess::MainCall {
@@ -60,21 +49,20 @@ struct ServiceProcess::MainCall {
     ServiceManager::ServiceMain main;
 };
 
-// A forked child shares the locks until it executes a program or closes their descriptors: a killed service would be
-// seen to run for as long as its child does.
+// A forked child shares the locks until it executes a program or closes their handles: without this a service that is
+// killed would seem to run for as long as its child.
 struct ServiceProcess::ForkHandlers {
     static ErrorCode install(ServiceProcess& process) {
         s_process = &process;
-        return errorFromErrno(
-            errorCall("pthread_atfork", [] { return ::pthread_atfork(beforeFork, afterForkInParent, inChild); }));
+        return installForkHandlers(beforeFork, afterForkInParent, inChild);
     }
 
   private:
     static void beforeFork() { s_process->m_lock.lock(); }
     static void afterForkInParent() { s_process->m_lock.unlock(); }
     static void inChild() {
-        for (Descriptor* const each :
-             {&s_process->m_starter, &s_process->m_reserved, &s_process->m_listener, &s_process->m_record})
+        for (SystemHandle* const each : std::initializer_list<SystemHandle*>{
+                 &s_process->m_starter, &s_process->m_reserved, &s_process->m_listener, &s_process->m_record})
             each->close();
         s_process->m_over = true;
         s_process->m_lock.unlock();
@@ -84,28 +72,25 @@ struct ServiceProcess::ForkHandlers {
     inline static ServiceProcess* s_process = nullptr;
 };
 
-ErrorCode ServiceProcess::accept(std::shared_ptr<ServiceProcess>& process) {
-    // The mark of a start is looked for before anything is taken: standard input may be another program's socket.
-    if (!beginsWith(STDIN_FILENO, encodeStart({}).substr(0, 4))) return errorFailedServiceControllerConnect;
-    Descriptor starter(systemCall("fcntl", [] { return ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1); }));
-    if (!starter.isOpen()) return errorFromErrno(errno);
-    std::string message;
-    std::array<Descriptor, 2> given;
-    if (const ErrorCode error = receiveMessage(STDIN_FILENO, kServiceStartLimit, message, given); error != 0) {
-        return error;
+Result<std::shared_ptr<ServiceProcess>> ServiceProcess::accept() {
+    // Standard input may be another program's channel, so nothing is taken from it before the mark of a start is seen.
+    if (!Channel::standardInputBeginsWith(encodeStart({}).substr(0, 4))) {
+        return Failure{errorFailedServiceControllerConnect};
     }
-    auto texts = decodeStart(message);
-    if (!texts) return errorFailedServiceControllerConnect;
-    // The service and the programs that it starts read nothing from it.
-    const Descriptor nothing = openNothing();
-    if (nothing.isOpen()) ::dup2(nothing.get(), STDIN_FILENO);
-    process = std::make_shared<ServiceProcess>(std::move(*texts), std::move(starter), std::move(given[0]),
-                                               std::move(given[1]));
-    return 0;
+    Result<Channel> starter = Channel::fromStandardInput();
+    if (!starter) return starter.failure();
+    Result<Delivery> delivery = starter->receiveDelivery(kServiceStartLimit);
+    if (!delivery) return delivery.failure();
+    auto texts = decodeStart(delivery->message);
+    if (!texts) return Failure{errorFailedServiceControllerConnect};
+    // The service and the programs that it starts do not read from the channel.
+    Channel::detachStandardInput();
+    return std::make_shared<ServiceProcess>(std::move(*texts), std::move(*starter),
+                                            StatusRecord(std::move(delivery->file)), std::move(delivery->folder));
 }
 
-ServiceProcess::ServiceProcess(std::vector<std::string> arguments, Descriptor starter, Descriptor reserved,
-                               Descriptor folder)
+ServiceProcess::ServiceProcess(std::vector<std::string> arguments, Channel starter, StatusRecord reserved,
+                               Folder folder)
     : m_name(arguments.front()),
       m_arguments(std::move(arguments)),
       m_folder(std::move(folder)),
@@ -120,36 +105,39 @@ ErrorCode ServiceProcess::start(ServiceManager::ServiceMain main) {
     const std::lock_guard guard(m_lock);
     m_told = true;
     if (error != 0) giveUpRecord();
-    // The starter may be gone by now; the service runs anyway.
-    RecordLock::release(m_reserved.get(), RecordLock::kStarting);
-    sendMessage(m_starter.get(), encodeReply({error, m_status}));
+    // The service runs also when the starter has ended.
+    m_reserved.release(StatusRecord::Lock::starting);
+    m_starter.send(encodeReply({error, m_status}));
     m_reserved.close();
     m_starter.close();
     return error;
 }
 
-// The lock would stay for as long as a forked process has the descriptor, without this.
+// Closing alone would leave the lock to a forked process that has the handle.
 void ServiceProcess::giveUpRecord() noexcept {
-    if (m_record.isOpen()) RecordLock::release(m_record.get(), RecordLock::kRunning);
+    if (m_record.isOpen()) m_record.release(StatusRecord::Lock::running);
     m_record.close();
 }
 
 // From here on the service is this process.
 ErrorCode ServiceProcess::takeOver() {
     const std::lock_guard guard(m_lock);
-    if (const ErrorCode error = openFile(m_folder.get(), ServiceFiles::kRecord, O_RDWR, m_record); error != 0) {
-        return error;
-    }
-    if (const ErrorCode error = RecordLock::take(m_record.get(), RecordLock::kRunning); error != 0) return error;
+    Result<File> record = m_folder.openFile(ServiceFiles::kRecord, FileUse::readAndWrite);
+    if (!record) return record.failure();
+    m_record = StatusRecord(std::move(*record));
+    if (const ErrorCode error = m_record.take(StatusRecord::Lock::running); error != 0) return error;
     m_status.currentState = kServiceStartPending;
-    m_status.processId = static_cast<std::uint32_t>(::getpid());
-    if (const ErrorCode error = writeRecord(m_record.get(), m_status); error != 0) return error;
-    m_wakeUp = Descriptor(systemCall("eventfd", [] { return ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK); }));
-    if (!m_wakeUp.isOpen()) return errorFromErrno(errno);
-    ::unlinkat(m_folder.get(), ServiceFiles::kSocket, 0);  // a process that was killed left it
-    ::unlinkat(m_folder.get(), ServiceFiles::kFailure, 0);
-    if (const ErrorCode error = listenAt(m_folder.get(), ServiceFiles::kSocket, m_listener); error != 0) return error;
-    m_spare = openNothing();
+    m_status.processId = currentProcess();
+    if (const ErrorCode error = m_record.store(m_status); error != 0) return error;
+    Result<WakeUp> wakeUp = WakeUp::make();
+    if (!wakeUp) return wakeUp.failure();
+    m_wakeUp = std::move(*wakeUp);
+    m_folder.removeFile(ServiceFiles::kSocket);  // a process that was killed left it
+    m_folder.removeFile(ServiceFiles::kFailure);
+    Result<Listener> listener = Listener::make(m_folder, ServiceFiles::kSocket);
+    if (!listener) return listener.failure();
+    m_listener = std::move(*listener);
+    m_spare = openNullDevice();
     return 0;
 }
 
@@ -162,24 +150,19 @@ ErrorCode ServiceProcess::launch(ServiceManager::ServiceMain main) {
     return 0;
 }
 
-// Most services are up in no time: then who started one need not look again.
+// Most services run within milliseconds. The starter then learns that from the first answer and asks no more.
 void ServiceProcess::awaitFirstReport() {
-    const std::int64_t end = steadyTime() + std::int64_t{kAttentionInterval} * 1'000'000;
+    const Deadline deadline = Deadline::after(kAttentionInterval);
     for (;;) {
-        const std::int64_t left = (end - steadyTime()) / 1'000'000;
+        const std::uint32_t left = deadline.rest();
         {
             const std::lock_guard guard(m_lock);
-            if (left <= 0 || m_over || m_status.currentState != kServiceStartPending) return;
+            if (left == 0 || m_over || m_status.currentState != kServiceStartPending) return;
         }
-        pollfd polled{m_wakeUp.get(), POLLIN, 0};
-        ::poll(&polled, 1, static_cast<int>(left));
-        takeWakeUps();
+        Awaited awaited{&m_wakeUp};
+        awaitInput({&awaited, 1}, left);
+        m_wakeUp.take();
     }
-}
-
-void ServiceProcess::takeWakeUps() const {
-    std::uint64_t count = 0;
-    static_cast<void>(!::read(m_wakeUp.get(), &count, sizeof count));
 }
 
 std::uint32_t ServiceProcess::runMain(void* argument) {
@@ -218,32 +201,30 @@ ErrorCode ServiceProcess::setStatus(const ServiceStatus& status) {
     m_onlyAsked = false;
     write(status);
     if (status.currentState != kServiceStopped) {
-        if (m_unwritten || !m_told) wake();
+        if (m_unwritten || !m_told) m_wakeUp.signal();
         return 0;
     }
-    // In this order: as soon as the lock is free another process may be the service, with a record and a socket of its
-    // own.
-    ::unlinkat(m_folder.get(), ServiceFiles::kSocket, 0);
+    // The listener's name first: once the lock is free another process may be the service and use that name.
+    m_folder.removeFile(ServiceFiles::kSocket);
     giveUpRecord();
     m_over = true;
-    wake();
+    m_wakeUp.signal();
     return 0;
 }
 
 ErrorCode ServiceProcess::setFailureText(const std::string& text) {
     const std::lock_guard guard(m_lock);
     if (m_over) return errorInvalidHandle;
-    Descriptor file;
-    const int flags = O_WRONLY | O_CREAT | O_TRUNC;
-    if (const ErrorCode error = openFile(m_folder.get(), ServiceFiles::kFailure, flags, file); error != 0) return error;
-    return writeFile(file.get(), std::string_view(text).substr(0, ServiceFiles::kFailureLimit));
+    const Result<File> file = m_folder.openFile(ServiceFiles::kFailure, FileUse::replace);
+    if (!file) return file.failure();
+    return file->write(std::string_view(text).substr(0, ServiceFiles::kFailureLimit));
 }
 
 void ServiceProcess::write(const ServiceStatus& status) {
     const std::uint32_t processId = m_status.processId;
     m_status = status;
     m_status.processId = processId;
-    m_unwritten = writeRecord(m_record.get(), m_status) != 0;
+    m_unwritten = m_record.store(m_status) != 0;
 }
 
 void ServiceProcess::writeState(std::uint32_t state) {
@@ -258,14 +239,8 @@ bool ServiceProcess::requestStop() {
     const bool ending = m_over || m_status.currentState == kServiceStopPending;
     if (!starting && !ending && (m_status.controlsAccepted & kServiceAcceptStop) == 0) return false;
     m_stopRequested = !ending;
-    wake();
+    m_wakeUp.signal();
     return true;
-}
-
-void ServiceProcess::wake() const {
-    const std::uint64_t one = 1;
-    // A full counter has woken the thread already.
-    static_cast<void>(!::write(m_wakeUp.get(), &one, sizeof one));
 }
 
 bool ServiceProcess::isOver() {
@@ -278,7 +253,7 @@ bool ServiceProcess::needsAttention() {
     return m_unwritten || m_stopRequested;
 }
 
-// What did not succeed at once is tried again: a record on a full disk, a stop while the service was starting.
+// Repeats what failed before: writing a record to a full disk, stopping a service that was starting.
 void ServiceProcess::attend() {
     bool stop = false;
     {
@@ -292,74 +267,66 @@ void ServiceProcess::attend() {
 }
 
 void ServiceProcess::serve() {
-    std::vector<pollfd> polled;
+    std::vector<Awaited> awaited;
     while (!isOver()) {
-        polled = {{m_wakeUp.get(), POLLIN, 0}, {m_listener.get(), POLLIN, 0}};
-        for (const Descriptor& each : m_connections)
-            polled.push_back({each.get(), POLLIN, 0});
-        const int ready =
-            ::poll(polled.data(), polled.size(), needsAttention() ? static_cast<int>(kAttentionInterval) : -1);
-        if (ready < 0) {
-            if (errno != EINTR) sleepThread(kAttentionInterval);
+        awaited = {{&m_wakeUp}, {&m_listener}};
+        for (const Channel& each : m_connections)
+            awaited.push_back({&each});
+        if (awaitInput(awaited, needsAttention() ? kAttentionInterval : kInfinite) != 0) {
+            sleepThread(kAttentionInterval);
             continue;
         }
-        takeWakeUps();
+        m_wakeUp.take();
         attend();
-        for (std::size_t i = polled.size(); i-- > 2;) {
-            if (polled[i].revents == 0) continue;
+        for (std::size_t i = awaited.size(); i-- > 2;) {
+            if (!awaited[i].ready) continue;
             const auto connection = m_connections.begin() + static_cast<std::ptrdiff_t>(i - 2);
             answer(*connection);
             m_connections.erase(connection);
         }
-        if (polled[1].revents != 0) acceptConnection();
+        if (awaited[1].ready) acceptConnection();
     }
     m_connections.clear();
     {
         const std::lock_guard guard(m_lock);
         m_listener.close();
     }
-    // The process is about to end, and main best returns before what it uses is destroyed.
+    // The process is about to end, and main should return before the objects that it uses are destroyed.
     waitForOne(m_main.get(), kMainPatience);
     m_main.reset();
-    // A service that was marked for deletion is gone once it is stopped; nobody else may be there to see to it.
-    Descriptor database;
-    if (openFile(m_folder.get(), "..", O_RDONLY | O_DIRECTORY, database) == 0) removeIfDeleted(database.get(), m_name);
+    // A service that was marked for deletion is removed once it is stopped, and there may be no other process for that.
+    const Result<Folder> database = m_folder.openFolder("..");
+    if (database) removeIfDeleted(*database, m_name);
 }
 
 void ServiceProcess::acceptConnection() {
-    const auto take = [&] {
-        return Descriptor(
-            systemCall("accept4", [&] { return ::accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC); }));
-    };
-    // Who says nothing for long makes room for others.
+    // The oldest connection has sent nothing since, so it makes room for others.
     if (m_connections.size() == kMostConnections) m_connections.erase(m_connections.begin());
-    Descriptor connection = take();
-    if (connection.isOpen()) {
-        m_connections.push_back(std::move(connection));
+    Result<Channel> connection = m_listener.accept();
+    if (connection) {
+        m_connections.push_back(std::move(*connection));
         return;
     }
-    if (errno != EMFILE && errno != ENFILE) return;
-    // No descriptors are left, and a service that has too many must be stoppable.
+    if (connection.error() != errorTooManyOpenFiles) return;
+    // A service that has used up its handles must still be stoppable.
     m_spare.close();
-    connection = take();
-    if (!connection.isOpen()) {
+    connection = m_listener.accept();
+    if (!connection) {
         sleepThread(kAttentionInterval);
         return;
     }
-    answer(connection);
-    connection.close();
-    m_spare = openNothing();
+    answer(*connection);
+    connection->close();
+    m_spare = openNullDevice();
 }
 
-void ServiceProcess::answer(const Descriptor& connection) {
+void ServiceProcess::answer(const Channel& connection) {
     constexpr std::uint32_t patience = 1000;  // milliseconds
-    std::string message;
-    if (receiveMessage(connection.get(), patience, kServiceRequestSize + 1, message) != 0) return;
-    const auto control = decodeRequest(message);
+    const Result<std::string> message = connection.receive(patience, kServiceRequestSize + 1);
+    if (!message) return;
+    const auto control = decodeRequest(*message);
     if (!control) return;
-    const ServiceReply reply =
-        isPeerAllowed(connection.get()) ? deliver(*control) : ServiceReply{errorAccessDenied, {}};
-    sendMessage(connection.get(), encodeReply(reply));
+    connection.send(encodeReply(connection.isPeerAllowed() ? deliver(*control) : ServiceReply{errorAccessDenied, {}}));
 }
 
 ServiceReply ServiceProcess::deliver(std::uint32_t control) {
@@ -370,7 +337,7 @@ ServiceReply ServiceProcess::deliver(std::uint32_t control) {
         handler = m_handler;
         const ErrorCode refusal = handler == nullptr ? errorServiceCannotAcceptControl : refusalOf(m_status, control);
         if (refusal != 0) return {refusal, m_status};
-        // Asked to stop is what the service is from now on, also when it reports so only later.
+        // The service is stop pending from now on, also when it reports that only later.
         before = m_status.currentState;
         m_onlyAsked = control == kServiceControlStop;
         if (m_onlyAsked) writeState(kServiceStopPending);
@@ -382,7 +349,7 @@ ServiceReply ServiceProcess::deliver(std::uint32_t control) {
         reply.error = errorExceptionInService;
     }
     const std::lock_guard guard(m_lock);
-    // A stop that failed has stopped nothing: the next request tries again.
+    // A stop that failed has no effect: the next request tries again.
     if (reply.error != 0 && m_onlyAsked && !m_over) writeState(before);
     m_onlyAsked = false;
     reply.status = m_status;

@@ -1,15 +1,16 @@
-// The process of a service, as the manager sees it: it holds the lock by which the service is seen to run, keeps the
-// status record, and answers controls on a socket of its own.
+// The process of a service, as the manager sees it: it holds the lock that shows that the service runs, stores the
+// status record, and answers controls at its listener.
 //
-// Threads: start and serve belong to the thread that the dispatcher was given; everything else may be called by any.
+// Threads: start and serve belong to the thread of the dispatcher; any thread may call the rest.
 #pragma once
 
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "platform/linux/linux_descriptor.h"
+#include "platform/services/channel.h"
 #include "platform/services/messages.h"
+#include "platform/services/status_record.h"
 #include "platform/uninterrupted.h"
 #include "platform/wait.h"
 
@@ -17,13 +18,13 @@ namespace KestSupport::platform {
 
 class ServiceProcess : public std::enable_shared_from_this<ServiceProcess> {
   public:
-    /// Takes the request that waits at standard input, once; errorFailedServiceControllerConnect when there is none.
-    static ErrorCode accept(std::shared_ptr<ServiceProcess>& process);
+    /// Takes the start message from standard input; errorFailedServiceControllerConnect when there is none. A process
+    /// does this once.
+    static Result<std::shared_ptr<ServiceProcess>> accept();
 
-    ServiceProcess(std::vector<std::string> arguments, Descriptor starter, Descriptor reserved, Descriptor folder);
+    ServiceProcess(std::vector<std::string> arguments, Channel starter, StatusRecord reserved, Folder folder);
 
-    /// Becomes the running service, and lets main run on a thread of its own; who started the process is told either
-    /// way.
+    /// Becomes the running service and runs main on another thread. Sends the result to the starter.
     ErrorCode start(ServiceManager::ServiceMain main);
     /// Answers controls until the service is stopped.
     void serve();
@@ -43,8 +44,7 @@ class ServiceProcess : public std::enable_shared_from_this<ServiceProcess> {
     ErrorCode takeOver();
     ErrorCode launch(ServiceManager::ServiceMain main);
     void awaitFirstReport();
-    void takeWakeUps() const;
-    /// The service is stopped when its main has ended so that nobody can report for it.
+    /// Stops the service when main has thrown or has left no control handler, since nothing else would report.
     void endOfMain(bool threw);
     void write(const ServiceStatus& status);  // under m_lock
     void writeState(std::uint32_t state);     // under m_lock
@@ -52,31 +52,30 @@ class ServiceProcess : public std::enable_shared_from_this<ServiceProcess> {
     bool needsAttention();
     void attend();
     void acceptConnection();
-    void answer(const Descriptor& connection);
+    void answer(const Channel& connection);
     ServiceReply deliver(std::uint32_t control);
-    void wake() const;
 
     const std::string m_name;
     const std::vector<std::string> m_arguments;
-    Descriptor m_folder;
-    Descriptor m_wakeUp;
-    Descriptor m_spare;  // given up to answer a control when no descriptors are left
-    std::vector<Descriptor> m_connections;
-    OwnedHandle m_main;  // the thread that main runs on
+    Folder m_folder;
+    WakeUp m_wakeUp;
+    SystemHandle m_spare;  // closed to answer a control when no handles are left
+    std::vector<Channel> m_connections;
+    OwnedHandle m_main;  // the thread that runs main
 
-    // Guards what follows. Held while the process forks: a child drops the descriptors by which the service is seen to
-    // run, or is waited for.
+    // Guards what follows. Held while the process forks: the child closes the handles that show that the service runs
+    // and those that other processes wait at.
     UninterruptedMutex m_lock;
-    Descriptor m_starter;   // where the process is started from: told once
-    Descriptor m_reserved;  // the record, with the lock of the start
-    Descriptor m_listener;
-    Descriptor m_record;
+    Channel m_starter;        // open until the result of the start is sent
+    StatusRecord m_reserved;  // the starter's handle, with the lock of the start
+    Listener m_listener;
+    StatusRecord m_record;
     ServiceStatus m_status;
     ServiceManager::ControlHandler m_handler = nullptr;
     bool m_unwritten = false;      // the record could not be written
     bool m_stopRequested = false;  // by the supervisor
     bool m_onlyAsked = false;      // a stop is being delivered, and the service has not reported since
-    bool m_told = false;           // who started the process has heard how that went
+    bool m_told = false;           // the result of the start is decided
     bool m_over = false;
 };
 

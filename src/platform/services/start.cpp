@@ -1,18 +1,13 @@
-// Starting a service: what it depends on, then its own process, up to the dispatcher.
-#include <fcntl.h>
-#include <signal.h>
-
+// Starting a service: first the services that it depends on, then its process, up to the dispatcher.
 #include <algorithm>
-#include <array>
 #include <atomic>
-#include <cerrno>
 
-#include "platform/clock.h"
-#include "platform/linux/linux_call.h"
+#include "platform/deadline.h"
+#include "platform/process.h"
+#include "platform/services/channel.h"
 #include "platform/services/client.h"
 #include "platform/services/messages.h"
-#include "platform/linux/linux_service_socket.h"
-#include "platform/process.h"
+#include "platform/start_order.h"
 #include "platform/thread.h"
 
 namespace KestSupport::platform {
@@ -30,28 +25,29 @@ class ServiceStart {
     ServiceStart& operator=(const ServiceStart&) = delete;
     ~ServiceStart() {
         if (!m_reserved) return;
-        if (!m_running) RecordLock::release(m_record.get(), RecordLock::kStarting);
+        if (!m_running) m_record.release(StatusRecord::Lock::starting);
         m_record.close();
         if (!m_running) removeIfDeleted(m_database.folder(), m_name);
     }
 
-    /// Makes sure that it may be started, and that nobody else does.
+    /// Checks that the service can be started, and excludes other starts of it.
     ErrorCode reserve() {
         if (!m_database.isOurs()) return errorInvalidServiceAccount;
-        DatabaseLock lock;
-        if (const ErrorCode error = lock.take(m_database.folder()); error != 0) return error;
-        if (const ErrorCode error = m_files.read(m_service); error != 0) return error;
+        const Result<Folder> lock = lockDatabase(m_database.folder());
+        if (!lock) return lock.failure();
+        Result<StoredService> service = m_files.read();
+        if (!service) return service.failure();
+        m_service = std::move(*service);
         if (m_service.deleted) return errorServiceMarkedForDelete;
         if (m_service.startType == kServiceDisabled) return errorServiceDisabled;
-        if (const ErrorCode error = m_files.open(ServiceFiles::kRecord, O_RDWR | O_CREAT, m_record); error != 0) {
-            return error;
-        }
-        if (const ErrorCode error = RecordLock::take(m_record.get(), RecordLock::kStarting); error != 0) return error;
+        Result<StatusRecord> record = m_files.createRecord();
+        if (!record) return record.failure();
+        m_record = std::move(*record);
+        if (const ErrorCode error = m_record.take(StatusRecord::Lock::starting); error != 0) return error;
         m_reserved = true;
-        RecordLock::Holder holder{};
-        if (const ErrorCode error = RecordLock::holder(m_record.get(), holder); error != 0) return error;
-        if (holder == RecordLock::Holder::none) return 0;
-        return errorServiceAlreadyRunning;
+        const Result<StatusRecord::Holder> holder = m_record.holder();
+        if (!holder) return holder.failure();
+        return *holder == StatusRecord::Holder::none ? errorSuccess : errorServiceAlreadyRunning;
     }
 
     const StoredService& service() const { return m_service; }
@@ -62,65 +58,63 @@ class ServiceStart {
         ServiceStatus status;
         status.serviceType = m_service.type;
         status.currentState = kServiceStartPending;
-        if (const ErrorCode error = writeRecord(m_record.get(), status); error != 0) return error;
+        if (const ErrorCode error = m_record.store(status); error != 0) return error;
         const ErrorCode error = launch(arguments);
         m_running = error == 0;
         if (m_running) return 0;
         status.currentState = kServiceStopped;
         status.exitCode = error;
-        writeRecord(m_record.get(), status);
+        m_record.store(status);
         return error;
     }
 
   private:
-    // The program's standard input is the channel, in which the name, the arguments, and two descriptors wait for its
-    // dispatcher: the record with the lock of this start, which so outlives this process, and the service's folder.
+    // Standard input of the program is the channel. The message in it has the name, the arguments, the record with the
+    // lock of this start, which so outlives this process, and the service's folder.
     ErrorCode launch(const std::vector<std::string>& arguments) {
         std::vector<std::string> texts{m_name};
         texts.insert(texts.end(), arguments.begin(), arguments.end());
         const std::string message = encodeStart(texts);
         if (message.size() > kServiceStartLimit) return errorInvalidParameter;
 
-        Descriptor ours;
-        Descriptor theirs;
-        Descriptor folder;
-        if (const ErrorCode error = makeChannel(ours, theirs); error != 0) return error;
-        if (const ErrorCode error = m_files.openFolder(folder); error != 0) return error;
-        if (const ErrorCode error = sendMessage(ours.get(), message, {m_record.get(), folder.get()}); error != 0) {
-            return error;
-        }
+        Result<std::pair<Channel, Channel>> ends = Channel::makePair();
+        if (!ends) return ends.failure();
+        auto& [ours, theirs] = *ends;
+        const Result<Folder> folder = m_files.openFolder();
+        if (!folder) return folder.failure();
+        if (const ErrorCode error = ours.send(message, m_record, *folder); error != 0) return error;
         ProcessRequest request;
         request.commandLine = quoteProgram(m_service.commandLine);
         request.workingDirectory = m_database.stateDirectory();
         // The service reports to its manager alone, not to the supervisor of the program that starts it.
         request.environment = {{"KEST_STATE_DIR", m_database.stateDirectory()}, {"NOTIFY_SOCKET", ""}};
-        request.standardHandles = {theirs.get(), kNullDevice, kNullDevice};
+        request.standardHandles = {theirs.native(), kNullDevice, kNullDevice};
         request.detached = true;
         request.usualSurroundings = true;
-        request.announce = [record = m_record.get()](std::uint32_t id) { RecordLock::setProgram(record, id); };
+        request.announce = [this](std::uint32_t id) { m_record.setProgram(id); };
         Process process;
         if (const ErrorCode error = process.start(request); error != 0) return error;
         theirs.close();
-        return awaitDispatcher(ours.get(), process);
+        return awaitDispatcher(ours, process);
     }
 
-    static ErrorCode awaitDispatcher(int channel, Process& process) {
+    static ErrorCode awaitDispatcher(const Channel& channel, Process& process) {
         constexpr std::uint32_t lookAgainAfter = 100;  // milliseconds, for cancelStarts
-        std::string message;
         ErrorCode error = errorServiceRequestTimeout;
         for (std::uint32_t left = serviceTimeout(); error == errorServiceRequestTimeout && left > 0 && !g_cancelled;) {
             const std::uint32_t step = std::min(left, lookAgainAfter);
-            error = receiveMessage(channel, step, kServiceReplySize + 1, message);
+            const Result<std::string> message = channel.receive(step, kServiceReplySize + 1);
+            if (message) {
+                const auto reply = decodeReply(*message);
+                return reply ? reply->error : errorInvalidData;
+            }
+            error = message.error();
             left -= step;
         }
-        if (error == 0) {
-            const auto reply = decodeReply(message);
-            return reply ? reply->error : errorInvalidData;
-        }
         if (error == errorBrokenPipe || g_cancelled) error = errorProcessAborted;
-        // It leads a group of its own; a script's programs end with it.
+        // The program leads a group; the programs that a script starts end with it.
         constexpr std::uint32_t patience = 1000;  // milliseconds
-        if (!process.wait(0)) ::kill(-static_cast<pid_t>(process.id()), SIGKILL);
+        if (!process.wait(0)) killGroupLedBy(process.id());
         process.wait(patience);
         return error;
     }
@@ -129,31 +123,32 @@ class ServiceStart {
     const std::string m_name;
     const ServiceFiles m_files;
     StoredService m_service;
-    Descriptor m_record;
+    StatusRecord m_record;
     bool m_reserved = false;
     bool m_running = false;
 };
 
 // Waits for a service that is starting.
 bool awaitRunning(const ServiceFiles& files) {
-    const std::int64_t end = steadyTime() + std::int64_t{serviceTimeout()} * 1'000'000;
+    const Deadline deadline = Deadline::after(serviceTimeout());
     for (;;) {
-        ServiceStatus status;
-        if (files.status(status) != 0) return false;
-        if (status.currentState != kServiceStartPending && status.currentState != kServiceContinuePending) {
-            return status.currentState != kServiceStopped && status.currentState != kServiceStopPending;
+        const Result<ServiceStatus> status = files.status();
+        if (!status) return false;
+        const std::uint32_t state = status->currentState;
+        if (state != kServiceStartPending && state != kServiceContinuePending) {
+            return state != kServiceStopped && state != kServiceStopPending;
         }
-        if (steadyTime() > end || g_cancelled) return false;
+        if (deadline.hasPassed() || g_cancelled) return false;
         sleepThread(1);
     }
 }
 
 bool isStopped(const ServiceFiles& files) {
-    ServiceStatus status;
-    return files.status(status) != 0 || status.currentState == kServiceStopped;
+    const Result<ServiceStatus> status = files.status();
+    return !status || status->currentState == kServiceStopped;
 }
 
-// What another service needs; its own dependencies run.
+// Starts a service that another one depends on. Its own dependencies run already.
 bool ensureRunning(const ServiceDatabase& database, const std::string& name) {
     const ServiceFiles files(database.folder(), name);
     if (isStopped(files)) {
@@ -173,11 +168,13 @@ void cancelStarts() noexcept {
 
 ErrorCode checkDependencies(const ServiceDatabase& database, const StoredService& service) {
     StartOrder order([&](const std::string& name, std::vector<std::string>& needed) {
-        StoredService other;
-        const StoredService& found = name == service.name ? service : other;
-        if (&found == &other && ServiceFiles(database.folder(), name).read(other) != 0) return false;
-        needed = dependencyNames(found.dependencies);
-        return true;
+        if (name == service.name) {
+            needed = dependencyNames(service.dependencies);
+            return true;
+        }
+        const Result<StoredService> other = ServiceFiles(database.folder(), name).read();
+        if (other) needed = dependencyNames(other->dependencies);
+        return bool(other);
     });
     order.add(service.name);
     return order.isCircular() ? errorCircularDependency : errorSuccess;
@@ -194,12 +191,11 @@ ErrorCode startService(const ServiceDatabase& database, const std::string& name,
             return true;
         }
         const ServiceFiles files(database.folder(), each);
-        StoredService service;
-        const ErrorCode error = files.read(service);
-        if (error != 0 && error != errorServiceDoesNotExist) unreadable = error;
-        // What runs needs nothing any more.
-        if (error == 0 && isStopped(files)) needed = dependencyNames(service.dependencies);
-        return error == 0;
+        const Result<StoredService> service = files.read();
+        if (!service && service.error() != errorServiceDoesNotExist) unreadable = service.error();
+        // A service that runs has no dependencies to start.
+        if (service && isStopped(files)) needed = dependencyNames(service->dependencies);
+        return bool(service);
     });
     order.add(name);
     if (order.isCircular()) return errorCircularDependency;

@@ -1,0 +1,270 @@
+#include "platform/services/system.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <memory>
+
+#include "platform/linux/linux_call.h"
+
+namespace KestSupport::platform {
+namespace {
+
+constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+
+int descriptorOf(const SystemHandle& handle) noexcept {
+    return static_cast<int>(handle.native());
+}
+
+Failure lastFailure() noexcept {
+    return {errorFromErrno(errno)};
+}
+
+ErrorCode outcomeOf(int result) noexcept {
+    return result == 0 ? errorSuccess : lastFailure();
+}
+
+int flagsFor(FileUse use) noexcept {
+    switch (use) {
+        case FileUse::read:
+            return O_RDONLY;
+        case FileUse::readAndWrite:
+            return O_RDWR;
+        case FileUse::create:
+            return O_RDWR | O_CREAT;
+        case FileUse::replace:
+            break;
+    }
+    return O_WRONLY | O_CREAT | O_TRUNC;
+}
+
+template <typename Handle>
+Result<Handle> openIn(const char* step, const Folder& folder, const char* name, int flags) noexcept {
+    // O_NONBLOCK: what turns out to be a pipe does not wait for its other end.
+    const int all = flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+    const int opened = systemCall(step, [&] { return ::openat(descriptorOf(folder), name, all, S_IRUSR | S_IWUSR); });
+    if (opened >= 0) return Handle(opened);
+    for (const int otherKind : {ELOOP, EISDIR, ENOTDIR, ENXIO}) {
+        if (errno == otherKind) return Failure{errorInvalidData};
+    }
+    return lastFailure();
+}
+
+Failure readFailure() noexcept {
+    return errno == EISDIR ? Failure{errorInvalidData} : lastFailure();
+}
+
+// A length of 0 stands for all bytes up to the end. Open file description locks (F_OFD_...) belong to the descriptor.
+struct flock lockOn(short type, std::int64_t offset, std::int64_t length) noexcept {
+    struct flock lock = {};
+    lock.l_type = type;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = offset;
+    lock.l_len = length;
+    return lock;
+}
+
+int setLock(const File& file, short type, std::int64_t offset, std::int64_t length) noexcept {
+    struct flock lock = lockOn(type, offset, length);
+    return ::fcntl(descriptorOf(file), F_OFD_SETLK, &lock);
+}
+
+ErrorCode removeEntry(const Folder& folder, const char* name, int flags) noexcept {
+    const int result = systemCall("removeEntry", [&] { return ::unlinkat(descriptorOf(folder), name, flags); });
+    return result != 0 && errno == ENOENT ? errorSuccess : outcomeOf(result);
+}
+
+ErrorCode flushToDisk(const SystemHandle& handle) noexcept {
+    return outcomeOf(systemCall("flush", [&] { return ::fsync(descriptorOf(handle)); }));
+}
+
+struct FolderCloser {
+    void operator()(DIR* folder) const noexcept { ::closedir(folder); }
+};
+
+}  // namespace
+
+void SystemHandle::close() noexcept {
+    if (isOpen()) ::close(descriptorOf(*this));
+    m_native = kNone;
+}
+
+Result<std::string> File::readAll(std::size_t limit) const {
+    std::string text;
+    char block[1024];
+    ssize_t size = sizeof block;
+    // A file that fills the block may be longer.
+    while (size == static_cast<ssize_t>(sizeof block) && text.size() <= limit) {
+        size = systemCall("readFile", [&] { return ::read(descriptorOf(*this), block, sizeof block); });
+        if (size < 0) return readFailure();
+        text.append(block, static_cast<std::size_t>(size));
+    }
+    return text;
+}
+
+Result<std::size_t> File::readStart(std::span<char> bytes) const noexcept {
+    const ssize_t size =
+        systemCall("readFile", [&] { return ::pread(descriptorOf(*this), bytes.data(), bytes.size(), 0); });
+    if (size < 0) return readFailure();
+    return static_cast<std::size_t>(size);
+}
+
+ErrorCode File::write(std::string_view bytes) const noexcept {
+    while (!bytes.empty()) {
+        const ssize_t taken =
+            systemCall("writeFile", [&] { return ::write(descriptorOf(*this), bytes.data(), bytes.size()); });
+        if (taken < 0) return lastFailure();
+        bytes.remove_prefix(static_cast<std::size_t>(taken));
+    }
+    return 0;
+}
+
+ErrorCode File::writeStart(std::string_view bytes) const noexcept {
+    const ssize_t size =
+        systemCall("writeFile", [&] { return ::pwrite(descriptorOf(*this), bytes.data(), bytes.size(), 0); });
+    if (size < 0) return lastFailure();
+    return static_cast<std::size_t>(size) == bytes.size() ? errorSuccess : errorDiskFull;
+}
+
+ErrorCode File::lockByte(std::int64_t offset) const noexcept {
+    if (systemCall("lockByte", [&] { return setLock(*this, F_WRLCK, offset, 1); }) == 0) return 0;
+    return errno == EAGAIN || errno == EACCES ? errorBusy : lastFailure();
+}
+
+void File::markByte(std::int64_t offset) const noexcept {
+    setLock(*this, F_WRLCK, offset, 1);
+}
+
+void File::unlockByte(std::int64_t offset) const noexcept {
+    setLock(*this, F_UNLCK, offset, 1);
+}
+
+void File::unlockFrom(std::int64_t offset) const noexcept {
+    setLock(*this, F_UNLCK, offset, 0);
+}
+
+Result<std::optional<std::int64_t>> File::findLock(std::int64_t offset, std::int64_t length) const noexcept {
+    struct flock lock = lockOn(F_WRLCK, offset, length);
+    if (systemCall("findLock", [&] { return ::fcntl(descriptorOf(*this), F_OFD_GETLK, &lock); }) != 0) {
+        return lastFailure();
+    }
+    return lock.l_type == F_UNLCK ? std::nullopt : std::optional<std::int64_t>(lock.l_start);
+}
+
+Result<Folder> Folder::open(const std::string& path) {
+    const int opened = systemCall("openFolder", [&] { return ::open(path.c_str(), kFolderFlags); });
+    if (opened < 0) return lastFailure();
+    return Folder(opened);
+}
+
+Result<Folder> Folder::openFolder(const std::string& name) const {
+    return openIn<Folder>("openFolder", *this, name.c_str(), kFolderFlags);
+}
+
+Result<File> Folder::openFile(const char* name, FileUse use) const {
+    return openIn<File>("openFile", *this, name, flagsFor(use));
+}
+
+bool Folder::contains(const char* name) const noexcept {
+    return ::faccessat(descriptorOf(*this), name, F_OK, 0) == 0;
+}
+
+Result<std::vector<std::string>> Folder::folders() const {
+    // A handle of its own: reading moves the position of the handle.
+    Result<Folder> folder = openFolder(".");
+    if (!folder) return folder.failure();
+    const std::unique_ptr<DIR, FolderCloser> entries(::fdopendir(descriptorOf(*folder)));
+    if (entries == nullptr) return lastFailure();
+    static_cast<void>(folder->release());
+    std::vector<std::string> names;
+    for (errno = 0; const dirent* entry = ::readdir(entries.get()); errno = 0) {
+        const std::string_view name = entry->d_name;
+        const bool mayBeFolder = entry->d_type == DT_DIR || entry->d_type == DT_UNKNOWN;
+        if (mayBeFolder && name != "." && name != "..") names.emplace_back(name);
+    }
+    if (errno != 0) return lastFailure();
+    return names;
+}
+
+Result<FolderAccess> Folder::access() const noexcept {
+    struct stat status {};
+    if (systemCall("folderAccess", [&] { return ::fstat(descriptorOf(*this), &status); }) != 0) return lastFailure();
+    return FolderAccess{status.st_uid, (status.st_mode & (S_IWGRP | S_IWOTH)) != 0};
+}
+
+ErrorCode Folder::makeFolder(const char* name) const noexcept {
+    const int result = systemCall("makeFolder", [&] { return ::mkdirat(descriptorOf(*this), name, S_IRWXU); });
+    return result != 0 && errno == EEXIST ? errorSuccess : outcomeOf(result);
+}
+
+ErrorCode Folder::replaceFile(const char* name, const char* next, std::string_view bytes) const {
+    const Result<File> file = openFile(next, FileUse::replace);
+    if (!file) return file.failure();
+    if (const ErrorCode error = file->write(bytes); error != 0) return error;
+    if (const ErrorCode error = flushToDisk(*file); error != 0) return error;
+    const int folder = descriptorOf(*this);
+    const int renamed = systemCall("replaceFile", [&] { return ::renameat(folder, next, folder, name); });
+    return renamed == 0 ? flush() : lastFailure();
+}
+
+ErrorCode Folder::removeFile(const char* name) const noexcept {
+    return removeEntry(*this, name, 0);
+}
+
+ErrorCode Folder::removeFolder(const char* name) const noexcept {
+    return removeEntry(*this, name, AT_REMOVEDIR);
+}
+
+ErrorCode Folder::flush() const noexcept {
+    return flushToDisk(*this);
+}
+
+Result<bool> Folder::tryLock() const noexcept {
+    if (systemCall("lockFolder", [&] { return ::flock(descriptorOf(*this), LOCK_EX | LOCK_NB); }) == 0) return true;
+    if (errno == EWOULDBLOCK) return false;
+    return lastFailure();
+}
+
+SystemHandle openNullDevice() noexcept {
+    return SystemHandle(systemCall("openNullDevice", [] { return ::open("/dev/null", O_RDWR | O_CLOEXEC); }));
+}
+
+UserId currentUser() noexcept {
+    return ::geteuid();
+}
+
+std::uint32_t currentProcess() noexcept {
+    return static_cast<std::uint32_t>(::getpid());
+}
+
+Result<bool> leadsSession(std::uint32_t process) noexcept {
+    const pid_t session = ::getsid(static_cast<pid_t>(process));
+    if (session < 0) return lastFailure();
+    return session == static_cast<pid_t>(process);
+}
+
+ErrorCode endGroupOf(std::uint32_t process, EndMode mode) noexcept {
+    const auto id = static_cast<pid_t>(process);
+    const pid_t group = ::getpgid(id);
+    const bool isOurs = group == ::getpgrp();
+    const pid_t target = isOurs ? id : group > 1 ? -group : -id;
+    const int result = ::kill(target, mode == EndMode::kill ? SIGKILL : SIGTERM);
+    return result != 0 && errno == ESRCH ? errorSuccess : outcomeOf(result);
+}
+
+void killGroupLedBy(std::uint32_t process) noexcept {
+    ::kill(-static_cast<pid_t>(process), SIGKILL);
+}
+
+ErrorCode installForkHandlers(void (*before)(), void (*inParent)(), void (*inChild)()) noexcept {
+    return errorFromErrno(
+        errorCall("installForkHandlers", [&] { return ::pthread_atfork(before, inParent, inChild); }));
+}
+
+}  // namespace KestSupport::platform

@@ -1,7 +1,7 @@
-// The folder in which the library keeps what outlives a process: the registry and the services.
+// The folder of the data that outlives a process: the registry and the services.
 //
-// $KEST_STATE_DIR; when that is unset or empty, on POSIX, /var/lib/kest for root and $XDG_STATE_HOME/kest for others,
-// whose default is ~/.local/state/kest.
+// It is $KEST_STATE_DIR. When that is unset or empty, a POSIX back end uses /var/lib/kest for root and
+// $XDG_STATE_HOME/kest, by default ~/.local/state/kest, for other users.
 //
 // Threads: any, while no thread changes the environment.
 #pragma once
@@ -12,11 +12,10 @@
 
 namespace KestSupport::platform {
 
-/// Sets `path`, without asking whether the folder is there. 0, or errorPathNotFound for a user without a home.
+/// Sets `path`; the folder need not exist. Returns 0, or errorPathNotFound for a user without a home.
 ErrorCode stateDirectory(std::string& path);
 
-/// The same, and makes the folder, for this user alone, and its parents if they are missing. One that exists is left as
-/// it is.
+/// The same, and makes the folder and its missing parents, for this user alone. An existing folder keeps its mode.
 ErrorCode createStateDirectory(std::string& path);
 
 }  // namespace KestSupport::platform

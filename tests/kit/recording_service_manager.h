@@ -1,4 +1,5 @@
-// A service manager that writes down what it is told and answers as a test wants. While it lives, it is the process's.
+// A service manager that records the calls and answers as a test sets it up. It is the process's manager while it
+// exists.
 #pragma once
 
 #include <condition_variable>
@@ -21,13 +22,13 @@ class RecordingServiceManager : public KestSupport::platform::ServiceManager {
     RecordingServiceManager() { KestSupport::platform::setServiceManager(this); }
     ~RecordingServiceManager() override { KestSupport::platform::setServiceManager(nullptr); }
 
-    std::vector<std::string> startArguments{"service"};  ///< the texts that the service's main routine is given
+    std::vector<std::string> startArguments{"service"};  ///< the texts that the service's main routine receives
     std::map<std::string, ErrorCode> failures;           ///< by call, such as "createService"
-    std::vector<std::uint32_t> queriedStates;            ///< answered one after the other; then queryStatus fails
+    std::vector<std::uint32_t> queriedStates;            ///< the answers of queryStatus, in this order; then it fails
     std::uint32_t stateAfterControl = 3;
     KestSupport::platform::ServiceConfiguration configuration;  ///< of every service
 
-    // What was told. Reads as "STATE accepted=A exit=E hint=H", "running" and the like being numbers.
+    // The recorded calls. A report reads "STATE accepted=A exit=E hint=H", with numbers.
     std::vector<std::string> reports() { return copyOf(m_reports); }
     std::vector<std::uint32_t> checkPoints() { return copyOf(m_checkPoints); }
     std::vector<std::string> calls() { return copyOf(m_calls); }

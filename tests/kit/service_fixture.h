@@ -1,5 +1,5 @@
-// Services for tests: a state directory of the test's own with the platform's manager on it, and a client that runs a
-// whole scenario in one call. At the end whatever runs is killed.
+// Services for tests: a temporary state directory for the platform's manager, and a client that runs a whole scenario
+// in one call. At the end of a test each running service is killed.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -70,10 +70,12 @@ class ServiceFixture : public testing::Test {
         return all;
     }
 
-    /// Runs steps such as "create NAME ROLE DEPENDENCY...; start NAME ARGUMENT..." and returns their results in a row.
-    /// A role is one of this program's, or a path. "control NAME CODE" gives the state after it too, "tell NAME" the
-    /// state, what is accepted and the exit code, with a "p" for a process; "await NAME STATE" and "end NAME", which
-    /// kills its process, give nothing; "kill NAME" lets the manager do that.
+    /// Runs steps separated by semicolons and returns their results, separated by blanks: an error number, and
+    ///   create NAME ROLE DEPENDENCY...    a role of this program, or the path of a program
+    ///   start NAME ARGUMENT..., kill NAME, remove NAME, type NAME STARTTYPE, needs NAME DEPENDENCY, line NAME COMMAND
+    ///   control NAME CODE                 ERROR/STATE
+    ///   tell NAME                         STATE/ACCEPTED/EXITCODE, with a p when it has a process
+    ///   await NAME STATE, end NAME        no result; end kills the process and waits
     static std::string run(const std::string& steps) {
         std::string results;
         std::istringstream all(steps);

@@ -1,4 +1,4 @@
-// KEST_STRESS_ROUNDS sets another number of rounds.
+// Kills services at random moments, and lets clients contend for one. KEST_STRESS_ROUNDS sets another number of rounds.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -22,7 +22,7 @@ void report(std::uint32_t state) {
     serviceManager().setStatus(g_status, status);
 }
 
-// While it runs it leaves a trace; whoever meets another's trace is one too many.
+// The service has a file while it runs. A second process finds the file of the first.
 void run(const Texts&) {
     g_status = serviceManager().registerControlHandler("", [](std::uint32_t) {
         std::filesystem::remove("trace");
@@ -41,7 +41,7 @@ int rounds() {
     return wanted == nullptr ? 1000 : std::atoi(wanted);
 }
 
-TEST_F(ServiceManagerStress, AServiceThatIsKilledAtAnyMomentIsSeenAsStoppedAndStartsAgain) {
+TEST_F(ServiceManagerStress, RestartsAfterAKillAtAnyMoment) {
     ASSERT_EQ(run("create victim service"), "0");
     std::minstd_rand random(1);
     for (int i = 0; i < rounds(); ++i) {
@@ -61,7 +61,7 @@ TEST_F(ServiceManagerStress, AServiceThatIsKilledAtAnyMomentIsSeenAsStoppedAndSt
     EXPECT_EQ(run("start victim; remove victim"), "0 0");
 }
 
-TEST_F(ServiceManagerStress, ClientsThatContendNeverMakeTwoProcessesOrATornFile) {
+TEST_F(ServiceManagerStress, ContendingClientsGetOneProcess) {
     const std::pair<std::string, std::set<std::string>> steps[] = {
         {"create prize service", {"0", "1072", "1073"}},
         {"start prize", {"0", "1056", "1060", "1067", "1072"}},

@@ -1,3 +1,4 @@
+// The embedded service manager, with this program as the services, and the order of starts.
 #include "platform/service_manager.h"
 
 #include <sys/resource.h>
@@ -40,7 +41,7 @@ void onControl(std::uint32_t code) {
     if (code == 200) throw 1;
 }
 
-// A service that keeps in its working directory what it was given.
+// A service that writes its arguments to a file in its working directory.
 template <std::uint32_t state, std::uint32_t accepted, std::uint32_t exitCode = 0>
 void serve(const Texts& arguments) {
     std::string heard;
@@ -54,13 +55,21 @@ template <ServiceManager::ServiceMain main>
 int dispatch(const Texts&) {
     return static_cast<int>(serviceManager().runDispatcher("any", main));
 }
+int waitForever(const Texts&) {
+    kit::Gate().pass();
+    return 0;
+}
 struct Client : kit::ServiceFixture {
     using ServiceFixture::run;
 };
 const kit::ChildRole roles[] = {
     {"plain", dispatch<serve<kServiceRunning, 3>>},
     {"hard", dispatch<serve<kServiceRunning, 0>>},
-    {"reluctant", [](const Texts&) { return g_reluctant = true, dispatch<serve<kServiceRunning, 3>>({}); }},
+    {"reluctant",
+     [](const Texts&) {
+         g_reluctant = true;
+         return dispatch<serve<kServiceRunning, 3>>({});
+     }},
     {"starting", dispatch<serve<kServiceStartPending, 0>>},
     {"failing", dispatch<serve<kServiceStopped, 0, 42>>},
     {"silent", dispatch<[](const Texts&) {}>},
@@ -71,10 +80,14 @@ const kit::ChildRole roles[] = {
      }},
     {"throwing", dispatch<[](const Texts&) { throw 1; }>},
     {"ending", [](const Texts&) { return 3; }},
-    {"never", [](const Texts&) { return kit::Gate().pass(), 0; }},
-    {"deaf", [](const Texts&) { return std::signal(SIGTERM, SIG_IGN), kit::Gate().pass(), 0; }},
+    {"never", waitForever},
+    {"deaf",
+     [](const Texts&) {
+         std::signal(SIGTERM, SIG_IGN);
+         return waitForever({});
+     }},
     {"starter", [](const Texts& arguments) { return std::stoi(Client::run("start " + arguments.at(0))); }},
-    // Its child lives as long as the test.
+    // Its child runs until the test ends.
     {"forking", dispatch<[](const Texts& arguments) {
          if (::fork() == 0) {
              kit::await([] { return !std::filesystem::exists("services"); });
@@ -97,7 +110,7 @@ const kit::ChildRole roles[] = {
          return dispatch<serve<kServiceRunning, 3>>({});
      }}};
 
-TEST_F(ServiceManagerTest, KeepsWhatAServiceIsRegisteredWith) {
+TEST_F(ServiceManagerTest, KeepsTheConfiguration) {
     const Configuration wanted{"a %b..", "Shown\nas", 0x110, 3, 2, "/bin/x \"y\" \\", std::string("one\0two\0", 8)};
     ASSERT_EQ(create(wanted), 0u);
     EXPECT_EQ(run("create plain plain; create .hidden plain; create " + std::string(256, 'n') + " plain"), "0 0 0");
@@ -120,7 +133,7 @@ TEST_F(ServiceManagerTest, KeepsWhatAServiceIsRegisteredWith) {
     EXPECT_EQ(run("tell plain; remove plain; tell plain; remove plain"), "1/0/1077 0 1060 1060");
 }
 
-TEST_F(ServiceManagerTest, RefusesWhatIsNotToBeRegistered) {
+TEST_F(ServiceManagerTest, RefusesInvalidServices) {
     EXPECT_EQ(run("create there plain; create there plain; create self plain self; type there 9"), "0 1073 1059 87");
     const std::string longest(256, 'n');
     for (const std::string& name : Texts{"", "a/b", "a\\b", "a\nb", "a\x7F", "../up", longest + "n"})
@@ -135,7 +148,7 @@ TEST_F(ServiceManagerTest, RefusesWhatIsNotToBeRegistered) {
     EXPECT_EQ(list().size(), 1u);
 }
 
-TEST_F(ServiceManagerTest, AHandleAllowsWhatItWasOpenedFor) {
+TEST_F(ServiceManagerTest, ChecksTheAccessOfHandles) {
     ASSERT_EQ(run("create s plain"), "0");
     const Opened manager;
     ServiceManager& services = serviceManager();
@@ -174,7 +187,7 @@ TEST_F(ServiceManagerTest, AHandleAllowsWhatItWasOpenedFor) {
     services.closeHandle(none);
 }
 
-TEST_F(ServiceManagerTest, AServiceLivesFromItsStartToItsStop) {
+TEST_F(ServiceManagerTest, StartsControlsAndStops) {
     EXPECT_EQ(run("create life plain; start life x y=z; await life 4; tell life; start life"), "0 0 4/3/0p 1056");
     EXPECT_EQ(state.read("heard"), "life|x|y=z|");
     const std::uint32_t process = query("life").processId;
@@ -186,7 +199,7 @@ TEST_F(ServiceManagerTest, AServiceLivesFromItsStartToItsStop) {
     EXPECT_NE(query("life").processId, process);
 }
 
-TEST_F(ServiceManagerTest, AStartThatFailsSaysWhy) {
+TEST_F(ServiceManagerTest, ReportsWhyAStartFails) {
     environment.set("KEST_SERVICE_TIMEOUT", "300");
     for (const auto& [role, told] : {std::pair{"ending", "0 1067 1/0/1067"},
                                      {"never", "0 1053 1/0/1053"},
@@ -214,7 +227,7 @@ TEST_F(ServiceManagerTest, AStartThatFailsSaysWhy) {
     EXPECT_EQ(run("line ending " + state.pathOf("a b c/d") + " --child-role=plain; start ending"), "0 0") << "blanks";
 }
 
-TEST_F(ServiceManagerTest, AProgramThatNeverAnswersCanBeStoppedAlsoWhenItsStarterIsKilled) {
+TEST_F(ServiceManagerTest, StopsAnUnansweredStart) {
     EXPECT_EQ(run("create never never; create deaf deaf; create plain plain"), "0 0 0");
     for (const std::string name : {"never", "deaf"}) {
         for (const bool killed : {false, true}) {
@@ -231,12 +244,12 @@ TEST_F(ServiceManagerTest, AProgramThatNeverAnswersCanBeStoppedAlsoWhenItsStarte
     EXPECT_EQ(run("control deaf 1; kill deaf; start plain; kill plain; tell plain"), "0/1 1062 0 0 1/0/1067");
 }
 
-TEST_F(ServiceManagerTest, AForkedChildOfAServiceIsNotTakenForIt) {
+TEST_F(ServiceManagerTest, IgnoresForkedChildren) {
     EXPECT_EQ(run("create f forking; start f; await f 4; control f 1; start f; await f 4; end f; control f 1; start f"),
               "0 0 0/1 0 1062/1 0");
 }
 
-TEST_F(ServiceManagerTest, AServiceStartsInTheUsualSurroundings) {
+TEST_F(ServiceManagerTest, StartsWithDefaultProcessSettings) {
     const mode_t mask = ::umask(077);
     const auto hangUp = std::signal(SIGHUP, SIG_IGN);
     const bool mayRaise = kit::ChildProcess::isRoot();
@@ -248,8 +261,8 @@ TEST_F(ServiceManagerTest, AServiceStartsInTheUsualSurroundings) {
     ::umask(mask);
 }
 
-// A service with too many callers, and a signal that comes more often than the wait is long.
-TEST_F(ServiceManagerTest, AWaitForAServiceEndsInTimeHoweverManySignalsCome) {
+// The service has too many callers, and signals arrive more often than the wait is long.
+TEST_F(ServiceManagerTest, ConnectTimesOutDespiteSignals) {
     const Result<Folder> folder = Folder::open(state.path());
     const Result<Listener> listener = Listener::make(*folder, "s");
     ASSERT_EQ(listener.error(), errorSuccess);
@@ -267,7 +280,7 @@ TEST_F(ServiceManagerTest, AWaitForAServiceEndsInTimeHoweverManySignalsCome) {
     ::sigaction(SIGALRM, &before, nullptr);
 }
 
-TEST_F(ServiceManagerTest, AServiceThatDiesOrIsDeletedLeavesNothing) {
+TEST_F(ServiceManagerTest, CleansUpAfterDeathAndDeletion) {
     EXPECT_EQ(run("create mortal plain; start mortal; end mortal; tell mortal; control mortal 1; start mortal"),
               "0 0 1/0/1067 1062/1 0");
     EXPECT_EQ(run("await mortal 4; remove mortal; remove mortal; start mortal; type mortal 3; create mortal plain"),
@@ -277,7 +290,7 @@ TEST_F(ServiceManagerTest, AServiceThatDiesOrIsDeletedLeavesNothing) {
     EXPECT_EQ(run("create mortal plain; tell mortal"), "0 1/0/1077");
 }
 
-TEST_F(ServiceManagerTest, ARequestToEndStopsAServiceThatTakesIt) {
+TEST_F(ServiceManagerTest, StopsOnSupervisorRequest) {
     for (const auto& [role, told] : {std::pair<std::string, const char*>{"plain", "1/0/7"}, {"hard", "1/0/1067"}}) {
         EXPECT_EQ(run("create s " + role + "; start s; await s 4"), "0 0");
         kit::ChildProcess::requestEnd(query("s").processId);
@@ -291,7 +304,7 @@ TEST_F(ServiceManagerTest, ARequestToEndStopsAServiceThatTakesIt) {
     }
 }
 
-TEST_F(ServiceManagerTest, WhatAServiceDependsOnRunsBeforeIt) {
+TEST_F(ServiceManagerTest, StartsDependenciesFirst) {
     EXPECT_EQ(run("create top plain base mid; start top; create base plain; create mid plain base; needs base top"),
               "0 1075 0 0 1059");
     EXPECT_EQ(run("start top; tell base; tell mid; control base 1; await top 4; control top 1; control mid 1"),
@@ -305,7 +318,7 @@ TEST_F(ServiceManagerTest, WhatAServiceDependsOnRunsBeforeIt) {
     EXPECT_EQ(autoStartOrder(all), (Texts{"z", "a", "p", "o", "l"}));
 }
 
-TEST_F(ServiceManagerTest, DamagedAndForeignFilesHarmNobodyElse) {
+TEST_F(ServiceManagerTest, IsolatesDamagedFiles) {
     EXPECT_EQ(run("create good plain; create torn plain; create other plain; create piped plain"), "0 0 0 0");
     const std::string whole = state.read("services/torn/configuration");
     for (const std::string& bytes : {whole.substr(0, whole.size() - 1), std::string(200'000, 'x'), whole + "more\n",
@@ -333,7 +346,7 @@ TEST_F(ServiceManagerTest, DamagedAndForeignFilesHarmNobodyElse) {
     EXPECT_EQ(run("tell good; control good 2; tell good"), "13 0/7 7/3/0p") << "a report mends the record";
 }
 
-TEST_F(ServiceManagerTest, NobodyButTheOwnerGetsIn) {
+TEST_F(ServiceManagerTest, AdmitsTheOwnerOnly) {
     ASSERT_EQ(run("create mine plain"), "0");
     EXPECT_EQ(std::filesystem::status(state.pathOf("services")).permissions(), std::filesystem::perms::owner_all);
     std::filesystem::permissions(state.path(), std::filesystem::perms::all);
@@ -348,15 +361,15 @@ TEST_F(ServiceManagerTest, NobodyButTheOwnerGetsIn) {
         environment.set("KEST_STATE_DIR", state.path());
     }
     std::filesystem::permissions(state.pathOf("services"), std::filesystem::perms::all);
-    EXPECT_EQ(Opened().error, 5u) << "anybody could have put a service there";
+    EXPECT_EQ(Opened().error, 5u) << "any user could have put a service there";
     std::filesystem::permissions(state.pathOf("services"), std::filesystem::perms::owner_all);
     environment.set("KEST_STATE_DIR", state.write("file", ""));
     EXPECT_EQ(Opened().error, 3u);
     environment.set("KEST_STATE_DIR", state.path());
 }
 
-// Each call of the system fails, once or from then on: in the client, and in the service's process.
-TEST_F(ServiceManagerTest, AFailingSystemGivesOneErrorAndNothingElseSuffers) {
+// Each step at the fault seam fails, once or permanently: in the client, and in the service's process.
+TEST_F(ServiceManagerTest, SurvivesEachFailingCall) {
     environment.set("KEST_SERVICE_TIMEOUT", "1000");
     ASSERT_EQ(run("create bystander plain; start bystander"), "0 0");
     for (const std::string how : {"once", "for-good"}) {
@@ -378,8 +391,7 @@ TEST_F(ServiceManagerTest, AFailingSystemGivesOneErrorAndNothingElseSuffers) {
             ASSERT_EQ(run("create t plain; line t " + line + how), "0 0");
             const std::string started = run("start t");
             EXPECT_TRUE(started == "0" || started == "4" || started == "1054" || started == "1067") << first << started;
-            if (started == "0" && how == "once")
-                run("await t 4");  // also when the record was not to be written at once
+            if (started == "0" && how == "once") run("await t 4");  // also when the first write of the record failed
             ASSERT_EQ(run("control t 1; end t; remove t").back(), '0') << first << how;
         }
     }

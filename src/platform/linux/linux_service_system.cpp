@@ -30,19 +30,8 @@ ErrorCode outcomeOf(int result) noexcept {
     return result == 0 ? errorSuccess : lastFailure();
 }
 
-int flagsFor(FileUse use) noexcept {
-    switch (use) {
-        case FileUse::read:
-            return O_RDONLY;
-        case FileUse::readAndWrite:
-            return O_RDWR;
-        case FileUse::create:
-            return O_RDWR | O_CREAT;
-        case FileUse::replace:
-            break;
-    }
-    return O_WRONLY | O_CREAT | O_TRUNC;
-}
+// By FileUse.
+constexpr int kFileFlags[] = {O_RDONLY, O_RDWR, O_RDWR | O_CREAT, O_WRONLY | O_CREAT | O_TRUNC};
 
 template <typename Handle>
 Result<Handle> openIn(const char* step, const Folder& folder, const char* name, int flags) noexcept {
@@ -60,7 +49,7 @@ Failure readFailure() noexcept {
     return errno == EISDIR ? Failure{errorInvalidData} : lastFailure();
 }
 
-// A length of 0 stands for all bytes up to the end. Open file description locks (F_OFD_...) belong to the descriptor.
+// A length of 0 means all bytes up to the end. Open file description locks (F_OFD_...) belong to the descriptor.
 struct flock lockOn(short type, std::int64_t offset, std::int64_t length) noexcept {
     struct flock lock = {};
     lock.l_type = type;
@@ -141,12 +130,8 @@ void File::markByte(std::int64_t offset) const noexcept {
     setLock(*this, F_WRLCK, offset, 1);
 }
 
-void File::unlockByte(std::int64_t offset) const noexcept {
-    setLock(*this, F_UNLCK, offset, 1);
-}
-
-void File::unlockFrom(std::int64_t offset) const noexcept {
-    setLock(*this, F_UNLCK, offset, 0);
+void File::unlock(std::int64_t offset, std::int64_t length) const noexcept {
+    setLock(*this, F_UNLCK, offset, length);
 }
 
 Result<std::optional<std::int64_t>> File::findLock(std::int64_t offset, std::int64_t length) const noexcept {
@@ -168,7 +153,7 @@ Result<Folder> Folder::openFolder(const std::string& name) const {
 }
 
 Result<File> Folder::openFile(const char* name, FileUse use) const {
-    return openIn<File>("openFile", *this, name, flagsFor(use));
+    return openIn<File>("openFile", *this, name, kFileFlags[static_cast<std::size_t>(use)]);
 }
 
 bool Folder::contains(const char* name) const noexcept {

@@ -91,7 +91,7 @@ bool readLine(std::string_view line, StoredService& service) {
     return false;
 }
 
-// Takes the next line off the text; false when none ends any more.
+// Removes the next line from the text. Returns false when no line feed is left.
 bool takeLine(std::string_view& text, std::string_view& line) {
     const std::size_t end = text.find('\n');
     if (end == std::string_view::npos) return false;

@@ -1,4 +1,4 @@
-// A service's configuration as the text of a file; docs/formats/service_manager.md describes it.
+// The configuration of a service as the text of a file. docs/formats/service_manager.md describes the format.
 #pragma once
 
 #include <cstddef>
@@ -14,17 +14,17 @@ inline constexpr std::size_t kConfigurationLimit = 128 * 1024;  ///< bytes of a 
 
 struct StoredService : ServiceConfiguration {
     std::string description;  ///< UTF-8
-    bool deleted = false;     ///< goes when it has stopped
+    bool deleted = false;     ///< marked for deletion: deleted when it has stopped
 };
 
 bool isServiceName(std::string_view name) noexcept;
 
-/// Whether every field but the name is in its range.
+/// Whether every field except the name is in its range.
 bool isValidService(const StoredService& service);
 
 std::string formatConfiguration(const StoredService& service);
 
-/// Nothing for a text that formatConfiguration did not write, or not for a valid service.
+/// Returns nothing for a text that is not the configuration of a valid service.
 std::optional<StoredService> parseConfiguration(std::string_view text);
 
 }  // namespace KestSupport::platform

@@ -1,5 +1,4 @@
-// Ending the process of a service that does not end by itself: one that has not reached the dispatcher, or that does
-// not stop.
+// Ending the process of a service that has not reached the dispatcher, or that does not stop.
 #include "platform/deadline.h"
 #include "platform/services/client.h"
 #include "platform/thread.h"

@@ -14,7 +14,7 @@ void putWord(std::string& bytes, std::uint32_t word) {
         bytes.push_back(static_cast<char>(word >> shift & 0xFF));
 }
 
-// Reads what putWord wrote. What is missing reads as zero, and is told at the end.
+// Reads words of putWord, and texts. Missing bytes read as zero or empty, and isShort reports them.
 class MessageReader {
   public:
     explicit MessageReader(std::string_view bytes) : m_rest(bytes) {}
@@ -36,7 +36,7 @@ class MessageReader {
         return taken;
     }
     bool isShort() const { return m_short; }
-    /// Whether the bytes were as many as were read.
+    /// Whether exactly all bytes were read.
     bool isWhole() const { return !m_short && m_rest.empty(); }
 
   private:
@@ -44,7 +44,7 @@ class MessageReader {
     bool m_short = false;
 };
 
-// FNV-1a: a record is told from a torn one, not protected from an enemy, who cannot reach the file.
+// FNV-1a detects a torn record. It need not resist an attacker, since other users cannot write the file.
 std::uint32_t checksum(std::string_view bytes) {
     std::uint32_t hash = 2166136261U;
     for (const char each : bytes)

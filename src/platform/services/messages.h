@@ -1,11 +1,11 @@
-// What the processes around a service tell each other, as bytes; docs/formats/service_manager.md describes them.
+// The bytes that processes exchange about a service. docs/formats/service_manager.md describes them.
 //
-//   encodeRecord, decodeRecord      the status record, which a service keeps in a file
+//   encodeRecord, decodeRecord      the status record, which a service stores in a file
 //   encodeRequest, decodeRequest    a control, sent to a service
 //   encodeReply, decodeReply        its answer
-//   encodeStart, decodeStart        what a service is started with
+//   encodeStart, decodeStart        the name and the arguments of a started service
 //
-// A decoder takes any bytes and gives nothing for what is not whole and right.
+// A decoder accepts any bytes and returns nothing for bytes that are not one whole, valid encoding.
 #pragma once
 
 #include <cstdint>
@@ -21,7 +21,7 @@ namespace KestSupport::platform {
 inline constexpr std::size_t kServiceRecordSize = 40;  ///< bytes of a status record
 inline constexpr std::size_t kServiceReplySize = 40;
 inline constexpr std::size_t kServiceRequestSize = 8;
-inline constexpr std::size_t kServiceStartLimit = 64 * 1024;  ///< of what a service is started with
+inline constexpr std::size_t kServiceStartLimit = 64 * 1024;  ///< bytes of the start message
 
 struct ServiceReply {
     ErrorCode error = 0;
@@ -29,7 +29,7 @@ struct ServiceReply {
 };
 
 std::string encodeRecord(const ServiceStatus& status);
-/// Nothing also for a record that was read while it was being written.
+/// Returns nothing also for a record that was read while it was written.
 std::optional<ServiceStatus> decodeRecord(std::string_view bytes);
 
 std::string encodeRequest(std::uint32_t control);

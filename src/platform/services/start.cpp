@@ -15,8 +15,8 @@ namespace {
 
 std::atomic<bool> g_cancelled{false};
 
-// The start of one service. While it lives no other thread or process starts the service, and its record is correct in
-// every case.
+// The start of one service. While the object exists no other thread or process starts the service. The record is
+// correct in every case.
 class ServiceStart {
   public:
     ServiceStart(const ServiceDatabase& database, const std::string& name)
@@ -128,7 +128,7 @@ class ServiceStart {
     bool m_running = false;
 };
 
-// Waits for a service that is starting.
+// Waits while a service is starting. Returns whether it runs.
 bool awaitRunning(const ServiceFiles& files) {
     const Deadline deadline = Deadline::after(serviceTimeout());
     for (;;) {

@@ -21,8 +21,7 @@ ErrorCode StatusRecord::take(Lock lock) const noexcept {
 }
 
 void StatusRecord::release(Lock lock) const noexcept {
-    if (lock == Lock::starting) return unlockFrom(offsetOf(lock));
-    unlockByte(offsetOf(lock));
+    unlock(offsetOf(lock), lock == Lock::starting ? kToTheEnd : 1);
 }
 
 Result<StatusRecord::Holder> StatusRecord::holder() const noexcept {

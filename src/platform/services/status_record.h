@@ -1,5 +1,5 @@
-// The status record of a service: a file with its last reported status, and locks on two bytes that show whether a
-// process stands for that status. docs/formats/service_manager.md describes the bytes.
+// The status record of a service: a file with its last reported status, and locks on two bytes that show whether the
+// process of that status exists. docs/formats/service_manager.md describes the bytes.
 //
 // The phases of a service, and the status that other processes see:
 //
@@ -37,7 +37,7 @@ class StatusRecord : public File {
 
     /// errorServiceAlreadyRunning when another handle has the lock.
     ErrorCode take(Lock lock) const noexcept;
-    /// Releasing Lock::starting also takes back setProgram.
+    /// Releasing Lock::starting also revokes setProgram.
     void release(Lock lock) const noexcept;
     /// Which lock another handle has. The process comes first when both are held.
     Result<Holder> holder() const noexcept;

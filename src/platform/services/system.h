@@ -78,8 +78,8 @@ class File : public SystemHandle {
     /// Locks a byte that no other handle locks. Makes one system call and nothing else, for a process between fork and
     /// the execution of a program.
     void markByte(std::int64_t offset) const noexcept;
-    void unlockByte(std::int64_t offset) const noexcept;
-    void unlockFrom(std::int64_t offset) const noexcept;
+    /// Up to the end when the length is 0.
+    void unlock(std::int64_t offset, std::int64_t length) const noexcept;
     /// The offset of a byte that another handle has locked, among `length` bytes or, when that is 0, up to the end.
     /// Of several locks any one may be found.
     Result<std::optional<std::int64_t>> findLock(std::int64_t offset, std::int64_t length) const noexcept;

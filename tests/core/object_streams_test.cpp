@@ -2,49 +2,25 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <memory>
 #include <new>
 #include <thread>
 
+#include "kit/allocations.h"
 #include "kit/failing_calls.h"
 
-// While one of these lives, its thread gets no single piece of memory that is longer.
+namespace KestSupport {
+namespace {
+
+// While an object lives, its thread gets no single piece of memory that is longer.
 struct MemoryLimit {
     explicit MemoryLimit(std::size_t bytes) { t_most = bytes; }
     ~MemoryLimit() { t_most = std::numeric_limits<std::size_t>::max(); }
     inline static thread_local std::size_t t_most = std::numeric_limits<std::size_t>::max();
+    const kit::AllocationHook hook{[](std::size_t size) { return size <= t_most; }};
 };
-
-// All forms, since a sanitizer has each of its own. Out of line, or GCC takes free and new for a pair that does not
-// match.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    void* const memory = size > MemoryLimit::t_most ? nullptr : std::malloc(size);
-    return memory != nullptr ? memory : throw std::bad_alloc();
-}
-void* operator new[](std::size_t size) {
-    return operator new(size);
-}
-[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return std::malloc(size);
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    operator delete(memory);
-}
-void operator delete[](void* memory) noexcept {
-    operator delete(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-    operator delete(memory);
-}
-
-namespace KestSupport {
-namespace {
 
 using namespace std::string_literals;
 

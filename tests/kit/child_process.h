@@ -1,13 +1,13 @@
-// Child processes for tests: another program, or this test program once more, in a role of its own.
+// Child processes for tests: another program, or this test program in a role.
 //
-//   ChildProcess    starts a program, follows its output, ends it, tells how it ended
+//   ChildProcess    starts a program, reads its output, ends it, reports how it ended
 //   ChildRole       declares what this program does when it is started as a child
 //
 // A role is declared at namespace scope and returns the child's exit code:
 //   const ChildRole role("waits", [](const std::vector<std::string>& arguments) { ...; return 0; });
 //   ChildProcess child = ChildProcess::inRole("waits", {"argument"});
 //
-// Waits have no upper bound of their own; the test run's time limit ends a child that never does what is awaited.
+// Waits have no time-out. The time limit of the test run ends a child that hangs.
 // Threads: a ChildProcess belongs to one thread.
 #pragma once
 
@@ -21,48 +21,44 @@ namespace kit {
 class ChildProcess {
   public:
     struct Options {
-        std::string directory;  ///< where the child starts; empty: where we are
+        std::string directory;  ///< the child's working directory; empty: ours
         std::string command;    ///< shell commands to run first, such as "ulimit -f 0"
-        bool terminal = false;  ///< standard error is a terminal of its own
+        bool terminal = false;  ///< standard error is a new terminal
     };
 
-    /// Starts the program, with nothing to read on standard input. Throws std::runtime_error when that fails.
+    /// Starts the program with an empty standard input. Throws std::runtime_error when that fails.
     ChildProcess(const std::string& program, const std::vector<std::string>& arguments, const Options& options);
     ChildProcess(const std::string& program, const std::vector<std::string>& arguments);
     static ChildProcess inRole(const std::string& role, const std::vector<std::string>& arguments = {});
 
-    /// Whether this process has a child of any kind, an ended one that nobody waited for included.
+    /// Whether this process has a child, an ended one that was not waited for included.
     static bool anyLeft();
-    /// The command line of this program in a role; arguments may be added to it.
+    /// The command line of this program in a role. Arguments may be appended.
     static std::string commandOfRole(const std::string& role);
 
-    /// Kills a process that need not be ours, and asks one to end as a supervisor does. Nothing for 0, which the system
-    /// takes for all of this program's group.
+    /// Kills any process, or asks it to end as a supervisor does. Ignores 0, which would mean this program's group.
     static void kill(std::uint32_t processId);
     static void requestEnd(std::uint32_t processId);
-    /// Whether this program may become another user.
+    /// Whether this program runs as root.
     static bool isRoot();
 
-    /// Kills a child that still runs.
+    /// Kills the child if it still runs.
     ~ChildProcess();
     ChildProcess(ChildProcess&&) noexcept;
 
-    /// Waits until standard output holds the text at or after the place where the last such wait found its text. False
-    /// when the output ends without it.
+    /// Waits until standard output has the text after the text that the last such wait found. Returns false when the
+    /// output ends without it.
     bool waitForOutput(const std::string& text);
 
-    /// What a user's Ctrl+C sends.
-    void interrupt();
-    /// What a supervisor sends to end a program.
-    void requestEnd();
+    void interrupt();   ///< as a user's Ctrl+C
+    void requestEnd();  ///< as a supervisor that ends a program
     void kill();
-    /// What asks a service to read its settings again.
-    void hangUp();
+    void hangUp();  ///< asks a service to read its settings again
 
-    /// Waits for the end and returns the exit code; for a child that a signal ended, the signal's number with a minus.
+    /// Waits for the end and returns the exit code, or minus the number of the signal that ended the child.
     int wait();
 
-    /// What was written so far; all of it after wait.
+    /// The text that was read until now; complete after wait.
     const std::string& output() const;
     const std::string& errors() const;
 
@@ -71,14 +67,13 @@ class ChildProcess {
     std::unique_ptr<State> m_state;
 };
 
-/// What this program does as a child of the given role.
+/// A function that this program runs when it is started in the named role.
 class ChildRole {
   public:
     using Main = int (*)(const std::vector<std::string>& arguments);
     ChildRole(const char* name, Main main);
 
-    /// Runs the role that the command line names and returns true, with its exit code; false for a command line of
-    /// another kind.
+    /// If the command line names a role, runs it, sets its exit code and returns true.
     static bool run(int argc, char** argv, int& exitCode);
 };
 

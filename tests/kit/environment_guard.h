@@ -1,4 +1,4 @@
-// Sets environment variables for the length of a test and restores them afterwards. Not while other threads run.
+// Sets environment variables during a test and restores them at the end. Not while other threads run.
 #pragma once
 
 #include <cstdlib>
@@ -20,14 +20,14 @@ class EnvironmentGuard {
             put(name, value);
     }
 
-    /// Without a value the variable is removed.
+    /// Removes the variable when there is no value.
     void set(const std::string& name, const std::optional<std::string>& value) {
         const char* current = std::getenv(name.c_str());
         m_saved.emplace(name, current == nullptr ? std::nullopt : std::optional<std::string>(current));
         put(name, value);
     }
 
-    /// Makes `locale` the one that the environment asks for.
+    /// Makes `locale` the locale of the environment.
     void setLocale(const std::string& locale) {
         set("LC_ALL", std::nullopt);
         set("LC_CTYPE", std::nullopt);

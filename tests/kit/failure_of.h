@@ -1,4 +1,4 @@
-// What a call fails with, as a text that a table of expectations can hold.
+// The failure of a call as a text, for tables of expectations.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace kit {
 
-/// The text of the KestException of code 0 that the call throws, or a remark that it does not throw one.
+/// Returns the text of the KestException that the call throws, or that its code is not 0, or that there is none.
 template <typename Call>
 std::string failureOf(Call call) {
     try {

@@ -1,4 +1,4 @@
-// A gate that threads of a test pass once it is open; what a test uses instead of sleeping.
+// A gate that threads of a test pass when it is open. Tests use it instead of sleeping.
 #pragma once
 
 #include <chrono>
@@ -20,7 +20,7 @@ class Gate {
         m_changed.wait(lock, [this] { return m_open; });
     }
 
-    /// False when the gate is still closed after the given time: for proving "not yet".
+    /// Returns false when the gate is still closed after the time. Proves that something has not happened yet.
     bool passWithin(std::chrono::milliseconds time) {
         std::unique_lock lock(m_mutex);
         return m_changed.wait_for(lock, time, [this] { return m_open; });
@@ -32,7 +32,7 @@ class Gate {
     bool m_open = false;
 };
 
-/// Waits until a condition holds; for states that announce themselves to nobody.
+/// Waits until a condition holds. For states that notify no thread.
 template <typename Condition>
 void await(Condition condition) {
     std::mutex mutex;

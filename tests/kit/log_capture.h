@@ -1,5 +1,5 @@
-// What is logged, for tests to look at: a logger in a folder of its own that is the process's logger while it lives. It
-// says on standard error where it logs to. Threads: what is read holds the records that were ended by then.
+// The process's logger while the object lives. It writes to a new folder, and writes the name of the file to standard
+// error. Threads: the texts contain the records that were complete when they were read.
 #pragma once
 
 #include <filesystem>
@@ -12,9 +12,9 @@
 
 namespace kit {
 
-/// A folder for log files, removed at the end.
+/// A folder for log files.
 struct LogFolder : TemporaryFolder {
-    /// The contents of all files, one after the other.
+    /// The contents of all files.
     std::string text() const {
         std::string all;
         for (const auto& entry : std::filesystem::directory_iterator(path()))
@@ -27,7 +27,7 @@ class LogCapture : public LogFolder, public KestSupport::KestLogging {
   public:
     explicit LogCapture(int level = 9) : KestLogging(pathOf("log"), fileTarget, level) { setInstance(*this); }
 
-    /// The lines without their ends; without the prefixes, if wanted.
+    /// The lines without line ends, with or without their prefixes.
     std::vector<std::string> lines(bool withPrefix = true) const {
         std::vector<std::string> found;
         std::istringstream all(text());

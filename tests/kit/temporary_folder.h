@@ -1,4 +1,4 @@
-// A folder of the test's own, removed at the end with all that is in it; and whole files as bytes.
+// A new folder, which is removed with its content at the end, and whole files as bytes.
 #pragma once
 
 #include <filesystem>

@@ -1,31 +1,10 @@
 #include "support/events.h"
 
 #include <array>
-#include <cstdlib>
-#include <new>
 #include <stdexcept>
 
+#include "kit/allocations.h"
 #include "kit/failing_calls.h"
-
-namespace {
-thread_local int t_allocations = 0;
-}
-
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    ++t_allocations;
-    if (void* const memory = std::malloc(size)) return memory;
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    ++t_allocations;
-    return std::malloc(size);
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 namespace KestSupport {
 namespace {
@@ -76,11 +55,12 @@ TEST(Event, TellsItsDependentsSignalsOnceAndGivesEveryNotificationBack) {
 }
 
 TEST(Event, AllocatesNothingToBeSetWhileThereIsNoDependentToTell) {
+    static thread_local int t_allocations = 0;
     KestEvent event;
-    const int before = t_allocations;
+    const kit::AllocationHook counting([](std::size_t) { return ++t_allocations > 0; });
     event.set();
     event.pulse();
-    EXPECT_EQ(t_allocations, before);
+    EXPECT_EQ(t_allocations, 0);
 }
 
 TEST(Event, WaitsForAnyAndForAll) {

@@ -1,14 +1,15 @@
 #include "support/lock_factory.h"
 
-#include <cstdlib>
 #include <functional>
-#include <new>
 #include <utility>
 
+#include "kit/allocations.h"
 #include "kit/failure_of.h"
 #include "kit/gate.h"
 
 namespace {
+
+using namespace KestSupport;
 
 // Stops a thread in its next allocation, wherever that is.
 struct Hold {
@@ -16,29 +17,13 @@ struct Hold {
 };
 thread_local Hold* t_hold = nullptr;
 
-}  // namespace
-
-[[gnu::noinline]] void* operator new(std::size_t size) {
+bool stopOnce(std::size_t) {
     if (Hold* const hold = std::exchange(t_hold, nullptr)) {
         hold->inside.open();
         hold->end.pass();
     }
-    if (void* const memory = std::malloc(size)) return memory;
-    throw std::bad_alloc();
+    return true;
 }
-[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return std::malloc(size);
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-
-namespace {
-
-using namespace KestSupport;
 
 template <typename Lock>
 class LockFactory : public testing::Test {};
@@ -70,6 +55,7 @@ TYPED_TEST(LockFactory, IsOneThreadsAtATime) {
     const std::function<void()> operations[] = {[&] { factory.createLock("c"); }, [&] { factory.exists("made"); },
                                                 [&] { factory.getImpl("made", found); },
                                                 [&] { factory.getRegisteredLockNames(); }, [&] { factory = source; }};
+    const kit::AllocationHook stopping(stopOnce);
     for (const auto& operation : operations) {
         Hold hold;
         kit::Gate done;

@@ -29,7 +29,7 @@ struct Pipe {
     Pipe& operator=(const Pipe&) = delete;
     ~Pipe() { closeEnds(); }
 
-    // What is written to a terminal is read at its other side.
+    // The write end is a terminal; the read end is its other side.
     void becomeTerminal() {
         closeEnds();
         readEnd = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
@@ -72,7 +72,9 @@ struct ChildProcess::State {
         waitpid(process, nullptr, 0);
     }
 
-    // Reads what there is, waiting for something; false when both streams have ended.
+    void send(int signal) const { ::kill(process, signal); }
+
+    // Waits for output and reads it. Returns false when both streams have ended.
     bool readMore() {
         std::array<pollfd, 2> polled{};
         for (std::size_t i = 0; i < 2; ++i)
@@ -167,16 +169,16 @@ bool ChildProcess::waitForOutput(const std::string& text) {
 }
 
 void ChildProcess::interrupt() {
-    ::kill(m_state->process, SIGINT);
+    m_state->send(SIGINT);
 }
 void ChildProcess::requestEnd() {
-    ::kill(m_state->process, SIGTERM);
+    m_state->send(SIGTERM);
 }
 void ChildProcess::kill() {
-    ::kill(m_state->process, SIGKILL);
+    m_state->send(SIGKILL);
 }
 void ChildProcess::hangUp() {
-    ::kill(m_state->process, SIGHUP);
+    m_state->send(SIGHUP);
 }
 
 int ChildProcess::wait() {

@@ -17,7 +17,7 @@
 
 #include "platform/thread_bias.h"
 #include "platform/wait.h"
-#include "text/log_record.h"
+#include "text/log/internal_log.h"
 
 using namespace KestSupport;
 

@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "support/exceptions.h"
-#include "text/command_line_splitter.h"
+#include "text/strings/command_line_splitter.h"
 
 namespace KestSupport {
 namespace {

@@ -1,7 +1,7 @@
 #include "support/event_timer_thread.h"
 
 #include "platform/wait.h"
-#include "text/log_record.h"
+#include "text/log/internal_log.h"
 
 namespace KestSupport {
 namespace {

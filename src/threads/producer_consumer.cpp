@@ -5,7 +5,7 @@
 
 #include "platform/thread.h"
 #include "platform/wait.h"
-#include "text/log_record.h"
+#include "text/log/internal_log.h"
 
 namespace KestSupport {
 

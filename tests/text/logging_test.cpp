@@ -17,8 +17,8 @@
 #include "kit/log_capture.h"
 #include "platform/clock.h"
 #include "support/threads.h"
-#include "text/log_file.h"
-#include "text/log_record.h"
+#include "text/log/internal_log.h"
+#include "text/log/log_file.h"
 #include "threads/timer_manager.h"
 
 using namespace KestSupport;

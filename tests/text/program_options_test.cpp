@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "kit/failure_of.h"
-#include "text/command_line_splitter.h"
+#include "text/strings/command_line_splitter.h"
 
 using namespace KestSupport;
 using namespace std::string_literals;

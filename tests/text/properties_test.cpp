@@ -11,7 +11,7 @@
 #include "kit/failure_of.h"
 #include "kit/log_capture.h"
 #include "kit/temporary_folder.h"
-#include "text/property_table.h"
+#include "text/properties/property_table.h"
 
 using namespace KestSupport;
 using namespace std::string_literals;

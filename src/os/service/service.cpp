@@ -6,7 +6,7 @@
 #include "os/service/service_host.h"
 #include "platform/console.h"
 #include "platform/supervisor.h"
-#include "text/log_record.h"
+#include "text/log/internal_log.h"
 
 namespace KestSupport {
 

@@ -6,7 +6,7 @@
 #include "os/service/service_run.h"
 #include "platform/console.h"
 #include "platform/uninterrupted.h"
-#include "text/log_record.h"
+#include "text/log/internal_log.h"
 
 namespace KestSupport::internal {
 namespace {

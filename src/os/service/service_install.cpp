@@ -5,7 +5,7 @@
 #include "platform/service_manager.h"
 #include "platform/thread.h"
 #include "support/service.h"
-#include "text/log_record.h"
+#include "text/log/internal_log.h"
 
 namespace KestSupport {
 namespace {

@@ -16,7 +16,7 @@
 #include "os/service/describe_exception.h"
 #include "os/service/service_host.h"
 #include "platform/thread.h"
-#include "text/log_record.h"
+#include "text/log/internal_log.h"
 
 namespace KestSupport::internal {
 namespace {

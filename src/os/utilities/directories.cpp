@@ -5,7 +5,7 @@
 #include "platform/files.h"
 #include "support/exceptions.h"
 #include "support/utilities.h"
-#include "text/log_record.h"
+#include "text/log/internal_log.h"
 
 namespace KestSupport {
 namespace {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "support/utilities.h"
-#include "text/log_record.h"
+#include "text/log/internal_log.h"
 
 namespace KestSupport {
 namespace {

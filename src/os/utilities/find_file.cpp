@@ -3,7 +3,7 @@
 #include <cerrno>
 
 #include "support/utilities.h"
-#include "text/log_record.h"
+#include "text/log/internal_log.h"
 
 namespace KestSupport {
 namespace {

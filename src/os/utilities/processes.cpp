@@ -3,7 +3,7 @@
 #include "platform/process.h"
 #include "platform/wait.h"
 #include "support/utilities.h"
-#include "text/log_record.h"
+#include "text/log/internal_log.h"
 
 namespace KestSupport {
 namespace {

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "support/exceptions.h"
-#include "text/log_record.h"
+#include "text/log/internal_log.h"
 #include "values/pattern/program.h"
 #include "values/pattern/trace.h"
 #include "values/pattern/walk.h"

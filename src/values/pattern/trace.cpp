@@ -1,7 +1,7 @@
 #include "values/pattern/trace.h"
 
 #include "support/strings.h"
-#include "text/log_record.h"
+#include "text/log/internal_log.h"
 
 namespace KestSupport::internal {
 namespace {

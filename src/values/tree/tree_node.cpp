@@ -5,7 +5,7 @@
 
 #include "support/exceptions.h"
 #include "support/text_utilities.h"
-#include "text/log_record.h"
+#include "text/log/internal_log.h"
 #include "values/tree/tree_children.h"
 
 namespace KestSupport {

@@ -10,8 +10,8 @@
 #include <type_traits>
 #include <utility>
 
-#include "text/command_line_splitter.h"
-#include "text/surrogates.h"
+#include "text/strings/command_line_splitter.h"
+#include "text/strings/surrogates.h"
 
 namespace KestSupport {
 namespace {

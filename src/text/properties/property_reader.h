@@ -13,7 +13,7 @@
 #include <string_view>
 
 #include "support/strings.h"
-#include "text/file_text.h"
+#include "text/properties/file_text.h"
 
 namespace KestSupport::internal {
 

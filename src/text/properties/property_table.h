@@ -22,8 +22,8 @@
 #include <utility>
 #include <vector>
 
-#include "text/keyed_hash.h"
-#include "text/name_sorter.h"
+#include "text/properties/keyed_hash.h"
+#include "text/properties/name_sorter.h"
 
 namespace KestSupport::internal {
 

@@ -1,4 +1,4 @@
-#include "text/command_line_splitter.h"
+#include "text/strings/command_line_splitter.h"
 
 #include <algorithm>
 #include <cstddef>

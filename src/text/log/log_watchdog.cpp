@@ -1,4 +1,4 @@
-#include "text/log_watchdog.h"
+#include "text/log/log_watchdog.h"
 
 #include <algorithm>
 #include <mutex>

@@ -1,4 +1,4 @@
-#include "text/log_file.h"
+#include "text/log/log_file.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -6,11 +6,11 @@
 #include "platform/thread.h"
 #include "support/locales.h"
 #include "support/locks.h"
-#include "text/log_file.h"
-#include "text/log_format.h"
-#include "text/log_record.h"
-#include "text/log_watchdog.h"
-#include "text/open_record.h"
+#include "text/log/internal_log.h"
+#include "text/log/log_file.h"
+#include "text/log/log_format.h"
+#include "text/log/log_watchdog.h"
+#include "text/log/open_record.h"
 
 namespace KestSupport {
 

@@ -1,4 +1,4 @@
-#include "text/keyed_hash.h"
+#include "text/properties/keyed_hash.h"
 
 #include <atomic>
 #include <random>

@@ -1,4 +1,4 @@
-#include "text/property_writer.h"
+#include "text/properties/property_writer.h"
 
 #include <type_traits>
 #include <utility>

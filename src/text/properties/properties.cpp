@@ -5,11 +5,11 @@
 
 #include "platform/file_stream.h"
 #include "support/exceptions.h"
-#include "text/log_record.h"
-#include "text/property_line.h"
-#include "text/property_reader.h"
-#include "text/property_table.h"
-#include "text/property_writer.h"
+#include "text/log/internal_log.h"
+#include "text/properties/property_line.h"
+#include "text/properties/property_reader.h"
+#include "text/properties/property_table.h"
+#include "text/properties/property_writer.h"
 
 namespace KestSupport {
 namespace {

@@ -1,4 +1,4 @@
-#include "text/property_reader.h"
+#include "text/properties/property_reader.h"
 
 #include <algorithm>
 #include <cstring>

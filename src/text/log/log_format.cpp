@@ -1,4 +1,4 @@
-#include "text/log_format.h"
+#include "text/log/log_format.h"
 
 #include "platform/uninterrupted.h"
 #include "support/date_time.h"

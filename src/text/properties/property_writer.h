@@ -7,7 +7,7 @@
 
 #include "platform/file_stream.h"
 #include "support/strings.h"
-#include "text/file_text.h"
+#include "text/properties/file_text.h"
 
 namespace KestSupport::internal {
 

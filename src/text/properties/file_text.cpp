@@ -1,10 +1,10 @@
-#include "text/file_text.h"
+#include "text/properties/file_text.h"
 
 #include <algorithm>
 #include <cwchar>
 #include <iterator>
 
-#include "text/surrogates.h"
+#include "text/strings/surrogates.h"
 
 namespace KestSupport::internal {
 namespace {

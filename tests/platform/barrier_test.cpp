@@ -5,8 +5,8 @@
 
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
-#include "platform/linux/linux_barrier.h"
-#include "platform/linux/linux_wait_object.h"
+#include "platform/common/barrier.h"
+#include "platform/common/wait_dispatcher.h"
 
 using namespace KestSupport::platform;
 
@@ -21,7 +21,7 @@ TEST(Barrier, WhatWasStoredWithoutOneIsFoundByALaterLook) {
     std::thread waiter([&] { EXPECT_EQ(waitForOne(mutex.get(), kInfinite), kWaitObject0); });
     kit::await([&] { return g_contended.mayHold(mutex.get()); });
     { const Dispatcher queuedForGood(currentRecord()); }
-    mutex->owner.store(WaitObject::kNobody);  // a release that looked for waiters too early
+    mutex->owner.store(WaitObject::kNoOwner);  // a release that looked for waiters too early
     waiter.join();
     EXPECT_FALSE(allThreadsCanBarrier());
     const auto begin = std::chrono::steady_clock::now();

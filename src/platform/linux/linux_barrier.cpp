@@ -1,6 +1,8 @@
-#include "platform/linux/linux_barrier.h"
+#include "platform/common/barrier.h"
 
 #include <linux/membarrier.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include "platform/linux/linux_call.h"
 

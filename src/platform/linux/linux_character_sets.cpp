@@ -1,6 +1,7 @@
-#include "platform/linux/linux_character_sets.h"
-
+// Character sets through iconv, and the character set of a locale.
 #include <iconv.h>
+#include <langinfo.h>
+#include <locale.h>
 
 #include <algorithm>
 #include <array>
@@ -8,27 +9,19 @@
 #include <bit>
 #include <cerrno>
 #include <cstdint>
-#include <iterator>
 #include <new>
-#include <numeric>
 #include <string_view>
 #include <utility>
 
 #include "platform/common/fault_seam.h"
+#include "platform/common/single_byte_set.h"
 #include "platform/thread.h"
 #include "platform/uninterrupted.h"
 
 namespace KestSupport::platform {
 namespace {
 
-// Windows-1252, 0x80 to 0x9F; each other byte is its own unit. The five bytes without a character stand for the control
-// characters of the same number, so that any bytes survive the way there and back.
-constexpr unsigned short units1252[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
-                                          0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
-                                          0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
-                                          0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
-
-constexpr const char* nativeUtf16 = std::endian::native == std::endian::little ? "UTF-16LE" : "UTF-16BE";
+constexpr const char* kNativeUtf16 = std::endian::native == std::endian::little ? "UTF-16LE" : "UTF-16BE";
 
 // One conversion in progress.
 class Iconv {
@@ -139,7 +132,7 @@ class ConversionPool {
 // A set that iconv converts: one in which a character may take several bytes.
 class IconvSet : public CharacterSet {
   public:
-    explicit IconvSet(const std::string& name) : m_widening(nativeUtf16, name), m_narrowing(name, nativeUtf16) {}
+    explicit IconvSet(const std::string& name) : m_widening(kNativeUtf16, name), m_narrowing(name, kNativeUtf16) {}
 
     bool isOpen() const { return m_widening.isOpen() && m_narrowing.isOpen(); }
 
@@ -207,46 +200,19 @@ std::unique_ptr<CharacterSet> openIconvSet(const std::string& name) {
 
 }  // namespace
 
-SingleByteSet::SingleByteSet(const Units& units) : m_units(units) {
-    for (std::size_t i = 0; i < m_units.size(); ++i)
-        m_bytes[i] = {m_units[i], static_cast<char>(i)};
-    // Stable, for the bytes without a character are all '?': the '?' itself has the lowest number of them.
-    std::stable_sort(m_bytes.begin(), m_bytes.end(),
-                     [](const Mapping& a, const Mapping& b) { return a.unit < b.unit; });
-}
-
-std::unique_ptr<SingleByteSet> SingleByteSet::windows1252() {
-    Units units;
-    std::iota(units.begin(), units.end(), static_cast<unsigned short>(0));
-    std::copy(std::begin(units1252), std::end(units1252), units.begin() + 0x80);
-    return std::make_unique<SingleByteSet>(units);
-}
-
-char SingleByteSet::byteOf(unsigned short unit) const {
-    const auto found = std::lower_bound(m_bytes.begin(), m_bytes.end(), unit,
-                                        [](const Mapping& row, unsigned short u) { return row.unit < u; });
-    return found == m_bytes.end() || found->unit != unit ? '?' : found->byte;
-}
-
-std::size_t SingleByteSet::widen(const char* text, std::size_t length, unsigned short* dest,
-                                 std::size_t capacity) const {
-    if (length > capacity) return 0;
-    std::transform(text, text + length, dest, [&](char c) { return m_units[static_cast<unsigned char>(c)]; });
-    return length;
-}
-
-std::size_t SingleByteSet::narrow(const unsigned short* text, std::size_t length, char* dest,
-                                  std::size_t capacity) const {
-    if (length > capacity) return 0;
-    std::transform(text, text + length, dest, [&](unsigned short unit) {
-        return unit < m_units.size() && m_units[unit] == unit ? static_cast<char>(unit) : byteOf(unit);
-    });
-    return length;
+std::string installedCharset(const std::string& locale) {
+    const Uninterrupted whileRuntimeIsLocked;
+    const locale_t loaded = newlocale(LC_CTYPE_MASK, locale.c_str(), nullptr);
+    if (loaded == nullptr) return {};
+    const std::string charset = nl_langinfo_l(CODESET, loaded);
+    freelocale(loaded);
+    // The name of the character set of C and POSIX.
+    return charset == "ANSI_X3.4-1968" ? std::string() : charset;
 }
 
 std::unique_ptr<CharacterSet> openCharacterSet(const std::string& name) {
     const Uninterrupted whileRuntimeIsLocked;
-    Iconv conversion(nativeUtf16, name.c_str());
+    Iconv conversion(kNativeUtf16, name.c_str());
     if (!conversion.isOpen()) return nullptr;
     SingleByteSet::Units units;
     for (std::size_t i = 0; i < units.size(); ++i) {

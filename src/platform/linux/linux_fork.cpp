@@ -5,8 +5,8 @@
 
 #include <array>
 
+#include "platform/common/wait_dispatcher.h"
 #include "platform/linux/linux_call.h"
-#include "platform/linux/linux_wait_object.h"
 
 namespace KestSupport::platform {
 namespace {

@@ -2,14 +2,17 @@
 
 #include <link.h>
 #include <pthread.h>
+#include <sys/syscall.h>
 #include <ucontext.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <string_view>
 
-#include "platform/linux/linux_wait_object.h"
+#include "platform/linux/linux_sanitizers.h"
 
 namespace KestSupport::platform {
 namespace {

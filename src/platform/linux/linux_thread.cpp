@@ -11,14 +11,18 @@
 #include <sched.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <new>
 #include <utility>
 
+#include "platform/common/wait_dispatcher.h"
 #include "platform/linux/linux_call.h"
 #include "platform/linux/linux_runtime_locks.h"
-#include "platform/linux/linux_wait_object.h"
+#include "platform/linux/linux_thread_object.h"
 
 namespace KestSupport::platform {
 namespace {
@@ -32,6 +36,7 @@ constexpr Deadline::Time kLongestPause = 200'000;
 constexpr std::uint32_t kUnheardAfter = 50;  // milliseconds, like those below
 constexpr std::uint32_t kForceAfter = 5000;
 constexpr std::uint32_t kGiveUpAfter = 10'000;
+constexpr std::uint32_t kLeaveWithin = 500;
 
 // A thread whose handle was closed before its end is joined by the next such thread, and the last one at the unload. So
 // there is never more than one of them, and it is known when all have left the code of the library.
@@ -44,7 +49,7 @@ struct LastEnded {
     }
 };
 constinit LastEnded g_lastEnded;              // guarded by the dispatcher lock
-constinit std::atomic<int> g_leaving{0};      // threads that have closed their own handle, and are not g_lastEnded yet
+constinit FutexWord g_leaving{0};             // threads that have closed their own handle, and are not g_lastEnded yet
 constinit std::atomic<pid_t> g_leavingIn{0};  // the process that they belong to
 
 int controlSignal() noexcept {
@@ -106,7 +111,7 @@ void complyWithControl(ThreadObject& thread) noexcept {
         if (control == 0) break;
         offerReleasedMutexes(t_record);
         thread.standsStill.store(1);
-        futexWake(&thread.standsStill, 1 << 30);
+        futexWake(&thread.standsStill, kAllSleepers);
         futexWait(thread.control, control);
     }
     thread.standsStill.store(0, std::memory_order_release);
@@ -218,7 +223,7 @@ void* runThread(void* argument) {
     const ThreadEnd end(self);
     if (sigsetjmp(thread->exitPoint, 0) == 0) {
         thread->exitCode.store(0, std::memory_order_relaxed);  // of a thread that calls pthread_exit
-        if (thread->systemId.exchange(self.systemId) != 0) futexWake(&thread->systemId, 1 << 30);
+        if (thread->systemId.exchange(self.systemId) != 0) futexWake(&thread->systemId, kAllSleepers);
         self.thread = thread;
         complyWithControl(*thread);
         thread->exitCode.store(thread->entry(thread->argument), std::memory_order_relaxed);
@@ -234,14 +239,12 @@ ThreadObject* asThread(WaitHandle handle) noexcept {
 
 }  // namespace
 
-// Not for good: a thread may have closed its handle and go on running, and then it is the end of the process that
-// brought us here.
+// The wait has a limit: at the end of the process a thread that has closed its handle may run on.
 void awaitLeavingThreads() noexcept {
-    constexpr int kYields = 1000;
-    constexpr int kSleeps = 500;
-    for (int tries = 0; g_leaving.load(std::memory_order_acquire) != 0; ++tries) {
-        if (g_leavingIn != getpid() || tries == kYields + kSleeps) return;
-        tries < kYields ? yieldThread() : sleepThread(1);
+    const Deadline end = Deadline::after(kLeaveWithin);
+    while (const std::uint32_t leaving = g_leaving.load(std::memory_order_acquire)) {
+        if (g_leavingIn != getpid() || end.hasPassed()) return;
+        futexWait(g_leaving, leaving, end);
     }
     LastEnded last;
     {
@@ -265,13 +268,23 @@ void finishThread(ThreadObject& thread, ThreadRecord& self) noexcept {
         // An open handle may be closed from here on, and the object gone with it.
         if (!thread.closed) return;
         before = std::exchange(g_lastEnded, LastEnded{getpid(), pthread_self()});
-        if (self.leaving) g_leaving.fetch_sub(1, std::memory_order_release);
+        if (self.leaving) {
+            g_leaving.fetch_sub(1, std::memory_order_release);
+            futexWake(&g_leaving, kAllSleepers);
+        }
     }
     before.join();
     delete &thread;
 }
 
-void closeThread(ThreadObject& thread) noexcept {
+void adoptThread(ThreadObject& thread, std::uint32_t systemId) noexcept {
+    thread.forks = g_forks;
+    thread.systemId.store(systemId, std::memory_order_relaxed);
+    thread.control.store(0, std::memory_order_relaxed);
+}
+
+void closeThread(WaitObject& closed) noexcept {
+    auto& thread = static_cast<ThreadObject&>(closed);
     {
         ThreadRecord& self = currentRecord();
         Dispatcher dispatcher(self);

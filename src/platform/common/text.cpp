@@ -1,11 +1,10 @@
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 #include <string_view>
 
+#include "platform/common/code_pages.h"
 #include "platform/common/fault_seam.h"
 #include "platform/common/utf8.h"
-#include "platform/linux/linux_code_pages.h"
 #include "platform/text.h"
 
 namespace KestSupport::platform {
@@ -15,19 +14,6 @@ namespace {
 struct WideStringHeader {
     unsigned int bytes;
     unsigned int unused;
-};
-
-// The names that the library gives to its languages, and those of this system.
-struct LocaleName {
-    std::string_view name;
-    const char* native[2];
-};
-
-constexpr LocaleName nativeLocaleNames[] = {
-    {"german", {"de_DE.UTF-8", "de_DE"}},          {"english-us", {"en_US.UTF-8", "en_US"}},
-    {"spanish-mexican", {"es_MX.UTF-8", "es_MX"}}, {"french", {"fr_FR.UTF-8", "fr_FR"}},
-    {"japanese", {"ja_JP.UTF-8", "ja_JP"}},        {"chinese", {"zh_CN.UTF-8", "zh_CN"}},
-    {"English", {"en_US.UTF-8", "en_US"}},
 };
 
 // The locales whose languages no ANSI code page ever covered, by the ids that the first platform of the library has for
@@ -79,13 +65,6 @@ unsigned int wideStringBytes(const unsigned short* text) noexcept {
 
 void freeWideString(unsigned short* text) noexcept {
     if (text != nullptr) std::free(reinterpret_cast<WideStringHeader*>(text) - 1);
-}
-
-std::vector<std::string> localeNames(const std::string& name) {
-    for (const LocaleName& row : nativeLocaleNames) {
-        if (row.name == name) return {std::begin(row.native), std::end(row.native)};
-    }
-    return {};
 }
 
 std::uint32_t userLocaleId() {

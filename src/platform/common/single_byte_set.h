@@ -1,11 +1,11 @@
-// How a character set is carried: by a table where each byte is one character, through iconv otherwise.
+// A character set of one byte for each character, as a table.
 #pragma once
 
 #include <array>
 #include <memory>
 #include <string>
 
-#include "platform/linux/linux_code_pages.h"
+#include "platform/common/code_pages.h"
 
 namespace KestSupport::platform {
 
@@ -35,8 +35,5 @@ class SingleByteSet : public CharacterSet {
     // Sorted by unit.
     std::array<Mapping, 256> m_bytes;
 };
-
-/// The set that iconv knows by a name; null if it knows none.
-std::unique_ptr<CharacterSet> openCharacterSet(const std::string& name);
 
 }  // namespace KestSupport::platform

@@ -1,7 +1,4 @@
-#include "platform/linux/linux_code_pages.h"
-
-#include <langinfo.h>
-#include <locale.h>
+#include "platform/common/code_pages.h"
 
 #include <cstdlib>
 #include <memory>
@@ -9,9 +6,8 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/linux/linux_character_sets.h"
+#include "platform/common/single_byte_set.h"
 #include "platform/process_memory.h"
-#include "platform/uninterrupted.h"
 
 namespace KestSupport::platform {
 namespace {
@@ -31,17 +27,6 @@ bool isUtf8(std::string_view charset) {
 std::string statedCharset(const std::string& locale) {
     const std::size_t dot = locale.find('.');
     return dot == std::string::npos ? std::string() : locale.substr(dot + 1, locale.find('@', dot) - dot - 1);
-}
-
-// The character set of a locale that the system has; empty for another.
-std::string installedCharset(const std::string& locale) {
-    const Uninterrupted whileRuntimeIsLocked;
-    const locale_t loaded = newlocale(LC_CTYPE_MASK, locale.c_str(), nullptr);
-    if (loaded == nullptr) return {};
-    const std::string charset = nl_langinfo_l(CODESET, loaded);
-    freelocale(loaded);
-    // What C and POSIX call theirs.
-    return charset == "ANSI_X3.4-1968" ? std::string() : charset;
 }
 
 // The character sets that were opened, by the name that each was opened by. A code page's number is that of its set,

@@ -1,7 +1,7 @@
 #include "platform/thread_bias.h"
 
-#include "platform/linux/linux_barrier.h"
-#include "platform/linux/linux_wait_object.h"
+#include "platform/common/barrier.h"
+#include "platform/common/wait_dispatcher.h"
 #include "platform/thread.h"
 
 namespace KestSupport::platform {

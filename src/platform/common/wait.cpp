@@ -5,10 +5,10 @@
 #include <optional>
 #include <utility>
 
+#include "platform/common/barrier.h"
 #include "platform/common/fault_seam.h"
-#include "platform/linux/linux_barrier.h"
-#include "platform/linux/linux_wait_object.h"
-#include "platform/thread.h"
+#include "platform/common/spin.h"
+#include "platform/common/wait_dispatcher.h"
 
 namespace KestSupport::platform {
 namespace {
@@ -46,14 +46,14 @@ Attempt tryEvent(WaitObject& event) noexcept {
 }
 
 bool tryMutex(WaitObject& mutex, std::uint32_t id) noexcept {
-    std::uint32_t owner = WaitObject::kNobody;
+    std::uint32_t owner = WaitObject::kNoOwner;
     return mutex.owner.compare_exchange_strong(owner, id, std::memory_order_acquire, std::memory_order_relaxed);
 }
 
 // One look while spinning; empty when the spin may go on.
 std::optional<bool> glance(WaitObject& object, ThreadRecord& self) noexcept {
     const bool promising = object.kind == Kind::mutex
-                               ? object.owner.load(std::memory_order_relaxed) == WaitObject::kNobody
+                               ? object.owner.load(std::memory_order_relaxed) == WaitObject::kNoOwner
                                : (object.word.load(std::memory_order_relaxed) & WaitObject::kSignalled) != 0;
     if (!promising) return std::nullopt;
     if (object.kind == Kind::mutex) return tryMutex(object, self.id) ? std::optional(true) : std::nullopt;
@@ -140,7 +140,7 @@ class SlowWait {
             object.addLevels(-1);
             return true;
         }
-        object.owner.store(WaitObject::kNobody, std::memory_order_release);
+        object.owner.store(WaitObject::kNoOwner, std::memory_order_release);
         dispatcher.offer(object);
         return true;
     }
@@ -304,12 +304,12 @@ WaitHandle createMutex() noexcept {
 bool releaseMutex(WaitHandle mutex) noexcept {
     if (mutex == nullptr || mutex->kind != Kind::mutex) return false;
     const std::uint32_t owner = mutex->owner.load(std::memory_order_relaxed);
-    if (owner == WaitObject::kNobody || owner != t_record.id) return false;
+    if (owner == WaitObject::kNoOwner || owner != t_record.id) return false;
     if (mutex->innerLevels.load(std::memory_order_relaxed) != 0) {
         mutex->addLevels(-1);
         return true;
     }
-    storeBeforeLoad(mutex->owner, WaitObject::kNobody);
+    storeBeforeLoad(mutex->owner, WaitObject::kNoOwner);
     // Another thread may have taken the mutex, and freed it: from here on only its address is used.
     if (g_contended.mayHold(mutex)) [[unlikely]]
         return offerReleased(mutex);
@@ -328,7 +328,7 @@ bool setWaitableTimer(WaitHandle timer, std::int64_t delay, std::int32_t period)
     timer->word.fetch_and(~WaitObject::kSignalled, std::memory_order_relaxed);
     timer->due = due;
     timer->period = period * Deadline::kMillisecond;
-    for (const Link* link = timer->first; link != nullptr; link = link->next)
+    for (const Link* link = timer->queue.first(); link != nullptr; link = link->inQueue.next)
         dispatcher.recheck(*link->waiter);
     return true;
 }
@@ -365,7 +365,7 @@ std::uint32_t waitForOne(WaitHandle object, std::uint32_t timeout) noexcept {
 
 std::uint32_t mutexLevels(WaitHandle mutex) noexcept {
     const std::uint32_t owner = mutex->owner.load(std::memory_order_relaxed);
-    if (owner == WaitObject::kNobody || owner == WaitObject::kReserved) return 0;
+    if (owner == WaitObject::kNoOwner || owner == WaitObject::kReserved) return 0;
     return mutex->innerLevels.load(std::memory_order_relaxed) + 1;
 }
 
@@ -395,7 +395,7 @@ std::uint32_t signalAndWait(WaitHandle toSignal, WaitHandle toWait, std::uint32_
 void closeHandle(WaitHandle object) noexcept {
     if (object == nullptr) return;
     if (object->kind == Kind::thread) {
-        closeThread(static_cast<ThreadObject&>(*object));
+        closeThread(*object);
         return;
     }
     // The thread that signalled this one may still be inside its call, but not beyond the dispatcher lock.

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
+#include <string>
 #include <string_view>
 
 #include "platform/text.h"
@@ -19,6 +21,12 @@ class CharacterSet {
     virtual std::size_t narrow(const unsigned short* text, std::size_t length, char* dest,
                                std::size_t capacity) const = 0;
 };
+
+/// Back end: the set that the system knows by a name; null if it knows none. Sets that the system has always, such as
+/// SingleByteSet::windows1252, need no name.
+std::unique_ptr<CharacterSet> openCharacterSet(const std::string& name);
+/// Back end: the name of the character set of a locale that the system has; empty for another, and for "C".
+std::string installedCharset(const std::string& locale);
 
 /// The name of the locale that the environment asks for, "C" if none; valid until the environment changes.
 std::string_view environmentLocale();

@@ -1,10 +1,11 @@
-// Critical sections on a futex word: 0 free, 1 taken, 2 taken with threads asleep.
+// A recursive lock around a FutexLock.
 #include "platform/critical_section.h"
 
 #include <new>
 
 #include "platform/common/fault_seam.h"
-#include "platform/linux/linux_wait_object.h"
+#include "platform/common/futex_lock.h"
+#include "platform/common/thread_record.h"
 
 namespace KestSupport::platform {
 
@@ -16,22 +17,6 @@ class CriticalSection {
 };
 
 namespace {
-
-constexpr int kSpins = 100;
-
-bool tryTake(CriticalSection& section) noexcept {
-    std::uint32_t expected = 0;
-    return section.state.compare_exchange_strong(expected, 1, std::memory_order_acquire, std::memory_order_relaxed);
-}
-
-bool takeSpinning(CriticalSection& section) noexcept {
-    if (tryTake(section)) return true;
-    for (int spins = spinningPays() ? kSpins : 0; spins > 0; --spins) {
-        spinPause();
-        if (section.state.load(std::memory_order_relaxed) == 0 && tryTake(section)) return true;
-    }
-    return false;
-}
 
 bool reenter(CriticalSection& section, std::uint32_t self) noexcept {
     if (section.owner.load(std::memory_order_relaxed) != self) return false;
@@ -58,17 +43,14 @@ void destroyCriticalSection(CriticalSection* section) noexcept {
 void enterCriticalSection(CriticalSection& section) noexcept {
     const std::uint32_t self = currentRecord().id;
     if (reenter(section, self)) return;
-    if (!takeSpinning(section)) {
-        while (section.state.exchange(2, std::memory_order_acquire) != 0)
-            futexWait(section.state, 2);
-    }
+    FutexLock::lock(section.state);
     own(section, self);
 }
 
 bool tryEnterCriticalSection(CriticalSection& section) noexcept {
     const std::uint32_t self = currentRecord().id;
     if (reenter(section, self)) return true;
-    if (!tryTake(section)) return false;
+    if (!FutexLock::tryLock(section.state)) return false;
     own(section, self);
     return true;
 }
@@ -79,7 +61,7 @@ void leaveCriticalSection(CriticalSection& section) noexcept {
     section.depth.store(depth, std::memory_order_relaxed);
     if (depth != 0) return;
     section.owner.store(0, std::memory_order_relaxed);
-    if (section.state.exchange(0, std::memory_order_release) == 2) futexWake(&section.state, 1);
+    FutexLock::unlock(section.state);
 }
 
 std::uint32_t recursionCount(const CriticalSection& section) noexcept {

@@ -8,7 +8,7 @@
 // side looks once more after kDrainTime, and finds what that thread stored.
 #pragma once
 
-#include "platform/linux/linux_futex.h"
+#include "platform/futex.h"
 #include "platform/thread_bias.h"
 
 namespace KestSupport::platform {

@@ -1,0 +1,103 @@
+// Attachment of threads to the waits: ids, the table of attached threads, and what happens when a thread ends.
+#include "platform/common/thread_record.h"
+
+#include <array>
+
+#include "platform/common/fault_seam.h"
+#include "platform/common/wait_dispatcher.h"
+#include "platform/thread.h"
+
+namespace KestSupport::platform {
+
+constinit thread_local ThreadRecord t_record;
+
+namespace {
+
+// Ids go up and are skipped while in use, so an id is used again after 2^31 further threads at the earliest.
+//   odd    the thread is in the table
+//   even   the thread's end was announced and its last destructors run, or the system does not report its end; what the
+//          latter owns when it ends is never abandoned
+constinit std::atomic<std::uint32_t> g_lastId{0};
+
+constexpr std::size_t kBucketCount = 256;
+using Bucket = IntrusiveList<ThreadRecord, &ThreadRecord::inBucket>;
+constinit std::array<Bucket, kBucketCount> g_buckets{};  // guarded by the dispatcher lock
+
+// In a forked child: the last id that its parent gave, and that of the thread that forked. Written by that thread.
+constinit std::uint32_t g_lastIdOfParent = 0;
+constinit std::uint32_t g_forkedId = 0;
+
+Bucket& bucketOf(std::uint32_t id) noexcept {
+    return g_buckets[(id >> 1) % kBucketCount];
+}
+
+bool isInTable(std::uint32_t id) noexcept {
+    const ThreadRecord* record = bucketOf(id).first();
+    while (record != nullptr && record->id != id)
+        record = Bucket::next(*record);
+    return record != nullptr;
+}
+
+std::uint32_t newId(std::uint32_t lowBit) noexcept {
+    for (;;) {
+        const std::uint32_t id = g_lastId.fetch_add(2, std::memory_order_relaxed) + 2 + lowBit;
+        if (id > 1 && id != WaitObject::kReserved) return id;
+    }
+}
+
+}  // namespace
+
+void attachThread(ThreadRecord& self) noexcept {
+    if (self.systemId == 0) self.systemId = systemThreadId();
+    self.endIsHeard = !self.detached && injectedFault("attachThread") == 0 && hearThreadEnd(self);
+    // A record in the table is taken out by the end of its thread. A thread made here calls announceEnd.
+    if (self.detached || (!self.endIsHeard && self.finishing == nullptr)) {
+        self.id = newId(0);
+    } else {
+        Dispatcher dispatcher(self);
+        do {
+            self.id = newId(1);
+        } while (isInTable(self.id));
+        bucketOf(self.id).pushFront(self);
+    }
+    if (self.firstId == 0) self.firstId = self.id;
+}
+
+void announceEnd(ThreadRecord& self) noexcept {
+    self.detached = true;
+    if (self.finishing != nullptr) {
+        finishThread(*self.finishing, self);
+    } else {
+        Dispatcher dispatcher(self);
+        detachThread(dispatcher, self);
+    }
+}
+
+bool isAttached(std::uint32_t id) noexcept {
+    if ((id & 1) != 0) return isInTable(id);
+    // Ids go round; a difference in the lower half is an id that was given later.
+    return g_forks == 0 || id == g_forkedId || id - g_lastIdOfParent < (1U << 31);
+}
+
+void keepOnlyThread(ThreadRecord& self) noexcept {
+    g_buckets.fill({});
+    if ((self.id & 1) != 0) bucketOf(self.id).pushFront(self);
+    g_forkedId = self.id;
+    g_lastIdOfParent = g_lastId.load(std::memory_order_relaxed) + 2;
+}
+
+void detachThread(Dispatcher& dispatcher, ThreadRecord& self) noexcept {
+    bucketOf(self.id).remove(self);
+    // A mutex without waiters needs no visit: its next taker finds the owner missing from the table.
+    settleMutexes(dispatcher, self.id);
+    self.id = 0;
+}
+
+std::uint32_t currentThreadId() noexcept {
+    ThreadRecord& self = t_record;
+    if (self.systemId == 0) [[unlikely]]
+        self.systemId = systemThreadId();
+    return self.systemId;
+}
+
+}  // namespace KestSupport::platform

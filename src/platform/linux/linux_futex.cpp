@@ -1,0 +1,27 @@
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "platform/futex.h"
+#include "platform/linux/linux_sanitizers.h"
+
+namespace KestSupport::platform {
+
+void futexWait(FutexWord& word, std::uint32_t expected, Deadline deadline) noexcept {
+    // ThreadSanitizer delays a signal until the thread leaves a call that the sanitizer does not know to block.
+    if constexpr (kSanitizerDefersSignals) deadline = std::min(deadline, Deadline::after(10));
+    // Like the steady clock, the call counts the nanoseconds of CLOCK_MONOTONIC.
+    constexpr Deadline::Time second = 1000 * Deadline::kMillisecond;
+    const timespec until{deadline.time() / second, deadline.time() % second};
+    syscall(SYS_futex, &word, FUTEX_WAIT_BITSET_PRIVATE, expected, deadline.isNever() ? nullptr : &until, nullptr,
+            FUTEX_BITSET_MATCH_ANY);
+}
+
+void futexWake(FutexWord* word, int count) noexcept {
+    syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, count, nullptr, nullptr, 0);
+}
+
+}  // namespace KestSupport::platform

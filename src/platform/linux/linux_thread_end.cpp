@@ -1,0 +1,40 @@
+// Hearing of the end of a thread, through a thread-specific value. The system destroys it after the thread's C++
+// thread-local objects. (A thread-local object of the library would keep the library loaded until the last thread that
+// has one ends. A key is simply deleted, and threads that run on are forgotten.)
+#include <pthread.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "platform/common/thread_record.h"
+#include "platform/linux/linux_thread_object.h"
+#include "platform/process_memory.h"
+
+namespace KestSupport::platform {
+namespace {
+
+// Made before the library's static objects and deleted after them.
+constinit pthread_key_t g_endKey{};
+constinit bool g_endKeyMade = false;
+
+[[gnu::constructor(101)]] void makeEndKey() noexcept {
+    g_endKeyMade = pthread_key_create(&g_endKey, [](void*) { announceEnd(t_record); }) == 0;
+}
+
+// A thread that runs on does not use the library any more, but one that no thread waits for may just be leaving it.
+[[gnu::destructor(101)]] void deleteEndKey() noexcept {
+    awaitLeavingThreads();
+    if (g_endKeyMade) pthread_key_delete(g_endKey);
+    deleteProcessMemory();
+}
+
+}  // namespace
+
+bool hearThreadEnd(ThreadRecord& self) noexcept {
+    return g_endKeyMade && pthread_setspecific(g_endKey, &self) == 0;
+}
+
+std::uint32_t systemThreadId() noexcept {
+    return static_cast<std::uint32_t>(syscall(SYS_gettid));
+}
+
+}  // namespace KestSupport::platform

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "platform/common/registry_file.h"
+#include "platform/emulated/registry_file.h"
 
 using KestSupport::platform::RegistryFile;
 

@@ -5,8 +5,8 @@
 
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
-#include "platform/common/barrier.h"
-#include "platform/common/wait_dispatcher.h"
+#include "platform/emulated/barrier.h"
+#include "platform/emulated/wait_dispatcher.h"
 
 using namespace KestSupport::platform;
 

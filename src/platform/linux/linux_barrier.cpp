@@ -1,4 +1,4 @@
-#include "platform/common/barrier.h"
+#include "platform/emulated/barrier.h"
 
 #include <linux/membarrier.h>
 #include <sys/syscall.h>

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "platform/common/cached_file.h"
+#include "platform/emulated/cached_file.h"
 #include "platform/linux/linux_call.h"
 #include "platform/linux/linux_descriptor.h"
 

@@ -14,7 +14,7 @@
 #include <utility>
 
 #include "platform/common/fault_seam.h"
-#include "platform/common/single_byte_set.h"
+#include "platform/emulated/single_byte_set.h"
 #include "platform/thread.h"
 #include "platform/uninterrupted.h"
 

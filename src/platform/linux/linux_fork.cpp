@@ -5,7 +5,7 @@
 
 #include <array>
 
-#include "platform/common/wait_dispatcher.h"
+#include "platform/emulated/wait_dispatcher.h"
 #include "platform/linux/linux_call.h"
 
 namespace KestSupport::platform {

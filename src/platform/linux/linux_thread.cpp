@@ -19,7 +19,7 @@
 #include <new>
 #include <utility>
 
-#include "platform/common/wait_dispatcher.h"
+#include "platform/emulated/wait_dispatcher.h"
 #include "platform/linux/linux_call.h"
 #include "platform/linux/linux_runtime_locks.h"
 #include "platform/linux/linux_thread_object.h"

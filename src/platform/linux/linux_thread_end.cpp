@@ -5,7 +5,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "platform/common/thread_record.h"
+#include "platform/emulated/thread_record.h"
 #include "platform/linux/linux_thread_object.h"
 #include "platform/process_memory.h"
 

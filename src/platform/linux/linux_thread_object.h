@@ -15,7 +15,7 @@
 
 #include <csetjmp>
 
-#include "platform/common/wait_object.h"
+#include "platform/emulated/wait_object.h"
 #include "platform/thread.h"
 
 namespace KestSupport::platform {

@@ -1,9 +1,9 @@
-#include "platform/common/wait_dispatcher.h"
+#include "platform/emulated/wait_dispatcher.h"
 
 #include <utility>
 
-#include "platform/common/barrier.h"
-#include "platform/common/futex_lock.h"
+#include "platform/emulated/barrier.h"
+#include "platform/emulated/futex_lock.h"
 
 namespace KestSupport::platform {
 namespace {

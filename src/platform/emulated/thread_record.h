@@ -4,7 +4,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "platform/common/intrusive_list.h"
+#include "platform/emulated/intrusive_list.h"
 #include "platform/futex.h"
 
 namespace KestSupport::platform {

@@ -3,8 +3,8 @@
 #include <mutex>
 
 #include "platform/common/ascii_words.h"
-#include "platform/common/cached_file.h"
-#include "platform/common/registry_file.h"
+#include "platform/emulated/cached_file.h"
+#include "platform/emulated/registry_file.h"
 #include "platform/process_memory.h"
 #include "platform/registry.h"
 #include "platform/state_directory.h"

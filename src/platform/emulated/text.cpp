@@ -2,9 +2,9 @@
 #include <cstring>
 #include <string_view>
 
-#include "platform/common/code_pages.h"
 #include "platform/common/fault_seam.h"
 #include "platform/common/utf8.h"
+#include "platform/emulated/code_pages.h"
 #include "platform/text.h"
 
 namespace KestSupport::platform {

@@ -1,4 +1,4 @@
-#include "platform/common/single_byte_set.h"
+#include "platform/emulated/single_byte_set.h"
 
 #include <algorithm>
 #include <iterator>

@@ -4,8 +4,8 @@
 #include <new>
 
 #include "platform/common/fault_seam.h"
-#include "platform/common/futex_lock.h"
-#include "platform/common/thread_record.h"
+#include "platform/emulated/futex_lock.h"
+#include "platform/emulated/thread_record.h"
 
 namespace KestSupport::platform {
 

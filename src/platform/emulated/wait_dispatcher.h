@@ -4,7 +4,7 @@
 // holds it (or is in any other Region), suspension and termination of that thread are delayed.
 #pragma once
 
-#include "platform/common/wait_object.h"
+#include "platform/emulated/wait_object.h"
 
 namespace KestSupport::platform {
 

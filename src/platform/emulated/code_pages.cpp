@@ -1,4 +1,4 @@
-#include "platform/common/code_pages.h"
+#include "platform/emulated/code_pages.h"
 
 #include <cstdlib>
 #include <memory>
@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/common/single_byte_set.h"
+#include "platform/emulated/single_byte_set.h"
 #include "platform/process_memory.h"
 
 namespace KestSupport::platform {

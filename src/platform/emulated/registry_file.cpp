@@ -1,4 +1,4 @@
-#include "platform/common/registry_file.h"
+#include "platform/emulated/registry_file.h"
 
 #include <algorithm>
 #include <array>

@@ -46,8 +46,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/common/intrusive_list.h"
-#include "platform/common/thread_record.h"
+#include "platform/emulated/intrusive_list.h"
+#include "platform/emulated/thread_record.h"
 #include "platform/futex.h"
 #include "platform/wait.h"
 

@@ -1,7 +1,7 @@
 #include "platform/uninterrupted.h"
 
-#include "platform/common/futex_lock.h"
-#include "platform/common/wait_object.h"
+#include "platform/emulated/futex_lock.h"
+#include "platform/emulated/wait_object.h"
 
 namespace KestSupport::platform {
 

@@ -5,10 +5,10 @@
 #include <optional>
 #include <utility>
 
-#include "platform/common/barrier.h"
 #include "platform/common/fault_seam.h"
-#include "platform/common/spin.h"
-#include "platform/common/wait_dispatcher.h"
+#include "platform/emulated/barrier.h"
+#include "platform/emulated/spin.h"
+#include "platform/emulated/wait_dispatcher.h"
 
 namespace KestSupport::platform {
 namespace {

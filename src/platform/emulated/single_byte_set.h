@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/common/code_pages.h"
+#include "platform/emulated/code_pages.h"
 
 namespace KestSupport::platform {
 

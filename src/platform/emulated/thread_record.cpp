@@ -1,10 +1,10 @@
 // Attachment of threads to the waits: ids, the table of attached threads, and what happens when a thread ends.
-#include "platform/common/thread_record.h"
+#include "platform/emulated/thread_record.h"
 
 #include <array>
 
 #include "platform/common/fault_seam.h"
-#include "platform/common/wait_dispatcher.h"
+#include "platform/emulated/wait_dispatcher.h"
 #include "platform/thread.h"
 
 namespace KestSupport::platform {

@@ -9,7 +9,7 @@
 // A thread that has slept takes the lock as tag | 2, since it cannot know whether others still sleep.
 #pragma once
 
-#include "platform/common/spin.h"
+#include "platform/emulated/spin.h"
 #include "platform/futex.h"
 
 namespace KestSupport::platform {

@@ -1,7 +1,7 @@
 #include "platform/thread_bias.h"
 
-#include "platform/common/barrier.h"
-#include "platform/common/wait_dispatcher.h"
+#include "platform/emulated/barrier.h"
+#include "platform/emulated/wait_dispatcher.h"
 #include "platform/thread.h"
 
 namespace KestSupport::platform {

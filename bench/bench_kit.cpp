@@ -20,7 +20,7 @@
 namespace KestBench {
 namespace {
 
-// A thread that sleeps for as long as this object lives.
+// A thread that sleeps while this object exists.
 class SecondThread {
   public:
     SecondThread() : m_thread([this] { sleep(); }) {}
@@ -48,7 +48,7 @@ class SecondThread {
     std::thread m_thread;
 };
 
-// Two processes that compute without end, for as long as this object lives.
+// Two processes that compute while this object exists.
 class BusyProcesses {
   public:
     BusyProcesses() {
@@ -71,7 +71,7 @@ class BusyProcesses {
     bool complete() const { return m_ids[0] > 0 && m_ids[1] > 0; }
 
   private:
-    // It ends with the bench, also when that crashes.
+    // The process ends with the bench, also after a crash of the bench.
     [[noreturn]] static void compute() {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         for (volatile unsigned count = 0;;)
@@ -81,7 +81,7 @@ class BusyProcesses {
     std::array<pid_t, 2> m_ids{};
 };
 
-// The rows that the program is to fill, one line each, for the script.
+// The rows of the program for the script, one line each.
 std::vector<std::string>& rows() {
     static std::vector<std::string> all;
     return all;
@@ -116,7 +116,7 @@ std::map<std::string, int (*)()>& childPrograms() {
     return all;
 }
 
-// Takes --rows=FILE out of the arguments and writes the rows to that file.
+// Removes --rows=FILE from the arguments and writes the rows to that file.
 bool writeRows(int& argc, char** argv) {
     constexpr std::string_view option = "--rows=";
     if (argc < 2 || !std::string_view(argv[1]).starts_with(option)) return true;
@@ -204,7 +204,7 @@ int main(int argc, char** argv) {
     const KestBench::SecondThread second;
     KestBench::registerBenches();
     if (!KestBench::writeRows(argc, argv)) {
-        std::cerr << "The rows cannot be written\n";
+        std::cerr << "bench: cannot write the file of --rows\n";
         return 2;
     }
     benchmark::Initialize(&argc, argv);

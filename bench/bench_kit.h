@@ -1,6 +1,7 @@
-// What the benches share: a measurement of ours is registered together with its peers, and scripts/bench pairs them.
+// The parts that benches share. A bench registers a measurement of our class together with its peers; scripts/bench
+// pairs them.
 //
-// A bench is one file bench/FAMILY_bench.cpp that defines registerBenches(); the kit holds main(). For example
+// bench/FAMILY_bench.cpp defines registerBenches(); the kit has main(). For example
 //
 //     #include "bench_kit.h"
 //
@@ -11,23 +12,21 @@
 //         Growth("locks/takers", "threads").limit(1.1).at({1, 10, 100}, [](benchmark::State& state, int size) { ... });
 //     }
 //
-// These programs link the shared library and use the public headers alone, as a user's program does. A bench of what
-// lies inside is bench/internal/FAMILY_bench.cpp: it links the static library, its rows are marked, and its peers have
+// A bench links the shared library and uses only the public headers, as a user's program does. To measure internal
+// classes, write bench/internal/FAMILY_bench.cpp: it links the static library, its rows are marked, and its peers have
 // no target.
 //
-// Names have the form FAMILY/WHAT/ours and FAMILY/WHAT/PEER; the script makes one row of the table for each peer: what,
-// ours, the peer, ours divided by the peer, and the target, which is the most that this ratio shall be. The program
-// writes down its rows before it measures them (--rows=FILE), so a row that fails is not lost.
+// The names have the form FAMILY/WHAT/ours and FAMILY/WHAT/PEER. The script prints one row for each peer: WHAT, our
+// figure, the peer's figure, our figure divided by the peer's, and the target, which is the highest acceptable ratio.
+// The program writes its rows to a file before it measures them (--rows=FILE), so a row that fails is not lost.
 //
-// CPU time is compared, of all threads together; call realTime() where threads compete or wait for each other, or where
-// the work is done in another thread. A figure that the clocks of the bench do not give (memory, the time of one line)
-// is put into state.counters["value"] by every body of a comparison, with its unit as the label: then the script
-// compares these.
+// The figure is the CPU time of all threads together. Call realTime() if threads compete or wait for each other, or if
+// another thread does the work. For a figure that is no time of the bench (memory, the time of one line), each body of
+// the comparison sets state.counters["value"] and, as the label, its unit.
 //
-// The kit keeps a second thread alive and asleep, since the C library drops locked instructions in a program that has
-// only one. A peer that needs a library which may be absent stands within the condition that the build defines when it
-// was found: KEST_HAVE_POCO and the others that bench/CMakeLists.txt names. Where it was not found the peer is
-// registered with kMissing, and its row says so.
+// The kit has a second thread, which sleeps: in a program with one thread the C library omits locked instructions.
+// Enclose a peer whose library may be absent in #ifdef KEST_HAVE_POCO or another name of bench/CMakeLists.txt, and
+// register kMissing in its place otherwise. The row then says that the peer is missing.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -44,7 +43,7 @@ using SizedBody = std::function<void(benchmark::State&, int size)>;
 /// The body of a peer whose library is absent.
 inline const Body kMissing;
 
-/// How the bodies of a comparison or a growth are run.
+/// How to run the bodies of a comparison or a growth.
 struct Manner {
     bool realTime = false;
     bool busy = false;
@@ -52,29 +51,29 @@ struct Manner {
     benchmark::IterationCount iterations = 0;
 };
 
-/// One thing that is measured, ours and its peers. A builder: what it is told before ours() or peer() holds for those.
+/// One measurement of our class and its peers. A builder: settings apply to the calls of ours() and peer() after them.
 class Comparison {
   public:
-    /// The name is FAMILY/WHAT. WHAT may have blanks, but no slash and no comma.
+    /// The name is FAMILY/WHAT. WHAT may contain blanks, but no slash and no comma.
     explicit Comparison(std::string name);
 
     /// Compares elapsed time instead of the CPU time of the measured threads.
     Comparison& realTime();
 
-    /// Compares elapsed time, with two other processes that take all the processor time that they get.
+    /// Compares elapsed time while two other processes use all the processor time that they get.
     Comparison& besideBusyProcesses();
 
-    /// Runs the bodies in so many threads at once; state.thread_index() tells them apart.
+    /// Runs the bodies in `count` threads concurrently. state.thread_index() is the number of the thread, from 0.
     Comparison& threads(int count);
 
-    /// Runs the body so often in each repetition, for work that cannot be run as often as the clock would like.
+    /// Runs the body `count` times in each repetition, for work that takes too long for the default number.
     Comparison& iterations(benchmark::IterationCount count);
 
     Comparison& ours(Body body);
 
-    /// The ratio of ours to this peer shall be at most the target.
+    /// The target is the highest acceptable ratio of our figure to this peer's.
     Comparison& peer(const std::string& name, double target, Body body);
-    /// A peer that is only shown.
+    /// A peer without a target.
     Comparison& peer(const std::string& name, Body body) { return peer(name, 0, std::move(body)); }
 
   private:
@@ -82,16 +81,16 @@ class Comparison {
     Manner m_manner;
 };
 
-/// How the cost of ours grows with a size. The exponent of the growth is 0 where the cost does not depend on the size,
-/// 1 where it is proportional. A builder, as Comparison.
+/// The growth of our cost with a size. The exponent is 0 if the cost does not depend on the size, and 1 if it is
+/// proportional to the size. A builder like Comparison.
 class Growth {
   public:
-    /// The name is FAMILY/WHAT, as a comparison's; the unit says what the size counts.
+    /// The name is FAMILY/WHAT, as for a comparison. The unit is the name of what the size counts, such as "threads".
     Growth(std::string name, std::string unit);
 
     Growth& realTime();
     Growth& iterations(benchmark::IterationCount count);
-    /// The exponent shall be at most this.
+    /// The highest acceptable exponent.
     Growth& limit(double exponent);
 
     /// Measures the body with each of the sizes.
@@ -104,14 +103,14 @@ class Growth {
     Manner m_manner;
 };
 
-/// What the bench's program does instead when it is started with that one argument, for benches that start programs.
-/// Declared at namespace scope.
+/// For benches that start programs: when the bench runs with `argument` alone, it calls `main` instead of measuring.
+/// Define the object at namespace scope.
 class ChildProgram {
   public:
     ChildProgram(const std::string& argument, int (*main)());
 };
 
-/// Every bench defines it; main() calls it once.
+/// Each bench defines this function. main() calls it once.
 void registerBenches();
 
 }  // namespace KestBench

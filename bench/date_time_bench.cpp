@@ -1,4 +1,4 @@
-// Dates: the current time, reading the two usual layouts, and the text of a date.
+// Dates: the current time, parsing of the two usual layouts, and formatting.
 #include <support/date_time.h>
 
 #include <ctime>
@@ -75,7 +75,7 @@ void format(benchmark::State& state) {
         benchmark::DoNotOptimize(date.toString());
 }
 
-// The same text in the same units: narrow, and widened by a loop.
+// The same text in the same units: strftime writes narrow characters, and a loop widens them.
 void formatOfTheRuntime(benchmark::State& state) {
     const std::time_t seconds = std::time(nullptr);
     std::tm fields;

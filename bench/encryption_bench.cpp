@@ -1,5 +1,5 @@
-// Blowfish in both modes and directions, and its key set-up, beside the ciphers of four libraries. The key is 16 bytes;
-// except where the set-up is measured, it stays the same.
+// Blowfish in both modes and directions, and its key set-up, compared with the ciphers of four libraries. The key has
+// 16 bytes. It stays the same, except where the set-up is measured.
 #include <support/encryption.h>
 
 #include <cstddef>
@@ -33,7 +33,7 @@ const std::string kKey = "sixteen byte key";
 
 enum class Direction { Encrypt, Decrypt };
 
-/// Data of the given size, and room for the result.
+/// Data of the given size, and a buffer for the result.
 struct Buffers {
     explicit Buffers(std::size_t size) : in(size, 'd'), out(size, '\0') {}
 
@@ -148,7 +148,7 @@ Body openssl(KestEncryption::tMode, Direction, std::size_t) {
 #endif
 
 void addEcb(const std::string& name, Direction direction, std::size_t size) {
-    // Of many blocks the first peer is the measure, of two the best of all.
+    // With many blocks the first peer has the target, with two blocks every peer.
     const bool small = size == 16;
     const double target = small ? 0.65 : 0;
     KestBench::Comparison("encryption/ECB " + name)
@@ -167,8 +167,8 @@ void addCbc(const std::string& name, Direction direction, std::size_t size) {
         .peer("OpenSSL", encrypting ? 1.05 : 0, openssl(KestEncryption::CBC, direction, size));
 }
 
-// Two keys in turn, so that no schedule can be kept; one block, so that little else is measured. The peers set up their
-// schedule and encrypt one block, too.
+// Two keys alternate, so that no schedule can be reused. Each body encrypts one block only, so that the set-up is most
+// of the time. The peers do the same.
 void setUpKeys(benchmark::State& state) {
     const std::string keys[] = {kKey, "another 16 bytes"};
     KestEncryption cipher(KestEncryption::Normal);

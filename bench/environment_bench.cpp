@@ -1,14 +1,11 @@
-// Settings: a value of the registry, and a text with references. The registry notices a change of its file with the
-// next call. A program that reads a file of its own settings calls stat(2) before it looks into a map. GKeyFile never
-// looks at the file again.
+// Settings: a value of the registry, and a text with references. Each look-up in the registry detects a change of its
+// file. The first peer does the same: it calls stat(2) before it searches a map. GKeyFile never checks the file again.
 #include <support/properties.h>
 #include <support/utilities.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <map>
@@ -19,6 +16,7 @@
 #include <vector>
 
 #include "bench_kit.h"
+#include "temporary_folder.h"
 
 #ifdef KEST_HAVE_GLIB
 #include <glib.h>
@@ -26,7 +24,6 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using KestBench::Body;
 
 constexpr int kKeys = 100;
@@ -42,28 +39,25 @@ std::string valueName(int number) {
 
 // The state directory of this program, with 10,000 values.
 void makeRegistry() {
-    static const struct Folder {
-        const std::string name = (fs::temp_directory_path() / ("kest_bench_" + std::to_string(getpid()))).string();
-        Folder() {
-            fs::create_directories(name);
-            setenv("KEST_STATE_DIR", name.c_str(), 1);
-            std::ofstream file(name + "/registry.reg");
+    static const struct Registry {
+        const KestBench::TemporaryFolder folder;
+        Registry() {
+            setenv("KEST_STATE_DIR", folder.path().c_str(), 1);
+            std::ofstream file(folder.file("registry.reg"));
             file << "Windows Registry Editor Version 5.00\n";
             for (int key = 0; key < kKeys; ++key) {
-                file << "\n[HKEY_LOCAL_MACHINE\\"
-                     << "SOFTWARE\\Vendor\\Product" << key << "]\n";
+                file << "\n[HKEY_LOCAL_MACHINE\\" << keyName(key) << "]\n";
                 for (int value = 0; value < kValuesInEach; ++value)
                     file << '"' << valueName(value) << "\"=\"value " << value << "\"\n";
             }
             file.close();
-            // A file that has just been written is read again with each call.
+            // Each call reads a file again that has just been written, so wait.
             std::this_thread::sleep_for(std::chrono::milliseconds(200));
         }
-        ~Folder() { fs::remove_all(name); }
-    } folder;
+    } registry;
 }
 
-// What is asked for in turns: the value of each key.
+// The keys, which are looked up one after another.
 std::vector<std::string> askedKeys() {
     std::vector<std::string> keys;
     for (int i = 0; i < kKeys; ++i)
@@ -150,7 +144,7 @@ void expand(benchmark::State& state) {
         benchmark::DoNotOptimize(KestSupport::KestExpandString(text, properties));
 }
 
-// The text between the references is appended, and a name is looked up without a copy of it.
+// Appends the text between the references. Looks up a name without copying it.
 void expandByMap(benchmark::State& state) {
     std::map<std::string, std::string, std::less<>> values;
     addValues([&](const std::string& name, const std::string& value) { values[name] = value; });

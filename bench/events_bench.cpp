@@ -1,5 +1,5 @@
-// Events: signalled and consumed by one thread, and round trips between two threads, also beside processes that take
-// all processors.
+// Events: one thread that sets and consumes an event, and round trips between two threads, also beside processes that
+// use all processors.
 #include <condition_variable>
 #include <mutex>
 #include <semaphore>
@@ -24,7 +24,7 @@ struct EventBaton {
     void take() { event.wait(-1); }
 };
 
-// What an event is made of without the class: a flag, its mutex and a condition.
+// An event without the class: a flag, its mutex and a condition variable.
 struct ConditionBaton {
     void give() {
         const std::lock_guard lock(m_mutex);

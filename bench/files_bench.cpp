@@ -8,6 +8,7 @@
 #include <string>
 
 #include "bench_kit.h"
+#include "temporary_folder.h"
 
 namespace {
 
@@ -16,11 +17,7 @@ namespace fs = std::filesystem;
 constexpr int kFolders = 100;
 constexpr int kFilesInEach = 1000;
 
-std::string folderName(const std::string& name) {
-    return (fs::temp_directory_path() / ("kest_bench_" + name + std::to_string(getpid()))).string();
-}
-
-// The files are names of one file: making them takes less time than removing them.
+// The files are hard links to one file, because a link is created faster than a file.
 void makeFiles(const std::string& folder, int count) {
     fs::create_directories(folder);
     const std::string first = folder + "/file_0.txt";
@@ -33,7 +30,8 @@ void makeFiles(const std::string& folder, int count) {
 
 template <typename Remove>
 void removeTree(benchmark::State& state, Remove remove) {
-    const std::string tree = folderName("tree");
+    const KestBench::TemporaryFolder folder;
+    const std::string tree = folder.file("tree");
     for (auto _ : state) {
         state.PauseTiming();
         for (int i = 0; i < kFolders; ++i)
@@ -43,14 +41,12 @@ void removeTree(benchmark::State& state, Remove remove) {
     }
 }
 
-// One folder with many files, for as long as the program runs.
+// One folder with many files, which exists until the program ends.
 const std::string& manyFiles() {
-    static const struct Folder {
-        const std::string name = folderName("names");
-        Folder() { makeFiles(name, kFolders * kFilesInEach); }
-        ~Folder() { fs::remove_all(name); }
+    static const struct Folder : KestBench::TemporaryFolder {
+        Folder() { makeFiles(path(), kFolders * kFilesInEach); }
     } folder;
-    return folder.name;
+    return folder.path();
 }
 
 void find(benchmark::State& state) {

@@ -1,4 +1,4 @@
-// Recursive locks against the standard library's: free, two levels deep, and with two threads contending.
+// Recursive locks compared with that of the standard library: free, two levels deep, and contended by two threads.
 #include <mutex>
 
 #include "bench_kit.h"

@@ -1,5 +1,5 @@
-// Log records: to a file that has each when the call returns, by one thread and by several at once, and above the
-// level.
+// Log records: into a file that has each record when the call returns, from one thread and from several, and records
+// above the level.
 #include "bench_kit.h"
 
 #include <fcntl.h>
@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -18,6 +17,7 @@
 #include <vector>
 
 #include "support/logging.h"
+#include "temporary_folder.h"
 #ifdef KEST_HAVE_SPDLOG
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/spdlog.h>
@@ -30,30 +30,16 @@ namespace {
 
 const std::string text = "free space of /var/lib";
 
-/// A folder for the files of one measurement.
-class Folder {
-  public:
-    Folder() : m_path(std::filesystem::temp_directory_path() / ("kest_logging_bench" + std::to_string(std::rand()))) {
-        std::filesystem::create_directories(m_path);
-    }
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
-    ~Folder() { std::filesystem::remove_all(m_path); }
-
-    std::string file(const std::string& name) const { return (m_path / name).string(); }
-
-    /// The lines of all of its files.
+struct Folder : KestBench::TemporaryFolder {
+    /// The number of lines in all files of the folder.
     long lines() const {
         long count = 0;
-        for (const auto& entry : std::filesystem::directory_iterator(m_path)) {
+        for (const auto& entry : std::filesystem::directory_iterator(path())) {
             std::ifstream file(entry.path(), std::ios::binary);
             count += std::count(std::istreambuf_iterator<char>(file), {}, '\n');
         }
         return count;
     }
-
-  private:
-    const std::filesystem::path m_path;
 };
 
 struct Ours : Folder {
@@ -72,7 +58,7 @@ struct Ours : Folder {
     KestLogging logging{file("ours"), KestLogging::fileTarget, 5};
 };
 
-/// The bytes of a record, written without a logger. Threads share the file, as they do with a logger.
+/// Writes the bytes of a record without a logger. Threads share the file, as they do with a logger.
 struct BareFile : Folder {
     ~BareFile() { ::close(descriptor); }
 
@@ -121,8 +107,8 @@ void logAboveTheLevel(benchmark::State& state) {
 
 constexpr long kRecords = 20000;  // of all threads together
 
-// The time for one line that is in the file at the end: a record that a logger drops is no line. The threads start
-// together; their start is not measured.
+// The elapsed time divided by the lines that are in the file at the end, so a record that a logger drops does not
+// count. The threads begin together; their creation is not measured.
 template <typename Logger>
 void logByThreads(benchmark::State& state, int count) {
     using Clock = std::chrono::steady_clock;

@@ -1,4 +1,4 @@
-// A reference taken and dropped, against an intrusive pointer with an atomic count.
+// Adds and releases a reference, compared with an intrusive pointer with an atomic count.
 #include "bench_kit.h"
 #include "support/object_base.h"
 #ifdef KEST_HAVE_BOOST

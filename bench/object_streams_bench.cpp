@@ -1,6 +1,5 @@
-// Ints and short texts, in turns, into a new stream and out of one; a text has 6 to 11 characters. Reading goes into
-// the same two variables, as a caller's loop would; msgpack-c does it by a visitor, in one
-// pass and without objects in between.
+// Ints and texts of 6 to 11 characters alternate. They are written into a new stream, and read from one into the same
+// two variables, as in a caller's loop. msgpack-c reads with a visitor in one pass, without intermediate objects.
 #include <memory>
 #include <sstream>
 #include <string>
@@ -51,7 +50,7 @@ void writeTo(KestBufferStream& stream, const Values& values) {
     });
 }
 
-// A body that reads as many pairs as there are values.
+// A body that reads all pairs of the stream.
 template <typename Open, typename Read>
 Body reading(const SharedValues& values, Open open, Read read) {
     const auto readAll = [=] {
@@ -111,7 +110,7 @@ Body writePacked(const SharedValues& values) {
     };
 }
 
-// Fills the two variables in one pass over all of the values.
+// Assigns each value to one of the two variables, in one pass.
 struct Filling : msgpack::null_visitor {
     bool visit_positive_integer(std::uint64_t value) {
         number = static_cast<int>(value);

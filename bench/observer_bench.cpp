@@ -1,4 +1,4 @@
-// Notifying the dependents of a collaborator.
+// Notification of the dependents of a collaborator.
 #include <vector>
 
 #include "bench_kit.h"

@@ -1,4 +1,4 @@
-// Programs: running one to its end.
+// Programs: start one and wait for its end.
 #include <spawn.h>
 #include <support/utilities.h>
 #include <sys/wait.h>

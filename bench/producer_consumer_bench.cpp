@@ -1,5 +1,5 @@
-// Items between two threads through queues: one there and back, also beside processes that take all processors,
-// and a stream of them. Where the pool is the peer, an item is a task.
+// Items that two threads exchange through queues: one item there and back, also beside processes that use all
+// processors, and a stream of items. For the thread pool an item is a task.
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -88,7 +88,7 @@ void thereAndBack(benchmark::State& state) {
     partner.join();
 }
 
-// The receiver answers once, when it has seen the last item of the stream.
+// The receiver answers once, after the last item of the stream.
 template <typename Items>
 void stream(benchmark::State& state) {
     Items there, back;

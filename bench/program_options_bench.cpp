@@ -1,5 +1,5 @@
-// A command line of 20 options, eight flags and twelve with data, in short and in long form, with two plain arguments;
-// and lines of many options.
+// A command line of 20 options (eight flags and twelve with data, in short and in long form) and two plain arguments;
+// and command lines with many options.
 #include <getopt.h>
 
 #include <map>
@@ -71,7 +71,7 @@ void parseByOurs(benchmark::State& state) {
     }
 }
 
-// A command line of `count` options. All of them are specified.
+// A command line of `count` options, all of which the program knows.
 void parseMany(benchmark::State& state, int count) {
     std::string specification = ":";
     std::vector<std::string> texts{"agent"};

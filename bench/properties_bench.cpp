@@ -1,8 +1,6 @@
-// A property file of 100,000 lines, as settings go: names of 20 and values of about 14 characters, once in the order of
-// the names and once shuffled. The first save after a change, a name that is new, has to find the order of the names;
-// the others know it. Looking up asks for every name once, in an order of no pattern, and copies the value.
-#include <unistd.h>
-
+// A property file of 100,000 lines with names of 20 and values of about 14 characters, once sorted by name and once
+// shuffled. The first save after a new name sorts the names; later saves reuse the order. The look-up copies the value
+// of each name once, in a random order.
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
@@ -14,6 +12,7 @@
 
 #include "bench_kit.h"
 #include "support/properties.h"
+#include "temporary_folder.h"
 
 #ifdef KEST_HAVE_GLIB
 #include <glib.h>
@@ -29,13 +28,12 @@ namespace {
 constexpr int kLines = 100000;
 
 struct Settings {
-    std::vector<std::string> names;  // in an order of no pattern
-    std::string file;                // without, and
-    std::string groupFile;           // with the group that the peer needs
+    std::vector<std::string> names;  // in a random order
+    const KestBench::TemporaryFolder folder;
+    const std::string file = folder.file("plain");
+    const std::string groupFile = folder.file("group");  // the same lines in a group, which the peer needs
 
-    Settings(const std::string& name, bool shuffled, int lines)
-        : file(std::string("/tmp/kest_properties_bench_") + std::to_string(getpid()) + name),
-          groupFile(file + ".group") {
+    Settings(bool shuffled, int lines) {
         for (int i = 0; i < lines; ++i) {
             char text[32];
             std::snprintf(text, sizeof text, "service%05d.setting", i);
@@ -50,22 +48,15 @@ struct Settings {
         }
         std::shuffle(names.begin(), names.end(), std::mt19937(2));
     }
-    Settings(const Settings&) = delete;
-    Settings& operator=(const Settings&) = delete;
-    ~Settings() {
-        std::remove(file.c_str());
-        std::remove(groupFile.c_str());
-    }
 };
 
 using Properties = KestProperties<std::string>;
 
-// What both sides are asked to do.
+// The operations that are measured on both sides.
 struct OurFile {
     explicit OurFile(const Settings& settings) : saved(settings.file + ".saved") {
         properties.loadProperties(settings.file);
     }
-    ~OurFile() { std::remove(saved.c_str()); }
 
     void add(const std::string& name) { properties.addProperty(name, "new"); }
     void save() { properties.saveProperties(saved); }
@@ -85,10 +76,7 @@ struct KeyFile {
     }
     KeyFile(const KeyFile&) = delete;
     KeyFile& operator=(const KeyFile&) = delete;
-    ~KeyFile() {
-        std::remove(saved.c_str());
-        g_key_file_free(file);
-    }
+    ~KeyFile() { g_key_file_free(file); }
 
     void add(const std::string& name) { g_key_file_set_string(file, "settings", name.c_str(), "new"); }
     void save() { g_key_file_save_to_file(file, saved.c_str(), nullptr); }
@@ -114,7 +102,7 @@ std::size_t bytesInUse() {
     return mallinfo2().uordblks + mallinfo2().hblkhd;
 }
 
-// Measured once and first, while no memory that was freed lies about for one of the two to take.
+// Measured once and before the others, so that neither side can reuse freed memory.
 template <typename File>
 Body memory(const Settings& settings) {
     const std::size_t before = bytesInUse();
@@ -176,7 +164,7 @@ Body save(const SharedSettings& settings) {
     };
 }
 
-// The bodies of the peer.
+// The bodies of the peer, GKeyFile.
 struct Peer {
     Body load, lookUp, lookUpValue, firstSave, save;
 };
@@ -213,16 +201,16 @@ void compare(const SharedSettings& settings, const std::string& order) {
 }
 
 SharedSettings settingsOf(int lines) {
-    return std::make_shared<const Settings>("growth", true, lines);
+    return std::make_shared<const Settings>(true, lines);
 }
 
 }  // namespace
 
 void KestBench::registerBenches() {
-    const auto sorted = std::make_shared<const Settings>("sorted", false, kLines);
+    const auto sorted = std::make_shared<const Settings>(false, kLines);
     Comparison("properties/memory").ours(memory<OurFile>(*sorted)).peer("GKeyFile", 1.0, peerMemory(*sorted));
     compare(sorted, "sorted");
-    compare(std::make_shared<const Settings>("shuffled", true, kLines), "shuffled");
+    compare(std::make_shared<const Settings>(true, kLines), "shuffled");
 
     const auto sizes = {100, 1000, 10000, 100000, 1000000};
     Growth("properties/load shuffled", "lines").limit(1.15).at(sizes, [](benchmark::State& state, int lines) {

@@ -1,5 +1,5 @@
-// The read-write lock against the standard library's: reading with one and with two threads, writing, both in turn, and
-// readers that come while others hold the places in which the lock counts readers fastest.
+// The read-write lock compared with std::shared_mutex: reading with one and with two threads, writing, both mixed, and
+// readers that arrive while others hold the slots in which the lock counts readers fastest.
 #include <condition_variable>
 #include <mutex>
 #include <shared_mutex>
@@ -41,7 +41,7 @@ void write(benchmark::State& state) {
     }
 }
 
-// One write after nine reads, by each of two threads.
+// Each of two threads writes once after nine reads.
 template <typename Lock>
 void mix(benchmark::State& state) {
     static Lock lock;
@@ -60,7 +60,7 @@ void mix(benchmark::State& state) {
     }
 }
 
-// A lock with sleeping threads that hold a read level each, for as long as the program runs.
+// A lock with sleeping threads, each of which holds a read level until the program ends.
 template <typename Lock>
 class ReadByOthers {
   public:
@@ -104,7 +104,7 @@ class ReadByOthers {
     std::vector<std::thread> m_holders;
 };
 
-// Each thread's id decides its place, so more threads than places make sure that each place is taken.
+// A thread's id selects its slot. There are more threads than slots, so that each slot is used.
 constexpr int kHolders = 40;
 
 template <typename Lock>

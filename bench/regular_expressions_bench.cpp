@@ -1,4 +1,4 @@
-// Patterns: searches in 64 KiB of a log for what stands near its end or nowhere, and compiling.
+// Patterns: searches in 64 KiB of a log, with a match near the end or without a match, and compilation.
 #include <support/regular_expressions.h>
 
 #include <memory>
@@ -25,10 +25,10 @@ constexpr std::size_t npos = std::string::npos;
 struct Search {
     std::string pattern;
     std::string text;
-    std::size_t offset;  // where all have to find it
+    std::size_t offset;  // of the match, which every engine must find
 };
 
-// Lines of a log of which no two are the same.
+// Lines of a log. No two lines are equal.
 std::string logOf(std::size_t size) {
     const char* const words[] = {"service", "started",    "stopped", "disk",  "memory", "of",  "process", "uses",
                                  "timer",   "elapsed",    "the",     "queue", "is",     "not", "empty",   "after",
@@ -67,7 +67,7 @@ void compileOurs(benchmark::State& state, const std::string& pattern) {
         expression.setPattern(pattern);
 }
 
-// It needs stack for what it repeats, so it gets no '.' for more than a line.
+// std::regex needs stack for each repetition, so it is not measured with a '.' that matches more than a line.
 void findStandard(benchmark::State& state, const Search& search) {
     const std::regex expression(search.pattern, std::regex::optimize);
     measure(state, search.offset, [&] {
@@ -163,7 +163,7 @@ void compareSearch(const std::string& what, const Targets& targets, const Search
     if (standard == Standard::Yes) comparison.peer("std::regex", targets.standard, searching(findStandard, search));
 }
 
-// The text has its only match at its end.
+// The only match is at the end of the text.
 void findInText(benchmark::State& state, int kibibytes) {
     const std::string log = logOf(static_cast<std::size_t>(kibibytes) * 1024);
     findOurs(state, {"error=[0-9]+ [a-z_]*;", log + "error=17 disk_full; ", log.size()});

@@ -1,4 +1,4 @@
-// Round trips to a second thread by a baton: a class whose give() wakes the other thread and whose take() waits for it.
+// Round trips between two threads with a baton: a class whose give() wakes the other thread and whose take() waits.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -9,7 +9,7 @@
 
 namespace KestBench {
 
-// With a pause the other side is asleep each time: a spin that is still going on by then is over. The pauses are not
+// kAsleep: a pause before each round trip, so that the other thread sleeps and no longer spins. Pauses are not
 // measured.
 template <typename Baton, bool kAsleep = false>
 void roundTrip(benchmark::State& state) {

@@ -1,16 +1,15 @@
-// The status of one service among a thousand, beside the reading of a small file. A start and a stop through this
-// interface look at the service once a second, so they are not measured.
+// The status of one service among a thousand, compared with reading a small file. A start and a stop are not measured,
+// because this class polls the service once a second.
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <memory>
-#include <random>
 #include <string>
 
 #include "bench_kit.h"
 #include "support/service.h"
 #include "support/service_control.h"
+#include "temporary_folder.h"
 
 using namespace KestSupport;
 
@@ -29,12 +28,11 @@ class QuickService : public KestService {
     bool stopIt() override { return true; }
 };
 
-// A state directory with services of which one runs, and a small file.
+// A state directory with services, one of which runs, and a small file.
 class Services {
   public:
     Services() {
-        std::filesystem::create_directories(m_folder);
-        ::setenv("KEST_STATE_DIR", m_folder.c_str(), 1);
+        ::setenv("KEST_STATE_DIR", m_folder.path().c_str(), 1);
         for (int i = 0; i < kOthers; ++i)
             QuickService("service" + std::to_string(i)).install();
         QuickService("quick").install();
@@ -44,17 +42,13 @@ class Services {
     }
     Services(const Services&) = delete;
     Services& operator=(const Services&) = delete;
-    ~Services() {
-        m_quick->StopService();
-        std::filesystem::remove_all(m_folder);
-    }
+    ~Services() { m_quick->StopService(); }
 
-    std::string fileName() const { return m_folder + "/small file"; }
+    std::string fileName() const { return m_folder.file("small file"); }
     KestServiceControl& quick() const { return *m_quick; }
 
   private:
-    const std::string m_folder =
-        (std::filesystem::temp_directory_path() / ("kest_bench_" + std::to_string(std::random_device{}()))).string();
+    const KestBench::TemporaryFolder m_folder;
     std::unique_ptr<KestServiceControl> m_quick;
 };
 

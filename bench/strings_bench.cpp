@@ -1,4 +1,4 @@
-// Conversion between UTF-8 and 16-bit units: short and long ASCII, and long text of many scripts.
+// Conversion between UTF-8 and 16-bit units, of short and long texts, in ASCII and in many scripts.
 #include <support/strings.h>
 
 #include <cstdint>
@@ -28,7 +28,7 @@ std::string repeated(const std::string& part, std::size_t size) {
     return text;
 }
 
-// Words of one to four bytes for each character, with blanks and digits between them, as catalogues have them.
+// Words with one to four bytes for each character, separated by blanks and digits, as in message catalogues.
 const std::string mixedPart =
     "Disk C: 93% \xC3\xBC"
     "berf\xC3\xBCllt, \xD0\xB4\xD0\xB8\xD1\x81\xD0\xBA \xD0\xBF\xD0\xBE\xD0\xBB\xD0\xBE\xD0\xBD, "
@@ -68,7 +68,7 @@ void narrowIcu(benchmark::State& state, const std::string& text) {
     }
 }
 
-// Into room that is large enough and kept.
+// Converts into a buffer that is large enough and reused.
 void widenIntoBuffer(benchmark::State& state, const std::string& text) {
     std::vector<UChar> units(text.size() + 1);
     for (auto _ : state) {

@@ -1,4 +1,4 @@
-// Takes and releases kLevels levels of a lock. The threads of one measurement share the lock.
+// Acquires and releases kLevels levels of a lock, which all threads of a measurement share.
 #pragma once
 
 #include <benchmark/benchmark.h>

@@ -1,4 +1,4 @@
-// Hexadecimal text of 64 KiB of bytes, both ways.
+// 64 KiB of bytes to hexadecimal text and back.
 #include <support/text_utilities.h>
 
 #include <cstdint>

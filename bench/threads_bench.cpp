@@ -1,4 +1,4 @@
-// Starting a thread and waiting for its end, also beside processes that take all of the processors.
+// Start of a thread and wait for its end, also beside processes that use all processors.
 #include <thread>
 
 #include "bench_kit.h"

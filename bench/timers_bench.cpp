@@ -1,6 +1,6 @@
-// Starting and stopping one timer while others are active: a watchdog that is due before all of the others, and one
-// that is due amid them. A set of due times with a mutex and a look at the clock is what a program writes that has no
-// timers; libuv serves one thread, takes no lock and looks at the clock once in each turn of its loop.
+// Start and stop of one timer while others are active: one that is due before all others, and one that is due between
+// them. The first peer is what a program without timers would write: a set of due times with a mutex, which reads the
+// clock. libuv serves one thread, takes no lock and reads the clock once in each turn of its loop.
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -20,7 +20,7 @@
 namespace {
 
 constexpr int kMinute = 60;
-constexpr int kSpread = 3600;  // the others are due between one and two hours from now
+constexpr int kSpread = 3600;  // seconds; the others are due in one to two hours
 
 constexpr int kOthers[] = {1, 1000, 100000};
 

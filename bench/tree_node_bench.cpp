@@ -1,7 +1,7 @@
-// Children that are added, found and erased by key, in an order of no pattern. The map holds the same nodes as the
-// tree, by the same smart pointers, so the look-ups differ in how they find and not in what they return: half of the
-// time of a short one is counting the holder. They are made in an order without a period that the processor could
-// learn. ptree keeps the order in which children came and an index by key beside it; its nodes are values.
+// Children that are added, found and erased by key, in a random order that the processor cannot predict. The map holds
+// the same nodes as the tree in the same smart pointers, so only the search differs: half of the time of a short
+// look-up is the reference count of the result. ptree keeps its children in the order of insertion, with an index by
+// key. Its nodes are values.
 #include <algorithm>
 #include <map>
 #include <random>
@@ -33,7 +33,7 @@ Keys shuffledKeys(int count) {
     return keys;
 }
 
-// What is looked for: 10,000 times any of the keys.
+// 10,000 keys to look up, chosen at random.
 Keys anyOf(const Keys& keys) {
     std::mt19937 random(1);
     Keys wanted;
@@ -97,7 +97,7 @@ void lookUp(benchmark::State& state, const Keys& keys, const Keys& wanted) {
     }
 }
 
-// Bodies that make their keys when they run: a million of them are not kept for all of the program.
+// Each body creates its keys when it runs, so that a million keys do not exist during the whole program.
 template <typename Children>
 Body adding(int count) {
     return [count](benchmark::State& state) { addAll<Children>(state, shuffledKeys(count)); };
@@ -150,7 +150,7 @@ Body addingToPtree(int) {
 }
 #endif
 
-// These children do not fit into a cache. A repetition adds them once.
+// A million children do not fit into a cache. Each repetition adds them once.
 constexpr int kMany = 1'000'000;
 
 }  // namespace

@@ -1,6 +1,5 @@
-// Versions: reading two and comparing them, comparing two that are held, and asking a range that is held. By hand
-// stands for what a program without the class writes: a vector of numbers with room for four, read with
-// std::from_chars.
+// Versions: parse two and compare them, compare two existing ones, and test a version against an existing range. The
+// peer is what a program without the class would write: a vector of four numbers, parsed with std::from_chars.
 #include <support/version.h>
 
 #include <charconv>
@@ -33,7 +32,7 @@ Numbers readByHand(const std::string& text) {
     return numbers;
 }
 
-// Negative for less, as zeros at the end ask for.
+// Negative for less. Missing numbers count as zeros.
 int compareByHand(const Numbers& a, const Numbers& b) {
     for (std::size_t i = 0; i < a.size() || i < b.size(); ++i) {
         const int left = i < a.size() ? a[i] : 0;

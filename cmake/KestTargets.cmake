@@ -1,25 +1,25 @@
-# What every target of ours is compiled with. Nothing here is exported to users of the library.
+# Compiler settings of all targets of this project. They are not exported to users of the library.
 include_guard(GLOBAL)
 
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_THREAD_PREFER_PTHREAD ON)
 find_package(Threads REQUIRED)
 
-# Checkouts share what ccache holds: paths are taken relative to the checkout, and the settings say that the tests' precompiled
-# header, which it would not store otherwise, depends on nothing but its contents.
+# All checkouts share the ccache, because paths are relative to the checkout. ccache stores the tests' precompiled header only
+# with these settings, which say that it depends on its contents alone.
 find_program(KEST_CCACHE ccache)
 if(PROJECT_IS_TOP_LEVEL AND KEST_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_CXX_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env "CCACHE_BASEDIR=${PROJECT_SOURCE_DIR}" CCACHE_NOHASHDIR=1
       CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime "${KEST_CCACHE}")
 endif()
 
-# Standard, warnings and sanitizers for one of our own targets.
+# Sets the standard, warnings and sanitizers of a target.
 function(kest_configure target)
   target_compile_features(${target} PUBLIC cxx_std_20)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF CXX_VISIBILITY_PRESET hidden
                                              VISIBILITY_INLINES_HIDDEN ON)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
-  # GCC 12 sees overlaps within the standard library's strings that are not there.
+  # GCC 12 reports overlaps in the standard library's strings that do not exist.
   target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
   if(KEST_WARNINGS_AS_ERRORS)
     target_compile_options(${target} PRIVATE -Werror)
@@ -30,7 +30,7 @@ function(kest_configure target)
     if(KEST_SANITIZE MATCHES "undefined")
       target_compile_options(${target} PRIVATE -fno-sanitize-recover=undefined)
     endif()
-    # What the sanitizers put in makes GCC see paths that are not there.
+    # With the code of the sanitizers GCC reports uninitialised variables on paths that do not exist.
     target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   endif()
   if(KEST_BUILD_FUZZERS)
@@ -38,7 +38,7 @@ function(kest_configure target)
   endif()
 endfunction()
 
-# A precompiled header which ccache can store.
+# Makes the precompiled header of a target one that ccache can store.
 function(kest_cacheable_precompiled_header target)
   target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>
                                            "$<$<CXX_COMPILER_ID:Clang>:SHELL:-Xclang -fno-pch-timestamp>")

@@ -1,10 +1,10 @@
-"""Pairs the measurements of the benches: prints tables of ours beside each peer and draws them as a chart.
+"""Prints tables of our figures beside those of each peer, and draws them as a chart.
 
 bench_report.py FOLDER [FAMILY ...] reads FOLDER/FAMILY.rows, which a bench writes before it measures, and
-FOLDER/FAMILY.json, as Google Benchmark writes it, with names as bench/bench_kit.h says. Without a family it takes all of
-them, writes table.txt, growth.txt and chart.svg beside them, and the same tables as Markdown.
+FOLDER/FAMILY.json, the output of Google Benchmark. bench/bench_kit.h describes the names in both. Without a family it
+reads all files and writes table.txt, growth.txt, chart.svg and the tables as Markdown to FOLDER.
 
-bench_report.py FOLDER --page FILE puts those tables, and FOLDER/weight.md, between the marks of a page that name them.
+bench_report.py FOLDER --page FILE replaces each part of FILE between `<!-- NAME -->` and `<!-- end -->` by FOLDER/NAME.md.
 """
 
 import html
@@ -16,7 +16,7 @@ import statistics
 import sys
 from dataclasses import dataclass, field
 
-# What Google Benchmark itself appends to a name.
+# The endings that Google Benchmark appends to a name.
 SUFFIX = re.compile(r"/(real_time|process_time|manual_time|threads:\d+|iterations:\d+|repeats:\d+|min_time:[^/]*)$")
 UNITS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 INTERNAL = "_internal"
@@ -24,7 +24,7 @@ INTERNAL = "_internal"
 
 @dataclass
 class Measurement:
-    """The median of the repetitions, and half of the range of their middle half as a part of it."""
+    """The median of the repetitions. The spread is half of the range of their middle half, divided by the median."""
     value: float = math.nan
     spread: float = 0.0
     unit: str = "ns"
@@ -76,7 +76,7 @@ class Growth:
 
     @property
     def exponent(self):
-        """The slope of the line of least squares through the points, both axes logarithmic."""
+        """The slope of the line of least squares through the points on logarithmic axes."""
         if self.error or len(self.points) < 2:
             return math.nan
         sizes = [math.log(size) for size, _ in self.points]
@@ -99,7 +99,7 @@ def bare_name(run_name):
 
 
 def value_of(run):
-    """The figure that a run is compared by, and its unit."""
+    """The figure of a run, and its unit."""
     if "value" in run:
         return run["value"], run.get("label", "")
     clock = "real_time" if re.search(r"/(real|manual)_time", run["run_name"]) else "cpu_time"
@@ -121,7 +121,7 @@ def measurement_of(runs):
 
 
 def read_measurements(path):
-    """Name to measurement; None when the program did not come to its end."""
+    """A dictionary from name to measurement; None if the program did not finish."""
     try:
         benchmarks = json.loads(path.read_text())["benchmarks"]
     except (OSError, ValueError, KeyError):
@@ -140,7 +140,7 @@ def measured(measurements, name):
 
 
 def read_family(path):
-    """The rows and the growths of a family. What a filter left out is in neither."""
+    """The rows and the growths of a family, without those that a filter excluded."""
     measurements = read_measurements(path.with_suffix(".json"))
     rows, growths = [], {}
     for line in path.read_text().splitlines():
@@ -196,7 +196,7 @@ def comparison_cells(rows):
 
 
 def growth_cells(growths):
-    """One column for each power of ten; other sizes are named where they stand."""
+    """One column for each power of ten. A cell names any other size."""
     lines = []
     for growth in growths:
         columns = {}
@@ -230,7 +230,7 @@ def summary(rows, growths):
 
 
 def chart(rows):
-    """One bar for each row, its length the ratio on a logarithmic scale; a tick stands at the target."""
+    """One bar for each row. Its length is the ratio on a logarithmic scale, and a tick marks the target."""
     lowest, highest = 0.02, 5.0
     label, width, height = 430, 520, 18
     scale = lambda ratio: width * math.log(min(max(ratio, lowest), highest) / lowest) / math.log(highest / lowest)
@@ -259,13 +259,13 @@ def chart(rows):
 
 
 def fill_page(folder, page):
-    """Replaces what stands between `<!-- NAME -->` and `<!-- end -->` by FOLDER/NAME.md."""
+    """Replaces each part between `<!-- NAME -->` and `<!-- end -->` by FOLDER/NAME.md."""
     text = page.read_text()
 
     def block(match):
         source = folder / f"{match[1]}.md"
         if not source.exists():
-            print(f"bench_report: no {source}, that table stays", file=sys.stderr)
+            print(f"bench_report: {source} does not exist, the table on the page is unchanged", file=sys.stderr)
             return match[0]
         return f"<!-- {match[1]} -->\n{source.read_text()}<!-- end -->"
 
@@ -285,7 +285,7 @@ def main():
         rows += family_rows
         growths += family_growths
     if not rows and not growths:
-        sys.exit(f"bench_report: nothing to compare in {folder}")
+        sys.exit(f"bench_report: no measurements in {folder}")
     rows.sort(key=lambda row: row.internal)
     comparisons = plain(COMPARISON, comparison_cells(rows), COMPARISON_LEFT)
     growing = plain(GROWTH, growth_cells(growths), GROWTH_LEFT)

@@ -1,7 +1,7 @@
-"""Weighs the library: bench_weight.py BUILD FOLDER.
+"""Measures what the library adds to a program: bench_weight.py BUILD FOLDER.
 
-BUILD is a release build with the target weights. Prints two tables, and writes them as FOLDER/weight.md: what a program
-takes that uses the library, and what each public header takes to compile.
+BUILD is a release build with the target weights. Prints two tables and writes them to FOLDER/weight.md: the time and
+memory that a program needs for the library, and the compile time of each public header.
 """
 
 import collections
@@ -28,7 +28,7 @@ def output(*command):
 
 
 def cost_of(command, **options):
-    """The seconds of CPU and of the wall clock that a command takes."""
+    """The CPU time and the elapsed time of a command, in seconds."""
     begin = time.perf_counter()
     child = subprocess.Popen(command, stdout=subprocess.DEVNULL, **options)
     _, status, usage = os.wait4(child.pid, 0)
@@ -40,7 +40,7 @@ def cost_of(command, **options):
 
 
 def starts(bare, linked):
-    """The milliseconds of CPU that a start takes above that of a program with the C++ runtime alone, and that."""
+    """The CPU time that the library adds to the start of a program, and that of the C++ runtime alone, in milliseconds."""
     runs = {bare: [], linked: []}
     for _ in range(STARTS):
         for program, costs in runs.items():
@@ -62,7 +62,7 @@ def relocations(library):
 
 
 def sections(library):
-    """The bytes that are read only or run, those that are written, and those that are zero at first."""
+    """The bytes of code and constants, of initialised data, and of data that is zero at first."""
     text, data, bss = output("size", str(library)).splitlines()[1].split()[:3]
     return int(text), int(data), int(bss)
 
@@ -74,7 +74,7 @@ def stripped_size(library, folder):
 
 
 def memory(program, folder, kind, count):
-    """The bytes of the heap and the KiB of the process that so many objects take together."""
+    """The bytes of the heap and the KiB of private memory that `count` objects need together."""
     text = subprocess.run([str(program.resolve()), kind, str(count)], check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
                           cwd=folder, text=True).stdout
     heap, resident = text.split()
@@ -111,7 +111,7 @@ def weigh(build, folder):
 
 
 def compilation(include, source_folder, folder):
-    """The milliseconds of CPU, and the lines after the preprocessor, of a file with that one include."""
+    """For a file with only that include: the CPU time of the compiler in milliseconds, and the lines after preprocessing."""
     source = pathlib.Path(folder) / "one.cpp"
     source.write_text(include)
     command = [COMPILER, "-std=c++20", "-O2", f"-I{source_folder / 'include'}", str(source)]

@@ -1,4 +1,5 @@
-// The platform layer's events: signalled and consumed by one thread, and round trips beside the bare system call.
+// The platform layer's events: one thread that sets and consumes an event, and round trips compared with the bare
+// system call.
 #include <linux/futex.h>
 #include <sys/syscall.h>
 #include <unistd.h>

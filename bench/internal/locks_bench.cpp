@@ -1,4 +1,5 @@
-// The platform layer's mutex against the standard library's: free, two levels deep, and with two threads contending.
+// The platform layer's mutex compared with that of the standard library: free, two levels deep, and contended by two
+// threads.
 #include <mutex>
 
 #include "bench_kit.h"

@@ -1,5 +1,5 @@
-// The service manager itself: the status of services beside the reading of small files, and the start of a service
-// beside the start of any program.
+// The service manager itself: the status of services compared with reading small files, and the start of a service
+// compared with the start of any program.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <random>
 #include <string>
 #include <thread>
 
@@ -15,6 +14,7 @@
 #include "platform/process.h"
 #include "platform/service_manager.h"
 #include "support/service.h"
+#include "temporary_folder.h"
 
 using namespace KestSupport;
 using platform::ServiceManager;
@@ -27,12 +27,11 @@ std::string self() {
     return std::filesystem::read_symlink("/proc/self/exe").string();
 }
 
-// A state directory with services that do not run, and as many small files.
+// A state directory with services that do not run, and the same number of small files.
 class Services {
   public:
     Services() {
-        std::filesystem::create_directories(m_folder);
-        ::setenv("KEST_STATE_DIR", m_folder.c_str(), 1);
+        ::setenv("KEST_STATE_DIR", m_folder.path().c_str(), 1);
         m_services.openManager(platform::kServiceManagerAllAccess, m_manager);
         platform::ServiceConfiguration configuration;
         configuration.commandLine = "/bin/true";
@@ -50,19 +49,17 @@ class Services {
     ~Services() {
         m_services.closeHandle(m_quick);
         m_services.closeHandle(m_manager);
-        std::filesystem::remove_all(m_folder);
     }
     Services(const Services&) = delete;
     Services& operator=(const Services&) = delete;
 
-    std::string fileName(int number) const { return m_folder + "/file" + std::to_string(number); }
+    std::string fileName(int number) const { return m_folder.file("file" + std::to_string(number)); }
     ServiceManager& manager() { return m_services; }
     ServiceManager::Handle handle() const { return m_manager; }
     ServiceManager::Handle quick() const { return m_quick; }
 
   private:
-    const std::string m_folder =
-        (std::filesystem::temp_directory_path() / ("kest_bench_" + std::to_string(std::random_device{}()))).string();
+    const KestBench::TemporaryFolder m_folder;
     ServiceManager& m_services = platform::serviceManager();
     ServiceManager::Handle m_manager = nullptr;
     ServiceManager::Handle m_quick = nullptr;
@@ -73,7 +70,7 @@ Services& services() {
     return all;
 }
 
-// Waits until the quick service has the state.
+// Waits until the service has the state.
 void await(std::uint32_t wanted) {
     platform::ServiceStatus status;
     do {
@@ -125,7 +122,7 @@ void readFiles(benchmark::State& state, int count) {
     }
 }
 
-// Until it runs. Its end is not measured.
+// From the start until the service runs. Its end is not measured.
 void startService(benchmark::State& state) {
     services();
     for (auto _ : state) {
@@ -136,7 +133,7 @@ void startService(benchmark::State& state) {
     }
 }
 
-// Until its main has written a byte.
+// From the start until the program's main has written a byte.
 void startProgram(benchmark::State& state) {
     int pipe[2];
     if (::pipe2(pipe, O_CLOEXEC) != 0) return state.SkipWithError("no pipe");

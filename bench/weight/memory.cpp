@@ -1,5 +1,5 @@
-// The memory of objects that do nothing; a log file goes to the current folder. Prints, for the argument and the number
-// of objects, the bytes of the heap and the KiB of memory of its own that the process has more with them.
+// The memory of idle objects. Run with a kind of object and a number. Prints the bytes of the heap and the KiB of
+// private memory that these objects add to the process. A log file is created in the current folder.
 #include <malloc.h>
 
 #include <condition_variable>
@@ -23,7 +23,7 @@ namespace {
 
 struct Use {
     long heap;  // bytes
-    long own;   // KiB of the process alone
+    long own;   // KiB of private memory
 };
 
 Use use() {
@@ -36,7 +36,7 @@ Use use() {
     return now;
 }
 
-// Threads meet here and wait for the end.
+// Threads wait here until the end.
 struct Gate {
     void wait() {
         std::unique_lock lock(mutex);
@@ -89,7 +89,7 @@ void makeStandardThread() {
 struct Kind {
     const char* name;
     void (*make)();
-    bool waits;  // at the gate
+    bool waits;  // whether the object is a thread that waits at the gate
 };
 constexpr Kind kKinds[] = {{"logger", makeLogger, false},
                            {"timer", makeTimer, false},
@@ -103,7 +103,7 @@ int main(int argc, char** argv) {
     const int count = std::atoi(argv[2]);
     for (const Kind& kind : kKinds) {
         if (std::strcmp(kind.name, argv[1]) != 0) continue;
-        use();  // what asking needs itself is there before
+        use();  // the memory of the measurement itself is allocated before
         const Use before = use();
         for (int i = 0; i < count; ++i)
             kind.make();
@@ -111,7 +111,7 @@ int main(int argc, char** argv) {
         const Use after = use();
         std::printf("%ld %ld\n", after.heap - before.heap, after.own - before.own);
         std::fflush(stdout);
-        std::_Exit(0);  // the threads wait on
+        std::_Exit(0);  // the threads still wait
     }
     return 2;
 }

@@ -1,5 +1,5 @@
-// A program that does nothing, for the start of a process: once with the C++ runtime alone, once linked with the
-// library. With the name of a library as its argument it loads that, and prints how many nanoseconds that took.
+// A program that does nothing, to measure the start of a process: once with the C++ runtime alone, once linked with the
+// library. With the name of a library as its argument it loads that library and prints the nanoseconds of the load.
 #include <dlfcn.h>
 
 #include <chrono>
@@ -8,7 +8,7 @@
 #ifdef KEST_LINKED
 #include "support/utilities.h"
 
-// Keeps the library among those that the program needs.
+// Uses the library, so that the program needs it.
 const auto kUsed = &KestSupport::KestExecuteProgram;
 #endif
 

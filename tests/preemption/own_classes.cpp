@@ -1,5 +1,4 @@
-// Classes of a program that happen to have the names of classes of the library. None of their functions is meant for
-// it.
+// Classes of a program with the names of classes of the library. The library must call none of their functions.
 #include <cstdlib>
 
 class LockBase {

@@ -1,4 +1,4 @@
-// Uses every kind of lock of the library in a program that has classes of the same names.
+// Uses each lock of the library in a program that has other classes with the names of the locks' classes.
 #include <support/events.h>
 #include <support/locks.h>
 #include <support/properties.h>

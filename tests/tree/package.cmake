@@ -1,5 +1,5 @@
-# Installs what was built, and builds and runs a user's project against the installed package, with warnings as errors. Run
-# with BUILD (the build tree), WORK (a folder to use), PROGRAM (the user's source) and COMPILER.
+# Installs the built library, and builds and runs a user's project with the installed package and warnings as errors. Run with
+# BUILD (the build tree), WORK (a folder for temporary files), PROGRAM (the user's source) and COMPILER.
 cmake_minimum_required(VERSION 3.22)
 
 function(run)
@@ -19,5 +19,5 @@ run(${CMAKE_COMMAND} --build ${WORK}/build --target run)
 file(GLOB leftovers ${WORK}/prefix/include/support/*)
 list(FILTER leftovers EXCLUDE REGEX "\\.h$")
 if(leftovers)
-  message(FATAL_ERROR "installed among the headers: ${leftovers}")
+  message(FATAL_ERROR "installed, but no header: ${leftovers}")
 endif()

@@ -1,4 +1,4 @@
-// A library that uses the support library, loaded and unloaded by program.cpp.
+// A plug-in that uses the support library. program.cpp loads and unloads it.
 #include <support/date_time.h>
 #include <support/exceptions.h>
 #include <support/object_factory.h>
@@ -14,10 +14,10 @@ using namespace KestSupport;
 
 namespace {
 
-// Made at load, before there are threads.
+// Created during the load, before other threads exist.
 [[maybe_unused]] KestObjectFactory& g_factory = KestObjectFactory::getGlobalInstance();
 
-// Still active at the unload.
+// These timers are still active at the unload.
 std::mutex g_lock;
 std::vector<std::unique_ptr<KestTimer>> g_timers;
 
@@ -29,8 +29,8 @@ void leaveTimer() {
 
 }  // namespace
 
-// Uses what attaches the calling thread, makes threads, registers with the C runtime and keeps memory, and leaves a
-// timer with the timer manager. True when all of it worked.
+// Uses the parts that attach the calling thread, create threads, register with the C runtime and keep memory, and
+// leaves a timer active. Returns whether all of it worked.
 extern "C" __attribute__((visibility("default"))) bool useLibrary() {
     KestTimer timer(1, false);
     timer.reset();

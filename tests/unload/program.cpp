@@ -1,6 +1,7 @@
-// Loads and unloads the support library with another one that uses it, and links nothing of it. An unload takes it out
-// of the process, with its threads and its memory; a thread that has used it lives on; and it can be loaded again. Run
-// with the path of that other library. Prints what is wrong and returns 1, or waits in vain for the end of a thread.
+// Loads and unloads a plug-in, and with it the support library, which this program does not link. Tests that the unload
+// removes the library from the process, with its threads and memory, that a thread that has used it can continue, and
+// that it can be loaded again. Run with the plug-in's path. Prints a failure and returns 1, or waits for a thread that
+// does not end.
 #include <dlfcn.h>
 #include <link.h>
 #include <malloc.h>
@@ -13,7 +14,7 @@
 #include <latch>
 #include <thread>
 
-// Defined in a program that a sanitizer checks.
+// Only a sanitizer defines it.
 extern "C" __attribute__((weak)) std::size_t __sanitizer_get_current_allocated_bytes();
 
 namespace {
@@ -36,32 +37,32 @@ auto threadCount() {
 }
 decltype(threadCount()) threadsBefore;
 
-// AddressSanitizer keeps memory of its own for each load; there its check for leaks looks instead.
+// AddressSanitizer itself keeps memory for each load. With it, its leak check finds what the library leaves.
 std::size_t memoryInUse() {
     if (&__sanitizer_get_current_allocated_bytes != nullptr) return 0;
     const auto information = mallinfo2();
     return information.uordblks + information.hblkhd;
 }
 
-// One life of the library, used by this thread and, if that is wanted, by another one, which outlives the unload.
+// Loads, uses and unloads the library. Optionally another thread uses it too and ends after the unload.
 void loadAndUnload(const char* path, bool withThread) {
     void* const library = dlopen(path, RTLD_NOW);
-    require(library != nullptr && isLoaded(), "cannot be loaded");
+    require(library != nullptr && isLoaded(), "the library cannot be loaded");
     const auto use = reinterpret_cast<bool (*)()>(dlsym(library, "useLibrary"));
     std::latch used(withThread ? 1 : 0), mayEnd(1);
     std::thread user;
     if (withThread) {
         user = std::thread([&] {
-            require(use(), "does not work in another thread");
+            require(use(), "the library does not work on another thread");
             used.count_down();
             mayEnd.wait();
         });
     }
-    require(use(), "does not work");
+    require(use(), "the library does not work");
     used.wait();
     dlclose(library);
-    require(!isLoaded(), "is still loaded after the unload");
-    // A thread that has left all code is still listed for a moment.
+    require(!isLoaded(), "the library is still loaded after the unload");
+    // The system lists a thread until shortly after its end.
     while (threadCount() != threadsBefore + withThread)
         std::this_thread::yield();
     mayEnd.count_down();
@@ -71,8 +72,8 @@ void loadAndUnload(const char* path, bool withThread) {
 }  // namespace
 
 int main(int, char** arguments) {
-    require(!isLoaded(), "is loaded by the program itself");
-    std::thread([] {}).join();  // a sanitizer adds a thread of its own to the first one
+    require(!isLoaded(), "the program itself loads the library");
+    std::thread([] {}).join();  // with the first thread a sanitizer starts another one
     threadsBefore = threadCount();
     for (const bool withThread : {false, true}) {
         constexpr std::size_t kFirst = 20, kMeasured = 400;
@@ -81,10 +82,11 @@ int main(int, char** arguments) {
         const std::size_t before = memoryInUse();
         for (std::size_t round = 0; round < kMeasured; ++round)
             loadAndUnload(arguments[1], withThread);
-        // The smallest block takes 32 bytes. What the C runtime keeps for the next thread varies a little.
+        // The smallest block takes 32 bytes, so a leak in each round exceeds this limit. What the C runtime keeps for
+        // the next thread varies.
         const std::size_t after = memoryInUse();
         std::printf("%zu bytes before, %zu after\n", before, after);
-        require(after < before + 16 * kMeasured, "leaves memory at each unload");
+        require(after < before + 16 * kMeasured, "each unload leaves memory");
     }
     return 0;
 }

@@ -102,7 +102,8 @@ void RwLockImplementation::readUnLock() {
             return;
         }
     }
-    internal::logRecord(1, "KestReadWriteLock::readUnLock: Trying to release readlock without acquiring it");
+    internal::logRecord(internal::LogLevel::failure,
+                        "KestReadWriteLock::readUnLock: Trying to release readlock without acquiring it");
 }
 
 void RwLockImplementation::writeLock() {
@@ -121,7 +122,8 @@ void RwLockImplementation::writeUnLock() {
     std::uint64_t gate = ownedBy(thread);
     if (m_gate.compare_exchange_strong(gate, 0, std::memory_order_release, std::memory_order_relaxed)) return;
     if (ownerOf(gate) != thread) {
-        internal::logRecord(1, "KestReadWriteLock::writeUnLock: Trying to release writelock without acquiring it");
+        internal::logRecord(internal::LogLevel::failure,
+                            "KestReadWriteLock::writeUnLock: Trying to release writelock without acquiring it");
         return;
     }
     const KestCriticalSection guard(m_lock, true);

@@ -47,7 +47,7 @@ void KestMessageSet::loadOptional(const std::string& name) {
         m_messages.loadProperties(name + kFileType);
     } catch (const KestException& failure) {
         // Not every language and country needs a catalogue of its own. One that is there should have been loaded.
-        if (platform::pathExists(name + kFileType)) internal::logRecord(1, failure.getText());
+        if (platform::pathExists(name + kFileType)) internal::logRecord(internal::LogLevel::failure, failure.getText());
     }
 }
 

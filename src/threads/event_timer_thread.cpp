@@ -26,7 +26,7 @@ KestEventTimerThread::KestEventTimerThread(const std::string& name, KestTimer& t
 
 KestEventTimerThread::~KestEventTimerThread() {
     endLoop();
-    internal::logRecord(9, "KestEventTimerThread::~KestEventTimerThread: exiting");
+    internal::logRecord(internal::LogLevel::trace, "KestEventTimerThread::~KestEventTimerThread: exiting");
 }
 
 void KestEventTimerThread::start() {
@@ -52,14 +52,15 @@ void KestEventTimerThread::endLoop() {
     if (m_ended.exchange(true)) return;
     // Before all else: from now on a firing calls nothing of a subclass that may be gone.
     const bool active = m_active.exchange(false);
-    internal::logRecord(9, "KestEventTimerThread::~KestEventTimerThread: entering");
+    internal::logRecord(internal::LogLevel::trace, "KestEventTimerThread::~KestEventTimerThread: entering");
     if (getHandle() == nullptr || !active) return;
-    internal::logRecord(9, "KestEventTimerThread::~KestEventTimerThread: setting exit event");
+    internal::logRecord(internal::LogLevel::trace, "KestEventTimerThread::~KestEventTimerThread: setting exit event");
     // A run that has ended without the loop never comes to a wait.
     while (!m_cameToWait && KestThread::wait(kLookAgain) == static_cast<int>(platform::kWaitTimeout)) {
     }
     wakeLoop();
-    internal::logRecord(9, "KestEventTimerThread::~KestEventTimerThread: waiting for thread to exit");
+    internal::logRecord(internal::LogLevel::trace,
+                        "KestEventTimerThread::~KestEventTimerThread: waiting for thread to exit");
     // Another thread that waits for this timer may have taken the signal.
     while (!m_loopOver && KestThread::wait(kLookAgain) == static_cast<int>(platform::kWaitTimeout)) {
         if (m_waiting) signalOnly(*m_pTimer);

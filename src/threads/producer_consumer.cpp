@@ -67,13 +67,14 @@ void KestBaseProducerConsumer::produceSentinel(bool emptyQueue) {
             owner.unlockSyncMutex();
         }
     };
-    internal::logRecord(9, "KestBaseProducerConsumer::produceSentinel: waiting for lock");
+    internal::logRecord(internal::LogLevel::trace, "KestBaseProducerConsumer::produceSentinel: waiting for lock");
     lockSyncMutex();
-    if (internal::currentLogLevel() >= 9) {
+    if (internal::isLogged(internal::LogLevel::trace)) {
         // Nothing is logged under the mutex: another thread may produce in the middle of its record.
         unlockSyncMutex();
-        internal::logRecord(9, "KestBaseProducerConsumer::produceSentinel: adding sentinel");
-        if (emptyQueue) internal::logRecord(9, "KestBaseProducerConsumer::produceSentinel: clearing queue");
+        internal::logRecord(internal::LogLevel::trace, "KestBaseProducerConsumer::produceSentinel: adding sentinel");
+        if (emptyQueue)
+            internal::logRecord(internal::LogLevel::trace, "KestBaseProducerConsumer::produceSentinel: clearing queue");
         lockSyncMutex();
     }
     const WakeAndUnlock atEnd{*this};

@@ -116,8 +116,8 @@ TEST(Logging, EndingARecordForgetsItsLevelAndModule) {
     log << setloglevel("M", 2) << setloglevel(3) << "replaced" << endrecord;
     const KestSetLogLevelManipulator copied = setloglevel("N", 4);
     log << copied << setloglevel(-2) << "kept" << endrecord;
-    internal::logRecord(4, "shown ", 4, std::string("!"));
-    internal::logRecord(5, "hidden");
+    internal::logRecord(internal::LogLevel::notice, "shown ", 4, std::string("!"));
+    internal::logRecord(internal::LogLevel::operation, "hidden");
     EXPECT_EQ(log.messages(), (Lines{"replaced", "kept", "shown 4!"}));
     EXPECT_NE(log.lines().at(0).find(" 3 Global     ["), std::string::npos);
     EXPECT_NE(log.lines().at(1).find(" 4 N          ["), std::string::npos);

@@ -10,6 +10,7 @@
 
 namespace KestSupport {
 
+using internal::LogLevel;
 using internal::logRecord;
 using internal::ServiceHost;
 
@@ -67,16 +68,16 @@ bool KestService::start(const std::string& arguments, bool runAsService) {
     } else {
         started = runInConsole(arguments);
     }
-    logRecord(9, "KestService::start: exiting");
+    logRecord(LogLevel::trace, "KestService::start: exiting");
     return started;
 }
 
 void KestService::runUnderManager() {
     m_pRecord->runAsService = true;
-    logRecord(9, "KestService::start: calling StartServiceCtrlDispatcher");
+    logRecord(LogLevel::trace, "KestService::start: calling StartServiceCtrlDispatcher");
     ServiceHost::enter(*this, RUNNING);
     platform::serviceManager().runDispatcher(m_serviceName, ServiceHost::serviceMain);
-    logRecord(9, "KestService::start: StartServiceCtrlDispatcher returned, exiting");
+    logRecord(LogLevel::trace, "KestService::start: StartServiceCtrlDispatcher returned, exiting");
     ServiceHost::enter(*this, STOPPED);
 }
 
@@ -100,17 +101,17 @@ bool KestService::runInConsole(const std::string& arguments) {
     const ConsoleHandling endings(ServiceHost::onConsoleEvent, platform::ConsoleEvents::ending);
     finalNews.status = "Stopped";
     platform::tellSupervisor(SupervisorNews::ready, "Running");
-    logRecord(9, "KestService::start: waiting for service to exit");
+    logRecord(LogLevel::trace, "KestService::start: waiting for service to exit");
     m_event.wait(-1);
     ServiceHost::takeStop(*this);
     platform::tellSupervisor(SupervisorNews::stopping, "Stopping");
-    logRecord(9, "KestService::start: service completed.");
+    logRecord(LogLevel::trace, "KestService::start: service completed.");
     stopIt();
     return true;
 }
 
 bool KestService::stop() {
-    logRecord(9, "KestService::stop: entering");
+    logRecord(LogLevel::trace, "KestService::stop: entering");
     const tState before = ServiceHost::requestStop(*this);
     try {
         m_event.set();
@@ -118,7 +119,7 @@ bool KestService::stop() {
         ServiceHost::withdrawStop(*this, before);
         throw;
     }
-    logRecord(9, "KestService::stop: exiting");
+    logRecord(LogLevel::trace, "KestService::stop: exiting");
     return true;
 }
 

@@ -24,7 +24,7 @@ void carryOut(const char* name, const Request& request) {
     try {
         request();
     } catch (...) {
-        logRecord(1, "KestService: a request to ", name, " failed: ", describeException());
+        logRecord(LogLevel::failure, "KestService: a request to ", name, " failed: ", describeException());
         throw;
     }
 }
@@ -100,7 +100,7 @@ bool ServiceHost::onReload(std::uint32_t) {
 }
 
 void ServiceHost::logReport(KestService& service, std::uint32_t state) {
-    if (service.m_pRecord->runAsService) logRecord(9, "KestService::ReportStatusToSCMgr: state=", state);
+    if (service.m_pRecord->runAsService) logRecord(LogLevel::trace, "KestService::ReportStatusToSCMgr: state=", state);
 }
 
 bool ServiceHost::send(KestService& service, std::uint32_t state, std::uint32_t exitCode, std::uint32_t waitHint) {

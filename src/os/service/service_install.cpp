@@ -64,9 +64,10 @@ bool KestService::install() {
     if (all.createService(manager.get(), configuration, platform::kServiceAllAccess, service.slot()) != 0) return false;
 
     if (m_description.empty()) return true;
-    internal::logRecord(4, "KestService::install: adding service description");
+    internal::logRecord(internal::LogLevel::notice, "KestService::install: adding service description");
     if (const platform::ErrorCode error = all.setDescription(service.get(), m_description); error != 0) {
-        internal::logRecord(3, "KestService::install: failed to set service description (", error, ")");
+        internal::logRecord(internal::LogLevel::warning, "KestService::install: failed to set service description (",
+                            error, ")");
     }
     return true;
 }

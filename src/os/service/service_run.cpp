@@ -70,7 +70,7 @@ class ServiceRun {
 
     void becomeRunning() {
         if (phase() != Phase::starting) return;
-        logRecord(9, "service_main: service has started, signaling SCM");
+        logRecord(LogLevel::trace, "service_main: service has started, signaling SCM");
         ServiceHost::logReport(m_service, KestService::RUNNING);
         const std::lock_guard guard(m_lock);
         if (m_phase != Phase::starting) return;
@@ -142,50 +142,50 @@ class ServiceRun {
 };
 
 std::uint32_t serviceStartThread(ServiceRun& run, const std::string& arguments) {
-    logRecord(9, "ServiceStartThread: calling startIt");
+    logRecord(LogLevel::trace, "ServiceStartThread: calling startIt");
     bool started = false;
     try {
         started = ServiceHost::startIt(run.service(), arguments);
     } catch (...) {
         const std::string failure = "startIt threw " + describeException();
-        logRecord(1, "ServiceStartThread: ", failure);
+        logRecord(LogLevel::failure, "ServiceStartThread: ", failure);
         ServiceHost::keepFailure(run.service(), failure);
         run.setExitCode(platform::errorExceptionInService);
     }
-    logRecord(9, "ServiceStartThread: startIt returned with status=", started ? 1 : 0);
+    logRecord(LogLevel::trace, "ServiceStartThread: startIt returned with status=", started ? 1 : 0);
     return started ? 1 : 0;
 }
 
 std::uint32_t serviceStopThread(ServiceRun& run) {
-    logRecord(9, "ServiceStopThread: calling stopIt");
+    logRecord(LogLevel::trace, "ServiceStopThread: calling stopIt");
     bool stopped = false;
     try {
         stopped = ServiceHost::stopIt(run.service());
     } catch (...) {
-        logRecord(1, "ServiceStopThread: stopIt threw ", describeException());
+        logRecord(LogLevel::failure, "ServiceStopThread: stopIt threw ", describeException());
     }
-    logRecord(9, "ServiceStopThread: stopIt returned with status=", stopped ? 1 : 0);
+    logRecord(LogLevel::trace, "ServiceStopThread: stopIt returned with status=", stopped ? 1 : 0);
     return stopped ? 1 : 0;
 }
 
 std::uint32_t waitForServiceThread(const std::shared_ptr<ServiceRun>& run) {
-    logRecord(9, "WaitForServiceThread: waiting for service to exit");
+    logRecord(LogLevel::trace, "WaitForServiceThread: waiting for service to exit");
     ServiceHost::stopEvent(run->service()).wait(-1);
-    logRecord(9, "WaitForServiceThread: enter: service completed");
+    logRecord(LogLevel::trace, "WaitForServiceThread: enter: service completed");
     const platform::WaitHandle startThread = run->awaitStartThread();
     if (!run->beginStopping()) return 0;
 
-    logRecord(9, "WaitForServiceThread: creating ServiceStopThread");
+    logRecord(LogLevel::trace, "WaitForServiceThread: creating ServiceStopThread");
     const OwnedHandle stopThread = launch([run] { return serviceStopThread(*run); });
     if (stopThread != nullptr) {
-        logRecord(9, "WaitForServiceThread: waiting for ServiceStopThread to exit");
+        logRecord(LogLevel::trace, "WaitForServiceThread: waiting for ServiceStopThread to exit");
         ServiceHost::state(run->service()) = KestService::STOP_PENDING;
         run->reportStoppingUntilEndOf(stopThread.get());
-        logRecord(9, "WaitForServiceThread: ServiceStopThread has exited");
+        logRecord(LogLevel::trace, "WaitForServiceThread: ServiceStopThread has exited");
     }
     // startIt must return before the final report, after which the service may be destroyed.
     if (platform::waitForOne(startThread, 0) == platform::kWaitTimeout) run->reportStoppingUntilEndOf(startThread);
-    logRecord(9, "WaitForServiceThread: stopping service");
+    logRecord(LogLevel::trace, "WaitForServiceThread: stopping service");
     run->becomeStopped();
     return 0;
 }
@@ -212,12 +212,12 @@ void endFailedStart(ServiceRun& run, platform::WaitHandle waitThread) {
 bool hasStarted(platform::WaitHandle startThread) {
     std::uint32_t exitCode = 0;
     if (!platform::threadExitCode(startThread, exitCode)) {
-        logRecord(9,
+        logRecord(LogLevel::trace,
                   "service_main: Unable to get ServiceStartThread exit code, signaling WaitForServiceThread to exit");
         return false;
     }
     if (exitCode == 0) {
-        logRecord(9, "service_main: Service start failed, signaling WaitForServiceThread to exit");
+        logRecord(LogLevel::trace, "service_main: Service start failed, signaling WaitForServiceThread to exit");
         return false;
     }
     return true;
@@ -227,20 +227,20 @@ bool hasStarted(platform::WaitHandle startThread) {
 
 void runService(KestService& service, const std::string& arguments) {
     const auto run = std::make_shared<ServiceRun>(service);
-    logRecord(9, "service_main: creating WaitForServiceThread");
+    logRecord(LogLevel::trace, "service_main: creating WaitForServiceThread");
     const OwnedHandle waitThread = launch([run] { return waitForServiceThread(run); });
     if (waitThread == nullptr) {
-        logRecord(9, "service_main: WaitForServiceThread creation failed");
+        logRecord(LogLevel::trace, "service_main: WaitForServiceThread creation failed");
         run->report(KestService::STOPPED, 0, 0);
         return;
     }
 
-    logRecord(9, "service_main: creating ServiceStartThread");
+    logRecord(LogLevel::trace, "service_main: creating ServiceStartThread");
     OwnedHandle launched = launch([run, arguments] { return serviceStartThread(*run, arguments); });
     const platform::WaitHandle startThread = launched.get();
     if (startThread == nullptr) {
-        logRecord(9, "service_main: ServiceStartThread creation failed");
-        logRecord(9, "service_main: signaling WaitForServiceThread to exit");
+        logRecord(LogLevel::trace, "service_main: ServiceStartThread creation failed");
+        logRecord(LogLevel::trace, "service_main: signaling WaitForServiceThread to exit");
         run->giveUpStarting();
         run->setStartThread(nullptr);
         endFailedStart(*run, waitThread.get());
@@ -248,11 +248,11 @@ void runService(KestService& service, const std::string& arguments) {
     }
 
     run->setStartThread(std::move(launched));
-    logRecord(9, "service_main: waiting for ServiceStartThread to exit");
+    logRecord(LogLevel::trace, "service_main: waiting for ServiceStartThread to exit");
     do {
         if (!run->reportStarting()) return;
     } while (platform::waitForOne(startThread, kReportInterval) == platform::kWaitTimeout);
-    logRecord(9, "service_main: ServiceStartThread exited");
+    logRecord(LogLevel::trace, "service_main: ServiceStartThread exited");
     if (hasStarted(startThread)) {
         run->becomeRunning();
     } else if (run->giveUpStarting()) {

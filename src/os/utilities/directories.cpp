@@ -10,8 +10,8 @@
 namespace KestSupport {
 namespace {
 
-constexpr int kLogTrace = 9;
-constexpr int kLogUnreadable = 1;
+constexpr internal::LogLevel kLogTrace = internal::LogLevel::trace;
+constexpr internal::LogLevel kLogUnreadable = internal::LogLevel::failure;
 constexpr std::string_view kSeparators = "\\/";
 constexpr char kNoDirectory[] = "KestRemoveDirectory: Could not remove the directory ";
 constexpr char kNoFile[] = "KestRemoveDirectory: Could not remove the file ";
@@ -55,7 +55,7 @@ class TreeRemoval {
                 if (entry.name[0] != '.') m_folders.back().subfolders.emplace_back(entry.name);
                 continue;
             }
-            if (internal::currentLogLevel() >= kLogTrace) {
+            if (internal::isLogged(kLogTrace)) {
                 internal::logRecord(kLogTrace, "KestRemoveDirectory: Delete file ", m_path + '/' + entry.name);
             }
             if (m_walk.removeFile(entry.name) == 0) continue;

@@ -30,7 +30,9 @@ std::string KestGetEnvironmentVariable(const std::string& key) {
     platform::RegistryValue value;
     if (const platform::ErrorCode error = platform::readRegistryValue(subkey, name, value); error != 0) {
         const bool isAbsent = error == platform::errorFileNotFound || error == platform::errorPathNotFound;
-        if (!isAbsent) internal::logRecord(1, "KestGetEnvironmentVariable: Could not read the registry (", error, ")");
+        if (!isAbsent)
+            internal::logRecord(internal::LogLevel::failure,
+                                "KestGetEnvironmentVariable: Could not read the registry (", error, ")");
         return {};
     }
     switch (value.type) {

@@ -11,7 +11,7 @@
 namespace KestSupport {
 namespace {
 
-constexpr int kExpandTrace = 9;
+constexpr internal::LogLevel kExpandTrace = internal::LogLevel::trace;
 
 // Limits the text from references inside values. Values with two references each, thirty levels deep, would otherwise
 // produce a thousand million characters.

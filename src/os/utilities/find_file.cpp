@@ -9,7 +9,8 @@ namespace KestSupport {
 namespace {
 
 void logUnreadable(const std::string& pattern, int error) {
-    internal::logRecord(1, "KestFindFile: Could not read the directory of ", pattern, " (", error, ")");
+    internal::logRecord(internal::LogLevel::failure, "KestFindFile: Could not read the directory of ", pattern, " (",
+                        error, ")");
 }
 
 }  // namespace

@@ -8,9 +8,9 @@
 namespace KestSupport {
 namespace {
 
-constexpr int kProcessTrace = 9;
-constexpr int kLogRun = 5;
-constexpr int kLogFailure = 1;
+constexpr internal::LogLevel kProcessTrace = internal::LogLevel::trace;
+constexpr internal::LogLevel kLogRun = internal::LogLevel::operation;
+constexpr internal::LogLevel kLogFailure = internal::LogLevel::failure;
 constexpr std::uint32_t kNoWindow = 0x08000000;
 
 void* handleOf(std::intptr_t number) noexcept {
@@ -46,7 +46,7 @@ bool KestExecuteProgram(const std::string& commandLine, bool wait, void** proces
 bool KestExecuteProgramEx(const std::string& commandLine, void* standardInput, void* standardOutput, bool wait,
                           void** process, int* exitCode) {
     internal::logRecord(kLogRun, "KestExecuteProgramEx: Execution Started.");
-    const std::uint32_t flags = internal::currentLogLevel() > kLogRun ? 0 : kNoWindow;
+    const std::uint32_t flags = internal::currentLogLevel() > static_cast<int>(kLogRun) ? 0 : kNoWindow;
     internal::logRecord(kProcessTrace, "KestExecuteProgram: nCreateFlag = ", flags);
     store(exitCode, 0);
     if (process != nullptr) *process = nullptr;

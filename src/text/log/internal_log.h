@@ -1,21 +1,41 @@
-// How the library itself logs: one call that tests the level and writes the whole record. Never called while a lock is
-// held that logging needs, and not by the timers, on which the logger stands.
+// How the library itself logs: one call that tests the level and writes the whole record.
+//
+// No caller holds a lock that logging needs. The timers do not log: the logger's watchdog is a timer.
 #pragma once
 
 #include "support/logging.h"
 
 namespace KestSupport::internal {
 
-/// The level that records are written up to; -1 while logging is off. Dumps that belong to one level compare with it.
+/// The levels of the library's own records.
+enum class LogLevel : int {
+    failure = 1,    ///< an operation failed, or a caller made a mistake
+    warning = 3,    ///< a part of an operation failed, and the operation continues
+    notice = 4,     ///< a step that an administrator may look for
+    operation = 5,  ///< operations on files and processes
+    trace = 9,      ///< everything else
+};
+
+/// Returns the level up to which records are written; -1 while logging is off.
 inline int currentLogLevel() noexcept {
     return KestLogging::isAccessAllowed() ? KestLogging::getInstance().getLogLevel() : -1;
 }
 
-/// Writes one record of the values' texts at `level`, if that level is shown.
+/// Whether records of the level are written.
+inline bool isLogged(LogLevel level) noexcept {
+    return currentLogLevel() >= static_cast<int>(level);
+}
+
+/// Whether the logger's level is exactly this one. Some dumps are written only then.
+inline bool isLogLevel(LogLevel level) noexcept {
+    return currentLogLevel() == static_cast<int>(level);
+}
+
+/// Writes one record of the values' texts if records of the level are written.
 template <typename... Values>
-void logRecord(int level, const Values&... values) {
-    if (currentLogLevel() < level) return;
-    KestLogging& logging = KestLogging::getInstance() << setloglevel(level);
+void logRecord(LogLevel level, const Values&... values) {
+    if (!isLogged(level)) return;
+    KestLogging& logging = KestLogging::getInstance() << setloglevel(static_cast<int>(level));
     (logging << ... << values) << &endrecord;
 }
 

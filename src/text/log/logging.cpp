@@ -278,7 +278,7 @@ void KestLogging::cancelTimer() {
 void KestLogging::timerElapsed() {
     endrecord();
     internal::logRecord(
-        9,
+        internal::LogLevel::trace,
         "KestLogging::timerElapsed: called (NOTE: This message only appears and repeats when LogLevel = "
         "9)");
 }

@@ -22,8 +22,8 @@ constexpr const char* kSaving = "KestProperties<StringType>::saveProperties: to 
 constexpr const char* kCannotOpenToSave = "KestProperties<StringType>::saveProperties: couldn't open file ";
 constexpr const char* kCannotWrite = "KestProperties<StringType>::saveProperties: couldn't write file ";
 
-constexpr int kFileOperationLevel = 5;
-constexpr int kDumpLevel = 9;
+constexpr internal::LogLevel kFileOperationLevel = internal::LogLevel::operation;
+constexpr internal::LogLevel kDumpLevel = internal::LogLevel::trace;
 
 [[noreturn]] void fail(const char* what, const std::string& fileName) {
     throw KestException(what + fileName, 0);
@@ -274,7 +274,7 @@ auto KestProperties<StringType>::inOrder() const -> const Table& {
 
 template <typename StringType>
 void KestProperties<StringType>::logEntries() const {
-    if (internal::currentLogLevel() != kDumpLevel) return;
+    if (!internal::isLogLevel(kDumpLevel)) return;
     // Others may be loading into this object too, and nothing is logged under a lock.
     KestCriticalSection guard(m_lock, true);
     const PropertyMap properties = getProperties();

@@ -75,7 +75,7 @@ template <typename StringType>
 std::size_t KestRegularExpressionImplementation<StringType>::find(const Snapshot& compiled, const StringType& text,
                                                                   std::size_t& length, std::size_t start,
                                                                   Length wanted) {
-    if (internal::currentLogLevel() < internal::kExpressionTraceLevel) {
+    if (!internal::isLogged(internal::kExpressionTraceLevel)) {
         return findQuickly(compiled->program, text, length, start, wanted == Length::OfMatch);
     }
     const std::size_t offset = internal::findWithTrace(compiled->tokens, text, length, start);
@@ -87,7 +87,7 @@ std::size_t KestRegularExpressionImplementation<StringType>::find(const Snapshot
 // Logs after the lock is released: a thread that searches while its log record is open may wait for this lock.
 template <typename StringType>
 void KestRegularExpressionImplementation<StringType>::print() const {
-    if (internal::currentLogLevel() != internal::kExpressionTraceLevel) return;
+    if (!internal::isLogLevel(internal::kExpressionTraceLevel)) return;
     KestCriticalSection guard(m_tokenLock, true);
     const StringType pattern = m_pattern;
     const Snapshot compiled = m_pCompiled;
@@ -143,7 +143,7 @@ StringType KestRegularExpression<StringType>::replace(const StringType& text, co
     guard.unlock();
     // With traces, each search reads the text as replaced so far, which the traces show. Otherwise the result is built
     // in one pass: a search reads nothing before its start, so it finds the same in the original text.
-    const bool isTraced = internal::currentLogLevel() >= internal::kExpressionTraceLevel;
+    const bool isTraced = internal::isLogged(internal::kExpressionTraceLevel);
     StringType searched = isTraced ? text : StringType();
     StringType result;
     std::size_t copied = 0;

@@ -1,7 +1,6 @@
 #include "values/pattern/trace.h"
 
 #include "support/strings.h"
-#include "text/log/internal_log.h"
 
 namespace KestSupport::internal {
 namespace {
@@ -26,7 +25,7 @@ void trace(const Values&... values) {
 
 // The stack is dumped at this level only, not at higher ones.
 bool isDumping() {
-    return currentLogLevel() == kExpressionTraceLevel;
+    return isLogLevel(kExpressionTraceLevel);
 }
 
 template <typename StringType>

@@ -5,11 +5,12 @@
 #include <cstddef>
 #include <vector>
 
+#include "text/log/internal_log.h"
 #include "values/pattern/tokens.h"
 
 namespace KestSupport::internal {
 
-inline constexpr int kExpressionTraceLevel = 9;
+inline constexpr LogLevel kExpressionTraceLevel = LogLevel::trace;
 
 /// Writes the record of one token.
 template <typename StringType>

@@ -149,7 +149,7 @@ void KestTreeNode::print(int indent) {
         KestTreeNode* node;
         std::size_t next;  // index of the child to print
     };
-    if (internal::currentLogLevel() != 9) return;
+    if (!internal::isLogLevel(internal::LogLevel::trace)) return;
     printGuts(indent);
     std::vector<Level> levels{{this, 0}};
     while (!levels.empty()) {
@@ -159,7 +159,7 @@ void KestTreeNode::print(int indent) {
             continue;
         }
         KestTreeNode* const child = (*level.node->m_children)[level.next++];
-        if (internal::currentLogLevel() != 9) continue;
+        if (!internal::isLogLevel(internal::LogLevel::trace)) continue;
         child->printGuts(indent + static_cast<int>(levels.size()));
         levels.push_back({child, 0});
     }
@@ -167,7 +167,7 @@ void KestTreeNode::print(int indent) {
 
 void KestTreeNode::printGuts(int indent) {
     const std::string blanks(static_cast<std::size_t>(std::max(indent, 0)) * 4, ' ');
-    internal::logRecord(9, blanks, "KestTreeNode::print: Key = ", m_key);
+    internal::logRecord(internal::LogLevel::trace, blanks, "KestTreeNode::print: Key = ", m_key);
 }
 
 }  // namespace KestSupport

@@ -1,5 +1,5 @@
 // Visibility of the library's interface. The library is built with hidden visibility; what a program may use is marked
-// KEST_SUPPORT_EXPORT. The macro is the only one that the public headers define.
+// KEST_SUPPORT_EXPORT. The public headers define only this macro and those of version_macros.h.
 #pragma once
 
 #if (defined(_MSVC_LANG) && _MSVC_LANG < 202002L) || (!defined(_MSVC_LANG) && __cplusplus < 201709L)

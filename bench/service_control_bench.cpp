@@ -28,7 +28,7 @@ class QuickService : public KestService {
     bool stopIt() override { return true; }
 };
 
-// A state directory with services, one of which runs, and a small file.
+// A state directory with services, of which one runs, and a small file.
 class Services {
   public:
     Services() {

@@ -71,6 +71,8 @@ TEST(Agent, RefusesBadInput) {
         {"memory.limit=5%\r\n", "settings file s: memory.limit: \"5%\"" + kLimit},
         {"disk.limit=-1\n", "settings file s: disk.limit: \"-1\"" + kLimit},
         {"process.limit=nan\n", "settings file s: process.limit: \"nan\"" + kLimit},
+        {"process.limit=+1\n", "settings file s: process.limit: \"+1\"" + kLimit},
+        {"process.limit=1e\n", "settings file s: process.limit: \"1e\"" + kLimit},
         {"interval=0\n", "settings file s: interval: \"0\"" + kWhole + "1 to 86400"},
         {"log.level.Disk=-2\n", "settings file s: log.level.Disk: \"-2\"" + kWhole + "-1 to 9"},
         {"agent.version=0.9,{2-3}\n",

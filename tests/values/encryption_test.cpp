@@ -1,9 +1,8 @@
-// Encryption: published vectors, every length of data and keys, refusals, and that keys are overwritten.
+// Tests KestEncryption with published vectors, all lengths of data and keys, bad arguments, and memory after use.
 #include <gtest/gtest.h>
 #include <support/encryption.h>
 
 #include <algorithm>
-#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -62,14 +61,12 @@ TEST(Encryption, MatchesPublishedVectors) {
 
 TEST(Encryption, RestoresDataOfEveryLength) {
     KestEncryption cipher;
-    std::string out;
-    std::string text = "Some text";
+    std::string out, text = "Some text";
     for (std::size_t length = 1; length <= 136; ++length) {
         const std::string key = text.substr(0, 1 + length % 90);
         const std::string data = text.substr(text.size() - length);
         const std::string padded = data + std::string((8 - data.size() % 8) % 8, '\0');
-        std::string single;
-        std::string chained(8, '\0');
+        std::string single, chained(8, '\0');
         for (std::size_t at = 0; at < padded.size(); at += 8) {
             single += encrypted(KestEncryption::Normal, key, padded.substr(at, 8));
             chained += encrypted(KestEncryption::Normal, key, combined(padded.substr(at, 8), chained.substr(at)));
@@ -96,23 +93,19 @@ TEST(Encryption, RestoresDataOfEveryLength) {
 TEST(Encryption, RepeatsAKeyToItsLimit) {
     constexpr std::size_t kKeyLimit = 72;
     for (std::size_t length = 1; length <= kKeyLimit; ++length) {
-        std::string key(length, 'k');
-        key.front() = 'a';
+        const std::string key = "a" + std::string(length - 1, 'k');
         std::string repeated = key;
         while (repeated.size() <= kKeyLimit)
             repeated += key;
-        EXPECT_EQ(encrypted(KestEncryption::Normal, repeated, "a block."),
-                  encrypted(KestEncryption::Normal, key, "a block."));
+        EXPECT_EQ(encrypted(KestEncryption::Normal, repeated, "block"),
+                  encrypted(KestEncryption::Normal, key, "block"));
     }
 }
 
 TEST(Encryption, RefusesEmptyKeysAndUnknownModes) {
-    const std::string prefix = "KestInvalidEncryptionException - ";
-    const std::string emptyKey = prefix + "The key passed is empty";
+    const std::string prefix = "KestInvalidEncryptionException - ", emptyKey = prefix + "The key passed is empty";
     KestEncryption cipher(KestEncryption::Strength(7));
-    std::string none;
-    std::string out;
-    std::string message = "untouched";
+    std::string none, out, message = "untouched";
     const auto encrypting = [&](const std::string& key, const std::string& data) {
         return kit::failureOf([&] { cipher.encryptData(key, data, out); });
     };

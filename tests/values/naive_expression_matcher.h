@@ -1,5 +1,5 @@
-// The search of a compiled pattern in its plainest form: one entry for each time that a token takes something. The
-// tests compare the library's searches with it.
+// The simplest search of a compiled pattern, with one entry for each match of a token. The tests compare the library's
+// searches with it.
 #pragma once
 
 #include <cstddef>

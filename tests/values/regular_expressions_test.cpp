@@ -1,10 +1,10 @@
-// Patterns: how they compile, what they find and replace, and that the fast search, the one with traces and a naive one
-// have the same results.
+// Tests how patterns compile, find and replace, and compares the fast search and the one with traces with a naive one.
 #include "support/regular_expressions.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <random>
 #include <string>
 #include <thread>
@@ -85,9 +85,10 @@ class RegularExpressions : public testing::Test {};
 using Instantiations = testing::Types<std::string, wstring16>;
 TYPED_TEST_SUITE(RegularExpressions, Instantiations, );
 
+using Texts = std::vector<std::string>;
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 
-// The types are: i in set, o out of set, l literal, a any, ^ begin, $ end.
+// Letters of the types: i in set, o out of set, l literal, a any, ^ begin, $ end.
 TYPED_TEST(RegularExpressions, CompilePatternsIntoTokens) {
     const auto compile = [](const std::string& failure, const Pairs& rows) {
         for (const auto& [pattern, tokens] : rows)
@@ -168,34 +169,47 @@ TYPED_TEST(RegularExpressions, ReplaceMatchesAndUseTokensBeforeAnError) {
 }
 
 TEST(RegularExpressionTraces, LogEachStep) {
-    const auto logged = [](int level) {
-        const Expression<wstring16> expression("^a[b]?.+c$");
+    const Expression<wstring16> printed("^a[b]?[^c]+.*$"), searched("^a.*c?$");
+    const auto logged = [](int level, const auto& call) {
         const kit::LogCapture log(level);
-        expression.print();
-        expression.find(as<wstring16>("xabc"), 0);
-        std::string all;
-        for (const std::string& line : log.messages())
-            all += line + "\n";
-        return all;
+        call();
+        return log.messages();
     };
-    const std::string engine = "KestRegularExpressionImplementation::", type = "ExpressionToken: type=";
-    const std::string a = type + "literal segment=a factor=one\n", set = type + "in set factor=zero or one\n",
-                      any = type + "any factor=one or more\n", c = type + "literal segment=c factor=one\n";
-    const auto entry = [](const std::string& token, const char* segment) {
-        return token + "\tmatch token:\n\t\tsegment: " + segment + "\n";
-    };
-    const std::string first = entry(a, "a:1:1:-1"), second = entry(set, "b:2:1:0"), last = entry(c, "c:3:1:1");
-    const auto added = [&](const std::string& match) {
-        return engine + "addMatch: begin\n" + match + engine + "addMatch: end\n";
-    };
-    const std::string triedA = "xabc.find (a, 0) = 1\n", triedC = "xabc.find (c, 4) = -1\nxabc.find (c, 3) = 3\n";
-    const std::string result = engine + "find: match found at -1:3\n";
-    EXPECT_EQ(logged(9), "regular expression: ^a[b]?.+c$\n" + type + "begin factor=one\n" + a + set + any + c + type +
-                             "end factor=one\n" + triedA + added(first) + added(second) + added(entry(any, "c:3:1:0")) +
-                             triedC + added(last) + engine + "find: match stack begin\n" + first + second + last +
-                             engine + "find: match stack end\n" + result);
-    EXPECT_EQ(logged(10), triedA + triedC + result);
-    EXPECT_EQ(logged(8), "");
+    const auto print = [&] { printed.print(); };
+    const auto search = [&] { searched.find(as<wstring16>("xab"), 0); };
+    const std::string type = "ExpressionToken: type=", engine = "KestRegularExpressionImplementation::";
+    const std::string a = type + "literal segment=a factor=one", any = type + "any factor=zero or more";
+    EXPECT_EQ(logged(9, print), (Texts{"regular expression: ^a[b]?[^c]+.*$", type + "begin factor=one", a,
+                                       type + "in set factor=zero or one", type + "not in set factor=one or more", any,
+                                       type + "end factor=one"}));
+    const std::string triedA = "xab.find (a, 0) = 1", triedC = "xab.find (c, 3) = -1",
+                      match = "\tmatch token:", matchOfA = "\t\tsegment: a:1:1:-1", matchOfAny = "\t\tsegment: b:2:1:0",
+                      begin = engine + "addMatch: begin", end = engine + "addMatch: end",
+                      result = engine + "find: match found at -1:2";
+    EXPECT_EQ(logged(9, search), (Texts{triedA,
+                                        begin,
+                                        a,
+                                        match,
+                                        matchOfA,
+                                        end,
+                                        begin,
+                                        any,
+                                        match,
+                                        matchOfAny,
+                                        end,
+                                        triedC,
+                                        engine + "find: match stack begin",
+                                        a,
+                                        match,
+                                        matchOfA,
+                                        any,
+                                        match,
+                                        matchOfAny,
+                                        engine + "find: match stack end",
+                                        result}));
+    EXPECT_EQ(logged(10, search), (Texts{triedA, triedC, result}));
+    for (const auto& [level, call] : {std::pair<int, std::function<void()>>{10, print}, {8, print}, {8, search}})
+        EXPECT_EQ(logged(level, call), Texts{}) << level;
 }
 
 // Compares the fast search and the one with traces with the naive one.
@@ -271,8 +285,7 @@ TYPED_TEST(RegularExpressions, SearchLongTexts) {
     EXPECT_EQ(found<TypeParam>(longPattern, "b" + much), "0 10001");
 }
 
-// No lock is held while a step is traced: a thread may search while its own record is open.
-TEST(RegularExpressionThreads, SeeTheOldPatternOrTheNewOne) {
+TEST(RegularExpressionThreads, SeeTheOldOrTheNewPattern) {
     Expression<std::string> expression("a+");
     std::atomic<bool> isDone{false};
     std::thread setter([&] {
@@ -287,6 +300,11 @@ TEST(RegularExpressionThreads, SeeTheOldPatternOrTheNewOne) {
         EXPECT_TRUE(replaced == "-bbb" || replaced == "aaa-b") << replaced;
     }
     setter.join();
+}
+
+// Searches while its own record is open and another thread traces.
+TEST(RegularExpressionThreads, HoldNoLockWhileTheyLog) {
+    const Expression<std::string> expression("a+");
     const kit::LogCapture log;
     std::thread tracing([&] {
         for (int i = 0; i < 2000; ++i)

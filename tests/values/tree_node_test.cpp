@@ -1,4 +1,4 @@
-// Trees: the order of children, look-ups after any changes, paths, and the release of deep trees.
+// Tests the order of children, look-ups after changes, paths, and the release of deep trees.
 #include "support/tree_node.h"
 
 #include <gtest/gtest.h>
@@ -37,7 +37,7 @@ Node added(KestTreeNode& root, const Node& node, Path path) {
     return result;
 }
 
-TEST(TreeNode, AddsInKeyOrderAndInsertsAnywhere) {
+TEST(TreeNode, ListsChildrenInKeyOrder) {
     KestTreeNode root;
     const Node second = new Leaf("b");
     for (const Node& node : {Node(new KestTreeNode("b")), Node(new KestTreeNode("")), second})
@@ -61,8 +61,8 @@ TEST(TreeNode, AddsInKeyOrderAndInsertsAnywhere) {
     EXPECT_EQ(kit::failureOf([&] { root.insert(5, second); }), prefix + "insert" + text + "5");
 }
 
-// Compares two roots with plain lists that grow and shrink. Keys have equal beginnings, differ after eight bytes,
-// contain NULs and high bytes, and repeat. Sometimes one root becomes a copy of the other, so nodes are in two lists.
+// Compares two roots with plain lists that grow and shrink. Keys repeat, have equal beginnings, differ after eight
+// bytes, and contain NULs and high bytes. Sometimes one root becomes a copy of the other, so nodes are in two lists.
 TEST(TreeNode, FindsChildrenAfterAnyChange) {
     std::mt19937 random(7);
     const auto upTo = [&](std::size_t most) { return random() % (most + 1); };

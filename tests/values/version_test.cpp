@@ -1,4 +1,4 @@
-// Versions and ranges: their texts, their order, and the versions that a range holds.
+// Tests the texts and the order of versions, and which versions a range holds.
 #include <gtest/gtest.h>
 #include <support/version.h>
 

@@ -49,9 +49,7 @@ ServiceStatus Wait::queryStatus() {
 ErrorCode Wait::call(std::function<ErrorCode()> work) {
     constexpr milliseconds kRefresh{200};
     const Clock::time_point begin = Clock::now();
-    std::packaged_task<ErrorCode()> task(std::move(work));
-    std::future<ErrorCode> result = task.get_future();
-    const std::jthread worker(std::move(task));
+    std::future<ErrorCode> result = std::async(std::launch::async, std::move(work));
     int request = 0;
     while (result.wait_for(kRefresh) != std::future_status::ready) {
         queryStatus();

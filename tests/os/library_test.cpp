@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <memory>
 
 #include "kit/failing_calls.h"
 #include "kit/failure_of.h"

@@ -3,9 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
-#include <thread>
-
 #include "kit/failure_of.h"
 #include "kit/gate.h"
 #include "support/locks.h"

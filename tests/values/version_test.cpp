@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <support/version.h>
 
-#include <string>
 #include <tuple>
 
 #include "kit/failure_of.h"

@@ -39,8 +39,8 @@ OwnedHandle launch(Work work) {
     return OwnedHandle(handle);
 }
 
-// The state that the threads of one run share. Its lock need not survive its owner: only a KestThread can be killed, and
-// no thread of a run is one.
+// The state that the threads of one run share. Its lock need not survive its owner: only a KestThread can be killed,
+// and no thread of a run is one.
 class ServiceRun {
   public:
     explicit ServiceRun(KestService& service) : m_service(service) {}

@@ -1,6 +1,7 @@
-// The registry: typed values in a tree of keys, of which the library reads what the machine's administrator has set.
+// The registry: typed values in a tree of keys. The library reads the values of the machine (HKEY_LOCAL_MACHINE).
 //
-// Threads: any, while no thread changes the environment. Blocks while the registry is read from the disk.
+// Threads: any thread may call it while no thread changes the environment. A call blocks while the registry is read
+// from the disk.
 #pragma once
 
 #include <cstdint>
@@ -17,11 +18,12 @@ inline constexpr std::uint32_t kRegistryDwordBigEndian = 5;
 
 struct RegistryValue {
     std::uint32_t type = 0;
-    std::string data;  ///< of kRegistryString the text, in the ANSI code page; of others the bytes as they are stored
+    std::string data;  ///< the text of a kRegistryString, in the ANSI code page; otherwise the stored bytes
 };
 
-/// Reads a value of a key below HKEY_LOCAL_MACHINE. Names are in the ANSI code page and without regard to case; the
-/// empty value name is that of the key's default value. 0, or errorFileNotFound, or why the registry cannot be read.
+/// Reads a value of a key below HKEY_LOCAL_MACHINE. Names are in the ANSI code page and compared without regard to
+/// case. The key's default value has an empty name. Returns 0, errorFileNotFound without such a value, or the error of
+/// reading the registry: errorAccessDenied for one that another user may have changed.
 ErrorCode readRegistryValue(std::string_view subkey, std::string_view name, RegistryValue& value);
 
 }  // namespace KestSupport::platform

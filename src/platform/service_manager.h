@@ -18,12 +18,12 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/error.h"
-#include "support/strings.h"
 
 namespace KestSupport::platform {
 
@@ -150,8 +150,9 @@ class ServiceManager {
     virtual ErrorCode queryConfiguration(Handle service, ServiceConfiguration& configuration) = 0;
     /// A change takes effect with the next start.
     virtual ErrorCode changeConfiguration(Handle service, const ServiceChange& change) = 0;
-    virtual ErrorCode queryDescription(Handle service, wstring16& description) = 0;
-    virtual ErrorCode setDescription(Handle service, const wstring16& description) = 0;
+    /// The description is UTF-16.
+    virtual ErrorCode queryDescription(Handle service, std::vector<unsigned short>& description) = 0;
+    virtual ErrorCode setDescription(Handle service, std::span<const unsigned short> description) = 0;
     /// Starts the services that this one depends on, waits until they run, starts the service, and returns when its
     /// process has called runDispatcher; the service is then start pending or in a later state. Errors:
     /// errorServiceAlreadyRunning, also while it is starting or stopping; errorServiceDisabled;

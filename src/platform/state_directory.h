@@ -15,7 +15,8 @@ namespace KestSupport::platform {
 /// Sets `path`; the folder need not exist. Returns 0, or errorPathNotFound for a user without a home.
 ErrorCode stateDirectory(std::string& path);
 
-/// The same, and makes the folder and its missing parents, for this user alone. An existing folder keeps its mode.
+/// Sets the absolute path, and makes the folder and its missing parents for this user alone. An existing folder keeps
+/// its mode.
 ErrorCode createStateDirectory(std::string& path);
 
 }  // namespace KestSupport::platform

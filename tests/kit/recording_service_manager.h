@@ -81,7 +81,7 @@ class RecordingServiceManager : public KestSupport::platform::ServiceManager {
     ErrorCode openService(Handle, const std::string& name, std::uint32_t access, Handle& service) override {
         return open("openService " + name + " " + std::to_string(access), service);
     }
-    ErrorCode setDescription(Handle, const KestSupport::wstring16& description) override {
+    ErrorCode setDescription(Handle, std::span<const unsigned short> description) override {
         return note("setDescription " + std::string(description.begin(), description.end()));
     }
     ErrorCode enumerateServices(Handle, std::vector<KestSupport::platform::ServiceEntry>&) override {
@@ -95,7 +95,7 @@ class RecordingServiceManager : public KestSupport::platform::ServiceManager {
         const bool more = change.displayName || change.commandLine || change.dependencies;
         return note("changeConfiguration " + std::to_string(change.startType.value_or(0)) + (more ? " more" : ""));
     }
-    ErrorCode queryDescription(Handle, KestSupport::wstring16&) override { return note("queryDescription"); }
+    ErrorCode queryDescription(Handle, std::vector<unsigned short>&) override { return note("queryDescription"); }
     ErrorCode startService(Handle, const std::vector<std::string>& arguments) override {
         return note("startService " + std::to_string(arguments.size()));
     }

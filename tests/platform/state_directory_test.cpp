@@ -1,3 +1,4 @@
+// The state directory: its path from the environment, and its creation.
 #include "platform/state_directory.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +14,7 @@ namespace {
 
 using namespace KestSupport::platform;
 
-TEST(StateDirectory, IsNamedByTheEnvironmentAndMadeForItsOwnerAlone) {
+TEST(StateDirectory, FollowsTheEnvironment) {
     kit::EnvironmentGuard environment;
     std::string path;
     const bool root = geteuid() == 0;
@@ -27,6 +28,11 @@ TEST(StateDirectory, IsNamedByTheEnvironmentAndMadeForItsOwnerAlone) {
         EXPECT_EQ(stateDirectory(path), 0u);
         EXPECT_EQ(path, row[3]);
     }
+}
+
+TEST(StateDirectory, IsMadeForTheOwnerOnly) {
+    kit::EnvironmentGuard environment;
+    std::string path;
     const kit::TemporaryFolder folder;
     environment.set("KEST_STATE_DIR", folder.pathOf("a/b"));
     for (int failing = 1; failing <= 3; ++failing) {
@@ -37,6 +43,9 @@ TEST(StateDirectory, IsNamedByTheEnvironmentAndMadeForItsOwnerAlone) {
     EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms::owner_all);
     environment.set("KEST_STATE_DIR", folder.write("file", ""));
     EXPECT_EQ(createStateDirectory(path), errorPathNotFound);
+    environment.set("KEST_STATE_DIR", ".");
+    EXPECT_EQ(createStateDirectory(path), errorSuccess);
+    EXPECT_EQ(path, std::filesystem::current_path() / ".");
 }
 
 }  // namespace

@@ -111,10 +111,10 @@ void showStatus(const CommandLine& line, Report& report) {
 void showConfiguration(const Manager& manager, const Task& task, Report& report) {
     const SharedHandle service = manager.open(task, platform::kServiceQueryConfiguration);
     platform::ServiceConfiguration registered;
-    KestSupport::wstring16 wide;
+    std::vector<unsigned short> wide;
     require(task, platform::serviceManager().queryConfiguration(service.get(), registered));
     require(task, platform::serviceManager().queryDescription(service.get(), wide));
-    const std::string description = narrowText(wide);
+    const std::string description = narrowText({wide.begin(), wide.end()});
     const std::string start = startWord(registered.startType);
     const std::vector<std::string> needed = platform::dependencyNames(registered.dependencies);
     if (report.asJson()) {

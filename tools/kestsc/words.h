@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/service_manager.h"
+#include "support/strings.h"
 
 namespace kestsc {
 

@@ -1,31 +1,27 @@
-// The registry is the file registry.reg in the state directory. What was read of it is kept as long as the file stays
-// the same.
+// The registry is the file registry.reg in the state directory. It is read again when it has changed.
 #include <mutex>
+#include <utility>
 
 #include "platform/common/ascii_words.h"
+#include "platform/common/wide_units.h"
 #include "platform/emulated/cached_file.h"
 #include "platform/emulated/registry_file.h"
 #include "platform/process_memory.h"
 #include "platform/registry.h"
 #include "platform/state_directory.h"
-#include "platform/text.h"
 #include "platform/uninterrupted.h"
-#include "support/strings.h"
 
 namespace KestSupport::platform {
 namespace {
 
-// The text in another code page; the text itself, without a copy, where that makes no difference.
+// Converts a text between the ANSI code page and UTF-8. Returns the text itself when its bytes are the same in both,
+// otherwise a view of the buffer.
 std::string_view recoded(std::string_view text, bool toUtf8, std::string& buffer) {
     if (isAscii(text)) return text;
     const CodePage ansi = ansiCodePage();
     if (ansi == codePageUtf8) return text;
-    wstring16 units(text.size(), 0);
-    units.resize(widenText(toUtf8 ? ansi : codePageUtf8, text.data(), text.size(), units.data(), units.size()));
-    constexpr std::size_t kMostBytesOfUnit = 4;
-    buffer.resize(units.size() * kMostBytesOfUnit);
-    buffer.resize(narrowText(toUtf8 ? codePageUtf8 : ansi, units.data(), units.size(), buffer.data(), buffer.size()));
-    return buffer;
+    const WideUnits units = toUnits(toUtf8 ? ansi : codePageUtf8, text);
+    return buffer = fromUnits(toUtf8 ? codePageUtf8 : ansi, units);
 }
 
 class Registry {
@@ -36,8 +32,11 @@ class Registry {
         m_path += "/registry.reg";
         std::string bytes;
         bool changed = false;
-        if (const ErrorCode error = m_source.readIfChanged(m_path, bytes, changed); error != 0) return error;
+        // When memory runs out here, the next call reads the file again.
+        CachedFile source = std::exchange(m_source, CachedFile());
+        if (const ErrorCode error = source.readIfChanged(m_path, bytes, changed); error != 0) return error;
         if (changed) m_file = RegistryFile(bytes);
+        m_source = source;
         return find(subkey, name, value);
     }
 

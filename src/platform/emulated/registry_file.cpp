@@ -1,15 +1,17 @@
+// One pass over the text. Keys and values are found by folded names: names that differ only in case fold to the same
+// text. A map with ordered keys serves the reading, because "[-KEY]" removes a range of keys; hash tables serve find.
 #include "platform/emulated/registry_file.h"
 
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cwctype>
 #include <map>
 #include <optional>
 #include <utility>
 
 #include "platform/common/ascii_words.h"
-#include "platform/text.h"
-#include "support/strings.h"
+#include "platform/common/wide_units.h"
 
 namespace KestSupport::platform {
 namespace {
@@ -19,11 +21,9 @@ constexpr std::string_view kBlanks = " \t";
 constexpr std::string_view kRoots[] = {"hkey_local_machine", "hklm"};
 constexpr std::uint32_t kBinary = 3;
 
-using Units = wstring16;
-
 // Little-endian units; an odd byte at the end is dropped.
-Units unitsOf(std::string_view bytes) {
-    Units units(bytes.size() / 2, 0);
+WideUnits unitsOf(std::string_view bytes) {
+    WideUnits units(bytes.size() / 2);
     for (std::size_t i = 0; i < units.size(); ++i) {
         const auto low = static_cast<unsigned char>(bytes[2 * i]);
         const auto high = static_cast<unsigned char>(bytes[2 * i + 1]);
@@ -32,21 +32,14 @@ Units unitsOf(std::string_view bytes) {
     return units;
 }
 
-std::string utf8Of(const Units& units) {
-    constexpr std::size_t kMostBytesOfUnit = 3;
-    std::string text(units.size() * kMostBytesOfUnit, '\0');
-    text.resize(narrowText(codePageUtf8, units.data(), units.size(), text.data(), text.size()));
-    return text;
-}
-
 // The file's text in UTF-8, without its byte-order mark.
 std::string textOf(std::string_view bytes) {
-    if (bytes.starts_with("\xFF\xFE")) return utf8Of(unitsOf(bytes.substr(2)));
+    if (bytes.starts_with("\xFF\xFE")) return fromUnits(codePageUtf8, unitsOf(bytes.substr(2)));
     if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
     return std::string(bytes);
 }
 
-// Without a branch, many bytes at a time.
+// Has no branch, so the compiler folds many bytes at a time.
 char* foldAscii(std::string_view name, char* folded) noexcept {
     return std::transform(name.begin(), name.end(), folded, [](char c) {
         const bool isUpper = static_cast<unsigned char>(c - 'A') <= 'Z' - 'A';
@@ -54,22 +47,19 @@ char* foldAscii(std::string_view name, char* folded) noexcept {
     });
 }
 
-// The name so that names which differ in case alone become the same.
 std::string folded(std::string_view name) {
     if (isAscii(name)) {
         std::string text(name.size(), '\0');
         foldAscii(name, text.data());
         return text;
     }
-    Units units(name.size(), 0);
-    units.resize(widenText(codePageUtf8, name.data(), name.size(), units.data(), units.size()));
-    std::transform(units.begin(), units.end(), units.begin(), [](unsigned short unit) {
-        return static_cast<unsigned short>(char_traits_ci<unsigned short>::fold(unit));
-    });
-    return utf8Of(units);
+    WideUnits units = toUnits(codePageUtf8, name);
+    for (unsigned short& unit : units)
+        unit = static_cast<unsigned short>(std::towlower(unit));
+    return fromUnits(codePageUtf8, units);
 }
 
-// A folded name; without memory from the heap for a short one.
+// A folded name. A short one takes no memory from the heap.
 class Folded {
   public:
     explicit Folded(std::string_view name) {
@@ -91,7 +81,7 @@ class Folded {
     std::string_view m_text;
 };
 
-// Reads the text from its front to its end. Every function leaves the position behind what it has understood.
+// Each function reads from the current position and moves it past the part that is valid.
 class FileReader {
   public:
     explicit FileReader(std::string_view text) noexcept : m_rest(text) {}
@@ -115,7 +105,7 @@ class FileReader {
     }
 
     using Values = std::map<std::string, RegistryValue>;
-    std::map<std::string, Values> keys;  // each key's name once: it may be long, and have many values
+    std::map<std::string, Values> keys;  // nested: a long name of a key with many values is stored once
 
   private:
     void skipBlanks() noexcept { m_rest.remove_prefix(std::min(m_rest.find_first_not_of(kBlanks), m_rest.size())); }
@@ -143,14 +133,14 @@ class FileReader {
         }
     }
 
-    // The key's own values, and those of the keys below it.
+    // Removes the key and all keys below it. '\\' + 1 follows the separator, so it ends their range.
     void removeKey(const std::string& key) {
         keys.erase(key);
         keys.erase(keys.lower_bound(key + '\\'), keys.lower_bound(key + static_cast<char>('\\' + 1)));
         if (key.empty()) keys.clear();
     }
 
-    // Behind the opening quote. Line ends belong to the text. Nothing, and nothing read, when no quote closes it.
+    // Reads the text after an opening quote, with the line ends in it. Returns nothing when no quote closes it.
     std::optional<std::string> quotedText() {
         std::string text;
         for (std::size_t i = 0; i < m_rest.size(); ++i) {
@@ -161,7 +151,7 @@ class FileReader {
             if (const std::string_view two = m_rest.substr(i, 2); two == "\\\\" || two == "\\\"") ++i;
             text += m_rest[i];
         }
-        // No quote closes a later one either.
+        // No quote follows, so no other text can be closed either.
         m_rest = {};
         return std::nullopt;
     }
@@ -170,11 +160,11 @@ class FileReader {
         skipBlanks();
         if (!take("=")) return;
         skipBlanks();
-        const std::string place = folded(name);
+        const std::string key = folded(name);
         if (take("-")) {
-            m_values->erase(place);
+            m_values->erase(key);
         } else if (std::optional<RegistryValue> value = readData()) {
-            (*m_values)[place] = *std::move(value);
+            (*m_values)[key] = *std::move(value);
         }
     }
 
@@ -190,7 +180,7 @@ class FileReader {
         if (take("(") && (!takeHexadecimal(type) || !take(")"))) return std::nullopt;
         if (!take(":")) return std::nullopt;
         std::string bytes = readBytes();
-        if (type == kRegistryString) bytes = utf8Of(unitsOf(bytes));
+        if (type == kRegistryString) bytes = fromUnits(codePageUtf8, unitsOf(bytes));
         return RegistryValue{type, std::move(bytes)};
     }
 
@@ -209,7 +199,7 @@ class FileReader {
         return value;
     }
 
-    // Pairs of digits between commas; a backslash at the end of a line goes on with the next one.
+    // Reads bytes of one or two digits between commas. A backslash at the end of a line continues them on the next one.
     std::string readBytes() {
         std::string bytes;
         for (;;) {
@@ -232,7 +222,7 @@ class FileReader {
     }
 
     std::string_view m_rest;
-    Values* m_values = nullptr;  // of the key that the lines belong to; null for other roots
+    Values* m_values = nullptr;  // of the current key; null below another root
 };
 
 }  // namespace

@@ -1,8 +1,7 @@
-// The registry as a text file, for systems that have none of their own: the export format of registry editors, version
-// 5.00, as docs/formats/registry.md describes it. Any bytes give a defined result; what is not understood is passed
-// over, line by line.
+// The registry as a text file, for systems without a registry: the export format of registry editors, version 5.00,
+// which docs/formats/registry.md describes. Any bytes have a defined result: a line that is not valid is skipped.
 //
-// Threads: a RegistryFile does not change once it is made.
+// Threads: a RegistryFile does not change after its construction.
 #pragma once
 
 #include <cstddef>
@@ -17,12 +16,12 @@ namespace KestSupport::platform {
 
 class RegistryFile {
   public:
-    /// Holds nothing.
+    /// Has no values.
     RegistryFile() = default;
-    /// Reads what the bytes of a file say of HKEY_LOCAL_MACHINE.
+    /// Reads the values below HKEY_LOCAL_MACHINE from the bytes of a file.
     explicit RegistryFile(std::string_view bytes);
 
-    /// The value, with a text in UTF-8; null when there is none. The names are in UTF-8.
+    /// Returns the value, or null when there is none. Names, and the data of a text, are UTF-8.
     const RegistryValue* find(std::string_view subkey, std::string_view name) const;
 
   private:
@@ -34,7 +33,7 @@ class RegistryFile {
     template <typename Value>
     using ByName = std::unordered_map<std::string, Value, Hash, std::equal_to<>>;
 
-    ByName<ByName<RegistryValue>> m_keys;  // the values of a key by their names; all names are folded
+    ByName<ByName<RegistryValue>> m_keys;  // by the names of the keys, then of the values; all names are folded
 };
 
 }  // namespace KestSupport::platform

@@ -2,12 +2,15 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <memory>
 
@@ -33,16 +36,33 @@ ErrorCode outcomeOf(int result) noexcept {
 // By FileUse.
 constexpr int kFileFlags[] = {O_RDONLY, O_RDWR, O_RDWR | O_CREAT, O_WRONLY | O_CREAT | O_TRUNC};
 
+// O_NONBLOCK: opening a pipe does not wait for its other end.
+constexpr int kOpenFlags = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+
 template <typename Handle>
-Result<Handle> openIn(const char* step, const Folder& folder, const char* name, int flags) noexcept {
-    // O_NONBLOCK: what turns out to be a pipe does not wait for its other end.
-    const int all = flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
-    const int opened = systemCall(step, [&] { return ::openat(descriptorOf(folder), name, all, S_IRUSR | S_IWUSR); });
-    if (opened >= 0) return Handle(opened);
+Result<Handle> openedAs(int descriptor) noexcept {
+    if (descriptor >= 0) return Handle(descriptor);
     for (const int otherKind : {ELOOP, EISDIR, ENOTDIR, ENXIO}) {
         if (errno == otherKind) return Failure{errorInvalidData};
     }
     return lastFailure();
+}
+
+template <typename Handle>
+Result<Handle> openIn(const char* step, const Folder& folder, const char* name, int flags) noexcept {
+    return openedAs<Handle>(
+        systemCall(step, [&] { return ::openat(descriptorOf(folder), name, flags | kOpenFlags, S_IRUSR | S_IWUSR); }));
+}
+
+// False once the system has shown that it has no openat2, or forbids it.
+constinit std::atomic<bool> g_opensPaths{true};
+
+// Opens a path for reading without following a symbolic link in any part of it.
+int openPath(const Folder& folder, const std::string& path) noexcept {
+    open_how how{};
+    how.flags = O_RDONLY | kOpenFlags;
+    how.resolve = RESOLVE_NO_SYMLINKS;
+    return static_cast<int>(::syscall(SYS_openat2, descriptorOf(folder), path.c_str(), &how, sizeof how));
 }
 
 Failure readFailure() noexcept {
@@ -148,6 +168,10 @@ Result<Folder> Folder::open(const std::string& path) {
     return Folder(opened);
 }
 
+Result<Folder> Folder::openParent() const {
+    return openFolder("..");
+}
+
 Result<Folder> Folder::openFolder(const std::string& name) const {
     return openIn<Folder>("openFolder", *this, name.c_str(), kFolderFlags);
 }
@@ -156,8 +180,17 @@ Result<File> Folder::openFile(const char* name, FileUse use) const {
     return openIn<File>("openFile", *this, name, kFileFlags[static_cast<std::size_t>(use)]);
 }
 
-bool Folder::contains(const char* name) const noexcept {
-    return ::faccessat(descriptorOf(*this), name, F_OK, 0) == 0;
+// One call instead of three: the status of a service takes 3.1 instead of 5.0 us (bench/service_control).
+Result<File> Folder::openFile(const std::string& folder, const char* name) const {
+    if (g_opensPaths.load(std::memory_order_relaxed)) {
+        const std::string path = folder + '/' + name;
+        const int opened = systemCall("openFile", [&] { return openPath(*this, path); });
+        if (opened >= 0 || (errno != ENOSYS && errno != EPERM)) return openedAs<File>(opened);
+        g_opensPaths = false;
+    }
+    const Result<Folder> parent = openFolder(folder);
+    if (!parent) return parent.failure();
+    return parent->openFile(name, FileUse::read);
 }
 
 Result<std::vector<std::string>> Folder::folders() const {
@@ -210,10 +243,14 @@ ErrorCode Folder::flush() const noexcept {
     return flushToDisk(*this);
 }
 
-Result<bool> Folder::tryLock() const noexcept {
-    if (systemCall("lockFolder", [&] { return ::flock(descriptorOf(*this), LOCK_EX | LOCK_NB); }) == 0) return true;
-    if (errno == EWOULDBLOCK) return false;
-    return lastFailure();
+// A second handle holds the lock, which belongs to a handle.
+Result<SystemHandle> Folder::lock() const {
+    Result<Folder> handle = openFolder(".");
+    if (!handle) return handle.failure();
+    if (systemCall("lockFolder", [&] { return ::flock(descriptorOf(*handle), LOCK_EX | LOCK_NB); }) == 0) {
+        return SystemHandle(std::move(*handle));
+    }
+    return errno == EWOULDBLOCK ? Failure{errorBusy} : lastFailure();
 }
 
 SystemHandle openNullDevice() noexcept {
@@ -228,23 +265,20 @@ std::uint32_t currentProcess() noexcept {
     return static_cast<std::uint32_t>(::getpid());
 }
 
-Result<bool> leadsSession(std::uint32_t process) noexcept {
+// A detached program leads a session.
+Result<bool> isDetached(std::uint32_t process) noexcept {
     const pid_t session = ::getsid(static_cast<pid_t>(process));
     if (session < 0) return lastFailure();
     return session == static_cast<pid_t>(process);
 }
 
-ErrorCode endGroupOf(std::uint32_t process, EndMode mode) noexcept {
+ErrorCode endProgram(std::uint32_t process, EndMode mode) noexcept {
     const auto id = static_cast<pid_t>(process);
     const pid_t group = ::getpgid(id);
     const bool isOurs = group == ::getpgrp();
     const pid_t target = isOurs ? id : group > 1 ? -group : -id;
     const int result = ::kill(target, mode == EndMode::kill ? SIGKILL : SIGTERM);
     return result != 0 && errno == ESRCH ? errorSuccess : outcomeOf(result);
-}
-
-void killGroupLedBy(std::uint32_t process) noexcept {
-    ::kill(-static_cast<pid_t>(process), SIGKILL);
 }
 
 ErrorCode installForkHandlers(void (*before)(), void (*inParent)(), void (*inChild)()) noexcept {

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <vector>
 
 #include "platform/linux/linux_call.h"
@@ -54,7 +55,7 @@ ErrorCode stateDirectory(std::string& path) {
         return errorSuccess;
     }
     std::string base = variable("XDG_STATE_HOME");
-    // A relative path is to be ignored there, by the rules of those variables.
+    // The rules of these variables say that a relative path is ignored.
     if (!base.starts_with('/')) {
         base = homeDirectory();
         if (base.empty()) return errorPathNotFound;
@@ -66,6 +67,9 @@ ErrorCode stateDirectory(std::string& path) {
 
 ErrorCode createStateDirectory(std::string& path) {
     if (const ErrorCode error = stateDirectory(path); error != 0) return error;
+    std::error_code unresolved;
+    path = std::filesystem::absolute(path, unresolved).string();
+    if (unresolved) return errorFromErrno(unresolved.value());
     if (isFolder(path)) return errorSuccess;
     int error = 0;
     for (std::size_t end = path.find('/', 1); error == 0 && end != std::string::npos; end = path.find('/', end + 1)) {

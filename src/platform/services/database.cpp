@@ -1,7 +1,6 @@
 #include "platform/services/database.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <new>
 
 #include "platform/deadline.h"
@@ -21,20 +20,11 @@ std::uint64_t hashOf(const std::string& text) {
     return hash;
 }
 
-Failure orDoesNotExist(Failure failure) {
-    return failure == errorFileNotFound ? Failure{errorServiceDoesNotExist} : failure;
-}
-
 }  // namespace
 
 Result<std::shared_ptr<const ServiceDatabase>> ServiceDatabase::open() {
     const auto database = std::make_shared<ServiceDatabase>();
-    std::string path;
-    if (const ErrorCode error = createStateDirectory(path); error != 0) return Failure{error};
-    std::error_code unresolved;
-    database->m_stateDirectory = std::filesystem::absolute(path, unresolved).string();
-    if (unresolved) return Failure{errorFromErrno(unresolved.value())};
-
+    if (const ErrorCode error = createStateDirectory(database->m_stateDirectory); error != 0) return Failure{error};
     const Result<Folder> state = Folder::open(database->m_stateDirectory);
     if (!state) return state.failure();
     const Result<FolderAccess> stateAccess = state->access();
@@ -55,15 +45,12 @@ Result<std::shared_ptr<const ServiceDatabase>> ServiceDatabase::open() {
     return std::shared_ptr<const ServiceDatabase>(database);
 }
 
-Result<Folder> lockDatabase(const Folder& database) {
+Result<SystemHandle> lockDatabase(const Folder& database) {
     constexpr std::uint32_t limit = 10'000;  // milliseconds
-    Result<Folder> lock = database.openFolder(".");
-    if (!lock) return lock;
     const Deadline deadline = Deadline::after(limit);
     for (;;) {
-        const Result<bool> taken = lock->tryLock();
-        if (!taken) return taken.failure();
-        if (*taken) return lock;
+        Result<SystemHandle> lock = database.lock();
+        if (lock.error() != errorBusy) return lock;
         if (deadline.hasPassed()) return Failure{errorServiceDatabaseLocked};
         sleepThread(1);
     }
@@ -98,18 +85,6 @@ std::string ServiceFiles::nameOf(const std::string& folder) {
     return name;
 }
 
-Result<Folder> ServiceFiles::openExisting() const {
-    Result<Folder> folder = openFolder();
-    if (!folder) return orDoesNotExist(folder.failure());
-    return folder;
-}
-
-Result<File> ServiceFiles::open(const char* file) const {
-    const Result<Folder> folder = openFolder();
-    if (!folder) return folder.failure();
-    return folder->openFile(file, FileUse::read);
-}
-
 Result<StatusRecord> ServiceFiles::createRecord() const {
     const Result<Folder> folder = openFolder();
     if (!folder) return folder.failure();
@@ -119,14 +94,9 @@ Result<StatusRecord> ServiceFiles::createRecord() const {
 }
 
 Result<StoredService> ServiceFiles::read() const {
-    const Result<Folder> folder = openExisting();
-    if (!folder) return folder.failure();
-    return readIn(*folder);
-}
-
-Result<StoredService> ServiceFiles::readIn(const Folder& folder) const {
-    const Result<File> file = folder.openFile(kConfiguration, FileUse::read);
-    if (!file) return orDoesNotExist(file.failure());
+    const Result<File> file = open(kConfiguration);
+    if (file.error() == errorFileNotFound) return Failure{errorServiceDoesNotExist};
+    if (!file) return file.failure();
     const Result<std::string> text = file->readAll(kConfigurationLimit);
     if (!text) return text.failure();
     auto service = text->size() > kConfigurationLimit ? std::nullopt : parseConfiguration(*text);
@@ -166,25 +136,17 @@ ErrorCode ServiceFiles::remove() const {
 }
 
 Result<ServiceStatus> ServiceFiles::status() const {
-    const Result<Folder> folder = openExisting();
-    if (!folder) return folder.failure();
-    return statusIn(*folder);
-}
-
-Result<ServiceStatus> ServiceFiles::statusIn(const Folder& folder) {
-    Result<File> file = folder.openFile(kRecord, FileUse::read);
+    Result<File> file = open(kRecord);
     if (file) return StatusRecord(std::move(*file)).status();
     if (file.error() != errorFileNotFound) return file.failure();
-    if (!folder.contains(kConfiguration)) return Failure{errorServiceDoesNotExist};
+    if (open(kConfiguration).error() == errorFileNotFound) return Failure{errorServiceDoesNotExist};
     return stoppedWith(errorServiceNeverStarted);
 }
 
 ServiceFiles::Snapshot ServiceFiles::snapshot() const {
-    const Result<Folder> folder = openExisting();
-    if (!folder) return {{}, {}, folder.error()};
-    Result<StoredService> service = readIn(*folder);
+    Result<StoredService> service = read();
     if (!service) return {{}, {}, service.error()};
-    const Result<ServiceStatus> status = statusIn(*folder);
+    const Result<ServiceStatus> status = this->status();
     return {std::move(*service), status ? *status : ServiceStatus(), status.error()};
 }
 
@@ -219,7 +181,7 @@ void removeIfDeleted(const Folder& database, const std::string& name) noexcept {
         // read() does not find a service that is marked and not active. The first call is without the lock, so that a
         // service that merely stops does not delay the next start.
         if (files.read().error() != errorServiceDoesNotExist) return;
-        const Result<Folder> lock = lockDatabase(database);
+        const Result<SystemHandle> lock = lockDatabase(database);
         if (lock && files.read().error() == errorServiceDoesNotExist) files.remove();
     } catch (const std::bad_alloc&) {
         return;  // the service still counts as deleted, and a new one of that name replaces the files

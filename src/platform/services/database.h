@@ -37,7 +37,7 @@ class ServiceDatabase {
 
 /// Waits while another process changes the database; errorServiceDatabaseLocked after ten seconds. Closing the result
 /// releases the lock.
-Result<Folder> lockDatabase(const Folder& database);
+Result<SystemHandle> lockDatabase(const Folder& database);
 
 /// Opens the service's folder without following a symbolic link, and reaches the files from there. A link in place of
 /// the folder is damage (errorInvalidData) and leads no call to other files. The database's folder must stay open.
@@ -93,10 +93,7 @@ class ServiceFiles {
 
   private:
     ServiceFiles(const std::string& folder, const Folder& database) : m_database(database), m_folder(folder) {}
-    Result<Folder> openExisting() const;
-    Result<File> open(const char* file) const;
-    Result<StoredService> readIn(const Folder& folder) const;
-    static Result<ServiceStatus> statusIn(const Folder& folder);
+    Result<File> open(const char* file) const { return m_database.openFile(m_folder, file); }
 
     const Folder& m_database;
     std::string m_folder;

@@ -11,12 +11,12 @@ using Holder = StatusRecord::Holder;
 constexpr std::uint32_t kPatience = 1000;       // milliseconds between a request to end and a kill
 constexpr std::uint32_t kEndCheckInterval = 5;  // milliseconds
 
-// 0 for a program that does not exist any more. The program of a start leads a session: a process of that number that
-// leads none has received the number after the program ended.
+// Returns 0 for a program that has ended. The program of a start is detached, so a process with its number that is not
+// detached has received the number after the program ended.
 std::uint32_t existingProgram(std::uint32_t program) {
     if (program == 0) return 0;
-    const Result<bool> leads = leadsSession(program);
-    return leads && !*leads ? 0 : program;
+    const Result<bool> detached = isDetached(program);
+    return detached && !*detached ? 0 : program;
 }
 
 }  // namespace
@@ -34,7 +34,7 @@ Result<bool> endUnansweredStart(const ServiceDatabase& database, const std::stri
         if (deadline.hasPassed()) return Failure{errorServiceRequestTimeout};
         const EndMode wanted = killTime.hasPassed() ? EndMode::kill : EndMode::request;
         if (sent != wanted) {
-            if (const ErrorCode error = endGroupOf(program, wanted); error != 0) return Failure{error};
+            if (const ErrorCode error = endProgram(program, wanted); error != 0) return Failure{error};
         }
         sent = wanted;
         ended = true;
@@ -62,7 +62,7 @@ ErrorCode endService(const ServiceDatabase& database, const std::string& name) {
         }
         if (process == 0 && !killed) return errorServiceCannotAcceptControl;
         if (process != 0) {
-            if (const ErrorCode error = endGroupOf(process, EndMode::kill); error != 0) return error;
+            if (const ErrorCode error = endProgram(process, EndMode::kill); error != 0) return error;
             killed = true;
         }
         if (deadline.hasPassed()) return errorServiceRequestTimeout;

@@ -4,12 +4,12 @@
 #include <memory>
 #include <mutex>
 
+#include "platform/common/wide_units.h"
 #include "platform/console.h"
 #include "platform/service_manager.h"
 #include "platform/services/client.h"
 #include "platform/services/database.h"
 #include "platform/services/process.h"
-#include "platform/text.h"
 #include "platform/uninterrupted.h"
 
 namespace KestSupport::platform {
@@ -74,22 +74,9 @@ std::uint32_t accessFor(std::uint32_t control) {
     }
 }
 
-std::string toUtf8(const wstring16& text) {
-    constexpr std::size_t longest = 3;  // bytes of one unit
-    std::string bytes(text.size() * longest, '\0');
-    bytes.resize(narrowText(codePageUtf8, text.data(), text.size(), bytes.data(), bytes.size()));
-    return bytes;
-}
-
-wstring16 fromUtf8(const std::string& bytes) {
-    wstring16 text(bytes.size(), 0);
-    text.resize(widenText(codePageUtf8, bytes.data(), bytes.size(), text.data(), text.size()));
-    return text;
-}
-
 template <typename Change>
 ErrorCode updateConfiguration(const OpenHandle& service, Change change) {
-    const Result<Folder> lock = lockDatabase(service.folder());
+    const Result<SystemHandle> lock = lockDatabase(service.folder());
     if (!lock) return lock.failure();
     Result<StoredService> stored = service.files().read();
     if (!stored) return stored.failure();
@@ -101,7 +88,7 @@ ErrorCode updateConfiguration(const OpenHandle& service, Change change) {
 }
 
 ErrorCode createIn(const OpenHandle& manager, const StoredService& service) {
-    const Result<Folder> lock = lockDatabase(manager.folder());
+    const Result<SystemHandle> lock = lockDatabase(manager.folder());
     if (!lock) return lock.failure();
     const ServiceFiles files(manager.folder(), service.name);
     const Result<StoredService> present = files.read();
@@ -117,7 +104,7 @@ ErrorCode createIn(const OpenHandle& manager, const StoredService& service) {
 }
 
 ErrorCode deleteIn(const OpenHandle& service) {
-    const Result<Folder> lock = lockDatabase(service.folder());
+    const Result<SystemHandle> lock = lockDatabase(service.folder());
     if (!lock) return lock.failure();
     const ServiceFiles files = service.files();
     Result<StoredService> stored = files.read();
@@ -145,8 +132,8 @@ class EmbeddedServiceManager final : public ServiceManager {
     ErrorCode openService(Handle manager, const std::string& name, std::uint32_t access, Handle& service) override;
     ErrorCode queryConfiguration(Handle service, ServiceConfiguration& configuration) override;
     ErrorCode changeConfiguration(Handle service, const ServiceChange& change) override;
-    ErrorCode queryDescription(Handle service, wstring16& description) override;
-    ErrorCode setDescription(Handle service, const wstring16& description) override;
+    ErrorCode queryDescription(Handle service, WideUnits& description) override;
+    ErrorCode setDescription(Handle service, std::span<const unsigned short> description) override;
     ErrorCode startService(Handle service, const std::vector<std::string>& arguments) override;
     void cancelStarts() noexcept override { platform::cancelStarts(); }
     ErrorCode endService(Handle service) override;
@@ -287,17 +274,18 @@ ErrorCode EmbeddedServiceManager::changeConfiguration(Handle service, const Serv
     });
 }
 
-ErrorCode EmbeddedServiceManager::queryDescription(Handle service, wstring16& description) {
+ErrorCode EmbeddedServiceManager::queryDescription(Handle service, WideUnits& description) {
     return withService(service, kServiceQueryConfiguration, [&](const OpenHandle& open) -> ErrorCode {
         const Result<StoredService> stored = open.files().read();
-        if (stored) description = fromUtf8(stored->description);
+        if (stored) description = toUnits(codePageUtf8, stored->description);
         return stored.error();
     });
 }
 
-ErrorCode EmbeddedServiceManager::setDescription(Handle service, const wstring16& description) {
+ErrorCode EmbeddedServiceManager::setDescription(Handle service, std::span<const unsigned short> description) {
     return withService(service, kServiceChangeConfiguration, [&](const OpenHandle& open) {
-        return updateConfiguration(open, [&](StoredService& stored) { stored.description = toUtf8(description); });
+        return updateConfiguration(
+            open, [&](StoredService& stored) { stored.description = fromUnits(codePageUtf8, description); });
     });
 }
 

@@ -295,7 +295,7 @@ void ServiceProcess::serve() {
     waitForOne(m_main.get(), kMainPatience);
     m_main.reset();
     // A service that was marked for deletion is removed once it is stopped, and there may be no other process for that.
-    const Result<Folder> database = m_folder.openFolder("..");
+    const Result<Folder> database = m_folder.openParent();
     if (database) removeIfDeleted(*database, m_name);
 }
 

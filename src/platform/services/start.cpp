@@ -33,7 +33,7 @@ class ServiceStart {
     /// Checks that the service can be started, and excludes other starts of it.
     ErrorCode reserve() {
         if (!m_database.isOurs()) return errorInvalidServiceAccount;
-        const Result<Folder> lock = lockDatabase(m_database.folder());
+        const Result<SystemHandle> lock = lockDatabase(m_database.folder());
         if (!lock) return lock.failure();
         Result<StoredService> service = m_files.read();
         if (!service) return service.failure();
@@ -114,7 +114,7 @@ class ServiceStart {
         if (error == errorBrokenPipe || g_cancelled) error = errorProcessAborted;
         // The program leads a group; the programs that a script starts end with it.
         constexpr std::uint32_t patience = 1000;  // milliseconds
-        if (!process.wait(0)) killGroupLedBy(process.id());
+        if (!process.wait(0)) endProgram(process.id(), EndMode::kill);
         process.wait(patience);
         return error;
     }

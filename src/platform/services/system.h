@@ -4,7 +4,7 @@
 //   SystemHandle    a resource of the system, with an owner
 //   File            reads, writes, and locks of single bytes
 //   Folder          its entries, reached without following a symbolic link
-//   endGroupOf      and other calls for processes
+//   endProgram      and other calls for processes
 //
 // A name has no separator. A name that leads to something of another kind than the call expects, such as a symbolic
 // link or a folder in place of a file, gives errorInvalidData. Error numbers are those of platform/error.h.
@@ -100,9 +100,11 @@ class Folder : public SystemHandle {
     /// The path may have symbolic links.
     static Result<Folder> open(const std::string& path);
 
+    Result<Folder> openParent() const;
     Result<Folder> openFolder(const std::string& name) const;
     Result<File> openFile(const char* name, FileUse use) const;
-    bool contains(const char* name) const noexcept;
+    /// Opens a file of one of the folders for reading; errorFileNotFound also when there is no such folder.
+    Result<File> openFile(const std::string& folder, const char* name) const;
     /// The names of the folders in it, in any order.
     Result<std::vector<std::string>> folders() const;
     Result<FolderAccess> access() const noexcept;
@@ -118,9 +120,9 @@ class Folder : public SystemHandle {
     /// Waits until the folder's entries are on the disk.
     ErrorCode flush() const noexcept;
 
-    /// Takes the folder's lock, which is one for all handles of the folder and is released when this one is closed.
-    /// False when another handle has it; does not wait.
-    Result<bool> tryLock() const noexcept;
+    /// Takes the folder's only lock, which closing the result releases. errorBusy when another handle has it; does not
+    /// wait.
+    Result<SystemHandle> lock() const;
 };
 
 /// A device that reads as empty and takes any output. Not open when the system refuses.
@@ -129,19 +131,17 @@ SystemHandle openNullDevice() noexcept;
 UserId currentUser() noexcept;
 std::uint32_t currentProcess() noexcept;
 
-/// Whether the process leads a session. Fails when there is no such process.
-Result<bool> leadsSession(std::uint32_t process) noexcept;
+/// Whether the process was started as a detached program (ProcessRequest). Fails when there is no such process.
+Result<bool> isDetached(std::uint32_t process) noexcept;
 
 enum class EndMode {
     request,  ///< as a supervisor asks a program to end
     kill,
 };
 
-/// Ends the process group that the process belongs to; this process's own group is spared, and the process alone ends.
-/// 0 also when there is no such process. A group can outlive its leader.
-ErrorCode endGroupOf(std::uint32_t process, EndMode mode) noexcept;
-/// Kills the group that the process leads or has led.
-void killGroupLedBy(std::uint32_t process) noexcept;
+/// Ends the process and its group: the processes that it has started and that have not left the group. They can outlive
+/// it. A process of this process's own group ends alone. 0 also when there is no such process.
+ErrorCode endProgram(std::uint32_t process, EndMode mode) noexcept;
 
 /// Installs functions that run around each fork of this process until it ends: before it, and after it in the parent
 /// and in the child.

@@ -1,5 +1,6 @@
 // Visibility of the library's interface. The library is built with hidden visibility; what a program may use is marked
 // KEST_SUPPORT_EXPORT. The public headers define only this macro and those of version_macros.h.
+// A Windows program that links the static library defines KEST_SUPPORT_STATIC.
 #pragma once
 
 #if (defined(_MSVC_LANG) && _MSVC_LANG < 202002L) || (!defined(_MSVC_LANG) && __cplusplus < 201709L)
@@ -7,7 +8,9 @@
 #endif
 
 #if defined(_WIN32)
-#if defined(KEST_SUPPORT_BUILD)
+#if defined(KEST_SUPPORT_STATIC)
+#define KEST_SUPPORT_EXPORT
+#elif defined(KEST_SUPPORT_BUILD)
 #define KEST_SUPPORT_EXPORT __declspec(dllexport)
 #else
 #define KEST_SUPPORT_EXPORT __declspec(dllimport)

@@ -79,9 +79,6 @@ class KEST_SUPPORT_EXPORT KestSetLogLevelManipulator {
     static void leaveRecord() noexcept;
 };
 
-/// Ends the record of the calling thread: writes it when its level allows it, and releases the logger to other threads.
-KEST_SUPPORT_EXPORT KestLogging& endrecord(KestLogging& logging);
-
 class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
   public:
     /// Bits of a target.
@@ -227,6 +224,10 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
 
     std::unique_ptr<internal::LoggingState> m_pState;
 };
+
+// Declared after the class: GCC drops the import from a Windows library when the friend declaration comes second.
+/// Ends the record of the calling thread: writes it when its level allows it, and releases the logger to other threads.
+KEST_SUPPORT_EXPORT KestLogging& endrecord(KestLogging& logging);
 
 /// Begins a record of the given level, 0 (always shown) to 9, and optionally of a module.
 KEST_SUPPORT_EXPORT KestSetLogLevelManipulator setloglevel(int level);

@@ -268,7 +268,7 @@ KestInputObjectStream& KestInputObjectStream::operator>>(wstring16& text) {
 KestBufferStream::KestBufferStream() noexcept = default;
 
 KestBufferStream::KestBufferStream(unsigned long growBy) noexcept
-    : m_growBy(growBy == 0 ? kDefaultGrowBy : static_cast<std::uint32_t>(std::min(growBy, kMostBytes))) {}
+    : m_growBy(growBy == 0 ? kDefaultGrowBy : static_cast<std::uint32_t>(std::min<std::size_t>(growBy, kMostBytes))) {}
 
 KestBufferStream::KestBufferStream(const void* data, unsigned int size) noexcept : KestBufferStream(size) {
     if (data == nullptr || size < kHeaderSize) return;

@@ -49,8 +49,9 @@ enum class StandardStream { input, output, error };
 /// False for a pipe, a file, and a stream that is closed.
 bool isTerminal(StandardStream stream) noexcept;
 
-/// Receives a control event. It must not throw.
-using ConsoleEventSink = void (*)(std::uint32_t event);
+/// Receives a control event and returns whether a handler took it; if not, the back end gives the event the effect that
+/// it has without us, usually the end of the process. It must not throw.
+using ConsoleEventSink = bool (*)(std::uint32_t event);
 
 /// Back end: from now on passes every event of the kind to the sink, which is the same for all kinds, on a thread that
 /// has no other work. False when the system refuses; nothing is changed then. A system without events of the kind
@@ -60,9 +61,5 @@ bool openConsoleEvents(ConsoleEvents kind, ConsoleEventSink sink);
 /// Back end: gives the events of the kind back the effect that they had before openConsoleEvents. Does not wait for the
 /// sink, which may still be called for an event that has already arrived.
 void closeConsoleEvents(ConsoleEvents kind);
-
-/// Back end: lets the event have the effect that it has without us, usually the end of the process. Called by the
-/// thread that the event was passed on.
-void giveFormerEffect(std::uint32_t event);
 
 }  // namespace KestSupport::platform

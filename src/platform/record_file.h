@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <string_view>
 
@@ -22,7 +23,7 @@ class RecordFile {
     /// Creates or truncates the file in text mode; children do not inherit it. Not called while a file is open.
     /// False, with errno set, when it cannot be opened; a symbolic link is not followed, and refused (ELOOP).
     bool open(const char* name) noexcept;
-    bool isOpen() const noexcept { return m_descriptor >= 0; }
+    bool isOpen() const noexcept { return m_handle != -1; }
     void close() noexcept;
 
     /// Writes at the end of what was written before; blocks until the system has taken it. Returns how many characters
@@ -30,7 +31,7 @@ class RecordFile {
     std::size_t write(std::string_view text) noexcept;
 
   private:
-    int m_descriptor = -1;
+    std::intptr_t m_handle = -1;
 };
 
 /// Writes the text after what was put into the stream before; blocks until the system has taken it. Returns how many

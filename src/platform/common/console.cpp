@@ -40,7 +40,7 @@ bool hasHandlers(const HandlerList& all, ConsoleEvents kind) {
 }
 
 // Walks a copy: a handler may change the list. A handler that has been removed since is skipped.
-void offerToHandlers(std::uint32_t event) {
+bool offerToHandlers(std::uint32_t event) {
     HandlerList& all = list();
     std::unique_lock guard(all.lock);
     all.runner = std::this_thread::get_id();
@@ -57,7 +57,7 @@ void offerToHandlers(std::uint32_t event) {
         all.running = nullptr;
         all.handlerReturned.notify_all();
     }
-    if (!taken) giveFormerEffect(event);
+    return taken;
 }
 
 }  // namespace

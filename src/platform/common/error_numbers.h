@@ -12,7 +12,7 @@ struct ErrorNumber {
     int errnoValue;
 };
 
-/// Back end: the errno values of this system alone, with codes that the common rows have too.
+/// Back end: the rows that are this system's alone. They count after the common ones.
 std::span<const ErrorNumber> systemErrorNumbers() noexcept;
 
 }  // namespace KestSupport::platform

@@ -53,13 +53,27 @@ void onSignal(int number) {
     errno = savedError;
 }
 
+// Lets a signal have the effect that it had before it was caught. The delivering thread blocks all signals, so this one
+// reaches it where it is let in.
+void runFormerEffect(const EventSignal& which) {
+    struct sigaction present = {};
+    sigaction(which.number, &which.before, &present);
+    sigset_t only;
+    sigemptyset(&only);
+    sigaddset(&only, which.number);
+    raise(which.number);
+    pthread_sigmask(SIG_UNBLOCK, &only, nullptr);
+    pthread_sigmask(SIG_BLOCK, &only, nullptr);
+    sigaction(which.number, &present, nullptr);
+}
+
 void* deliverEvents(void*) {
     for (;;) {
         while (sem_wait(&g_arrived) != 0) {
         }
         for (EventSignal& each : g_signals) {
             for (unsigned count = each.pending.exchange(0, std::memory_order_acquire); count > 0; --count) {
-                g_sink.load(std::memory_order_acquire)(each.event);
+                if (!g_sink.load(std::memory_order_acquire)(each.event)) runFormerEffect(each);
             }
         }
     }
@@ -129,22 +143,6 @@ bool openConsoleEvents(ConsoleEvents kind, ConsoleEventSink sink) {
 void closeConsoleEvents(ConsoleEvents kind) {
     for (const EventSignal& each : g_signals) {
         if (each.kind == kind) sigaction(each.number, &each.before, nullptr);
-    }
-}
-
-// The delivering thread blocks all signals, so this one reaches it where it is let in, under the former disposition.
-void giveFormerEffect(std::uint32_t event) {
-    for (EventSignal& each : g_signals) {
-        if (each.event != event) continue;
-        struct sigaction present = {};
-        sigaction(each.number, &each.before, &present);
-        sigset_t only;
-        sigemptyset(&only);
-        sigaddset(&only, each.number);
-        raise(each.number);
-        pthread_sigmask(SIG_UNBLOCK, &only, nullptr);
-        pthread_sigmask(SIG_BLOCK, &only, nullptr);
-        sigaction(each.number, &present, nullptr);
     }
 }
 

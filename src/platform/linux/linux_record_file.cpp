@@ -25,21 +25,21 @@ std::size_t writeWhole(std::string_view text, Write&& write) noexcept {
 bool RecordFile::open(const char* name) noexcept {
     constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC | O_NOFOLLOW;
     constexpr mode_t everyone = 0666;
-    m_descriptor = systemCall("openRecordFile", [&] { return ::open(name, flags, everyone); });
+    m_handle = systemCall("openRecordFile", [&] { return ::open(name, flags, everyone); });
     return isOpen();
 }
 
 void RecordFile::close() noexcept {
-    if (isOpen()) ::close(m_descriptor);
-    m_descriptor = -1;
+    if (isOpen()) ::close(static_cast<int>(m_handle));
+    m_handle = -1;
 }
 
 std::size_t RecordFile::write(std::string_view text) noexcept {
-    return writeWhole(text, [this](std::string_view rest) {
+    return writeWhole(text, [file = static_cast<int>(m_handle)](std::string_view rest) {
         // To a file that is open for appending it appends, whatever the offset is, without the lock of the file's
         // position that write takes in a program of several threads. A pipe has no offsets.
-        const ssize_t appended = ::pwrite(m_descriptor, rest.data(), rest.size(), 0);
-        return appended < 0 && errno == ESPIPE ? ::write(m_descriptor, rest.data(), rest.size()) : appended;
+        const ssize_t appended = ::pwrite(file, rest.data(), rest.size(), 0);
+        return appended < 0 && errno == ESPIPE ? ::write(file, rest.data(), rest.size()) : appended;
     });
 }
 

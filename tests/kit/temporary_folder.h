@@ -15,8 +15,12 @@ class TemporaryFolder {
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
     ~TemporaryFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_path, ignored);
+        // A service that ends may remove its own files at the same time; remove_all reports them as missing and stops.
+        std::error_code error;
+        for (int tries = 0; tries < 3; ++tries) {
+            std::filesystem::remove_all(m_path, error);
+            if (!error) return;
+        }
     }
 
     std::string path() const { return m_path.string(); }

@@ -46,6 +46,10 @@ bool resumeThread(WaitHandle thread) noexcept;
 /// and no destructor of it runs, mutexes that it owns are abandoned. A thread that terminates itself does not return.
 /// True also for a thread that had ended already, which keeps its exit code; false for one that was given up.
 bool terminateThread(WaitHandle thread, std::uint32_t exitCode) noexcept;
+/// The calling thread is about to return from its entry. At the exit of the process and at the unload of the library,
+/// the static destructors wait until all such threads, their thread-local objects included, have ended; for at most 5
+/// seconds. No effect on a thread that was not made here.
+void leaveThread() noexcept;
 /// False when the system refuses.
 bool setThreadPriority(WaitHandle thread, ThreadPriority priority) noexcept;
 /// What entry returned, or the code that the thread was terminated with, or 0 when it left entry in another way;

@@ -184,6 +184,8 @@ void KestThread::Run::notifyDone() {
 }
 
 KestThread::Run::~Run() {
+    // Before another thread learns of the end, or this one deletes the object: it may then exit the process.
+    platform::leaveThread();
     if (m_thread == nullptr) return;
     if (m_thread->m_markForDeath) {
         delete m_thread;

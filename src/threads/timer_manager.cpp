@@ -5,6 +5,7 @@
 #include <new>
 
 #include "platform/clock.h"
+#include "platform/deadline.h"
 #include "platform/fork.h"
 #include "platform/process_memory.h"
 #include "platform/thread.h"
@@ -30,7 +31,10 @@ struct KestTimerManager::Process {
     KestTimer* m_pFiring = nullptr;  // the timer that it is firing, null for none
     bool m_rearm = false;            // that timer goes back into the list if it is periodic
 
-    std::atomic<int> m_liveThreads{0};
+    std::atomic<int> m_liveThreads{0};    // the timers' threads
+    std::atomic<int> m_firingThreads{0};  // those of them that are in a dependent or an override
+    // Set when a timer thread leaves.
+    const platform::OwnedHandle m_threadLeft{platform::createEvent(false, false)};
 };
 
 namespace {
@@ -40,9 +44,9 @@ constexpr std::int64_t kNanosecondsPerMillisecond = 1'000'000;
 constexpr std::int64_t kLongestWait = 5 * kNanoseconds;
 constexpr std::int64_t kCoarseFrom = 10 * kNanoseconds;  // intervals from here on use the coarse clock
 constexpr std::int64_t kNotYet = 0;                      // a new thread looks without being woken
-constexpr std::uint32_t kFiringCheck = 50;  // milliseconds between looks whether a firing thread still lives
-constexpr int kYieldsAtEnd = 1000;
-constexpr int kSleepsAtEnd = 100;
+constexpr std::uint32_t kFiringCheck = 50;     // milliseconds between looks whether a firing thread still lives
+constexpr std::uint32_t kFiringMayTake = 100;  // milliseconds, at the end of the process
+constexpr std::uint32_t kLeaveWithin = 5000;
 
 static_assert(kLongestWait <= internal::TimerQueue::kLongestRest * kNanoseconds);
 
@@ -70,9 +74,25 @@ bool isDue(const TimerEntry& entry, std::int64_t now) noexcept {
     return entry.expirySeconds < now || (entry.expirySeconds == now && entry.expiryMilliseconds == 0);
 }
 
+// Counts the calling thread while it runs foreign code, if it is one of the timers' threads.
+class CountedFiring {
+  public:
+    explicit CountedFiring(std::atomic<int>& count) noexcept : m_count(count), m_one(t_isTimerThread ? 1 : 0) {
+        m_count += m_one;
+    }
+    CountedFiring(const CountedFiring&) = delete;
+    CountedFiring& operator=(const CountedFiring&) = delete;
+    ~CountedFiring() { m_count -= m_one; }
+
+  private:
+    std::atomic<int>& m_count;
+    const int m_one;
+};
+
 // Runs foreign code, whose exceptions no caller can handle.
 template <typename Result, typename Call>
-Result guarded(Result otherwise, Call&& call) noexcept {
+Result guarded(std::atomic<int>& firingThreads, Result otherwise, Call&& call) noexcept {
+    const CountedFiring counted(firingThreads);
     try {
         return call();
     } catch (...) {
@@ -102,15 +122,28 @@ void KestTimerManager::deleteInstance() {
     Process& shared = process();
     {
         const KestCriticalSection guard(shared.m_listLock, true);
-        m_exiting = true;
+        if (m_exiting.exchange(true)) return;
         KestTimerManager* const manager = m_pInstance.exchange(nullptr);
         if (manager != nullptr) {
             manager->dismissThread();
             if (!manager->isPassUnderWay()) delete manager;  // the pass deletes it otherwise
         }
     }
-    for (int tries = 0; shared.m_liveThreads > 0 && tries < kYieldsAtEnd + kSleepsAtEnd; ++tries)
-        tries < kYieldsAtEnd ? platform::yieldThread() : platform::sleepThread(1);
+    awaitThreads(shared);
+}
+
+// A firing may last for any time, and it may be the caller.
+void KestTimerManager::awaitThreads(Process& shared) noexcept {
+    const platform::Deadline endOfFiring = platform::Deadline::after(kFiringMayTake);
+    const platform::Deadline giveUp = platform::Deadline::after(kLeaveWithin);
+    const int own = t_isTimerThread ? 1 : 0;
+    for (;;) {
+        const int live = shared.m_liveThreads;
+        const platform::Deadline& deadline = live == shared.m_firingThreads ? endOfFiring : giveUp;
+        if (live == own || deadline.hasPassed()) return;
+        const std::uint32_t pause = std::min(deadline.rest(), kFiringCheck);
+        if (platform::waitForOne(shared.m_threadLeft.get(), pause) == platform::kWaitFailed) platform::sleepThread(1);
+    }
 }
 
 KestTimerManager::KestTimerManager() : m_timers(platform::coarseCalendarSeconds()) {}
@@ -312,12 +345,12 @@ bool KestTimerManager::fire(KestTimer& timer, KestCriticalSection& guard) {
     shared.m_pFiring = &timer;
     shared.m_rearm = true;
     guard.unlock();
-    const bool oneShot = guarded(true, [&timer] { return timer.isOneShot(); });
+    const bool oneShot = guarded(shared.m_firingThreads, true, [&timer] { return timer.isOneShot(); });
     lockAgain(guard);
     if (isCurrent() && !oneShot && shared.m_rearm) rearm(timer);
     shared.m_rearm = false;
     guard.unlock();
-    guarded(false, [&timer] {
+    guarded(shared.m_firingThreads, false, [&timer] {
         timer.set();
         return true;
     });
@@ -385,6 +418,7 @@ void KestTimerManager::resetInForkedChild() noexcept {
     if (manager == nullptr) return;
     manager->m_pWaiting = nullptr;  // its object stays, like all that the parent's threads had
     process().m_liveThreads = t_isTimerThread ? 1 : 0;
+    process().m_firingThreads = t_isTimerThread ? 1 : 0;
 }
 
 const bool KestTimerManager::m_isTold = [] {
@@ -392,15 +426,25 @@ const bool KestTimerManager::m_isTold = [] {
     return true;
 }();
 
-KestTimerThreadCount::KestTimerThreadCount() {
+namespace {
+
+// A program that is linked with the static library may have no Module object, which does this otherwise.
+struct DeleteAtExit {
+    ~DeleteAtExit() { KestTimerManager::deleteInstance(); }
+};
+constinit DeleteAtExit g_deleteAtExit;
+
+}  // namespace
+
+KestTimerThread::KestTimerThread() : m_wakeEvent(platform::createEvent(false, false)) {
     ++KestTimerManager::process().m_liveThreads;
 }
 
-KestTimerThreadCount::~KestTimerThreadCount() {
-    --KestTimerManager::process().m_liveThreads;
+KestTimerThread::~KestTimerThread() {
+    KestTimerManager::Process& shared = KestTimerManager::process();
+    --shared.m_liveThreads;
+    platform::setEvent(shared.m_threadLeft.get());
 }
-
-KestTimerThread::KestTimerThread() : m_wakeEvent(platform::createEvent(false, false)) {}
 
 int KestTimerThread::run() {
     t_isTimerThread = true;

@@ -44,8 +44,9 @@ class KestTimerManager {
     /// The manager, made when there is none yet. Throws KestException "KestTimerManager::getInstance: Exiting system",
     /// code 0, after deleteInstance.
     static KestTimerManager* getInstance();
-    /// Deletes the manager, for good. A waiting thread is woken and gets the time to leave; a firing under way on
-    /// another thread is not waited for.
+    /// Deletes the manager permanently, wakes the waiting thread and returns when the timers' threads are leaving
+    /// (leaveThread). A firing under way on one of them gets 100 ms to end; a thread that does not get the processor
+    /// for 5 seconds is left behind.
     static void deleteInstance();
 
     KestTimerManager(const KestTimerManager&) = delete;
@@ -70,13 +71,13 @@ class KestTimerManager {
 
   private:
     friend class KestTimerThread;
-    friend class KestTimerThreadCount;
     struct Process;
     enum class Order { leave, wait, dispatch };
 
     KestTimerManager();
 
     static Process& process();
+    static void awaitThreads(Process& process) noexcept;
     static bool recoverPass(Process& process) noexcept;
     static Order nextOrder(const KestTimerThread& thread, std::uint32_t& milliseconds);
     static bool isWaiting(const KestTimerThread& thread);
@@ -113,20 +114,13 @@ class KestTimerManager {
     bool m_dispatching = false;             // a pass is under way
 };
 
-/// One of the timers' threads, counted. It is a base in front of KestThread, so the count drops after that one has
-/// closed the thread's handle: from then on the platform layer knows that the thread is about to end.
-class KestTimerThreadCount {
-  public:
-    KestTimerThreadCount();
-    KestTimerThreadCount(const KestTimerThreadCount&) = delete;
-    KestTimerThreadCount& operator=(const KestTimerThreadCount&) = delete;
-    ~KestTimerThreadCount();
-};
-
 /// Deletes itself when its run is over; lives for one wait, unless no other thread can be made.
-class KestTimerThread : private KestTimerThreadCount, public KestThread {
+class KestTimerThread : public KestThread {
   public:
     KestTimerThread();
+    KestTimerThread(const KestTimerThread&) = delete;
+    KestTimerThread& operator=(const KestTimerThread&) = delete;
+    ~KestTimerThread() override;
 
     bool canWait() const noexcept { return m_wakeEvent != nullptr; }
     /// Makes the thread look again at what it waits for.

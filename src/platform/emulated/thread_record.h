@@ -26,7 +26,7 @@ struct ThreadRecord {
     std::uint32_t systemId = 0;         ///< the system's thread id
     bool detached = false;              ///< the thread's end has been announced; its last destructors run
     bool endIsHeard = false;            ///< the system will report the thread's end
-    bool leaving = false;               ///< a thread made here that has closed its own handle
+    bool leaving = false;               ///< has called leaveThread, and its end has not been announced
     bool holdsForFork = false;          ///< took the dispatcher lock for a fork that is under way
     ThreadObject* thread = nullptr;     ///< set while a thread made here can be suspended and terminated
     ThreadObject* finishing = nullptr;  ///< set for a thread made here; its end is reported to this object
@@ -77,6 +77,8 @@ void runPendingControl(ThreadRecord& self) noexcept;
 void finishThread(ThreadObject& thread, ThreadRecord& self) noexcept;
 /// Back end, in a forked child: the thread object belongs to the child now, and nothing is requested of its thread.
 void adoptThread(ThreadObject& thread, std::uint32_t systemId) noexcept;
+/// Back end, in a forked child: of the threads that are leaving, at most self is left.
+void forgetLeavingThreads(const ThreadRecord& self) noexcept;
 
 /// Delays suspension and termination of the calling thread for its lifetime.
 class Region {

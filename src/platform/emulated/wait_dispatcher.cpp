@@ -333,6 +333,7 @@ void resetInForkedChild(ThreadRecord& self) noexcept {
         if (waiter->thread != &self) Dispatcher::dequeue(*waiter);
     }
     keepOnlyThread(self);
+    forgetLeavingThreads(self);
     if (std::exchange(self.holdsForFork, false)) Region::end(self);
     g_lock.store(0, std::memory_order_release);
 }

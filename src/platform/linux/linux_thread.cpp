@@ -36,21 +36,20 @@ constexpr Deadline::Time kLongestPause = 200'000;
 constexpr std::uint32_t kUnheardAfter = 50;  // milliseconds, like those below
 constexpr std::uint32_t kForceAfter = 5000;
 constexpr std::uint32_t kGiveUpAfter = 10'000;
-constexpr std::uint32_t kLeaveWithin = 500;
+constexpr std::uint32_t kLeaveWithin = 5000;
 
-// A thread whose handle was closed before its end is joined by the next such thread, and the last one at the unload. So
-// there is never more than one of them, and it is known when all have left the code of the library.
-struct LastEnded {
-    pid_t process = 0;  // 0 for none; a forked process has none of its parent's threads
+// A thread whose handle was closed before its end is joined by the next such thread, and the last one by JoinAtExit. So
+// at most one of them is not joined.
+struct EndedThread {
+    bool exists = false;
     pthread_t native{};
 
     void join() const noexcept {
-        if (process == getpid()) pthread_join(native, nullptr);
+        if (exists) pthread_join(native, nullptr);
     }
 };
-constinit LastEnded g_lastEnded;              // guarded by the dispatcher lock
-constinit FutexWord g_leaving{0};             // threads that have closed their own handle, and are not g_lastEnded yet
-constinit std::atomic<pid_t> g_leavingIn{0};  // the process that they belong to
+constinit EndedThread g_lastEnded;  // guarded by the dispatcher lock
+constinit FutexWord g_leaving{0};   // threads that are leaving and have not ended
 
 int controlSignal() noexcept {
     return SIGRTMIN + 6;
@@ -239,20 +238,49 @@ ThreadObject* asThread(WaitHandle handle) noexcept {
 
 }  // namespace
 
-// The wait has a limit: at the end of the process a thread that has closed its handle may run on.
+void leaveThread() noexcept {
+    ThreadRecord& self = currentRecord();
+    if (self.finishing == nullptr || self.leaving) return;
+    const Region region(self);
+    self.leaving = true;
+    g_leaving.fetch_add(1, std::memory_order_relaxed);
+}
+
+// In the child of a fork, none of the parent's threads is left to end.
+void forgetLeavingThreads(const ThreadRecord& self) noexcept {
+    g_lastEnded = {};
+    g_leaving.store(self.leaving ? 1 : 0, std::memory_order_relaxed);
+}
+
+namespace {
+
+// The wait has a bound, because the destructor of a thread-local object of the program may block a thread that is
+// leaving, and a leaving thread may itself end the process.
 void awaitLeavingThreads() noexcept {
-    const Deadline end = Deadline::after(kLeaveWithin);
-    while (const std::uint32_t leaving = g_leaving.load(std::memory_order_acquire)) {
-        if (g_leavingIn != getpid() || end.hasPassed()) return;
-        futexWait(g_leaving, leaving, end);
+    ThreadRecord& self = currentRecord();
+    const Deadline giveUp = Deadline::after(kLeaveWithin);
+    const std::uint32_t own = self.leaving ? 1 : 0;
+    for (;;) {
+        const std::uint32_t leaving = g_leaving.load(std::memory_order_acquire);
+        if (leaving <= own || giveUp.hasPassed()) break;
+        futexWait(g_leaving, leaving, giveUp);
     }
-    LastEnded last;
+    EndedThread last;
     {
-        Dispatcher dispatcher(currentRecord());
-        last = std::exchange(g_lastEnded, LastEnded{});
+        Dispatcher dispatcher(self);
+        last = std::exchange(g_lastEnded, {});
     }
     last.join();
 }
+
+// The first static object of the library, so its destructor runs after those that stop threads. It runs at the exit of
+// the process, where sanitizers look for threads that are not joined, and at the unload, before the code is unmapped.
+struct JoinAtExit {
+    ~JoinAtExit() { awaitLeavingThreads(); }
+};
+[[gnu::init_priority(101)]] constinit JoinAtExit g_joinAtExit;
+
+}  // namespace
 
 void runPendingControl(ThreadRecord& self) noexcept {
     self.controlPending = false;
@@ -260,19 +288,19 @@ void runPendingControl(ThreadRecord& self) noexcept {
 }
 
 void finishThread(ThreadObject& thread, ThreadRecord& self) noexcept {
-    LastEnded before;
+    EndedThread before;
+    bool closed = false;
     {
         Dispatcher dispatcher(self);
         detachThread(dispatcher, self);
         dispatcher.signal(thread, true);
-        // An open handle may be closed from here on, and the object gone with it.
-        if (!thread.closed) return;
-        before = std::exchange(g_lastEnded, LastEnded{getpid(), pthread_self()});
-        if (self.leaving) {
-            g_leaving.fetch_sub(1, std::memory_order_release);
-            futexWake(&g_leaving, kAllSleepers);
-        }
+        // An open handle may be closed after this block, and the object is freed with it.
+        closed = thread.closed;
+        if (closed) before = std::exchange(g_lastEnded, {true, pthread_self()});
+        if (std::exchange(self.leaving, false)) g_leaving.fetch_sub(1, std::memory_order_release);
     }
+    futexWake(&g_leaving, kAllSleepers);
+    if (!closed) return;
     before.join();
     delete &thread;
 }
@@ -286,14 +314,9 @@ void adoptThread(ThreadObject& thread, std::uint32_t systemId) noexcept {
 void closeThread(WaitObject& closed) noexcept {
     auto& thread = static_cast<ThreadObject&>(closed);
     {
-        ThreadRecord& self = currentRecord();
-        Dispatcher dispatcher(self);
+        Dispatcher dispatcher(currentRecord());
         if (!hasEnded(thread)) {
             thread.closed = true;
-            if (self.finishing != &thread || self.leaving) return;
-            self.leaving = true;
-            g_leaving.fetch_add(1, std::memory_order_relaxed);
-            g_leavingIn = getpid();
             return;
         }
     }

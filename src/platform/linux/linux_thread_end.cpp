@@ -20,9 +20,8 @@ constinit bool g_endKeyMade = false;
     g_endKeyMade = pthread_key_create(&g_endKey, [](void*) { announceEnd(t_record); }) == 0;
 }
 
-// A thread that runs on does not use the library any more, but one that no thread waits for may just be leaving it.
+// No thread that still runs uses the library after this.
 [[gnu::destructor(101)]] void deleteEndKey() noexcept {
-    awaitLeavingThreads();
     if (g_endKeyMade) pthread_key_delete(g_endKey);
     deleteProcessMemory();
 }

@@ -44,7 +44,4 @@ class ThreadObject : public WaitObject {
     bool closed = false;                // guarded by the dispatcher lock: the handle is closed
 };
 
-/// Waits for the threads that have closed their own handles to leave the library's code.
-void awaitLeavingThreads() noexcept;
-
 }  // namespace KestSupport::platform

@@ -1,6 +1,5 @@
-// Two clocks: the steady one, which no change of the clock moves, and the calendar, which may be set forward and back.
-// Each has its exact time and its time at the last tick, for callers that read it too often for the exact one. Any
-// thread.
+// Two clocks. No change of the system's time moves the steady clock. The calendar clock may be set forward and back.
+// Each has an exact time and the cheaper time of the last tick. Any thread may call these functions.
 #pragma once
 
 #include <atomic>
@@ -8,23 +7,24 @@
 
 namespace KestSupport::platform {
 
-/// Nanoseconds since a point that stays the same while the system runs. A suspended system does not count.
+/// Returns the nanoseconds since a point that stays the same while the system runs. The time in which the system is
+/// suspended does not count.
 std::int64_t steadyTime() noexcept;
 
-/// The same clock, behind steadyTime by less than kCoarseLag on a machine that is not overloaded; several times
+/// The same clock at its last tick: late by less than kCoarseLag on a machine that is not overloaded, and several times
 /// cheaper.
 std::int64_t coarseSteadyTime() noexcept;
 
 inline constexpr std::int64_t kCoarseLag = 16'000'000;  ///< nanoseconds
 
-/// Nanoseconds of the calendar since the beginning of 1970 in UTC.
+/// Returns the nanoseconds since 1970-01-01 00:00:00 UTC.
 std::int64_t calendarTime() noexcept;
 
-/// Its whole seconds at the last tick, so never ahead of calendarTime.
+/// Returns the whole seconds of calendarTime at the last tick, so never more than those of calendarTime.
 std::int64_t coarseCalendarSeconds() noexcept;
 
 namespace internal {
-inline std::atomic<std::int64_t> g_calendarStep{0};  // seconds added to what the system's clock shows
+inline std::atomic<std::int64_t> g_calendarStep{0};  // seconds, added to the system's clock
 inline std::atomic<std::int64_t> g_steadyStep{0};
 }  // namespace internal
 

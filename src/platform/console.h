@@ -1,65 +1,65 @@
-// Console control events: a user's or a supervisor's request that the program end, or that it read its settings again,
-// and the handlers that meet it. And whether there is a person at the other end of a standard stream.
+// Console control events, their handlers, and whether a standard stream is a terminal. A user or a supervisor sends an
+// event to make the program end or read its settings again.
 //
-//   addConsoleHandler, removeConsoleHandler    the list of handlers; written once, above the back ends
+//   addConsoleHandler, removeConsoleHandler    the list of handlers, common to all back ends
 //   isTerminal                                 asks about a stream
-//   openConsoleEvents and what follows it      what a back end gives
+//   openConsoleEvents and the functions below  the back end
 //
-// An event is offered to the handlers of its kind, last registered first, until one takes it; an event that none takes
-// has the effect that it has in a program without handlers. Handlers run on a thread that this layer owns, never inside
-// a signal handler, so they may lock, wait and allocate. Events are handed out one after another.
+// An event is offered to the handlers of its kind, the last registered first, until one takes it. An event that no
+// handler takes has the effect that it has in a program without handlers. Handlers run on a thread of this layer and
+// never inside a signal handler, so they may lock, wait and allocate. Events are delivered one after another.
 //
-// Threads: every function may be called by any thread, also from inside a handler. Child processes see nothing of this:
-// they start with the effects that events have by default.
+// Threads: any thread may call every function, a handler included. Child processes start with the default effects of
+// the events.
 #pragma once
 
 #include <cstdint>
 
 namespace KestSupport::platform {
 
-/// Ctrl+C; with a POSIX back end also any SIGINT.
+/// Ctrl+C; with a POSIX back end every SIGINT.
 inline constexpr std::uint32_t kConsoleControlC = 0;
-/// Ctrl+Break; with a POSIX back end SIGTERM, since a supervisor's request to end is to be met by the same clean stop.
+/// Ctrl+Break; with a POSIX back end SIGTERM, which a supervisor sends to end a program.
 inline constexpr std::uint32_t kConsoleControlBreak = 1;
 
-/// A request to read the settings again; with a POSIX back end SIGHUP. No other system's consoles send it: there the
-/// service manager's control kServiceControlParameterChange is the only such request.
+/// A request to read the settings again; with a POSIX back end SIGHUP. The consoles of other systems have no such
+/// event. Services receive kServiceControlParameterChange there.
 inline constexpr std::uint32_t kConsoleReload = 0x100;
 
-/// The kinds of events. A kind without handlers is left to the system.
+/// The kinds of events. The system handles a kind without handlers.
 enum class ConsoleEvents {
     ending,  ///< kConsoleControlC, kConsoleControlBreak
-    reload,  ///< kConsoleReload; never sent to a program that was started with SIGHUP ignored, as nohup does
+    reload,  ///< kConsoleReload; not sent if the program was started with SIGHUP ignored, as by nohup
 };
 
-/// Returns true when it has taken the event. It must not throw.
+/// Returns true if it takes the event. Must not throw.
 using ConsoleHandler = bool (*)(std::uint32_t event);
 
-/// Puts the handler in front of those that are registered; one that is there already is called once for each time that
-/// it was added. False when the system refuses to report events of the kind; the handler is then not registered.
+/// Adds the handler as the first to be called. A handler that is added several times is called once for each time.
+/// Returns false, and adds nothing, if the system refuses to report events of the kind.
 bool addConsoleHandler(ConsoleHandler handler, ConsoleEvents kind = ConsoleEvents::ending);
 
-/// Takes out the handler's latest registration; false when there is none. When this returns, the handler is not running
-/// on behalf of that registration and will not: it waits for a call that is under way, except inside a handler.
+/// Removes the handler's latest registration. Returns false if there is none. Waits until a call of the handler that is
+/// under way has returned, except inside a handler. So after the return the handler does not run for that registration.
 bool removeConsoleHandler(ConsoleHandler handler);
 
 enum class StandardStream { input, output, error };
 
-/// Back end: whether the stream is a terminal or console window, so that what is shown there may be shown over again.
-/// False for a pipe, a file, and a stream that is closed.
+/// Back end: returns whether the stream is a terminal or a console window, where shown text can be replaced. Returns
+/// false for a pipe, a file and a closed stream.
 bool isTerminal(StandardStream stream) noexcept;
 
-/// Receives a control event and returns whether a handler took it; if not, the back end gives the event the effect that
-/// it has without us, usually the end of the process. It must not throw.
+/// Receives a control event and returns whether a handler took it. If none did, the back end runs the effect that the
+/// event has in a program without handlers, usually the end of the process. Must not throw.
 using ConsoleEventSink = bool (*)(std::uint32_t event);
 
-/// Back end: from now on passes every event of the kind to the sink, which is the same for all kinds, on a thread that
-/// has no other work. False when the system refuses; nothing is changed then. A system without events of the kind
-/// returns true. This and the following two are called one at a time.
+/// Back end: from now on passes every event of the kind to the sink, on a thread that has no other work. All kinds have
+/// the same sink. Returns false, and changes nothing, if the system refuses. Returns true on a system without events of
+/// the kind. This function and the two below are called one at a time.
 bool openConsoleEvents(ConsoleEvents kind, ConsoleEventSink sink);
 
-/// Back end: gives the events of the kind back the effect that they had before openConsoleEvents. Does not wait for the
-/// sink, which may still be called for an event that has already arrived.
+/// Back end: restores the effect that the events of the kind had before openConsoleEvents. Does not wait for the sink,
+/// which may still be called for an event that has arrived.
 void closeConsoleEvents(ConsoleEvents kind);
 
 }  // namespace KestSupport::platform

@@ -1,5 +1,6 @@
-// A recursive lock of one process that cannot be waited on together with other objects. A thread that ends while it
-// holds one leaves it locked for good. Taking a free one, or one that the thread holds, never enters the kernel.
+// A recursive lock of one process that cannot be waited on together with other objects. If a thread ends while it holds
+// the lock, the lock stays locked. Entering a section that is free, or that the calling thread holds, never enters the
+// kernel.
 #pragma once
 
 #include <cstdint>
@@ -8,17 +9,17 @@ namespace KestSupport::platform {
 
 class CriticalSection;
 
-/// A new critical section; null when memory is short. Its owner gives it back with destroyCriticalSection.
+/// Returns a new critical section, or null if memory is short. The caller frees it with destroyCriticalSection.
 CriticalSection* createCriticalSection() noexcept;
-/// Nobody holds it or waits for it. Null is ignored.
+/// Requires that no thread holds the section or waits for it. Ignores null.
 void destroyCriticalSection(CriticalSection* section) noexcept;
-/// Blocks without limit while another thread holds it.
+/// Blocks without limit while another thread holds the section.
 void enterCriticalSection(CriticalSection& section) noexcept;
-/// Never waits. True when it was taken.
+/// Returns whether the section was entered. Never waits.
 bool tryEnterCriticalSection(CriticalSection& section) noexcept;
-/// Releases one level. Called by a thread that does not hold it, it changes nothing.
+/// Releases one level. Does nothing if the calling thread does not hold the section.
 void leaveCriticalSection(CriticalSection& section) noexcept;
-/// Levels that the owner holds, 0 when it is free.
+/// Returns how many levels the owner holds, 0 if the section is free.
 std::uint32_t recursionCount(const CriticalSection& section) noexcept;
 
 }  // namespace KestSupport::platform

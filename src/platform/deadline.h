@@ -1,8 +1,8 @@
 // Time-outs as points in time.
 //
-// A wait makes its Deadline once, when it begins, and asks it after each wake-up how much time is left. So a wait that
-// sleeps several times keeps its time-out, and as the rest is rounded up it never ends before it. The clock is the real
-// steady one: stepClocks (clock.h) does not move a wait that has begun.
+// A wait makes its Deadline when it begins, and asks it after each wake-up how much time is left. So a wait that sleeps
+// several times keeps its time-out. The rest is rounded up, so no wait ends too early. The clock is the real steady
+// clock: stepClocks (clock.h) does not move a wait that has begun.
 //
 // Threads: a Deadline is a value.
 #pragma once
@@ -30,7 +30,7 @@ class Deadline {
     static constexpr Deadline at(Time time) noexcept { return Deadline(time); }
     /// A deadline that does not pass.
     static constexpr Deadline never() noexcept { return Deadline(std::numeric_limits<Time>::max()); }
-    /// So many milliseconds from now; never for kInfinite.
+    /// The point `milliseconds` from now; never for kInfinite.
     static Deadline after(std::uint32_t milliseconds) noexcept {
         return milliseconds == kInfinite ? never() : at(now() + milliseconds * kMillisecond);
     }
@@ -41,7 +41,8 @@ class Deadline {
     constexpr bool hasPassed(Time now) const noexcept { return !isNever() && now >= m_time; }
     bool hasPassed() const noexcept { return hasPassed(now()); }
 
-    /// Milliseconds until the deadline, rounded up and less than kInfinite; 0 once it has passed, kInfinite for never.
+    /// Returns the milliseconds until the deadline, rounded up and less than kInfinite; 0 if it has passed, kInfinite
+    /// for never.
     constexpr std::uint32_t rest(Time now) const noexcept {
         if (isNever()) return kInfinite;
         if (now >= m_time) return 0;

@@ -1,7 +1,7 @@
 // Shared libraries that are loaded while the program runs.
 //
-// A handle stands for one load; the library stays as long as one of its loads is not given back. Threads: any. Loading
-// and unloading run the library's own code, which may do anything.
+// Each load returns a handle. A library stays loaded until unloadLibrary was called for each of its handles. Any thread
+// may call these functions. Loading and unloading run code of the library, which may do anything.
 #pragma once
 
 #include <string>
@@ -10,17 +10,19 @@ namespace KestSupport::platform {
 
 using LibraryHandle = void*;
 
-/// Loads a library by a path, or by a name that is looked for where the system looks for libraries. Null, and the
-/// system's text in `message`, when that fails. A library with symbols that nobody has is refused.
+/// Loads a library by a path, or by a name that the system searches for. If that fails, returns null and stores the
+/// system's text in `message`. A library with an undefined symbol is refused.
 LibraryHandle loadLibrary(const std::string& name, std::string& message);
 
-/// One more load of a loaded library, whatever file lies at its path by now. Null, with a text, when that fails.
+/// Loads a loaded library once more, even if its file has been replaced or removed. If that fails, returns null and
+/// stores a text in `message`.
 LibraryHandle loadAgain(LibraryHandle library, std::string& message);
 
-/// The address of a symbol that the library exports, or null. A back end may find those of the libraries that it needs.
+/// Returns the address of a symbol that the library exports, or null. A back end may also find symbols of the libraries
+/// that it depends on.
 void* findSymbol(LibraryHandle library, const std::string& name) noexcept;
 
-/// Gives back one load.
+/// Ends one load.
 void unloadLibrary(LibraryHandle library) noexcept;
 
 }  // namespace KestSupport::platform

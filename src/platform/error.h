@@ -1,7 +1,7 @@
-// Error numbers. The library counts errors as its first platform does (5 is "access denied"), whatever the system below
-// counts; here one table translates them.
+// Error numbers. The library uses those of the platform that its interface was made for (5 is "access denied"). One
+// table translates the system's numbers.
 //
-// Threads: any thread may call anything here.
+// Threads: any thread may call these functions.
 #pragma once
 
 #include <cstdint>
@@ -66,13 +66,13 @@ inline constexpr ErrorCode errorServiceNeverStarted = 1077;
 inline constexpr ErrorCode errorDuplicateServiceName = 1078;
 inline constexpr ErrorCode errorTimeout = 1460;
 
-/// The code for an errno value: errorSuccess for 0, errorGeneralFailure for one that has no counterpart.
+/// Returns the code for an errno value: errorSuccess for 0, errorGeneralFailure for a value without a code.
 ErrorCode errorFromErrno(int errnoValue) noexcept;
 
-/// The errno value for a code; 0 for success and for a code that has none.
+/// Returns the errno value for a code: 0 for success and for a code without one.
 int errnoFromError(ErrorCode code) noexcept;
 
-/// The system's text for a code, without a line end; empty when it has none.
+/// Returns the text for a code, without a line end; empty if it has none.
 std::string errorMessage(ErrorCode code);
 
 }  // namespace KestSupport::platform

@@ -1,7 +1,7 @@
-// Files as streams of the C runtime: opening them so that child processes do not inherit them, and moving whole blocks.
+// Files as streams of the C runtime that child processes do not inherit, and transfers of whole blocks.
 //
-// A stream is closed by its owner, once. It has no buffer of its own; callers move large blocks. One stream is for one
-// thread at a time. Other openers may read and write the file meanwhile.
+// The owner of a stream closes it once. A stream has no buffer: callers transfer large blocks. One thread at a time may
+// use a stream. Other openers may read and write the file concurrently.
 #pragma once
 
 #include <cstddef>
@@ -13,7 +13,7 @@ namespace KestSupport::platform {
 enum class StreamMode {
     kReadBinary,
     kWriteText,    ///< created or truncated; a line feed becomes the platform's line end
-    kWriteBinary,  ///< created or truncated; bytes are written as they are
+    kWriteBinary,  ///< created or truncated; bytes are not changed
 };
 
 struct StreamCloser {
@@ -21,17 +21,17 @@ struct StreamCloser {
 };
 using Stream = std::unique_ptr<std::FILE, StreamCloser>;
 
-/// Null, with errno set, when the file cannot be opened; a folder cannot.
+/// Returns null and sets errno if the file cannot be opened. A folder cannot.
 Stream openStream(const char* name, StreamMode mode) noexcept;
 
-/// Reads until the block is full or the file ends, and returns the number of bytes. `failed` becomes true when the
-/// medium ended the reading; else it is left alone. A signal does not end it, nor a write.
+/// Reads until the block is full or the file ends, and returns the number of bytes. Sets `failed` to true if a read
+/// failed, and else does not write it. A signal interrupts neither this function nor writeStream.
 std::size_t readStream(std::FILE* stream, char* block, std::size_t size, bool& failed) noexcept;
 
-/// Whether all of the block was handed to the system.
+/// Returns whether the system took the whole block.
 bool writeStream(std::FILE* stream, const char* block, std::size_t size) noexcept;
 
-/// Closes the stream; false when what was written is lost.
+/// Closes the stream. Returns false if written bytes are lost.
 bool closeStream(Stream stream) noexcept;
 
 }  // namespace KestSupport::platform

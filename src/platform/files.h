@@ -1,10 +1,10 @@
-// Folders: making and removing them, looking for names in them, and walking through a tree to remove it.
+// Folders: creating and removing them, searching for names in them, and walking through a tree to remove it.
 //
-// Both '\' and '/' separate the names in a path that is given here. Names that come from the system, and those that are
-// given back to it for an entry, may have any characters that the system allows; they are never taken for paths.
+// Both '\' and '/' separate the names of a path. The name of an entry, which comes from the system, may contain any
+// character that the system allows; it is never read as a path.
 //
-// Threads: each object is for one thread at a time; the rest may be called by any thread. Failures are told by the
-// values of the C runtime's errno; 0 is success.
+// Threads: one thread at a time may use an object. Any thread may call the functions. Failures are values of the C
+// runtime's errno; 0 is success.
 #pragma once
 
 #include <memory>
@@ -12,18 +12,18 @@
 
 namespace KestSupport::platform {
 
-/// Makes one folder. Its parent exists, else ENOENT.
+/// Creates one folder. ENOENT if its parent does not exist.
 int makeDirectory(const std::string& path);
 
-/// Removes an empty folder (ENOTEMPTY for another), never what a link leads to.
+/// Removes an empty folder; ENOTEMPTY for another. Does not follow a link.
 int removeDirectory(const std::string& path);
 
-/// Whether the path leads to anything, links followed.
+/// Returns whether the path exists. Follows links.
 bool pathExists(const std::string& path);
 
-/// A search for the names in one folder that match a pattern: '*' stands for any characters, '?' for one. Only the last
-/// name of the pattern is one; what stands before it is a path. "." and ".." are found like others. Case counts as it
-/// does in the system's file names.
+/// A search for the names in one folder that match a pattern: '*' matches any characters, '?' one character. Only the
+/// last name of the path is a pattern. "." and ".." are found like other names. Upper and lower case differ if they do
+/// in the system's file names.
 class FileSearch {
   public:
     FileSearch();
@@ -31,11 +31,12 @@ class FileSearch {
     FileSearch& operator=(const FileSearch&) = delete;
     ~FileSearch();
 
-    /// Begins a search. Once per object.
+    /// Begins the search. May be called once.
     int start(const std::string& pattern);
-    /// The next name, in the system's order; false when there is none, or the folder cannot be read any further.
+    /// Stores the next name, in the system's order. Returns false if there is none, or if the rest of the folder cannot
+    /// be read.
     bool next(std::string& name);
-    /// Why next has returned false; 0 at the end of the folder.
+    /// Why next returned false; 0 at the end of the folder.
     int error() const noexcept;
 
   private:
@@ -43,13 +44,13 @@ class FileSearch {
     std::unique_ptr<State> m_state;
 };
 
-/// A walk through a tree for its removal. It has a current folder, whose entries it reads and removes; nobody who
-/// replaces a folder by a link meanwhile leads it out of the tree. It needs few system resources at any depth.
+/// A walk through a tree to remove it. The walk has a current folder, whose entries it reads and removes. It never
+/// leaves the tree, even if another process replaces a folder by a link. It needs few system resources at any depth.
 class TreeWalk {
   public:
     struct Entry {
-        const char* name = nullptr;  ///< good until the next call
-        bool isDirectory = false;    ///< a link is none, wherever it leads
+        const char* name = nullptr;  ///< valid until the next call
+        bool isDirectory = false;    ///< false for a link
     };
 
     TreeWalk();
@@ -57,16 +58,16 @@ class TreeWalk {
     TreeWalk& operator=(const TreeWalk&) = delete;
     ~TreeWalk();
 
-    /// Makes the path the current folder; ELOOP or ENOTDIR when it is a link. Once per object.
+    /// Makes the path the current folder; ELOOP or ENOTDIR if it is a link. May be called once.
     int start(const std::string& path);
-    /// The next entry of the current folder, without "." and ".."; false when there is none, or the folder cannot be
-    /// read any further. Entries may be removed meanwhile.
+    /// Stores the next entry of the current folder, without "." and "..". Returns false if there is none, or if the
+    /// rest of the folder cannot be read. The caller may remove entries between two calls.
     bool next(Entry& entry);
-    /// Makes an entry the current folder, when next has told the end of the present one; false, and nothing changed,
-    /// when it cannot be read, or is a link.
+    /// Makes an entry the current folder. Requires that next has reported the end of the present one. Returns false,
+    /// and changes nothing, if the entry is a link or cannot be read.
     bool descend(const char* name);
-    /// Makes the parent the current folder again; its entries have been read. False when it is not there any more: the
-    /// walk is over then.
+    /// Makes the parent the current folder again; its entries have been read. Returns false if the parent has
+    /// disappeared, which ends the walk.
     bool ascend();
 
     /// Removes an entry of the current folder.

@@ -1,7 +1,7 @@
 // Sleeping on a word of memory, for the locks and waits of the platform layer.
 //
-// Back end: both calls. A failed sleep is one that returns early, so they are not behind the fault seam: each caller
-// looks at its word again.
+// Back end: both functions. A sleep that fails returns early, and each caller looks at its word again. So the fault
+// seam does not concern them.
 #pragma once
 
 #include <atomic>
@@ -16,10 +16,10 @@ static_assert(sizeof(FutexWord) == 4 && FutexWord::is_always_lock_free);
 
 inline constexpr int kAllSleepers = 1 << 30;
 
-/// Sleeps while the word holds `expected`, until the deadline. May return early.
+/// Sleeps while the word holds `expected`, until the deadline at most. May return early.
 void futexWait(FutexWord& word, std::uint32_t expected, Deadline deadline = Deadline::never()) noexcept;
 
-/// Wakes up to `count` sleepers. Only the word's address is used, so the word may have been freed.
+/// Wakes up to `count` sleepers. Uses only the address of the word, so the word may have been freed.
 void futexWake(FutexWord* word, int count) noexcept;
 
 }  // namespace KestSupport::platform

@@ -1,7 +1,7 @@
-// Requests that this program end, held back while it has something to undo first.
+// Requests to end this program, which are delayed until the program has undone what it must.
 //
-// Threads: for a program that adds no console handlers (console.h). The object belongs to the thread that makes it; the
-// program's other threads are started by that thread while the object lives.
+// Threads: for a program without console handlers (console.h). An Interruption belongs to the thread that makes it.
+// That thread starts the other threads of the program during the lifetime of the object.
 #pragma once
 
 #include <cstdint>
@@ -9,9 +9,9 @@
 
 namespace KestSupport::platform {
 
-/// While it lives, a request to end (Ctrl+C, a supervisor's request, the loss of the terminal; with a POSIX back end
-/// SIGINT, SIGTERM and SIGHUP) has no effect but that wait reports it. A request that this program ignores stays
-/// ignored. One that was not reported has its usual effect at the end of the object.
+/// During its lifetime, a request to end (Ctrl+C, a supervisor, the loss of the terminal; with a POSIX back end SIGINT,
+/// SIGTERM and SIGHUP) is only reported by wait. A request that this program ignores stays ignored. The destructor runs
+/// the usual effect of a request that was not reported.
 class Interruption {
   public:
     Interruption();
@@ -19,10 +19,11 @@ class Interruption {
     Interruption& operator=(const Interruption&) = delete;
     ~Interruption();
 
-    /// Waits at most so many milliseconds for a request; 0 asks. Returns its number, for takeEffect; 0 when none came.
+    /// Waits at most `timeout` milliseconds for a request; 0 does not wait. Returns its number, for takeEffect, or 0 if
+    /// there was none.
     int wait(std::uint32_t timeout) noexcept;
 
-    /// Lets a request have its usual effect, which is the end of the program. After the object's end.
+    /// Runs the usual effect of a request, which ends the program. Called after the destruction of the object.
     static void takeEffect(int request) noexcept;
 
   private:

@@ -1,8 +1,7 @@
 // The C runtime's conversions between instants and broken-down times, in the local zone and in UTC.
 //
-// Instants are seconds since 1970-01-01 00:00:00 UTC. The local zone is the one that the environment variable TZ names,
-// or the system's own without it. All calls may be made by several threads at once, as long as none of them changes the
-// environment meanwhile.
+// Instants are seconds since 1970-01-01 00:00:00 UTC. The environment variable TZ names the local zone; without TZ it
+// is the system's zone. Several threads may call these functions concurrently while no thread changes the environment.
 #pragma once
 
 #include <cstdint>
@@ -10,26 +9,26 @@
 
 namespace KestSupport::platform {
 
-/// The number of the local zone: the same for the same text of TZ, however often it changes in between, different for
-/// different texts. Without TZ it is the number of the state that the system's own zone file had when the library
-/// looked at it last. 0 when there have been too many zones to be told apart; below 4096. The runtime uses that zone
-/// from now on. It costs a few loads as long as the environment stays the same.
+/// Returns the number of the local zone. The same text of TZ has the same number, and different texts have different
+/// numbers. Without TZ, the number identifies the state of the system's zone file at the library's latest look. Returns
+/// 0 if the process has seen too many zones; all numbers are below 4096. The runtime uses that zone from now on. The
+/// call costs a few loads while the environment stays the same.
 std::uint32_t localZone();
 
-/// The same after a look at the system's own zone file if TZ is not set. Called before conversions of the runtime, so
-/// that all of them use the file in the state that has the number.
+/// The same, but looks at the system's zone file first if TZ is not set. Called before conversions of the runtime, so
+/// that all of them use the state of the file that has the number.
 std::uint32_t localZoneOfNow();
 
-/// Breaks an instant down in the local zone, zone name included where the runtime keeps one in the structure. False
-/// when the runtime cannot represent it; the result is then untouched.
+/// Stores the fields of an instant in the local zone, with the zone name if the runtime has a member for it. Returns
+/// false, and stores nothing, if the runtime cannot represent it.
 bool localTime(std::int64_t instant, std::tm& result) noexcept;
 
 /// The same in UTC.
 bool utcTime(std::int64_t instant, std::tm& result) noexcept;
 
-/// The instant of a local time whose members may lie outside their ranges; they are normalised in place, and tm_isdst
-/// says on entry whether daylight saving holds (above 0), does not (0) or is for the runtime to find out (below 0). -1
-/// when the runtime cannot represent it.
+/// Returns the instant of a local time. The members may be outside their ranges and are normalised in place. On entry,
+/// tm_isdst says whether daylight saving time is in effect (above 0), is not (0) or is unknown (below 0). Returns -1 if
+/// the runtime cannot represent the time.
 std::int64_t instantOfLocalTime(std::tm& fields) noexcept;
 
 }  // namespace KestSupport::platform

@@ -1,10 +1,10 @@
-// Child processes: taking command lines apart and putting them together, starting a program, and learning of its end.
+// Child processes: splitting and joining command lines, starting a program, and waiting for its end.
 //
-// A child gets its three standard handles, the environment and the working directory, and nothing else: whatever other
-// files this process has open stay here. It starts with no signal blocked.
+// A child receives three standard handles, the environment and the working directory. It inherits no other open file.
+// It starts with no signal blocked.
 //
-// Threads: a Process is for one thread at a time; everything else may be called by any thread. The environment must not
-// be changed while a process is started.
+// Threads: one thread at a time may use a Process. Any thread may call the functions. No thread may change the
+// environment while a process is started.
 #pragma once
 
 #include <array>
@@ -20,58 +20,58 @@
 
 namespace KestSupport::platform {
 
-/// The program and its arguments that a command line stands for, by the platform's quoting rules. With a POSIX back end
-/// these are the shell's, without anything that a shell would expand:
-///   - blanks, tabs and line feeds separate;
-///   - single quotes keep all between them;
-///   - double quotes keep all but a backslash in front of ", \, $, ` or a line feed;
-///   - a backslash elsewhere keeps the character behind it; together with a line feed it vanishes.
-/// A quote that is never closed lasts to the end; a backslash at the end stands for itself.
+/// Splits a command line into the program and its arguments, by the platform's quoting rules. With a POSIX back end
+/// these are the rules of the shell without its expansions:
+///   - blanks, tabs and line feeds separate words;
+///   - single quotes keep all characters between them;
+///   - double quotes keep all characters but a backslash before ", \, $, ` or a line feed;
+///   - a backslash elsewhere keeps the next character; together with a line feed it disappears.
+/// A quote without an end lasts to the end of the text. A backslash at the end is a character.
 std::vector<std::string> splitArguments(std::string_view commandLine);
 
-/// The argument, which has no NUL, as splitArguments and the started program will read it.
+/// Returns the argument, which contains no NUL, so that splitArguments returns it unchanged.
 std::string quoteArgument(std::string_view argument);
 
-/// The command line that splitArguments makes these arguments of.
+/// Returns a command line that splitArguments splits into these arguments.
 std::string joinArguments(const std::vector<std::string>& arguments);
 
-/// The command line with quotes around the program's path, where that has blanks and stands without them, with the
-/// arguments after it. The longest path that is a file is taken for the program: what another user puts at a shorter
-/// one is not what was meant. Any other command line, and one with a relative path, stays as it is.
+/// Returns the command line with quotes around the program's path if the path contains blanks and has no quotes. The
+/// longest path that is a file is the program: another user may have created a file at a shorter one. Other command
+/// lines, and those with a relative path, are returned unchanged.
 std::string quoteProgram(const std::string& commandLine);
 
-/// What a child may get as a standard handle in place of a handle of ours, which is a descriptor's number on POSIX.
-inline constexpr std::intptr_t kInheritHandle = -1;  ///< the same as this process has
-inline constexpr std::intptr_t kNullDevice = -2;     ///< reads nothing, swallows everything
+/// Values for a child's standard handle. Another value is a handle of this process, on POSIX a descriptor.
+inline constexpr std::intptr_t kInheritHandle = -1;  ///< the handle of this process
+inline constexpr std::intptr_t kNullDevice = -2;     ///< input is empty, output is discarded
 
 struct ProcessRequest {
-    /// The program is looked for along PATH when its name has no separator. A relative path is this process's.
+    /// If the program's name has no separator, PATH is searched. A relative path starts at the folder of this process.
     std::string commandLine;
-    std::string workingDirectory;  ///< empty: this process's
-    /// Name and value, set in addition to this process's environment.
+    std::string workingDirectory;  ///< empty: that of this process
+    /// Names and values, in addition to the environment of this process.
     std::vector<std::pair<std::string, std::string>> environment;
-    /// Standard input, output and error. Handles stay the caller's.
+    /// Standard input, output and error. The caller still owns the handles.
     std::array<std::intptr_t, 3> standardHandles{kInheritHandle, kInheritHandle, kInheritHandle};
-    /// The program belongs to no console, does not end with this process, and its end leaves nothing behind. What it
-    /// ends with is not told.
+    /// The program has no console and may outlive this process. The system needs no wait for its end, and its exit code
+    /// is not reported.
     bool detached = false;
-    /// The caller asks for the handle and does not wait here. On a system that gives no handles no caller could wait
-    /// for the program, so it is then started as a detached one.
+    /// The caller will call duplicateHandle instead of wait. Without a handle the caller could not wait for the
+    /// program. So on a system that has none, the program is started as a detached one.
     bool wantsHandle = false;
-    /// A detached program starts with the file mode mask 022, each signal with its default effect, and, where this
-    /// process may set it, the usual priority, whatever this process has.
+    /// A detached program starts with the file mode mask 022, the default effect of each signal, and, if this process
+    /// may set it, the usual priority, instead of those of this process.
     bool usualSurroundings = false;
-    /// Called with the process number of a detached program as soon as it runs, before start returns. The caller is a
-    /// process in between, which does not end with this one: the function makes system calls only.
+    /// Called with the process number of a detached program when it runs, before start returns. It runs in a helper
+    /// process that survives this one, and makes system calls only.
     std::function<void(std::uint32_t)> announce = {};
 };
 
-/// What exitCode is for a program whose end the system did not report here: to another part of this process, which
-/// waits for any child, or to none, since this process ignores the end of its children (SIGCHLD).
+/// The exit code if the system did not report the end to this object: another part of this process waits for any child,
+/// or this process ignores the end of its children (SIGCHLD).
 inline constexpr int kExitUnknown = std::numeric_limits<int>::min();
 
-/// A program that was started. Whoever starts one that is not detached waits for it, or takes its handle and does so
-/// with the means of the system; else its end stays on the system's books until this process ends.
+/// A program that was started. If it is not detached, the caller waits for it, or takes its handle and waits with the
+/// means of the system. Otherwise the system keeps an entry for the ended program until this process ends.
 class Process {
   public:
     Process() noexcept = default;
@@ -82,27 +82,27 @@ class Process {
         swap(other);
         return *this;
     }
-    /// Lets go of the program, which runs on.
+    /// Does not end the program.
     ~Process();
 
-    /// Starts a program; the object has none yet. The result is 0 or an error number: errorBadExecutable for a file
-    /// that is no program, errorInvalidParameter for a command line without a word. Blocks until the program's file has
-    /// been loaded or refused.
+    /// Starts a program. The object has none yet. Returns 0 or an error number: errorBadExecutable for a file that is
+    /// no program, errorInvalidParameter for an empty command line. Blocks until the system has loaded or refused the
+    /// program.
     ErrorCode start(const ProcessRequest& request);
 
-    /// Waits for the end, at most so many milliseconds (kInfinite of wait.h: without limit). Whether it has come; 0
-    /// asks.
+    /// Waits for the end, at most `timeout` milliseconds (kInfinite of wait.h: without limit; 0: does not wait).
+    /// Returns whether the program has ended.
     bool wait(std::uint32_t timeout) noexcept;
 
-    /// Once wait has told the end: the program's exit code; minus the number of the signal that ended it; kExitUnknown
-    /// for a detached one.
+    /// After wait has returned true: the exit code of the program; minus the number of the signal that ended it;
+    /// kExitUnknown for a detached program.
     int exitCode() const noexcept { return m_exitCode; }
 
-    /// The system's number of the process; 0 without a program.
+    /// Returns the process number, or 0 without a program.
     std::uint32_t id() const noexcept { return m_id; }
 
-    /// The system's handle of the process, with POSIX a close-on-exec process descriptor above 2. It is the caller's,
-    /// who closes it; to be asked for before the end was waited for. kInheritHandle when the system gives none.
+    /// Returns a handle of the process, with POSIX a close-on-exec process descriptor above 2. The caller closes it.
+    /// Called before wait has returned true. Returns kInheritHandle if the system has none.
     std::intptr_t duplicateHandle() noexcept;
 
   private:
@@ -117,14 +117,14 @@ class Process {
     void sleepUntilEnd(std::uint32_t timeout) noexcept;
 
     std::uint32_t m_id = 0;
-    std::intptr_t m_handle = kInheritHandle;  // made when it is needed
+    std::intptr_t m_handle = kInheritHandle;  // opened when it is first needed
     bool m_detached = false;
     bool m_ended = false;
     int m_exitCode = kExitUnknown;
 };
 
-/// Gives a document to the desktop's opener, as a double click would, and does not wait for it. 0, or why there is no
-/// opener.
+/// Opens a document with the program of the desktop, as a double click does, and does not wait for it. Returns 0, or
+/// why there is no such program.
 ErrorCode openDocument(const std::string& path);
 
 }  // namespace KestSupport::platform

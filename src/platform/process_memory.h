@@ -1,14 +1,14 @@
-// Memory that is made when it is first needed and then stays until the library is unloaded.
+// Memory that is created when it is first needed and exists until the library is unloaded.
 //
 //   ProcessObject<T>   one object
-//   ProcessList<T>     a list that only grows, of entries that never change
+//   ProcessList<T>     a list that only grows; its entries never change
 //
-// No operation takes a lock, so a thread that is killed or forked anywhere leaves none locked. What two threads make at
-// the same time is published once; the other thread deletes its own.
+// No operation takes a lock, so a thread that is terminated or forked leaves no lock locked. If two threads create the
+// same object, the first one publishes it and the other deletes its own.
 //
-// Lifetime: both are constant-initialised variables of namespace scope. At the end of the process nothing is deleted:
-// static destructors of the program and threads that still run go on using it. When the library is unloaded from a
-// process that continues, all of it is deleted after the library's static objects, the latest made first.
+// Lifetime: both are constant-initialised variables at namespace scope. At the end of the process nothing is deleted,
+// since static destructors of the program and running threads may use it. When the library is unloaded from a process
+// that continues, all of it is deleted after the static objects of the library, the latest first.
 #pragma once
 
 #include <atomic>
@@ -19,8 +19,8 @@
 
 namespace KestSupport::platform {
 
-/// Back end: deletes the memory of all ProcessMemory if the library is being unloaded; nothing otherwise. No code of
-/// the library runs after that.
+/// Back end: deletes all ProcessMemory if the library is being unloaded, else does nothing. No code of the library runs
+/// afterwards.
 void deleteProcessMemory() noexcept;
 
 class ProcessMemory {
@@ -28,7 +28,7 @@ class ProcessMemory {
     ProcessMemory(const ProcessMemory&) = delete;
     ProcessMemory& operator=(const ProcessMemory&) = delete;
 
-    /// Deletes the memory of each.
+    /// Deletes the memory of every object.
     static void deleteAll() noexcept;
 
   protected:
@@ -42,7 +42,7 @@ class ProcessMemory {
 
   private:
     const Delete m_delete;
-    ProcessMemory* m_next = nullptr;  // remembered before this one
+    ProcessMemory* m_next = nullptr;  // the one that was remembered before
 };
 
 template <typename T>
@@ -50,7 +50,7 @@ class ProcessObject : ProcessMemory {
   public:
     constexpr ProcessObject() noexcept : ProcessMemory(&deleteObject) {}
 
-    /// The object, made by `make` (which returns a std::unique_ptr<T>) when there is none yet.
+    /// Returns the object. If there is none, `make` creates it; it returns a std::unique_ptr<T>.
     template <typename Make>
     T& get(const Make& make) {
         T* const made = m_object.load(std::memory_order_acquire);
@@ -86,13 +86,13 @@ class ProcessList : ProcessMemory {
 
     constexpr ProcessList() noexcept : ProcessMemory(&deleteEntries) {}
 
-    /// The first entry that the predicate accepts; null when there is none.
+    /// Returns the first entry that the predicate accepts, or null.
     template <typename Accepts>
     const Entry* find(const Accepts& accepts) const {
         return findFrom(m_latest.load(std::memory_order_acquire), accepts);
     }
 
-    /// Adds an entry, unless there is one by now that the predicate accepts; returns the one in the list.
+    /// Adds an entry unless the predicate accepts one of the list. Returns the entry of the list.
     template <typename Accepts>
     const Entry& add(const Accepts& accepts, T value) {
         std::unique_ptr<Entry> added(new Entry{std::move(value)});
@@ -106,7 +106,7 @@ class ProcessList : ProcessMemory {
         return *added.release();
     }
 
-    /// The value of an entry that is in the list.
+    /// Returns the value of an entry. Requires that the list has the number.
     const T& at(std::uint32_t number) const noexcept {
         const Entry* entry = m_latest.load(std::memory_order_acquire);
         while (entry->number != number)

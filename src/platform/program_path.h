@@ -1,15 +1,15 @@
-// Where the running program lies.
+// The path of the running program.
 #pragma once
 
 #include <cstddef>
 #include <string>
 
-#include "platform/error.h"
+#include "platform/result.h"
 
 namespace KestSupport::platform {
 
-/// Sets `path` to the running program's path. 0, or the platform's error number: 122 when the path does not fit into
-/// `capacity` characters, its terminator included.
-ErrorCode programPath(std::size_t capacity, std::string& path);
+/// Returns the path of the running program, or why it is unknown: errorInsufficientBuffer if the path and its
+/// terminator need more than `capacity` characters.
+Result<std::string> programPath(std::size_t capacity);
 
 }  // namespace KestSupport::platform

@@ -1,9 +1,8 @@
-// Output of whole records, to a file that they are appended to or after what a stream of the C runtime has: each goes
-// to the system at once, in one piece, past the buffers of the C runtime's streams. So a thread that is terminated
-// while it writes leaves no stream locked, no failed output remains to silence the records that follow, and a signal
-// that interrupts a write loses nothing.
+// Output of whole records, to the end of a file or to a stream of the C runtime. Each record is written at once and in
+// one piece, without the buffers of the C runtime. So a thread that is terminated while it writes leaves no stream
+// locked, a failed record does not stop later ones, and a signal that interrupts a write loses nothing.
 //
-// Threads: one at a time. Lifetime: a file is closed when it is destroyed.
+// Threads: one at a time. Lifetime: the destructor closes the file.
 #pragma once
 
 #include <cstddef>
@@ -20,22 +19,23 @@ class RecordFile {
     RecordFile& operator=(const RecordFile&) = delete;
     ~RecordFile() { close(); }
 
-    /// Creates or truncates the file in text mode; children do not inherit it. Not called while a file is open.
-    /// False, with errno set, when it cannot be opened; a symbolic link is not followed, and refused (ELOOP).
+    /// Creates or truncates the file in text mode. Children do not inherit it. Requires that no file is open. Returns
+    /// false and sets errno if it cannot be opened. A symbolic link is refused (ELOOP), and so is a named pipe that no
+    /// process reads (ENXIO).
     bool open(const char* name) noexcept;
     bool isOpen() const noexcept { return m_handle != -1; }
     void close() noexcept;
 
-    /// Writes at the end of what was written before; blocks until the system has taken it. Returns how many characters
-    /// it took, which are fewer than given only when the output failed.
+    /// Appends the text. Blocks until the system has taken it. Returns how many characters it took, which is less than
+    /// all only if the output failed.
     std::size_t write(std::string_view text) noexcept;
 
   private:
     std::intptr_t m_handle = -1;
 };
 
-/// Writes the text after what was put into the stream before; blocks until the system has taken it. Returns how many
-/// characters it took, as RecordFile::write. The stream is locked only while it holds text that was not written before.
+/// Writes the text after the buffered text of the stream. Blocks until the system has taken it. Returns how many
+/// characters it took, like RecordFile::write. The stream is locked only if it has buffered text.
 std::size_t writeAfter(std::FILE* stream, std::string_view text) noexcept;
 
 }  // namespace KestSupport::platform

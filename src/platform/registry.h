@@ -1,4 +1,5 @@
-// The registry: typed values in a tree of keys. The library reads the values of the machine (HKEY_LOCAL_MACHINE).
+// The registry: typed values in a tree of keys. The library reads the settings that the machine's administrator has
+// made there.
 //
 // Threads: any thread may call it while no thread changes the environment. A call blocks while the registry is read
 // from the disk.
@@ -8,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/error.h"
+#include "platform/result.h"
 
 namespace KestSupport::platform {
 
@@ -18,12 +19,11 @@ inline constexpr std::uint32_t kRegistryDwordBigEndian = 5;
 
 struct RegistryValue {
     std::uint32_t type = 0;
-    std::string data;  ///< the text of a kRegistryString, in the ANSI code page; otherwise the stored bytes
+    std::string data;  ///< kRegistryString: the text in the ANSI code page; other types: the stored bytes
 };
 
-/// Reads a value of a key below HKEY_LOCAL_MACHINE. Names are in the ANSI code page and compared without regard to
-/// case. The key's default value has an empty name. Returns 0, errorFileNotFound without such a value, or the error of
-/// reading the registry: errorAccessDenied for one that another user may have changed.
-ErrorCode readRegistryValue(std::string_view subkey, std::string_view name, RegistryValue& value);
+/// Returns a value of a key below HKEY_LOCAL_MACHINE, or errorFileNotFound, or why the registry cannot be read. Names
+/// are in the ANSI code page, and upper and lower case are equal. The empty value name is that of the default value.
+Result<RegistryValue> readRegistryValue(std::string_view subkey, std::string_view name);
 
 }  // namespace KestSupport::platform

@@ -47,8 +47,8 @@ class StartOrder {
     bool m_incomplete = false;
 };
 
-/// The services with automatic start, each after those that it depends on, otherwise in the given order. Services that
-/// depend on each other in a circle are included; starting one of them fails.
+/// Returns the services with automatic start, each after those that it depends on, and otherwise in the given order.
+/// Includes services that depend on each other in a circle; starting one of them fails.
 std::vector<std::string> autoStartOrder(const std::vector<ServiceConfiguration>& services);
 
 }  // namespace KestSupport::platform

@@ -1,9 +1,9 @@
-// The supervisor of a program that runs in the foreground, such as the system's init: it starts the program, waits to
-// hear that it is ready, and asks it to end. With a POSIX back end it is reached by the socket that $NOTIFY_SOCKET
-// names, and asks by SIGTERM; a program without one tells nobody.
+// The supervisor of a program in the foreground, such as the init system: it starts the program, waits until the
+// program reports that it is ready, and asks it to end. With a POSIX back end, $NOTIFY_SOCKET names the socket of the
+// supervisor, and SIGTERM is its request. Without that variable there is no supervisor.
 //
-// Threads: any, while no thread changes the environment. Nothing here blocks or fails: what the supervisor does not
-// hear is its loss.
+// Threads: any, while no thread changes the environment. Nothing here blocks or fails: a message that the supervisor
+// cannot take is dropped.
 #pragma once
 
 #include <string_view>
@@ -11,12 +11,12 @@
 namespace KestSupport::platform {
 
 enum class SupervisorNews {
-    progress,  ///< the status alone
+    progress,  ///< only the status changes
     ready,     ///< the start is complete
-    stopping,  ///< the end has begun, and was asked for
+    stopping,  ///< the program ends on request
 };
 
-/// Tells the supervisor, with a status of one line that it shows to people.
+/// Sends the news and a status of one line, which the supervisor shows to its users.
 void tellSupervisor(SupervisorNews news, std::string_view status);
 
 }  // namespace KestSupport::platform

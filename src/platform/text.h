@@ -1,7 +1,7 @@
-// Text of the platform: conversion between 16-bit units (UTF-16) and the two code pages in use, length-prefixed wide
-// strings, and the user's locale.
+// Text: conversion between 16-bit units (UTF-16) and the two code pages in use, length-prefixed wide strings, and the
+// locale of the user.
 //
-// Threads: any thread may call anything here; nothing blocks. The environment must not be changed meanwhile.
+// Threads: any thread may call these functions while no thread changes the environment. Nothing blocks.
 #pragma once
 
 #include <cstddef>
@@ -11,38 +11,40 @@
 
 namespace KestSupport::platform {
 
-/// The number of a code page, as the back end counts them; it stays valid as long as the process.
+/// The number of a code page, valid as long as the process.
 using CodePage = unsigned;
 
 inline constexpr CodePage codePageUtf8 = 65001;
 
-/// The ANSI code page: the character set of the user's environment as it is now.
+/// Returns the ANSI code page: the character set of the present environment.
 CodePage ansiCodePage();
 
-/// Converts `length` bytes to 16-bit units and returns their number. Zero bytes are converted like others, nothing is
-/// terminated. What the code page does not know becomes U+FFFD in UTF-8 (one for each maximal part of a broken
-/// sequence), '?' elsewhere. When `capacity` units do not hold the result, it is 0, and the destination has an
-/// undefined part of it, never more.
+/// Converts `length` bytes to 16-bit units and returns their number. A zero byte is a character like others, and no
+/// terminator is added. Text that the code page does not define becomes U+FFFD in UTF-8 (one for each maximal part of a
+/// broken sequence) and '?' in other code pages. If `capacity` units do not hold the result, returns 0; the destination
+/// then holds an undefined part of the result and never more than `capacity` units.
 std::size_t widenText(CodePage codePage, const char* text, std::size_t length, unsigned short* dest,
                       std::size_t capacity);
 
-/// The mirror. A surrogate without its partner becomes U+FFFD in UTF-8; elsewhere each unit of what the code page lacks
-/// becomes '?'.
+/// The opposite conversion. In UTF-8, a surrogate without its partner becomes U+FFFD. In other code pages, each unit
+/// that the code page lacks becomes '?'.
 std::size_t narrowText(CodePage codePage, const unsigned short* text, std::size_t length, char* dest,
                        std::size_t capacity);
 
-/// A length-prefixed wide string: a copy of `bytes` bytes (not initialised when `data` is null) with a zero unit behind
-/// them; null when there is no memory. Freed with freeWideString.
+/// Returns a length-prefixed wide string: a copy of `bytes` bytes (not initialised if `data` is null), followed by a
+/// zero unit. Returns null if there is no memory. freeWideString frees it.
 unsigned short* allocateWideString(const char* data, unsigned int bytes) noexcept;
-/// Its length in bytes; 0 for null.
+/// Returns the length in bytes; 0 for null.
 unsigned int wideStringBytes(const unsigned short* text) noexcept;
 void freeWideString(unsigned short* text) noexcept;
 
-/// The platform's own names for one of the library's locale names ("german"), the preferred one first; none for others.
+/// Returns the system's names for one of the library's locale names ("german"), the preferred one first. Returns none
+/// for another name.
 std::vector<std::string> localeNames(const std::string& name);
 
-/// The id of the user's locale, as language (low ten bits) and region are counted on the library's first platform; 0
-/// for one that the back end has no id for. It need only know those of languages that no ANSI code page covers.
+/// Returns the id of the user's locale, or 0. The low ten bits are the language, the others the region, numbered as on
+/// the platform that the library's interface was made for. Only languages that no ANSI code page covers must have an
+/// id.
 std::uint32_t userLocaleId();
 
 }  // namespace KestSupport::platform

@@ -1,28 +1,30 @@
-// Native threads. A thread's handle is a wait object (wait.h) that is signalled when the thread has ended, its
-// thread-local objects destroyed included. Closing the handle of a running thread leaves the thread running.
+// Native threads. The handle of a thread is a wait object (wait.h). It is signalled after the thread has ended and
+// destroyed its thread-local objects. Closing the handle does not end the thread.
 //
-// Suspension and termination take a thread wherever it stands in its own code, its locks held. They never take it
-// inside the platform layer's own tables nor, as far as can be told, inside the C runtime's allocator or while it holds
-// the lock of a standard output stream, so that other threads can continue. A thread that stays there for 5 seconds
-// is taken anyway. Only threads made here can be suspended and terminated.
+// Suspension and termination may stop a thread anywhere in its own code, also while it holds locks. They do not stop it
+// inside the tables of the platform layer. As far as the back end can detect it, they also do not stop it inside the
+// allocator of the C runtime or while it holds the lock of a standard output stream, so that other threads can
+// continue. A thread that stays in such code for 5 seconds is stopped there. Only threads made by createThread can be
+// suspended and terminated.
 //
-// A new thread has the scheduling that the process had when it loaded the library, as far as the system permits, and
-// can be suspended and terminated whatever signals its creator blocks. A thread that then makes itself unreachable (it
-// blocks the signal) is given up after 10 seconds; the request takes effect when the thread can be reached again.
+// A new thread has the scheduling that the process had when it loaded the library, as far as the system permits. It can
+// be suspended and terminated even if its creator blocks all signals. If a thread blocks the control signal itself, a
+// request fails after 10 seconds, but takes effect when the thread can be reached again.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "platform/wait.h"
 
 namespace KestSupport::platform {
 
-/// What a new thread runs; the result is its exit code.
+/// The function of a new thread. Its result is the exit code.
 using ThreadEntry = std::uint32_t (*)(void* argument);
 
-inline constexpr std::uint32_t kStillActive = 259;  ///< the exit code of a thread that has not ended
+inline constexpr std::uint32_t kStillActive = 259;  ///< the exit code of a running thread
 
-/// Priorities, by the numbers of the platform that the library's interface was made for.
+/// Priorities, with the numbers of the platform that the library's interface was made for.
 enum class ThreadPriority : std::int32_t {
     idle = -15,
     lowest = -2,
@@ -33,34 +35,35 @@ enum class ThreadPriority : std::int32_t {
     timeCritical = 15,
 };
 
-/// Makes a thread and stores its handle in handle before the thread runs entry; handle is not touched afterwards, so
-/// entry may free it. A suspended thread runs entry after resumeThread. False, with handle null, when the system gives
-/// no thread.
+/// Creates a thread. Stores the handle in `handle` before the thread runs `entry`, and does not use `handle`
+/// afterwards, so `entry` may free it. A suspended thread runs `entry` after resumeThread. Returns false, with a null
+/// handle, if the system refuses.
 bool createThread(ThreadEntry entry, void* argument, WaitHandle& handle, bool suspended = false) noexcept;
-/// Suspends once more (suspensions count) and returns when the thread stands still; the calling thread may suspend
-/// itself. False for a thread that has ended, and for one that was given up.
+/// Adds one suspension, and returns when the thread has stopped. A thread may suspend itself. Returns false for a
+/// thread that has ended or could not be reached.
 bool suspendThread(WaitHandle thread) noexcept;
-/// Takes back one suspension. False when there is none.
+/// Removes one suspension. Returns false if there is none.
 bool resumeThread(WaitHandle thread) noexcept;
-/// Ends the thread where it stands, suspended or not, and returns when it has ended: nothing of its stack is unwound
-/// and no destructor of it runs, mutexes that it owns are abandoned. A thread that terminates itself does not return.
-/// True also for a thread that had ended already, which keeps its exit code; false for one that was given up.
+/// Terminates the thread, suspended or not, and returns when it has ended. Its stack is not unwound, its destructors do
+/// not run, and its mutexes become abandoned. A call for the calling thread does not return. Returns true for a thread
+/// that had ended, which keeps its exit code, and false for a thread that could not be reached.
 bool terminateThread(WaitHandle thread, std::uint32_t exitCode) noexcept;
-/// The calling thread is about to return from its entry. At the exit of the process and at the unload of the library,
-/// the static destructors wait until all such threads, their thread-local objects included, have ended; for at most 5
-/// seconds. No effect on a thread that was not made here.
+/// Announces that the calling thread is about to return from its entry. At the exit of the process and at the unload of
+/// the library, the static destructors wait until all such threads have ended and destroyed their thread-local objects,
+/// for at most 5 seconds. Does nothing on a thread that createThread did not make.
 void leaveThread() noexcept;
-/// False when the system refuses.
+/// Returns false if the system refuses.
 bool setThreadPriority(WaitHandle thread, ThreadPriority priority) noexcept;
-/// What entry returned, or the code that the thread was terminated with, or 0 when it left entry in another way;
-/// kStillActive before that.
-bool threadExitCode(WaitHandle thread, std::uint32_t& exitCode) noexcept;
+/// Returns the result of the entry, the code of the termination, or 0 if the thread ended in another way. Returns
+/// kStillActive before the end. Returns nothing for another handle.
+std::optional<std::uint32_t> threadExitCode(WaitHandle thread) noexcept;
 
-/// The calling thread's id: the one that the system's tools show, never 0, the same for the thread's whole life.
+/// Returns the id of the calling thread, as the tools of the system show it: never 0, and the same for the whole life
+/// of the thread.
 std::uint32_t currentThreadId() noexcept;
-/// Lets another thread run.
+/// Offers the processor to another thread.
 void yieldThread() noexcept;
-/// Sleeps at least for the given milliseconds.
+/// Sleeps at least for the given milliseconds; kInfinite is such a number too.
 void sleepThread(std::uint32_t milliseconds) noexcept;
 
 }  // namespace KestSupport::platform

@@ -6,8 +6,8 @@
 
 namespace KestSupport::platform {
 
-/// The namespace-qualified name of a type as a programmer writes it, without a keyword in front. Throws std::bad_alloc
-/// only; a name that the compiler's run-time library cannot read is returned as it is.
+/// Returns the namespace-qualified name of a type as a programmer writes it, without a keyword before it. A name that
+/// the run-time library of the compiler cannot read is returned unchanged. Throws only std::bad_alloc.
 std::string readableTypeName(const std::type_info& type);
 
 }  // namespace KestSupport::platform

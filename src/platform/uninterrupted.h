@@ -1,5 +1,5 @@
-// Steps at which a thread must not be suspended or terminated: calls of the C runtime that hold a lock of the runtime
-// while they read files, and short changes of what all threads share.
+// Steps in which a thread must not be suspended or terminated: functions of the C runtime that hold a lock while they
+// read files, and short changes of state that all threads share.
 #pragma once
 
 #include <atomic>
@@ -7,8 +7,8 @@
 
 namespace KestSupport::platform {
 
-/// Back end: between the two calls the calling thread is neither suspended nor terminated; a request is carried out at
-/// the end of the outermost pair.
+/// Between the two calls, the calling thread is neither suspended nor terminated. A request takes effect at the end of
+/// the outermost pair.
 void beginUninterrupted() noexcept;
 void endUninterrupted() noexcept;
 
@@ -20,9 +20,8 @@ class Uninterrupted {
     ~Uninterrupted() { endUninterrupted(); }
 };
 
-/// A mutex that survives its owner: the thread that waits for it or holds it is not suspended or terminated until it
-/// has released it. In a forked child it is free when another thread had it. For steps that always end soon. Not
-/// recursive.
+/// A mutex that no termination leaves locked: a thread that waits for it or holds it is not suspended or terminated
+/// until it has released it. In a forked child it is free if another thread held it. For short steps. Not recursive.
 class UninterruptedMutex {
   public:
     constexpr UninterruptedMutex() noexcept = default;
@@ -31,7 +30,7 @@ class UninterruptedMutex {
     void unlock() noexcept;
 
   private:
-    std::atomic<std::uint32_t> m_word{0};  // the back end's
+    std::atomic<std::uint32_t> m_word{0};  // a FutexLock
 };
 
 }  // namespace KestSupport::platform

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "kit/temporary_folder.h"
@@ -10,11 +11,16 @@
 
 using namespace KestSupport::platform;
 
-TEST(RecordFile, DoesNotFollowALink) {
+TEST(RecordFile, RefusesLinksAndPipesWithoutReader) {
     const kit::TemporaryFolder folder;
-    std::filesystem::create_symlink(folder.write("target", "kept"), folder.pathOf("link"));
-    RecordFile file;
-    EXPECT_TRUE(!file.open(folder.pathOf("link").c_str()) && errno == ELOOP);
+    const std::string link = folder.pathOf("link"), pipe = folder.pathOf("pipe");
+    std::filesystem::create_symlink(folder.write("target", "kept"), link);
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const auto& [name, error] : {std::pair(link, ELOOP), {pipe, ENXIO}}) {
+        RecordFile file;
+        EXPECT_FALSE(file.open(name.c_str()));
+        EXPECT_EQ(errno, error);
+    }
     EXPECT_EQ(folder.read("target"), "kept");
 }
 

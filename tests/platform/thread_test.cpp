@@ -36,11 +36,7 @@ struct Lambda {
             this, handle);
     }
     ~Lambda() { closeHandle(handle); }
-    std::uint32_t exitCode() const {
-        std::uint32_t code = 0;
-        EXPECT_TRUE(threadExitCode(handle, code));
-        return code;
-    }
+    std::uint32_t exitCode() const { return threadExitCode(handle).value(); }
 
     const std::function<void(WaitHandle)> work;
     WaitHandle handle = nullptr;

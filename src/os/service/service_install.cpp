@@ -40,10 +40,10 @@ bool countsAsSuccess(platform::ErrorCode error) {
 }  // namespace
 
 bool KestService::install() {
+    platform::Result<std::string> program = platform::programPath(kPathCapacity);
+    if (!program) return countsAsSuccess(program.error());
     platform::ServiceConfiguration configuration;
-    if (const platform::ErrorCode error = platform::programPath(kPathCapacity, configuration.commandLine); error != 0) {
-        return countsAsSuccess(error);
-    }
+    configuration.commandLine = *std::move(program);
     // Without quotes, "/opt/my app" could start the program /opt/my.
     if (configuration.commandLine.find_first_of(" \t\n") != std::string::npos) {
         configuration.commandLine = platform::quoteArgument(configuration.commandLine);

@@ -12,6 +12,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 #include "os/service/describe_exception.h"
 #include "os/service/service_host.h"
@@ -211,13 +212,13 @@ void endFailedStart(ServiceRun& run, platform::WaitHandle waitThread) {
 
 // Returns whether startIt succeeded, from the exit code of its thread.
 bool hasStarted(platform::WaitHandle startThread) {
-    std::uint32_t exitCode = 0;
-    if (!platform::threadExitCode(startThread, exitCode)) {
+    const std::optional<std::uint32_t> exitCode = platform::threadExitCode(startThread);
+    if (!exitCode) {
         logRecord(LogLevel::trace,
                   "service_main: Unable to get ServiceStartThread exit code, signaling WaitForServiceThread to exit");
         return false;
     }
-    if (exitCode == 0) {
+    if (*exitCode == 0) {
         logRecord(LogLevel::trace, "service_main: Service start failed, signaling WaitForServiceThread to exit");
         return false;
     }

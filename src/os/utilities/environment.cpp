@@ -27,20 +27,21 @@ std::string KestGetEnvironmentVariable(const std::string& key) {
     const std::size_t separator = all.rfind('\\');
     const std::string_view subkey = all.substr(0, separator);
     const std::string_view name = separator == std::string::npos ? all : all.substr(separator + 1);
-    platform::RegistryValue value;
-    if (const platform::ErrorCode error = platform::readRegistryValue(subkey, name, value); error != 0) {
+    const platform::Result<platform::RegistryValue> value = platform::readRegistryValue(subkey, name);
+    if (!value) {
+        const platform::ErrorCode error = value.error();
         const bool isAbsent = error == platform::errorFileNotFound || error == platform::errorPathNotFound;
         if (!isAbsent)
             internal::logRecord(internal::LogLevel::failure,
                                 "KestGetEnvironmentVariable: Could not read the registry (", error, ")");
         return {};
     }
-    switch (value.type) {
+    switch (value->type) {
         case platform::kRegistryString:
-            return value.data.substr(0, value.data.find('\0'));
+            return value->data.substr(0, value->data.find('\0'));
         case platform::kRegistryDword:
         case platform::kRegistryDwordBigEndian:
-            return std::to_string(littleEndianNumber(value.data));
+            return std::to_string(littleEndianNumber(value->data));
         default:
             throw KestKeyDataNotSupportedException(
                 "KestUtilities::KestGetEnvironmentVariable:                         key-value data type not supported");

@@ -1,4 +1,4 @@
-// Looks at text eight bytes at a time: characters of one byte or units of two, side by side in a 64-bit word.
+// Text in words of 64 bits: eight characters of one byte, or four units of two bytes.
 #pragma once
 
 #include <cstddef>
@@ -9,9 +9,9 @@
 namespace KestSupport::platform {
 
 template <typename Unit>
-inline constexpr std::size_t unitsPerWord = sizeof(std::uint64_t) / sizeof(Unit);
+inline constexpr std::size_t kUnitsPerWord = sizeof(std::uint64_t) / sizeof(Unit);
 
-/// A word with `value` for each of its units.
+/// Returns a word with `value` in each of its units.
 template <typename Unit>
 constexpr std::uint64_t wordOf(Unit value) {
     constexpr std::uint64_t ones = ~std::uint64_t{0} / static_cast<Unit>(-1);
@@ -30,13 +30,14 @@ constexpr bool isAsciiWord(std::uint64_t word) {
     return (word & wordOf(static_cast<Unit>(~0x7F))) == 0;
 }
 
-/// ASCII without zeros: a zero less 1 has all bits. What is borrowed from a neighbour does no harm, as a zero lends it.
+/// ASCII without zeros: a zero minus 1 has all bits set. A borrow from the next unit does no harm, since only a zero
+/// borrows.
 template <typename Unit>
 constexpr bool isPlainWord(std::uint64_t word) {
     return isAsciiWord<Unit>(word | (word - wordOf<Unit>(1)));
 }
 
-/// Whether all of the text is ASCII. It is read to its end, many bytes at a time.
+/// Returns whether the whole text is ASCII. Reads it to its end, many bytes at a time.
 inline bool isAscii(std::string_view text) noexcept {
     unsigned all = 0;
     for (const char c : text)

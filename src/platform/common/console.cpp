@@ -1,3 +1,4 @@
+// The list of console handlers. An event is offered to a copy of the list, since a handler may change the list.
 #include "platform/console.h"
 
 #include <algorithm>
@@ -19,9 +20,9 @@ struct Registration {
     bool operator==(const Registration&) const = default;
 };
 
-// Stays: an event may arrive while static objects are being destroyed.
+// Never destroyed: an event may arrive during the destruction of static objects.
 struct HandlerList {
-    UninterruptedMutex lock;  // guards everything below and the back end's calls; never held while a handler runs
+    UninterruptedMutex lock;  // guards the members below and the calls of the back end; free while a handler runs
     std::condition_variable_any handlerReturned;
     std::vector<Registration> handlers;
     ConsoleHandler running = nullptr;
@@ -39,7 +40,7 @@ bool hasHandlers(const HandlerList& all, ConsoleEvents kind) {
                        [&](const Registration& each) { return each.kind == kind; });
 }
 
-// Walks a copy: a handler may change the list. A handler that has been removed since is skipped.
+// Returns whether a handler took the event. Skips a handler that was removed after the copy was made.
 bool offerToHandlers(std::uint32_t event) {
     HandlerList& all = list();
     std::unique_lock guard(all.lock);

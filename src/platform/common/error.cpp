@@ -1,3 +1,4 @@
+// The table of error numbers, searched in both directions.
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
@@ -7,7 +8,7 @@
 namespace KestSupport::platform {
 namespace {
 
-// The first row with an errno value gives its code, the first row with a code gives its errno value.
+// The first row with an errno value determines its code. The first row with a code determines its errno value.
 constexpr ErrorNumber kErrorNumbers[] = {
     {errorInvalidFunction, ENOTTY},
     {errorFileNotFound, ENOENT},

@@ -1,4 +1,4 @@
-// Rows of the table of error numbers.
+// The rows of the table of error numbers.
 #pragma once
 
 #include <span>
@@ -12,7 +12,7 @@ struct ErrorNumber {
     int errnoValue;
 };
 
-/// Back end: the rows that are this system's alone. They count after the common ones.
+/// Back end: returns the rows of this system. They follow the common ones.
 std::span<const ErrorNumber> systemErrorNumbers() noexcept;
 
 }  // namespace KestSupport::platform

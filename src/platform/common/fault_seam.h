@@ -1,5 +1,5 @@
-// The seam between the library and the operating system. A back end asks it before each step whose failure matters, so
-// that a test can make the Nth such step fail, once or from then on. Without a hook it costs one load.
+// The seam between the library and the operating system. A back end calls it before each step whose failure matters.
+// So a test can make the Nth such step fail, once or from then on. Without a hook the call costs one load.
 //
 // A step has the name of the contract function that it belongs to ("createThread", "loadLibrary", "makeDirectory"), the
 // same in every back end. Where one name would be too coarse, the steps have these names:
@@ -14,9 +14,9 @@
 //   registry.h        findRegistry, openRegistry, readRegistry
 //   services/         system.h: openFolder, openFile, readFile, writeFile, lockByte, findLock, folderAccess,
 //   makeFolder,
-//                     replaceFile, removeEntry, flush, lockFolder, openNullDevice, installForkHandlers; channel.h:
-//                     openChannel, connectChannel, takeStandardInput, sendMessage, awaitMessage, receiveMessage,
-//                     peerUser, listen, acceptChannel, makeWakeUp
+//                     replaceFile, removeEntry, flush, lockFolder, openNullDevice, installForkHandlers;
+//                     channel.h: openChannel, connectChannel, takeStandardInput, sendMessage, awaitMessage,
+//                     receiveMessage, peerUser, listen, acceptChannel, makeWakeUp
 //   supervisor.h      connectSupervisor, tellSupervisor
 //   text.h            openCharacterSet, allocateWideString
 //   thread.h          prepareThreads: once for each process; createThread; inheritScheduling: on the new thread;
@@ -24,15 +24,15 @@
 //   wait.h            createEvent, createMutex, createWaitableTimer, setWaitableTimer; attachThread: the first use of
 //                     the waits by a thread
 //
-// Threads: any thread may call the hook, also one that holds internal locks. So the hook takes no lock of the library
-// and calls nothing of it.
+// Threads: a thread that calls the hook may hold internal locks. So the hook must take no lock of the library and call
+// no function of it.
 #pragma once
 
 #include <atomic>
 
 namespace KestSupport::platform {
 
-/// Returns 0 if the named step is to be made, or the errno value that it is to fail with.
+/// Returns 0 to run the named step, or the errno value with which it fails.
 using FaultHook = int (*)(const char* step) noexcept;
 
 namespace internal {
@@ -44,7 +44,7 @@ inline void setFaultHook(FaultHook hook) noexcept {
     internal::g_faultHook.store(hook, std::memory_order_release);
 }
 
-/// The errno value that the named step is to fail with, 0 for none.
+/// Returns the errno value with which the named step fails, or 0.
 inline int injectedFault(const char* step) noexcept {
     const FaultHook hook = internal::g_faultHook.load(std::memory_order_acquire);
     return hook == nullptr ? 0 : hook(step);

@@ -13,7 +13,7 @@ void ProcessMemory::remember() noexcept {
     }
 }
 
-// Deleting one may make another, which is deleted then.
+// Deleting an object may create another one, which is deleted next.
 void ProcessMemory::deleteAll() noexcept {
     while (ProcessMemory* const latest = g_latest.load(std::memory_order_acquire)) {
         g_latest.store(latest->m_next, std::memory_order_relaxed);

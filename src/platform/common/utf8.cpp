@@ -1,3 +1,5 @@
+// Runs of characters with one, two and three bytes are converted in their own loops, since a text usually stays within
+// one script. All other characters are decoded one by one.
 #include "platform/common/utf8.h"
 
 #include "platform/common/ascii_words.h"
@@ -5,18 +7,18 @@
 namespace KestSupport::platform {
 namespace {
 
-// A character and the number of source units that it, or the maximal part of a broken sequence, takes.
+// A character, and the number of source units of it or of the maximal part of a broken sequence.
 struct Decoded {
     char32_t character;
     std::size_t taken;
 };
 
 constexpr Decoded broken(std::size_t taken) {
-    return {replacementUnit, taken};
+    return {kReplacementUnit, taken};
 }
 
-// What a lead byte says: how many bytes follow, its own share of the character, and the range of the first that
-// follows, which alone tells overlong forms, surrogates and values beyond U+10FFFF from good ones.
+// The meaning of a lead byte: the number of the bytes that follow, its bits of the character, and the range of the
+// first byte that follows. That range excludes overlong forms, surrogates and values beyond U+10FFFF.
 struct Lead {
     std::size_t trailing;
     char32_t bits;
@@ -37,7 +39,7 @@ constexpr Lead readLead(unsigned char byte) {
     return {0, 0, 0, 0};
 }
 
-// Reads one character that is not ASCII.
+// Decodes one character that is not ASCII.
 Decoded decodeUtf8(const unsigned char* text, std::size_t length) {
     const Lead lead = readLead(text[0]);
     if (lead.trailing == 0) return broken(1);
@@ -60,7 +62,7 @@ constexpr bool isLowSurrogate(char32_t unit) {
     return (unit & 0xFC00) == 0xDC00;
 }
 
-// Reads one character from units.
+// Decodes one character from units.
 Decoded decodeUtf16(const unsigned short* text, std::size_t length) {
     const char32_t unit = text[0];
     if (isHighSurrogate(unit) && length > 1 && isLowSurrogate(text[1])) {
@@ -73,7 +75,7 @@ constexpr std::size_t utf8Length(char32_t character) {
     return character < 0x800 ? 2 : character < 0x10000 ? 3 : 4;
 }
 
-// Writes one character that is not ASCII.
+// Encodes one character that is not ASCII.
 void encodeUtf8(char32_t character, std::size_t length, char* dest) {
     const auto trailing = [&](unsigned shift) { return static_cast<char>(0x80 | ((character >> shift) & 0x3F)); };
     if (length == 2) {
@@ -95,7 +97,7 @@ constexpr bool isTrailing(unsigned char byte) {
     return (byte & 0xC0) == 0x80;
 }
 
-// A conversion in progress: what is left of the source, and of the destination.
+// A conversion in progress: the rest of the source and of the destination.
 template <typename From, typename To>
 struct Progress {
     const From* text;
@@ -105,18 +107,18 @@ struct Progress {
 
     std::size_t left() const { return static_cast<std::size_t>(end - text); }
     std::size_t space() const { return static_cast<std::size_t>(destEnd - dest); }
-    bool goesOn() const { return text != end && dest != destEnd; }
+    bool hasRoom() const { return text != end && dest != destEnd; }
 
-    // ASCII, for as long as it lasts.
+    // Converts ASCII to its end, in blocks of a word.
     void copyAscii() {
-        constexpr std::size_t block = unitsPerWord<From>;
+        constexpr std::size_t block = kUnitsPerWord<From>;
         while (left() >= block && space() >= block && isAsciiWord<From>(loadWord(text))) {
             for (std::size_t i = 0; i < block; ++i)
                 dest[i] = static_cast<To>(text[i]);
             text += block;
             dest += block;
         }
-        while (goesOn() && *text < 0x80)
+        while (hasRoom() && *text < 0x80)
             *dest++ = static_cast<To>(*text++);
     }
 };
@@ -124,8 +126,7 @@ struct Progress {
 using Widening = Progress<unsigned char, unsigned short>;
 using Narrowing = Progress<unsigned short, char>;
 
-// These convert characters of one length, for as long as such follow each other: text stays with one script for a
-// while.
+// The functions for runs convert characters of one length until another length follows.
 void widenTwoByteRun(Widening& p) {
     while (p.left() >= 2 && p.dest != p.destEnd && p.text[0] >= 0xC2 && p.text[0] <= 0xDF && isTrailing(p.text[1])) {
         *p.dest++ = static_cast<unsigned short>((p.text[0] & 0x1F) << 6 | (p.text[1] & 0x3F));
@@ -134,7 +135,7 @@ void widenTwoByteRun(Widening& p) {
 }
 
 void widenThreeByteRun(Widening& p) {
-    // From E1 to EC any trailing bytes are good.
+    // After E1 to EC, all trailing bytes are valid.
     while (p.left() >= 3 && p.dest != p.destEnd && p.text[0] >= 0xE1 && p.text[0] <= 0xEC && isTrailing(p.text[1]) &&
            isTrailing(p.text[2])) {
         *p.dest++ =
@@ -143,7 +144,7 @@ void widenThreeByteRun(Widening& p) {
     }
 }
 
-// Any character; false when it does not fit.
+// Converts any character. Returns false if it does not fit.
 bool widenOne(Widening& p) {
     const Decoded next = decodeUtf8(p.text, p.left());
     p.text += next.taken;
@@ -165,7 +166,7 @@ void narrowTwoByteRun(Narrowing& p) {
 }
 
 void narrowThreeByteRun(Narrowing& p) {
-    // Below the surrogates.
+    // The surrogates start at 0xD800.
     while (p.text != p.end && p.space() >= 3 && *p.text >= 0x800 && *p.text < 0xD800) {
         encodeUtf8(*p.text++, 3, p.dest);
         p.dest += 3;

@@ -9,17 +9,17 @@ namespace KestSupport::platform {
 namespace {
 
 constexpr std::string_view kSeparators = " \t\n";
-constexpr std::string_view kKeptBehindBackslash = "\"\\$`";
-// What no shell gives a meaning, anywhere in a word.
+constexpr std::string_view kEscapedInQuotes = "\"\\$`";
+// Characters without a meaning for any shell, anywhere in a word.
 constexpr std::string_view kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_@%+:,./-";
 
 class Splitter {
   public:
     explicit Splitter(std::string_view text) noexcept : m_text(text) {}
 
-    /// The next word; false when there is none.
+    /// Appends the next word. Returns false if there is none.
     bool next(std::string& word) {
-        // A continued line is none of the separators, but makes no word either.
+        // A backslash with a line feed continues the line. It is no separator and starts no word.
         for (;;) {
             m_position = std::min(m_text.find_first_not_of(kSeparators, m_position), m_text.size());
             if (!m_text.substr(m_position).starts_with("\\\n")) break;
@@ -52,11 +52,11 @@ class Splitter {
         while (m_position < m_text.size()) {
             const char c = m_text[m_position++];
             if (c == '"') return;
-            const char behind = c == '\\' && m_position < m_text.size() ? m_text[m_position] : '\0';
-            if (behind == '\n') {
+            const char next = c == '\\' && m_position < m_text.size() ? m_text[m_position] : '\0';
+            if (next == '\n') {
                 ++m_position;
-            } else if (behind != '\0' && kKeptBehindBackslash.find(behind) != std::string_view::npos) {
-                word += behind;
+            } else if (next != '\0' && kEscapedInQuotes.find(next) != std::string_view::npos) {
+                word += next;
                 ++m_position;
             } else {
                 word += c;

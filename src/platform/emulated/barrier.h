@@ -1,11 +1,12 @@
-// A store followed by a load of another word, where the load must not be done first, is what releasing a lock needs.
-// The usual price is a locked instruction at every release. Where the kernel can run a barrier in all threads of the
-// process, the rare other side pays it instead.
+// A store followed by a load of another word, where the processor must not run the load first. The release of a lock
+// needs this. The usual price is a locked instruction in every release. If the kernel can run a barrier in all threads
+// of the process, the rare other side calls it instead: a free mutex costs 11 ns instead of 13 ns for a
+// std::recursive_mutex (bench/internal, locks/platform mutex free).
 //
-// The kernel may begin to refuse the barrier while the process runs (a filter on system calls is installed). From the
-// first refusal on every storeBeforeLoad has a barrier of its own. One that had begun before may still do its load too
-// early; but a processor finishes its stores within microseconds, or when it changes to another thread. So the other
-// side looks once more after kDrainTime, and finds what that thread stored.
+// The kernel may begin to refuse the barrier, for example if a filter for system calls is installed. After the first
+// refusal every storeBeforeLoad runs its own barrier. A storeBeforeLoad that began before may still run its load too
+// early. But a processor completes its stores within microseconds, or when it switches threads. So the other side looks
+// again after kDrainTime, and finds what that thread stored.
 #pragma once
 
 #include "platform/futex.h"
@@ -13,20 +14,20 @@
 
 namespace KestSupport::platform {
 
-/// Milliseconds in which every store that any processor had begun has become visible; ample.
+/// Milliseconds after which every store of any processor is visible. Microseconds would do.
 inline constexpr std::uint32_t kDrainTime = 10;
 
-/// True while the kernel gives the barrier; the first time settled when the library is loaded.
+/// True while the kernel runs the barrier. Set when the library is loaded.
 extern constinit std::atomic<bool> g_barrierWorks;
 
-/// Asks for a full barrier in all threads of the process. False when a thread may be in storeBeforeLoad without one:
-/// the caller looks again after kDrainTime at what such a thread may have stored.
+/// Runs a full barrier in all threads of the process. Returns false if a thread may be in storeBeforeLoad without one:
+/// the caller looks again after kDrainTime.
 bool requestBarrier() noexcept;
-/// True when requestBarrier may have returned false since the library was loaded.
+/// Returns whether requestBarrier may have returned false since the library was loaded.
 bool barrierWasRefused() noexcept;
 
-/// Stores with release order; a load that follows is not done before the store, as a thread sees it that called
-/// requestBarrier. Where that has no barrier for all threads, this has one.
+/// Stores with release order. A thread that has called requestBarrier does not see a later load of the calling thread
+/// before the store.
 inline void storeBeforeLoad(FutexWord& word, std::uint32_t value) noexcept {
     if (g_barrierWorks.load(std::memory_order_relaxed)) [[likely]] {
         word.store(value, std::memory_order_release);

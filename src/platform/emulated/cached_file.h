@@ -1,23 +1,23 @@
-// A file whose contents a caller keeps: it is read again only when it may have changed.
+// A file whose contents a caller keeps. It is read again only if it may have changed.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
-#include "platform/error.h"
+#include "platform/result.h"
 
 namespace KestSupport::platform {
 
 class CachedFile {
   public:
-    /// Back end: sets `bytes` to the file's contents and `changed` to true, unless the file is the one that was read
-    /// last and has not changed since. 0, or why the file cannot be read: errorInvalidData for a pipe, a device or a
-    /// folder, errorAccessDenied for a file that other users than the administrator and this process's own may write.
-    /// The next call after a failure reads the file.
-    ErrorCode readIfChanged(const std::string& path, std::string& bytes, bool& changed);
+    /// Back end: returns the contents of the file, or no contents if it is the file of the last call and has not
+    /// changed since. Fails with errorInvalidData for a pipe, a device or a folder, and with errorAccessDenied for a
+    /// file that users other than the administrator and that of this process may write. Reads the file after a failure.
+    Result<std::optional<std::string>> readIfChanged(const std::string& path);
 
   private:
-    /// Differs between any two states of a file that has settled.
+    /// Two states of a settled file differ.
     struct State {
         std::uint64_t device = 0;
         std::uint64_t number = 0;

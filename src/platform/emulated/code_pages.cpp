@@ -1,3 +1,5 @@
+// The ANSI code page. Each character set and each locale is looked up once and stays in a list. The number of a code
+// page is the position of its set in the list.
 #include "platform/emulated/code_pages.h"
 
 #include <cstdlib>
@@ -12,8 +14,8 @@
 namespace KestSupport::platform {
 namespace {
 
-// The first of the numbers that no code page of another system has.
-constexpr CodePage firstCodePage = 0x10000;
+// Above the numbers of the code pages of other systems.
+constexpr CodePage kFirstCodePage = 0x10000;
 
 bool isUtf8(std::string_view charset) {
     std::string letters;
@@ -23,29 +25,29 @@ bool isUtf8(std::string_view charset) {
     return letters == "utf8";
 }
 
-// The character set in a name such as de_DE.ISO-8859-15@euro; empty when the name has none.
+// Returns the character set in a name such as de_DE.ISO-8859-15@euro; empty if the name has none.
 std::string statedCharset(const std::string& locale) {
     const std::size_t dot = locale.find('.');
     return dot == std::string::npos ? std::string() : locale.substr(dot + 1, locale.find('@', dot) - dot - 1);
 }
 
-// The character sets that were opened, by the name that each was opened by. A code page's number is that of its set,
-// counted from firstCodePage.
+// The character sets that were opened, with the names of the calls. The number of a code page is that of its set plus
+// kFirstCodePage.
 struct NamedSet {
     std::string name;
     std::unique_ptr<CharacterSet> set;
 };
 constinit ProcessList<NamedSet> g_sets;
 
-// The code pages of the locales that the environment has named, up to a number that no program reaches by chance.
+// The code pages of the locales that the environment has named. The limit is above what a program reaches by chance.
 struct LocaleCodePage {
     std::string locale;
     CodePage page;
 };
-constexpr std::uint32_t mostLocales = 1000;
+constexpr std::uint32_t kMostLocales = 1000;
 constinit ProcessList<LocaleCodePage> g_locales;
 
-// The set of C and POSIX has no name in g_sets. Returns 0 for a character set that cannot be opened.
+// Returns 0 for a character set that cannot be opened. The empty name is the set of C and POSIX.
 CodePage codePageOfCharset(const std::string& charset) {
     const auto isOurs = [&charset](const NamedSet& known) { return known.name == charset; };
     const auto* entry = g_sets.find(isOurs);
@@ -54,10 +56,10 @@ CodePage codePageOfCharset(const std::string& charset) {
         if (set == nullptr) return 0;
         entry = &g_sets.add(isOurs, NamedSet{charset, std::move(set)});
     }
-    return firstCodePage + entry->number;
+    return kFirstCodePage + entry->number;
 }
 
-// What the system says of a locale that it has, else what the locale's name states.
+// Asks the system first, then the name of the locale.
 CodePage findCodePage(const std::string& locale) {
     const std::string stated = statedCharset(locale);
     if (isUtf8(stated)) return codePageUtf8;
@@ -72,7 +74,7 @@ CodePage findCodePage(const std::string& locale) {
 }  // namespace
 
 std::string_view environmentLocale() {
-    // The order in which the C runtime looks; an empty variable counts as absent.
+    // The order of the C runtime. An empty variable counts as absent.
     for (const char* variable : {"LC_ALL", "LC_CTYPE", "LANG"}) {
         const char* value = std::getenv(variable);
         if (value != nullptr && *value != '\0') return value;
@@ -86,11 +88,11 @@ CodePage ansiCodePage() {
     if (const auto* const known = g_locales.find(isOurs)) return known->value.page;
     LocaleCodePage found{std::string(locale), 0};
     found.page = findCodePage(found.locale);
-    return g_locales.size() < mostLocales ? g_locales.add(isOurs, found).value.page : found.page;
+    return g_locales.size() < kMostLocales ? g_locales.add(isOurs, found).value.page : found.page;
 }
 
 const CharacterSet& characterSet(CodePage codePage) {
-    return *g_sets.at(codePage - firstCodePage).set;
+    return *g_sets.at(codePage - kFirstCodePage).set;
 }
 
 }  // namespace KestSupport::platform

@@ -10,28 +10,28 @@
 
 namespace KestSupport::platform {
 
-/// One character set. It never changes once it is made.
+/// A character set. It is immutable.
 class CharacterSet {
   public:
     virtual ~CharacterSet() = default;
 
-    /// Both return the number of units written, 0 when the capacity does not hold the result; see platform/text.h.
+    /// Both return the number of units written, or 0 if the capacity does not hold the result; see platform/text.h.
     virtual std::size_t widen(const char* text, std::size_t length, unsigned short* dest,
                               std::size_t capacity) const = 0;
     virtual std::size_t narrow(const unsigned short* text, std::size_t length, char* dest,
                                std::size_t capacity) const = 0;
 };
 
-/// Back end: the set that the system knows by a name; null if it knows none. Sets that the system has always, such as
+/// Back end: returns the set that the system knows by the name, or null. Sets that are built in, such as
 /// SingleByteSet::windows1252, need no name.
 std::unique_ptr<CharacterSet> openCharacterSet(const std::string& name);
-/// Back end: the name of the character set of a locale that the system has; empty for another, and for "C".
+/// Back end: returns the name of the character set of an installed locale; empty for another locale and for "C".
 std::string installedCharset(const std::string& locale);
 
-/// The name of the locale that the environment asks for, "C" if none; valid until the environment changes.
+/// Returns the name of the locale that the environment asks for, or "C". Valid until the environment changes.
 std::string_view environmentLocale();
 
-/// The set behind a number that ansiCodePage gave, UTF-8 excepted; it lasts as long as the process.
+/// Returns the set of a number from ansiCodePage other than UTF-8. The set lasts as long as the process.
 const CharacterSet& characterSet(CodePage codePage);
 
 }  // namespace KestSupport::platform

@@ -1,4 +1,5 @@
-// A recursive lock around a FutexLock.
+// A FutexLock with an owner and a number of levels. The owner word is compared without the lock: a thread can only find
+// its own id there if it holds the lock.
 #include "platform/critical_section.h"
 
 #include <new>
@@ -12,8 +13,8 @@ namespace KestSupport::platform {
 class CriticalSection {
   public:
     FutexWord state{0};
-    std::atomic<std::uint32_t> owner{0};  // written by the owner only; others only compare it with their own id
-    std::atomic<std::uint32_t> depth{0};  // written by the owner only
+    std::atomic<std::uint32_t> owner{0};  // written by the owner; other threads compare it with their own id
+    std::atomic<std::uint32_t> depth{0};  // written by the owner
 };
 
 namespace {

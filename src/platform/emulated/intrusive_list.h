@@ -1,5 +1,5 @@
-// A doubly linked list whose elements carry their own links, so that nothing is allocated and an element is removed in
-// one step. An element is in one list of a kind at a time.
+// A doubly linked list whose elements contain their own links. So nothing is allocated, and an element is removed in
+// constant time. An element is in at most one list for each of its links.
 #pragma once
 
 namespace KestSupport::platform {
@@ -21,7 +21,7 @@ class IntrusiveList {
     void pushFront(T& element) noexcept { insert(element, nullptr, m_first); }
     void pushBack(T& element) noexcept { insert(element, m_last, nullptr); }
 
-    /// The element keeps its own links, so a loop may remove the element that it visits.
+    /// Does not change the links of the element, so a loop may remove the element that it visits.
     void remove(T& element) noexcept {
         const ListLinks<T>& links = element.*Links;
         after(links.previous) = links.next;

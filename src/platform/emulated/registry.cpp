@@ -14,8 +14,8 @@
 namespace KestSupport::platform {
 namespace {
 
-// Converts a text between the ANSI code page and UTF-8. Returns the text itself when its bytes are the same in both,
-// otherwise a view of the buffer.
+// Returns the text in the other code page. The result is the text itself, without a copy, if the code pages do not
+// differ in it.
 std::string_view recoded(std::string_view text, bool toUtf8, std::string& buffer) {
     if (isAscii(text)) return text;
     const CodePage ansi = ansiCodePage();
@@ -26,35 +26,33 @@ std::string_view recoded(std::string_view text, bool toUtf8, std::string& buffer
 
 class Registry {
   public:
-    ErrorCode read(std::string_view subkey, std::string_view name, RegistryValue& value) {
+    Result<RegistryValue> read(std::string_view subkey, std::string_view name) {
         const std::lock_guard guard(m_lock);
-        if (const ErrorCode error = stateDirectory(m_path); error != 0) return error;
+        if (const ErrorCode error = stateDirectory(m_path); error != 0) return Failure{error};
         m_path += "/registry.reg";
-        std::string bytes;
-        bool changed = false;
-        // When memory runs out here, the next call reads the file again.
+        // If memory runs out here, the next call reads the file again.
         CachedFile source = std::exchange(m_source, CachedFile());
-        if (const ErrorCode error = source.readIfChanged(m_path, bytes, changed); error != 0) return error;
-        if (changed) m_file = RegistryFile(bytes);
+        const Result<std::optional<std::string>> bytes = source.readIfChanged(m_path);
+        if (!bytes) return bytes.failure();
+        if (bytes->has_value()) m_file = RegistryFile(**bytes);
         m_source = source;
-        return find(subkey, name, value);
+        return find(subkey, name);
     }
 
   private:
-    ErrorCode find(std::string_view subkey, std::string_view name, RegistryValue& value) const {
+    Result<RegistryValue> find(std::string_view subkey, std::string_view name) const {
         std::string keyBuffer;
         std::string nameBuffer;
         const RegistryValue* const found =
             m_file.find(recoded(subkey, true, keyBuffer), recoded(name, true, nameBuffer));
-        if (found == nullptr) return errorFileNotFound;
-        value.type = found->type;
+        if (found == nullptr) return Failure{errorFileNotFound};
+        if (found->type != kRegistryString) return *found;
         std::string dataBuffer;
-        value.data = found->type == kRegistryString ? recoded(found->data, false, dataBuffer) : found->data;
-        return errorSuccess;
+        return RegistryValue{found->type, std::string(recoded(found->data, false, dataBuffer))};
     }
 
-    UninterruptedMutex m_lock;  // guards what follows
-    std::string m_path;         // a member so that its memory is reused
+    UninterruptedMutex m_lock;  // guards the members below
+    std::string m_path;         // a member, to reuse its memory
     CachedFile m_source;
     RegistryFile m_file;
 };
@@ -63,8 +61,8 @@ constinit ProcessObject<Registry> g_registry;
 
 }  // namespace
 
-ErrorCode readRegistryValue(std::string_view subkey, std::string_view name, RegistryValue& value) {
-    return g_registry.get().read(subkey, name, value);
+Result<RegistryValue> readRegistryValue(std::string_view subkey, std::string_view name) {
+    return g_registry.get().read(subkey, name);
 }
 
 }  // namespace KestSupport::platform

@@ -7,8 +7,8 @@
 namespace KestSupport::platform {
 namespace {
 
-// Windows-1252, 0x80 to 0x9F; each other byte is its own unit. The five bytes without a character stand for the control
-// characters of the same number, so that any bytes come back the same.
+// Windows-1252, 0x80 to 0x9F. Each other byte is its own unit. The five bytes without a character map to the control
+// characters of the same number, so that a conversion there and back keeps all bytes.
 constexpr unsigned short kUnits1252[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
                                            0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
                                            0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
@@ -19,7 +19,8 @@ constexpr unsigned short kUnits1252[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201
 SingleByteSet::SingleByteSet(const Units& units) : m_units(units) {
     for (std::size_t i = 0; i < m_units.size(); ++i)
         m_bytes[i] = {m_units[i], static_cast<char>(i)};
-    // Stable: the bytes without a character are all '?', and the '?' itself has the lowest number of them.
+    // The sort is stable. All bytes without a character have the unit '?', and the byte '?' has the lowest number of
+    // them.
     std::stable_sort(m_bytes.begin(), m_bytes.end(),
                      [](const Mapping& a, const Mapping& b) { return a.unit < b.unit; });
 }

@@ -1,4 +1,4 @@
-// A character set of one byte for each character, as a table.
+// A character set with one byte for each character, as a table.
 #pragma once
 
 #include <array>
@@ -9,15 +9,14 @@
 
 namespace KestSupport::platform {
 
-/// A set of one byte for each character.
 class SingleByteSet : public CharacterSet {
   public:
-    /// The unit of each byte; a byte without a character has the '?' that it becomes.
+    /// The unit of each byte. A byte without a character has '?'.
     using Units = std::array<unsigned short, 256>;
 
     explicit SingleByteSet(const Units& units);
 
-    /// What the C and POSIX locales stand for: every byte has a unit.
+    /// The set of the C and POSIX locales. Every byte has a unit.
     static std::unique_ptr<SingleByteSet> windows1252();
 
     std::size_t widen(const char* text, std::size_t length, unsigned short* dest, std::size_t capacity) const override;
@@ -32,8 +31,7 @@ class SingleByteSet : public CharacterSet {
     char byteOf(unsigned short unit) const;
 
     Units m_units;
-    // Sorted by unit.
-    std::array<Mapping, 256> m_bytes;
+    std::array<Mapping, 256> m_bytes;  // sorted by unit
 };
 
 }  // namespace KestSupport::platform

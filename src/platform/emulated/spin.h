@@ -1,6 +1,6 @@
-// Looking at a word again and again for a moment, which is cheaper than sleeping while another processor is about to
-// change it. A spin never yields: on a busy machine that costs time slices of milliseconds, where a thread that sleeps
-// runs again as soon as it is woken.
+// Polling for a moment, which is cheaper than sleeping if another processor is about to change a word: a round trip
+// between two threads takes 1.8 us instead of 11 us with sleeps (bench/events). A spin never yields. A yield on a busy
+// machine can cost several time slices of milliseconds, but a sleeping thread runs as soon as it is woken.
 #pragma once
 
 #include <atomic>
@@ -8,7 +8,7 @@
 
 namespace KestSupport::platform {
 
-/// Tells the processor that this is a spin loop.
+/// Marks a spin loop for the processor.
 inline void spinPause() noexcept {
 #if defined(__x86_64__) || defined(__i386__)
     __builtin_ia32_pause();
@@ -17,7 +17,7 @@ inline void spinPause() noexcept {
 #endif
 }
 
-/// False on one processor: there the other thread does not run.
+/// Returns false if there is one processor, where the other thread cannot run.
 inline bool spinningPays() noexcept {
     static constinit std::atomic<unsigned> processors{0};  // 0 until they are counted
     unsigned count = processors.load(std::memory_order_relaxed);
@@ -28,7 +28,8 @@ inline bool spinningPays() noexcept {
     return count > 1;
 }
 
-/// Calls attempt, with a pause before each call, until it returns true or has been called so often.
+/// Calls `attempt`, after a pause each, until it returns true or has been called `attempts` times. Returns whether it
+/// returned true.
 template <typename Attempt>
 bool spinUntil(unsigned attempts, const Attempt& attempt) noexcept {
     for (; attempts > 0; --attempts) {

@@ -10,20 +10,20 @@
 namespace KestSupport::platform {
 namespace {
 
-// In front of the first unit, so that both the length and the text are aligned.
+// Before the first unit, so that both the length and the text are aligned.
 struct WideStringHeader {
     unsigned int bytes;
     unsigned int unused;
 };
 
-// The locales whose languages no ANSI code page ever covered, by the ids that the first platform of the library has for
-// them.
+// The locales whose languages no ANSI code page has ever covered, with the ids of the platform that the interface of
+// the library was made for.
 struct LocaleId {
     std::string_view name;
     std::uint32_t id;
 };
 
-constexpr LocaleId localeIds[] = {
+constexpr LocaleId kLocaleIds[] = {
     {"hy_AM", 0x042B},  {"ka_GE", 0x0437}, {"hi_IN", 0x0439}, {"bn_IN", 0x0445}, {"pa_IN", 0x0446}, {"gu_IN", 0x0447},
     {"or_IN", 0x0448},  {"ta_IN", 0x0449}, {"te_IN", 0x044A}, {"kn_IN", 0x044B}, {"ml_IN", 0x044C}, {"as_IN", 0x044D},
     {"mr_IN", 0x044E},  {"sa_IN", 0x044F}, {"bo_CN", 0x0451}, {"km_KH", 0x0453}, {"lo_LA", 0x0454}, {"kok_IN", 0x0457},
@@ -47,15 +47,15 @@ std::size_t narrowText(CodePage codePage, const unsigned short* text, std::size_
 
 unsigned short* allocateWideString(const char* data, unsigned int bytes) noexcept {
     // Three zero bytes end the text even when its length is odd.
-    constexpr std::size_t terminator = 3;
+    constexpr std::size_t kTerminator = 3;
     if (injectedFault("allocateWideString") != 0) return nullptr;
-    void* memory = std::malloc(sizeof(WideStringHeader) + bytes + terminator);
+    void* memory = std::malloc(sizeof(WideStringHeader) + bytes + kTerminator);
     if (memory == nullptr) return nullptr;
     auto* header = static_cast<WideStringHeader*>(memory);
     *header = {bytes, 0};
     char* text = reinterpret_cast<char*>(header + 1);
     if (data != nullptr) std::memcpy(text, data, bytes);
-    std::memset(text + bytes, 0, terminator);
+    std::memset(text + bytes, 0, kTerminator);
     return reinterpret_cast<unsigned short*>(text);
 }
 
@@ -70,7 +70,7 @@ void freeWideString(unsigned short* text) noexcept {
 std::uint32_t userLocaleId() {
     const std::string_view locale = environmentLocale();
     const std::string_view name = locale.substr(0, locale.find_first_of(".@"));
-    for (const LocaleId& row : localeIds) {
+    for (const LocaleId& row : kLocaleIds) {
         if (row.name == name) return row.id;
     }
     return 0;

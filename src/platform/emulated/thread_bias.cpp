@@ -1,3 +1,4 @@
+// The keys of a biased lock are ids of attached threads, so the table of threads tells which of them still run.
 #include "platform/thread_bias.h"
 
 #include "platform/emulated/barrier.h"

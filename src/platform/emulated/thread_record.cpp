@@ -1,4 +1,4 @@
-// Attachment of threads to the waits: ids, the table of attached threads, and what happens when a thread ends.
+// Attachment of threads to the waits: ids, the table of attached threads, and the end of a thread.
 #include "platform/emulated/thread_record.h"
 
 #include <array>
@@ -13,17 +13,17 @@ constinit thread_local ThreadRecord t_record;
 
 namespace {
 
-// Ids go up and are skipped while in use, so an id is used again after 2^31 further threads at the earliest.
+// Ids increase, and ids in use are skipped. So an id is used again after 2^31 further threads at the earliest.
 //   odd    the thread is in the table
-//   even   the thread's end was announced and its last destructors run, or the system does not report its end; what the
-//          latter owns when it ends is never abandoned
+//   even   the last destructors of the thread run, or the system does not report the end of the thread; in the second
+//   case, what the thread owns at its end is never abandoned
 constinit std::atomic<std::uint32_t> g_lastId{0};
 
 constexpr std::size_t kBucketCount = 256;
 using Bucket = IntrusiveList<ThreadRecord, &ThreadRecord::inBucket>;
 constinit std::array<Bucket, kBucketCount> g_buckets{};  // guarded by the dispatcher lock
 
-// In a forked child: the last id that its parent gave, and that of the thread that forked. Written by that thread.
+// In a forked child: the last id of its parent, and the id of the thread that forked, which writes both.
 constinit std::uint32_t g_lastIdOfParent = 0;
 constinit std::uint32_t g_forkedId = 0;
 
@@ -49,9 +49,9 @@ std::uint32_t newId(std::uint32_t lowBit) noexcept {
 
 void attachThread(ThreadRecord& self) noexcept {
     if (self.systemId == 0) self.systemId = systemThreadId();
-    self.endIsHeard = !self.detached && injectedFault("attachThread") == 0 && hearThreadEnd(self);
-    // A record in the table is taken out by the end of its thread. A thread made here calls announceEnd.
-    if (self.detached || (!self.endIsHeard && self.finishing == nullptr)) {
+    self.endIsReported = !self.detached && injectedFault("attachThread") == 0 && onThreadEnd(self);
+    // The end of a thread removes its record from the table. A thread made by createThread calls announceEnd itself.
+    if (self.detached || (!self.endIsReported && self.finishing == nullptr)) {
         self.id = newId(0);
     } else {
         Dispatcher dispatcher(self);
@@ -75,7 +75,7 @@ void announceEnd(ThreadRecord& self) noexcept {
 
 bool isAttached(std::uint32_t id) noexcept {
     if ((id & 1) != 0) return isInTable(id);
-    // Ids go round; a difference in the lower half is an id that was given later.
+    // Ids wrap around: an id is a later one if the difference is in the lower half.
     return g_forks == 0 || id == g_forkedId || id - g_lastIdOfParent < (1U << 31);
 }
 
@@ -88,7 +88,7 @@ void keepOnlyThread(ThreadRecord& self) noexcept {
 
 void detachThread(Dispatcher& dispatcher, ThreadRecord& self) noexcept {
     bucketOf(self.id).remove(self);
-    // A mutex without waiters needs no visit: its next taker finds the owner missing from the table.
+    // A mutex that no thread waits for needs no visit: the next taker does not find its owner in the table.
     settleMutexes(dispatcher, self.id);
     self.id = 0;
 }

@@ -10,10 +10,10 @@ namespace {
 
 using Kind = WaitObject::Kind;
 
-constinit FutexWord g_lock{0};                              // a FutexLock; held for a few list operations at a time
+constinit FutexWord g_lock{0};                              // a FutexLock, held for a few list operations
 constinit IntrusiveList<Waiter, &Waiter::inAll> g_waiters;  // guarded by g_lock
 
-// Sends the fast paths of an object to the dispatcher lock until the end of the scope. A freeze may be inside another.
+// Freezes an object until the end of the scope, unless it is frozen already.
 class Freeze {
   public:
     explicit Freeze(WaitObject* object) noexcept {
@@ -31,7 +31,7 @@ class Freeze {
     WaitObject* m_object = nullptr;
 };
 
-// The next link in an object's queue that belongs to another wait; one wait may name an object twice.
+// Returns the next link of the queue that belongs to another wait. A wait may name an object twice.
 Link* nextWait(const Link& link) noexcept {
     Link* next = link.inQueue.next;
     while (next != nullptr && next->waiter == link.waiter)
@@ -39,8 +39,8 @@ Link* nextWait(const Link& link) noexcept {
     return next;
 }
 
-// Takes a mutex for the thread with the id; false when another thread has it. Sets `abandoned` when its owner
-// has ended.
+// Takes a mutex for the thread with the id. Returns false if another thread owns it. Sets `abandoned` if its owner has
+// ended.
 bool takeMutex(WaitObject& mutex, std::uint32_t id, bool& abandoned) noexcept {
     std::uint32_t owner = mutex.owner.load(std::memory_order_acquire);
     if (owner == id) {
@@ -52,7 +52,7 @@ bool takeMutex(WaitObject& mutex, std::uint32_t id, bool& abandoned) noexcept {
             return true;
         }
     }
-    // Only a thread under the dispatcher lock changes a reserved mutex or one of an ended thread.
+    // Only threads with the dispatcher lock change a mutex that is reserved or whose owner has ended.
     const bool ownerGone = owner != WaitObject::kReserved && !isAttached(owner);
     if (owner != WaitObject::kReserved && !ownerGone) return false;
     abandoned = abandoned || ownerGone || mutex.abandoned;
@@ -62,7 +62,7 @@ bool takeMutex(WaitObject& mutex, std::uint32_t id, bool& abandoned) noexcept {
     return true;
 }
 
-// Makes the state of an object that depends on the time, or on a fork, the present one.
+// Updates the state of an object that depends on the time or on a fork.
 void refresh(WaitObject& object) noexcept {
     if (object.isTimer()) refreshTimer(object);
     // In a forked child the threads of the parent have ended.
@@ -71,8 +71,8 @@ void refresh(WaitObject& object) noexcept {
     }
 }
 
-// Prevents other threads from consuming an object until unreserve, and returns whether the thread with the id could
-// consume it. Sets `reserved` when unreserve has to be called.
+// Prevents other threads from consuming an object until unreserve. Returns whether the thread with the id could consume
+// it. Sets `reserved` if the caller must call unreserve.
 bool reserve(WaitObject& object, std::uint32_t id, bool& reserved) noexcept {
     if (object.kind != Kind::mutex) {
         const std::uint32_t before = object.word.fetch_or(WaitObject::kFrozen, std::memory_order_acquire);
@@ -91,7 +91,7 @@ void unreserve(WaitObject& object) noexcept {
         object.word.fetch_and(~WaitObject::kFrozen, std::memory_order_release);
         return;
     }
-    // A mutex that was consumed has its owner by now.
+    // A mutex that was consumed has an owner.
     std::uint32_t owner = WaitObject::kReserved;
     object.owner.compare_exchange_strong(owner, WaitObject::kNoOwner, std::memory_order_release,
                                          std::memory_order_relaxed);
@@ -101,7 +101,7 @@ bool consumeOne(WaitObject& object, std::uint32_t id, bool& abandoned) noexcept 
     if (object.kind == Kind::mutex) return takeMutex(object, id, abandoned);
     refresh(object);
     if (!object.resetsItself()) return object.isSignalled();
-    // A thread on the fast path may be first.
+    // A thread on the fast path may have consumed the signal first.
     const std::uint32_t before = object.word.fetch_and(~WaitObject::kSignalled, std::memory_order_acq_rel);
     return (before & WaitObject::kSignalled) != 0;
 }
@@ -131,7 +131,7 @@ void refreshTimer(WaitObject& timer) noexcept {
     const Deadline::Time now = Deadline::now();
     if (!timer.due.hasPassed(now)) return;
     timer.word.fetch_or(WaitObject::kSignalled, std::memory_order_relaxed);
-    // Periods for which no thread has waited count as this one.
+    // The periods that have passed without a look count as one.
     const Deadline::Time due = timer.due.time();
     timer.due =
         timer.period == 0 ? Deadline::never() : Deadline::at(due + ((now - due) / timer.period + 1) * timer.period);
@@ -179,9 +179,9 @@ Dispatcher::~Dispatcher() {
 }
 
 void Dispatcher::wake(ThreadRecord& thread) noexcept {
-    // From here on the thread may return from its wait and end; only the word's address is used afterwards.
+    // From here on the thread may return from its wait and end. Only the address of the word is used.
     FutexWord* const word = &thread.parked;
-    if (word->exchange(kParkWoken, std::memory_order_release) != kParkAsleep) return;
+    if (word->exchange(parkWoken, std::memory_order_release) != parkAsleep) return;
     if (m_wakeCount == m_toWake.size()) {
         futexWake(word, 1);
     } else {
@@ -210,7 +210,7 @@ void Dispatcher::enqueue(Waiter& waiter, bool front) noexcept {
     waiter.queued = true;
     waiter.outcome = Waiter::Outcome::waiting;
     waiter.thread->waiter = &waiter;
-    // From here on every release either is visible to this thread's next look or sees that a thread is queued.
+    // From here on, this thread sees every release at its next look, or the releasing thread sees the queue.
     if (newContention) requestBarrier();
     waiter.looksAgain = hasMutex && barrierWasRefused();
 }
@@ -243,19 +243,16 @@ void Dispatcher::recheck(Waiter& waiter) noexcept {
     wake(*waiter.thread);
 }
 
-bool Dispatcher::consume(Waiter& waiter, std::uint32_t& result) noexcept {
+std::optional<std::uint32_t> Dispatcher::consume(Waiter& waiter) noexcept {
     bool abandoned = false;
-    if (waiter.all) {
-        if (!consumeAll(waiter, abandoned)) return false;
-        result = abandoned ? kWaitAbandoned : kWaitObject0;
-        return true;
-    }
+    const auto resultWith = [&](std::size_t index) {
+        return (abandoned ? kWaitAbandoned : kWaitObject0) + static_cast<std::uint32_t>(index);
+    };
+    if (waiter.all) return consumeAll(waiter, abandoned) ? std::optional(resultWith(0)) : std::nullopt;
     for (std::size_t i = 0; i < waiter.count; ++i) {
-        if (!consumeOne(*waiter.links[i].object, waiter.thread->id, abandoned)) continue;
-        result = (abandoned ? kWaitAbandoned : kWaitObject0) + static_cast<std::uint32_t>(i);
-        return true;
+        if (consumeOne(*waiter.links[i].object, waiter.thread->id, abandoned)) return resultWith(i);
     }
-    return false;
+    return std::nullopt;
 }
 
 void Dispatcher::signal(WaitObject& object, bool keep) noexcept {
@@ -264,8 +261,7 @@ void Dispatcher::signal(WaitObject& object, bool keep) noexcept {
     for (Link* link = object.queue.first(); link != nullptr;) {
         Link* const next = nextWait(*link);
         Waiter& waiter = *link->waiter;
-        std::uint32_t result = kWaitFailed;
-        if (consume(waiter, result)) finish(waiter, Waiter::Outcome::satisfied, result);
+        if (const auto result = consume(waiter)) finish(waiter, Waiter::Outcome::satisfied, *result);
         if (!object.isSignalled()) return;
         link = next;
     }
@@ -282,8 +278,7 @@ void Dispatcher::offer(WaitObject& mutex) noexcept {
             finish(waiter, Waiter::Outcome::retry, kWaitFailed);
             return;
         }
-        std::uint32_t result = kWaitFailed;
-        if (consume(waiter, result)) finish(waiter, Waiter::Outcome::satisfied, result);
+        if (const auto result = consume(waiter)) finish(waiter, Waiter::Outcome::satisfied, *result);
         link = next;
     }
 }
@@ -324,11 +319,11 @@ void unlockAfterFork(ThreadRecord& self) noexcept {
 
 void resetInForkedChild(ThreadRecord& self) noexcept {
     ++g_forks;
-    // A request of the parent's threads does not concern the child.
+    // A request to a thread of the parent does not concern the child.
     self.controlPending = false;
     if (self.systemId != 0) self.systemId = systemThreadId();
     if (self.finishing != nullptr) adoptThread(*self.finishing, self.systemId);
-    // The other threads' stacks and thread-local objects are still in the child's memory.
+    // The stacks and thread-local objects of the other threads are still in the memory of the child.
     for (Waiter* waiter = g_waiters.first(); waiter != nullptr; waiter = waiter->inAll.next) {
         if (waiter->thread != &self) Dispatcher::dequeue(*waiter);
     }
@@ -346,7 +341,7 @@ void offerReleasedMutexes(ThreadRecord& self) noexcept {
 void abandonWait(ThreadRecord& self) noexcept {
     Dispatcher dispatcher(self);
     if (self.waiter != nullptr) dispatcher.dequeue(*self.waiter);
-    // If this thread was woken to try for a mutex, or was about to offer one, the next waiter is woken in its place.
+    // If this thread was woken to try for a mutex, or was about to offer one, the next waiter is woken instead.
     settleMutexes(dispatcher, WaitObject::kNoOwner);
 }
 

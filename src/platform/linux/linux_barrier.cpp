@@ -16,7 +16,7 @@ bool callMembarrier(int command) noexcept {
     return systemCall("barrierInAllThreads", [=] { return syscall(SYS_membarrier, command, 0, 0); }) == 0;
 }
 
-// A child made by fork without exec keeps its parent's registration.
+// A child that was made by fork and has not called exec keeps the registration of its parent.
 const bool g_registered = [] {
     const bool works = callMembarrier(MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED);
     g_barrierWorks.store(works, std::memory_order_relaxed);

@@ -1,13 +1,14 @@
-// System calls: they ask the seam first and are repeated when a signal interrupts them.
+// System calls. They call the fault seam first and are repeated when a signal interrupts them.
 #pragma once
 
 #include <cerrno>
 
 #include "platform/common/fault_seam.h"
+#include "platform/result.h"
 
 namespace KestSupport::platform {
 
-/// Runs a call that reports failure with -1 and errno, and repeats it as long as signals interrupt it.
+/// Runs a call that reports failure with -1 and errno. Repeats it while signals interrupt it.
 template <typename Call>
 auto uninterrupted(Call&& call) noexcept -> decltype(call()) {
     for (;;) {
@@ -16,7 +17,7 @@ auto uninterrupted(Call&& call) noexcept -> decltype(call()) {
     }
 }
 
-/// The same for a call whose failure matters; `step` is its name at the seam.
+/// The same for a call whose failure matters. `step` is its name at the seam.
 template <typename Call>
 auto systemCall(const char* step, Call&& call) noexcept -> decltype(call()) {
     if (const int error = injectedFault(step); error != 0) {
@@ -26,11 +27,16 @@ auto systemCall(const char* step, Call&& call) noexcept -> decltype(call()) {
     return uninterrupted(call);
 }
 
-/// The same for a call of the pthread family, which returns its error number; 0 is success.
+/// The same for a call of the pthread family, which returns 0 or its error number.
 template <typename Call>
 int errorCall(const char* step, Call&& call) noexcept {
     const int injected = injectedFault(step);
     return injected != 0 ? injected : call();
+}
+
+/// Why the last system call failed.
+inline Failure systemFailure() noexcept {
+    return {errorFromErrno(errno)};
 }
 
 }  // namespace KestSupport::platform

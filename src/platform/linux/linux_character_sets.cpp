@@ -42,13 +42,13 @@ class Iconv {
 
     bool isOpen() const { return m_open; }
 
-    /// Back to the initial state.
+    /// Returns to the initial state.
     void restart() { iconv(m_handle, nullptr, nullptr, nullptr, nullptr); }
 
-    /// Converts until the source is used up (0) or something stops it (an errno value). An empty source ends the text:
-    /// it writes what is still due and returns to the initial state.
+    /// Converts to the end of the source, and returns 0, or until something stops it, and returns an errno value. An
+    /// empty source ends the text: the call writes the rest of the output and returns to the initial state.
     int run(std::string_view& source, char*& dest, std::size_t& space) {
-        // iconv takes the source as writable and leaves it alone.
+        // iconv takes a writable source but does not change it.
         auto* in = const_cast<char*>(source.data());
         std::size_t left = source.size();
         const std::size_t result = iconv(m_handle, left == 0 ? nullptr : &in, &left, &dest, &space);
@@ -61,13 +61,14 @@ class Iconv {
     bool m_open = false;
 };
 
-// Where converted bytes go. They pass through a piece of its own, since iconv wants more room than some results take.
+// The destination. Converted bytes pass through a buffer, since iconv needs more space than some results.
 struct Output {
     char* dest;
     std::size_t capacity;
     std::size_t written = 0;
 
-    // Converts until the source is used up or has something that cannot be converted; false when it does not fit.
+    // Converts to the end of the source, or to something that cannot be converted. Returns false if the result does not
+    // fit.
     bool take(Iconv& conversion, std::string_view& source) {
         for (int error = E2BIG; error == E2BIG;) {
             char piece[512];
@@ -83,35 +84,35 @@ struct Output {
     }
 };
 
-// The conversions in one direction that no thread uses at present. A conversion has a state, so a thread takes it out
-// for a text, and opens another when there is none. One is opened beforehand: while all are in use and the system
-// refuses another, a thread waits for it.
+// The idle conversions in one direction. A conversion has a state, so a thread takes one out of the pool for each text,
+// and opens another if the pool is empty. The constructor opens one. If all are in use and the system refuses another,
+// a thread waits for one.
 class ConversionPool {
   public:
-    ConversionPool(std::string to, std::string from) : m_to(std::move(to)), m_from(std::move(from)) { give(open()); }
+    ConversionPool(std::string to, std::string from) : m_to(std::move(to)), m_from(std::move(from)) { putBack(open()); }
     ConversionPool(const ConversionPool&) = delete;
     ConversionPool& operator=(const ConversionPool&) = delete;
     ~ConversionPool() {
-        for (auto& place : m_places)
-            delete place.load();
+        for (auto& slot : m_slots)
+            delete slot.load();
     }
 
-    bool isOpen() const { return m_places[0] != nullptr; }
+    bool isOpen() const { return m_slots[0] != nullptr; }
 
     std::unique_ptr<Iconv> take() const {
         for (;;) {
-            for (auto& place : m_places) {
-                if (Iconv* const idle = place.exchange(nullptr)) return std::unique_ptr<Iconv>(idle);
+            for (auto& slot : m_slots) {
+                if (Iconv* const idle = slot.exchange(nullptr)) return std::unique_ptr<Iconv>(idle);
             }
             if (auto another = open(); another != nullptr) return another;
             sleepThread(1);
         }
     }
 
-    void give(std::unique_ptr<Iconv> conversion) const {
-        for (auto& place : m_places) {
+    void putBack(std::unique_ptr<Iconv> conversion) const {
+        for (auto& slot : m_slots) {
             Iconv* empty = nullptr;
-            if (!place.compare_exchange_strong(empty, conversion.get())) continue;
+            if (!slot.compare_exchange_strong(empty, conversion.get())) continue;
             static_cast<void>(conversion.release());
             return;
         }
@@ -126,10 +127,10 @@ class ConversionPool {
 
     const std::string m_to;
     const std::string m_from;
-    mutable std::array<std::atomic<Iconv*>, 4> m_places{};
+    mutable std::array<std::atomic<Iconv*>, 4> m_slots{};
 };
 
-// A set that iconv converts: one in which a character may take several bytes.
+// A set that iconv converts, in which a character may have several bytes.
 class IconvSet : public CharacterSet {
   public:
     explicit IconvSet(const std::string& name) : m_widening(kNativeUtf16, name), m_narrowing(name, kNativeUtf16) {}
@@ -143,9 +144,9 @@ class IconvSet : public CharacterSet {
 
     std::size_t narrow(const unsigned short* text, std::size_t length, char* dest,
                        std::size_t capacity) const override {
-        constexpr unsigned short questionMark = '?';
+        constexpr unsigned short kQuestionMark = '?';
         return convert(m_narrowing, {reinterpret_cast<const char*>(text), length * sizeof *text},
-                       {reinterpret_cast<const char*>(&questionMark), sizeof questionMark}, {dest, capacity});
+                       {reinterpret_cast<const char*>(&kQuestionMark), sizeof kQuestionMark}, {dest, capacity});
     }
 
   private:
@@ -154,12 +155,12 @@ class IconvSet : public CharacterSet {
         const Uninterrupted whileConversionIsTaken;
         std::unique_ptr<Iconv> conversion = pool.take();
         const bool fits = convert(*conversion, source, questionMark, output);
-        pool.give(std::move(conversion));
+        pool.putBack(std::move(conversion));
         return fits ? output.written : 0;
     }
 
-    // The question mark comes in the source's encoding: it goes through the conversion like the text, so that a set
-    // with shift states gets it right; its size is that of a unit of the source.
+    // The question mark is in the encoding of the source and is converted like the text, so that a set with shift
+    // states is correct. It has the size of a unit of the source.
     static bool convert(Iconv& conversion, std::string_view source, std::string_view questionMark, Output& output) {
         conversion.restart();
         while (!source.empty()) {
@@ -178,7 +179,7 @@ class IconvSet : public CharacterSet {
 
 enum class ByteKind { character, unknown, lead };
 
-// What one byte alone stands for.
+// Reads the character of one byte.
 ByteKind readByte(Iconv& conversion, char byte, unsigned short& unit) {
     std::string_view source(&byte, 1);
     unsigned short units[8] = {};
@@ -206,7 +207,7 @@ std::string installedCharset(const std::string& locale) {
     if (loaded == nullptr) return {};
     const std::string charset = nl_langinfo_l(CODESET, loaded);
     freelocale(loaded);
-    // The name of the character set of C and POSIX.
+    // The character set of C and POSIX.
     return charset == "ANSI_X3.4-1968" ? std::string() : charset;
 }
 

@@ -1,7 +1,6 @@
-// Terminals, and SIGINT, SIGTERM and SIGHUP as control events. A signal handler counts the signal and posts a
-// semaphore, both of which a signal handler may do; one thread takes the counts and delivers. No signal is blocked for
-// it, so that nothing of this passes to a child: a caught signal has its default effect again in the program that a
-// child executes.
+// Terminals, and SIGINT, SIGTERM and SIGHUP as control events. A signal handler may only count the signal and post a
+// semaphore. One thread takes the counts and delivers the events. No signal is blocked for this, so children inherit no
+// change: a caught signal has its default effect again in a program that a child executes.
 #include <dlfcn.h>
 #include <pthread.h>
 #include <semaphore.h>
@@ -23,10 +22,10 @@ struct EventSignal {
     std::uint32_t event;
     ConsoleEvents kind;
     std::atomic<unsigned> pending{0};
-    struct sigaction before = {};  // written while no handler of ours is installed
+    struct sigaction before = {};  // written while our handler is not installed
 };
 
-// Static storage without constructors or destructors: a signal may arrive at any time of the process's life.
+// Static storage without constructors and destructors, since a signal may arrive at any time.
 constinit std::array<EventSignal, 3> g_signals{EventSignal{SIGINT, kConsoleControlC, ConsoleEvents::ending},
                                                EventSignal{SIGTERM, kConsoleControlBreak, ConsoleEvents::ending},
                                                EventSignal{SIGHUP, kConsoleReload, ConsoleEvents::reload}};
@@ -37,8 +36,7 @@ std::atomic<ConsoleEventSink> g_sink{nullptr};
 static_assert(std::atomic<unsigned>::is_always_lock_free && std::atomic<pid_t>::is_always_lock_free,
               "a signal handler may use lock-free atomics only");
 
-// A process forked from ours has no delivering thread; there the signal has its default effect, once this handler
-// returns.
+// A forked child has no delivering thread. In it the signal has its default effect when this handler returns.
 void onSignal(int number) {
     const int savedError = errno;
     if (g_owner.load(std::memory_order_relaxed) != getpid()) {
@@ -53,8 +51,8 @@ void onSignal(int number) {
     errno = savedError;
 }
 
-// Lets a signal have the effect that it had before it was caught. The delivering thread blocks all signals, so this one
-// reaches it where it is let in.
+// Runs the effect that the signal had before it was caught. The delivering thread blocks all signals and unblocks this
+// one for a moment.
 void runFormerEffect(const EventSignal& which) {
     struct sigaction present = {};
     sigaction(which.number, &which.before, &present);
@@ -80,14 +78,15 @@ void* deliverEvents(void*) {
     return nullptr;
 }
 
-// The delivering thread, and a signal that is on its way, would be left without their code by an unload.
+// Keeps the library loaded: an unload would remove the code of the delivering thread and of a handler that is about to
+// run.
 void stayLoaded() {
     Dl_info here;
     if (dladdr(&g_signals, &here) != 0) dlopen(here.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
 }
 
-// The thread is made once and then stays, asleep unless an event arrives: ending it would mean waiting for a handler
-// that may itself be changing the list.
+// The thread is created once and never ends. It sleeps until an event arrives. Ending it would require a wait for a
+// handler, which may be changing the list.
 bool startDelivery() {
     if (g_owner.load(std::memory_order_relaxed) == getpid()) return true;
     if (sem_init(&g_arrived, 0, 0) != 0) return false;
@@ -107,7 +106,7 @@ bool startDelivery() {
 }
 
 bool catchSignal(EventSignal& which) {
-    // A SIGHUP that was ignored when the program started stays ignored, for the programs that this one starts too.
+    // A SIGHUP that was ignored at the start of the program stays ignored, also for programs that this one starts.
     struct sigaction present = {};
     sigaction(which.number, nullptr, &present);
     if (which.kind == ConsoleEvents::reload && present.sa_handler == SIG_IGN) {

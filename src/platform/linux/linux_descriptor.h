@@ -1,4 +1,4 @@
-// A file descriptor with an owner.
+// A file descriptor that closes itself.
 #pragma once
 
 #include <unistd.h>
@@ -24,7 +24,7 @@ class Descriptor {
         if (isOpen()) ::close(m_number);
         m_number = -1;
     }
-    /// Leaves the descriptor to the caller.
+    /// Passes the descriptor to the caller.
     int release() noexcept { return std::exchange(m_number, -1); }
 
   private:

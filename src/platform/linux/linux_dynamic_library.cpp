@@ -22,12 +22,12 @@ LibraryHandle open(const char* name, int flags, std::string& message) {
 
 LibraryHandle loadLibrary(const std::string& name, std::string& message) {
     if (!name.empty()) return open(name.c_str(), 0, message);
-    // The loader would give the program itself.
+    // For an empty name, the loader returns the program itself.
     message = errorMessage(errorModuleNotFound);
     return nullptr;
 }
 
-// The loader knows a loaded library by the name that it was first loaded with.
+// The loader finds a loaded library by the name of its first load.
 LibraryHandle loadAgain(LibraryHandle library, std::string& message) {
     link_map* map = nullptr;
     if (::dlinfo(library, RTLD_DI_LINKMAP, &map) == 0) return open(map->l_name, RTLD_NOLOAD, message);

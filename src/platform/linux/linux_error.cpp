@@ -18,7 +18,7 @@ struct ErrorText {
     const char* text;
 };
 
-// The codes that no errno value stands for: the C runtime has no text for them.
+// The codes without an errno value. The C runtime has no text for them.
 constexpr ErrorText kErrorTexts[] = {
     {errorInvalidData, "The data is not valid."},
     {errorGeneralFailure, "The operation failed."},

@@ -10,7 +10,7 @@
 namespace KestSupport::platform {
 namespace {
 
-// A folder can be opened for reading, and only a read would tell.
+// A folder can be opened for reading; only a read would fail.
 bool isFolder(int descriptor) noexcept {
     struct stat status {};
     return ::fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode);

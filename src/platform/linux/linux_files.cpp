@@ -1,5 +1,5 @@
-// Folders by descriptors: what is below an open folder is reached from it, not by its path, so a link that somebody
-// puts in the way is met where it is and not followed.
+// Folders by descriptors. The entries of an open folder are reached from its descriptor and not by their paths. So if
+// another process replaces a folder by a link, the link is not followed.
 #include "platform/files.h"
 
 #include <dirent.h>
@@ -19,9 +19,9 @@
 namespace KestSupport::platform {
 namespace {
 
-constexpr mode_t kEverybody = 0777;
+constexpr mode_t kAllPermissions = 0777;
 constexpr std::size_t kBlockSize = 65536;
-// How many folders of a walk stay open; the others are found again from below.
+// The open folders of a walk. The others are opened again from their children.
 constexpr std::size_t kOpenFolders = 16;
 
 std::string systemPath(std::string path) {
@@ -38,10 +38,11 @@ Descriptor openFolder(int parent, const char* name, int flags) noexcept {
                                  [&] { return ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags); }));
 }
 
-// The entries of an open folder, read in large blocks.
+// Reads the entries of an open folder in large blocks.
 class EntryReader {
   public:
-    /// Null at the end; from then on for another folder. Null also when the folder cannot be read any further.
+    /// Returns the next entry, or null at the end of the folder or if the rest cannot be read. After null the reader
+    /// may read another folder.
     const dirent64* next(int folder) noexcept {
         if (m_position == m_size && !fill(folder)) return nullptr;
         const auto* const entry = reinterpret_cast<const dirent64*>(m_block.data() + m_position);
@@ -49,7 +50,7 @@ class EntryReader {
         return entry;
     }
 
-    /// Why there was no entry; 0 at the end of the folder.
+    /// Why next returned null; 0 at the end of the folder.
     int error() const noexcept { return m_error; }
 
   private:
@@ -62,7 +63,7 @@ class EntryReader {
         return m_size != 0;
     }
 
-    // The allocator's memory is aligned for an entry; within the block the kernel sees to it.
+    // The memory is aligned for an entry, and the kernel aligns the entries within the block.
     std::vector<char> m_block = std::vector<char>(kBlockSize);
     std::size_t m_position = 0;
     std::size_t m_size = 0;
@@ -77,7 +78,7 @@ bool isFolder(int parent, const dirent64& entry) noexcept {
            S_ISDIR(status.st_mode);
 }
 
-// The length of the first character: a sequence of UTF-8, or a single byte.
+// Returns the length of the first character: a sequence of UTF-8, or a single byte.
 std::size_t characterLength(std::string_view text) noexcept {
     const auto isPart = [](char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; };
     const auto lead = static_cast<unsigned char>(text.front());
@@ -86,36 +87,36 @@ std::size_t characterLength(std::string_view text) noexcept {
     return parts.size() == length - 1 && std::all_of(parts.begin(), parts.end(), isPart) ? length : 1;
 }
 
-// Whether the whole name is what the pattern stands for. Only the last '*' met needs another try: what it took too
-// little of, none before it can make up for.
+// Returns whether the pattern matches the whole name. Only the last '*' needs another try: a longer match of an earlier
+// '*' cannot succeed if that of the last one fails.
 bool matches(std::string_view pattern, std::string_view name) noexcept {
-    constexpr std::size_t none = std::string_view::npos;
+    constexpr std::size_t kNone = std::string_view::npos;
     std::size_t at = 0;
-    std::size_t behindStar = none;
-    std::string_view taken;  // the name from where the star's text ends
+    std::size_t afterStar = kNone;
+    std::string_view afterMatch;  // the name after the text that the star matches
     while (!name.empty()) {
         if (at < pattern.size() && pattern[at] == '*') {
-            behindStar = ++at;
-            taken = name;
+            afterStar = ++at;
+            afterMatch = name;
         } else if (at < pattern.size() && (pattern[at] == '?' || pattern[at] == name.front())) {
             name.remove_prefix(pattern[at] == '?' ? characterLength(name) : 1);
             ++at;
-        } else if (behindStar != none) {
-            taken.remove_prefix(1);
-            name = taken;
-            at = behindStar;
+        } else if (afterStar != kNone) {
+            afterMatch.remove_prefix(1);
+            name = afterMatch;
+            at = afterStar;
         } else {
             return false;
         }
     }
-    return pattern.find_first_not_of('*', at) == none;
+    return pattern.find_first_not_of('*', at) == kNone;
 }
 
 }  // namespace
 
 int makeDirectory(const std::string& path) {
     const std::string name = systemPath(path);
-    return resultOf(systemCall("makeDirectory", [&] { return ::mkdir(name.c_str(), kEverybody); }));
+    return resultOf(systemCall("makeDirectory", [&] { return ::mkdir(name.c_str(), kAllPermissions); }));
 }
 
 int removeDirectory(const std::string& path) {
@@ -163,7 +164,7 @@ bool FileSearch::next(std::string& name) {
 struct TreeWalk::State {
     struct Folder {
         Descriptor descriptor;
-        dev_t device = 0;  // with the number, what a closed one is known by
+        dev_t device = 0;  // with the number: identifies a closed folder
         ino_t number = 0;
     };
 
@@ -177,7 +178,7 @@ struct TreeWalk::State {
 
     int current() const noexcept { return folders.back().descriptor.get(); }
 
-    // Closes the folder that has come to lie too far above; one that cannot be identified stays open.
+    // Closes the folder that is too far above, unless it cannot be identified.
     void closeFarFolder() noexcept {
         if (folders.size() <= kOpenFolders) return;
         Folder& far = folders[folders.size() - 1 - kOpenFolders];
@@ -195,7 +196,7 @@ TreeWalk::~TreeWalk() = default;
 int TreeWalk::start(const std::string& path) {
     m_state = std::make_unique<State>();
     std::string name = systemPath(path);
-    // With a separator at the end, a link would be followed.
+    // A separator at the end would make the system follow a link.
     while (name.size() > 1 && name.back() == '/')
         name.pop_back();
     Descriptor folder = openFolder(AT_FDCWD, name.c_str(), O_NOFOLLOW);

@@ -1,4 +1,4 @@
-// The dispatcher lock is held while the process is copied, so the tables and queues are whole in the child.
+// The dispatcher lock is held during the fork, so the tables and queues are consistent in the child.
 #include "platform/fork.h"
 
 #include <pthread.h>

@@ -11,11 +11,12 @@
 namespace KestSupport::platform {
 
 void futexWait(FutexWord& word, std::uint32_t expected, Deadline deadline) noexcept {
-    // ThreadSanitizer delays a signal until the thread leaves a call that the sanitizer does not know to block.
+    // ThreadSanitizer delays a signal until the thread returns from a call that the sanitizer does not know. So the
+    // sleep is split.
     if constexpr (kSanitizerDefersSignals) deadline = std::min(deadline, Deadline::after(10));
-    // Like the steady clock, the call counts the nanoseconds of CLOCK_MONOTONIC.
-    constexpr Deadline::Time second = 1000 * Deadline::kMillisecond;
-    const timespec until{deadline.time() / second, deadline.time() % second};
+    // The time of the call is CLOCK_MONOTONIC, like that of the steady clock.
+    constexpr Deadline::Time kSecond = 1000 * Deadline::kMillisecond;
+    const timespec until{deadline.time() / kSecond, deadline.time() % kSecond};
     syscall(SYS_futex, &word, FUTEX_WAIT_BITSET_PRIVATE, expected, deadline.isNever() ? nullptr : &until, nullptr,
             FUTEX_BITSET_MATCH_ANY);
 }

@@ -10,7 +10,7 @@ struct Interruption::State {
     sigset_t before;
 };
 
-// A blocked signal would be kept even if it is ignored, as SIGHUP is under nohup.
+// A signal that is ignored, such as SIGHUP under nohup, is not blocked: a blocked signal would be kept and reported.
 Interruption::Interruption() : m_state(std::make_unique<State>()) {
     sigemptyset(&m_state->held);
     for (const int each : {SIGINT, SIGTERM, SIGHUP}) {

@@ -16,12 +16,11 @@
 namespace KestSupport::platform {
 namespace {
 
-// The zones met so far, by the whole entry of TZ, or by what tells one state of the system's own zone file from
-// another.
+// The zones that were seen: the whole entry of TZ, or the state of the system's zone file.
 constinit ProcessList<std::string> g_zones;
 constexpr std::uint32_t kMostZones = 1000;
 
-// The C runtime looks at the same members to find out whether it has to read the file again.
+// The C runtime compares the same members to decide whether it must read the file again.
 std::string systemZone() {
     struct stat status {};
     if (stat("/etc/localtime", &status) != 0) return "none";
@@ -29,12 +28,12 @@ std::string systemZone() {
            std::to_string(status.st_mtim.tv_sec) + ' ' + std::to_string(status.st_mtim.tv_nsec);
 }
 
-// Searching the environment for TZ takes longer than all else that a conversion does. Between two changes of the
-// environment it is enough to look at one entry: that of TZ, or without one the last entry, after which setenv and
-// putenv would put it.
+// A search of the environment for TZ takes longer than the rest of a conversion. While the environment does not change,
+// one entry shows whether TZ has changed: that of TZ, or without TZ the last entry, after which setenv and putenv would
+// add it.
 class ZoneWatch {
   public:
-    // With `ofNow`, a zone that the system's own file decides is looked up again.
+    // With `ofNow`, looks at the system's zone file again if TZ is not set.
     std::uint32_t zone(bool ofNow) {
         const std::uint32_t before = m_sequence.load(std::memory_order_acquire);
         const Sighting sighting{m_environment.load(std::memory_order_acquire), m_slot.load(std::memory_order_acquire),
@@ -46,21 +45,21 @@ class ZoneWatch {
     }
 
   private:
-    /// Where TZ, or its absence, was seen.
+    /// Where TZ was found, or that it was not set.
     struct Sighting {
-        char** environment = nullptr;  ///< the environment's first entry; null: nothing was seen
-        char** slot = nullptr;         ///< the entry to look at
-        char* entry = nullptr;         ///< what stood there
+        char** environment = nullptr;  ///< the first entry of the environment; null: no sighting
+        char** slot = nullptr;         ///< where the entry is
+        char* entry = nullptr;         ///< the entry
         const char* text = nullptr;    ///< the text of TZ; null when it is not set
 
         bool holds() const {
             if (environment == nullptr || environment != environ || *slot != entry) return false;
-            // The entry may be its owner's memory (putenv), so a text that is still in place may be a new one.
+            // The caller of putenv owns the memory of the entry and may have changed its text.
             return text == nullptr ? slot[1] == nullptr : std::strcmp(entry, text) == 0;
         }
     };
 
-    // Returns the number of the present zone, and publishes it unless it is the one published.
+    // Returns the number of the present zone, and publishes it if it is not the published one.
     std::uint32_t look(std::uint32_t published) {
         const Uninterrupted whileRuntimeIsLocked;
         Sighting sighting = search();
@@ -69,7 +68,7 @@ class ZoneWatch {
             zone = zoneOf(sighting.text);
             tzset();
         } else {
-            // The file may be replaced between our look and that of the runtime.
+            // Repeats until the file stays the same: it may be replaced between this look and that of the runtime.
             std::string before;
             for (std::string now = systemZone(); now != before; now = systemZone()) {
                 zone = zoneOf(now);
@@ -90,7 +89,7 @@ class ZoneWatch {
         return known != nullptr || g_zones.size() >= kMostZones ? known : &g_zones.add(isOurs, std::string(text));
     }
 
-    // The entry in full, "TZ=" included, is the text; not set, it is empty.
+    // The text is the whole entry, "TZ=" included, or null if TZ is not set.
     static Sighting search() {
         if (environ == nullptr || *environ == nullptr) return {};
         char** slot = environ;
@@ -100,8 +99,8 @@ class ZoneWatch {
         return {environ, slot - 1, slot[-1], nullptr};
     }
 
-    // Readers that see an odd number, or another one afterwards than before, have seen parts of two sightings. While
-    // another thread publishes, this one does not; what it would have published is looked up again.
+    // A reader that sees an odd sequence, or different ones before and after, has read parts of two sightings. If
+    // another thread is publishing, this one does not; a later call looks again.
     void publish(const Sighting& sighting, std::uint32_t number) {
         std::uint32_t sequence = m_sequence.load(std::memory_order_relaxed);
         if (sequence % 2 != 0 || !m_sequence.compare_exchange_strong(sequence, sequence + 1)) return;
@@ -113,7 +112,7 @@ class ZoneWatch {
         m_sequence.store(sequence + 2, std::memory_order_release);
     }
 
-    // The published sighting; the odd sequence is its writer's lock.
+    // The published sighting. An odd sequence is the lock of its writer.
     std::atomic<std::uint32_t> m_sequence{0};
     std::atomic<char**> m_environment{nullptr};
     std::atomic<char**> m_slot{nullptr};

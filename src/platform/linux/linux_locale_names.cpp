@@ -6,13 +6,13 @@
 namespace KestSupport::platform {
 namespace {
 
-// The names that the library gives to its languages, and those of this system.
+// The names of the library and those of this system.
 struct LocaleName {
     std::string_view name;
     const char* native[2];
 };
 
-constexpr LocaleName nativeLocaleNames[] = {
+constexpr LocaleName kLocaleNames[] = {
     {"german", {"de_DE.UTF-8", "de_DE"}},          {"english-us", {"en_US.UTF-8", "en_US"}},
     {"spanish-mexican", {"es_MX.UTF-8", "es_MX"}}, {"french", {"fr_FR.UTF-8", "fr_FR"}},
     {"japanese", {"ja_JP.UTF-8", "ja_JP"}},        {"chinese", {"zh_CN.UTF-8", "zh_CN"}},
@@ -22,7 +22,7 @@ constexpr LocaleName nativeLocaleNames[] = {
 }  // namespace
 
 std::vector<std::string> localeNames(const std::string& name) {
-    for (const LocaleName& row : nativeLocaleNames) {
+    for (const LocaleName& row : kLocaleNames) {
         if (row.name == name) return {std::begin(row.native), std::end(row.native)};
     }
     return {};

@@ -1,5 +1,5 @@
-// Child processes by posix_spawn. A program that is to be nobody's child is started by a short-lived process in
-// between.
+// Child processes by posix_spawn. A detached program is started by a short-lived helper process, so that it is not a
+// child of this process.
 #include "platform/process.h"
 
 #include <fcntl.h>
@@ -26,10 +26,10 @@ namespace KestSupport::platform {
 namespace {
 
 constexpr int kFirstOtherDescriptor = 3;
-// How often a process is looked at whose end the system will not announce.
+// Milliseconds between two looks at a process whose end the system does not announce.
 constexpr std::uint32_t kLookAgainAfter = 10;
 
-// What posix_spawn is to do besides starting the program.
+// The arguments of posix_spawn.
 class SpawnPlan {
   public:
     SpawnPlan() noexcept {
@@ -43,19 +43,12 @@ class SpawnPlan {
         posix_spawnattr_destroy(&m_attributes);
     }
 
-    /// 0, or an errno value. The words and the environment are read until the program was started.
+    /// Returns 0 or an errno value. The words and the environment are read until the program has started.
     int prepare(const ProcessRequest& request, std::vector<std::string>& words) {
-        if (int error = takeStandardHandles(request); error != 0) return error;
-        if (!request.workingDirectory.empty()) {
-            if (int error = anchor(words.front()); error != 0) return error;
-            if (int error = posix_spawn_file_actions_addchdir_np(&m_actions, request.workingDirectory.c_str());
-                error != 0) {
-                return error;
-            }
-        }
-        if (int error = posix_spawn_file_actions_addclosefrom_np(&m_actions, kFirstOtherDescriptor); error != 0) {
-            return error;
-        }
+        int error = takeStandardHandles(request);
+        if (error == 0) error = takeWorkingDirectory(request.workingDirectory, words.front());
+        if (error == 0) error = posix_spawn_file_actions_addclosefrom_np(&m_actions, kFirstOtherDescriptor);
+        if (error != 0) return error;
         sigset_t signals;
         sigemptyset(&signals);
         posix_spawnattr_setsigmask(&m_attributes, &signals);
@@ -71,7 +64,7 @@ class SpawnPlan {
         return 0;
     }
 
-    /// 0 with the child's number, or an errno value. Allocates nothing, so it serves a forked process too.
+    /// Returns 0 with the child's number, or an errno value. Allocates nothing, so a forked process may call it.
     int run(pid_t& child) noexcept {
         return ::posix_spawnp(&child, m_words.front(), &m_actions, &m_attributes, m_words.data(), m_environment.data());
     }
@@ -84,7 +77,7 @@ class SpawnPlan {
             if (handle == kNullDevice) {
                 error = posix_spawn_file_actions_addopen(&m_actions, target, "/dev/null", O_RDWR, 0);
             } else if (handle != kInheritHandle) {
-                // A copy above the targets: one target may be another's source.
+                // A copy above the targets, since one target may be the source of another.
                 Descriptor& copy = m_sources[static_cast<std::size_t>(target)];
                 copy = Descriptor(systemCall("passHandle", [&] {
                     return ::fcntl(static_cast<int>(handle), F_DUPFD_CLOEXEC, kFirstOtherDescriptor);
@@ -97,16 +90,18 @@ class SpawnPlan {
         return 0;
     }
 
-    // The child changes its folder before it looks for the program.
-    static int anchor(std::string& program) {
-        if (program.starts_with('/') || program.find('/') == std::string::npos) return 0;
-        std::array<char, 4096> folder;
-        if (systemCall("currentDirectory",
-                       [&] { return ::getcwd(folder.data(), folder.size()) == nullptr ? -1 : 0; }) != 0) {
-            return errno;
+    // Makes a relative path absolute, since the child changes its folder before it searches for the program.
+    int takeWorkingDirectory(const std::string& directory, std::string& program) {
+        if (directory.empty()) return 0;
+        if (!program.starts_with('/') && program.find('/') != std::string::npos) {
+            std::array<char, 4096> folder;
+            if (systemCall("currentDirectory",
+                           [&] { return ::getcwd(folder.data(), folder.size()) == nullptr ? -1 : 0; }) != 0) {
+                return errno;
+            }
+            program = std::string(folder.data()) + '/' + program;
         }
-        program = std::string(folder.data()) + '/' + program;
-        return 0;
+        return posix_spawn_file_actions_addchdir_np(&m_actions, directory.c_str());
     }
 
     void fillEnvironment(const ProcessRequest& request) {
@@ -136,8 +131,8 @@ int openProcess(std::uint32_t id) noexcept {
     return static_cast<int>(systemCall("openProcess", [&] { return ::syscall(SYS_pidfd_open, id, 0); }));
 }
 
-// Children that no caller can wait for, since the system gave no handle of them after all. They are waited for when the
-// next program is started; one that finds no place is waited for by the system, after this process.
+// Children that no caller can wait for, since the system refused a handle after the start. The next start waits for
+// them. If the table is full, the system waits for the child after the end of this process.
 constinit std::array<std::atomic<pid_t>, 64> g_abandoned{};
 
 void abandon(pid_t child) noexcept {
@@ -150,7 +145,7 @@ void abandon(pid_t child) noexcept {
 void reapAbandoned() noexcept {
     for (std::atomic<pid_t>& place : g_abandoned) {
         pid_t child = place.load(std::memory_order_relaxed);
-        // Another thread must not wait for the number once it may be another child's.
+        // After waitpid the number may belong to another child, so only one thread may wait for it.
         if (child == 0 || !place.compare_exchange_strong(child, -1)) continue;
         place = ::waitpid(child, nullptr, WNOHANG) == 0 ? child : 0;
     }
@@ -161,7 +156,7 @@ struct Report {
     pid_t child = 0;
 };
 
-// The program inherits these. The system may keep a priority that is lower than usual.
+// Sets what the program inherits. The system may keep a priority that is lower than usual.
 void takeUsualSurroundings() noexcept {
     ::umask(S_IWGRP | S_IWOTH);
     const sched_param usual{};
@@ -169,11 +164,11 @@ void takeUsualSurroundings() noexcept {
     ::setpriority(PRIO_PROCESS, 0, 0);
 }
 
-// The process in between. It ends only after the other side has seen the report: until then its child's number is not
-// given to another process. It holds copies of all descriptors of the process that started it, so it closes them before
-// it waits: otherwise a port would stay taken, and the end of the other side would not be seen, since the socket's
-// other end was open here, or in the process in between of another thread's start.
-[[noreturn]] void runBetween(SpawnPlan& plan, const ProcessRequest& request, int socket) noexcept {
+// The helper process. It ends only after the parent has read the report, so that the number of its child is not used
+// again before. It has copies of all descriptors of its parent and closes them before it waits. Otherwise a port would
+// stay in use. The end of the parent would not be noticed either, because this process, or the helper process of
+// another thread, would hold the other end of the socket.
+[[noreturn]] void runHelper(SpawnPlan& plan, const ProcessRequest& request, int socket) noexcept {
     if (request.usualSurroundings) takeUsualSurroundings();
     Report report;
     report.error = plan.run(report.child);
@@ -184,24 +179,24 @@ void takeUsualSurroundings() noexcept {
     if (::send(STDIN_FILENO, &report, sizeof report, MSG_NOSIGNAL) == sizeof report) {
         uninterrupted([&] { return ::recv(STDIN_FILENO, &answer, sizeof answer, 0); });
     } else if (report.error == 0) {
-        // No process knows of the program, so it must not run on.
+        // No process knows the program, so it must not continue.
         ::kill(-report.child, SIGKILL);
     }
     ::_exit(0);
 }
 
-// Starts the process in between. No signal ends it or is handled in it: a Ctrl+C reaches each process of the terminal.
-pid_t forkBetween(SpawnPlan& plan, const ProcessRequest& request, int socket) noexcept {
+// Starts the helper process. All signals are blocked in it: a Ctrl+C reaches each process of the terminal.
+pid_t forkHelper(SpawnPlan& plan, const ProcessRequest& request, int socket) noexcept {
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
     ::pthread_sigmask(SIG_SETMASK, &all, &before);
-    const pid_t between = systemCall("startDetached", [] { return ::fork(); });
-    if (between == 0) runBetween(plan, request, socket);
+    const pid_t helper = systemCall("startDetached", [] { return ::fork(); });
+    if (helper == 0) runHelper(plan, request, socket);
     const int error = errno;
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
     errno = error;
-    return between;
+    return helper;
 }
 
 int runDetached(SpawnPlan& plan, const ProcessRequest& request, pid_t& child, std::intptr_t& handle) noexcept {
@@ -212,8 +207,8 @@ int runDetached(SpawnPlan& plan, const ProcessRequest& request, pid_t& child, st
     }
     const Descriptor ours(ends[0]);
     Descriptor theirs(ends[1]);
-    const pid_t between = forkBetween(plan, request, theirs.get());
-    if (between < 0) return errno;
+    const pid_t helper = forkHelper(plan, request, theirs.get());
+    if (helper < 0) return errno;
     theirs = Descriptor();
     Report report;
     const ssize_t size = uninterrupted([&] { return ::recv(ours.get(), &report, sizeof report, 0); });
@@ -222,11 +217,11 @@ int runDetached(SpawnPlan& plan, const ProcessRequest& request, pid_t& child, st
     if (report.error == 0) handle = openProcess(static_cast<std::uint32_t>(child));
     const char answer = 0;
     ::send(ours.get(), &answer, sizeof answer, MSG_NOSIGNAL);
-    uninterrupted([&] { return ::waitpid(between, nullptr, 0); });
+    uninterrupted([&] { return ::waitpid(helper, nullptr, 0); });
     return report.error;
 }
 
-// A file without the permission to be executed is a document to us, not a thing that is forbidden.
+// A file without the permission to be executed is a document, so the error is not that access is denied.
 ErrorCode startError(int error, const std::string& program) noexcept {
     struct stat status {};
     if (error == EACCES && program.find('/') != std::string::npos && ::stat(program.c_str(), &status) == 0 &&
@@ -247,7 +242,7 @@ ErrorCode Process::start(const ProcessRequest& request) {
     if (words.empty()) return errorInvalidParameter;
     SpawnPlan plan;
     reapAbandoned();
-    // Open until the program runs, so that there is room for the program's own.
+    // Reserves a descriptor for the handle of the program.
     Descriptor probe(request.wantsHandle ? openProcess(static_cast<std::uint32_t>(::getpid())) : -1);
     ProcessRequest effective = request;
     effective.detached = request.detached || (request.wantsHandle && !probe.isOpen());
@@ -264,7 +259,7 @@ ErrorCode Process::start(const ProcessRequest& request) {
     return errorSuccess;
 }
 
-// Looks whether the program has ended, or blocks until it has.
+// Returns whether the program has ended, at once or after blocking until then.
 bool Process::askForEnd(bool block) noexcept {
     const auto process = static_cast<pid_t>(m_id);
     if (m_detached) {
@@ -273,7 +268,7 @@ bool Process::askForEnd(bool block) noexcept {
         return systemCall("waitForProcess", [&] { return ::poll(&polled, 1, block ? -1 : 0); }) > 0;
     }
     int status = 0;
-    // Its only failure is that there is no child: the program ignores SIGCHLD, or waits for any child itself.
+    // The call fails only if there is no child: the program ignores SIGCHLD, or waits for any child itself.
     const pid_t result = uninterrupted([&] { return ::waitpid(process, &status, block ? 0 : WNOHANG); });
     if (result == process) m_exitCode = WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
     return result != 0;

@@ -1,8 +1,8 @@
-// How an unload of the library differs from the end of the process.
+// How an unload of the library is distinguished from the end of the process.
 //
-// The dynamic loader runs the functions that are marked as destructors. At an unload one of those destroys the
-// library's static objects, after those without a priority and before those with one. At the end of the process the C
-// runtime destroys the static objects of the whole process first, and the loader comes after that.
+// The dynamic loader runs the functions that are marked as destructors. At an unload, one of them destroys the static
+// objects of the library, after those without a priority and before those with one. At the end of the process, the C
+// runtime first destroys the static objects of the whole process, and then the loader runs.
 #include "platform/process_memory.h"
 
 namespace KestSupport::platform {

@@ -23,9 +23,12 @@ std::size_t writeWhole(std::string_view text, Write&& write) noexcept {
 }  // namespace
 
 bool RecordFile::open(const char* name) noexcept {
-    constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC | O_NOFOLLOW;
-    constexpr mode_t everyone = 0666;
-    m_handle = systemCall("openRecordFile", [&] { return ::open(name, flags, everyone); });
+    // With O_NONBLOCK, opening a named pipe does not wait for a reader.
+    constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+    constexpr mode_t kEveryone = 0666;
+    m_handle = systemCall("openRecordFile", [&] { return ::open(name, kFlags, kEveryone); });
+    // From now on a write waits until there is room. F_SETFL changes no other flag of the open call.
+    if (isOpen()) ::fcntl(static_cast<int>(m_handle), F_SETFL, O_APPEND);
     return isOpen();
 }
 
@@ -36,14 +39,15 @@ void RecordFile::close() noexcept {
 
 std::size_t RecordFile::write(std::string_view text) noexcept {
     return writeWhole(text, [file = static_cast<int>(m_handle)](std::string_view rest) {
-        // To a file that is open for appending it appends, whatever the offset is, without the lock of the file's
-        // position that write takes in a program of several threads. A pipe has no offsets.
+        // On a file that is open for appending, pwrite appends whatever its offset is. In a program with several
+        // threads it is faster than write, since it does not take the lock of the file position. A pipe has no
+        // positions.
         const ssize_t appended = ::pwrite(file, rest.data(), rest.size(), 0);
         return appended < 0 && errno == ESPIPE ? ::write(file, rest.data(), rest.size()) : appended;
     });
 }
 
-// The stream's own output would lose what it holds when a signal interrupts it.
+// An output through the stream would lose the text in its buffer when a signal interrupts it.
 std::size_t writeAfter(std::FILE* stream, std::string_view text) noexcept {
     if (__fpending(stream) != 0 && std::fflush(stream) != 0) std::clearerr(stream);
     const int descriptor = ::fileno(stream);
@@ -51,7 +55,7 @@ std::size_t writeAfter(std::FILE* stream, std::string_view text) noexcept {
         return writeWhole(
             text, [descriptor](std::string_view rest) { return ::write(descriptor, rest.data(), rest.size()); });
     }
-    // A stream of the C runtime alone, such as one in memory.
+    // A stream without a descriptor, such as one in memory.
     const std::size_t taken = std::fwrite(text.data(), 1, text.size(), stream);
     return std::fflush(stream) == 0 ? taken : 0;
 }

@@ -1,3 +1,5 @@
+// A thread in the code of the C or C++ runtime may hold a lock of the allocator. A thread that waits in a system call
+// does not, since the system calls of the allocator do not wait.
 #include "platform/linux/linux_runtime_locks.h"
 
 #include <link.h>
@@ -17,7 +19,7 @@
 namespace KestSupport::platform {
 namespace {
 
-// The code of the C and C++ runtimes, where locks are held that every thread needs.
+// The code of the C and C++ runtimes, which hold locks that every thread needs.
 class RuntimeCode {
   public:
     void find() noexcept { dl_iterate_phdr(&RuntimeCode::visit, this); }
@@ -35,9 +37,9 @@ class RuntimeCode {
 
     static int visit(dl_phdr_info* info, std::size_t, void* self) {
         const std::string_view name = info->dlpi_name == nullptr ? "" : info->dlpi_name;
-        constexpr std::array<std::string_view, 7> runtimes{"/libc.so",   "/ld-linux",  "/libstdc++", "/libgcc_s",
-                                                           "/libc++.so", "/libc++abi", "/libasan"};
-        if (std::none_of(runtimes.begin(), runtimes.end(),
+        constexpr std::array<std::string_view, 7> kRuntimes{"/libc.so",   "/ld-linux",  "/libstdc++", "/libgcc_s",
+                                                            "/libc++.so", "/libc++abi", "/libasan"};
+        if (std::none_of(kRuntimes.begin(), kRuntimes.end(),
                          [&](std::string_view part) { return name.find(part) != std::string_view::npos; })) {
             return 0;
         }
@@ -56,7 +58,7 @@ class RuntimeCode {
 
 constinit RuntimeCode g_runtimeCode;
 
-// The C library's lock of a stream, as far as it is known; its header leaves the type open.
+// The lock of a stream in the C library. Its header does not define the type.
 struct StreamLock {
     int state;
     int levels;
@@ -65,7 +67,7 @@ struct StreamLock {
 
 struct LockedStream {
     FILE* stream = nullptr;
-    const volatile StreamLock* lock = nullptr;  // null when the C library's lock looks different
+    const volatile StreamLock* lock = nullptr;  // null if the lock of the C library has another form
 
     bool isHeldByCaller() const noexcept {
         return lock != nullptr && lock->owner == reinterpret_cast<void*>(pthread_self());
@@ -75,7 +77,7 @@ struct LockedStream {
 enum : std::size_t { kOutput, kErrors, kInput };
 constinit std::array<LockedStream, 3> g_streams{};  // written when the library is loaded
 
-// Done at load: no lock may be left locked by a thread that is terminated during the search.
+// Runs when the library is loaded, since no thread may be terminated during the search while it holds a lock.
 [[gnu::constructor(101)]] void findRuntimeLocks() noexcept {
     g_runtimeCode.find();
 #if defined(__GLIBC__)
@@ -91,8 +93,6 @@ constinit std::array<LockedStream, 3> g_streams{};  // written when the library 
 
 }  // namespace
 
-// A thread that waits in a system call holds no lock of the allocator: those calls that the allocator makes do not
-// wait.
 bool mayHoldRuntimeLock(const void* context) noexcept {
     if (g_streams[kOutput].isHeldByCaller() || g_streams[kErrors].isHeldByCaller()) return true;
 #if defined(__x86_64__)
@@ -108,11 +108,11 @@ bool mayHoldRuntimeLock(const void* context) noexcept {
     };
     if (isSystemCall(code - 2) && registers[REG_RAX] == -EINTR) return false;
     if (!isSystemCall(code)) return true;
-    constexpr std::array<long long, 6> allocatorCalls{SYS_mmap,    SYS_munmap, SYS_mremap,
-                                                      SYS_madvise, SYS_brk,    SYS_mprotect};
-    return std::find(allocatorCalls.begin(), allocatorCalls.end(), registers[REG_RAX]) != allocatorCalls.end();
+    constexpr std::array<long long, 6> kAllocatorCalls{SYS_mmap,    SYS_munmap, SYS_mremap,
+                                                       SYS_madvise, SYS_brk,    SYS_mprotect};
+    return std::find(kAllocatorCalls.begin(), kAllocatorCalls.end(), registers[REG_RAX]) != kAllocatorCalls.end();
 #else
-    // The place cannot be told on this processor.
+    // The place is unknown on this processor.
     static_cast<void>(context);
     return false;
 #endif

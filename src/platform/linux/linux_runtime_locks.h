@@ -1,13 +1,13 @@
-// Locks of the C and C++ runtimes, which no thread of the process can do without. An interrupted thread that holds one
-// must not be suspended or terminated. The calls are for the signal handler of the interrupted thread.
+// Locks of the C and C++ runtimes, which every thread needs. An interrupted thread that holds one must not be suspended
+// or terminated. The signal handler of the interrupted thread calls these functions.
 #pragma once
 
 namespace KestSupport::platform {
 
-/// True when the calling thread, interrupted at the context, may hold a lock of the allocator or holds the lock of
-/// stdout or stderr.
+/// Returns whether the calling thread, interrupted at the context, may hold a lock of the allocator or holds the lock
+/// of stdout or stderr.
 bool mayHoldRuntimeLock(const void* context) noexcept;
-/// Releases the locks of standard streams that the calling thread holds, before it is terminated anyway.
+/// Releases the locks of standard streams that the calling thread holds. Called before a forced termination.
 void releaseStandardStreams() noexcept;
 
 }  // namespace KestSupport::platform

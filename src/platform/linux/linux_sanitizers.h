@@ -1,4 +1,4 @@
-// What this build is instrumented with.
+// The sanitizer of this build.
 #pragma once
 
 namespace KestSupport::platform {

@@ -1,4 +1,4 @@
-// The notification protocol of the init system: lines of NAME=VALUE in one datagram.
+// The notification protocol of the init system: one datagram with lines of the form NAME=VALUE.
 #include <sys/socket.h>
 #include <sys/un.h>
 

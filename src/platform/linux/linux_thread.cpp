@@ -1,10 +1,10 @@
-// Native threads, and taking one out of its run by a signal.
+// Native threads, and their suspension and termination by a signal.
 //
-// A thread is suspended and terminated by a real-time signal to it. The signal's handler lets the thread continue when
-// it is in a region of the platform layer (which then runs the request at its end), when it holds the lock of a
-// standard output stream, or inside the C runtime at a place where it may hold a lock of the allocator; the requesting
-// thread repeats the signal until the thread has complied. Termination jumps from the handler to the thread's outermost
-// frame, so nothing is unwound.
+// A real-time signal to a thread suspends and terminates it. The handler lets the thread continue if the thread is in a
+// region of the platform layer, which runs the request at its end, if it holds the lock of a standard output stream, or
+// if it is inside the C runtime at a place where it may hold a lock of the allocator. The requesting thread repeats the
+// signal until the thread has complied. Termination jumps from the handler to the outermost frame of the thread, so
+// nothing is unwound.
 #include "platform/thread.h"
 
 #include <pthread.h>
@@ -28,12 +28,13 @@ namespace KestSupport::platform {
 namespace {
 
 constexpr std::uint32_t kMostSuspensions = 127;
-// A thread that does little but allocate is outside the runtime for a few instructions at a time, so the signal comes
-// often and for long before the thread is taken where it should not be.
+// Nanoseconds between two signals. A thread that mostly allocates is outside the runtime only for a few instructions at
+// a time. So the signal is sent often and for long before the thread is stopped inside the runtime.
 constexpr Deadline::Time kFirstPause = 20'000;
 constexpr Deadline::Time kLongestPause = 200'000;
-// Signals that a thread does not take pile up, and the system limits their number for each user.
-constexpr std::uint32_t kUnheardAfter = 50;  // milliseconds, like those below
+// If a thread blocks the signal, signals accumulate, and the system limits their number for each user. So the next
+// signal waits for a reaction, or for this time.
+constexpr std::uint32_t kRepeatAfter = 50;  // milliseconds, like those below
 constexpr std::uint32_t kForceAfter = 5000;
 constexpr std::uint32_t kGiveUpAfter = 10'000;
 constexpr std::uint32_t kLeaveWithin = 5000;
@@ -55,7 +56,7 @@ int controlSignal() noexcept {
     return SIGRTMIN + 6;
 }
 
-// What new threads start with: the scheduling of the process when it loaded the library.
+// The scheduling of new threads: that of the process when it loaded the library.
 struct Scheduling {
     int policy = SCHED_OTHER;
     sched_param parameters{};
@@ -71,8 +72,8 @@ constinit Scheduling g_defaultScheduling;
     g_defaultScheduling.niceness = getpriority(PRIO_PROCESS, static_cast<id_t>(process));
 }
 
-// A new thread inherits the policy and niceness of the thread that made it. Where the system refuses the change, the
-// thread keeps them.
+// Replaces the policy and niceness that a new thread inherits from its creator. If the system refuses, the thread keeps
+// them.
 void takeDefaultScheduling() noexcept {
     const Scheduling& wanted = g_defaultScheduling;
     sched_param parameters{};
@@ -85,7 +86,7 @@ void takeDefaultScheduling() noexcept {
     }
 }
 
-// A new thread inherits the signal mask of the thread that made it.
+// A new thread inherits the signal mask of its creator.
 void unblockControlSignal() noexcept {
     sigset_t control;
     sigemptyset(&control);
@@ -95,25 +96,25 @@ void unblockControlSignal() noexcept {
 
 [[noreturn]] void terminateHere(ThreadObject& thread) noexcept {
     ThreadRecord& self = t_record;
-    // From here on no further request is taken.
+    // From here on the thread takes no request.
     self.thread = nullptr;
     releaseStandardStreams();
     abandonWait(self);
     siglongjmp(thread.exitPoint, 1);
 }
 
-// Complies with what is asked of the calling thread; returns when nothing is asked any more.
+// Runs the requests for the calling thread. Returns when there is none.
 void complyWithControl(ThreadObject& thread) noexcept {
     for (;;) {
         const std::uint32_t control = thread.control.load(std::memory_order_acquire);
         if ((control & ThreadObject::kTerminating) != 0) terminateHere(thread);
         if (control == 0) break;
         offerReleasedMutexes(t_record);
-        thread.standsStill.store(1);
-        futexWake(&thread.standsStill, kAllSleepers);
+        thread.hasStopped.store(1);
+        futexWake(&thread.hasStopped, kAllSleepers);
         futexWait(thread.control, control);
     }
-    thread.standsStill.store(0, std::memory_order_release);
+    thread.hasStopped.store(0, std::memory_order_release);
 }
 
 void onControlSignal(int, siginfo_t*, void* context) {
@@ -146,7 +147,7 @@ bool hasEnded(const ThreadObject& thread) noexcept {
     return thread.forks != g_forks || (thread.word.load(std::memory_order_acquire) & WaitObject::kSignalled) != 0;
 }
 
-// The kernel's id of a new thread, 0 while it has none.
+// Returns the kernel's id of a thread, or 0 if a new thread has not stored it.
 std::uint32_t systemIdOf(const ThreadObject& thread) noexcept {
     const std::uint32_t id = thread.systemId.load(std::memory_order_acquire);
     return id == ThreadObject::kIdAwaited ? 0 : id;
@@ -161,18 +162,18 @@ std::uint32_t awaitSystemId(ThreadObject& thread) noexcept {
     }
 }
 
-// Whether a failed signal may succeed later: the thread may just have ended, and the queue of signals may be full.
+// Returns whether a failed signal may succeed later: the thread may just have ended, or the queue of signals is full.
 bool mayWorkLater(int error) noexcept {
     return error == ESRCH || error == EAGAIN;
 }
 
-// Signals the thread again and again until it has complied. The thread's id may be another thread's by the time that
-// the signal is sent: that one has nothing asked of it and goes on.
+// Signals the thread until it has complied. When a signal is sent, the id may belong to another thread, which has no
+// request and continues.
 template <typename Complied>
 bool interruptUntil(ThreadObject& thread, FutexWord& word, Complied complied) noexcept {
     const Deadline force = Deadline::after(kForceAfter);
     const Deadline giveUp = Deadline::after(kGiveUpAfter);
-    Deadline unheard = Deadline::at(0);
+    Deadline repeat = Deadline::at(0);
     std::uint32_t heardBefore = 0;
     for (Deadline::Time pause = kFirstPause; !complied(); pause = std::min(pause * 2, kLongestPause)) {
         const Deadline::Time now = Deadline::now();
@@ -180,9 +181,9 @@ bool interruptUntil(ThreadObject& thread, FutexWord& word, Complied complied) no
         if (force.hasPassed(now)) thread.forced.store(true, std::memory_order_relaxed);
         const std::uint32_t heard = thread.signalsHeard.load(std::memory_order_relaxed);
         const std::uint32_t id = systemIdOf(thread);
-        if (id != 0 && (heard != heardBefore || unheard.hasPassed(now))) {
+        if (id != 0 && (heard != heardBefore || repeat.hasPassed(now))) {
             heardBefore = heard;
-            unheard = Deadline::after(kUnheardAfter);
+            repeat = Deadline::after(kRepeatAfter);
             if (systemCall("interruptThread", [&] { return syscall(SYS_tgkill, getpid(), id, controlSignal()); }) !=
                     0 &&
                 !mayWorkLater(errno)) {
@@ -195,17 +196,17 @@ bool interruptUntil(ThreadObject& thread, FutexWord& word, Complied complied) no
     return true;
 }
 
-// The last steps of a thread made here, also when pthread_exit unwinds its stack.
+// The last steps of a thread made by createThread, also if pthread_exit unwinds its stack.
 class ThreadEnd {
   public:
     explicit ThreadEnd(ThreadRecord& self) noexcept : m_self(self) {}
     ThreadEnd(const ThreadEnd&) = delete;
     ThreadEnd& operator=(const ThreadEnd&) = delete;
     ~ThreadEnd() {
-        // The frame that termination jumps to is about to go.
+        // The frame that termination jumps to is about to be left.
         m_self.thread = nullptr;
         std::atomic_signal_fence(std::memory_order_seq_cst);
-        if (!m_self.endIsHeard) announceEnd(m_self);
+        if (!m_self.endIsReported) announceEnd(m_self);
     }
 
   private:
@@ -221,7 +222,7 @@ void* runThread(void* argument) {
     takeDefaultScheduling();
     const ThreadEnd end(self);
     if (sigsetjmp(thread->exitPoint, 0) == 0) {
-        thread->exitCode.store(0, std::memory_order_relaxed);  // of a thread that calls pthread_exit
+        thread->exitCode.store(0, std::memory_order_relaxed);  // the code of a thread that calls pthread_exit
         if (thread->systemId.exchange(self.systemId) != 0) futexWake(&thread->systemId, kAllSleepers);
         self.thread = thread;
         complyWithControl(*thread);
@@ -246,7 +247,7 @@ void leaveThread() noexcept {
     g_leaving.fetch_add(1, std::memory_order_relaxed);
 }
 
-// In the child of a fork, none of the parent's threads is left to end.
+// A forked child has no thread of its parent that could end.
 void forgetLeavingThreads(const ThreadRecord& self) noexcept {
     g_lastEnded = {};
     g_leaving.store(self.leaving ? 1 : 0, std::memory_order_relaxed);
@@ -254,8 +255,8 @@ void forgetLeavingThreads(const ThreadRecord& self) noexcept {
 
 namespace {
 
-// The wait has a bound, because the destructor of a thread-local object of the program may block a thread that is
-// leaving, and a leaving thread may itself end the process.
+// The wait is limited: the destructor of a thread-local object of the program may block a leaving thread, and a leaving
+// thread may itself end the process.
 void awaitLeavingThreads() noexcept {
     ThreadRecord& self = currentRecord();
     const Deadline giveUp = Deadline::after(kLeaveWithin);
@@ -320,7 +321,7 @@ void closeThread(WaitObject& closed) noexcept {
             return;
         }
     }
-    // The C library has given up a parent's thread at the fork.
+    // The C library has forgotten the threads of the parent at the fork.
     if (thread.forks == g_forks) pthread_join(thread.native.load(std::memory_order_relaxed), nullptr);
     delete &thread;
 }
@@ -355,9 +356,9 @@ bool suspendThread(WaitHandle handle) noexcept {
         complyWithControl(*thread);
         return true;
     }
-    // A thread that another thread resumes or ends during the call need not be waited for.
-    return interruptUntil(*thread, thread->standsStill, [&] {
-        return thread->standsStill.load(std::memory_order_acquire) != 0 || hasEnded(*thread) ||
+    // The wait also ends if another thread resumes or ends the thread.
+    return interruptUntil(*thread, thread->hasStopped, [&] {
+        return thread->hasStopped.load(std::memory_order_acquire) != 0 || hasEnded(*thread) ||
                thread->control.load(std::memory_order_acquire) == 0;
     });
 }
@@ -368,8 +369,8 @@ bool resumeThread(WaitHandle handle) noexcept {
     Dispatcher dispatcher(currentRecord());
     if ((thread->control.load(std::memory_order_relaxed) & ~ThreadObject::kTerminating) == 0) return false;
     thread->control.fetch_sub(1);
-    // A thread that does not stand still yet looks at control before it sleeps; most new threads are resumed by then.
-    if (thread->standsStill.load() != 0) futexWake(&thread->control, 1);
+    // A thread that has not stopped yet looks at `control` before it sleeps. Most new threads are resumed before that.
+    if (thread->hasStopped.load() != 0) futexWake(&thread->control, 1);
     return true;
 }
 
@@ -393,17 +394,17 @@ bool terminateThread(WaitHandle handle, std::uint32_t exitCode) noexcept {
 bool setThreadPriority(WaitHandle handle, ThreadPriority priority) noexcept {
     ThreadObject* const thread = asThread(handle);
     if (thread == nullptr || hasEnded(*thread)) return false;
-    // Time sharing knows niceness only, and the idle class; the steps are chosen so that each class is clearly apart.
-    constexpr std::array<std::pair<ThreadPriority, int>, 7> niceness{{{ThreadPriority::idle, 19},
-                                                                      {ThreadPriority::lowest, 10},
-                                                                      {ThreadPriority::belowNormal, 5},
-                                                                      {ThreadPriority::normal, 0},
-                                                                      {ThreadPriority::aboveNormal, -5},
-                                                                      {ThreadPriority::highest, -10},
-                                                                      {ThreadPriority::timeCritical, -20}}};
-    const auto* const entry = std::find_if(niceness.begin(), niceness.end(),
+    // Time sharing has only niceness and the idle class. The steps separate the priorities clearly.
+    constexpr std::array<std::pair<ThreadPriority, int>, 7> kNiceness{{{ThreadPriority::idle, 19},
+                                                                       {ThreadPriority::lowest, 10},
+                                                                       {ThreadPriority::belowNormal, 5},
+                                                                       {ThreadPriority::normal, 0},
+                                                                       {ThreadPriority::aboveNormal, -5},
+                                                                       {ThreadPriority::highest, -10},
+                                                                       {ThreadPriority::timeCritical, -20}}};
+    const auto* const entry = std::find_if(kNiceness.begin(), kNiceness.end(),
                                            [=](const auto& candidate) { return candidate.first == priority; });
-    if (entry == niceness.end()) return false;
+    if (entry == kNiceness.end()) return false;
     const std::uint32_t id = awaitSystemId(*thread);
     const sched_param parameters{};
     const int policy = priority == ThreadPriority::idle ? SCHED_IDLE : SCHED_OTHER;
@@ -412,11 +413,10 @@ bool setThreadPriority(WaitHandle handle, ThreadPriority priority) noexcept {
            systemCall("setThreadPriority", [&] { return setpriority(PRIO_PROCESS, id, entry->second); }) == 0;
 }
 
-bool threadExitCode(WaitHandle handle, std::uint32_t& exitCode) noexcept {
+std::optional<std::uint32_t> threadExitCode(WaitHandle handle) noexcept {
     const ThreadObject* const thread = asThread(handle);
-    if (thread == nullptr) return false;
-    exitCode = hasEnded(*thread) ? thread->exitCode.load(std::memory_order_relaxed) : kStillActive;
-    return true;
+    if (thread == nullptr) return std::nullopt;
+    return hasEnded(*thread) ? thread->exitCode.load(std::memory_order_relaxed) : kStillActive;
 }
 
 void yieldThread() noexcept {
@@ -424,7 +424,7 @@ void yieldThread() noexcept {
 }
 
 void sleepThread(std::uint32_t milliseconds) noexcept {
-    // No number is without limit here, so kInfinite is one too.
+    // kInfinite is a number here. Deadline::after would make it never.
     const Deadline end = Deadline::at(Deadline::now() + milliseconds * Deadline::kMillisecond);
     FutexWord neverWoken{0};
     do {

@@ -1,6 +1,6 @@
-// Hearing of the end of a thread, through a thread-specific value. The system destroys it after the thread's C++
-// thread-local objects. (A thread-local object of the library would keep the library loaded until the last thread that
-// has one ends. A key is simply deleted, and threads that run on are forgotten.)
+// The report of the end of a thread, by a thread-specific value. The system destroys the value after the C++
+// thread-local objects of the thread. A thread-local object of the library would keep the library loaded until the last
+// thread with such an object ends. A key can be deleted, and the threads that continue are forgotten.
 #include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -12,7 +12,7 @@
 namespace KestSupport::platform {
 namespace {
 
-// Made before the library's static objects and deleted after them.
+// Created before the static objects of the library and deleted after them.
 constinit pthread_key_t g_endKey{};
 constinit bool g_endKeyMade = false;
 
@@ -28,7 +28,7 @@ constinit bool g_endKeyMade = false;
 
 }  // namespace
 
-bool hearThreadEnd(ThreadRecord& self) noexcept {
+bool onThreadEnd(ThreadRecord& self) noexcept {
     return g_endKeyMade && pthread_setspecific(g_endKey, &self) == 0;
 }
 

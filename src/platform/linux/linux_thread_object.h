@@ -1,14 +1,14 @@
-// A thread made by createThread. It belongs to its handle and to the running thread; the later of both frees it.
+// A thread made by createThread. Its handle and the running thread own it together. The last of both frees it.
 //
-//   phase        systemId        control            left by
-//   made         0 or awaited    0, 1 if suspended  the thread's first steps
-//   running      its id          0                  suspend: control + 1; terminate: kTerminating; its end
-//   asked        its id          not 0              its next step outside a region and the C runtime
-//   suspended    its id          not 0              resume: control - 1; terminate. standsStill is 1
-//   terminating  its id          kTerminating       a jump to exitPoint, the thread's outermost frame
+//   phase        systemId        control            ends with
+//   new          0 or awaited    0, 1 if suspended  the first steps of the thread
+//   running      its id          0                  suspend: control + 1; terminate: kTerminating; the end of the entry
+//   requested    its id          not 0              the next step outside a region and the C runtime
+//   suspended    its id          not 0              resume: control - 1; terminate. hasStopped is 1
+//   terminating  its id          kTerminating       a jump to exitPoint, the outermost frame of the thread
 //   ended        its id          any                -; the word has kSignalled, exitCode is final
 //
-// In a forked child a thread of the parent has ended, whatever its phase was: `forks` tells.
+// In a forked child, a thread of the parent has ended, whatever its phase was: its `forks` differs from g_forks.
 #pragma once
 
 #include <pthread.h>
@@ -32,16 +32,16 @@ class ThreadObject : public WaitObject {
 
     const ThreadEntry entry;
     void* const argument;
-    sigjmp_buf exitPoint{};           // the thread's own
+    sigjmp_buf exitPoint{};           // written and read by the thread
     std::atomic<pthread_t> native{};  // valid until joined or detached
     FutexWord systemId{0};            // the kernel's thread id; 0 or kIdAwaited until the thread runs
-    FutexWord control{0};             // how often suspended, and kTerminating; changed under the dispatcher lock
-    FutexWord standsStill{0};         // 1 while the thread is suspended
-    std::atomic<bool> forced{false};  // take the thread even inside the C runtime
+    FutexWord control{0};             // the number of suspensions, and kTerminating; changed under the dispatcher lock
+    FutexWord hasStopped{0};          // 1 while the thread is suspended
+    std::atomic<bool> forced{false};  // stop the thread even inside the C runtime
     std::atomic<std::uint32_t> signalsHeard{0};
     std::atomic<std::uint32_t> exitCode{kStillActive};
-    std::uint32_t terminationCode = 0;  // set before kTerminating
-    bool closed = false;                // guarded by the dispatcher lock: the handle is closed
+    std::uint32_t terminationCode = 0;  // written before kTerminating
+    bool closed = false;                // the handle is closed; guarded by the dispatcher lock
 };
 
 }  // namespace KestSupport::platform

@@ -4,6 +4,8 @@
 #include <array>
 #include <charconv>
 
+#include "platform/common/hex.h"
+
 namespace KestSupport::platform {
 namespace {
 
@@ -11,7 +13,6 @@ constexpr std::string_view kFirstLine = "kest-service 1";
 constexpr std::string_view kLastLine = "end";
 constexpr std::size_t kLongestName = 256;
 constexpr std::size_t kLongestCommandLine = 32767;
-constexpr std::string_view kDigits = "0123456789abcdef";
 
 struct TextField {
     std::string_view key;
@@ -46,8 +47,8 @@ std::string escaped(std::string_view text) {
             continue;
         }
         const auto value = static_cast<unsigned char>(each);
-        result.append("\\x").push_back(kDigits[value >> 4]);
-        result.push_back(kDigits[value & 0xF]);
+        result.append("\\x").push_back(kHexDigits[value >> 4]);
+        result.push_back(kHexDigits[value & 0xF]);
     }
     return result;
 }
@@ -60,8 +61,8 @@ bool unescape(std::string_view text, std::string& result) {
         text.remove_prefix(plain);
         if (text.empty()) return true;
         if (text.size() < 4 || text[1] != 'x') return false;
-        const std::size_t high = kDigits.find(text[2]);
-        const std::size_t low = kDigits.find(text[3]);
+        const std::size_t high = kHexDigits.find(text[2]);
+        const std::size_t low = kHexDigits.find(text[3]);
         if (high == std::string_view::npos || low == std::string_view::npos) return false;
         result.push_back(static_cast<char>(high << 4 | low));
         text.remove_prefix(4);

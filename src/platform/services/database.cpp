@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <new>
 
+#include "platform/common/fnv.h"
+#include "platform/common/hex.h"
 #include "platform/deadline.h"
 #include "platform/state_directory.h"
 #include "platform/thread.h"
@@ -12,13 +14,6 @@ namespace {
 
 constexpr const char* kServices = "services";
 constexpr std::size_t kLongestFolderName = 200;  // bytes; a file's name has at most 255
-
-std::uint64_t hashOf(const std::string& text) {
-    std::uint64_t hash = 14695981039346656037U;  // FNV-1a
-    for (const char each : text)
-        hash = (hash ^ static_cast<unsigned char>(each)) * 1099511628211U;
-    return hash;
-}
 
 }  // namespace
 
@@ -70,9 +65,9 @@ std::string ServiceFiles::folderName(const std::string& name) {
     if (folder.size() <= kLongestFolderName) return folder;
     constexpr std::size_t hashDigits = 16;
     std::string hash;
-    std::uint64_t rest = hashOf(name);
+    auto rest = fnv1a<std::uint64_t>(name);
     for (std::size_t i = 0; i < hashDigits; ++i, rest >>= 4)
-        hash.push_back("0123456789abcdef"[rest & 0xF]);
+        hash.push_back(kHexDigits[rest & 0xF]);
     return folder.substr(0, kLongestFolderName - hashDigits) + "%%" + hash;
 }
 

@@ -1,5 +1,7 @@
 #include "platform/services/messages.h"
 
+#include "platform/common/fnv.h"
+
 namespace KestSupport::platform {
 namespace {
 
@@ -44,12 +46,9 @@ class MessageReader {
     bool m_short = false;
 };
 
-// FNV-1a detects a torn record. It need not resist an attacker, since other users cannot write the file.
+// Detects a torn record. It need not resist an attacker, since other users cannot write the file.
 std::uint32_t checksum(std::string_view bytes) {
-    std::uint32_t hash = 2166136261U;
-    for (const char each : bytes)
-        hash = (hash ^ static_cast<unsigned char>(each)) * 16777619U;
-    return hash;
+    return fnv1a<std::uint32_t>(bytes);
 }
 
 void putStatus(std::string& bytes, const ServiceStatus& status) {

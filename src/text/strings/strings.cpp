@@ -51,7 +51,7 @@ constexpr platform::CodePage foreignFacet = 0;
 template <typename Unit>
 std::size_t plainLength(const Unit* text, std::size_t length) {
     constexpr std::size_t block = 64;
-    constexpr std::size_t word = platform::unitsPerWord<Unit>;
+    constexpr std::size_t word = platform::kUnitsPerWord<Unit>;
     std::size_t plain = 0;
     for (; length - plain >= block; plain += block) {
         Unit bits = 0;

@@ -1,10 +1,10 @@
-// Auto-reset events that tell their dependents before they signal.
+// Auto-reset events that notify their dependents before they signal.
 //
-// Threads: every operation may be called by any thread. A set or pulse notifies on the calling thread, before the
-// signal is raised, so a dependent has been told by the time that a waiter wakes. An event must not be destroyed while
-// a thread waits on it; it may be destroyed by the thread that a signal released.
+// Threads: any thread may call every operation. set and pulse notify on the calling thread and signal after that, so
+// every dependent has returned when a waiting thread wakes. An event must not be destroyed while a thread waits for it;
+// a thread whose wait was satisfied may destroy it at once.
 //
-// A pulse reaches the threads that wait at that moment, and nobody else; prefer set where a waiter may be late.
+// A pulse reaches only a thread that waits at that moment. Use set where the waiting thread may be late.
 #pragma once
 
 #include <atomic>
@@ -21,53 +21,64 @@ namespace KestSupport {
 
 /// One signal: the first successful wait clears it, and releases one thread.
 ///
-/// Results of the waits: 0 signalled (any: the lowest index that was signalled), -1 the wait failed (also: no event, or
-/// more than 64), -2 time-out, -3 abandoned, -4 no memory for the set. An event that could not be made is inert: it
-/// never signals, never notifies, and a wait for it alone returns 0 at once.
+///   result of a wait  meaning
+///   0                 signalled; a wait for any event: the lowest index of a signalled event
+///   -1                the wait failed; also an empty set, a set of more than 64 events, or one with an inert event
+///   -2                the time has passed
+///   -3                the wait for one event was abandoned
+///   -4                no memory for the set; not returned here, since a set needs none
+///
+/// An event for which the system has no memory is inert: it never signals, never notifies, and a wait for it alone
+/// returns 0 at once.
 class KEST_SUPPORT_EXPORT KestEvent {
   public:
-    /// Not signalled. Throws nothing: a failure leaves an inert event.
+    /// Creates an event that is not signalled, or an inert one.
     KestEvent() noexcept;
     KestEvent(const KestEvent&) = delete;
     KestEvent& operator=(const KestEvent&) = delete;
     virtual ~KestEvent();
 
-    /// Notifies the dependents, then signals. What a dependent throws reaches the caller, and the event is not
+    /// Notifies the dependents, then signals. If a dependent throws, the caller gets the exception and the event is not
     /// signalled. A plain KestEvent that never had a dependent allocates nothing, so its set cannot fail.
     virtual void set();
-    /// Clears the signal; nobody is notified.
+    /// Clears the signal, without a notification.
     virtual void reset();
-    /// Notifies the dependents, then releases one thread that waits now; no signal remains.
+    /// Notifies the dependents, then releases one thread that waits now. No signal remains. Throws as set does.
     virtual void pulse();
-    /// Blocks up to timeout milliseconds, without limit for -1.
+    /// Blocks for up to `timeout` milliseconds, without limit for -1.
     virtual int wait(int timeout);
-    /// The address at which the event's platform handle is stored (a platform::WaitObject*); null for an inert event.
+    /// Returns the address at which the event's platform handle is stored (a platform::WaitObject*), which the event
+    /// owns; null for an inert event.
     virtual void* getHandle();
 
+    /// Adds a dependent, as KestCollaborator::addDependent.
     void addDependent(KestDependent& dependent) {
         m_hadDependents.store(true, std::memory_order_release);
         m_collaborator.addDependent(dependent);
     }
+    /// Removes a dependent, as KestCollaborator::removeDependent.
     void removeDependent(KestDependent& dependent) { m_collaborator.removeDependent(dependent); }
 
-    /// Waits for all of the events, or for any one of them. All: the signals are consumed together or not at all. Any:
-    /// the signal of the event whose index is returned is consumed. The set stays unchanged meanwhile, and none of its
-    /// events is inert.
+    /// Blocks for up to `timeout` milliseconds, without limit for -1, until all of the events or any one of them is
+    /// signalled. All: the signals are consumed together or not at all. Any: the signal of the event whose index is
+    /// returned is consumed. No thread changes the set during the wait. Allocates nothing.
     static int wait(std::vector<KestEvent*>& events, bool waitAll, int timeout);
-    /// The same for count events that lie one after the other in memory.
+    /// The same for an array of `count` events.
     static int wait(int count, KestEvent* events, bool waitAll, int timeout);
 
   protected:
-    /// What the dependents are given: a new KestEventNotification, which destroyNotification takes back.
+    /// Returns what the dependents receive: a new KestEventNotification. destroyNotification gets it afterwards.
     virtual KestNotification* createNotification();
+    /// Deletes the notification; null is allowed.
     virtual void destroyNotification(KestNotification* notification);
 
   private:
     void notifyDependents();
+    platform::WaitObject* handle() const noexcept { return m_handle == nullptr ? nullptr : *m_handle; }
 
     KestCollaborator m_collaborator;
     std::atomic<bool> m_hadDependents{false};   // set by the first dependent, never cleared
-    platform::WaitObject** m_handle = nullptr;  // a cell of its own; set once
+    platform::WaitObject** m_handle = nullptr;  // an owned cell with an owned handle; set once
 };
 
 }  // namespace KestSupport

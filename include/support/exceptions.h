@@ -1,48 +1,53 @@
-// The exceptions of the library. Every failure that it reports by throwing is a KestException or a subclass of it,
-// thrown by value. They are not derived from std::exception: a handler for that does not catch them.
+// The exceptions of the library. Every failure that it reports by throwing is a KestException or a subclass, thrown by
+// value. They do not derive from std::exception, so a handler for that does not catch them.
 //
-// An exception carries a wide text, a code and a stack of messages to which handlers on the way up add what they know.
-// A subclass differs by the prefix of its text alone.
+// An exception has a wide text, a code and a stack of messages, to which the handlers between the thrower and the last
+// catch can add. A subclass only puts a prefix before its text.
 //
-// Threads: an exception has no lock. Copies share nothing with their source.
+// Threads: an exception has no lock. A copy shares nothing with its source.
 #pragma once
-
-#include <support/export.h>
-#include <support/strings.h>
 
 #include <deque>
 #include <stack>
 #include <string>
 
+#include "support/export.h"
+#include "support/strings.h"
+
 namespace KestSupport {
 
-/// Narrow texts come in and go out through KestLocaleFactory::getDefaultLocale(true).
+/// Narrow texts are converted through KestLocaleFactory::getDefaultLocale(true). Constructors and operations throw
+/// nothing but std::bad_alloc and what these conversions throw.
 class KEST_SUPPORT_EXPORT KestException {
   public:
     using MessageStack = std::stack<wstring16, std::deque<wstring16>>;
 
     KestException();
     explicit KestException(int code);
-    /// The text becomes the first message too.
+    /// The text is also the first message.
     KestException(const wstring16& text, int code);
     KestException(const std::string& text, int code);
     KestException(const KestException& other);
     KestException& operator=(const KestException& other);
     virtual ~KestException();
 
-    /// The text, narrowed. Should the conversion fail, the text of that failure.
+    /// Returns the narrowed text; if the conversion throws a KestException, the text of that one.
     virtual std::string getText() const;
+    /// Returns the text itself.
     virtual const wstring16& getUText() const;
-    /// Replaces the text and leaves the messages as they are.
+    /// Replaces the text. The messages stay.
     virtual void setText(const wstring16& text);
     virtual void setText(const std::string& text);
     virtual int getCode() const;
     virtual void setCode(int code);
+    /// Adds a message, which becomes the newest.
     virtual void pushMessage(const wstring16& message);
-    /// Takes the newest message off the stack; an empty text if there is none.
+    /// Removes the newest message and returns it; returns an empty text if there is none.
     virtual wstring16 popMessage();
+    /// Returns the messages, the newest on top.
     virtual const MessageStack& getCallStack() const;
-    /// All messages, the newest first, with a line feed between two of them.
+    /// Returns all messages from the newest to the oldest, separated by line feeds. The newest messages that are empty
+    /// have no line.
     virtual wstring16 getFormattedMessages() const;
 
   private:
@@ -51,7 +56,7 @@ class KEST_SUPPORT_EXPORT KestException {
     MessageStack m_messages;
 };
 
-/// A named thing does not exist: "KestNoSuchElementException - " and the text given.
+/// A name or an index does not exist: "KestNoSuchElementException - " and the given text.
 class KEST_SUPPORT_EXPORT KestNoSuchElementException : public KestException {
   public:
     explicit KestNoSuchElementException(const std::string& text);
@@ -60,7 +65,7 @@ class KEST_SUPPORT_EXPORT KestNoSuchElementException : public KestException {
     ~KestNoSuchElementException() override;
 };
 
-/// A date or a text that is none: "KestInvalidDateException - " and the text given.
+/// A value or a text is not a valid date: "KestInvalidDateException - " and the given text.
 class KEST_SUPPORT_EXPORT KestInvalidDateException : public KestException {
   public:
     explicit KestInvalidDateException(const std::string& text);
@@ -69,7 +74,7 @@ class KEST_SUPPORT_EXPORT KestInvalidDateException : public KestException {
     ~KestInvalidDateException() override;
 };
 
-/// Data that cannot be encrypted or decrypted: "KestInvalidEncryptionException - " and the text given.
+/// Data cannot be encrypted or decrypted: "KestInvalidEncryptionException - " and the given text.
 class KEST_SUPPORT_EXPORT KestInvalidEncryptionException : public KestException {
   public:
     explicit KestInvalidEncryptionException(const std::string& text);
@@ -78,7 +83,7 @@ class KEST_SUPPORT_EXPORT KestInvalidEncryptionException : public KestException 
     ~KestInvalidEncryptionException() override;
 };
 
-/// Key data that the cipher does not take: "KestKeyDataNotSupportedException - " and the text given.
+/// The cipher does not accept the key data: "KestKeyDataNotSupportedException - " and the given text.
 class KEST_SUPPORT_EXPORT KestKeyDataNotSupportedException : public KestException {
   public:
     explicit KestKeyDataNotSupportedException(const std::string& text);
@@ -87,7 +92,7 @@ class KEST_SUPPORT_EXPORT KestKeyDataNotSupportedException : public KestExceptio
     ~KestKeyDataNotSupportedException() override;
 };
 
-/// A message that no catalogue has: "KestMissingMessageException - Missing " and the key given.
+/// No catalogue has the message: "KestMissingMessageException - Missing " and the given key.
 class KEST_SUPPORT_EXPORT KestMissingMessageException : public KestException {
   public:
     explicit KestMissingMessageException(const std::string& text);
@@ -96,14 +101,13 @@ class KEST_SUPPORT_EXPORT KestMissingMessageException : public KestException {
     ~KestMissingMessageException() override;
 };
 
-/// A property that does not exist: "Property not found: " and its name. The default constructor gives no text and no
-/// message.
+/// A property does not exist: "Property not found: " and its name. The default constructor sets no text and no message.
 class KEST_SUPPORT_EXPORT KestPropertyNotFound : public KestException {
   public:
     KestPropertyNotFound();
     explicit KestPropertyNotFound(const std::string& name);
     explicit KestPropertyNotFound(const string_ci& name);
-    /// A wide name passes through narrow text on its way: what that cannot carry is lost.
+    /// A wide name is narrowed and widened again, so characters that narrow text cannot represent become '?'.
     explicit KestPropertyNotFound(const wstring16& name);
     explicit KestPropertyNotFound(const wstring16_ci& name);
     KestPropertyNotFound(const KestPropertyNotFound& other);

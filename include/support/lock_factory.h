@@ -1,15 +1,16 @@
-// Locks kept under names, so that components that know only a name find the same lock.
+// Locks kept under names, so that components that know only a name use the same lock.
 //
-// A name is made usable with createLock, which may be repeated, and its lock is then got with getLock or getImpl and
-// used directly. There is no way to remove a name. With std::string keys, names are ordered byte by byte, and case
-// matters.
+//   factory.createLock("catalogue");                                    // may be repeated
+//   const KestCriticalSection guard(factory.getLock("catalogue"), true);
 //
-// Threads: every operation but copying and assignment may be called by any thread. Those two read the source without
-// its lock: nobody may change the source meanwhile, nor, with the two recursive locks, use a lock of it. The factory's
-// own lock is held only while the map is read or changed, never while a named lock is used.
+// A name cannot be removed. Names of type std::string are ordered byte by byte, and case matters.
 //
-// Lifetime: a named lock stays at its place until the factory is destroyed or assigned over; nobody may hold or use it
-// then.
+// Threads: any thread may call every operation except copying and assignment. Those two read the source without its
+// lock: until they return, no thread changes the source and, with the two recursive locks, no thread uses one of its
+// locks. The factory's own lock is held only while the map is read or changed, never while a named lock is used.
+//
+// Lifetime: the address of a named lock is valid until the factory is destroyed or assigned to. At that time no thread
+// holds or uses the lock.
 #pragma once
 
 #include <map>
@@ -23,34 +24,36 @@
 
 namespace KestSupport {
 
-/// Made for std::string keys and each of the three kinds of lock.
+/// Instantiated for std::string keys and each of the three kinds of lock. Throws std::bad_alloc when memory is short,
+/// and the failed call changes nothing.
 template <typename Key, typename Lock>
 class KEST_SUPPORT_EXPORT KestLockFactory {
   public:
-    /// No names.
+    /// Creates a factory without names.
     KestLockFactory();
-    /// The names of the source, each with a copy of its lock: a KestReadWriteLock is the same lock as the source's; the
-    /// others are so if they had been used before.
+    /// Copies the names, each with a copy of its lock. The copy of a KestReadWriteLock is always the same lock; the
+    /// copy of another kind is the same lock only if the source's was used before.
     KestLockFactory(const KestLockFactory& other);
-    /// As the copy constructor; the names and locks of before are gone.
+    /// Destroys the names and locks of this factory, and copies those of the source as the copy constructor does.
     KestLockFactory& operator=(const KestLockFactory& other);
     virtual ~KestLockFactory();
 
-    /// Makes a lock under the name. A name that has one keeps it.
+    /// Creates a lock under the name. A name that has a lock keeps it.
     void createLock(const Key& name);
-    /// Whether the name has a lock.
+    /// Returns whether the name has a lock.
     bool exists(const Key& name) const;
-    /// Sets out to the address of the name's lock; false, with out unchanged, when it has none.
+    /// Sets `out` to the address of the name's lock, which the factory owns. Returns false, and leaves `out` unchanged,
+    /// when the name has none.
     bool getImpl(const Key& name, Lock*& out);
-    /// All names, in ascending order.
+    /// Returns all names in ascending order.
     std::vector<Key> getRegisteredLockNames() const;
-    /// The name's lock. Throws KestNoSuchElementException ("KestNoSuchElementException - " and the name) when it has
-    /// none.
+    /// Returns the name's lock. Throws KestNoSuchElementException ("KestNoSuchElementException - " and the name) when
+    /// the name has none.
     Lock& getLock(const Key& name);
 
   private:
     std::map<Key, Lock> m_locks;               // guarded by m_lock
-    mutable KestCriticalSectionObject m_lock;  // nobody else's code runs under it
+    mutable KestCriticalSectionObject m_lock;  // held for the map only
 };
 
 extern template class KEST_SUPPORT_EXPORT KestLockFactory<std::string, KestCriticalSectionObject>;

@@ -1,17 +1,18 @@
-// Recursive locks and the guard through which they are taken.
+// Recursive locks, and the guard that takes and releases them.
 //
-//   KestCriticalSectionObject  a lock, made on its first use and shared by the copies made after that
+//   KestCriticalSectionObject  a lock, created on its first use and shared by the copies made after that
 //   KestMutexObject            the same, always in mutex mode
-//   KestCriticalSection        a guard that gives back what it took when it goes out of scope
-//   LockBase, LockImplementation   the shared implementation behind the copies; for the library's own use
+//   KestCriticalSection        a guard that releases its level at the end of its scope
+//   LockBase, LockImplementation, internal::LockBias   for the library's own use
 //
-// A lock is in one of two modes. Mutex mode (the default, and that of all of the library's own locks) survives an owner
-// that ends without releasing: the next taker gets the lock. In critical-section mode such a lock stays taken. Neither
-// enters the kernel while nobody contends.
+//   mode              chosen by        an owner that ends without releasing   testAndSet waits
+//   mutex             default, false   the next taker gets the lock           up to 100 ms
+//   critical section  true             the lock stays taken                   never
 //
-// Threads: lock, unlock, testAndSet, unwind and lockCount may be called by any thread. Copying, assigning and
-// destroying lock objects that share one implementation must not happen in two threads at once, nor while one of them
-// is held.
+// All of the library's own locks are in mutex mode. Without contention no mode enters the kernel.
+//
+// Threads: any thread may call lock, unlock, testAndSet, unwind and lockCount. Copying, assigning and destroying lock
+// objects that share one implementation must not happen in two threads at once, nor while a thread holds the lock.
 #pragma once
 
 #include <atomic>
@@ -25,7 +26,19 @@ class CriticalSection;
 class WaitObject;
 }  // namespace KestSupport::platform
 
-/// Counts holders without a locked instruction, since those do not count from two threads at once.
+namespace KestSupport::internal {
+
+/// The state of a lock that belongs to one thread until another thread takes it (src/sync/biased_guard.h).
+struct LockBias {
+    std::atomic<std::uint32_t> owner{0};  // key of the owner; 0: none yet; all ones: the lock belongs to all threads
+    std::atomic<bool> busy{false};        // the owner is between its two steps
+    std::uint32_t evicted = 0;            // key of the former owner that may still be busy, else 0; by the lock
+};
+
+}  // namespace KestSupport::internal
+
+/// Counts the lock objects that share an implementation. These are never copied or destroyed in two threads at once, so
+/// the count needs no locked instruction.
 class KEST_SUPPORT_EXPORT LockBase : public KestSupport::KestObjectBase {
   public:
     LockBase() = default;
@@ -37,12 +50,13 @@ class KEST_SUPPORT_EXPORT LockBase : public KestSupport::KestObjectBase {
     unsigned long release() override;
 };
 
-/// The lock itself: the unit of identity that lock objects share.
+/// The lock itself, which lock objects share. Its operations are those of KestCriticalSectionObject.
 struct KEST_SUPPORT_EXPORT LockImplementation : public LockBase {
+    /// Throws std::bad_alloc when there is no memory for the lock.
     explicit LockImplementation(bool isCriticalSection);
     LockImplementation(const LockImplementation&) = delete;
     LockImplementation& operator=(const LockImplementation&) = delete;
-    /// Releases what the destroying thread still holds of a mutex.
+    /// Releases the levels of a mutex that the destroying thread holds.
     ~LockImplementation() override;
 
     void lock();
@@ -59,8 +73,9 @@ struct KEST_SUPPORT_EXPORT LockImplementation : public LockBase {
 
 namespace KestSupport {
 
-/// A recursive lock. An object that is constructed and never used costs nothing but its own bytes. Its construction is
-/// done at compile time: a lock at namespace scope may be used before the dynamic initialisation of any file.
+/// A recursive lock. Its first use creates the platform's lock, and throws std::bad_alloc when there is no memory for
+/// it; an object that is never used costs only its own bytes. It is constructed at compile time, so a lock at namespace
+/// scope can be used before the dynamic initialisation of any file.
 class KEST_SUPPORT_EXPORT KestCriticalSectionObject {
   public:
     /// Mutex mode.
@@ -68,9 +83,10 @@ class KEST_SUPPORT_EXPORT KestCriticalSectionObject {
     /// True chooses critical-section mode, false mutex mode.
     constexpr explicit KestCriticalSectionObject(bool isCriticalSection) noexcept
         : m_isCriticalSection(isCriticalSection) {}
-    /// Shares the lock of a source that was used before; of a fresh one only the mode is copied, and the copy makes a
-    /// lock of its own.
+    /// Shares the lock of a source that was used before. Of an unused source only the mode is copied, and the copy
+    /// becomes a separate lock. Throws std::bad_alloc.
     KestCriticalSectionObject(const KestCriticalSectionObject& other);
+    /// Releases the former lock, and then does what the copy constructor does.
     KestCriticalSectionObject& operator=(const KestCriticalSectionObject& other);
     ~KestCriticalSectionObject();
 
@@ -78,13 +94,15 @@ class KEST_SUPPORT_EXPORT KestCriticalSectionObject {
     void lock();
     /// Releases one level that the calling thread took. Called by a thread that holds none, it changes nothing.
     void unlock();
-    /// Takes one level if it can be had. Critical-section mode never waits; mutex mode waits up to 100 milliseconds. A
-    /// mutex that an ended thread left locked is not taken by this call (false), and is free afterwards.
+    /// Takes one level and returns true, or returns false when another thread holds the lock. Critical-section mode
+    /// never waits; mutex mode waits up to 100 milliseconds. A mutex that an ended thread left locked is not taken by
+    /// this call (false), and is free afterwards.
     bool testAndSet();
-    /// Gives back every level that the calling thread holds; does nothing while another thread holds the lock (which in
-    /// mutex mode takes 100 milliseconds to find out).
+    /// Releases every level that the calling thread holds. Does nothing while another thread holds the lock, which
+    /// takes 100 milliseconds in mutex mode.
     void unwind();
-    /// The number of levels that the owner holds, 0 for a free lock; with several threads out of date at once.
+    /// Returns the number of levels that the owner holds; 0 for a free lock. With several threads it may be out of date
+    /// at once.
     int lockCount();
 
   private:
@@ -92,7 +110,7 @@ class KEST_SUPPORT_EXPORT KestCriticalSectionObject {
     LockImplementation& create();
     void shareFrom(const KestCriticalSectionObject& other);
 
-    // Null until the first use. Written once by that, and by assignment and destruction.
+    // Null until the first use, which writes it once. Assignment and destruction write it too.
     std::atomic<KestSmartPointer<LockImplementation>*> m_pImpl{nullptr};
     bool m_isCriticalSection;
 };
@@ -103,10 +121,11 @@ class KEST_SUPPORT_EXPORT KestMutexObject : public KestCriticalSectionObject {
     constexpr KestMutexObject() noexcept : KestCriticalSectionObject(false) {}
 };
 
-/// Holds at most one level of a lock and gives it back at the end of its scope. For one thread's use. lock and
-/// testAndSet are not called on a guard that holds its level already.
+/// Holds at most one level of a lock and releases it at the end of its scope. For use by one thread. Calling lock or
+/// testAndSet on a guard that holds its level is a fault: the guard would release only one of the two.
 class KestCriticalSection {
   public:
+    /// Refers to the lock, which must outlive the guard. True takes one level.
     KestCriticalSection(KestCriticalSectionObject& object, bool lockNow) : m_object(object) {
         if (lockNow) lock();
     }

@@ -1,14 +1,14 @@
-// The root of the library's reference-counted objects and the pointer that holds them.
+// The root of the library's reference-counted objects, and the pointer that holds them.
 //
-//   KestObjectBase    an object that carries the number of its holders and deletes itself when the last one lets go
-//   KestSmartPointer  one holder
+//   KestObjectBase    an object that counts its references and deletes itself at the last release
+//   KestSmartPointer  one reference
 //
-// Threads: addRef and release may be called from any thread; the count is atomic, and the thread that drops the last
-// reference sees everything that other holders did before they dropped theirs. One smart pointer object must not be
-// written by two threads at once; different smart pointers to one target may.
+// Threads: any thread may call addRef and release. The count is atomic, and the thread that releases the last reference
+// sees everything that other threads did before they released theirs. One smart pointer object must not be written by
+// two threads at once; different smart pointers to one target may.
 //
-// Lifetime: an object that smart pointers hold lives on the heap, made with new. An object on the stack, inside another
-// object or in static storage is never handed to a smart pointer: its last release would delete it.
+// Lifetime: an object that smart pointers hold is made with new. An object on the stack, inside another object or in
+// static storage is never given to a smart pointer, because the last release would delete it.
 #pragma once
 
 #include <atomic>
@@ -20,49 +20,49 @@
 
 namespace KestSupport {
 
-/// Base of everything that is shared by pointer. A new object has no holder (count 0).
+/// The base of all objects that are shared by pointer. A new object has the count 0.
 class KEST_SUPPORT_EXPORT KestObjectBase {
   public:
     KestObjectBase() noexcept = default;
-    /// The count belongs to the object: a copy starts at 0.
+    /// The count is not copied: a copy starts at 0.
     KestObjectBase(const KestObjectBase&) noexcept {}
-    /// Leaves the count alone, so that it stays the number of holders of this object.
+    /// The count is not assigned: it stays the number of references to this object.
     KestObjectBase& operator=(const KestObjectBase&) noexcept { return *this; }
     virtual ~KestObjectBase();
 
-    /// Adds a holder and returns the count that this made.
+    /// Adds a reference and returns the new count.
     virtual unsigned long addRef();
-    /// Gives up one reference taken by addRef. At 0 the object deletes itself, and nothing of it may be touched again;
-    /// no lock of the library is held meanwhile. Returns the count that is left.
+    /// Releases one reference that addRef added, and returns the new count. At 0 the object deletes itself while no
+    /// lock of the library is held, and the caller must not use it again.
     virtual unsigned long release();
-    /// The number of holders; with several threads it may be out of date at once.
+    /// Returns the number of references. With several threads it may be out of date at once.
     virtual unsigned long refCount() const;
-    /// True exactly when name is what KestObjectBase::getClassName says of the most derived class: byte by byte, and
-    /// false for the name of any base.
+    /// Returns whether `name` is, byte by byte, the name of the most derived class as KestObjectBase::getClassName
+    /// returns it. False for the name of a base class.
     virtual bool isA(const std::string& name) const;
-    /// The namespace-qualified name of the most derived class, as "KestSupport::KestThread".
+    /// Returns the name of the most derived class with its namespaces, for example "KestSupport::KestThread".
     virtual std::string getClassName() const;
 
   protected:
-    /// The text behind the first blank; the whole text when it has none. For names that begin with a keyword, as some
-    /// platforms spell them ("class KestSupport::KestThread").
+    /// Returns the text after the first blank, or the whole text when it has none. Some platforms put a keyword before
+    /// a name: "class KestSupport::KestThread" becomes "KestSupport::KestThread".
     static std::string normalizeClassName(const std::string& s);
 
     std::atomic<std::uint32_t> m_refCount{0};
 };
 
-/// Holds one reference to a T, which is KestObjectBase or derives from it. Dereferencing checks nothing.
+/// Holds one reference to a T, which is KestObjectBase or derives from it. Dereferencing does not check for null.
 template <typename T>
 class KestSmartPointer {
   public:
     KestSmartPointer() noexcept = default;
     KestSmartPointer(std::nullptr_t) noexcept {}  // NOLINT(google-explicit-constructor)
-    /// Takes a reference of its own; a new object's first smart pointer brings its count to 1.
+    /// Adds a reference, so a new object has the count 1.
     KestSmartPointer(T* target) : m_pTarget(target) {  // NOLINT(google-explicit-constructor)
         if (m_pTarget != nullptr) m_pTarget->addRef();
     }
     KestSmartPointer(const KestSmartPointer& other) : KestSmartPointer(other.m_pTarget) {}
-    /// Takes over the reference of other, which is left empty; the count does not change.
+    /// Moves the reference; `other` becomes null, and the count does not change.
     KestSmartPointer(KestSmartPointer&& other) noexcept : m_pTarget(other.m_pTarget) { other.m_pTarget = nullptr; }
     ~KestSmartPointer() {
         if (m_pTarget != nullptr) m_pTarget->release();
@@ -84,8 +84,8 @@ class KestSmartPointer {
         m_pTarget = target;
         return *this;
     }
-    /// Releases the old target, then holds the new one; nothing happens when they are the same. A new target that
-    /// nothing but the old one keeps alive needs another holder meanwhile.
+    /// Releases the old target and then adds a reference to the new one; does nothing when they are the same. A new
+    /// target that only the old one keeps alive needs another reference during this call.
     KestSmartPointer& operator=(T* target) {
         if (target == m_pTarget) return *this;
         drop();
@@ -107,7 +107,7 @@ class KestSmartPointer {
     friend bool operator==(const KestSmartPointer& a, std::nullptr_t) noexcept { return a.m_pTarget == nullptr; }
 
   private:
-    // The pointer is cleared first: the target's destructor may come back to this holder.
+    // The pointer is cleared first, because the target's destructor may use this smart pointer.
     void drop() {
         T* const old = m_pTarget;
         m_pTarget = nullptr;

@@ -1,12 +1,12 @@
-// Objects by name: a factory makes them through what was registered under the name.
+// Creates objects by name.
 //
-//   KestObjectFactory              names with a creator function or a registration object
-//   KestObjectFactoryRegistration  one that makes objects for a factory
-//   KestExemplar                   an empty polymorphic base for users' classes; the library has no use for it
+//   KestObjectFactory              names, each with a creator function or a registration object
+//   KestObjectFactoryRegistration  an object that creates the objects of one name
+//   KestExemplar                   an empty polymorphic base for users' classes; the library does not use it
 //
-// Threads: add, remove and construct may be called from any thread, and no lock is held while a creator runs, so it may
-// use the factory itself. getRegisteredClasses, copying and assignment take no lock: nobody changes that factory
-// meanwhile. The first getGlobalInstance comes before the threads that use it, deleteGlobalInstance after they ended.
+// Threads: any thread may call add, remove and construct. No lock is held while a creator runs, so it may use the
+// factory. getRegisteredClasses, copying and assignment take no lock: until they return, no thread changes that
+// factory. Call getGlobalInstance once before threads use it, and deleteGlobalInstance after they have ended.
 #pragma once
 
 #include <map>
@@ -27,7 +27,7 @@ class KEST_SUPPORT_EXPORT KestExemplar {
     virtual ~KestExemplar();
 };
 
-/// Makes the objects of one name. Factories keep its address and never own it: it outlives its entries.
+/// Creates the objects of one name. Factories keep its address and do not own it, so it must outlive its entries.
 class KEST_SUPPORT_EXPORT KestObjectFactoryRegistration {
   public:
     KestObjectFactoryRegistration() noexcept = default;
@@ -35,39 +35,41 @@ class KEST_SUPPORT_EXPORT KestObjectFactoryRegistration {
     KestObjectFactoryRegistration& operator=(const KestObjectFactoryRegistration&) noexcept = default;
     virtual ~KestObjectFactoryRegistration();
 
+    /// Returns a new object, or null.
     virtual KestSmartPointer<KestObjectBase> create() = 0;
 };
 
-/// Names are told apart byte by byte, case included. A name may have a function and a registration; the registration is
-/// the one that is used.
+/// Names are compared byte by byte, so case matters. A name may have both a function and a registration; then the
+/// registration is used.
 class KEST_SUPPORT_EXPORT KestObjectFactory {
   public:
-    /// Returns a new object with no holder, or null.
+    /// Returns a new object with the count 0, or null.
     using Creator = KestObjectBase* (*)();
 
     KestObjectFactory() = default;
-    /// Knows the functions of its source and none of its registrations.
+    /// Copies the functions of the source and none of its registrations.
     KestObjectFactory(const KestObjectFactory& other);
-    /// Takes over the functions; the registrations stay as they are.
+    /// Replaces the functions by those of the source. The registrations of this factory stay.
     KestObjectFactory& operator=(const KestObjectFactory& other);
     virtual ~KestObjectFactory();
 
-    /// Replaces an earlier function of that name.
+    /// Sets the function of the name.
     void add(const std::string& name, Creator creator);
-    /// Replaces an earlier registration of that name.
+    /// Sets the registration of the name.
     void add(const std::string& name, KestObjectFactoryRegistration& registration);
-    /// Forgets the registration of that name, or its function if it has no registration.
+    /// Removes the registration of the name, or its function if it has no registration.
     void remove(const std::string& name);
-    /// What the registration or the function of that name makes; null for an unknown name. What they throw passes
-    /// through.
+    /// Returns the object that the registration or the function of the name creates; null for an unknown name. The
+    /// caller gets what they throw.
     KestSmartPointer<KestObjectBase> construct(const std::string& name);
-    /// The names that have a function in their order, then those that have a registration; a name with both comes
-    /// twice.
+    /// Returns the names with a function in ascending order, then the names with a registration in ascending order. A
+    /// name with both is in both parts.
     std::vector<std::string> getRegisteredClasses() const;
 
-    /// The factory of the process, made when there is none.
+    /// Returns the factory of the process, and creates it when there is none.
     static KestObjectFactory& getGlobalInstance();
-    /// Deletes it; the next getGlobalInstance makes another, which is empty. The library's unload calls this.
+    /// Deletes the factory of the process; the next getGlobalInstance creates an empty one. The library calls this when
+    /// it is unloaded.
     static void deleteGlobalInstance();
 
   private:

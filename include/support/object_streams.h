@@ -1,21 +1,21 @@
-// Values as bytes and back: typed operators over one primitive, and a memory buffer that has both.
+// Values as bytes: typed operators over the primitives read and write, and a memory buffer that implements both.
 //
 //   KestObjectStream        the root of both directions
-//   KestInputObjectStream   operator>> for each type, over read
-//   KestOutputObjectStream  operator<< for each type, over write
-//   KestBufferStream        both, over a block of memory that can be sent and wrapped again
-//   inEightBytes            a number of a type whose width differs between systems
+//   KestInputObjectStream   operator>> for each type; calls read
+//   KestOutputObjectStream  operator<< for each type; calls write
+//   KestBufferStream        both, over a block of memory that a program can send and read again
+//   inEightBytes            an integer of a type whose width differs between systems
 //
-// A value is written as it lies in memory, little-endian, without a tag, a separator or alignment; a text has its
-// length in front, in 8 bytes. docs/formats/object_streams.md has every byte. What is read in another order than it was
-// written gives other values, and no error.
+// The bytes of a value are those that it has in memory, little-endian, without a tag, a separator or alignment. A text
+// has its length before it, in 8 bytes. docs/formats/object_streams.md describes every byte. Values that are read in
+// another order than they were written are wrong, without an error.
 //
-// Threads: read, peek and write of one buffer stream, and so the operators, may be called from any thread. A text is
-// one step of a buffer stream, and two of a class derived from it, between which another thread may come. Everything
-// else of it takes no lock and is not used while another thread works on the same stream.
+// Threads: any thread may call read, peek and write of one buffer stream, and so the operators. A text is one step of a
+// KestBufferStream itself. In a class derived from it a text takes two calls, one for the length and one for the
+// characters, because the class may override read and write; the call of another thread may come between them. All
+// other operations take no lock: no other thread uses the stream at that time.
 #pragma once
 
-#include <atomic>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -27,16 +27,6 @@
 
 namespace KestSupport {
 
-namespace internal {
-
-/// Which thread has a lock to itself, and whether it is inside.
-struct LockBias {
-    std::atomic<std::uint32_t> owner{0};
-    std::atomic<bool> busy{false};
-};
-
-}  // namespace internal
-
 class KEST_SUPPORT_EXPORT KestObjectStream {
   public:
     KestObjectStream() noexcept = default;
@@ -44,23 +34,26 @@ class KEST_SUPPORT_EXPORT KestObjectStream {
     KestObjectStream& operator=(const KestObjectStream&) noexcept = default;
     virtual ~KestObjectStream();
 
+    /// Makes the stream empty.
     virtual void reset() = 0;
 };
 
-/// An operator returns its stream, so that several can stand in a row. Bytes that do not come leave the variable's as
-/// they are.
+/// Each operator returns its stream, so operators can be chained. When the stream has fewer bytes than the value, the
+/// variable keeps its other bytes.
 ///
-/// Texts: one of length 0 leaves its target unchanged. A length that the rest of a buffer stream does not hold takes
-/// what is there, and no more memory than that. Another stream is asked for up to 64 KiB at once and for a longer text
-/// in pieces, each as long as all before it; a read that returns less than the number of units that it was asked for
-/// ends the text, and the units that did not come are 0. So a false length costs 64 KiB, or twice what the stream does
-/// deliver. Throws std::bad_alloc when there is no memory for a text: a KestBufferStream itself then still has all of
-/// it, length included, and of any other stream the length is taken.
+/// A text of length 0 leaves its variable unchanged. When a KestBufferStream has fewer bytes than the length says, the
+/// text is what there is, and takes only that much memory. Any other stream is read in pieces: the first has up to 64
+/// KiB, and each further piece is as long as all pieces before it. The first read that returns less than the number of
+/// units it was asked for ends the text; units that were not delivered are 0. So a false length costs at most 64 KiB or
+/// twice the delivered bytes.
+///
+/// Throws std::bad_alloc when there is no memory for a text. A KestBufferStream itself then still has the text and its
+/// length; any other stream has lost the length.
 class KEST_SUPPORT_EXPORT KestInputObjectStream : public KestObjectStream {
   public:
     ~KestInputObjectStream() override;
     void reset() override = 0;
-    /// Copies up to size times count bytes from the stream to `destination`, and takes them out of the stream.
+    /// Moves up to size times count bytes from the stream to `destination`, and returns their number.
     virtual std::size_t read(void* destination, std::size_t size, std::size_t count) = 0;
 
     KestInputObjectStream& operator>>(char& value);
@@ -69,23 +62,23 @@ class KEST_SUPPORT_EXPORT KestInputObjectStream : public KestObjectStream {
     KestInputObjectStream& operator>>(unsigned int& value);
     KestInputObjectStream& operator>>(short& value);
     KestInputObjectStream& operator>>(unsigned short& value);
-    /// A long has 4 bytes in a stream, whatever it has here; it is extended by its sign, an unsigned one by zeros. See
+    /// A long always has 4 bytes in a stream. A wider one is extended by its sign, or by zeros if it is unsigned. Use
     /// inEightBytes for std::int64_t and std::size_t.
     KestInputObjectStream& operator>>(long& value);
     KestInputObjectStream& operator>>(unsigned long& value);
     /// 8 bytes.
     KestInputObjectStream& operator>>(long long& value);
     KestInputObjectStream& operator>>(unsigned long long& value);
-    /// 4 bytes, as these types are written: they become an int on their way. Any number but 0 is true; a signed char
-    /// takes the low 8 bits.
+    /// 4 bytes, because these types are written as an int. Every number but 0 is true; a signed char gets the low 8
+    /// bits.
     KestInputObjectStream& operator>>(bool& value);
     KestInputObjectStream& operator>>(signed char& value);
     KestInputObjectStream& operator>>(float& value);
     KestInputObjectStream& operator>>(double& value);
-    /// Sets `text` to a new array that holds all of the text, its NULs too, and a NUL behind it. The caller frees it
-    /// with delete[].
+    /// Sets `text` to a new array with the whole text, NULs included, and a NUL after it. The caller owns the array and
+    /// frees it with delete[].
     KestInputObjectStream& operator>>(char*& text);
-    /// The text up to its first NUL, as for wide texts.
+    /// The text up to its first NUL. The same holds for wide texts.
     KestInputObjectStream& operator>>(std::string& text);
     KestInputObjectStream& operator>>(wstring16& text);
 
@@ -94,13 +87,13 @@ class KEST_SUPPORT_EXPORT KestInputObjectStream : public KestObjectStream {
     KestInputObjectStream& readText(Text& text);
 };
 
-/// An operator returns its stream and ignores what write returns. A KestBufferStream itself that has no room for a text
-/// writes neither the text nor its length.
+/// Each operator returns its stream and ignores the result of write. A KestBufferStream itself that has no room for a
+/// text writes neither the text nor its length.
 class KEST_SUPPORT_EXPORT KestOutputObjectStream : public KestObjectStream {
   public:
     ~KestOutputObjectStream() override;
     void reset() override = 0;
-    /// Appends size times count bytes of `source` to the stream.
+    /// Appends size times count bytes of `source` to the stream, and returns their number.
     virtual std::size_t write(const void* source, std::size_t size, std::size_t count) = 0;
 
     KestOutputObjectStream& operator<<(char value);
@@ -109,8 +102,8 @@ class KEST_SUPPORT_EXPORT KestOutputObjectStream : public KestObjectStream {
     KestOutputObjectStream& operator<<(unsigned int value);
     KestOutputObjectStream& operator<<(short value);
     KestOutputObjectStream& operator<<(unsigned short value);
-    /// The low 32 bits, whatever a long has here: where std::int64_t and std::size_t are longs, as on 64-bit Linux,
-    /// their high half is cut off. inEightBytes writes all of them.
+    /// The low 32 bits. On 64-bit Linux std::int64_t and std::size_t are longs, so their high half is lost;
+    /// inEightBytes writes all of it.
     KestOutputObjectStream& operator<<(long value);
     KestOutputObjectStream& operator<<(unsigned long value);
     /// 8 bytes.
@@ -118,11 +111,11 @@ class KEST_SUPPORT_EXPORT KestOutputObjectStream : public KestObjectStream {
     KestOutputObjectStream& operator<<(unsigned long long value);
     KestOutputObjectStream& operator<<(float value);
     KestOutputObjectStream& operator<<(double value);
-    /// A null pointer counts as an empty text.
+    /// A null pointer is written as an empty text.
     KestOutputObjectStream& operator<<(const char* text);
     /// The text up to its first NUL.
     KestOutputObjectStream& operator<<(const std::string& text);
-    /// All units of the text, NULs too.
+    /// All units of the text, NULs included.
     KestOutputObjectStream& operator<<(const wstring16& text);
 
   private:
@@ -130,16 +123,19 @@ class KEST_SUPPORT_EXPORT KestOutputObjectStream : public KestObjectStream {
     KestOutputObjectStream& writeText(const Unit* text, std::uint64_t length);
 };
 
-/// A number that takes 8 bytes in a stream; made by inEightBytes.
+/// The result of inEightBytes.
 template <typename Integer>
 struct KestEightBytes {
     Integer& value;
 };
 
-/// Writes and reads a 64-bit integer in 8 bytes, as in `stream << inEightBytes(size)` and `stream >>
-/// inEightBytes(size)`. To be used for std::int64_t, std::size_t and their like: these are a long on one system, which
-/// has 4 bytes in a stream, and a long long on another, which has 8. Refers to the number, so it is used in the
-/// expression that made it.
+/// Writes or reads a 64-bit integer in 8 bytes:
+///
+///     stream << inEightBytes(size);
+///     stream >> inEightBytes(size);
+///
+/// Use it for std::int64_t and std::size_t: on one system they are a long, which has 4 bytes in a stream, on another a
+/// long long, which has 8. The result refers to the number, so use it in the same expression.
 template <std::integral Integer>
 requires(sizeof(Integer) == 8) KestEightBytes<Integer> inEightBytes(Integer& value)
 noexcept {
@@ -163,37 +159,39 @@ KestInputObjectStream& operator>>(KestInputObjectStream& stream, KestEightBytes<
     return stream;
 }
 
-/// A block of memory: 4 bytes for the length of the payload, then the payload. Writing appends to the payload, reading
-/// takes from its front, in time that depends on what is read alone. The payload stays below 4 GiB.
+/// A block of memory: 4 bytes for the length of the payload, then the payload. write appends to the payload. read takes
+/// from its front, in time that depends only on the number of bytes read. The payload is smaller than 4 GiB.
 ///
-/// Nothing here throws but the operators, and the first use for want of memory for the lock. Without memory a
-/// constructor and an assignment give an empty stream.
+/// Without memory a constructor or an assignment makes an empty stream, and write returns 0. Only the operators for
+/// texts and the first use of the stream's lock throw std::bad_alloc.
 class KEST_SUPPORT_EXPORT KestBufferStream : public KestInputObjectStream, public KestOutputObjectStream {
   public:
-    /// Empty; the first write makes the block.
+    /// Creates an empty stream. The first write allocates the block.
     KestBufferStream() noexcept;
-    /// The block grows by multiples of so many bytes; of 512 for 0.
+    /// The block grows by multiples of `growBy` bytes; 0 means 512.
     explicit KestBufferStream(unsigned long growBy) noexcept;
-    /// A copy of a whole block, as `buffer` gives it: its first 4 bytes are passed over, whatever they say, and size -
-    /// 4 bytes are the payload. A block of less than 4 bytes has none.
+    /// Copies a whole block of `size` bytes, as buffer returns it. The first 4 bytes are skipped without a check, and
+    /// the others are the payload. A block of less than 4 bytes has an empty payload.
     KestBufferStream(const void* data, unsigned int size) noexcept;
+    /// Copies the payload. The lock is not copied.
     KestBufferStream(const KestBufferStream& other) noexcept;
     KestBufferStream& operator=(const KestBufferStream& other) noexcept;
     ~KestBufferStream() override;
 
     /// Makes the payload empty and keeps the memory.
     void reset() override;
-    /// The number of bytes copied: all that were asked for, or all that there are.
+    /// Returns the number of moved bytes: size times count, or all that the payload has.
     std::size_t read(void* destination, std::size_t size, std::size_t count) override;
-    /// As read, and leaves the payload as it is.
+    /// Copies like read, but leaves the payload unchanged.
     virtual std::size_t peek(void* destination, std::size_t size, std::size_t count);
-    /// The number of bytes appended: all, or 0, with nothing changed, for want of memory or beyond 4 GiB.
+    /// Returns the number of appended bytes: size times count, or 0 with nothing changed when there is no memory or the
+    /// payload would reach 4 GiB.
     std::size_t write(const void* source, std::size_t size, std::size_t count) override;
 
-    /// The length of the payload in bytes.
+    /// Returns the length of the payload in bytes.
     unsigned long size() const noexcept { return m_end - m_start; }
-    /// The block as it is now, size() + 4 bytes. The pointer is good until the next write, assignment or destruction;
-    /// after a read, a further call brings what it points to up to date.
+    /// Returns the block, size() + 4 bytes, which the stream owns. The pointer is valid until the next write,
+    /// assignment or destruction. After a read, call buffer again to update the block.
     const unsigned char* buffer() const noexcept;
 
   private:
@@ -215,14 +213,14 @@ class KEST_SUPPORT_EXPORT KestBufferStream : public KestInputObjectStream, publi
     void moveToFront() const noexcept;
     void takeBlock(const unsigned char* payload, std::uint32_t length, std::uint32_t capacity) noexcept;
 
-    unsigned char* m_buffer = nullptr;  // owned, of the C heap
-    // The payload is what lies between the two. Reading moves its start, which goes back to the front of the block when
-    // the block is shown, when nothing is left, and when a write can use the room.
+    unsigned char* m_buffer = nullptr;  // owned; allocated with malloc
+    // The payload is the range from m_start to m_end. A read only advances m_start. The payload moves to the front of
+    // the block again when it becomes empty, when a write needs the room, and in buffer.
     mutable std::uint32_t m_start = kHeaderSize;
     mutable std::uint32_t m_end = kHeaderSize;
     std::uint32_t m_growBy = kDefaultGrowBy;
     std::uint32_t m_capacity = 0;
-    mutable KestCriticalSectionObject m_lock;  // guards all of it in read, peek and write, with m_bias
+    mutable KestCriticalSectionObject m_lock;  // with m_bias, guards all members in read, peek, write and the operators
     mutable internal::LockBias m_bias;
 };
 

@@ -1,18 +1,18 @@
 // The observer mechanism: a collaborator notifies its dependents, in the order of their registration.
 //
-//   KestNotification       what they receive; kinds are distinguished by their type
+//   KestNotification       the value that dependents receive; its type distinguishes the kinds
 //   KestEventNotification  an event was set or pulsed (id 1)
-//   PropertyChanged        a property changed; for users of the library, which sends none itself
+//   PropertyChanged        a property changed; for users, the library sends none
 //   KestDependent          an observer
 //   KestCollaborator       a subject
 //
-// Threads: dependents may be added and removed from any thread, also during a notification. Handlers run on the
-// notifying thread while no lock is held; two threads that notify one collaborator may call one handler at once.
+// Threads: any thread may add and remove dependents, also during a notification. Handlers run on the notifying thread
+// while no lock is held. Two threads that notify through one collaborator may call one handler at the same time.
 //
-// Lifetime: a collaborator keeps bare pointers. A dependent is removed from every collaborator before it is destroyed;
-// a collaborator may be destroyed first, also by a handler that it calls: the notification then ends.
+// Lifetime: a collaborator keeps bare pointers, so a dependent is removed from every collaborator before it is
+// destroyed. A handler may destroy the collaborator that calls it; the notification then ends.
 //
-// Cost: adding, removing and each step of a notification take about the same time among any number of dependents.
+// Cost: adding, removing and each step of a notification take about the same time for any number of dependents.
 #pragma once
 
 #include <memory>
@@ -31,7 +31,7 @@ namespace internal {
 class DependentList;
 }  // namespace internal
 
-/// A small value with an id; the base of all notifications. Without a given id the id is 0.
+/// A small value with an id, which is 0 unless one is given; the base of all notifications.
 class KEST_SUPPORT_EXPORT KestNotification {
   public:
     KestNotification() noexcept = default;
@@ -51,7 +51,7 @@ class KEST_SUPPORT_EXPORT KestNotification {
     int m_id = 0;
 };
 
-/// Sent by an event each time it is set or pulsed, and so by a timer each time it fires.
+/// An event sends it each time it is set or pulsed, and so does a timer each time it fires.
 class KEST_SUPPORT_EXPORT KestEventNotification : public KestNotification {
   public:
     KestEventNotification() noexcept : KestNotification(1) {}
@@ -64,14 +64,15 @@ class KEST_SUPPORT_EXPORT KestEventNotification : public KestNotification {
 class KEST_SUPPORT_EXPORT PropertyChanged : public KestNotification {
   public:
     explicit PropertyChanged(const std::string& propertyName);
-    /// Narrows the name through the library's default locale; throws what KestStringUtilities::narrow throws.
+    /// Narrows the name through KestLocaleFactory::getDefaultLocale(true). Throws what KestStringUtilities::narrow
+    /// throws.
     explicit PropertyChanged(const wstring16& propertyName);
     ~PropertyChanged() override;
 
     std::string m_propertyName;
 };
 
-/// An observer. It does not know its collaborators, so its owner removes it from each before destroying it.
+/// An observer. It does not know its collaborators, so its owner removes it from each before it destroys it.
 class KEST_SUPPORT_EXPORT KestDependent {
   public:
     KestDependent() noexcept = default;
@@ -79,8 +80,8 @@ class KEST_SUPPORT_EXPORT KestDependent {
     KestDependent& operator=(const KestDependent&) noexcept { return *this; }
     virtual ~KestDependent();
 
-    /// Called on the notifying thread, without any lock held; it may add and remove dependents of the sender and notify
-    /// through it again. An exception ends the walk and reaches the notifying caller.
+    /// Receives a notification on the notifying thread, with no lock held. It may add and remove dependents of the
+    /// sender, and notify through it. An exception ends the notification and passes to the caller of notify.
     virtual void handleNotification(KestCollaborator& sender, const KestNotification& notification);
 };
 
@@ -90,22 +91,23 @@ class KEST_SUPPORT_EXPORT KestCollaborator {
     KestCollaborator() noexcept;
     KestCollaborator(const KestCollaborator&) = delete;
     KestCollaborator& operator=(const KestCollaborator&) = delete;
-    /// Notifies no dependent.
+    /// Sends no notification.
     virtual ~KestCollaborator();
 
-    /// Calls every dependent in the order of registration and returns when the last has returned. The walk is by
-    /// position: a dependent that is added during the walk is called in it too, and when one at or before the current
-    /// position is removed, the next one is skipped in this walk.
+    /// Calls the handler of each dependent in the order of registration and returns after the last. The walk counts
+    /// positions: a dependent that is added during the walk is called in it too, and when an entry at or before the
+    /// current position is removed, this walk skips the next entry. Example: in the list a b c the handler of a removes
+    /// a; this walk calls a and c, the next one b and c.
     virtual void notify(const KestNotification& notification);
 
-    /// Appends the dependent; one that was added twice is called twice.
+    /// Appends an entry for the dependent. Two entries mean two calls. Throws std::bad_alloc, and then adds none.
     void addDependent(KestDependent& dependent);
-    /// Removes every entry of the dependent; the others keep their order.
+    /// Removes every entry of the dependent. The other entries keep their order.
     void removeDependent(KestDependent& dependent);
 
   private:
-    KestCriticalSectionObject m_lock;                        // never held while a dependent runs
-    std::unique_ptr<internal::DependentList> m_pDependents;  // null until the first one is added; guarded by m_lock
+    KestCriticalSectionObject m_lock;                        // not held while a handler runs
+    std::unique_ptr<internal::DependentList> m_pDependents;  // null before the first addDependent; guarded by m_lock
 };
 
 }  // namespace KestSupport

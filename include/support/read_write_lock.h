@@ -1,28 +1,27 @@
-// A lock that many threads share for reading and one holds alone for writing.
+// A lock that many threads share for reading, or that one thread holds alone for writing.
 //
 //   KestReadWriteLock     the lock; its copies are the same lock
 //   RwLockImplementation  what the copies share; for the library's own use
 //
-// Read levels are counted per thread: a thread takes as many as it likes, also while a writer waits, and gives back
-// each. The write lock is taken once. Nobody has precedence: threads that come while the lock is free or read-locked do
-// not wait, so readers that overlap for ever keep a writer out for ever; use a plain lock where that matters.
+// Read levels are counted per thread. A thread takes any number, also while a writer waits, and releases each. The
+// write lock is taken once. No thread has precedence: a thread that arrives while the lock is free or read-locked does
+// not wait. So readers that always overlap keep a writer waiting; use a plain lock where that matters.
 //
-// Of the threads that wait, one is woken when a writer unlocks and one when the last read level is given back. A reader
-// that was woken lets the other waiting readers sleep until the lock is free again.
+// One waiting thread wakes when a writer unlocks, and one when the last read level is released. A reader that wakes
+// leaves the other waiting readers asleep until the lock is free again.
 //
-// Not to be done, since the thread would wait for itself without end: writeLock by a thread that has the write lock or
-// a read level, readLock by a thread that has the write lock.
+// Two calls block without end, because the thread would wait for itself: writeLock by a thread that has the write lock
+// or a read level, and readLock by a thread that has the write lock.
 //
-// Threads: every operation may be called by any thread, and copies may be made and destroyed in different ones; one
-// lock object is not assigned to while another thread uses that object. What a thread holds when it ends stays held. A
-// thread that forks holds in the child what it holds in the parent. Inside, nothing is locked, logged or called while
-// the lock's own guard is held.
+// Threads: any thread may call every operation, and different threads may make and destroy copies. One lock object is
+// not assigned to while another thread uses that object. The levels of a thread that ends stay held. A thread that
+// forks holds in the child what it holds in the parent. The lock's inner guard is never held while the library logs.
 //
-// Lifetime: what the copies share goes with the last of them. A thread that has just got the lock may destroy it, even
-// while the one that unlocked is still about to return.
+// Lifetime: the last copy destroys what the copies share. A thread that got the lock may destroy it at once, even while
+// the thread that unlocked it is still inside its call.
 //
-// Free locks and read locks among each other stay out of the kernel, and threads that read at once mostly do not touch
-// the same memory.
+// Free locks, and readers among each other, do not enter the kernel. Readers of different threads mostly write to
+// different cache lines.
 #pragma once
 
 #include <array>
@@ -34,7 +33,11 @@
 #include "support/locks.h"
 #include "support/object_base.h"
 
-/// The lock itself: the unit of identity that lock objects share. Its operations are those of KestReadWriteLock.
+namespace KestSupport::platform {
+class WaitObject;
+}  // namespace KestSupport::platform
+
+/// The lock itself, which lock objects share. Its operations are those of KestReadWriteLock.
 struct KEST_SUPPORT_EXPORT RwLockImplementation : public KestSupport::KestObjectBase {
     RwLockImplementation();
     RwLockImplementation(const RwLockImplementation&) = delete;
@@ -50,8 +53,8 @@ struct KEST_SUPPORT_EXPORT RwLockImplementation : public KestSupport::KestObject
 
   private:
     class Waiting;
-    // The read levels of one thread, on a cache line of their own: thread id, whether a thread waits for them to be
-    // given back, count; 0 when no thread has levels here.
+    // The read levels of one thread, on its own cache line: thread id, mark, count; 0 for a free slot. The mark says
+    // that a thread waits for the release of the levels.
     struct alignas(64) Slot {
         std::atomic<std::uint64_t> word{0};
     };
@@ -70,44 +73,47 @@ struct KEST_SUPPORT_EXPORT RwLockImplementation : public KestSupport::KestObject
     void waitUntil(KestSupport::KestCriticalSection& guard, Take take);
 
     std::array<Slot, 8> m_slots;
-    // Id of the thread that has the write lock, 0 for none, and whether threads wait. Written with m_lock held, but for
-    // the writer that lets go while nobody waits.
+    // Id of the thread that has the write lock, 0 for none, and whether threads wait. Written with m_lock held, except
+    // by a writer that unlocks while no thread waits.
     std::atomic<std::uint64_t> m_gate{0};
-    KestSupport::KestCriticalSectionObject m_lock;     // innermost: nothing but m_event is touched under it
-    std::map<std::uint32_t, std::uint32_t> m_readers;  // levels of threads that found their slot taken; by m_lock
-    std::uint32_t m_waiting = 0;                       // threads that wait; guarded by m_lock
-    KestSupport::platform::WaitObject* const m_event;  // auto-reset; raised for one thread that waits
+    KestSupport::KestCriticalSectionObject m_lock;     // innermost: only m_event is used while it is held
+    std::map<std::uint32_t, std::uint32_t> m_readers;  // levels of threads whose slot was taken; guarded by m_lock
+    std::uint32_t m_waiting = 0;                       // number of waiting threads; guarded by m_lock
+    KestSupport::platform::WaitObject* const m_event;  // auto-reset; set for one waiting thread
 };
 
 namespace KestSupport {
 
 class KEST_SUPPORT_EXPORT KestReadWriteLock {
   public:
-    /// A free lock. Throws std::bad_alloc when memory is short; so may the first use.
+    /// Creates a free lock. Throws std::bad_alloc when memory is short. So may each operation that takes the lock; it
+    /// then has taken nothing.
     KestReadWriteLock();
-    /// The same lock as the source.
+    /// Becomes the same lock as the source.
     KestReadWriteLock(const KestReadWriteLock& other);
-    /// Becomes the same lock as the source; the lock of before goes if no copy of it is left.
+    /// Becomes the same lock as the source. The former lock is destroyed if it has no other copy.
     KestReadWriteLock& operator=(const KestReadWriteLock& other);
     virtual ~KestReadWriteLock();
 
     /// Takes one read level; blocks without limit while a thread has the write lock.
     void readLock();
-    /// Gives back one read level of the calling thread. Of a thread that has none, it changes nothing and logs at level
-    /// 1 "KestReadWriteLock::readUnLock: Trying to release readlock without acquiring it".
+    /// Releases one read level of the calling thread. If the thread has none, changes nothing and logs at level 1
+    /// "KestReadWriteLock::readUnLock: Trying to release readlock without acquiring it".
     void readUnLock();
     /// Takes the write lock; blocks without limit while any thread has a read level or the write lock.
     void writeLock();
-    /// Gives back the write lock. Called by a thread that does not have it, it changes nothing and logs at level 1
+    /// Releases the write lock. If the calling thread does not have it, changes nothing and logs at level 1
     /// "KestReadWriteLock::writeUnLock: Trying to release writelock without acquiring it".
     void writeUnLock();
-    /// As readLock, but false at once where that would block, also when the caller itself has the write lock.
+    /// Takes one read level and returns true, or returns false at once while a thread, the caller included, has the
+    /// write lock.
     bool tryReadLock();
-    /// As writeLock, but false at once where that would block, also when it is the caller who holds something.
+    /// Takes the write lock and returns true, or returns false at once while a thread, the caller included, has a read
+    /// level or the write lock.
     bool tryWriteLock();
 
   private:
-    KestSmartPointer<RwLockImplementation> m_pImpl;  // never empty
+    KestSmartPointer<RwLockImplementation> m_pImpl;  // never null
 };
 
 }  // namespace KestSupport

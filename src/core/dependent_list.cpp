@@ -8,14 +8,16 @@
 namespace KestSupport::internal {
 namespace {
 
-// Between these two, the list keeps what it has: an index is not made and dropped by turns.
+// Removing a dependent and adding it again takes 52 ns without and 58 ns with an index among 128 dependents, and 130
+// against 58 ns among 512. Between the two limits the list keeps the form that it has, so it does not change it each
+// time.
 constexpr std::size_t kMany = 128;
 constexpr std::size_t kFew = 32;
 
 }  // namespace
 
-// Slots are counted from 0, and from 1 in the Fenwick tree: m_counts[i] is the number of entries in the last
-// (i & -i) slots up to slot i - 1.
+// Slots are numbered from 0. m_counts is a Fenwick tree, numbered from 1: m_counts[i] is the number of entries in the
+// (i & -i) slots that end with slot i - 1.
 class DependentList::Index {
   public:
     explicit Index(const std::vector<KestDependent*>& slots) { append(slots); }
@@ -34,7 +36,7 @@ class DependentList::Index {
         }
     }
 
-    // Calls free with each slot of the dependent.
+    // Calls `free` with each slot of the dependent.
     template <typename Free>
     void remove(KestDependent* dependent, Free free) noexcept {
         const auto found = m_last.find(dependent);
@@ -47,7 +49,7 @@ class DependentList::Index {
         m_last.erase(found);
     }
 
-    // The slot of the entry at the position, which is less than the number of entries.
+    // Returns the slot of the entry at the position, which is less than the number of entries.
     std::size_t slotOf(std::size_t position) const noexcept {
         std::size_t slot = 0;
         for (std::size_t step = std::bit_floor(m_counts.size()); step > 0; step /= 2) {
@@ -58,7 +60,7 @@ class DependentList::Index {
         return slot;
     }
 
-    // The slots are other ones, of the same entries. Needs no memory.
+    // Replaces the slots by those of the same entries without gaps. Needs no memory.
     void renumber(const std::vector<KestDependent*>& slots) {
         for (auto& [dependent, last] : m_last)
             last = kNone;
@@ -71,7 +73,7 @@ class DependentList::Index {
     static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 
     std::unordered_map<KestDependent*, std::size_t> m_last;  // the last slot of each dependent
-    std::vector<std::size_t> m_previous;                     // for each slot: the one before of the same dependent
+    std::vector<std::size_t> m_previous;                     // for each slot, the one before of the same dependent
     std::vector<std::uint32_t> m_counts{0};
 };
 

@@ -13,10 +13,10 @@ std::string narrowText(const wstring16& text) {
     return KestStringUtilities::narrow(text, KestLocaleFactory::getDefaultLocale(true));
 }
 
-constexpr char propertyNotFound[] = "Property not found: ";
+constexpr char kPropertyNotFound[] = "Property not found: ";
 
 std::string propertyNotFoundText(const unsigned short* name, std::size_t length) {
-    wstring16 text(propertyNotFound, propertyNotFound + sizeof propertyNotFound - 1);
+    wstring16 text(kPropertyNotFound, kPropertyNotFound + sizeof kPropertyNotFound - 1);
     return narrowText(text.append(name, length));
 }
 
@@ -122,9 +122,9 @@ KestMissingMessageException& KestMissingMessageException::operator=(const KestMi
 KestMissingMessageException::~KestMissingMessageException() = default;
 
 KestPropertyNotFound::KestPropertyNotFound() = default;
-KestPropertyNotFound::KestPropertyNotFound(const std::string& name) : KestException(propertyNotFound + name, 0) {}
+KestPropertyNotFound::KestPropertyNotFound(const std::string& name) : KestException(kPropertyNotFound + name, 0) {}
 KestPropertyNotFound::KestPropertyNotFound(const string_ci& name)
-    : KestException(std::string(propertyNotFound).append(name.data(), name.size()), 0) {}
+    : KestException(std::string(kPropertyNotFound).append(name.data(), name.size()), 0) {}
 KestPropertyNotFound::KestPropertyNotFound(const wstring16& name)
     : KestException(propertyNotFoundText(name.data(), name.size()), 0) {}
 KestPropertyNotFound::KestPropertyNotFound(const wstring16_ci& name)

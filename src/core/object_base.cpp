@@ -1,29 +1,23 @@
 #include "support/object_base.h"
 
+#include <typeinfo>
+
 #include "platform/type_names.h"
 
 namespace KestSupport {
-namespace {
-
-// Out of line, so that a release that is not the last needs no stack frame.
-[[gnu::noinline]] unsigned long destroy(KestObjectBase* object) {
-    delete object;
-    return 0;
-}
-
-}  // namespace
 
 KestObjectBase::~KestObjectBase() = default;
 
-// The count is an atomic counter; a lock around it would serialise all objects of the process. Taking a reference
-// orders nothing, because whoever takes one holds one already or has the object from somebody who does.
+// The count is an atomic counter, because a lock would serialise all objects of the process. addRef needs no memory
+// order: its caller has a reference already, or got the object from a thread that has one.
 unsigned long KestObjectBase::addRef() {
     return m_refCount.fetch_add(1, std::memory_order_relaxed) + 1;
 }
 
 unsigned long KestObjectBase::release() {
     const std::uint32_t left = m_refCount.fetch_sub(1, std::memory_order_acq_rel) - 1;
-    return left != 0 ? left : destroy(this);
+    if (left == 0) delete this;
+    return left;
 }
 
 unsigned long KestObjectBase::refCount() const {

@@ -5,7 +5,7 @@
 namespace KestSupport {
 namespace {
 
-// What the map holds for the name, null when it holds nothing.
+// Returns the entry of the name, or null.
 template <typename Value>
 Value found(const std::map<std::string, Value>& entries, const std::string& name) {
     const auto entry = entries.find(name);
@@ -21,7 +21,7 @@ constinit KestObjectFactory* KestObjectFactory::m_pGlobalInstance = nullptr;
 
 KestObjectFactory::KestObjectFactory(const KestObjectFactory& other) : m_creators(other.m_creators) {}
 
-// The lock, too, stays that of the target.
+// The target keeps its lock and its registrations.
 KestObjectFactory& KestObjectFactory::operator=(const KestObjectFactory& other) {
     if (this != &other) m_creators = other.m_creators;
     return *this;

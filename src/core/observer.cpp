@@ -6,7 +6,7 @@
 namespace KestSupport {
 namespace {
 
-// One call of notify, on the stack of its thread. A handler may destroy the collaborator.
+// One call of notify, on the stack of its thread. It learns when a handler destroys the collaborator.
 class Notifying {
   public:
     explicit Notifying(const KestCollaborator& collaborator) noexcept

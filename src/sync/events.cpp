@@ -1,15 +1,20 @@
 #include "support/events.h"
 
+#include <algorithm>
 #include <memory>
 #include <new>
 #include <typeinfo>
 
 #include "platform/wait.h"
+#include "sync/wait_set.h"
 
 namespace KestSupport {
 namespace {
 
-enum Status : int { kSignalled = 0, kFailed = -1, kTimedOut = -2, kAbandoned = -3, kNoMemory = -4 };
+constexpr int kSignalled = internal::kSetSignalled;
+constexpr int kFailed = internal::kSetFailed;
+constexpr int kTimedOut = internal::kSetTimedOut;
+constexpr int kAbandoned = -3;
 
 }  // namespace
 
@@ -27,11 +32,10 @@ KestEvent::~KestEvent() {
 }
 
 void KestEvent::notifyDependents() {
-    // Setting an event must not fail for want of memory when there is no dependent to tell. A derived class may have
-    // hooks of its own, which run in any case.
+    // Without a dependent, set must not fail for lack of memory. The hooks of a derived class run in any case.
     if (!m_hadDependents.load(std::memory_order_acquire) && typeid(*this) == typeid(KestEvent)) return;
-    const auto giveBack = [this](KestNotification* notification) { destroyNotification(notification); };
-    const std::unique_ptr<KestNotification, decltype(giveBack)> notification(createNotification(), giveBack);
+    const auto destroy = [this](KestNotification* notification) { destroyNotification(notification); };
+    const std::unique_ptr<KestNotification, decltype(destroy)> notification(createNotification(), destroy);
     if (notification != nullptr) m_collaborator.notify(*notification);
 }
 
@@ -78,24 +82,13 @@ void KestEvent::destroyNotification(KestNotification* notification) {
 }
 
 int KestEvent::wait(std::vector<KestEvent*>& events, bool waitAll, int timeout) {
-    const std::unique_ptr<platform::WaitHandle[]> handles(new (std::nothrow) platform::WaitHandle[events.size()]);
-    if (handles == nullptr) return kNoMemory;
-    for (std::size_t i = 0; i < events.size(); ++i) {
-        handles[i] = events[i]->m_handle == nullptr ? nullptr : *events[i]->m_handle;
-    }
-    const std::uint32_t result =
-        platform::waitForMany({handles.get(), events.size()}, waitAll, static_cast<std::uint32_t>(timeout));
-    if (result == platform::kWaitFailed) return kFailed;
-    if (result == platform::kWaitTimeout) return kTimedOut;
-    return waitAll ? kSignalled : static_cast<int>(result);
+    const auto handleAt = [&](std::size_t i) { return events[i]->handle(); };
+    return internal::waitForSet(events.size(), handleAt, waitAll, timeout);
 }
 
 int KestEvent::wait(int count, KestEvent* events, bool waitAll, int timeout) {
-    std::vector<KestEvent*> addresses;
-    if (count > 0) addresses.reserve(static_cast<std::size_t>(count));
-    for (int i = 0; i < count; ++i)
-        addresses.push_back(&events[i]);
-    return wait(addresses, waitAll, timeout);
+    const auto handleAt = [&](std::size_t i) { return events[i].handle(); };
+    return internal::waitForSet(static_cast<std::size_t>(std::max(count, 0)), handleAt, waitAll, timeout);
 }
 
 }  // namespace KestSupport

@@ -10,7 +10,8 @@ using namespace KestSupport;
 
 LockBase::~LockBase() = default;
 
-// The owners of lock implementations do not count from two threads at once, so these need no locked instruction.
+// The lock objects that share an implementation are not copied or destroyed in two threads at once, so the count needs
+// no locked instruction.
 unsigned long LockBase::addRef() {
     const auto count = m_refCount.load(std::memory_order_relaxed) + 1;
     m_refCount.store(count, std::memory_order_relaxed);
@@ -30,7 +31,7 @@ LockImplementation::LockImplementation(bool isCriticalSection) : m_isCriticalSec
     } else {
         m_mutex = platform::createMutex();
     }
-    // A lock that excludes no thread would do harm far from here.
+    // A lock that excludes no thread would cause damage in other places.
     if (m_criticalSection == nullptr && m_mutex == nullptr) throw std::bad_alloc();
 }
 
@@ -71,7 +72,7 @@ bool LockImplementation::testAndSet() {
 void LockImplementation::unwind() {
     if (!testAndSet()) return;
     if (m_isCriticalSection) {
-        // After the last level the section may be another thread's, so the levels are counted before.
+        // After the last release another thread may own the section, so the levels are counted first.
         for (std::uint32_t levels = platform::recursionCount(*m_criticalSection); levels > 0; --levels) {
             platform::leaveCriticalSection(*m_criticalSection);
         }
@@ -116,14 +117,15 @@ inline LockImplementation& KestCriticalSectionObject::implementation() {
     return implementation != nullptr ? **implementation : create();
 }
 
-// No lock guards this: it would have to live as long as the last thread, and be made itself. Several threads may make
-// an implementation; the first to store its own prevails, and the others destroy theirs.
+// No lock guards the creation: such a lock would need a creation too, and would have to exist as long as the last
+// thread. Several threads may create an implementation; the first one stores it, and the others destroy theirs and use
+// that one.
 LockImplementation& KestCriticalSectionObject::create() {
     const KestSmartPointer<LockImplementation> fresh(new LockImplementation(m_isCriticalSection));
     auto own = std::make_unique<KestSmartPointer<LockImplementation>>(fresh);
-    KestSmartPointer<LockImplementation>* made = nullptr;
-    if (!m_pImpl.compare_exchange_strong(made, own.get(), std::memory_order_acq_rel, std::memory_order_acquire)) {
-        return **made;
+    KestSmartPointer<LockImplementation>* first = nullptr;
+    if (!m_pImpl.compare_exchange_strong(first, own.get(), std::memory_order_acq_rel, std::memory_order_acquire)) {
+        return **first;
     }
     return **own.release();
 }

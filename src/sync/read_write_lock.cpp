@@ -1,19 +1,29 @@
-// How the lock works. A reader enters its slot and then looks at the gate; a writer closes the gate and then looks at
-// the slots. Both steps are sequentially consistent, so at least one of the two sees the other. Whatever is not settled
-// by that is settled under m_lock: a reader that entered and found the gate closed keeps its slot, and with it the
-// lock, unless there is a writer still; a writer that found a reader opens the gate again.
+// Two kinds of words hold the lock, the slots for readers and the gate for a writer:
 //
-// Nobody may be forgotten asleep. While threads wait, one of these holds whenever m_lock is free: the event is raised
-// or a thread that it woke is on its way; there is a writer, and the gate says that threads wait; there is a level in
-// m_readers; or there is a slot that is marked as wanted. The holder that sees such a mark lets go under m_lock, where
-// it raises the event or, when there are readers left, marks them.
+//   word  high half      bit 31            low bits      released
+//   slot  thread         kWanted: a        read levels   kWanted clear: in one step; set: with m_lock held,
+//                        thread waits                    which sets the event
+//   gate  writer, 0 for  -                 kWaiting:     kWaiting clear: in one step; set: with m_lock held,
+//         none                             threads wait  which sets the event
 //
-// A holder without a mark lets go in one step and touches nothing afterwards; one with a mark touches nothing after it
-// has let go of m_lock. So whoever takes the lock next may destroy it.
+// A reader writes its slot and then reads the gate. A writer writes the gate and then reads the slots. Both steps are
+// sequentially consistent, so at least one of the two sees the other, and m_lock decides: a reader that found a writer
+// leaves its slot again if the writer is still there; a writer that found a reader opens the gate again.
+//
+// Threads whose slot belongs to another thread count their levels in m_readers.
+//
+// No thread may sleep forever. While threads wait and m_lock is free, at least one of these is true: the event is set,
+// or a thread that it woke is running; there is a writer, and the gate has kWaiting; m_readers has a level; a slot has
+// kWanted. The holder that finds such a mark releases with m_lock held. It then sets the event or, when there are other
+// readers, marks their slots.
+//
+// After the step that releases the lock, a holder without a mark uses no member, and a holder with a mark uses none
+// after it has released m_lock. So the next thread that takes the lock may destroy it.
 #include "support/read_write_lock.h"
 
 #include <algorithm>
 #include <new>
+#include <tuple>
 
 #include "platform/thread_bias.h"
 #include "platform/wait.h"
@@ -23,9 +33,9 @@ using namespace KestSupport;
 
 namespace {
 
-constexpr std::uint64_t kWanted = std::uint64_t{1} << 31;  // in a slot; the levels are below it
-constexpr std::uint64_t kLevels = kWanted - 1;
-constexpr std::uint64_t kWaiting = 1;  // in the gate
+constexpr std::uint64_t kWanted = std::uint64_t{1} << 31;  // in a slot
+constexpr std::uint64_t kLevels = kWanted - 1;             // in a slot
+constexpr std::uint64_t kWaiting = 1;                      // in the gate
 
 constexpr std::uint64_t ownedBy(std::uint32_t thread) noexcept {
     return std::uint64_t{thread} << 32;
@@ -36,7 +46,7 @@ constexpr std::uint32_t ownerOf(std::uint64_t word) noexcept {
 
 }  // namespace
 
-// Counts a thread as waiting; made and destroyed with m_lock held.
+// Counts a thread as waiting. Constructed and destroyed with m_lock held.
 class RwLockImplementation::Waiting {
   public:
     explicit Waiting(RwLockImplementation& lock) noexcept : m_owner(lock) {
@@ -44,7 +54,7 @@ class RwLockImplementation::Waiting {
     }
     Waiting(const Waiting&) = delete;
     Waiting& operator=(const Waiting&) = delete;
-    // The signal that ended this wait may have been the only one: the others are passed on to the holder of now.
+    // This wait may have consumed the only signal, so the current holder must signal the other waiting threads.
     ~Waiting() {
         if (--m_owner.m_waiting == 0) {
             m_owner.m_gate.fetch_and(~kWaiting);
@@ -128,26 +138,26 @@ void RwLockImplementation::writeUnLock() {
     }
     const KestCriticalSection guard(m_lock, true);
     m_gate.fetch_and(kWaiting);
-    // Also when a reader has entered meanwhile: one of those that wait is woken by each writer.
+    // Each writer wakes one waiting thread, also when a reader has entered after the gate was opened.
     if (m_waiting != 0) platform::setEvent(m_event);
 }
 
 RwLockImplementation::Slot& RwLockImplementation::slotOf(std::uint32_t thread) noexcept {
-    // Multiplicative hashing by the golden ratio: ids that follow each other, by one or by four, spread evenly.
-    constexpr std::uint32_t goldenRatio = 0x9E3779B9;
+    // Multiplicative hashing with the golden ratio: ids that differ by one, or by four, get different slots.
+    constexpr std::uint32_t kGoldenRatio = 0x9E3779B9;
     static_assert(std::tuple_size_v<decltype(m_slots)> == 8);
-    return m_slots[(thread * goldenRatio) >> 29];
+    return m_slots[(thread * kGoldenRatio) >> 29];
 }
 
-// True when the level was taken. Otherwise entered says whether the slot holds it all the same, and whether that stands
-// has to be found out under m_lock.
+// Returns true when the level was taken. After false with `entered`, the slot has the level but there was a writer, and
+// readSlowly decides.
 bool RwLockImplementation::readQuickly(std::uint32_t thread, bool& entered) noexcept {
     std::atomic<std::uint64_t>& slot = slotOf(thread).word;
     std::uint64_t word = 0;
     entered = slot.compare_exchange_strong(word, ownedBy(thread) | 1);
     if (entered) return ownerOf(m_gate.load()) == 0;
     if (ownerOf(word) != thread) return false;
-    slot.fetch_add(1, std::memory_order_relaxed);  // while it has a level, there is no writer
+    slot.fetch_add(1, std::memory_order_relaxed);  // a slot with a level keeps writers out
     return true;
 }
 
@@ -168,8 +178,8 @@ bool RwLockImplementation::writeLocked() const noexcept {
 
 bool RwLockImplementation::takeRead(std::uint32_t thread) {
     if (writeLocked()) return false;
-    std::uint64_t nobody = 0;
-    if (!slotOf(thread).word.compare_exchange_strong(nobody, ownedBy(thread) | 1)) ++m_readers[thread];
+    std::uint64_t freeSlot = 0;
+    if (!slotOf(thread).word.compare_exchange_strong(freeSlot, ownedBy(thread) | 1)) ++m_readers[thread];
     return true;
 }
 
@@ -183,7 +193,7 @@ bool RwLockImplementation::takeWrite(std::uint32_t thread) noexcept {
     return false;
 }
 
-// True when whoever holds the lock is certain to come by signalIfFree; false when it is free.
+// Returns true when the current holder will call signalIfFree, because it has the mark; false when the lock is free.
 bool RwLockImplementation::holderWillSignal() noexcept {
     if (writeLocked() || !m_readers.empty()) return true;
     bool marked = false;
@@ -200,12 +210,12 @@ void RwLockImplementation::signalIfFree() noexcept {
     if (m_waiting != 0 && !holderWillSignal()) platform::setEvent(m_event);
 }
 
-// Returns with the guard held and what was asked for taken.
+// Waits until `take` succeeds. Returns with the guard held.
 template <typename Take>
 void RwLockImplementation::waitUntil(KestCriticalSection& guard, Take take) {
     const Waiting waiting(*this);
     while (!take()) {
-        if (!holderWillSignal()) continue;  // the last reader has gone this moment
+        if (!holderWillSignal()) continue;  // the last reader has just released
         guard.unlock();
         platform::waitForOne(m_event, platform::kInfinite);
         guard.lock();
@@ -219,7 +229,7 @@ KestReadWriteLock::KestReadWriteLock(const KestReadWriteLock& other) = default;
 KestReadWriteLock& KestReadWriteLock::operator=(const KestReadWriteLock& other) = default;
 KestReadWriteLock::~KestReadWriteLock() = default;
 
-// Not in the header: a program that has a RwLockImplementation of its own would call that one.
+// These calls are not inline: a program with its own class RwLockImplementation would call that class.
 void KestReadWriteLock::readLock() {
     m_pImpl->readLock();
 }

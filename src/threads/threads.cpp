@@ -10,14 +10,13 @@
 
 #include "platform/thread.h"
 #include "platform/wait.h"
+#include "sync/wait_set.h"
 #include "threads/timer_manager.h"
 
 namespace KestSupport {
 namespace {
 
 constexpr int kNotRunning = 128;
-constexpr int kWaitFailed = -1;
-constexpr int kSetTimedOut = -2;
 
 // In a catch (...): pthread_exit unwinds the thread with something that is no C++ exception, and a handler that does
 // not throw it again ends the process.
@@ -279,7 +278,7 @@ int KestThread::wait(std::vector<KestThread*>& threads, bool waitAll, int timeou
 int KestThread::wait(int count, KestThread* threads, bool waitAll, int timeout) {
     std::array<KestThread*, platform::kMaximumWaitObjects> addresses{};
     const auto used = static_cast<std::size_t>(std::max(count, 0));
-    if (used > addresses.size()) return kWaitFailed;
+    if (used > addresses.size()) return internal::kSetFailed;
     for (std::size_t i = 0; i < used; ++i)
         addresses[i] = &threads[i];
     return waitForSet({addresses.data(), used}, waitAll, timeout);
@@ -287,15 +286,8 @@ int KestThread::wait(int count, KestThread* threads, bool waitAll, int timeout) 
 
 int KestThread::waitForSet(std::span<KestThread* const> threads, bool waitAll, int timeout) {
     std::array<std::optional<NativeUse>, platform::kMaximumWaitObjects> uses;
-    std::array<platform::WaitHandle, platform::kMaximumWaitObjects> handles{};
-    if (threads.size() > handles.size()) return kWaitFailed;
-    for (std::size_t i = 0; i < threads.size(); ++i)
-        handles[i] = uses[i].emplace(*threads[i]).handle();
-    const std::uint32_t result =
-        platform::waitForMany({handles.data(), threads.size()}, waitAll, static_cast<std::uint32_t>(timeout));
-    if (result == platform::kWaitFailed) return kWaitFailed;
-    if (result == platform::kWaitTimeout) return kSetTimedOut;
-    return waitAll ? 0 : static_cast<int>(result);
+    const auto handleAt = [&](std::size_t i) { return uses[i].emplace(*threads[i]).handle(); };
+    return internal::waitForSet(threads.size(), handleAt, waitAll, timeout);
 }
 
 }  // namespace KestSupport

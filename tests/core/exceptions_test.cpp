@@ -1,6 +1,5 @@
+// Exceptions: text, code and messages, the prefixes of the subclasses, and narrow texts in two character sets.
 #include "support/exceptions.h"
-
-#include <gtest/gtest.h>
 
 #include <exception>
 #include <type_traits>
@@ -12,17 +11,23 @@ namespace {
 
 using namespace KestSupport;
 
+struct Exceptions : testing::Test {
+    Exceptions() { environment.setLocale("C"); }
+    kit::EnvironmentGuard environment;
+};
+
 wstring16 wide(const std::string& text) {
     return {text.begin(), text.end()};
 }
 
-class Exceptions : public testing::Test {
-  protected:
-    void SetUp() override { m_environment.setLocale("C"); }
-    kit::EnvironmentGuard m_environment;
-};
+// Text, code and messages.
+std::string contentOf(const KestException& exception) {
+    const wstring16 messages = exception.getFormattedMessages();
+    return exception.getText() + "|" + std::to_string(exception.getCode()) + "|" +
+           std::string(messages.begin(), messages.end());
+}
 
-TEST_F(Exceptions, MessagesAreAStackApartFromTheText) {
+TEST_F(Exceptions, KeepMessagesApartFromText) {
     KestException exception(std::string("A"), 1);
     for (const char* message : {"B", "", "C"})
         exception.pushMessage(wide(message));
@@ -31,21 +36,17 @@ TEST_F(Exceptions, MessagesAreAStackApartFromTheText) {
     exception.setText(exception.getUText() + wide("!"));
     exception.setCode(9);
     EXPECT_EQ(exception.popMessage(), wide("C"));
-    // An empty message that is the newest has no line of its own.
-    EXPECT_EQ(exception.getFormattedMessages(), wide("B\nA"));
+    EXPECT_EQ(contentOf(exception), "another!|9|B\nA") << "a newest message that is empty has no line";
     for (const char* message : {"", "B", "A", ""})
         EXPECT_EQ(exception.popMessage(), wide(message));
-    EXPECT_TRUE(exception.getText() == "another!" && exception.getCode() == 9);
     exception = copy;
     const KestException& self = exception;
     exception = self;
-    for (const KestException* other : {&copy, &self}) {
-        EXPECT_TRUE(other->getText() == "A" && other->getCode() == 1) << "copies are deep";
-        EXPECT_EQ(other->getFormattedMessages(), wide("C\n\nB\nA"));
-    }
+    for (const KestException* other : {&copy, &self})
+        EXPECT_EQ(contentOf(*other), "A|1|C\n\nB\nA") << "copies are deep";
 }
 
-// The first message is the text, if there is one.
+// The text is also the first message, if there is one.
 template <typename Exception>
 void expectCaught(const Exception& exception, const std::string& text, int code = 0) {
     static_assert(sizeof(Exception) == sizeof(KestException) && !std::is_base_of_v<std::exception, Exception>);
@@ -53,21 +54,18 @@ void expectCaught(const Exception& exception, const std::string& text, int code 
         throw exception;
     } catch (const KestException& caught) {
         EXPECT_EQ(typeid(caught), typeid(Exception));
-        EXPECT_EQ(caught.getText(), text);
-        EXPECT_EQ(caught.getUText(), wide(text));
-        EXPECT_EQ(caught.getCode(), code);
-        EXPECT_EQ(caught.getFormattedMessages(), wide(text));
+        EXPECT_EQ(contentOf(caught), text + "|" + std::to_string(code) + "|" + text);
     }
 }
 
-// What throws the others checks their prefixes.
-TEST_F(Exceptions, SubclassesDifferByTheirPrefix) {
+// The tests of the classes that throw the other subclasses check their prefixes.
+TEST_F(Exceptions, ShowSubclassByPrefix) {
     const std::string text = "ABC";
     expectCaught(KestException(), "");
     expectCaught(KestException(-3), "", -3);
     expectCaught(KestException(text, 7), "ABC", 7);
-    EXPECT_EQ(KestException(std::string(), 1).getCallStack().size(), 1u);
-    EXPECT_EQ(KestException(1).getCallStack().size(), 0u);
+    EXPECT_EQ(KestException(std::string(), 1).getCallStack().size(), 1U);
+    EXPECT_EQ(KestException(1).getCallStack().size(), 0U);
     expectCaught(KestKeyDataNotSupportedException(text), "KestKeyDataNotSupportedException - ABC");
     expectCaught(KestMissingMessageException(text), "KestMissingMessageException - Missing ABC");
     expectCaught(KestPropertyNotFound(), "");
@@ -76,12 +74,11 @@ TEST_F(Exceptions, SubclassesDifferByTheirPrefix) {
     expectCaught(KestPropertyNotFound(wstring16_ci{'A', 'B', 'C'}), "Property not found: ABC");
 }
 
-TEST_F(Exceptions, NarrowTextGoesThroughTheCharacterSetOfTheEnvironment) {
+TEST_F(Exceptions, ConvertNarrowTextByEnvironment) {
     EXPECT_EQ(KestException(std::string("\xE9"), 0).getUText(), wstring16{0xE9});
     EXPECT_EQ(KestException(wstring16{0x20AC, 0x430}, 0).getText(), "\x80?");
-    // The wide name loses what the narrow one cannot carry.
     EXPECT_EQ(KestPropertyNotFound(wstring16{'x', 0x430}).getUText(), wide("Property not found: x?"));
-    m_environment.setLocale("C.UTF-8");
+    environment.setLocale("C.UTF-8");
     EXPECT_EQ(KestException(std::string("\xC3\xA9"), 0).getUText(), wstring16{0xE9});
 }
 

@@ -1,15 +1,10 @@
+// Observer: order, changes of the list during a notification, exceptions, and threads.
 #include "support/observer.h"
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <functional>
-#include <memory>
 #include <random>
 #include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
 
 namespace KestSupport {
 namespace {
@@ -19,15 +14,15 @@ struct Recorder : KestDependent {
     void handleNotification(KestCollaborator& sender, const KestNotification& notification) override {
         record += name;
         lastId = notification.getId();
-        if (action) action(sender);
+        action(sender);
     }
-    std::function<void(KestCollaborator&)> action;
+    std::function<void(KestCollaborator&)> action = [](KestCollaborator&) {};
     int lastId = -1;
     std::string& record;
     const char name;
 };
 
-struct Observed : testing::Test {
+struct Collaborator : testing::Test {
     std::string record;
     KestCollaborator collaborator;
     Recorder a{record, 'a'}, b{record, 'b'}, c{record, 'c'};
@@ -43,18 +38,19 @@ struct Observed : testing::Test {
     }
 };
 
-TEST_F(Observed, DependentsAreCalledInOrderAndAsOftenAsTheyWereAdded) {
+TEST_F(Collaborator, NotifiesEachEntryInOrder) {
     addAll();
     collaborator.addDependent(a);
     EXPECT_EQ(notified(), "abca");
     EXPECT_EQ(b.lastId, 5);
-    a.action = [this](KestCollaborator& sender) { sender.removeDependent(a), sender.removeDependent(a); };
-    EXPECT_EQ(notified(), "ac") << "one that removes itself passes over the next in that walk only";
+    a.action = [this](KestCollaborator& sender) { sender.removeDependent(a); };
+    EXPECT_EQ(notified(), "ac") << "this walk skips the entry after the removed one";
     EXPECT_EQ(notified(), "bc");
 }
 
-TEST_F(Observed, AHandlerMayAddADependentToTheWalkAndNotifyAgain) {
-    collaborator.addDependent(a), collaborator.addDependent(b);
+TEST_F(Collaborator, LetsHandlersAddAndNotify) {
+    collaborator.addDependent(a);
+    collaborator.addDependent(b);
     b.action = [this](KestCollaborator& sender) {
         if (record.size() != 2) return;
         sender.addDependent(c);
@@ -63,9 +59,9 @@ TEST_F(Observed, AHandlerMayAddADependentToTheWalkAndNotifyAgain) {
     EXPECT_EQ(notified(), "ababcc");
 }
 
-// Against a plain list and a position in it. Each call of a handler changes the list at random, down to few entries and
-// up to many again.
-TEST_F(Observed, AWalkByPositionSeesEveryChangeAmongAnyNumberOfDependents) {
+// Against a plain list and a position in it. Each handler changes the list at random, down to few entries and up to
+// many again.
+TEST_F(Collaborator, WalksByPositionAmongManyDependents) {
     std::mt19937 random(3);
     std::vector<std::unique_ptr<Recorder>> dependents;
     std::vector<Recorder*> list;
@@ -98,30 +94,31 @@ TEST_F(Observed, AWalkByPositionSeesEveryChangeAmongAnyNumberOfDependents) {
     }
 }
 
-TEST_F(Observed, AnExceptionEndsTheWalkAndLeavesNoLockTaken) {
+TEST_F(Collaborator, ReleasesLockAfterException) {
     addAll();
     b.action = [](KestCollaborator&) { throw std::runtime_error("enough"); };
     EXPECT_THROW(collaborator.notify(KestNotification(1)), std::runtime_error);
     EXPECT_EQ(record, "ab");
-    b.action = nullptr;
+    b.action = a.action;
     std::thread([this] { EXPECT_EQ(notified(), "abc"); }).join();
 }
 
-TEST_F(Observed, ListsMayChangeWhileOthersNotify) {
+TEST_F(Collaborator, ChangesWhileAnotherThreadNotifies) {
+    constexpr int kRounds = 2000;
     collaborator.addDependent(a);
-    std::thread changer([&] {
-        for (int i = 0; i < 2000; ++i)
-            collaborator.addDependent(b), collaborator.removeDependent(b);
+    std::jthread changer([&] {
+        for (int i = 0; i < kRounds; ++i) {
+            collaborator.addDependent(b);
+            collaborator.removeDependent(b);
+        }
     });
-    for (int i = 0; i < 2000; ++i)
+    for (int i = 0; i < kRounds; ++i)
         collaborator.notify(KestNotification(1));
-    changer.join();
-    EXPECT_EQ(std::count(record.begin(), record.end(), 'a'), 2000) << "the first in the list is passed over by nobody";
+    EXPECT_EQ(std::count(record.begin(), record.end(), 'a'), kRounds) << "no walk skips the first entry";
 }
 
-TEST(Notification, APropertyMayBeNamedInEitherWidth) {
-    EXPECT_EQ(PropertyChanged(wstring16{'l', 'e', 'v'}).m_propertyName,
-              PropertyChanged(std::string("lev")).m_propertyName);
+TEST(PropertyChanged, NarrowsWideName) {
+    EXPECT_EQ(PropertyChanged(wstring16{'l', 'e', 'v'}).m_propertyName, "lev");
 }
 
 }  // namespace

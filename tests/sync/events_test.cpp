@@ -1,3 +1,4 @@
+// Events: the notification before the signal, the waits for one, any and all, and an event without memory.
 #include "support/events.h"
 
 #include <array>
@@ -9,58 +10,45 @@
 namespace KestSupport {
 namespace {
 
-struct Counted : KestEvent {
-    KestNotification* createNotification() override { return ++made, KestEvent::createNotification(); }
+constexpr int kSignalled = 0, kFailed = -1, kTimedOut = -2;
+
+// Records that a notification is created (c), handled (h) and destroyed (d).
+struct Observed : KestEvent, KestDependent {
+    Observed() { addDependent(*this); }
+    KestNotification* createNotification() override {
+        record += 'c';
+        return KestEvent::createNotification();
+    }
     void destroyNotification(KestNotification* notification) override {
-        ++returned;
+        record += 'd';
         KestEvent::destroyNotification(notification);
     }
-    int made = 0, returned = 0;
-};
-
-struct Told : KestDependent {
-    explicit Told(KestEvent& told) : event(told) { event.addDependent(*this); }
     void handleNotification(KestCollaborator&, const KestNotification& notification) override {
-        EXPECT_NE(dynamic_cast<const KestEventNotification*>(&notification), nullptr);
+        record += dynamic_cast<const KestEventNotification*>(&notification) != nullptr ? 'h' : '?';
         EXPECT_EQ(notification.getId(), 1);
-        EXPECT_EQ(event.wait(0), -2) << "dependents are told before the signal";
-        ++calls;
+        EXPECT_EQ(wait(0), kTimedOut) << "the signal follows the notification";
         if (throws) throw std::runtime_error("no");
     }
-    KestEvent& event;
-    int calls = 0;
+    std::string record;
     bool throws = false;
 };
 
-TEST(Event, TellsItsDependentsSignalsOnceAndGivesEveryNotificationBack) {
-    Counted event;
-    Told told(event);
+TEST(Event, NotifiesBeforeItSignals) {
+    Observed event;
     event.set();
-    EXPECT_EQ(event.wait(-1), 0);
-    EXPECT_EQ(event.wait(0), -2);
+    EXPECT_EQ(event.wait(-1), kSignalled);
+    EXPECT_EQ(event.wait(0), kTimedOut);
     event.set();
     event.reset();
-    EXPECT_EQ(event.wait(10), -2);
+    EXPECT_EQ(event.wait(10), kTimedOut);
     event.pulse();
-    EXPECT_EQ(event.wait(0), -2);
-    EXPECT_EQ(told.calls, 3);
-    told.throws = true;
+    EXPECT_EQ(event.wait(0), kTimedOut);
+    event.throws = true;
     EXPECT_THROW(event.set(), std::runtime_error);
-    EXPECT_EQ(event.wait(0), -2);
-    event.removeDependent(told);
+    EXPECT_EQ(event.wait(0), kTimedOut);
+    event.removeDependent(event);
     event.set();
-    EXPECT_EQ(told.calls, 4);
-    EXPECT_EQ(event.made, 5);
-    EXPECT_EQ(event.returned, 5);
-}
-
-TEST(Event, AllocatesNothingToBeSetWhileThereIsNoDependentToTell) {
-    static thread_local int t_allocations = 0;
-    KestEvent event;
-    const kit::AllocationHook counting([](std::size_t) { return ++t_allocations > 0; });
-    event.set();
-    event.pulse();
-    EXPECT_EQ(t_allocations, 0);
+    EXPECT_EQ(event.record, "chdchdchdchdcd");
 }
 
 TEST(Event, WaitsForAnyAndForAll) {
@@ -70,26 +58,37 @@ TEST(Event, WaitsForAnyAndForAll) {
     EXPECT_EQ(KestEvent::wait(set, false, 0), 2);
     events[0].set();
     events[2].set();
-    EXPECT_EQ(KestEvent::wait(3, events.data(), true, 10), -2);
-    EXPECT_EQ(KestEvent::wait(3, events.data(), false, -1), 0) << "the lowest, which the wait before did not take";
+    EXPECT_EQ(KestEvent::wait(3, events.data(), true, 10), kTimedOut);
+    EXPECT_EQ(KestEvent::wait(3, events.data(), false, -1), 0) << "the lowest, which the wait before did not consume";
     events[0].set();
     events[1].set();
-    EXPECT_EQ(KestEvent::wait(set, true, 0), 0) << "the third was still signalled";
-    EXPECT_EQ(KestEvent::wait(set, false, 0), -2);
-    EXPECT_EQ(KestEvent::wait(-4, events.data(), true, -1), -1);
+    EXPECT_EQ(KestEvent::wait(set, true, 0), kSignalled) << "the third was still signalled";
+    EXPECT_EQ(KestEvent::wait(set, false, 0), kTimedOut);
+    EXPECT_EQ(KestEvent::wait(-4, events.data(), true, -1), kFailed);
+    set.resize(65, &events[0]);
+    EXPECT_EQ(KestEvent::wait(set, false, 0), kFailed);
 }
 
-TEST(Event, WithoutAPlatformEventIsInert) {
-    const kit::FailingCalls failing("createEvent");
+TEST(Event, AllocatesNothingWithoutDependents) {
+    static thread_local int t_allocations = 0;
     KestEvent event;
-    const Told told(event);
+    const kit::AllocationHook counting([](std::size_t) { return ++t_allocations > 0; });
+    event.pulse();
+    event.set();
+    EXPECT_EQ(KestEvent::wait(1, &event, true, 0), kSignalled);
+    EXPECT_EQ(t_allocations, 0);
+}
+
+TEST(Event, IsInertWithoutMemory) {
+    const kit::FailingCalls failing("createEvent");
+    Observed event;
     event.set();
     event.pulse();
     event.reset();
-    EXPECT_EQ(told.calls, 0);
-    EXPECT_EQ(event.wait(-1), 0);
+    EXPECT_EQ(event.record, "");
+    EXPECT_EQ(event.wait(-1), kSignalled);
     EXPECT_EQ(event.getHandle(), nullptr);
-    EXPECT_EQ(KestEvent::wait(1, &event, false, 0), -1);
+    EXPECT_EQ(KestEvent::wait(1, &event, false, 0), kFailed);
 }
 
 }  // namespace

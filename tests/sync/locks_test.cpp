@@ -1,6 +1,9 @@
+// Locks in both modes: levels, copies, creation by the first use, and owners that end.
 #include "support/locks.h"
 
 #include <chrono>
+#include <latch>
+#include <new>
 
 #include "kit/failing_calls.h"
 
@@ -13,24 +16,28 @@ bool canBeTakenElsewhere(KestCriticalSectionObject& lock) {
     return taken;
 }
 
-// A lock that another file's initialisation takes must not be made again after that.
+// Compiles only if locks at namespace scope need no dynamic initialisation.
 constinit KestCriticalSectionObject g_section(true);
 constinit KestMutexObject g_mutex;
 
-class Locks : public testing::TestWithParam<bool> {
-  protected:
-    KestCriticalSectionObject lock{GetParam()};
+struct Locks : testing::TestWithParam<bool> {
+    void take(int levels) {
+        for (; levels > 0; --levels)
+            lock.lock();
+    }
+    const bool isSection = GetParam();
+    KestCriticalSectionObject lock{isSection};
 };
 INSTANTIATE_TEST_SUITE_P(Modes, Locks, testing::Bool(),
                          [](const auto& mode) { return mode.param ? "CriticalSection" : "Mutex"; });
 
-TEST_P(Locks, CountTheLevelsOfTheirOwnerAndUnwindThoseOfTheCallerOnly) {
+TEST_P(Locks, CountLevelsOfOwner) {
     {
-        const kit::FailingCalls failing(GetParam() ? "createCriticalSection" : "createMutex");
-        EXPECT_THROW(lock.lock(), std::bad_alloc) << "rather than a lock that excludes nobody";
+        const kit::FailingCalls failing(isSection ? "createCriticalSection" : "createMutex");
+        EXPECT_THROW(lock.lock(), std::bad_alloc);
     }
     EXPECT_EQ(lock.lockCount(), 0);
-    lock.lock();
+    take(1);
     {
         KestCriticalSection first(lock, false);
         EXPECT_TRUE(first.testAndSet());
@@ -39,13 +46,15 @@ TEST_P(Locks, CountTheLevelsOfTheirOwnerAndUnwindThoseOfTheCallerOnly) {
         first.unlock();
     }
     EXPECT_FALSE(canBeTakenElsewhere(lock));
-    EXPECT_EQ(lock.lockCount(), 1) << "each guard gives back the one level that it took";
+    EXPECT_EQ(lock.lockCount(), 1) << "each guard releases its own level";
     lock.unlock();
     EXPECT_TRUE(canBeTakenElsewhere(lock));
     lock.unlock();
-    EXPECT_EQ(lock.lockCount(), 0) << "a stray unlock";
-    for (int i = 0; i < 3; ++i)
-        lock.lock();
+    EXPECT_EQ(lock.lockCount(), 0) << "a level that no thread has is not released";
+}
+
+TEST_P(Locks, UnwindLevelsOfCaller) {
+    take(3);
     std::thread([this] {
         lock.unwind();
         lock.unlock();
@@ -56,11 +65,11 @@ TEST_P(Locks, CountTheLevelsOfTheirOwnerAndUnwindThoseOfTheCallerOnly) {
     EXPECT_TRUE(canBeTakenElsewhere(lock));
 }
 
-TEST_P(Locks, CopiesOfAUsedLockAreThatLockAndCopiesOfAFreshOneAreNot) {
-    KestCriticalSectionObject beforeUse(lock), assigned;
+TEST_P(Locks, ShareUsedLockWithCopies) {
+    KestCriticalSectionObject copyOfUnused(lock), assigned;
     lock.lock();
     assigned.lock();
-    EXPECT_TRUE(canBeTakenElsewhere(beforeUse));
+    EXPECT_TRUE(canBeTakenElsewhere(copyOfUnused));
     {
         const KestCriticalSectionObject copy(lock);
         assigned = copy;
@@ -68,52 +77,46 @@ TEST_P(Locks, CopiesOfAUsedLockAreThatLockAndCopiesOfAFreshOneAreNot) {
     const auto& itself = assigned;
     assigned = itself;
     EXPECT_FALSE(canBeTakenElsewhere(assigned));
-    lock = KestCriticalSectionObject(GetParam());
+    lock = KestCriticalSectionObject(isSection);
     EXPECT_EQ(lock.lockCount(), 0);
     assigned.unlock();
     EXPECT_TRUE(canBeTakenElsewhere(assigned));
 }
 
-TEST_P(Locks, ThreadsThatAreTheFirstToLockAnythingGetOneLock) {
+TEST_P(Locks, AreCreatedOnceByManyThreads) {
+    constexpr int kThreads = 3, kTurns = 100;
     for (int round = 0; round < 500; ++round) {
-        KestCriticalSectionObject fresh(GetParam());
-        std::atomic<int> ready{0};
+        KestCriticalSectionObject unused(isSection);
+        std::latch start(kThreads);
         long counter = 0;
-        std::vector<std::jthread> threads;
-        for (int t = 0; t < 3; ++t) {
-            threads.emplace_back([&] {
-                for (++ready; ready < 3;)
-                    std::this_thread::yield();
-                for (int i = 0; i < 100; ++i) {
-                    const KestCriticalSection guard(fresh, true);
-                    ++counter;
-                }
-            });
+        const auto use = [&] {
+            start.arrive_and_wait();
+            for (int i = 0; i < kTurns; ++i) {
+                const KestCriticalSection guard(unused, true);
+                ++counter;
+            }
+        };
+        {
+            const std::jthread first(use), second(use);
+            use();
         }
-        threads.clear();
-        ASSERT_EQ(counter, 300);
+        ASSERT_EQ(counter, kThreads * kTurns);
     }
 }
 
-TEST_P(Locks, AnEndedOwnersLevelsAreGoneForAMutexAndStayForACriticalSection) {
-    const auto takeTwiceAndEnd = [this] {
-        std::thread([this] {
-            lock.lock();
-            lock.lock();
-        }).join();
-    };
-    takeTwiceAndEnd();
+TEST_P(Locks, LoseEndedOwnerInMutexModeOnly) {
+    std::thread([this] { take(2); }).join();
     EXPECT_FALSE(lock.testAndSet());
-    EXPECT_EQ(lock.testAndSet(), !GetParam());
-    EXPECT_EQ(lock.lockCount(), GetParam() ? 2 : 1);
-    if (GetParam()) return;
+    EXPECT_EQ(lock.testAndSet(), !isSection);
+    EXPECT_EQ(lock.lockCount(), isSection ? 2 : 1);
+    if (isSection) return;
     lock.unlock();
-    takeTwiceAndEnd();
+    std::thread([this] { take(2); }).join();
     lock.lock();
     EXPECT_EQ(lock.lockCount(), 1);
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_FALSE(canBeTakenElsewhere(lock));
-    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(100)) << "a mutex is tried as long";
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(100));
     lock.unlock();
 }
 

@@ -1,4 +1,8 @@
+// Read-write lock: levels, copies and their owners, and which waiting threads wake.
 #include "support/read_write_lock.h"
+
+#include <chrono>
+#include <new>
 
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
@@ -9,21 +13,28 @@ namespace {
 using KestSupport::KestReadWriteLock;
 using namespace std::chrono_literals;
 
-// What another thread can take: a read lock (r), the write lock (w).
+// What another thread can take: a read level (r), the write lock (w).
 std::string obtainable(KestReadWriteLock lock) {
     std::string found;
     std::thread([&] {
-        if (lock.tryReadLock()) found += 'r', lock.readUnLock();
-        if (lock.tryWriteLock()) found += 'w', lock.writeUnLock();
+        if (lock.tryReadLock()) {
+            found += 'r';
+            lock.readUnLock();
+        }
+        if (lock.tryWriteLock()) {
+            found += 'w';
+            lock.writeUnLock();
+        }
     }).join();
     return found;
 }
 
-TEST(ReadWriteLock, IsOneWithItsCopiesCountsPerThreadAndReportsWhatIsNotHeld) {
+TEST(ReadWriteLock, CountsLevelsAcrossCopies) {
     const kit::LogCapture log(1);
     KestReadWriteLock lock, copy(lock);
     lock.readLock();
-    EXPECT_TRUE(lock.tryReadLock() && !lock.tryWriteLock());
+    EXPECT_TRUE(lock.tryReadLock());
+    EXPECT_FALSE(lock.tryWriteLock());
     std::thread([&] { lock.readUnLock(); }).join();
     copy.readUnLock();
     EXPECT_EQ(obtainable(copy), "r");
@@ -31,8 +42,9 @@ TEST(ReadWriteLock, IsOneWithItsCopiesCountsPerThreadAndReportsWhatIsNotHeld) {
     copy.readUnLock();
     EXPECT_EQ(obtainable(copy), "rw");
     lock.writeLock();
-    EXPECT_FALSE(lock.tryWriteLock() || lock.tryReadLock());
-    std::thread([&] { lock = KestReadWriteLock(); }).join();
+    EXPECT_FALSE(lock.tryWriteLock());
+    EXPECT_FALSE(lock.tryReadLock());
+    lock = KestReadWriteLock();
     std::thread([&] { copy.writeUnLock(); }).join();
     EXPECT_EQ(obtainable(lock), "rw");
     EXPECT_EQ(obtainable(copy), "");
@@ -49,7 +61,7 @@ struct Readers {
     KestReadWriteLock lock;
     kit::Gate release, written;
     std::atomic<int> reading{0};
-    std::vector<std::jthread> threads;  // joined before the rest goes
+    std::vector<std::jthread> threads;  // joined before the other members are destroyed
 
     void start(std::size_t count) {
         for (; count > 0; --count) {
@@ -63,12 +75,13 @@ struct Readers {
     }
 };
 
-TEST(ReadWriteLock, AWriterWaitsForTheLastOfManyReadersAndKeepsNoneOut) {
-    for (int round = 0; round < 10; ++round) {
+TEST(ReadWriteLock, LetsReadersPassWaitingWriter) {
+    constexpr int kReaders = 20;
+    for (const bool ownLevelIsLast : {false, true, false, true}) {
         Readers readers;
         readers.lock.readLock();
-        readers.start(20);
-        kit::await([&] { return readers.reading == 20; });
+        readers.start(kReaders);
+        kit::await([&] { return readers.reading == kReaders; });
         readers.threads.emplace_back([&] {
             readers.lock.writeLock();
             readers.written.open();
@@ -76,16 +89,16 @@ TEST(ReadWriteLock, AWriterWaitsForTheLastOfManyReadersAndKeepsNoneOut) {
         });
         EXPECT_FALSE(readers.written.passWithin(10ms));
         readers.start(1);
-        kit::await([&] { return readers.reading == 21; });
-        if (round % 2 == 0) readers.release.open();
+        kit::await([&] { return readers.reading == kReaders + 1; });
+        if (ownLevelIsLast) readers.release.open();
         EXPECT_FALSE(readers.written.passWithin(10ms));
         readers.lock.readUnLock();
         readers.release.open();
     }
 }
 
-TEST(ReadWriteLock, OneWaitingReaderIsWokenEachTimeTheLockBecomesFree) {
-    // A reader that comes late does not wait at all, so on a busy machine it may take several attempts.
+TEST(ReadWriteLock, WakesOneReaderAfterWriter) {
+    // A reader that starts late does not wait, so a busy machine may need several attempts.
     for (bool oneSlept = false; !oneSlept;) {
         Readers readers;
         readers.lock.writeLock();

@@ -73,12 +73,13 @@ class KEST_SUPPORT_EXPORT KestEncryption {
     /// An empty key is refused with "KestInvalidEncryptionException - The key passed is empty", after `out` was made
     /// longer.
     virtual void encryptData(const std::string& key, const std::string& data, std::string& out);
-    /// The same, but an empty key returns false with the text, without its prefix, in `message`.
+    /// The same, but returns false for an empty key, with the text without its prefix in `message`.
     virtual bool encryptDataImpl(const std::string& key, const std::string& data, std::string& out,
                                  std::string& message);
     /// Decrypts into `out` in the same way. But an empty key is refused also for empty data, and empty data make `out`
     /// empty.
     virtual void decryptData(const std::string& key, std::string& data, std::string& out);
+    /// The same, but returns false for an empty key, as encryptDataImpl does.
     virtual bool decryptDataImpl(const std::string& key, std::string& data, std::string& out, std::string& message);
 
     virtual Strength getStrength() const;

@@ -10,8 +10,7 @@
 //
 // The module data of this library works by static construction and destruction; a program need not do anything. At
 // unload it deletes the object factory of the process, then the timer manager. A timer that is started after that stays
-// stopped. Before the unload all other threads must have left the
-// library, and all its objects must be released.
+// stopped. Before the unload all other threads must have left the library, and all its objects must be released.
 //
 // Threads: while one thread assigns to a KestLibrary, no other may use it. Static construction and destruction run on
 // one thread. The classes use no locks.
@@ -64,13 +63,14 @@ class KEST_SUPPORT_EXPORT ModuleData {
     static void entry() noexcept;
     static void exit() noexcept;
 
-    static ModuleData* m_pHead;  ///< null; the library never changes it
+    static ModuleData* m_pHead;  ///< null; the library does not change it
 
   protected:
     bool m_enabled;
-    std::int32_t m_initCount = 0;  ///< how often it was initialised without being terminated
+    std::int32_t m_initCount = 0;  ///< the number of initialisations minus the number of terminations
 };
 
+/// A base without members of its own.
 class KEST_SUPPORT_EXPORT ModuleDataControl {
   public:
     ModuleDataControl() noexcept = default;

@@ -72,6 +72,7 @@ class KEST_SUPPORT_EXPORT KestService {
     /// false on failure, and true on a platform without a manager.
     bool remove();
 
+    /// Returns the current state.
     tState state() const noexcept;
     const std::string& serviceName() const noexcept { return m_serviceName; }
 

@@ -67,7 +67,9 @@ class KEST_SUPPORT_EXPORT KestServiceControl {
     virtual unsigned GetServiceStatus() = 0;
     /// Returns 2 automatic, 3 on demand, 4 disabled, or another number of the platform.
     virtual unsigned GetServiceStartType() = 0;
+    /// Changes the start type to one of these numbers.
     virtual void SetServiceStartType(unsigned startType) = 0;
+    /// Returns whether the manager has a service of the name.
     virtual bool IsServiceInstalled() = 0;
 
   protected:
@@ -99,7 +101,7 @@ class KEST_SUPPORT_EXPORT KestServiceControlWin : public KestServiceControl {
     void awaitState(std::uint32_t wanted, std::uint32_t pending);
 
     std::shared_ptr<void> m_scmHandle;  // null when closed
-    void* m_serviceHandle = nullptr;    // open during an operation; after a failed one, until the next
+    void* m_serviceHandle = nullptr;    // open during an operation, and after a failed one until the next operation
 };
 
 }  // namespace KestSupport

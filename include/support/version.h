@@ -7,7 +7,8 @@
 // A range is a pair of versions: from the first one up to, but not including, the second one. If the second one is
 // empty, the range holds only the first one.
 //
-// Threads: several threads may call const operations at once; for any other operation, one thread at a time.
+// Threads: several threads may call const operations of one version at once. While one thread changes a version, no
+// other may use it.
 #pragma once
 
 #include <support/exceptions.h>
@@ -49,6 +50,7 @@ class KEST_SUPPORT_EXPORT KestVersion {
     /// ".beta".
     std::string toString() const;
 
+    /// Compare by numbers, then by suffix.
     bool operator<(const KestVersion& other) const;
     bool operator==(const KestVersion& other) const;
     bool operator<=(const KestVersion& other) const;
@@ -63,6 +65,7 @@ class KEST_SUPPORT_EXPORT KestVersion {
     /// pieces are checked before any version is read; then a version that cannot be read throws like the constructor.
     static std::vector<std::pair<KestVersion, KestVersion>> createRangeVector(const std::string& spec);
 
+    /// Whether the range holds the version.
     static bool inRange(const std::pair<KestVersion, KestVersion>& range, const KestVersion& v);
 
   private:

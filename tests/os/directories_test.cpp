@@ -11,9 +11,9 @@
 #include "support/exceptions.h"
 #include "support/utilities.h"
 
-namespace KestSupport {
 namespace {
 
+using namespace KestSupport;
 namespace fs = std::filesystem;
 using Texts = std::vector<std::string>;
 
@@ -144,4 +144,3 @@ TEST(RemoveDirectory, ReportsEachFailedSystemCall) {
 }
 
 }  // namespace
-}  // namespace KestSupport

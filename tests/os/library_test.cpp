@@ -9,8 +9,9 @@
 #include "kit/failure_of.h"
 #include "kit/temporary_folder.h"
 
-namespace KestSupport {
 namespace {
+
+using namespace KestSupport;
 
 TEST(Library, UnloadsWithTheLastLoad) {
     const kit::TemporaryFolder folder;
@@ -53,4 +54,3 @@ TEST(Library, ReportsFailedLoads) {
 }
 
 }  // namespace
-}  // namespace KestSupport

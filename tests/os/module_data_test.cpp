@@ -10,8 +10,9 @@
 #include "support/timers.h"
 #include "threads/timer_manager.h"
 
-namespace KestSupport {
 namespace {
+
+using namespace KestSupport;
 
 // One test, because the tear-down is permanent.
 TEST(ModuleData, EndsFactoryAndTimers) {
@@ -41,4 +42,3 @@ TEST(ModuleData, EndsFactoryAndTimers) {
 }
 
 }  // namespace
-}  // namespace KestSupport

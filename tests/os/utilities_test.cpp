@@ -20,9 +20,9 @@
 #include "kit/log_capture.h"
 #include "support/exceptions.h"
 
-namespace KestSupport {
 namespace {
 
+using namespace KestSupport;
 using kit::ChildProcess;
 using Texts = std::vector<std::string>;
 namespace fs = std::filesystem;
@@ -254,4 +254,3 @@ TEST(FindFile, ReturnsMatchingNames) {
 }
 
 }  // namespace
-}  // namespace KestSupport

@@ -213,8 +213,7 @@ TEST(DateTime, AgreesWithTheRuntime) {
 
 TEST(DateTime, ComparesInstants) {
     const TimeZoneGuard guard(kBerlin);
-    const D early = dateOf("06/11/1994 08:49:36");
-    const D late = dateOf("06/11/1994 08:49:37");
+    const D early = dateOf("06/11/1994 08:49:36"), late = dateOf("06/11/1994 08:49:37");
     EXPECT_EQ(late.getTime(), 784108177);
     const auto compared = [](const D& a, const D& b) {
         return std::string(a < b ? "<" : "") + (a <= b ? "<=" : "") + (a == b ? "==" : "") + (a != b ? "!=" : "") +

@@ -103,6 +103,7 @@ TEST(Encryption, RepeatsAKeyToItsLimit) {
 
 TEST(Encryption, RefusesEmptyKeysAndUnknownModes) {
     const std::string prefix = "KestInvalidEncryptionException - ", emptyKey = prefix + "The key passed is empty";
+    const std::string noMode = prefix + "The mode is not initialized properly";
     KestEncryption cipher(KestEncryption::Strength(7));
     std::string none, out, message = "untouched";
     const auto encrypting = [&](const std::string& key, const std::string& data) {
@@ -114,8 +115,7 @@ TEST(Encryption, RefusesEmptyKeysAndUnknownModes) {
     EXPECT_EQ(encrypting("", "x"), emptyKey);
     EXPECT_EQ(out, std::string(8, '\0'));
     EXPECT_EQ(kit::failureOf([&] { cipher.decryptData("", none, out); }), emptyKey);
-    for (int attempt = 0; attempt < 2; ++attempt)
-        EXPECT_EQ(encrypting("key", "x"), prefix + "The mode is not initialized properly");
+    EXPECT_EQ(encrypting("key", "x") + encrypting("key", "x"), noMode + noMode);
 }
 
 TEST(Encryption, KeepsOneScheduleAndLeavesNoTrace) {
@@ -135,12 +135,12 @@ TEST(Encryption, KeepsOneScheduleAndLeavesNoTrace) {
             expectRight(copy, claimed ? key : "other");
         }
     }
-    const auto hasKey = [&] { return std::string_view(memory, sizeof memory).find("short") < sizeof memory; };
-    const auto zeros = [&] { return std::count(memory, memory + sizeof memory, '\0'); };
-    EXPECT_TRUE(hasKey());
+    const std::string_view bytesOfCipher(memory, sizeof memory);
+    const auto zeros = [&] { return std::count(bytesOfCipher.begin(), bytesOfCipher.end(), '\0'); };
+    EXPECT_NE(bytesOfCipher.find("short"), bytesOfCipher.npos);
     EXPECT_LT(zeros(), 200);
     cipher->~KestEncryption();
-    EXPECT_FALSE(hasKey());
+    EXPECT_EQ(bytesOfCipher.find("short"), bytesOfCipher.npos);
     EXPECT_GT(zeros(), 4000);
 }
 

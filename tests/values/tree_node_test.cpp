@@ -10,9 +10,9 @@
 #include "kit/failure_of.h"
 #include "kit/log_capture.h"
 
-namespace KestSupport {
 namespace {
 
+using namespace KestSupport;
 using Node = KestSmartPointer<KestTreeNode>;
 using Path = std::vector<std::string>;
 
@@ -170,4 +170,3 @@ TEST(TreeNode, FindsAndAddsAlongPaths) {
 }
 
 }  // namespace
-}  // namespace KestSupport

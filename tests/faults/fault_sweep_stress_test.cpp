@@ -247,11 +247,13 @@ void spawn() {
 void findAndRemove() {
     const Folder folder;
     const std::string tree = folder.pathOf("tree");
-    accept(KestCreateDirectory(tree + "/below/it"));
+    const std::string deep =
+        tree + "/b/c/d/e/f/g/h/i/j/k/l/m/n/o/p/q/r/s/t";  // more folders than the removal keeps open
+    accept(KestCreateDirectory(deep));
     confirm("made", [&] {
         folder->write("tree/a.txt", "a");
-        folder->write("tree/below/b.txt", "b");
-        return std::filesystem::is_directory(tree + "/below/it");
+        folder->write("tree/b/b.txt", "b");
+        return std::filesystem::is_directory(deep);
     });
     for (KestFindFile search(tree + "/*.txt"); search.hasMore();) {
         const std::string name = search.next();

@@ -107,7 +107,7 @@ struct Objector : KestDependent {
     std::atomic<int> objections{0};
 };
 
-TEST(Service, KeepsItsStateAfterAFailedStop) {
+TEST(Service, KeepsRunningAfterAFailedStop) {
     for (const bool asService : {false, true}) {
         RecordingServiceManager manager;
         const kit::LogCapture log(1);

@@ -149,13 +149,17 @@ TEST(ExpandString, LimitsItsGrowth) {
     EXPECT_TRUE(most.ends_with(">1"));
 }
 
-TEST(GetEnvironmentVariable, ReadsTheRegistry) {
-    const kit::TemporaryFolder folder;
+class GetEnvironmentVariable : public testing::Test {
+  protected:
+    GetEnvironmentVariable() { environment.set("KEST_STATE_DIR", folder.path()); }
+    std::string write(const std::string& values) {
+        return folder.write("registry.reg", "Windows Registry Editor Version 5.00\n\n[HKLM\\a\\b]\n" + values);
+    }
+    kit::TemporaryFolder folder;
     kit::EnvironmentGuard environment;
-    environment.set("KEST_STATE_DIR", folder.path());
-    const auto write = [&](const std::string& text) {
-        folder.write("registry.reg", "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\a\\b]\n" + text);
-    };
+};
+
+TEST_F(GetEnvironmentVariable, ReadsTheRegistry) {
     write(
         "\"Text\"=\"1.2\"\n\"Minus\"=dword:ffffffff\n\"Big\"=hex(5):2a,01,00,00\n\"Short\"=hex(4):07\n"
         "\"Ended\"=hex(1):61,00,00,00,62,00\n\"Binary\"=hex:01\n\"Expanded\"=hex(2):61,00\n"
@@ -178,14 +182,12 @@ TEST(GetEnvironmentVariable, ReadsTheRegistry) {
     }
 }
 
-TEST(GetEnvironmentVariable, LogsAnUnusableRegistry) {
-    const kit::TemporaryFolder folder;
-    kit::EnvironmentGuard environment;
-    environment.set("KEST_STATE_DIR", folder.path());
-    const std::string file =
-        folder.write("registry.reg", "Windows Registry Editor Version 5.00\n\n[HKLM\\a]\n\"Text\"=\"9\"\n");
+TEST_F(GetEnvironmentVariable, LogsAnUnusableRegistry) {
+    const std::string file = write("\"Text\"=\"9\"\n");
     const kit::LogCapture log(1);
-    const auto expectNone = [](const std::string& why) { EXPECT_EQ(KestGetEnvironmentVariable("a\\Text"), "") << why; };
+    const auto expectNone = [](const std::string& why) {
+        EXPECT_EQ(KestGetEnvironmentVariable("a\\b\\Text"), "") << why;
+    };
     for (const char* call : {"findRegistry", "openRegistry", "readRegistry"}) {
         const kit::FailingCalls calls(call, 1, true, EMFILE);
         expectNone(call);
@@ -200,7 +202,7 @@ TEST(GetEnvironmentVariable, LogsAnUnusableRegistry) {
         expectNone("owned by another user");
         ASSERT_EQ(chown(file.c_str(), 0, 0), 0);
     }
-    EXPECT_EQ(KestGetEnvironmentVariable("a\\Text"), "9");
+    EXPECT_EQ(KestGetEnvironmentVariable("a\\b\\Text"), "9");
     fs::remove(file);
     expectNone("no file");
     ASSERT_EQ(mkfifo(file.c_str(), 0600), 0);

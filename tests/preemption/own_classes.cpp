@@ -27,45 +27,22 @@ class RwLockImplementation {
     void writeUnLock();
 };
 
-LockBase::~LockBase() {
-    std::abort();
-}
-unsigned long LockBase::addRef() {
-    std::abort();
-}
-unsigned long LockBase::release() {
-    std::abort();
-}
-LockImplementation::LockImplementation(bool) {
-    std::abort();
-}
-LockImplementation::~LockImplementation() {
-    std::abort();
-}
-void LockImplementation::lock() {
-    std::abort();
-}
-void LockImplementation::unlock() {
-    std::abort();
-}
-bool LockImplementation::testAndSet() {
-    std::abort();
-}
-RwLockImplementation::RwLockImplementation() {
-    std::abort();
-}
-RwLockImplementation::~RwLockImplementation() {
-    std::abort();
-}
-void RwLockImplementation::readLock() {
-    std::abort();
-}
-void RwLockImplementation::readUnLock() {
-    std::abort();
-}
-bool RwLockImplementation::tryWriteLock() {
-    std::abort();
-}
-void RwLockImplementation::writeUnLock() {
-    std::abort();
-}
+// Out of line, so that the program exports it.
+#define KEST_NEVER_CALLED(function) \
+    function {                      \
+        std::abort();               \
+    }
+KEST_NEVER_CALLED(LockBase::~LockBase())
+KEST_NEVER_CALLED(unsigned long LockBase::addRef())
+KEST_NEVER_CALLED(unsigned long LockBase::release())
+KEST_NEVER_CALLED(LockImplementation::LockImplementation(bool))
+KEST_NEVER_CALLED(LockImplementation::~LockImplementation())
+KEST_NEVER_CALLED(void LockImplementation::lock())
+KEST_NEVER_CALLED(void LockImplementation::unlock())
+KEST_NEVER_CALLED(bool LockImplementation::testAndSet())
+KEST_NEVER_CALLED(RwLockImplementation::RwLockImplementation())
+KEST_NEVER_CALLED(RwLockImplementation::~RwLockImplementation())
+KEST_NEVER_CALLED(void RwLockImplementation::readLock())
+KEST_NEVER_CALLED(void RwLockImplementation::readUnLock())
+KEST_NEVER_CALLED(bool RwLockImplementation::tryWriteLock())
+KEST_NEVER_CALLED(void RwLockImplementation::writeUnLock())

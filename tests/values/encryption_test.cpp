@@ -118,7 +118,7 @@ TEST(Encryption, RefusesEmptyKeysAndUnknownModes) {
     EXPECT_EQ(encrypting("key", "x") + encrypting("key", "x"), noMode + noMode);
 }
 
-TEST(Encryption, KeepsOneScheduleAndLeavesNoTrace) {
+TEST(Encryption, ReusesAndErasesKeys) {
     alignas(KestEncryption) char memory[sizeof(KestEncryption)] = {};
     auto* const cipher = new (memory) KestEncryption;
     const auto expectRight = [](KestEncryption& used, const std::string& key) {

@@ -59,7 +59,7 @@ TEST(Version, OrdersByNumbersThenSuffix) {
     }
 }
 
-TEST(Version, HoldsTheLowEndOfARange) {
+TEST(Version, HoldsVersionsInRanges) {
     EXPECT_EQ(ranges(""), "");
     EXPECT_EQ(ranges("{5-6.0x},{1.a-2-3},, {1-2}"), "5 to 6.0; 1.a to 2;  to ; . {1-2} to ; ");
     for (const char* const spec : {"{", "{}", "{5.0}", "{5.0-}", "{-6.0}", "{5-6", "x.y,{5-6"})

@@ -67,14 +67,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     wstring16 units(text.size() / 2, 0);
     std::memcpy(units.data(), text.data(), 2 * units.size());
 
-    checkStable(platform::codePageUtf8, text, units);
+    checkStable(platform::kCodePageUtf8, text, units);
     widen(ansi, text);
     narrow(ansi, units);
 
     static const std::locale utf8(std::locale::classic(), new utf8_ctype);
     const std::locale user(std::locale::classic(), new ansi_ctype);
-    require(KestStringUtilities::widen(text, utf8) == upToZero(widen(platform::codePageUtf8, text)));
-    require(KestStringUtilities::narrow(units, utf8) == upToZero(narrow(platform::codePageUtf8, units)));
+    require(KestStringUtilities::widen(text, utf8) == upToZero(widen(platform::kCodePageUtf8, text)));
+    require(KestStringUtilities::narrow(units, utf8) == upToZero(narrow(platform::kCodePageUtf8, units)));
     require(KestStringUtilities::widen(text, user) == widen(ansi, upToZero(text)));
     require(KestStringUtilities::narrow(units, user) == narrow(ansi, upToZero(units)));
     return 0;

@@ -14,7 +14,7 @@ namespace KestSupport::platform {
 /// The number of a code page, valid as long as the process.
 using CodePage = unsigned;
 
-inline constexpr CodePage codePageUtf8 = 65001;
+inline constexpr CodePage kCodePageUtf8 = 65001;
 
 /// Returns the ANSI code page: the character set of the present environment.
 CodePage ansiCodePage();

@@ -48,9 +48,9 @@ void KestBaseProducerConsumer::setSyncEvent() {
 
 void KestBaseProducerConsumer::waitForSyncEvent() {
     if (m_pSync == nullptr) {
-        constexpr std::uint32_t pollEvery = 10;  // milliseconds
+        constexpr std::uint32_t kPollEvery = 10;  // milliseconds
         unlockSyncMutex();
-        platform::sleepThread(pollEvery);
+        platform::sleepThread(kPollEvery);
         lockSyncMutex();
         return;
     }

@@ -253,14 +253,14 @@ int KestThread::wait(int timeout) {
 
 bool KestThread::setPriority(t_Priority priority) {
     using platform::ThreadPriority;
-    constexpr std::array<ThreadPriority, 7> priorities{
+    constexpr std::array<ThreadPriority, 7> kPriorities{
         ThreadPriority::aboveNormal, ThreadPriority::belowNormal, ThreadPriority::highest,     ThreadPriority::idle,
         ThreadPriority::lowest,      ThreadPriority::normal,      ThreadPriority::timeCritical};
     const NativeUse use(*this);
     if (!use) return false;
     const auto index = static_cast<std::size_t>(priority);
     return platform::setThreadPriority(use.handle(),
-                                       index < priorities.size() ? priorities[index] : ThreadPriority::normal);
+                                       index < kPriorities.size() ? kPriorities[index] : ThreadPriority::normal);
 }
 
 int KestThread::getExitCode() const noexcept {

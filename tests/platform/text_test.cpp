@@ -44,19 +44,19 @@ TEST(Text, Utf8CarriesWhatIsInOrder) {
     const std::string bytes =
         "a\0b\x7F|\xC2\x80|\xDF\xBF|\xE0\xA0\x80|\xEF\xBF\xBF|\xED\x9F\xBF|\xEE\x80\x80|\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"s;
     const Units units = unitsOf(u"a\0b\x7F|\u0080|\u07FF|\u0800|\uFFFF|\uD7FF|\uE000|\U00010000\U0010FFFF"s);
-    EXPECT_EQ(widened(codePageUtf8, bytes), units);
-    EXPECT_EQ(narrowed(codePageUtf8, units), bytes);
+    EXPECT_EQ(widened(kCodePageUtf8, bytes), units);
+    EXPECT_EQ(narrowed(kCodePageUtf8, units), bytes);
     Units all;
     for (unsigned c = 0; c < 0x110000; ++c) {
         if (c >= 0x10000) all.push_back(static_cast<unsigned short>(0xD7C0 + (c >> 10)));
         if (c < 0xD800 || c > 0xDFFF)
             all.push_back(static_cast<unsigned short>(c < 0x10000 ? c : 0xDC00 | (c & 0x3FF)));
     }
-    EXPECT_TRUE(widened(codePageUtf8, narrowed(codePageUtf8, all)) == all);
+    EXPECT_TRUE(widened(kCodePageUtf8, narrowed(kCodePageUtf8, all)) == all);
     // ASCII is copied in blocks: what is not ASCII is put at each distance from their borders.
     for (std::size_t place = 0; place < 40; ++place) {
         const std::string text = std::string(place, 'a') + bytes + std::string(33, 'z') + bytes;
-        EXPECT_EQ(narrowed(codePageUtf8, widened(codePageUtf8, text)), text);
+        EXPECT_EQ(narrowed(kCodePageUtf8, widened(kCodePageUtf8, text)), text);
     }
 }
 
@@ -67,11 +67,11 @@ TEST(Text, Utf8GivesOneReplacementForEachMaximalPartOfABrokenSequence) {
     const std::string expected = "??x|????|???|??????|????|??????|?x?x|?\xE9?\xE9|?\xE9?\xE9|?";
     for (const std::string end : {"\xC3", "\xE2\x82", "\xF0\x9F\x98"}) {
         std::string found;
-        for (const unsigned short unit : widened(codePageUtf8, bytes + end))
+        for (const unsigned short unit : widened(kCodePageUtf8, bytes + end))
             found += unit == 0xFFFD ? '?' : static_cast<char>(unit);
         EXPECT_EQ(found, expected);
     }
-    EXPECT_EQ(narrowed(codePageUtf8, unitsOf(u"\xDE00x|\xD83Dx\xDE00|\xD83D\xD83D\xDE00|\xDE00\xD83D")),
+    EXPECT_EQ(narrowed(kCodePageUtf8, unitsOf(u"\xDE00x|\xD83Dx\xDE00|\xD83D\xD83D\xDE00|\xDE00\xD83D")),
               "\xEF\xBF\xBDx|\xEF\xBF\xBDx\xEF\xBF\xBD|\xEF\xBF\xBD\xF0\x9F\x98\x80|\xEF\xBF\xBD\xEF\xBF\xBD");
 }
 
@@ -100,7 +100,7 @@ TEST(Text, EnvironmentVariablesDecideInTheirOrder) {
     environment.setLocale("C");
     for (const auto& [name, value] : {std::pair("LC_CTYPE", "C.UTF-8"), {"LC_ALL", "C"}, {"LC_ALL", ""}}) {
         environment.set(name, value);
-        EXPECT_EQ(ansiCodePage() == codePageUtf8, *value != 'C' || value[1] != 0) << name << "=" << value;
+        EXPECT_EQ(ansiCodePage() == kCodePageUtf8, *value != 'C' || value[1] != 0) << name << "=" << value;
     }
 }
 

@@ -14,8 +14,8 @@ inline constexpr std::size_t kUnitsPerWord = sizeof(std::uint64_t) / sizeof(Unit
 /// Returns a word with `value` in each of its units.
 template <typename Unit>
 constexpr std::uint64_t wordOf(Unit value) {
-    constexpr std::uint64_t ones = ~std::uint64_t{0} / static_cast<Unit>(-1);
-    return ones * value;
+    constexpr std::uint64_t kOnes = ~std::uint64_t{0} / static_cast<Unit>(-1);
+    return kOnes * value;
 }
 
 template <typename Unit>

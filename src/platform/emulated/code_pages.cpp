@@ -62,9 +62,9 @@ CodePage codePageOfCharset(const std::string& charset) {
 // Asks the system first, then the name of the locale.
 CodePage findCodePage(const std::string& locale) {
     const std::string stated = statedCharset(locale);
-    if (isUtf8(stated)) return codePageUtf8;
+    if (isUtf8(stated)) return kCodePageUtf8;
     for (const std::string& charset : {installedCharset(locale), stated}) {
-        if (isUtf8(charset)) return codePageUtf8;
+        if (isUtf8(charset)) return kCodePageUtf8;
         if (charset.empty()) continue;
         if (const CodePage page = codePageOfCharset(charset); page != 0) return page;
     }

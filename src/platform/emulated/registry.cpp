@@ -19,9 +19,9 @@ namespace {
 std::string_view recoded(std::string_view text, bool toUtf8, std::string& buffer) {
     if (isAscii(text)) return text;
     const CodePage ansi = ansiCodePage();
-    if (ansi == codePageUtf8) return text;
-    const WideUnits units = toUnits(toUtf8 ? ansi : codePageUtf8, text);
-    return buffer = fromUnits(toUtf8 ? codePageUtf8 : ansi, units);
+    if (ansi == kCodePageUtf8) return text;
+    const WideUnits units = toUnits(toUtf8 ? ansi : kCodePageUtf8, text);
+    return buffer = fromUnits(toUtf8 ? kCodePageUtf8 : ansi, units);
 }
 
 class Registry {

@@ -34,7 +34,7 @@ WideUnits unitsOf(std::string_view bytes) {
 
 // The file's text in UTF-8, without its byte-order mark.
 std::string textOf(std::string_view bytes) {
-    if (bytes.starts_with("\xFF\xFE")) return fromUnits(codePageUtf8, unitsOf(bytes.substr(2)));
+    if (bytes.starts_with("\xFF\xFE")) return fromUnits(kCodePageUtf8, unitsOf(bytes.substr(2)));
     if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
     return std::string(bytes);
 }
@@ -53,10 +53,10 @@ std::string folded(std::string_view name) {
         foldAscii(name, text.data());
         return text;
     }
-    WideUnits units = toUnits(codePageUtf8, name);
+    WideUnits units = toUnits(kCodePageUtf8, name);
     for (unsigned short& unit : units)
         unit = static_cast<unsigned short>(std::towlower(unit));
-    return fromUnits(codePageUtf8, units);
+    return fromUnits(kCodePageUtf8, units);
 }
 
 // A folded name. A short one takes no memory from the heap.
@@ -180,7 +180,7 @@ class FileReader {
         if (take("(") && (!takeHexadecimal(type) || !take(")"))) return std::nullopt;
         if (!take(":")) return std::nullopt;
         std::string bytes = readBytes();
-        if (type == kRegistryString) bytes = fromUnits(codePageUtf8, unitsOf(bytes));
+        if (type == kRegistryString) bytes = fromUnits(kCodePageUtf8, unitsOf(bytes));
         return RegistryValue{type, std::move(bytes)};
     }
 

@@ -35,13 +35,13 @@ constexpr LocaleId kLocaleIds[] = {
 
 std::size_t widenText(CodePage codePage, const char* text, std::size_t length, unsigned short* dest,
                       std::size_t capacity) {
-    if (codePage == codePageUtf8) return widenUtf8(text, length, dest, capacity);
+    if (codePage == kCodePageUtf8) return widenUtf8(text, length, dest, capacity);
     return characterSet(codePage).widen(text, length, dest, capacity);
 }
 
 std::size_t narrowText(CodePage codePage, const unsigned short* text, std::size_t length, char* dest,
                        std::size_t capacity) {
-    if (codePage == codePageUtf8) return narrowUtf8(text, length, dest, capacity);
+    if (codePage == kCodePageUtf8) return narrowUtf8(text, length, dest, capacity);
     return characterSet(codePage).narrow(text, length, dest, capacity);
 }
 

@@ -114,10 +114,10 @@ bool isServiceName(std::string_view name) noexcept {
 }
 
 bool isValidService(const StoredService& service) {
-    constexpr std::uint32_t highestErrorControl = 3;
+    constexpr std::uint32_t kHighestErrorControl = 3;
     const std::vector<std::string> dependencies = dependencyNames(service.dependencies);
     return (service.type & ~kServiceInteractive) == kServiceOwnProcess && service.startType >= kServiceAutoStart &&
-           service.startType <= kServiceDisabled && service.errorControl <= highestErrorControl &&
+           service.startType <= kServiceDisabled && service.errorControl <= kHighestErrorControl &&
            !service.commandLine.empty() && service.commandLine.size() <= kLongestCommandLine &&
            isWithoutNul(service.commandLine) && isWithoutNul(service.displayName) &&
            service.displayName.size() <= kLongestName &&

@@ -10,7 +10,7 @@
 
 namespace KestSupport::platform {
 
-inline constexpr std::size_t kConfigurationLimit = 128 * 1024;  ///< bytes of a file
+inline constexpr std::size_t kConfigurationLimit = std::size_t{128} * 1024;  ///< bytes of a file
 
 struct StoredService : ServiceConfiguration {
     std::string description;  ///< UTF-8

@@ -57,15 +57,15 @@ bool hasStatus(ErrorCode error) {
 }  // namespace
 
 std::uint32_t serviceTimeout() {
-    constexpr std::uint32_t usual = 30'000;
-    constexpr std::uint32_t most = 24U * 60 * 60 * 1000;
+    constexpr std::uint32_t kUsual = 30'000;
+    constexpr std::uint32_t kMost = 24U * 60 * 60 * 1000;
     const char* const text = std::getenv("KEST_SERVICE_TIMEOUT");
-    if (text == nullptr) return usual;
+    if (text == nullptr) return kUsual;
     std::uint32_t value = 0;
     const std::string_view digits = text;
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
     const bool whole = error == std::errc() && end == digits.data() + digits.size();
-    return whole && value > 0 && value <= most ? value : usual;
+    return whole && value > 0 && value <= kMost ? value : kUsual;
 }
 
 ErrorCode controlService(const ServiceDatabase& database, const std::string& name, std::uint32_t control,

@@ -277,7 +277,7 @@ ErrorCode EmbeddedServiceManager::changeConfiguration(Handle service, const Serv
 ErrorCode EmbeddedServiceManager::queryDescription(Handle service, WideUnits& description) {
     return withService(service, kServiceQueryConfiguration, [&](const OpenHandle& open) -> ErrorCode {
         const Result<StoredService> stored = open.files().read();
-        if (stored) description = toUnits(codePageUtf8, stored->description);
+        if (stored) description = toUnits(kCodePageUtf8, stored->description);
         return stored.error();
     });
 }
@@ -285,7 +285,7 @@ ErrorCode EmbeddedServiceManager::queryDescription(Handle service, WideUnits& de
 ErrorCode EmbeddedServiceManager::setDescription(Handle service, std::span<const unsigned short> description) {
     return withService(service, kServiceChangeConfiguration, [&](const OpenHandle& open) {
         return updateConfiguration(
-            open, [&](StoredService& stored) { stored.description = fromUnits(codePageUtf8, description); });
+            open, [&](StoredService& stored) { stored.description = fromUnits(kCodePageUtf8, description); });
     });
 }
 

@@ -21,7 +21,7 @@ namespace KestSupport::platform {
 inline constexpr std::size_t kServiceRecordSize = 40;  ///< bytes of a status record
 inline constexpr std::size_t kServiceReplySize = 40;
 inline constexpr std::size_t kServiceRequestSize = 8;
-inline constexpr std::size_t kServiceStartLimit = 64 * 1024;  ///< bytes of the start message
+inline constexpr std::size_t kServiceStartLimit = std::size_t{64} * 1024;  ///< bytes of the start message
 
 struct ServiceReply {
     ErrorCode error = 0;

@@ -321,8 +321,8 @@ void ServiceProcess::acceptConnection() {
 }
 
 void ServiceProcess::answer(const Channel& connection) {
-    constexpr std::uint32_t patience = 1000;  // milliseconds
-    const Result<std::string> message = connection.receive(patience, kServiceRequestSize + 1);
+    constexpr std::uint32_t kPatience = 1000;  // milliseconds
+    const Result<std::string> message = connection.receive(kPatience, kServiceRequestSize + 1);
     if (!message) return;
     const auto control = decodeRequest(*message);
     if (!control) return;

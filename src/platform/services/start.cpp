@@ -99,10 +99,10 @@ class ServiceStart {
     }
 
     static ErrorCode awaitDispatcher(const Channel& channel, Process& process) {
-        constexpr std::uint32_t lookAgainAfter = 100;  // milliseconds, for cancelStarts
+        constexpr std::uint32_t kLookAgainAfter = 100;  // milliseconds, for cancelStarts
         ErrorCode error = errorServiceRequestTimeout;
         for (std::uint32_t left = serviceTimeout(); error == errorServiceRequestTimeout && left > 0 && !g_cancelled;) {
-            const std::uint32_t step = std::min(left, lookAgainAfter);
+            const std::uint32_t step = std::min(left, kLookAgainAfter);
             const Result<std::string> message = channel.receive(step, kServiceReplySize + 1);
             if (message) {
                 const auto reply = decodeReply(*message);
@@ -113,9 +113,9 @@ class ServiceStart {
         }
         if (error == errorBrokenPipe || g_cancelled) error = errorProcessAborted;
         // The program leads a group; the programs that a script starts end with it.
-        constexpr std::uint32_t patience = 1000;  // milliseconds
+        constexpr std::uint32_t kPatience = 1000;  // milliseconds
         if (!process.wait(0)) endProgram(process.id(), EndMode::kill);
-        process.wait(patience);
+        process.wait(kPatience);
         return error;
     }
 

@@ -51,9 +51,9 @@ ErrorCode StatusRecord::store(const ServiceStatus& status) const {
 }
 
 Result<ServiceStatus> StatusRecord::status() const {
-    constexpr int tries = 100;
+    constexpr int kTries = 100;
     std::optional<ServiceStatus> stopping;
-    for (int i = 0; i < tries; ++i) {
+    for (int i = 0; i < kTries; ++i) {
         const Result<Holder> holder = this->holder();
         if (!holder) return holder.failure();
         if (*holder == Holder::starter) {

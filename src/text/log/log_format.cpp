@@ -33,16 +33,16 @@ std::string timeText(const KestDateTime& time) {
 }  // namespace
 
 void appendFixed(std::string& text, double value) {
-    constexpr int decimals = 6;
+    constexpr int kDecimals = 6;
     char digits[kMostFixed];  // a digit more than the exponent, the sign, the point, the decimals
-    text.append(digits, std::to_chars(digits, digits + sizeof(digits), value, std::chars_format::fixed, decimals).ptr);
+    text.append(digits, std::to_chars(digits, digits + sizeof(digits), value, std::chars_format::fixed, kDecimals).ptr);
 }
 
 void appendPointer(std::string& text, const void* value) {
-    constexpr std::string_view digits = "0123456789ABCDEF";
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
     const auto address = reinterpret_cast<std::uintptr_t>(value);
     for (int shift = std::numeric_limits<std::uintptr_t>::digits - 4; shift >= 0; shift -= 4) {
-        text += digits[(address >> shift) & 0xF];
+        text += kDigits[(address >> shift) & 0xF];
     }
 }
 
@@ -56,12 +56,12 @@ const std::string& RecordPrefix::text(int level, std::string_view module, std::u
     m_module = module;
     m_threadId = threadId;
 
-    constexpr std::size_t moduleWidth = 10;
+    constexpr std::size_t kModuleWidth = 10;
     m_text = m_time;
     appendDecimal(m_text, level);
     m_text += ' ';
     m_text += module;
-    if (module.size() < moduleWidth) m_text.append(moduleWidth - module.size(), ' ');
+    if (module.size() < kModuleWidth) m_text.append(kModuleWidth - module.size(), ' ');
     m_text += " [";
     appendDecimal(m_text, threadId);
     m_text += "] ";

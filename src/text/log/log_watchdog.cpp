@@ -29,7 +29,7 @@ bool LogWatchdog::openRecord() noexcept {
 void LogWatchdog::set() {
     m_armed.store(false, std::memory_order_seq_cst);
     const std::int64_t openSince = m_openSince.load(std::memory_order_seq_cst);
-    if (openSince == noRecord) return;
+    if (openSince == kNoRecord) return;
     const std::int64_t rest = openSince + m_seconds - platform::coarseCalendarSeconds();
     const bool isLong = rest <= 0 || openSince == m_foundOpen;
     m_foundOpen = openSince;
@@ -38,12 +38,12 @@ void LogWatchdog::set() {
 }
 
 bool LogWatchdog::startOnce(std::int64_t seconds) {
-    constexpr std::int32_t millisecondsPerSecond = 1000;
+    constexpr std::int32_t kMillisecondsPerSecond = 1000;
     if (m_armed.exchange(true, std::memory_order_seq_cst)) return true;
     // The thread has chosen a record's level and module; a dependent of another timer that logs would undo that.
     const KestTimerDeferral deferral;
     try {
-        start(static_cast<std::int32_t>(seconds) * millisecondsPerSecond, true);
+        start(static_cast<std::int32_t>(seconds) * kMillisecondsPerSecond, true);
         return true;
     } catch (const KestException&) {
     } catch (const std::bad_alloc&) {
@@ -84,8 +84,8 @@ void LogWatchLink::cut() noexcept {
             m_pLogging = nullptr;
             if (visit() != Visit::there) return;
         }
-        constexpr std::uint32_t lookAgain = 50;  // milliseconds; for an event that could not be made
-        if (platform::waitForOne(m_left.get(), lookAgain) == platform::kWaitFailed) platform::sleepThread(1);
+        constexpr std::uint32_t kLookAgain = 50;  // milliseconds; for an event that could not be made
+        if (platform::waitForOne(m_left.get(), kLookAgain) == platform::kWaitFailed) platform::sleepThread(1);
     }
 }
 

@@ -34,14 +34,14 @@ class LogWatchdog : public KestTimer {
 
     /// Notes that a record is open from now on. False when the timer does not run: it has to be armed first.
     bool openRecord() noexcept;
-    void closeRecord() noexcept { m_openSince.store(noRecord, std::memory_order_release); }
-    bool isRecordOpen() const noexcept { return m_openSince.load(std::memory_order_relaxed) != noRecord; }
+    void closeRecord() noexcept { m_openSince.store(kNoRecord, std::memory_order_release); }
+    bool isRecordOpen() const noexcept { return m_openSince.load(std::memory_order_relaxed) != kNoRecord; }
 
     /// The timer has expired.
     void set() override;
 
   private:
-    static constexpr std::int64_t noRecord = -1;
+    static constexpr std::int64_t kNoRecord = -1;
 
     bool startOnce(std::int64_t seconds);
 
@@ -50,11 +50,11 @@ class LogWatchdog : public KestTimer {
     // Opening, once for each record, asks for the calendar's seconds, which cost a tenth of the steady clock's time. A
     // calendar that is set back cannot put the watch off for longer than another m_seconds: at its second expiry the
     // record has been open for the rest that the first one found.
-    std::int64_t m_foundOpen = noRecord;  // what the last expiry found; one expiry at a time
+    std::int64_t m_foundOpen = kNoRecord;  // what the last expiry found; one expiry at a time
 
     // Opening writes the first and reads the second, expiry writes the second and reads the first, all sequentially
     // consistent: so at least one of them sees the other.
-    std::atomic<std::int64_t> m_openSince{noRecord};  // in seconds of the calendar
+    std::atomic<std::int64_t> m_openSince{kNoRecord};  // in seconds of the calendar
     std::atomic<bool> m_armed{false};
 };
 

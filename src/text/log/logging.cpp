@@ -31,7 +31,7 @@ std::uint64_t nextSerial() noexcept {
     return last.fetch_add(1, std::memory_order_relaxed) + 1;
 }
 
-constexpr int mostDetailedLevel = 9;
+constexpr int kMostDetailedLevel = 9;
 
 KestLogging& applyLevel(KestLogging& logging, const std::string& module, int level) {
     logging.setCurrentLevel(module, level);
@@ -120,7 +120,7 @@ void KestLogging::setInstance(KestLogging& logging) noexcept {
 }
 
 void KestLogging::setLogLevel(int level) noexcept {
-    if (level < 0 || level > mostDetailedLevel) return;
+    if (level < 0 || level > kMostDetailedLevel) return;
     m_level.store(level, std::memory_order_relaxed);
     m_pState->reconsider(currentThread());
 }
@@ -132,7 +132,7 @@ int KestLogging::getLogLevel(const std::string& module) const {
 }
 
 void KestLogging::setLogLevel(const std::string& module, int level) {
-    if (level < -1 || level > mostDetailedLevel) return;
+    if (level < -1 || level > kMostDetailedLevel) return;
     const KestCriticalSection guard(m_pState->moduleLock, true);
     const platform::Uninterrupted whole;
     m_pState->moduleLevels[module] = level;

@@ -78,8 +78,8 @@ class OpenRecord {
 
     /// Back to a record that no thread has chosen or begun.
     void reset() noexcept {
-        constexpr std::size_t keptCapacity = 65536;
-        if (m_text.capacity() > keptCapacity) {
+        constexpr std::size_t kKeptCapacity = 65536;
+        if (m_text.capacity() > kKeptCapacity) {
             const platform::Uninterrupted whole;
             std::string().swap(m_text);
         }

@@ -21,23 +21,23 @@ struct NamedCode {
     std::string_view code;
 };
 
-constexpr NamedCode languageCodes[] = {
+constexpr NamedCode kLanguageCodes[] = {
     {"English", "en"}, {"German", "de"}, {"Spanish", "es"}, {"French", "fr"}, {"Japanese", "ja"}, {"Chinese", "zh"},
 };
 
 // Mexico goes by Spain's code: the catalogues in Spanish are one.
-constexpr NamedCode countryCodes[] = {
+constexpr NamedCode kCountryCodes[] = {
     {"United States", "US"}, {"Germany", "DE"}, {"Mexico", "ES"},
     {"France", "FR"},        {"Japan", "JP"},   {"People's Republic of China", "CN"},
     {"Taiwan", "TW"},
 };
 
 // Indexed by KestLocaleFactory::Language.
-constexpr const char* localeNames[] = {"german",   "english-us", "spanish-mexican", "french",
-                                       "japanese", "chinese",    "globalc"};
+constexpr const char* kLocaleNames[] = {"german",   "english-us", "spanish-mexican", "french",
+                                        "japanese", "chinese",    "globalc"};
 
 // The languages that no ANSI code page covers: their locales could never be made, and the global one serves instead.
-constexpr std::uint32_t localesServedByGlobal[] = {
+constexpr std::uint32_t kLocalesServedByGlobal[] = {
     0x042B, 0x0437, 0x0439, 0x0445, 0x0446, 0x0447, 0x0448, 0x0449, 0x044A, 0x044B, 0x044C, 0x044D, 0x044E, 0x044F,
     0x0451, 0x0453, 0x0454, 0x0457, 0x045A, 0x045B, 0x045D, 0x045E, 0x0461, 0x0465, 0x0478, 0x0850, 0x0851};
 
@@ -82,8 +82,8 @@ std::locale makeDefaultLocale() {
     try {
         return namedLocale("");
     } catch (const std::runtime_error&) {
-        const auto* end = std::end(localesServedByGlobal);
-        const bool served = std::find(std::begin(localesServedByGlobal), end, platform::userLocaleId()) != end;
+        const auto* end = std::end(kLocalesServedByGlobal);
+        const bool served = std::find(std::begin(kLocalesServedByGlobal), end, platform::userLocaleId()) != end;
         return served ? std::locale() : std::locale::classic();
     }
 }
@@ -124,7 +124,7 @@ std::locale KestLocaleFactory::getDefaultLocale(bool withAnsiFacet) {
 
 std::locale KestLocaleFactory::getLocale(Language language) {
     const auto index = static_cast<unsigned>(language);
-    const std::string name = index < std::size(localeNames) ? localeNames[index] : "English";
+    const std::string name = index < std::size(kLocaleNames) ? kLocaleNames[index] : "English";
     std::vector<std::string> candidates = platform::localeNames(name);
     candidates.insert(candidates.begin(), name);
     for (const std::string& candidate : candidates) {
@@ -139,7 +139,7 @@ std::locale KestLocaleFactory::getLocale(Language language) {
 
 std::string KestLocaleFactory::getLanguage(const std::locale& locale) {
     const std::string name = decidingName(locale);
-    return codeOf(languageCodes, std::string_view(name).substr(0, name.find('_')));
+    return codeOf(kLanguageCodes, std::string_view(name).substr(0, name.find('_')));
 }
 
 std::string KestLocaleFactory::getCountry(const std::locale& locale) {
@@ -147,7 +147,7 @@ std::string KestLocaleFactory::getCountry(const std::locale& locale) {
     const std::size_t separator = name.find('_');
     std::string_view country = name;
     if (separator != std::string::npos) country.remove_prefix(separator + 1);
-    return codeOf(countryCodes, country.substr(0, country.find('.')));
+    return codeOf(kCountryCodes, country.substr(0, country.find('.')));
 }
 
 }  // namespace KestSupport

@@ -15,10 +15,10 @@ namespace KestSupport {
 namespace {
 
 // How many destination units the facets may fill for each unit of the source.
-constexpr std::size_t expansion = 4;
+constexpr std::size_t kExpansion = 4;
 
 std::size_t capacityFor(std::size_t length) {
-    return expansion * length;
+    return kExpansion * length;
 }
 
 const char* widenRange(platform::CodePage codePage, const char* first, const char* last, unsigned short* dest) {
@@ -37,31 +37,31 @@ const unsigned short* narrowRange(platform::CodePage codePage, const unsigned sh
 // A facet of someone else's tells by a zero where its text ends.
 template <typename String, typename Conversion>
 String convertByFacet(std::size_t length, const Conversion& conversion) {
-    std::vector<typename String::value_type> buffer(capacityFor(length) + expansion);
+    std::vector<typename String::value_type> buffer(capacityFor(length) + kExpansion);
     conversion(buffer.data());
     return String(buffer.data());
 }
 
 // The facets of the library need no cleared buffer of four times the text: their conversions are known to write a zero
 // only for a zero, and how much they write.
-constexpr platform::CodePage foreignFacet = 0;
+constexpr platform::CodePage kForeignFacet = 0;
 
 // The length of the leading part that is ASCII without zeros. Long texts go in blocks of fixed length without a way
 // out, which become vector code, short ones by the word.
 template <typename Unit>
 std::size_t plainLength(const Unit* text, std::size_t length) {
-    constexpr std::size_t block = 64;
-    constexpr std::size_t word = platform::kUnitsPerWord<Unit>;
+    constexpr std::size_t kBlock = 64;
+    constexpr std::size_t kWord = platform::kUnitsPerWord<Unit>;
     std::size_t plain = 0;
-    for (; length - plain >= block; plain += block) {
+    for (; length - plain >= kBlock; plain += kBlock) {
         Unit bits = 0;
-        for (std::size_t i = 0; i < block; ++i) {
+        for (std::size_t i = 0; i < kBlock; ++i) {
             bits = static_cast<Unit>(bits | text[plain + i] | (text[plain + i] - 1));
         }
         if (bits >= 0x80) break;
     }
-    while (length - plain >= word && platform::isPlainWord<Unit>(platform::loadWord(text + plain)))
-        plain += word;
+    while (length - plain >= kWord && platform::isPlainWord<Unit>(platform::loadWord(text + plain)))
+        plain += kWord;
     while (plain < length && platform::isPlainWord<Unit>(platform::wordOf(text[plain])))
         ++plain;
     return plain;
@@ -73,11 +73,11 @@ std::size_t lengthToZero(const unsigned char* text, std::size_t length) {
 }
 
 std::size_t lengthToZero(const unsigned short* text, std::size_t length) {
-    constexpr std::size_t block = 64;
+    constexpr std::size_t kBlock = 64;
     std::size_t good = 0;
-    for (; length - good >= block; good += block) {
+    for (; length - good >= kBlock; good += kBlock) {
         unsigned short zeros = 0;
-        for (std::size_t i = 0; i < block; ++i)
+        for (std::size_t i = 0; i < kBlock; ++i)
             zeros = static_cast<unsigned short>(zeros | (text[good + i] == 0));
         if (zeros != 0) break;
     }
@@ -89,12 +89,12 @@ std::size_t lengthToZero(const unsigned short* text, std::size_t length) {
 // The sum of a small weight (two at most) of each unit. Partial sums as narrow as the units keep the vector code dense.
 template <typename Unit, typename Weight>
 std::size_t sumOf(const Unit* text, std::size_t length, const Weight& weight) {
-    constexpr std::size_t block = 64;
+    constexpr std::size_t kBlock = 64;
     std::size_t sum = 0;
     std::size_t i = 0;
-    for (; length - i >= block; i += block) {
+    for (; length - i >= kBlock; i += kBlock) {
         Unit partial = 0;
-        for (std::size_t k = 0; k < block; ++k)
+        for (std::size_t k = 0; k < kBlock; ++k)
             partial = static_cast<Unit>(partial + weight(text[i + k]));
         sum += partial;
     }
@@ -134,7 +134,7 @@ String convertExpecting(std::size_t expected, std::size_t most, const Conversion
 
 wstring16 widenThrough(platform::CodePage codePage, const char* text, std::size_t length) {
     const auto* bytes = reinterpret_cast<const unsigned char*>(text);
-    const bool utf8 = codePage == platform::codePageUtf8;
+    const bool utf8 = codePage == platform::kCodePageUtf8;
     if (utf8 && plainLength(bytes, length) == length) return wstring16(bytes, bytes + length);
     length = lengthToZero(bytes, length);
     return convertExpecting<wstring16>(utf8 ? expectedUnits(bytes, length) : length, capacityFor(length),
@@ -144,7 +144,7 @@ wstring16 widenThrough(platform::CodePage codePage, const char* text, std::size_
 }
 
 std::string narrowThrough(platform::CodePage codePage, const unsigned short* text, std::size_t length) {
-    const bool utf8 = codePage == platform::codePageUtf8;
+    const bool utf8 = codePage == platform::kCodePageUtf8;
     if (utf8 && plainLength(text, length) == length) return std::string(text, text + length);
     length = lengthToZero(text, length);
     return convertExpecting<std::string>(
@@ -212,12 +212,12 @@ utf8_ctype::utf8_ctype(std::size_t refs) : wide_ctype(refs) {}
 utf8_ctype::~utf8_ctype() = default;
 
 const char* utf8_ctype::do_widen(const char* first, const char* last, char_type* dest) const {
-    return widenRange(platform::codePageUtf8, first, last, dest);
+    return widenRange(platform::kCodePageUtf8, first, last, dest);
 }
 
 const wide_ctype::char_type* utf8_ctype::do_narrow(const char_type* first, const char_type* last, char,
                                                    char* dest) const {
-    return narrowRange(platform::codePageUtf8, first, last, dest);
+    return narrowRange(platform::kCodePageUtf8, first, last, dest);
 }
 
 BSTR SysAllocString(const unsigned short* text) noexcept {
@@ -239,14 +239,14 @@ void SysFreeString(BSTR text) noexcept {
 }
 
 platform::CodePage KestStringUtilities::codePageOf(const wide_ctype& facet) {
-    if (typeid(facet) == typeid(utf8_ctype)) return platform::codePageUtf8;
-    return typeid(facet) == typeid(ansi_ctype) ? static_cast<const ansi_ctype&>(facet).m_codePage : foreignFacet;
+    if (typeid(facet) == typeid(utf8_ctype)) return platform::kCodePageUtf8;
+    return typeid(facet) == typeid(ansi_ctype) ? static_cast<const ansi_ctype&>(facet).m_codePage : kForeignFacet;
 }
 
 wstring16 KestStringUtilities::widen(const std::string& s, std::locale loc) {
     try {
         const auto& facet = std::use_facet<wide_ctype>(loc);
-        if (const platform::CodePage codePage = codePageOf(facet); codePage != foreignFacet) {
+        if (const platform::CodePage codePage = codePageOf(facet); codePage != kForeignFacet) {
             return widenThrough(codePage, s.data(), s.size());
         }
         return convertByFacet<wstring16>(
@@ -259,7 +259,7 @@ wstring16 KestStringUtilities::widen(const std::string& s, std::locale loc) {
 std::string KestStringUtilities::narrow(const wstring16& s, std::locale loc) {
     try {
         const auto& facet = std::use_facet<wide_ctype>(loc);
-        if (const platform::CodePage codePage = codePageOf(facet); codePage != foreignFacet) {
+        if (const platform::CodePage codePage = codePageOf(facet); codePage != kForeignFacet) {
             return narrowThrough(codePage, s.data(), s.size());
         }
         return convertByFacet<std::string>(s.size(),

@@ -105,7 +105,7 @@ class LiteralSearch {
             for (std::uint8_t& entry : table.rarity)
                 entry = sizeof kFrequent;
             for (std::uint8_t i = 0; kFrequent[i] != 0; ++i)
-                table.rarity[static_cast<std::size_t>(kFrequent[i])] = i;
+                table.rarity[static_cast<unsigned char>(kFrequent[i])] = i;
             return table;
         }();
         const auto code = static_cast<std::make_unsigned_t<CharT>>(c);

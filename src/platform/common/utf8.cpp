@@ -111,12 +111,12 @@ struct Progress {
 
     // Converts ASCII to its end, in blocks of a word.
     void copyAscii() {
-        constexpr std::size_t block = kUnitsPerWord<From>;
-        while (left() >= block && space() >= block && isAsciiWord<From>(loadWord(text))) {
-            for (std::size_t i = 0; i < block; ++i)
+        constexpr std::size_t kBlock = kUnitsPerWord<From>;
+        while (left() >= kBlock && space() >= kBlock && isAsciiWord<From>(loadWord(text))) {
+            for (std::size_t i = 0; i < kBlock; ++i)
                 dest[i] = static_cast<To>(text[i]);
-            text += block;
-            dest += block;
+            text += kBlock;
+            dest += kBlock;
         }
         while (hasRoom() && *text < 0x80)
             *dest++ = static_cast<To>(*text++);

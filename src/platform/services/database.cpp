@@ -41,8 +41,8 @@ Result<std::shared_ptr<const ServiceDatabase>> ServiceDatabase::open() {
 }
 
 Result<SystemHandle> lockDatabase(const Folder& database) {
-    constexpr std::uint32_t limit = 10'000;  // milliseconds
-    const Deadline deadline = Deadline::after(limit);
+    constexpr std::uint32_t kLimit = 10'000;  // milliseconds
+    const Deadline deadline = Deadline::after(kLimit);
     for (;;) {
         Result<SystemHandle> lock = database.lock();
         if (lock.error() != errorBusy) return lock;
@@ -63,12 +63,12 @@ std::string ServiceFiles::folderName(const std::string& name) {
         }
     }
     if (folder.size() <= kLongestFolderName) return folder;
-    constexpr std::size_t hashDigits = 16;
+    constexpr std::size_t kHashDigits = 16;
     std::string hash;
     auto rest = fnv1a<std::uint64_t>(name);
-    for (std::size_t i = 0; i < hashDigits; ++i, rest >>= 4)
+    for (std::size_t i = 0; i < kHashDigits; ++i, rest >>= 4)
         hash.push_back(kHexDigits[rest & 0xF]);
-    return folder.substr(0, kLongestFolderName - hashDigits) + "%%" + hash;
+    return folder.substr(0, kLongestFolderName - kHashDigits) + "%%" + hash;
 }
 
 std::string ServiceFiles::nameOf(const std::string& folder) {

@@ -56,24 +56,25 @@ void LogWatchLink::startVisit(const std::shared_ptr<LogWatchLink>& link) {
     auto thread = std::make_unique<KestLoggingEventTimerThread>(link);
     // The new thread cannot pass this lock, so it still exists when it is asked whether it lives.
     const std::lock_guard guard(link->m_lock);
-    if (link->visit() != Visit::none) return;
+    if (link->isVisiting() || link->m_pLogging == nullptr) return;
     thread->setMarkForDeath();
     thread->start();
     if (!thread->isAlive()) return;
-    link->m_visit = Visit::coming;
+    link->m_visiting = true;
     link->m_forks = platform::forkCount();
     static_cast<void>(thread.release());
 }
 
 KestLogging* LogWatchLink::enter() {
     const std::lock_guard guard(m_lock);
-    m_visit = m_pLogging != nullptr ? Visit::there : Visit::none;
     return m_pLogging;
 }
 
 void LogWatchLink::leave() {
+    // Before the logger's destructor returns, so that the exit of the process waits for the thread.
+    platform::leaveThread();
     const std::lock_guard guard(m_lock);
-    m_visit = Visit::none;
+    m_visiting = false;
     platform::setEvent(m_left.get());
 }
 
@@ -82,7 +83,7 @@ void LogWatchLink::cut() noexcept {
         {
             const std::lock_guard guard(m_lock);
             m_pLogging = nullptr;
-            if (visit() != Visit::there) return;
+            if (!isVisiting()) return;
         }
         constexpr std::uint32_t kLookAgain = 50;  // milliseconds; for an event that could not be made
         if (platform::waitForOne(m_left.get(), kLookAgain) == platform::kWaitFailed) platform::sleepThread(1);
@@ -104,10 +105,8 @@ KestLoggingEventTimerThread::KestLoggingEventTimerThread(std::shared_ptr<interna
     : KestThread("KestLoggingEventTimerThread"), m_pLink(std::move(link)) {}
 
 int KestLoggingEventTimerThread::run() {
-    KestLogging* const logging = m_pLink->enter();
-    if (logging == nullptr) return 0;
     const LeaveAtEnd end{*m_pLink};
-    logging->timerElapsed();
+    if (KestLogging* const logging = m_pLink->enter(); logging != nullptr) logging->timerElapsed();
     return 0;
 }
 

@@ -75,15 +75,13 @@ class LogWatchLink {
     void cut() noexcept;
 
   private:
-    enum class Visit { none, coming, there };
-
     // Called with the lock held. A visit that began before a fork has no thread in the child.
-    Visit visit() const noexcept { return m_forks == platform::forkCount() ? m_visit : Visit::none; }
+    bool isVisiting() const noexcept { return m_visiting && m_forks == platform::forkCount(); }
 
     platform::UninterruptedMutex m_lock;
     const platform::OwnedHandle m_left{platform::createEvent(false, false)};  // signalled when a visit ends
     KestLogging* m_pLogging;                                                  // guarded by m_lock
-    Visit m_visit = Visit::none;                                              // guarded by m_lock
+    bool m_visiting = false;                                                  // guarded by m_lock
     std::uint32_t m_forks = 0;  // the process of the visit; guarded by m_lock
 };
 

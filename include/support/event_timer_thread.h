@@ -1,5 +1,5 @@
-// A thread that does periodic work at the pace of a timer: it waits for the timer and, each time that fires, calls
-// handleTimerEvent, which a subclass supplies.
+// A thread that does periodic work: it waits for a timer and calls handleTimerEvent, which a subclass implements, after
+// each firing.
 //
 //   class Poller : public KestEventTimerThread {
 //     public:
@@ -10,17 +10,19 @@
 //       void handleTimerEvent() override { ... }
 //   };
 //
-// The timer is the caller's: the thread neither starts nor stops it. One firing is handled at a time; of those that
-// happen during it, one is remembered. Threads that wait for one timer share its firings, and the firing that ends a
-// thread is theirs, too: while that thread is in handleTimerEvent, there is one; while it waits for the timer and
-// another thread takes the signal, it is repeated every 100 ms, without a notification. An exception of
-// handleTimerEvent ends the loop permanently, with the result 0.
+// The caller starts and stops the timer; the thread does neither. The thread handles one firing at a time. Of several
+// firings during handleTimerEvent, it handles one more. An exception of handleTimerEvent ends the loop permanently,
+// with the result 0.
 //
-// Threads: as KestThread. The object is destroyed by another thread than its own, and not while it is suspended.
+// Several threads that wait for one timer share its firings: each firing wakes one of them. To end its loop, a thread
+// sets the timer, and another thread may take that signal. While the ending thread is in handleTimerEvent, it sets the
+// timer once. While it waits for the timer, it repeats the signal every 100 ms, without a notification.
 //
-// Lifetime: the timer outlives the thread. The loop ends only when the object is destroyed (or killed). The destructor
-// of this class ends it, but what a subclass adds is gone by then: so a subclass calls endLoop first thing in its own
-// destructor.
+// Threads: as KestThread. Another thread destroys the object, and not while the thread is suspended.
+//
+// Lifetime: the timer outlives the thread. The loop ends only when the object is destroyed or the thread is killed. The
+// destructor of this class ends the loop, but the members of a subclass no longer exist then. So the destructor of a
+// subclass calls endLoop first.
 #pragma once
 
 #include <atomic>
@@ -34,12 +36,12 @@ namespace KestSupport {
 
 class KEST_SUPPORT_EXPORT KestEventTimerThread : public KestThread {
   public:
-    /// Not started. Keeps the timer's address.
+    /// Makes a thread that is not started. Keeps the timer's address.
     KestEventTimerThread(const std::string& name, KestTimer& timer);
-    /// Ends the loop, unless endLoop has, and logs its begin and its end at level 9.
+    /// Ends the loop, unless endLoop was called before, and logs its begin and its end at level 9.
     ~KestEventTimerThread() override;
 
-    /// As KestThread::start. Work information is not for this class: with it the loop does not run.
+    /// As KestThread::start. With work information set, the loop does not run.
     void start() override;
 
   protected:
@@ -47,22 +49,23 @@ class KEST_SUPPORT_EXPORT KestEventTimerThread : public KestThread {
     /// The loop; returns 0.
     int run() override;
 
-    /// The work for one firing, on this thread.
+    /// Does the work for one firing. Called on this thread, without a lock.
     virtual void handleTimerEvent() = 0;
 
-    /// Lets the loop wait for the timer at least once, sets the timer (so that its own dependents are notified once
-    /// more; what they throw is dropped) and returns when the run is over, after the event that is being handled. Does
-    /// nothing for a thread that was not started, and nothing when it is called again. Logs its steps at level 9.
+    /// Ends the loop: lets it wait for the timer at least once, sets the timer, and returns when the run has ended. An
+    /// event that is being handled is completed first. The timer's dependents are notified once more; their exceptions
+    /// are dropped. Has no effect on a thread that was not started, or when it is called again. Logs its steps at level
+    /// 9.
     void endLoop();
 
   private:
     void wakeLoop();
 
     KestTimer* const m_pTimer;
-    std::atomic<bool> m_cameToWait{false};  // the loop has come to its first wait
-    std::atomic<bool> m_waiting{false};     // it waits, or is about to
-    std::atomic<bool> m_active{false};      // from start until the loop is to end
-    std::atomic<bool> m_loopOver{false};    // the loop waits no more
+    std::atomic<bool> m_cameToWait{false};  // the loop has reached its first wait
+    std::atomic<bool> m_waiting{false};     // the loop waits, or is about to
+    std::atomic<bool> m_active{false};      // true from start until endLoop
+    std::atomic<bool> m_loopOver{false};    // the loop does not wait again
     std::atomic<bool> m_ended{false};       // endLoop was called
 };
 

@@ -3,9 +3,9 @@
 //   KestBaseSynchronizedQueue  base of a typed queue: its lock, and the operation that empties it
 //   KestBaseProducerConsumer   base of the object through which threads produce into such a queue and consume from it
 //
-// Element type, storage, and the operations produce and consume are the derived classes'. A consumer waits in
-// waitForSyncEvent while the queue is empty and m_sentinel is clear; a producer sets the event after each element; a
-// sentinel tells the consumers that no more will come. As in
+// The derived classes define the element type, the storage, and the operations produce and consume. A consumer waits in
+// waitForSyncEvent while the queue is empty and m_sentinel is clear. A producer sets the event after each element. A
+// sentinel means that no more elements will be produced. For example:
 //
 //   void produce(Item item) {                      bool consume(Item& item) {
 //       lockSyncMutex();                               lockSyncMutex();
@@ -15,12 +15,12 @@
 //   }                                                  return got;
 //                                                  }
 //
-// examples/pipeline is a whole program of this kind.
+// examples/pipeline is a complete program of this kind.
 //
-// Threads: any number may produce and consume. The mutex guards what producers and consumers share, the queue's lock
-// its storage; who needs both takes the mutex first.
+// Threads: any number of threads may produce and consume. The mutex guards the state that producers and consumers
+// share; the queue's lock guards its storage. A thread that needs both takes the mutex first.
 //
-// Lifetime: the queue outlives the object that is built on it. Nobody waits when that is destroyed.
+// Lifetime: the queue outlives the object that is built on it. No thread waits when that object is destroyed.
 #pragma once
 
 #include <memory>
@@ -46,33 +46,33 @@ class KEST_SUPPORT_EXPORT KestBaseSynchronizedQueue {
     KestCriticalSectionObject m_lock;  // guards the derived queue's storage
 };
 
-/// Mutex and event together act as a condition. When the system gives none (memory is short), the queue's lock serves
-/// as the mutex, and waitForSyncEvent returns every few milliseconds: slower, and nothing is lost.
+/// Mutex and event together act as a condition. When they cannot be made (memory is short), the queue's lock serves as
+/// the mutex, and waitForSyncEvent returns every 10 milliseconds: slower, and no element is lost.
 class KEST_SUPPORT_EXPORT KestBaseProducerConsumer {
   public:
-    /// Without a sentinel, event not set. Keeps a reference to the queue.
+    /// Makes an object without a sentinel and with the event not set. Keeps a reference to the queue.
     explicit KestBaseProducerConsumer(KestBaseSynchronizedQueue& queue) noexcept;
     KestBaseProducerConsumer(const KestBaseProducerConsumer&) = delete;
     KestBaseProducerConsumer& operator=(const KestBaseProducerConsumer&) = delete;
     virtual ~KestBaseProducerConsumer();
 
-    /// Says that no more elements will come, for good, and wakes those who wait. With emptyQueue, the queue is cleared
-    /// first; what that throws reaches the caller, after those who wait were woken. Takes the mutex; logs its steps at
-    /// level 9.
+    /// Sets the sentinel permanently and wakes the waiting threads. With emptyQueue, the queue is cleared first; an
+    /// exception of clear is thrown to the caller after the waiting threads were woken. Takes the mutex; logs its steps
+    /// at level 9.
     void produceSentinel(bool emptyQueue);
 
   protected:
-    /// Takes the mutex, without limit. It is recursive: each level is given back by the same thread.
+    /// Takes the mutex; blocks without limit. It is recursive: the same thread releases each level.
     void lockSyncMutex();
     void unlockSyncMutex();
-    /// Wakes everybody who waits now, or else the next one to wait.
+    /// Wakes every thread that waits now; when there is none, the next one to wait.
     void setSyncEvent();
-    /// Called with one level of the mutex held: gives it back, waits for the event without limit, and returns with the
-    /// mutex held again and the event reset. No set can fall between the first two steps. That another thread was
-    /// quicker is possible, so the caller tests again what it waits for.
+    /// Called with one level of the mutex held: releases it, waits for the event without limit, and returns with the
+    /// mutex held again and the event reset. No set between the first two steps is missed. Another thread may take the
+    /// element first, so the caller tests its condition again.
     void waitForSyncEvent();
 
-    bool m_sentinel = false;  ///< no more elements will come; guarded by the mutex
+    bool m_sentinel = false;  ///< no more elements will be produced; guarded by the mutex
     KestBaseSynchronizedQueue& m_queue;
 
   private:

@@ -1,37 +1,42 @@
 // A thread, its work, and the notification of its end.
 //
-//   KestThread                one thread; override run, or hand it a KestRunnable
+//   KestThread                one thread; override run, or give it a KestRunnable
 //   KestThread::KestRunnable  work that is not a thread itself
-//   KestThread::ThreadDone    what the dependents of a thread are told when its run has ended
+//   KestThread::ThreadDone    the notification that the run of a thread has ended
 //   KestWorkInformation       base of an argument for the work
 //
-// A KestThread runs its work once; a new run needs a new object. Exceptions never leave the thread: the result is then
-// 0. A run that calls pthread_exit ends like one that returns 0.
+// A KestThread runs its work once; only after kill does start run it again. A run that throws, or calls pthread_exit,
+// ends with the result 0; the exception is dropped.
 //
-// Threads: an object is started, stopped, killed and destroyed by one thread at a time; waits and queries may come from
-// any, also during a start and a kill. Work and work information are set before start.
+// Threads: one thread at a time starts, stops, kills and destroys an object. Any thread may wait and query, also during
+// a start and a kill. Work and work information are set before start.
 //
 // Lifetime: the destructor waits for the end of the run, unless the thread is marked for kill. A thread marked for
-// death is made with new and not touched after start: it deletes itself. A suspended thread is resumed or killed before
-// it is destroyed. A class derived from KestThread that overrides run waits for the run's end (waitForThreadExit) in
-// its own destructor, since the override is gone when the base's destructor runs. A ThreadDone handler on the ending
-// thread may destroy the thread object or release its last reference; later handlers are then not called.
+// death is made with new and not used after start: it deletes itself. The program resumes or kills a suspended thread
+// before it destroys the object and before the process exits. A class derived from KestThread that overrides run waits
+// for the end of the run (waitForThreadExit) in its own destructor, since the override no longer exists when the base's
+// destructor runs. A ThreadDone handler on the ending thread may destroy the thread object or release its last
+// reference; later handlers are then not called.
+//
+// Exit: the static destructors of the library wait until each thread whose run has ended has left the library, for at
+// most 5 seconds. They do not wait for runs that have not ended.
 //
 // Signals: on Linux, stop and kill send the real-time signal SIGRTMIN + 6 to the thread. The library installs its
 // handler at the first start and unblocks the signal in each new thread, whatever mask the creating thread has. A
-// program leaves this signal alone: it does not block it, handle it or name it in sigwait. While a thread blocks it,
-// stop and kill have no effect on that thread; they return after 10 seconds, and the request takes effect when the
-// thread unblocks the signal. The handler is installed with SA_RESTART. Calls that are never restarted (sleep,
-// nanosleep, poll, select, epoll_wait, socket calls with a time-out) fail with EINTR in a thread that was stopped and
-// started again.
+// program does not block, handle or sigwait for this signal. While a thread blocks it, stop and kill have no effect on
+// that thread; they return after 10 seconds, and the request takes effect when the thread unblocks the signal. The
+// handler is installed with SA_RESTART. Calls that are never restarted (sleep, nanosleep, poll, select, epoll_wait,
+// socket calls with a time-out) fail with EINTR in a thread that was stopped and started again.
 //
-// A thread is not taken while it runs code of the C or C++ runtime, where it may hold the allocator's lock, nor while
-// it holds the lock of stdout or stderr; after 5 seconds it is taken anyway. kill then releases the lock of a
-// standard stream, and a part of the output may be lost or written twice. Other locks outside the library stay locked:
-// std::mutex, a FILE of the program, the dynamic linker's lock during dlopen.
+// stop and kill do not take effect while the thread runs code of the C or C++ runtime, where it may hold the
+// allocator's lock, or while it holds the lock of stdout or stderr. After 5 seconds they take effect there, too. So
+// kill takes 5 seconds for a thread that is blocked in puts because a pipe is full: the library cannot distinguish it
+// from a thread that is about to write, whose output would be lost. kill then releases the lock of the stream, and a
+// part of the output may be lost or written twice. Other locks outside the library stay locked: std::mutex, a FILE of
+// the program, the dynamic linker's lock during dlopen.
 //
-// A new thread has the scheduling policy and the niceness that the process had when it loaded the library, whatever
-// the creating thread has, as far as the system permits the change (a lower niceness may need a privilege).
+// A new thread has the scheduling policy and the niceness that the process had when it loaded the library, and not
+// those of the creating thread, as far as the system permits the change (a lower niceness may need a privilege).
 #pragma once
 
 #include <atomic>
@@ -46,7 +51,7 @@
 
 namespace KestSupport {
 
-/// Base of what a caller hands to a thread's work.
+/// Base of an argument that a caller gives to the work of a thread.
 class KEST_SUPPORT_EXPORT KestWorkInformation : public KestObjectBase {
   public:
     KestWorkInformation() = default;
@@ -74,7 +79,7 @@ class KEST_SUPPORT_EXPORT KestThread : public KestCollaborator, public KestObjec
     class KEST_SUPPORT_EXPORT ThreadDone : public KestNotification {
       public:
         explicit ThreadDone(int exitCode) noexcept : m_exitCode(exitCode) {}
-        // The id says nothing here and is not carried over.
+        // The id has no meaning here and is not copied.
         // NOLINTNEXTLINE(bugprone-copy-constructor-init)
         ThreadDone(const ThreadDone& other) noexcept : KestNotification(), m_exitCode(other.m_exitCode) {}
         ThreadDone& operator=(const ThreadDone& other) noexcept {
@@ -83,7 +88,7 @@ class KEST_SUPPORT_EXPORT KestThread : public KestCollaborator, public KestObjec
         }
         ~ThreadDone() override;
 
-        int m_exitCode;  ///< what run returned, 0 when it threw
+        int m_exitCode;  ///< the result of run; 0 when it threw
     };
 
     /// Without a name the thread is called "class KestSupport::KestThread".
@@ -96,39 +101,39 @@ class KEST_SUPPORT_EXPORT KestThread : public KestCollaborator, public KestObjec
     KestThread& operator=(const KestThread&) = delete;
     ~KestThread() override;
 
-    /// Starts the run; resumes a thread that stop suspended (each stop needs one start). A thread that cannot be made,
-    /// also for lack of memory, is not reported: isAlive stays false.
+    /// Starts the run; resumes a thread that stop suspended (each stop needs one start). When no thread can be made,
+    /// also for lack of memory, the call returns and isAlive stays false. Does not block.
     virtual void start();
-    /// Suspends the thread where it stands, its locks held; returns when it stands still, or after 10 seconds when the
-    /// thread blocks the signal. It does not end the run.
+    /// Suspends the thread at its present instruction; it keeps its locks. Returns when the thread is suspended, or
+    /// after 10 seconds when the thread blocks the signal. The run does not end.
     virtual void stop();
-    /// The argument of run; only what is set before the run begins counts.
+    /// Sets the argument of run; only an argument that is set before the run begins has an effect.
     virtual void setWorkInfo(KestSmartPointer<KestWorkInformation> info);
-    /// Waits for the end of the thread: 0 it ended, 258 time-out, -1 the wait failed, and 128 at once when the thread
-    /// was not started, was killed or has ended its run already.
+    /// Waits for the end of the thread: 0 it ended, 258 time-out, -1 the wait failed. Returns 128 at once when the
+    /// thread was not started, was killed or has ended its run already.
     virtual int wait(int timeout);
     /// False when there is no thread or the system refuses (raising a priority may need a privilege). Values outside
     /// the enumeration mean NORMAL.
     virtual bool setPriority(t_Priority priority);
 
-    /// Ends the thread by force where it stands: no destructor runs, no ThreadDone is sent, its locks are left
-    /// abandoned. When the thread cannot be ended (it blocks the signal for 10 seconds), it stays alive and keeps its
-    /// handle; kill may then be called again.
+    /// Ends the thread by force at its present instruction: no destructor runs, no ThreadDone is sent, its locks
+    /// become abandoned. When the thread cannot be ended (it blocks the signal for 10 seconds), it stays alive and
+    /// keeps its handle; the caller may then call kill again. A thread that kills itself does not return.
     void kill();
     /// The object deletes itself when the run has ended.
     void setMarkForDeath() noexcept { m_markForDeath = true; }
     /// The destructor kills the thread instead of waiting for it. It still waits for a thread that cannot be
-    /// killed. It does neither on the thread itself, as when the thread is marked for death too.
+    /// killed. On the thread itself, for example when the thread is also marked for death, it does neither.
     void setMarkForKill() noexcept { m_markForKill = true; }
-    /// Returns when the run, its ThreadDone included, has ended; at once on the thread itself, before start and after
-    /// kill.
+    /// Returns when the run has ended and its ThreadDone has been handled. Returns at once on the thread itself, before
+    /// start and after kill.
     void waitForThreadExit();
 
-    /// True from a successful start until kill or destruction, and so also after the run has ended.
+    /// True from a successful start until kill, also after the run has ended.
     bool isAlive() const noexcept { return m_handle.load() != nullptr; }
-    /// What run returned; -1 before that, and for a thread that never started or was killed.
+    /// The result of run; -1 before the run has ended, and for a thread that never started or was killed.
     int getExitCode() const noexcept;
-    /// The address of the cell that holds the native handle; null exactly when isAlive is false.
+    /// The address of the cell that holds the native handle, owned by the object; null exactly when isAlive is false.
     void* getHandle() noexcept { return m_handle.load(); }
     const std::string& getName() const noexcept { return m_name; }
     void setName(const std::string& name) { m_name = name; }
@@ -138,7 +143,7 @@ class KEST_SUPPORT_EXPORT KestThread : public KestCollaborator, public KestObjec
     /// Waits for all of the threads (0), or for the first of them to end (its position in the vector). -1 the wait
     /// failed (also: no thread, more than 64, or one that has no native thread), -2 time-out.
     static int wait(std::vector<KestThread*>& threads, bool waitAll, int timeout);
-    /// The same for count threads that lie one after the other in memory.
+    /// The same for an array of count threads.
     static int wait(int count, KestThread* threads, bool waitAll, int timeout);
 
   protected:
@@ -161,7 +166,7 @@ class KEST_SUPPORT_EXPORT KestThread : public KestCollaborator, public KestObjec
 
     // Null, or complete: it is set before the new thread runs, and cleared before its cell is freed.
     std::atomic<NativeThread*> m_handle{nullptr};
-    // Calls that may be using a cell. While there are any, cells that m_handle has left are kept in m_retired.
+    // The number of calls that may use a cell. While it is not 0, the cells of killed threads are kept in m_retired.
     mutable std::atomic<std::uint32_t> m_uses{0};
     NativeThread* m_retired = nullptr;                 // used by the thread that starts, kills or destroys the object
     KestSmartPointer<KestWorkInformation> m_workInfo;  // read by the new thread when its run begins
@@ -170,8 +175,8 @@ class KEST_SUPPORT_EXPORT KestThread : public KestCollaborator, public KestObjec
     std::atomic<bool> m_markForDeath{false};
     std::atomic<bool> m_markForKill{false};
     std::atomic<bool> m_running{false};
-    std::atomic<int> m_runThreadId{0};  // the thread that is inside its run, 0 for none
-    Run* m_run = nullptr;               // that run; used by its own thread only
+    std::atomic<int> m_runThreadId{0};  // the thread that is inside the run, 0 for none
+    Run* m_run = nullptr;               // the run; used by its own thread only
     const KestSmartPointer<KestRunnable> m_runnable;
 };
 

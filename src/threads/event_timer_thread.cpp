@@ -6,9 +6,9 @@
 namespace KestSupport {
 namespace {
 
-constexpr int kLookAgain = 100;  // milliseconds
+constexpr int kRepeatAfter = 100;  // milliseconds
 
-// Signals without a notification.
+// Releases a waiter without a notification.
 void signalOnly(KestTimer& timer) {
     const auto* const handle = static_cast<platform::WaitHandle*>(timer.getHandle());
     if (handle != nullptr) platform::setEvent(*handle);
@@ -30,7 +30,7 @@ KestEventTimerThread::~KestEventTimerThread() {
 }
 
 void KestEventTimerThread::start() {
-    // Before the thread exists: its first wait may be over at once.
+    // Set before the thread exists, since its first wait may end at once.
     m_active = true;
     KestThread::start();
 }
@@ -40,7 +40,7 @@ int KestEventTimerThread::run() {
     for (;;) {
         m_cameToWait = true;
         m_waiting = true;
-        // The end needs no signal while the loop works. The last one may still be there, and is this loop's.
+        // After endLoop there may be no further signal, so the loop only takes the one that may still be set.
         m_pTimer->wait(m_ended ? 0 : -1);
         m_waiting = false;
         if (!m_active) return 0;
@@ -50,26 +50,26 @@ int KestEventTimerThread::run() {
 
 void KestEventTimerThread::endLoop() {
     if (m_ended.exchange(true)) return;
-    // Before all else: from now on a firing calls nothing of a subclass that may be gone.
+    // Cleared first: after this, a firing calls no member of a subclass that may be destroyed already.
     const bool active = m_active.exchange(false);
     internal::logRecord(internal::LogLevel::trace, "KestEventTimerThread::~KestEventTimerThread: entering");
     if (getHandle() == nullptr || !active) return;
     internal::logRecord(internal::LogLevel::trace, "KestEventTimerThread::~KestEventTimerThread: setting exit event");
-    // A run that has ended without the loop never comes to a wait.
-    while (!m_cameToWait && KestThread::wait(kLookAgain) == static_cast<int>(platform::kWaitTimeout)) {
+    // A run that has ended without the loop never reaches a wait.
+    while (!m_cameToWait && KestThread::wait(kRepeatAfter) == static_cast<int>(platform::kWaitTimeout)) {
     }
     wakeLoop();
     internal::logRecord(internal::LogLevel::trace,
                         "KestEventTimerThread::~KestEventTimerThread: waiting for thread to exit");
     // Another thread that waits for this timer may have taken the signal.
-    while (!m_loopOver && KestThread::wait(kLookAgain) == static_cast<int>(platform::kWaitTimeout)) {
+    while (!m_loopOver && KestThread::wait(kRepeatAfter) == static_cast<int>(platform::kWaitTimeout)) {
         if (m_waiting) signalOnly(*m_pTimer);
     }
     waitForThreadExit();
 }
 
 void KestEventTimerThread::wakeLoop() {
-    // The timer is signalled after its dependents were notified, so one that throws would leave the loop asleep.
+    // A set signals the timer after it has notified the dependents, so one that throws prevents the signal.
     try {
         m_pTimer->set();
     } catch (...) {

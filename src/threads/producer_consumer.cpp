@@ -70,7 +70,7 @@ void KestBaseProducerConsumer::produceSentinel(bool emptyQueue) {
     internal::logRecord(internal::LogLevel::trace, "KestBaseProducerConsumer::produceSentinel: waiting for lock");
     lockSyncMutex();
     if (internal::isLogged(internal::LogLevel::trace)) {
-        // Nothing is logged under the mutex: another thread may produce in the middle of its record.
+        // Nothing is logged under the mutex, since another thread may produce while its own record is open.
         unlockSyncMutex();
         internal::logRecord(internal::LogLevel::trace, "KestBaseProducerConsumer::produceSentinel: adding sentinel");
         if (emptyQueue)

@@ -1,3 +1,14 @@
+// A thread object, its native thread and its run.
+//
+//   phase      m_handle  m_running  m_runThreadId  getExitCode  left by
+//   new        null      false      0              -1           start: running, or new again when there is no thread
+//   running    set       true       the thread     -1           the end of the run: ended; kill: killed
+//   suspended  set       true       the thread     -1           start: running; kill: killed
+//   ended      set       false      0              the result   kill: killed; start has no effect
+//   killed     null      false      0              -1           start: running, with a new native thread
+//
+// m_runThreadId is set by the new thread, so it is 0 for a moment after start. A thread marked for death has no ended
+// phase: it deletes the object at the end of its run. The native thread still runs for a moment in the ended phase.
 #include "support/threads.h"
 
 #include <algorithm>
@@ -11,6 +22,7 @@
 #include "platform/thread.h"
 #include "platform/wait.h"
 #include "sync/wait_set.h"
+#include "threads/timer_deferral.h"
 #include "threads/timer_manager.h"
 
 namespace KestSupport {
@@ -18,7 +30,7 @@ namespace {
 
 constexpr int kNotRunning = 128;
 
-// In a catch (...): pthread_exit unwinds the thread with something that is no C++ exception, and a handler that does
+// Called in a catch (...). pthread_exit unwinds the stack with an object that is no C++ exception; a handler that does
 // not throw it again ends the process.
 bool isThreadExit() noexcept {
     return std::current_exception() == nullptr;
@@ -38,11 +50,11 @@ struct KestThread::NativeThread {
     NativeThread* nextRetired = nullptr;
 };
 
-/// Keeps the cell of a thread from being freed while a call uses it. A call that is killed never ends its use; the cell
-/// then lives as long as the thread object.
+/// Keeps the cell of a thread from being freed while a call uses it. The use of a call whose thread is killed never
+/// ends; the cell is then freed with the thread object.
 class KestThread::NativeUse {
   public:
-    // The use is counted before the cell is read, and kill clears the cell before it reads the count.
+    // The use is counted before m_handle is read, and kill clears m_handle before it reads the count.
     explicit NativeUse(const KestThread& thread) noexcept
         : m_uses(thread.m_uses), m_native((++m_uses, thread.m_handle.load())) {}
     NativeUse(const NativeUse&) = delete;
@@ -58,7 +70,7 @@ class KestThread::NativeUse {
     const NativeThread* const m_native;
 };
 
-/// One run, on the stack of its thread. Its destructor ends the run, also when pthread_exit unwinds the stack.
+/// One run, on the stack of its thread. The destructor ends the run, also when pthread_exit unwinds the stack.
 class KestThread::Run {
   public:
     explicit Run(KestThread& thread) noexcept : m_thread(&thread) {
@@ -70,7 +82,7 @@ class KestThread::Run {
     ~Run();
 
     int perform();
-    /// The thread object is being destroyed on its own thread.
+    /// Called when the thread object is destroyed on its own thread.
     void forgetThread() noexcept { m_thread = nullptr; }
 
   private:
@@ -94,7 +106,7 @@ KestThread::KestThread() : KestThread(KestSmartPointer<KestRunnable>()) {}
 
 KestThread::KestThread(const std::string& name) : KestThread(KestSmartPointer<KestRunnable>(), name) {}
 
-// While this base is being made, the object's class is this one whatever it will be.
+// During the construction of this base, the object's class is KestThread in derived classes, too.
 KestThread::KestThread(KestSmartPointer<KestRunnable> runnable) : m_runnable(std::move(runnable)) {
     m_name = "class " + KestThread::getClassName();
 }
@@ -110,7 +122,7 @@ KestThread::~KestThread() {
         waitForThreadExit();
     }
     cleanup();
-    m_uses = 0;  // what is left are uses of killed threads
+    m_uses = 0;  // the remaining uses are those of killed threads
     freeRetired();
 }
 
@@ -121,13 +133,13 @@ void KestThread::start() {
     }
     std::unique_ptr<NativeThread> native(new (std::nothrow) NativeThread);
     if (native == nullptr || native->runEnded == nullptr) return;
-    // The thread is made suspended, so that other threads see a handle that is complete, or none.
+    // The thread is made suspended, so that other threads see a complete handle or none.
     if (!platform::createThread(&KestThread::enter, this, native->handle, true)) return;
     const platform::WaitHandle handle = native->handle;
     m_exitCode = -1;
     m_running = true;
     m_handle = native.release();
-    // From here on the thread may end and delete this object.
+    // After this call the thread may end and delete this object.
     platform::resumeThread(handle);
 }
 
@@ -183,7 +195,7 @@ void KestThread::Run::notifyDone() {
 }
 
 KestThread::Run::~Run() {
-    // Before another thread learns of the end, or this one deletes the object: it may then exit the process.
+    // Called before another thread can learn of the end and exit the process.
     platform::leaveThread();
     if (m_thread == nullptr) return;
     if (m_thread->m_markForDeath) {
@@ -194,7 +206,7 @@ KestThread::Run::~Run() {
     m_thread->m_running = false;
     m_thread->m_run = nullptr;
     m_thread->m_runThreadId = 0;
-    // The last step: the thread that waits for it may destroy the object.
+    // This is the last step: a thread that waits for it may destroy the object.
     platform::setEvent(m_thread->m_handle.load()->runEnded.get());
 }
 
@@ -205,12 +217,12 @@ bool KestThread::isCurrentThread() const noexcept {
 void KestThread::kill() {
     const NativeThread* const native = m_handle.load();
     if (native == nullptr) return;
-    // A thread that kills itself does not return, and its id may become another thread's.
+    // A thread that kills itself does not return from here, and the system may give its id to another thread.
     if (isCurrentThread()) m_runThreadId = 0;
     if (!platform::terminateThread(native->handle, 0)) return;
     cleanup();
-    // The killed thread may have been firing timers; this call makes them continue. They do not fire on the calling
-    // thread, which may hold a lock. Without memory for the call, the next start or stop of a timer does the same.
+    // The killed thread may have been firing timers; the call makes another thread continue. They do not fire on the
+    // calling thread, which may hold a lock. Without memory, the next start or stop of a timer has the same effect.
     const KestTimerDeferral deferral;
     try {
         KestTimerManager::reschedule();
@@ -239,7 +251,7 @@ void KestThread::waitForThreadExit() {
     if (isCurrentThread()) return;
     const NativeUse use(*this);
     if (!use) return;
-    // A thread that is killed ends without ending its run.
+    // A killed thread ends without the end of its run.
     const std::array ends{use.runEnded(), use.handle()};
     platform::waitForMany(ends, false, platform::kInfinite);
 }
@@ -247,7 +259,7 @@ void KestThread::waitForThreadExit() {
 int KestThread::wait(int timeout) {
     const NativeUse use(*this);
     if (!use || !m_running) return kNotRunning;
-    // Without limit, the only other result is that the wait cannot be done at all; repeating would not help.
+    // A wait without limit that returns another value than 0 failed; a repetition would fail, too.
     return static_cast<int>(platform::waitForOne(use.handle(), static_cast<std::uint32_t>(timeout)));
 }
 

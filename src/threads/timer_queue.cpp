@@ -9,12 +9,13 @@
 namespace KestSupport::internal {
 namespace {
 
-// A thread that is killed leaves its writes in the order in which they were compiled. This makes it the order of the
-// source.
+// Keeps the compiler from reordering the writes before and after. Another thread sees the writes of a killed thread in
+// their compiled order, up to the one at which it was killed.
 void keepOrder() noexcept {
     std::atomic_signal_fence(std::memory_order_seq_cst);
 }
 
+// Marks a change for its lifetime; an outer change stays marked.
 class Change {
   public:
     explicit Change(bool& changing) noexcept : m_changing(changing), m_before(changing) {
@@ -72,7 +73,7 @@ TimerEntry* TimerQueue::takeDue(std::int64_t now) noexcept {
     for (;;) {
         TimerEntry* const entry = first();
         if (entry == nullptr || entry->expirySeconds > now) {
-            // What the wheel held may have kept it from turning to far entries that are due, too.
+            // Entries that this pass has taken may have prevented a turn, and far entries may be due.
             if (now < m_turnAt || !turn(now)) return nullptr;
             continue;
         }
@@ -81,13 +82,13 @@ TimerEntry* TimerQueue::takeDue(std::int64_t now) noexcept {
             entry->pass = m_pass;
             return entry;
         }
-        link(*entry, kLaidAside);
+        link(*entry, kSetAside);
     }
 }
 
 void TimerQueue::endPass() noexcept {
     const Change change(m_changing);
-    moveAll(kLaidAside, kLaidAside);
+    moveAll(kSetAside, kSetAside);
 }
 
 bool TimerQueue::precedes(const TimerEntry& entry, const TimerEntry& other) noexcept {
@@ -137,8 +138,8 @@ void TimerQueue::markOccupied(std::uint32_t bucket) noexcept {
     m_occupiedWords |= std::uint64_t{1} << (bucket / kWordBits);
 }
 
-// Turning by half a wheel at once makes the far ones cost next to nothing. False when the wheel stays as it is, because
-// it still holds an entry that is overdue and that a pass takes out first.
+// A turn moves by half a wheel, so a far entry is moved once in 2,048 seconds at most. Returns false, without a turn,
+// while the wheel holds an overdue entry; a pass removes that first.
 bool TimerQueue::turn(std::int64_t now) noexcept {
     if (now < m_base) {
         turnTo(now, 0);
@@ -160,7 +161,7 @@ void TimerQueue::observe(std::int64_t steady, std::int64_t calendar) noexcept {
     settle(wholeSeconds(calendar));
     const std::int64_t offset = calendar - steady;
     if (m_offset != kUnknown) {
-        // A delay between the two reads makes the offset greater, never less, so it does not look like a step back.
+        // A delay between the two reads makes the offset greater, so it never looks like a step back.
         if (offset < m_offset + kSameOffset && offset > m_offset - kSameOffset) return;
         if (offset < m_offset) followStepBack(offset);
     }
@@ -176,7 +177,7 @@ void TimerQueue::followStepBack(std::int64_t offset) noexcept {
     moveAll(0, kFar);
 }
 
-// Recorded, because until it is in again no chain leads to it.
+// No chain leads to the entry until it is linked again; m_moving keeps it for a recovery.
 void TimerQueue::move(TimerEntry& entry) noexcept {
     m_moving = &entry;
     keepOrder();
@@ -186,7 +187,8 @@ void TimerQueue::move(TimerEntry& entry) noexcept {
     m_moving = nullptr;
 }
 
-// Puts the entries of the buckets where they belong now. From the last to the first, each finds its place at once.
+// Moves the entries of these buckets to their present buckets. In the order from the last entry to the first, each is
+// linked at the head of its bucket, without a search.
 void TimerQueue::moveAll(std::uint32_t firstBucket, std::uint32_t lastBucket) noexcept {
     std::vector<TimerEntry*> entries;
     try {
@@ -209,8 +211,8 @@ void TimerQueue::moveAll(std::uint32_t firstBucket, std::uint32_t lastBucket) no
         move(*entry);
 }
 
-// The next pointers are right at each step. An entry that is in no chain keeps an older generation and so counts as
-// taken out.
+// Rebuilds everything but the next pointers, which are correct after each step of a change. An entry that is in no
+// chain keeps an older generation, so it counts as removed.
 void TimerQueue::repair() noexcept {
     ++m_generation;
     m_occupiedWords = 0;
@@ -227,7 +229,7 @@ void TimerQueue::repair() noexcept {
     if (m_moving != nullptr && !contains(*m_moving)) link(*m_moving, bucketOf(m_moving->expirySeconds));
     m_moving = nullptr;
     moveAll(0, kFar);
-    // The mark of the unfinished change goes last: a thread that is killed in a repair leaves the next one to repair.
+    // The mark is cleared last: when this thread is killed before, the next owner of the lock repairs again.
     keepOrder();
     m_changing = false;
 }

@@ -52,7 +52,8 @@ void KestTimer::start(std::int32_t milliseconds, bool oneShot) {
     start(0, milliseconds, oneShot);
 }
 
-// A firing on another thread may start the timer again before it ends; the stop that waits for it has the last word.
+// A firing on another thread may start the timer again. So stop repeats until the timer is not registered after the
+// firing that it waited for.
 void KestTimer::stop() {
     bool waited = true;
     while (waited && m_registered.load(std::memory_order_acquire)) {
@@ -61,7 +62,7 @@ void KestTimer::stop() {
             KestTimerManager::removeTimer(*this);
         } catch (const KestException&) {  // the library is being torn down
         }
-        // Still registered: being fired, or left over from a manager that is gone.
+        // A timer that is still registered is being fired, or its manager has been deleted.
         waited = m_registered.load(std::memory_order_acquire) && KestTimerManager::waitWhileFiring(*this);
     }
 }

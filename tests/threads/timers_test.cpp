@@ -13,6 +13,7 @@
 #include "kit/gate.h"
 #include "platform/clock.h"
 #include "platform/thread.h"
+#include "threads/timer_deferral.h"
 #include "threads/timer_manager.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include "platform/thread.h"
 #include "support/exceptions.h"
 #include "support/logging.h"
-#include "threads/timer_manager.h"
+#include "threads/timer_deferral.h"
 
 namespace KestSupport {
 

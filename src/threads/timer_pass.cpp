@@ -1,0 +1,172 @@
+// A pass: one thread takes each due timer from the list and fires it without the list lock.
+//
+//   step of fire      m_pFiring   in the list           a killed thread leaves
+//   ask isOneShot     the timer   no                    the timer, which isPassUnderWay inserts again if it is periodic
+//   insert again      the timer   if it is periodic     a change of the list, which the next owner of the lock repairs
+//   set               the timer   if it is periodic     waiters of that firing without a signal
+//   end               null        as before             nothing
+//
+// A stop, start or reset of the timer during the first step clears m_rearm, and has the last word.
+#include "platform/clock.h"
+#include "platform/thread_bias.h"
+#include "threads/timer_manager.h"
+#include "threads/timer_shared.h"
+#include "threads/timer_thread.h"
+
+namespace KestSupport {
+
+using internal::kNanoseconds;
+using internal::TimerEntry;
+
+namespace {
+
+// Counts the calling thread, if it is a timer thread, while it runs foreign code.
+class CountedFiring {
+  public:
+    explicit CountedFiring(std::atomic<int>& count) noexcept
+        : m_count(count), m_one(KestTimerThread::isCurrent() ? 1 : 0) {
+        m_count += m_one;
+    }
+    CountedFiring(const CountedFiring&) = delete;
+    CountedFiring& operator=(const CountedFiring&) = delete;
+    ~CountedFiring() { m_count -= m_one; }
+
+  private:
+    std::atomic<int>& m_count;
+    const int m_one;
+};
+
+// Runs foreign code and drops its exceptions: no caller can handle them. Returns `otherwise` then.
+template <typename Result, typename Call>
+Result guarded(std::atomic<int>& firingThreads, Result otherwise, Call&& call) noexcept {
+    const CountedFiring counted(firingThreads);
+    try {
+        return call();
+    } catch (...) {
+        return otherwise;
+    }
+}
+
+}  // namespace
+
+void KestTimerManager::dispatch(KestTimerThread* timerThread) {
+    KestCriticalSection guard(shared().m_listLock, true);
+    KestTimerManager* const manager = m_pInstance;
+    if (manager == nullptr) return;
+    if (manager->isPassUnderWay()) return manager->waitNext(timerThread);
+    runPass(*manager, guard, timerThread);
+}
+
+void KestTimerManager::runPass(KestTimerManager& manager, KestCriticalSection& guard, KestTimerThread* timerThread) {
+    manager.observeClocks();
+    manager.fireDue(guard, timerThread);
+    if (!manager.isCurrent()) delete &manager;
+}
+
+// The list requires that the steady clock is read first.
+void KestTimerManager::observeClocks() noexcept {
+    const std::int64_t steady = platform::steadyTime();
+    m_timers.observe(steady, platform::calendarTime());
+}
+
+void KestTimerManager::fireDue(KestCriticalSection& guard, KestTimerThread* timerThread) {
+    Shared& state = shared();
+    platform::waitForOne(state.m_passLock.get(), 0);
+    state.m_passThread = platform::lifelongThreadKey();
+    m_dispatching = true;
+    m_timers.beginPass();
+    for (bool more = true; more;) {
+        TimerEntry* const entry = m_timers.takeDue(platform::calendarTime() / kNanoseconds);
+        more = entry != nullptr && fire(*entry->owner, guard);
+    }
+    // Without a current manager, timers that are destroyed do not leave the list, so it is not touched.
+    const bool exists = isCurrent();
+    if (exists) m_timers.endPass();
+    m_dispatching = false;
+    state.m_passThread = 0;
+    platform::releaseMutex(state.m_passLock.get());
+    if (!exists || m_timers.empty()) return;
+    scheduleFor(m_timers.first());
+    waitNext(timerThread);
+}
+
+// Makes the calling thread the waiting one, if it is a timer thread and no thread waits.
+void KestTimerManager::waitNext(KestTimerThread* timerThread) noexcept {
+    if (m_pWaiting != nullptr || timerThread == nullptr) return;
+    m_waitsUntil = 0;
+    m_pWaiting = timerThread;
+}
+
+// A thread that had the list lock in between may have been killed inside a change.
+void KestTimerManager::lockAgain(KestCriticalSection& guard) {
+    guard.lock();
+    m_timers.recover();
+}
+
+// False when the manager is gone. The list lock is held before and after.
+bool KestTimerManager::fire(KestTimer& timer, KestCriticalSection& guard) {
+    Shared& state = shared();
+    state.m_pFiring = &timer;
+    state.m_rearm = true;
+    guard.unlock();
+    const bool oneShot = guarded(state.m_firingTimerThreads, true, [&timer] { return timer.isOneShot(); });
+    lockAgain(guard);
+    if (isCurrent() && !oneShot && state.m_rearm) rearm(timer);
+    state.m_rearm = false;
+    guard.unlock();
+    guarded(state.m_firingTimerThreads, false, [&timer] {
+        timer.set();
+        return true;
+    });
+    lockAgain(guard);
+    if (!m_timers.contains(timer.m_entry)) timer.m_registered.store(false, std::memory_order_release);
+    state.m_pFiring = nullptr;
+    platform::setEvent(state.m_fired.get());
+    return isCurrent();
+}
+
+void KestTimerManager::rearm(KestTimer& timer) {
+    shared().m_rearm = false;
+    if (!m_timers.contains(timer.m_entry)) insertTimer(timer);
+}
+
+// Finishes a pass whose thread was killed.
+bool KestTimerManager::isPassUnderWay() {
+    m_timers.recover();
+    if (!m_dispatching) return false;
+    Shared& state = shared();
+    KestTimer* const interrupted = state.m_pFiring;
+    if (!recoverPass(state)) return true;
+    m_timers.endPass();
+    m_dispatching = false;
+    if (interrupted != nullptr && state.m_rearm && !interrupted->m_setting.load().oneShot) rearm(*interrupted);
+    return false;
+}
+
+// True when the thread of the pass was killed; no timer fires then.
+bool KestTimerManager::recoverPass(Shared& shared) noexcept {
+    if (shared.m_passThread == platform::lifelongThreadKey()) return false;
+    const std::uint32_t taken = platform::waitForOne(shared.m_passLock.get(), 0);
+    if (taken != platform::kWaitObject0 && taken != platform::kWaitAbandoned) return false;
+    shared.m_passThread = 0;
+    shared.m_pFiring = nullptr;
+    platform::releaseMutex(shared.m_passLock.get());
+    return true;
+}
+
+bool KestTimerManager::waitWhileFiring(const KestTimer& timer) {
+    Shared& state = shared();
+    KestCriticalSection guard(state.m_listLock, true);
+    bool waited = false;
+    while (state.m_pFiring == &timer && state.m_passThread != platform::lifelongThreadKey()) {
+        waited = true;
+        if (recoverPass(state)) break;
+        platform::resetEvent(state.m_fired.get());
+        guard.unlock();
+        platform::waitForOne(state.m_fired.get(), internal::kFiringCheck);
+        guard.lock();
+    }
+    return waited;
+}
+
+}  // namespace KestSupport

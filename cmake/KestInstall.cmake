@@ -1,6 +1,6 @@
 # What is installed, in three components:
 #   runtime      the shared library, for the programs that use it
-#   development  headers, the CMake package, the pkg-config file, the static library
+#   development  headers, the CMake package, the pkg-config file, the static library, gdb's printers
 #   tools        kestsc and kest-agent with their units, manual pages and completions
 include_guard(GLOBAL)
 include(GNUInstallDirs)
@@ -44,6 +44,12 @@ endif()
 configure_file(${packaging}/kestsupport.pc.in kestsupport.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kestsupport.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
+if(library_type STREQUAL SHARED_LIBRARY)
+  # gdb loads a library's printers from a file of the library's full name below its own folder.
+  install(FILES ${packaging}/gdb/kestsupport_printers.py RENAME $<TARGET_FILE_NAME:kestsupport>-gdb.py
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/gdb/auto-load${CMAKE_INSTALL_FULL_LIBDIR} COMPONENT development)
+endif()
+
 # --- The programs
 
 if(TARGET kestsc)
@@ -62,10 +68,63 @@ if(TARGET kest-agent)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kest-agent DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 endif()
 
+# What belongs to the programs. A system's own installation, below /usr, has its settings in /etc and follows Debian.
+set(settings_folder ${CMAKE_INSTALL_SYSCONFDIR}/kest)
+set(zsh_folder ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  set(settings_folder ${CMAKE_INSTALL_FULL_SYSCONFDIR}/kest)
+  set(zsh_folder ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+endif()
+
+function(kest_install_extras program)
+  install(FILES ${packaging}/completions/${program}.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+    RENAME ${program} COMPONENT tools)
+  install(FILES ${packaging}/completions/_${program} DESTINATION ${zsh_folder} COMPONENT tools)
+  configure_file(${packaging}/man/${program}.8 ${program}.8 COPYONLY)
+  set(page ${CMAKE_CURRENT_BINARY_DIR}/${program}.8)
+  if(KEST_GZIP)
+    execute_process(COMMAND ${KEST_GZIP} -9nf ${page} COMMAND_ERROR_IS_FATAL ANY)
+    string(APPEND page .gz)
+  endif()
+  install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT tools)
+endfunction()
+
+# A unit names the places of this installation.
+function(kest_install_unit name)
+  set(unit ${PROJECT_SOURCE_DIR}/examples/systemd/${name}.service)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${unit})
+  file(READ ${unit} text)
+  string(REPLACE "/usr/bin/" "${CMAKE_INSTALL_FULL_BINDIR}/" text "${text}")
+  string(REPLACE "/etc/" "${CMAKE_INSTALL_FULL_SYSCONFDIR}/" text "${text}")
+  file(CONFIGURE OUTPUT ${name}.service CONTENT "${text}" @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.service DESTINATION lib/systemd/system COMPONENT tools)
+endfunction()
+
+find_program(KEST_GZIP gzip)
+if(TARGET kestsc)
+  kest_install_extras(kestsc)
+  kest_install_unit(kest-services)
+endif()
+if(TARGET kest-agent)
+  kest_install_extras(kest-agent)
+  kest_install_unit(kest-agent)
+  # The settings that an administrator has edited stay.
+  set(settings ${PROJECT_SOURCE_DIR}/examples/agent/settings.properties)
+  install(CODE "
+    set(folder \"${settings_folder}\")
+    cmake_path(ABSOLUTE_PATH folder BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\")
+    if(EXISTS \"\$ENV{DESTDIR}\${folder}/agent.properties\")
+      list(APPEND CMAKE_INSTALL_MANIFEST_FILES \"\${folder}/agent.properties\")
+    else()
+      file(INSTALL DESTINATION \"\${folder}\" TYPE FILE FILES \"${settings}\" RENAME agent.properties)
+    endif()" COMPONENT tools)
+endif()
+
 # --- Removing it again
 
-add_custom_target(kest_uninstall
-  COMMAND ${CMAKE_COMMAND} -D BUILD=${CMAKE_BINARY_DIR} -P ${PROJECT_SOURCE_DIR}/cmake/uninstall.cmake)
+add_custom_target(kest_uninstall COMMAND ${CMAKE_COMMAND} -D BUILD=${CMAKE_BINARY_DIR}
+  -D SETTINGS=${PROJECT_SOURCE_DIR}/examples/agent/settings.properties -P ${PROJECT_SOURCE_DIR}/cmake/uninstall.cmake)
 if(PROJECT_IS_TOP_LEVEL)
   add_custom_target(uninstall DEPENDS kest_uninstall)
+  include(KestPackage)
 endif()

@@ -1,5 +1,6 @@
-# Removes what the last installation from a build tree installed, all of it or single components. Run with BUILD. An
-# installation with DESTDIR is removed with the same DESTDIR. A folder goes with its last file when only this project uses its name.
+# Removes what the last installation from a build tree installed, all of it or single components. Run with BUILD and SETTINGS, the
+# settings as they are installed. Edited ones stay. An installation with DESTDIR is removed with the same DESTDIR. A folder is
+# removed with its last file when its name is one of this project.
 cmake_minimum_required(VERSION 3.22)
 
 file(GLOB manifests ${BUILD}/install_manifest.txt ${BUILD}/install_manifest_*.txt)
@@ -11,6 +12,13 @@ foreach(manifest IN LISTS manifests)
   file(STRINGS ${manifest} files)
   foreach(file IN LISTS files)
     set(path "$ENV{DESTDIR}${file}")
+    if(path MATCHES "\\.properties$" AND EXISTS "${path}")
+      execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files "${path}" "${SETTINGS}" RESULT_VARIABLE edited)
+      if(edited)
+        message(STATUS "Keeping ${path}, which was edited")
+        continue()
+      endif()
+    endif()
     message(STATUS "Removing ${path}")
     file(REMOVE "${path}")
     get_filename_component(folder "${path}" DIRECTORY)

@@ -52,6 +52,9 @@ bool terminateThread(WaitHandle thread, std::uint32_t exitCode) noexcept;
 /// the library, the static destructors wait until all such threads have ended and destroyed their thread-local objects,
 /// for at most 5 seconds. Does nothing on a thread that createThread did not make.
 void leaveThread() noexcept;
+/// Returns true while the process ends on a system that has ended all its other threads by then. No wait for a thread
+/// succeeds any more.
+bool otherThreadsAreGone() noexcept;
 /// Returns false if the system refuses.
 bool setThreadPriority(WaitHandle thread, ThreadPriority priority) noexcept;
 /// Returns the result of the entry, the code of the termination, or 0 if the thread ended in another way. Returns

@@ -92,6 +92,7 @@ bool KestTimerManager::isWaiting(const KestTimerThread& thread) {
 
 // A firing may take any time, and it may be the caller.
 void KestTimerManager::awaitThreads(Shared& shared) noexcept {
+    if (platform::otherThreadsAreGone()) return;
     const platform::Deadline endOfFiring = platform::Deadline::after(kFiringMayTake);
     const platform::Deadline giveUp = platform::Deadline::after(kLeaveWithin);
     const int own = KestTimerThread::isCurrent() ? 1 : 0;

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdlib>
-#include <ctime>
 #include <map>
 #include <optional>
 #include <string>
@@ -35,14 +34,7 @@ class EnvironmentGuard {
     }
 
   private:
-    static void put(const std::string& name, const std::optional<std::string>& value) {
-        if (value) {
-            ::setenv(name.c_str(), value->c_str(), 1);
-        } else {
-            ::unsetenv(name.c_str());
-        }
-        ::tzset();
-    }
+    static void put(const std::string& name, const std::optional<std::string>& value);
 
     std::map<std::string, std::optional<std::string>> m_saved;
 };

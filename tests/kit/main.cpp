@@ -8,8 +8,10 @@
 int main(int argc, char** argv) {
     int exitCode = 0;
     if (kit::ChildRole::run(argc, argv, exitCode)) return exitCode;
+#ifdef SIGHUP
     // The tests send SIGHUP. A program under nohup ignores it, and so do its children.
     std::signal(SIGHUP, SIG_DFL);
+#endif
     testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

@@ -97,13 +97,4 @@ std::string quoteProgram(const std::string& commandLine) {
     return commandLine;
 }
 
-std::string joinArguments(const std::vector<std::string>& arguments) {
-    std::string commandLine;
-    for (const std::string& argument : arguments) {
-        if (!commandLine.empty()) commandLine += ' ';
-        commandLine += quoteArgument(argument);
-    }
-    return commandLine;
-}
-
 }  // namespace KestSupport::platform

@@ -247,6 +247,10 @@ void leaveThread() noexcept {
     g_leaving.fetch_add(1, std::memory_order_relaxed);
 }
 
+bool otherThreadsAreGone() noexcept {
+    return false;
+}
+
 // A forked child has no thread of its parent that could end.
 void forgetLeavingThreads(const ThreadRecord& self) noexcept {
     g_lastEnded = {};

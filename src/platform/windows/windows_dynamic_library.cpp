@@ -1,0 +1,43 @@
+#include "platform/dynamic_library.h"
+
+#include "platform/windows/windows_api.h"
+
+namespace KestSupport::platform {
+namespace {
+
+LibraryHandle refuse(ErrorCode error, std::string& message) {
+    message = errorMessage(error);
+    return nullptr;
+}
+
+}  // namespace
+
+LibraryHandle loadLibrary(const std::string& name, std::string& message) {
+    if (const int error = injectedFault("loadLibrary"); error != 0) return refuse(errorFromErrno(error), message);
+    if (name.empty()) return refuse(errorModuleNotFound, message);
+    std::wstring path = wideText(name);
+    // Elsewhere the loader takes '/' for a part of the name.
+    for (wchar_t& unit : path) {
+        if (unit == L'/') unit = L'\\';
+    }
+    const HMODULE module = LoadLibraryW(path.c_str());
+    return module != nullptr ? static_cast<LibraryHandle>(module) : refuse(GetLastError(), message);
+}
+
+LibraryHandle loadAgain(LibraryHandle library, std::string& message) {
+    HMODULE module = nullptr;
+    const auto* const address = static_cast<const wchar_t*>(library);
+    if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, address, &module))
+        return refuse(GetLastError(), message);
+    return module;
+}
+
+void* findSymbol(LibraryHandle library, const std::string& name) noexcept {
+    return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(library), name.c_str()));
+}
+
+void unloadLibrary(LibraryHandle library) noexcept {
+    FreeLibrary(static_cast<HMODULE>(library));
+}
+
+}  // namespace KestSupport::platform

@@ -1,0 +1,220 @@
+// Folders by handles: each folder on the way of a walk is held open without the permission to rename or delete it, so
+// no part of the path can be replaced until the walk has left it.
+#include "platform/files.h"
+
+#include <vector>
+
+#include "platform/windows/windows_api.h"
+
+namespace KestSupport::platform {
+namespace {
+
+constexpr DWORD kLinkOrFolder = FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT;
+
+struct FindCloser {
+    void operator()(void* search) const noexcept { FindClose(search); }
+};
+
+// The entries of a folder that match a pattern, which is the last name of the path.
+class EntryReader {
+  public:
+    /// Returns false for a folder that cannot be read.
+    bool start(const std::wstring& pattern) noexcept {
+        m_search.reset();
+        m_hasFirst = false;
+        m_error = errnoCall("openDirectory", [&] {
+            const HANDLE search = FindFirstFileExW(pattern.c_str(), FindExInfoBasic, &m_entry, FindExSearchNameMatch,
+                                                   nullptr, FIND_FIRST_EX_LARGE_FETCH);
+            if (search == INVALID_HANDLE_VALUE) return GetLastError() == ERROR_FILE_NOT_FOUND;
+            m_search.reset(search);
+            m_hasFirst = true;
+            return true;
+        });
+        return m_error == 0;
+    }
+
+    /// Null at the end, or when the folder cannot be read any further.
+    const WIN32_FIND_DATAW* next() noexcept {
+        if (m_search == nullptr) return nullptr;
+        if (!m_hasFirst) {
+            bool isEnd = false;
+            m_error = errnoCall("readDirectory", [&] {
+                if (FindNextFileW(m_search.get(), &m_entry)) return true;
+                isEnd = GetLastError() == ERROR_NO_MORE_FILES;
+                return isEnd;
+            });
+            if (isEnd || m_error != 0) return nullptr;
+        }
+        m_hasFirst = false;
+        return &m_entry;
+    }
+
+    int error() const noexcept { return m_error; }
+
+  private:
+    std::unique_ptr<void, FindCloser> m_search;
+    WIN32_FIND_DATAW m_entry{};
+    bool m_hasFirst = false;
+    int m_error = 0;
+};
+
+bool isLink(const std::wstring& path) noexcept {
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+}
+
+// A read-only file or folder is removed too, as on systems where the folder's permission decides.
+template <typename Remove>
+int removeEntry(const char* step, const std::wstring& path, const Remove& remove) noexcept {
+    return errnoCall(step, [&] {
+        if (remove(path.c_str())) return true;
+        const DWORD error = GetLastError();
+        const DWORD attributes = GetFileAttributesW(path.c_str());
+        const bool isReadOnly = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0;
+        if (error == ERROR_ACCESS_DENIED && isReadOnly &&
+            SetFileAttributesW(path.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY))) {
+            if (remove(path.c_str())) return true;
+            SetFileAttributesW(path.c_str(), attributes);
+        }
+        SetLastError(error);
+        return false;
+    });
+}
+
+int errorOfDirectory(int error) noexcept {
+    return error == EACCES && GetLastError() == ERROR_DIRECTORY ? ENOTDIR : error;
+}
+
+}  // namespace
+
+int makeDirectory(const std::string& path) {
+    const std::wstring name = systemPath(path);
+    return errnoCall("makeDirectory", [&] { return CreateDirectoryW(name.c_str(), nullptr) != 0; });
+}
+
+int removeDirectory(const std::string& path) {
+    const std::wstring name = systemPath(path);
+    if (isLink(name)) return ENOTDIR;
+    return errorOfDirectory(removeEntry("removeDirectory", name, [](const wchar_t* p) { return RemoveDirectoryW(p); }));
+}
+
+// Links are followed, which the query of attributes does not do.
+bool pathExists(const std::string& path) {
+    const std::wstring name = systemPath(path);
+    return errorCall("pathExists", [&] {
+               const DWORD attributes = GetFileAttributesW(name.c_str());
+               if (attributes == INVALID_FILE_ATTRIBUTES) return false;
+               if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return true;
+               constexpr DWORD anySharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+               return SystemHandle(CreateFileW(name.c_str(), 0, anySharing, nullptr, OPEN_EXISTING,
+                                               FILE_FLAG_BACKUP_SEMANTICS, nullptr))
+                   .isOpen();
+           }) == errorSuccess;
+}
+
+struct FileSearch::State {
+    EntryReader reader;
+};
+
+FileSearch::FileSearch() = default;
+FileSearch::~FileSearch() = default;
+
+int FileSearch::start(const std::string& pattern) {
+    m_state = std::make_unique<State>();
+    m_state->reader.start(systemPath(pattern));
+    return m_state->reader.error();
+}
+
+int FileSearch::error() const noexcept {
+    return m_state == nullptr ? 0 : m_state->reader.error();
+}
+
+bool FileSearch::next(std::string& name) {
+    const WIN32_FIND_DATAW* const entry = m_state == nullptr ? nullptr : m_state->reader.next();
+    if (entry == nullptr) return false;
+    name = ansiText(entry->cFileName);
+    return true;
+}
+
+struct TreeWalk::State {
+    struct Folder {
+        std::wstring path;
+        SystemHandle held;
+    };
+
+    std::wstring pathOf(const char* name) const { return folders.back().path + L'\\' + wideText(name); }
+
+    int enter(std::wstring path) {
+        SystemHandle held;
+        const int error = errnoCall("openDirectory", [&] {
+            held = SystemHandle(CreateFileW(path.c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                            nullptr, OPEN_EXISTING, kLinkOrFolder, nullptr));
+            return held.isOpen();
+        });
+        if (error != 0) return error;
+        BY_HANDLE_FILE_INFORMATION information;
+        if (!GetFileInformationByHandle(held.get(), &information)) return EIO;
+        if ((information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) return ELOOP;
+        if ((information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) return ENOTDIR;
+        if (!reader.start(path + L"\\*")) return reader.error();
+        folders.push_back({std::move(path), std::move(held)});
+        return 0;
+    }
+
+    std::vector<Folder> folders;
+    EntryReader reader;
+    std::string latest;  // name of the latest entry
+};
+
+TreeWalk::TreeWalk() = default;
+TreeWalk::~TreeWalk() = default;
+
+int TreeWalk::start(const std::string& path) {
+    m_state = std::make_unique<State>();
+    // Absolute and without the usual limit, since folders of any depth may follow.
+    std::wstring name = wideText(path);
+    const DWORD room = GetFullPathNameW(name.c_str(), 0, nullptr, nullptr);
+    std::wstring full(room, L'\0');
+    full.resize(GetFullPathNameW(name.c_str(), room, full.data(), nullptr));
+    while (full.size() > 3 && (full.back() == L'\\' || full.back() == L'/'))
+        full.pop_back();
+    if (!full.starts_with(L"\\\\")) full.insert(0, L"\\\\?\\");
+    return m_state->enter(std::move(full));
+}
+
+bool TreeWalk::next(Entry& entry) {
+    while (const WIN32_FIND_DATAW* const found = m_state->reader.next()) {
+        m_state->latest = ansiText(found->cFileName);
+        if (m_state->latest == "." || m_state->latest == "..") continue;
+        constexpr DWORD linkedFolder = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+        entry = {m_state->latest.c_str(), (found->dwFileAttributes & linkedFolder) == FILE_ATTRIBUTE_DIRECTORY};
+        return true;
+    }
+    return false;
+}
+
+bool TreeWalk::descend(const char* name) {
+    return m_state->enter(m_state->pathOf(name)) == 0;
+}
+
+bool TreeWalk::ascend() {
+    m_state->folders.pop_back();
+    m_state->reader = EntryReader();
+    return !m_state->folders.empty();
+}
+
+// A link to a folder counts as a file, but only the call for folders removes it.
+int TreeWalk::removeFile(const char* name) noexcept {
+    return removeEntry("removeEntry", m_state->pathOf(name), [](const wchar_t* path) {
+        const DWORD attributes = GetFileAttributesW(path);
+        const bool isFolder = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+        return isFolder ? RemoveDirectoryW(path) : DeleteFileW(path);
+    });
+}
+
+int TreeWalk::removeFolder(const char* name) noexcept {
+    return removeEntry("removeEntry", m_state->pathOf(name),
+                       [](const wchar_t* path) { return RemoveDirectoryW(path); });
+}
+
+}  // namespace KestSupport::platform

@@ -1,0 +1,54 @@
+#include "platform/interruption.h"
+
+#include <atomic>
+
+#include "platform/windows/windows_api.h"
+#include "platform/windows/windows_thread_record.h"
+
+namespace KestSupport::platform {
+namespace {
+
+// The routine runs on threads of the system, possibly after the object's end.
+constinit std::atomic<int> g_request{0};
+constinit std::atomic<HANDLE> g_arrived{nullptr};
+
+// An event's number is one more than the system's, so that it is not 0.
+BOOL WINAPI onEvent(DWORD event) noexcept {
+    g_request.store(static_cast<int>(event) + 1, std::memory_order_release);
+    SetEvent(g_arrived.load(std::memory_order_acquire));
+    return TRUE;
+}
+
+}  // namespace
+
+struct Interruption::State {
+    SystemHandle arrived{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    bool reported = false;
+};
+
+Interruption::Interruption() : m_state(std::make_unique<State>()) {
+    g_request.store(0, std::memory_order_relaxed);
+    g_arrived.store(m_state->arrived.get(), std::memory_order_release);
+    SetConsoleCtrlHandler(&onEvent, TRUE);
+}
+
+Interruption::~Interruption() {
+    SetConsoleCtrlHandler(&onEvent, FALSE);
+    const int request = g_request.load(std::memory_order_acquire);
+    g_arrived.store(nullptr, std::memory_order_release);
+    if (request != 0 && !m_state->reported) takeEffect(request);
+}
+
+int Interruption::wait(std::uint32_t timeout) noexcept {
+    const WaitMark mark;
+    if (WaitForSingleObject(m_state->arrived.get(), timeout) != WAIT_OBJECT_0) return 0;
+    m_state->reported = true;
+    return g_request.load(std::memory_order_acquire);
+}
+
+void Interruption::takeEffect(int) noexcept {
+    constexpr UINT kEndedByControlC = 0xC000013A;
+    ExitProcess(kEndedByControlC);
+}
+
+}  // namespace KestSupport::platform

@@ -1,0 +1,202 @@
+// Child processes. A child inherits its three standard handles and nothing else.
+#include "platform/process.h"
+
+#include <algorithm>
+#include <cwchar>
+
+#include "platform/wait.h"
+#include "platform/windows/windows_api.h"
+#include "platform/windows/windows_thread_record.h"
+
+namespace KestSupport::platform {
+namespace {
+
+HANDLE systemHandle(std::intptr_t handle) noexcept {
+    return reinterpret_cast<HANDLE>(handle);
+}
+
+constexpr DWORD kStandardHandles[] = {STD_INPUT_HANDLE, STD_OUTPUT_HANDLE, STD_ERROR_HANDLE};
+
+// The child's standard handles: duplicates that can be inherited.
+class StandardHandles {
+  public:
+    ErrorCode take(const ProcessRequest& request) {
+        for (std::size_t i = 0; i < m_handles.size(); ++i) {
+            if (const ErrorCode error = takeOne(i, request.standardHandles[i]); error != 0) return error;
+        }
+        return errorSuccess;
+    }
+
+    HANDLE operator[](std::size_t index) const noexcept { return m_handles[index].get(); }
+
+    /// The different handles, as the list of those that are inherited has to be.
+    std::vector<HANDLE> inherited() const {
+        std::vector<HANDLE> handles;
+        for (const SystemHandle& handle : m_handles) {
+            if (handle.isOpen()) handles.push_back(handle.get());
+        }
+        return handles;
+    }
+
+  private:
+    ErrorCode takeOne(std::size_t index, std::intptr_t asked) {
+        if (asked == kNullDevice) {
+            SECURITY_ATTRIBUTES inheritable{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
+            m_handles[index] =
+                SystemHandle(CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                         &inheritable, OPEN_EXISTING, 0, nullptr));
+            return m_handles[index].isOpen() ? errorSuccess : GetLastError();
+        }
+        const HANDLE source = asked == kInheritHandle ? GetStdHandle(kStandardHandles[index]) : systemHandle(asked);
+        // A program of the desktop has none to pass on.
+        if (asked == kInheritHandle && (source == nullptr || source == INVALID_HANDLE_VALUE)) return errorSuccess;
+        return errorCall("passHandle", [&] {
+            HANDLE duplicate = nullptr;
+            const HANDLE process = GetCurrentProcess();
+            if (!DuplicateHandle(process, source, process, &duplicate, 0, TRUE, DUPLICATE_SAME_ACCESS)) return false;
+            m_handles[index] = SystemHandle(duplicate);
+            return true;
+        });
+    }
+
+    std::array<SystemHandle, 3> m_handles;
+};
+
+// The attribute that names the handles which the child inherits.
+class InheritedHandles {
+  public:
+    explicit InheritedHandles(std::vector<HANDLE> handles) : m_handles(std::move(handles)) {
+        SIZE_T size = 0;
+        InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
+        m_memory.resize(size);
+        InitializeProcThreadAttributeList(list(), 1, 0, &size);
+        if (!m_handles.empty()) {
+            UpdateProcThreadAttribute(list(), 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, m_handles.data(),
+                                      m_handles.size() * sizeof(HANDLE), nullptr, nullptr);
+        }
+    }
+    InheritedHandles(const InheritedHandles&) = delete;
+    InheritedHandles& operator=(const InheritedHandles&) = delete;
+    ~InheritedHandles() { DeleteProcThreadAttributeList(list()); }
+
+    LPPROC_THREAD_ATTRIBUTE_LIST list() noexcept {
+        return reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(m_memory.data());
+    }
+    bool isEmpty() const noexcept { return m_handles.empty(); }
+
+  private:
+    std::vector<HANDLE> m_handles;
+    std::vector<char> m_memory;
+};
+
+bool isVariable(const std::wstring& entry, const std::wstring& name) {
+    return entry.size() > name.size() && entry[name.size()] == L'=' &&
+           CompareStringOrdinal(entry.c_str(), static_cast<int>(name.size()), name.c_str(),
+                                static_cast<int>(name.size()), TRUE) == CSTR_EQUAL;
+}
+
+// This process's environment with the request's variables, in the system's order: by name, without regard to case.
+std::wstring environmentBlock(const ProcessRequest& request) {
+    std::vector<std::wstring> entries;
+    wchar_t* const own = GetEnvironmentStringsW();
+    for (const wchar_t* entry = own; *entry != L'\0'; entry += std::wcslen(entry) + 1)
+        entries.emplace_back(entry);
+    FreeEnvironmentStringsW(own);
+    for (const auto& [name, value] : request.environment) {
+        const std::wstring wideName = wideText(name);
+        std::erase_if(entries, [&](const std::wstring& entry) { return isVariable(entry, wideName); });
+        entries.push_back(wideName + L'=' + wideText(value));
+    }
+    std::stable_sort(entries.begin(), entries.end(), [](const std::wstring& a, const std::wstring& b) {
+        const auto length = [](const std::wstring& entry) { return static_cast<int>(entry.find(L'=', 1)); };
+        return CompareStringOrdinal(a.c_str(), length(a), b.c_str(), length(b), TRUE) == CSTR_LESS_THAN;
+    });
+    std::wstring block;
+    for (const std::wstring& entry : entries)
+        block.append(entry).push_back(L'\0');
+    block.push_back(L'\0');
+    return block;
+}
+
+}  // namespace
+
+Process::~Process() {
+    if (m_handle != kInheritHandle) CloseHandle(systemHandle(m_handle));
+}
+
+ErrorCode Process::start(const ProcessRequest& request) {
+    if (splitArguments(request.commandLine).empty()) return errorInvalidParameter;
+    StandardHandles handles;
+    if (const ErrorCode error = handles.take(request); error != 0) return error;
+    InheritedHandles inherited(handles.inherited());
+
+    STARTUPINFOEXW startup{};
+    startup.StartupInfo.cb = sizeof startup;
+    startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
+    startup.StartupInfo.hStdInput = handles[0];
+    startup.StartupInfo.hStdOutput = handles[1];
+    startup.StartupInfo.hStdError = handles[2];
+    startup.lpAttributeList = inherited.list();
+
+    std::wstring commandLine = wideText(request.commandLine);
+    std::wstring environment = environmentBlock(request);
+    const std::wstring folder = wideText(request.workingDirectory);
+    DWORD flags = EXTENDED_STARTUPINFO_PRESENT | CREATE_UNICODE_ENVIRONMENT;
+    if (request.detached) flags |= DETACHED_PROCESS | CREATE_NEW_PROCESS_GROUP;
+    PROCESS_INFORMATION started{};
+    const ErrorCode error = errorCall(request.detached ? "startDetached" : "startProcess", [&] {
+        return CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, !inherited.isEmpty(), flags,
+                              environment.data(), folder.empty() ? nullptr : folder.c_str(), &startup.StartupInfo,
+                              &started) != 0;
+    });
+    if (error != 0) return error;
+    CloseHandle(started.hThread);
+    m_id = started.dwProcessId;
+    m_handle = reinterpret_cast<std::intptr_t>(started.hProcess);
+    m_detached = request.detached;
+    if (request.detached && request.announce) request.announce(m_id);
+    return errorSuccess;
+}
+
+bool Process::askForEnd(bool block) noexcept {
+    sleepUntilEnd(block ? INFINITE : 0);
+    DWORD code = 0;
+    if (WaitForSingleObject(systemHandle(m_handle), 0) != WAIT_OBJECT_0) return false;
+    if (!m_detached && GetExitCodeProcess(systemHandle(m_handle), &code)) m_exitCode = static_cast<int>(code);
+    return true;
+}
+
+void Process::sleepUntilEnd(std::uint32_t timeout) noexcept {
+    const WaitMark mark;
+    WaitForSingleObject(systemHandle(m_handle), timeout);
+}
+
+bool Process::wait(std::uint32_t timeout) noexcept {
+    if (!m_ended && timeout != kInfinite) sleepUntilEnd(timeout);
+    if (!m_ended) m_ended = askForEnd(timeout == kInfinite);
+    return m_ended;
+}
+
+std::intptr_t Process::duplicateHandle() noexcept {
+    if (m_handle == kInheritHandle) return kInheritHandle;
+    HANDLE duplicate = nullptr;
+    const HANDLE process = GetCurrentProcess();
+    const ErrorCode error = errorCall("duplicateHandle", [&] {
+        return DuplicateHandle(process, systemHandle(m_handle), process, &duplicate, 0, FALSE, DUPLICATE_SAME_ACCESS) !=
+               0;
+    });
+    return error == 0 ? reinterpret_cast<std::intptr_t>(duplicate) : kInheritHandle;
+}
+
+// Some openers are components, which need a thread that components may run on.
+ErrorCode openDocument(const std::string& path) {
+    constexpr std::intptr_t kLargestError = 32;
+    if (const int error = injectedFault("startProcess"); error != 0) return errorFromErrno(error);
+    const HRESULT initialised = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
+    const auto result = reinterpret_cast<std::intptr_t>(
+        ShellExecuteW(nullptr, L"open", wideText(path).c_str(), nullptr, nullptr, SW_SHOWNORMAL));
+    if (SUCCEEDED(initialised)) CoUninitialize();
+    return result > kLargestError ? errorSuccess : static_cast<ErrorCode>(result == 0 ? errorNotEnoughMemory : result);
+}
+
+}  // namespace KestSupport::platform

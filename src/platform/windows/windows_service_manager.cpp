@@ -1,0 +1,340 @@
+// The system's service control manager.
+//
+// Texts go to it as UTF-16. A handle of ours keeps what the manager does not tell by a handle: the service's name and
+// the rights that it was opened with.
+#include "platform/service_manager.h"
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+
+#include "platform/process_memory.h"
+#include "platform/windows/windows_api.h"
+
+namespace KestSupport::platform {
+namespace {
+
+static_assert(kServiceOwnProcess == SERVICE_WIN32_OWN_PROCESS && kServiceInteractive == SERVICE_INTERACTIVE_PROCESS &&
+              kServiceManagerAllAccess == SC_MANAGER_ALL_ACCESS && kServiceAllAccess == SERVICE_ALL_ACCESS &&
+              kServiceQueryConfiguration == SERVICE_QUERY_CONFIG && kServiceDelete == DELETE);
+
+struct ServiceHandleCloser {
+    void operator()(SC_HANDLE handle) const noexcept { CloseServiceHandle(handle); }
+};
+using OwnedServiceHandle = std::unique_ptr<SC_HANDLE__, ServiceHandleCloser>;
+
+struct OpenHandle {
+    OwnedServiceHandle system;
+    std::wstring service;  // empty: the manager
+};
+
+OpenHandle* ownHandle(void* handle) noexcept {
+    return static_cast<OpenHandle*>(handle);
+}
+
+// The name that the system gives a list of names: each with a NUL, one more at the end.
+std::wstring nameList(const std::vector<std::string>& names) {
+    std::wstring list;
+    for (const std::string& name : names)
+        list.append(wideText(name)).push_back(L'\0');
+    list.push_back(L'\0');
+    return list;
+}
+
+std::string nameList(const wchar_t* list) {
+    std::string names;
+    for (; list != nullptr && *list != L'\0'; list += std::wstring_view(list).size() + 1)
+        names.append(ansiText(list)).push_back('\0');
+    return names;
+}
+
+std::string textOf(const wchar_t* text) {
+    return text == nullptr ? std::string() : ansiText(text);
+}
+
+ErrorCode result(bool succeeded) noexcept {
+    return succeeded ? errorSuccess : GetLastError();
+}
+
+template <typename Status>
+ServiceStatus statusOf(const Status& status, std::uint32_t processId) {
+    return {status.dwServiceType,
+            status.dwCurrentState,
+            status.dwControlsAccepted,
+            status.dwWin32ExitCode,
+            status.dwServiceSpecificExitCode,
+            status.dwCheckPoint,
+            status.dwWaitHint,
+            processId};
+}
+
+// Asks for the size first; what is asked may grow in between.
+template <typename Query>
+ErrorCode queryGrowing(std::vector<BYTE>& buffer, const Query& query) {
+    DWORD needed = 0;
+    while (!query(buffer.data(), static_cast<DWORD>(buffer.size()), needed)) {
+        const DWORD error = GetLastError();
+        if ((error != ERROR_INSUFFICIENT_BUFFER && error != ERROR_MORE_DATA) || needed <= buffer.size()) return error;
+        buffer.resize(needed);
+    }
+    return errorSuccess;
+}
+
+// The service that this process is. The manager calls plain functions, so there is one for each process.
+struct RunningService {
+    std::wstring name;
+    ServiceManager::ServiceMain main = nullptr;
+    std::atomic<ServiceManager::ControlHandler> handler{nullptr};
+    std::atomic<SERVICE_STATUS_HANDLE> status{nullptr};
+    std::atomic<bool> isStopped{false};
+};
+
+RunningService& runningService() noexcept {
+    static constinit ProcessObject<RunningService> s_service;
+    return s_service.get();
+}
+
+bool report(SERVICE_STATUS_HANDLE handle, const ServiceStatus& status) noexcept {
+    SERVICE_STATUS system{status.serviceType,     status.currentState, status.controlsAccepted, status.exitCode,
+                          status.serviceExitCode, status.checkPoint,   status.waitHint};
+    return SetServiceStatus(handle, &system);
+}
+
+// A control handler that throws has not met the control.
+DWORD WINAPI handleControl(DWORD control, DWORD, void*, void*) noexcept {
+    try {
+        if (const auto handler = runningService().handler.load(std::memory_order_acquire)) handler(control);
+        return NO_ERROR;
+    } catch (...) {
+        return errorExceptionInService;
+    }
+}
+
+// A main that ends without a stopped status has stopped the service.
+void reportStopped(std::uint32_t exitCode) noexcept {
+    RunningService& service = runningService();
+    if (service.isStopped.load(std::memory_order_acquire)) return;
+    SERVICE_STATUS_HANDLE handle = service.status.load(std::memory_order_acquire);
+    if (handle == nullptr) handle = RegisterServiceCtrlHandlerExW(service.name.c_str(), &handleControl, nullptr);
+    if (handle == nullptr) return;
+    ServiceStatus stopped;
+    stopped.currentState = kServiceStopped;
+    stopped.exitCode = exitCode;
+    report(handle, stopped);
+}
+
+void WINAPI runMain(DWORD count, wchar_t** words) noexcept {
+    RunningService& service = runningService();
+    try {
+        std::vector<std::string> arguments;
+        for (DWORD i = 0; i < count; ++i)
+            arguments.push_back(ansiText(words[i]));
+        if (!arguments.empty()) arguments.front() = ansiText(service.name);
+        service.main(arguments);
+        if (service.handler.load() == nullptr) reportStopped(errorSuccess);
+    } catch (...) {
+        reportStopped(errorExceptionInService);
+    }
+}
+
+class SystemServiceManager : public ServiceManager {
+  public:
+    ErrorCode runDispatcher(const std::string& name, ServiceMain main) override {
+        RunningService& service = runningService();
+        service.name = wideText(name);
+        service.main = main;
+        service.handler.store(nullptr);
+        service.status.store(nullptr);
+        service.isStopped.store(false);
+        SERVICE_TABLE_ENTRYW table[] = {{service.name.data(), &runMain}, {nullptr, nullptr}};
+        return result(StartServiceCtrlDispatcherW(table));
+    }
+
+    Handle registerControlHandler(const std::string& name, ControlHandler handler) override {
+        RunningService& service = runningService();
+        service.handler.store(handler, std::memory_order_release);
+        const SERVICE_STATUS_HANDLE handle =
+            RegisterServiceCtrlHandlerExW(wideText(name).c_str(), &handleControl, nullptr);
+        service.status.store(handle, std::memory_order_release);
+        return handle;
+    }
+
+    ErrorCode setStatus(Handle statusHandle, const ServiceStatus& status) override {
+        RunningService& service = runningService();
+        if (statusHandle == nullptr || service.isStopped.load()) return errorInvalidHandle;
+        if (status.currentState == kServiceStopped) service.isStopped.store(true, std::memory_order_release);
+        return result(report(static_cast<SERVICE_STATUS_HANDLE>(statusHandle), status));
+    }
+
+    ErrorCode openManager(std::uint32_t access, Handle& manager) override {
+        manager = nullptr;
+        OwnedServiceHandle opened(OpenSCManagerW(nullptr, nullptr, access));
+        if (opened == nullptr) return GetLastError();
+        manager = new OpenHandle{std::move(opened), {}};
+        return errorSuccess;
+    }
+
+    ErrorCode enumerateServices(Handle manager, std::vector<ServiceEntry>& services) override {
+        if (!isManager(manager)) return errorInvalidHandle;
+        std::vector<BYTE> buffer(65536);
+        DWORD resume = 0;
+        for (bool isComplete = false; !isComplete;) {
+            DWORD needed = 0;
+            DWORD count = 0;
+            isComplete = EnumServicesStatusExW(system(manager), SC_ENUM_PROCESS_INFO, SERVICE_WIN32, SERVICE_STATE_ALL,
+                                               buffer.data(), static_cast<DWORD>(buffer.size()), &needed, &count,
+                                               &resume, nullptr);
+            if (!isComplete && GetLastError() != ERROR_MORE_DATA) return GetLastError();
+            const auto* const entries = reinterpret_cast<const ENUM_SERVICE_STATUS_PROCESSW*>(buffer.data());
+            for (DWORD i = 0; i < count; ++i) {
+                const SERVICE_STATUS_PROCESS& status = entries[i].ServiceStatusProcess;
+                services.push_back({textOf(entries[i].lpServiceName), textOf(entries[i].lpDisplayName),
+                                    statusOf(status, status.dwProcessId), errorSuccess});
+            }
+        }
+        std::sort(services.begin(), services.end(),
+                  [](const ServiceEntry& a, const ServiceEntry& b) { return a.name < b.name; });
+        return errorSuccess;
+    }
+
+    ErrorCode createService(Handle manager, const ServiceConfiguration& configuration, std::uint32_t access,
+                            Handle& service) override {
+        service = nullptr;
+        if (!isManager(manager)) return errorInvalidHandle;
+        std::wstring name = wideText(configuration.name);
+        const std::wstring dependencies = nameList(dependencyNames(configuration.dependencies));
+        OwnedServiceHandle created(CreateServiceW(
+            system(manager), name.c_str(), wideText(configuration.displayName).c_str(), access, configuration.type,
+            configuration.startType, configuration.errorControl, wideText(configuration.commandLine).c_str(), nullptr,
+            nullptr, dependencies.c_str(), nullptr, nullptr));
+        if (created == nullptr) return GetLastError();
+        service = new OpenHandle{std::move(created), std::move(name)};
+        return errorSuccess;
+    }
+
+    ErrorCode openService(Handle manager, const std::string& name, std::uint32_t access, Handle& service) override {
+        service = nullptr;
+        if (!isManager(manager)) return errorInvalidHandle;
+        std::wstring wideName = wideText(name);
+        OwnedServiceHandle opened(OpenServiceW(system(manager), wideName.c_str(), access));
+        if (opened == nullptr) return GetLastError();
+        service = new OpenHandle{std::move(opened), std::move(wideName)};
+        return errorSuccess;
+    }
+
+    ErrorCode queryConfiguration(Handle service, ServiceConfiguration& configuration) override {
+        if (!isService(service)) return errorInvalidHandle;
+        std::vector<BYTE> buffer(1024);
+        const auto query = [&](BYTE* data, DWORD size, DWORD& needed) {
+            return QueryServiceConfigW(system(service), reinterpret_cast<QUERY_SERVICE_CONFIGW*>(data), size, &needed);
+        };
+        if (const ErrorCode error = queryGrowing(buffer, query); error != 0) return error;
+        const auto& found = *reinterpret_cast<const QUERY_SERVICE_CONFIGW*>(buffer.data());
+        configuration = {ansiText(ownHandle(service)->service),
+                         textOf(found.lpDisplayName),
+                         found.dwServiceType,
+                         found.dwStartType,
+                         found.dwErrorControl,
+                         textOf(found.lpBinaryPathName),
+                         nameList(found.lpDependencies)};
+        return errorSuccess;
+    }
+
+    ErrorCode changeConfiguration(Handle service, const ServiceChange& change) override {
+        if (!isService(service)) return errorInvalidHandle;
+        const std::wstring displayName = wideText(change.displayName.value_or(""));
+        const std::wstring commandLine = wideText(change.commandLine.value_or(""));
+        const std::wstring dependencies = nameList(dependencyNames(change.dependencies.value_or("")));
+        return result(ChangeServiceConfigW(system(service), SERVICE_NO_CHANGE,
+                                           change.startType.value_or(SERVICE_NO_CHANGE), SERVICE_NO_CHANGE,
+                                           change.commandLine ? commandLine.c_str() : nullptr, nullptr, nullptr,
+                                           change.dependencies ? dependencies.c_str() : nullptr, nullptr, nullptr,
+                                           change.displayName ? displayName.c_str() : nullptr));
+    }
+
+    ErrorCode queryDescription(Handle service, std::vector<unsigned short>& description) override {
+        if (!isService(service)) return errorInvalidHandle;
+        std::vector<BYTE> buffer(1024);
+        const auto query = [&](BYTE* data, DWORD size, DWORD& needed) {
+            return QueryServiceConfig2W(system(service), SERVICE_CONFIG_DESCRIPTION, data, size, &needed);
+        };
+        if (const ErrorCode error = queryGrowing(buffer, query); error != 0) return error;
+        const wchar_t* const text = reinterpret_cast<const SERVICE_DESCRIPTIONW*>(buffer.data())->lpDescription;
+        const std::wstring_view found = text == nullptr ? std::wstring_view() : text;
+        description.assign(found.begin(), found.end());
+        return errorSuccess;
+    }
+
+    ErrorCode setDescription(Handle service, std::span<const unsigned short> description) override {
+        if (!isService(service)) return errorInvalidHandle;
+        std::wstring text(description.begin(), description.end());
+        SERVICE_DESCRIPTIONW change{text.data()};
+        return result(ChangeServiceConfig2W(system(service), SERVICE_CONFIG_DESCRIPTION, &change));
+    }
+
+    ErrorCode startService(Handle service, const std::vector<std::string>& arguments) override {
+        if (!isService(service)) return errorInvalidHandle;
+        std::vector<std::wstring> texts;
+        for (const std::string& argument : arguments)
+            texts.push_back(wideText(argument));
+        std::vector<const wchar_t*> words;
+        for (const std::wstring& text : texts)
+            words.push_back(text.c_str());
+        return result(StartServiceW(system(service), static_cast<DWORD>(words.size()), words.data()));
+    }
+
+    ErrorCode endService(Handle service) override {
+        if (!isService(service)) return errorInvalidHandle;
+        ServiceStatus status;
+        if (const ErrorCode error = queryStatus(service, status); error != 0) return error;
+        if (status.currentState == kServiceStopped) return errorServiceNotActive;
+        if (status.processId == 0) return errorServiceCannotAcceptControl;
+        constexpr DWORD kWait = 30'000;
+        const SystemHandle process(OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, status.processId));
+        if (!process.isOpen() || !TerminateProcess(process.get(), errorProcessAborted)) return GetLastError();
+        return WaitForSingleObject(process.get(), kWait) == WAIT_OBJECT_0 ? errorSuccess : errorServiceRequestTimeout;
+    }
+
+    ErrorCode control(Handle service, std::uint32_t control, ServiceStatus& answer) override {
+        if (!isService(service)) return errorInvalidHandle;
+        SERVICE_STATUS status{};
+        const ErrorCode error = result(ControlService(system(service), control, &status));
+        // The status that comes with some errors is not reliable in every version of the system.
+        const bool isAnswered = error == errorServiceNotActive || error == errorServiceCannotAcceptControl ||
+                                error == errorInvalidServiceControl;
+        if (error == errorSuccess || (isAnswered && queryStatus(service, answer) != errorSuccess))
+            answer = statusOf(status, 0);
+        return error;
+    }
+
+    ErrorCode queryStatus(Handle service, ServiceStatus& status) override {
+        if (!isService(service)) return errorInvalidHandle;
+        SERVICE_STATUS_PROCESS found{};
+        DWORD needed = 0;
+        if (!QueryServiceStatusEx(system(service), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&found),
+                                  sizeof found, &needed))
+            return GetLastError();
+        status = statusOf(found, found.dwProcessId);
+        return errorSuccess;
+    }
+
+    ErrorCode deleteService(Handle service) override {
+        return isService(service) ? result(DeleteService(system(service))) : errorInvalidHandle;
+    }
+
+    void closeHandle(Handle handle) override { delete ownHandle(handle); }
+
+  private:
+    static SC_HANDLE system(Handle handle) noexcept { return ownHandle(handle)->system.get(); }
+    static bool isManager(Handle handle) noexcept { return handle != nullptr && ownHandle(handle)->service.empty(); }
+    static bool isService(Handle handle) noexcept { return handle != nullptr && !ownHandle(handle)->service.empty(); }
+};
+
+}  // namespace
+
+ServiceManager& platformServiceManager() noexcept {
+    static constinit ProcessObject<SystemServiceManager> s_manager;
+    return s_manager.get();
+}
+
+}  // namespace KestSupport::platform

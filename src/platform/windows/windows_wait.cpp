@@ -1,0 +1,128 @@
+// The system's own waitable objects. A WaitHandle is the system's handle.
+#include "platform/wait.h"
+
+#include <algorithm>
+#include <array>
+
+#include "platform/windows/windows_api.h"
+#include "platform/windows/windows_thread_record.h"
+
+namespace KestSupport::platform {
+namespace {
+
+static_assert(kWaitObject0 == WAIT_OBJECT_0 && kWaitAbandoned == WAIT_ABANDONED_0 && kWaitTimeout == WAIT_TIMEOUT &&
+              kWaitFailed == WAIT_FAILED && kInfinite == INFINITE && kMaximumWaitObjects == MAXIMUM_WAIT_OBJECTS);
+
+HANDLE systemHandle(WaitHandle handle) noexcept {
+    return static_cast<HANDLE>(static_cast<void*>(handle));
+}
+
+WaitHandle waitHandle(HANDLE handle) noexcept {
+    return static_cast<WaitHandle>(static_cast<void*>(handle));
+}
+
+// The system's query of a mutex, which no header declares.
+struct MutexState {
+    LONG count;  // 1: free; 1 minus the levels
+    BOOLEAN ownedByCaller;
+    BOOLEAN abandoned;
+};
+using QueryMutex = LONG(WINAPI*)(HANDLE, int informationClass, MutexState*, ULONG size, ULONG* needed);
+
+QueryMutex queryMutex() noexcept {
+    static constinit std::atomic<FARPROC> s_query{nullptr};
+    FARPROC query = s_query.load(std::memory_order_relaxed);
+    if (query == nullptr) {
+        query = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQueryMutant");
+        s_query.store(query, std::memory_order_relaxed);
+    }
+    return reinterpret_cast<QueryMutex>(reinterpret_cast<void*>(query));
+}
+
+}  // namespace
+
+WaitHandle createEvent(bool manualReset, bool signalled) noexcept {
+    if (injectedFault("createEvent") != 0) return nullptr;
+    return waitHandle(CreateEventW(nullptr, manualReset, signalled, nullptr));
+}
+
+bool setEvent(WaitHandle event) noexcept {
+    return SetEvent(systemHandle(event));
+}
+
+bool resetEvent(WaitHandle event) noexcept {
+    return ResetEvent(systemHandle(event));
+}
+
+bool pulseEvent(WaitHandle event) noexcept {
+    return PulseEvent(systemHandle(event));
+}
+
+WaitHandle createMutex() noexcept {
+    if (injectedFault("createMutex") != 0) return nullptr;
+    return waitHandle(CreateMutexW(nullptr, FALSE, nullptr));
+}
+
+bool releaseMutex(WaitHandle mutex) noexcept {
+    return ReleaseMutex(systemHandle(mutex));
+}
+
+std::uint32_t mutexLevels(WaitHandle mutex) noexcept {
+    MutexState state{1, FALSE, FALSE};
+    constexpr int basicInformation = 0;
+    queryMutex()(systemHandle(mutex), basicInformation, &state, sizeof state, nullptr);
+    return static_cast<std::uint32_t>(1 - state.count);
+}
+
+WaitHandle createWaitableTimer(bool manualReset) noexcept {
+    if (injectedFault("createWaitableTimer") != 0) return nullptr;
+    return waitHandle(CreateWaitableTimerW(nullptr, manualReset, nullptr));
+}
+
+// The system counts relative times below 0. "At once" is an absolute time that has passed: after the shortest relative
+// time, a call that cancels the timer could come before its signal.
+bool setWaitableTimer(WaitHandle timer, std::int64_t delay, std::int32_t period) noexcept {
+    if (injectedFault("setWaitableTimer") != 0) return false;
+    LARGE_INTEGER due;
+    due.QuadPart = delay > 0 ? -delay : 0;
+    return SetWaitableTimer(systemHandle(timer), &due, period, nullptr, nullptr, FALSE);
+}
+
+bool cancelWaitableTimer(WaitHandle timer) noexcept {
+    return CancelWaitableTimer(systemHandle(timer));
+}
+
+std::uint32_t waitForOne(WaitHandle object, std::uint32_t timeout) noexcept {
+    if (object == nullptr) return kWaitFailed;
+    const WaitMark mark;
+    return WaitForSingleObject(systemHandle(object), timeout);
+}
+
+std::uint32_t waitForMany(std::span<const WaitHandle> objects, bool all, std::uint32_t timeout) noexcept {
+    if (objects.empty() || objects.size() > kMaximumWaitObjects) return kWaitFailed;
+    std::array<HANDLE, kMaximumWaitObjects> handles;
+    std::transform(objects.begin(), objects.end(), handles.begin(), systemHandle);
+    const auto end = handles.begin() + static_cast<std::ptrdiff_t>(objects.size());
+    if (std::find(handles.begin(), end, nullptr) != end) return kWaitFailed;
+    // The system finds an object that is named twice only in a wait for all.
+    std::array<HANDLE, kMaximumWaitObjects> sorted = handles;
+    const auto sortedEnd = sorted.begin() + static_cast<std::ptrdiff_t>(objects.size());
+    std::sort(sorted.begin(), sortedEnd);
+    if (std::adjacent_find(sorted.begin(), sortedEnd) != sortedEnd) return kWaitFailed;
+    const WaitMark mark;
+    const DWORD result = WaitForMultipleObjects(static_cast<DWORD>(objects.size()), handles.data(), all, timeout);
+    if (!all || result == WAIT_TIMEOUT || result == WAIT_FAILED) return result;
+    return result >= WAIT_ABANDONED_0 ? kWaitAbandoned : kWaitObject0;
+}
+
+std::uint32_t signalAndWait(WaitHandle toSignal, WaitHandle toWait, std::uint32_t timeout) noexcept {
+    if (toSignal == nullptr || toWait == nullptr) return kWaitFailed;
+    const WaitMark mark;
+    return SignalObjectAndWait(systemHandle(toSignal), systemHandle(toWait), timeout, FALSE);
+}
+
+void closeHandle(WaitHandle object) noexcept {
+    if (object != nullptr) CloseHandle(systemHandle(object));
+}
+
+}  // namespace KestSupport::platform

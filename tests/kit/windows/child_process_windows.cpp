@@ -1,0 +1,162 @@
+#include <windows.h>
+
+#include <array>
+#include <condition_variable>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+
+#include "kit/child_process.h"
+#include "platform/process.h"
+#include "platform/program_path.h"
+#include "platform/wait.h"
+
+namespace kit {
+namespace {
+
+namespace platform = KestSupport::platform;
+
+std::string thisProgram() {
+    constexpr std::size_t kLongestPath = 4096;
+    const platform::Result<std::string> path = platform::programPath(kLongestPath);
+    if (!path) throw std::runtime_error("no path of this program");
+    return *path;
+}
+
+}  // namespace
+
+struct ChildProcess::State {
+    platform::Process process;
+    bool ended = false;
+    std::mutex lock;
+    std::condition_variable changed;
+    std::array<std::string, 2> collected;  // standard output, standard error
+    std::array<bool, 2> isComplete{};
+    std::array<std::thread, 2> readers;
+    std::array<std::string, 2> seen;  // of the collected text, what the test may read without the lock
+    std::size_t searchFrom = 0;
+
+    ~State() {
+        if (process.id() != 0 && !process.wait(0)) {
+            ChildProcess::kill(process.id());
+            process.wait(platform::kInfinite);
+        }
+        for (std::thread& reader : readers) {
+            if (reader.joinable()) reader.join();
+        }
+    }
+
+    void read(std::size_t stream, HANDLE pipe) {
+        char buffer[4096];
+        for (DWORD count = 0; ReadFile(pipe, buffer, sizeof buffer, &count, nullptr) && count > 0;) {
+            const std::lock_guard guard(lock);
+            collected[stream].append(buffer, count);
+            changed.notify_all();
+        }
+        CloseHandle(pipe);
+        const std::lock_guard guard(lock);
+        isComplete[stream] = true;
+        changed.notify_all();
+    }
+};
+
+ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments,
+                           const Options& options)
+    : m_state(std::make_unique<State>()) {
+    if (!options.command.empty() || options.terminal) throw std::runtime_error("no shell and no terminal here");
+    std::vector<std::string> words{program};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    platform::ProcessRequest request;
+    request.commandLine = platform::joinArguments(words);
+    request.workingDirectory = options.directory;
+    std::array<HANDLE, 2> readEnds{};
+    std::array<HANDLE, 2> writeEnds{};
+    for (std::size_t i = 0; i < 2; ++i) {
+        if (!CreatePipe(&readEnds[i], &writeEnds[i], nullptr, 0)) throw std::runtime_error("no pipe");
+        request.standardHandles[i + 1] = reinterpret_cast<std::intptr_t>(writeEnds[i]);
+    }
+    request.standardHandles[0] = platform::kNullDevice;
+    const platform::ErrorCode error = m_state->process.start(request);
+    for (std::size_t i = 0; i < 2; ++i) {
+        CloseHandle(writeEnds[i]);
+        m_state->readers[i] = std::thread([state = m_state.get(), i, pipe = readEnds[i]] { state->read(i, pipe); });
+    }
+    if (error != 0) throw std::runtime_error("no process for " + program + ": error " + std::to_string(error));
+}
+
+ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments)
+    : ChildProcess(program, arguments, Options{}) {}
+
+ChildProcess ChildProcess::inRole(const std::string& role, const std::vector<std::string>& arguments) {
+    std::vector<std::string> all{"--child-role=" + role};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    return ChildProcess(thisProgram(), all);
+}
+
+// An ended child that was not waited for is nothing here.
+bool ChildProcess::anyLeft() {
+    return false;
+}
+
+std::string ChildProcess::commandOfRole(const std::string& role) {
+    return platform::quoteArgument(thisProgram()) + " --child-role=" + role;
+}
+
+void ChildProcess::kill(std::uint32_t processId) {
+    const HANDLE process = processId == 0 ? nullptr : OpenProcess(PROCESS_TERMINATE, FALSE, processId);
+    if (process == nullptr) return;
+    TerminateProcess(process, 1);
+    CloseHandle(process);
+}
+void ChildProcess::requestEnd(std::uint32_t processId) {
+    GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, processId);
+}
+bool ChildProcess::isRoot() {
+    return false;
+}
+
+ChildProcess::~ChildProcess() = default;
+ChildProcess::ChildProcess(ChildProcess&&) noexcept = default;
+
+bool ChildProcess::waitForOutput(const std::string& text) {
+    std::unique_lock guard(m_state->lock);
+    for (;;) {
+        const std::size_t found = m_state->collected[0].find(text, m_state->searchFrom);
+        m_state->seen = m_state->collected;
+        if (found != std::string::npos) {
+            m_state->searchFrom = found + text.size();
+            return true;
+        }
+        if (m_state->isComplete[0]) return false;
+        m_state->changed.wait(guard);
+    }
+}
+
+void ChildProcess::interrupt() {
+    GenerateConsoleCtrlEvent(CTRL_C_EVENT, m_state->process.id());
+}
+void ChildProcess::requestEnd() {
+    requestEnd(m_state->process.id());
+}
+void ChildProcess::kill() {
+    kill(m_state->process.id());
+}
+void ChildProcess::hangUp() {}
+
+int ChildProcess::wait() {
+    m_state->process.wait(platform::kInfinite);
+    for (std::thread& reader : m_state->readers) {
+        if (reader.joinable()) reader.join();
+    }
+    m_state->seen = m_state->collected;
+    return m_state->process.exitCode();
+}
+
+const std::string& ChildProcess::output() const {
+    return m_state->seen[0];
+}
+const std::string& ChildProcess::errors() const {
+    return m_state->seen[1];
+}
+
+}  // namespace kit

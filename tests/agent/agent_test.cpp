@@ -100,6 +100,9 @@ TEST(Agent, RefusesBadInput) {
 
 TEST(Agent, SamplesAndKeepsItsState) {
     const Folder folder;
+    folder.write("precious", "kept");
+    for (const char* const link : {"state.kest-agent-new", "log.log.kest-agent-probe"})
+        std::filesystem::create_symlink("precious", folder.pathOf(link));
     folder.write("s",
                  "# comment\n\n interval = 1 \nprocess.limit=1\nmemory.limit=100\ndisk.path=/\ndisk.path=.\r\n"
                  "log.level.Cpu=0\nlog.file=./log\nlog.console=yes\nstate.file=state\n");
@@ -125,7 +128,8 @@ TEST(Agent, SamplesAndKeepsItsState) {
           "cpu\\.value=\\d+(\\.\\d\\d)?", "agent\\.time=(\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d)"})
         EXPECT_EQ(count(state, line + std::string("\n")), 1u) << line << state;
     const Texts names = folder.names();
-    ASSERT_EQ(names.size(), 3u);
+    ASSERT_EQ(names.size(), 4u);
+    EXPECT_EQ(folder.read("precious"), "kept") << "no link is followed";
     EXPECT_TRUE(std::regex_match(names[0], std::regex("log\\d+\\.log"))) << names[0];
     EXPECT_EQ(folder.read(names[0]), first.output()) << "the file holds what standard output shows";
 
@@ -185,17 +189,6 @@ TEST(Agent, ReloadsOnHangUp) {
     EXPECT_EQ(count(agent.output(), "has risen"), 1u) << "a reload does not announce it again";
     EXPECT_EQ(folder.names(), (Texts{"kest-agent.state", "s"}));
     EXPECT_NE(folder.read("kest-agent.state").find("process.rises=1\n"), std::string::npos);
-}
-
-TEST(Agent, FollowsNoLinks) {
-    const Folder folder;
-    folder.write("precious", "kept");
-    for (const char* const link : {"kest-agent.state.kest-agent-new", "log.log.kest-agent-probe"})
-        std::filesystem::create_symlink("precious", folder.pathOf(link));
-    folder.write("s", "log.file=log\n");
-    ChildProcess agent = folder.start({"-s", "s", "-n", "1"});
-    EXPECT_EQ(agent.wait(), 0) << agent.errors();
-    EXPECT_EQ(folder.read("precious"), "kept");
 }
 
 TEST(Agent, EndsWithoutThreads) {

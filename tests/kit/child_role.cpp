@@ -1,4 +1,3 @@
-#include <cstdio>
 #include <map>
 #include <string_view>
 
@@ -9,8 +8,8 @@ namespace {
 
 constexpr std::string_view kRoleOption = "--child-role=";
 
-std::map<std::string, ChildRole::Main, std::less<>>& roles() {
-    static std::map<std::string, ChildRole::Main, std::less<>> all;
+std::map<std::string, ChildRole::Main>& roles() {
+    static std::map<std::string, ChildRole::Main> all;
     return all;
 }
 
@@ -24,13 +23,7 @@ bool ChildRole::run(int argc, char** argv, int& exitCode) {
     if (argc < 2) return false;
     const std::string_view first = argv[1];
     if (!first.starts_with(kRoleOption)) return false;
-    const auto role = roles().find(first.substr(kRoleOption.size()));
-    if (role == roles().end()) {
-        std::fprintf(stderr, "no such role: %s\n", argv[1]);
-        exitCode = 127;
-        return true;
-    }
-    exitCode = role->second(std::vector<std::string>(argv + 2, argv + argc));
+    exitCode = roles().at(std::string(first.substr(kRoleOption.size())))({argv + 2, argv + argc});
     return true;
 }
 

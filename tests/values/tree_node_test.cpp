@@ -161,6 +161,12 @@ TEST(TreeNode, FindsAndAddsAlongPaths) {
     EXPECT_EQ(root.add(plain, empty), nullptr);
     EXPECT_EQ(root.add(new KestTreeNode("//"), "/"), nullptr);
     EXPECT_EQ(keysOf(root), "a(b(c)) x(y(z))");
+    KestTreeNode unordered;
+    for (const char* key : {"a", "b"})
+        unordered.insert(0, new KestTreeNode(key));
+    const Node first = added(unordered, new Leaf("any"), {"a"});
+    EXPECT_EQ(unordered[0], first) << "replaces the plain node after it";
+    EXPECT_EQ(keysOf(unordered), "a b");
     const kit::LogCapture log;
     root[0]->print(1);
     KestLogging::getInstance().setLogLevel(8);

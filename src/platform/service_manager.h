@@ -92,6 +92,8 @@ struct ServiceConfiguration {
     std::uint32_t errorControl = kServiceErrorNormal;
     std::string commandLine;   ///< the program's path and its arguments, quoted as the platform's programs are called
     std::string dependencies;  ///< names of services, each followed by a NUL; one more NUL may end the text
+
+    bool operator==(const ServiceConfiguration&) const = default;
 };
 
 /// New values for parts of a configuration; the rest stays.

@@ -3,9 +3,11 @@
 #pragma once
 
 #include <condition_variable>
+#include <list>
 #include <map>
 #include <mutex>
 #include <set>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -14,19 +16,22 @@
 
 namespace kit {
 
-class RecordingServiceManager : public KestSupport::platform::ServiceManager {
-  public:
-    using ErrorCode = KestSupport::platform::ErrorCode;
-    using ServiceStatus = KestSupport::platform::ServiceStatus;
+namespace platform = KestSupport::platform;
 
-    RecordingServiceManager() { KestSupport::platform::setServiceManager(this); }
-    ~RecordingServiceManager() override { KestSupport::platform::setServiceManager(nullptr); }
+class RecordingServiceManager : public platform::ServiceManager {
+  public:
+    using ErrorCode = platform::ErrorCode;
+    using Configuration = platform::ServiceConfiguration;
+    using ServiceStatus = platform::ServiceStatus;
+
+    RecordingServiceManager() { platform::setServiceManager(this); }
+    ~RecordingServiceManager() override { platform::setServiceManager(nullptr); }
 
     std::vector<std::string> startArguments{"service"};  ///< the texts that the service's main routine receives
     std::map<std::string, ErrorCode> failures;           ///< by call, such as "createService"
     std::vector<std::uint32_t> queriedStates;            ///< the answers of queryStatus, in this order; then it fails
     std::uint32_t stateAfterControl = 3;
-    KestSupport::platform::ServiceConfiguration configuration;  ///< of every service
+    Configuration configuration;  ///< of every service
 
     // The recorded calls. A report reads "STATE accepted=A exit=E hint=H", with numbers.
     std::vector<std::string> reports() { return copyOf(m_reports); }
@@ -55,12 +60,12 @@ class RecordingServiceManager : public KestSupport::platform::ServiceManager {
     }
     ErrorCode setStatus(Handle statusHandle, const ServiceStatus& status) override {
         const std::lock_guard guard(m_lock);
-        m_reports.push_back(std::to_string(status.currentState) +
-                            " accepted=" + std::to_string(status.controlsAccepted) +
-                            " exit=" + std::to_string(status.exitCode) + " hint=" + std::to_string(status.waitHint));
+        std::ostringstream report;
+        report << status.currentState << " accepted=" << status.controlsAccepted << " exit=" << status.exitCode
+               << " hint=" << status.waitHint;
+        if (statusHandle != &m_handler || status.serviceType != 16 || status.serviceExitCode != 0) report << " wrong";
+        m_reports.push_back(report.str());
         m_checkPoints.push_back(status.checkPoint);
-        if (statusHandle != &m_handler || status.serviceType != 16 || status.serviceExitCode != 0)
-            m_reports.back() += " wrong";
         m_states.insert(status.currentState);
         m_reported.notify_all();
         return failures["setStatus"];
@@ -69,14 +74,12 @@ class RecordingServiceManager : public KestSupport::platform::ServiceManager {
     ErrorCode openManager(std::uint32_t access, Handle& manager) override {
         return open("openManager " + std::to_string(access), manager);
     }
-    ErrorCode createService(Handle, const KestSupport::platform::ServiceConfiguration& given, std::uint32_t access,
-                            Handle& service) override {
-        std::string call = "createService";
-        for (const std::string& text : {given.name, given.displayName, given.commandLine, given.dependencies})
-            call += " [" + text + "]";
-        for (const std::uint32_t number : {access, given.type, given.startType, given.errorControl})
-            call += " " + std::to_string(number);
-        return open(call, service);
+    ErrorCode createService(Handle, const Configuration& given, std::uint32_t access, Handle& service) override {
+        std::ostringstream call;
+        call << "createService [" << given.name << "] [" << given.displayName << "] [" << given.commandLine << "] ["
+             << given.dependencies << "] " << access << " " << given.type << " " << given.startType << " "
+             << given.errorControl;
+        return open(call.str(), service);
     }
     ErrorCode openService(Handle, const std::string& name, std::uint32_t access, Handle& service) override {
         return open("openService " + name + " " + std::to_string(access), service);
@@ -84,14 +87,12 @@ class RecordingServiceManager : public KestSupport::platform::ServiceManager {
     ErrorCode setDescription(Handle, std::span<const unsigned short> description) override {
         return note("setDescription " + std::string(description.begin(), description.end()));
     }
-    ErrorCode enumerateServices(Handle, std::vector<KestSupport::platform::ServiceEntry>&) override {
-        return note("enumerateServices");
-    }
-    ErrorCode queryConfiguration(Handle, KestSupport::platform::ServiceConfiguration& answer) override {
+    ErrorCode enumerateServices(Handle, std::vector<platform::ServiceEntry>&) override { return note("enumerate"); }
+    ErrorCode queryConfiguration(Handle, Configuration& answer) override {
         answer = configuration;
         return note("queryConfiguration");
     }
-    ErrorCode changeConfiguration(Handle, const KestSupport::platform::ServiceChange& change) override {
+    ErrorCode changeConfiguration(Handle, const platform::ServiceChange& change) override {
         const bool more = change.displayName || change.commandLine || change.dependencies;
         return note("changeConfiguration " + std::to_string(change.startType.value_or(0)) + (more ? " more" : ""));
     }
@@ -131,7 +132,7 @@ class RecordingServiceManager : public KestSupport::platform::ServiceManager {
         const ErrorCode error = note(call);
         if (error != 0) return error;
         const std::lock_guard guard(m_lock);
-        handle = &m_handleNames[m_nextHandle++];
+        handle = &*m_names.emplace(m_names.end());
         m_open.insert(handle);
         return 0;
     }
@@ -144,8 +145,7 @@ class RecordingServiceManager : public KestSupport::platform::ServiceManager {
     std::set<std::uint32_t> m_states;
     std::set<Handle> m_open;
     ControlHandler m_handler = nullptr;
-    char m_handleNames[64] = {};
-    std::size_t m_nextHandle = 0;
+    std::list<char> m_names;  // a handle is the address of its element
 };
 
 }  // namespace kit

@@ -14,12 +14,14 @@
 
 namespace kit {
 
+namespace platform = KestSupport::platform;
+
 class ServiceFixture : public testing::Test {
   protected:
-    using Manager = KestSupport::platform::ServiceManager;
-    using Configuration = KestSupport::platform::ServiceConfiguration;
-    using ErrorCode = KestSupport::platform::ErrorCode;
-    using Status = KestSupport::platform::ServiceStatus;
+    using Manager = platform::ServiceManager;
+    using Configuration = platform::ServiceConfiguration;
+    using ErrorCode = platform::ErrorCode;
+    using Status = platform::ServiceStatus;
 
     ServiceFixture() { environment.set("KEST_STATE_DIR", state.path()); }
     ~ServiceFixture() override {
@@ -45,7 +47,7 @@ class ServiceFixture : public testing::Test {
         ErrorCode call(Call operation, Arguments&&... arguments) const {
             return error != 0 ? error : (services.*operation)(handle, std::forward<Arguments>(arguments)...);
         }
-        Manager& services = KestSupport::platform::serviceManager();
+        Manager& services = platform::serviceManager();
         Manager::Handle manager = nullptr;
         Manager::Handle handle = nullptr;
         ErrorCode error = 0;
@@ -64,15 +66,15 @@ class ServiceFixture : public testing::Test {
         Opened(name).call(&Manager::queryStatus, status);
         return status;
     }
-    static std::vector<KestSupport::platform::ServiceEntry> list() {
-        std::vector<KestSupport::platform::ServiceEntry> all;
+    static std::vector<platform::ServiceEntry> list() {
+        std::vector<platform::ServiceEntry> all;
         Opened().call(&Manager::enumerateServices, all);
         return all;
     }
 
     /// Runs steps separated by semicolons and returns their results, separated by blanks: an error number, and
-    ///   create NAME ROLE DEPENDENCY...    a role of this program, or the path of a program
-    ///   start NAME ARGUMENT..., kill NAME, remove NAME, type NAME STARTTYPE, needs NAME DEPENDENCY, line NAME COMMAND
+    ///   create NAME ROLE DEPENDENCY..., line NAME ROLE ARGUMENT...    a role of this program, or the path of a program
+    ///   start NAME ARGUMENT..., kill NAME, remove NAME, type NAME STARTTYPE, needs NAME DEPENDENCY
     ///   control NAME CODE                 ERROR/STATE
     ///   tell NAME                         STATE/ACCEPTED/EXITCODE, with a p when it has a process
     ///   await NAME STATE, end NAME        no result; end kills the process and waits
@@ -90,14 +92,18 @@ class ServiceFixture : public testing::Test {
     EnvironmentGuard environment;
 
   private:
+    static std::string commandOf(const std::string& role) {
+        return role.at(0) == '/' ? role : ChildProcess::commandOfRole(role);
+    }
+    static std::uint32_t numberOf(const std::string& text) { return static_cast<std::uint32_t>(std::stoul(text)); }
+
     static std::string runStep(const std::string& step) {
         std::istringstream words(step);
         std::string verb, name;
         words >> verb >> name;
         std::vector<std::string> rest(std::istream_iterator<std::string>(words), {});
         if (verb == "create") {
-            const bool isPath = rest.at(0)[0] == '/';
-            Configuration wanted{name, "", 16, 2, 1, isPath ? rest[0] : ChildProcess::commandOfRole(rest[0]), ""};
+            Configuration wanted{name, "", 16, 2, 1, commandOf(rest.at(0)), ""};
             for (std::size_t i = 1; i < rest.size(); ++i)
                 wanted.dependencies += rest[i] + '\0';
             return std::to_string(create(wanted));
@@ -111,25 +117,23 @@ class ServiceFixture : public testing::Test {
         }
         if (verb == "end") ChildProcess::kill(query(name).processId);
         if (verb == "end" || verb == "await") {
-            const std::uint32_t wanted = verb == "end" ? 1 : static_cast<std::uint32_t>(std::stoul(rest.at(0)));
-            await([&] {
-                const std::uint32_t current = query(name).currentState;
-                return current == wanted || current == 0;
-            });
+            const std::uint32_t wanted = verb == "end" ? 1 : numberOf(rest.at(0));
+            const auto isReached = [=](std::uint32_t state) { return state == wanted || state == 0; };
+            await([&] { return isReached(query(name).currentState); });
             return "";
         }
         const Opened service(name);
         if (verb == "start") return std::to_string(service.call(&Manager::startService, rest));
         if (verb == "kill") return std::to_string(service.call(&Manager::endService));
         if (verb == "remove") return std::to_string(service.call(&Manager::deleteService));
-        KestSupport::platform::ServiceChange change;
-        if (verb == "type") change.startType = static_cast<std::uint32_t>(std::stoul(rest.at(0)));
+        platform::ServiceChange change;
+        if (verb == "type") change.startType = numberOf(rest.at(0));
         if (verb == "needs") change.dependencies = rest.at(0);
-        if (verb == "line") change.commandLine = step.substr(step.find(rest.at(0)));
+        if (verb == "line")
+            change.commandLine = commandOf(step.substr(step.find(rest.at(0), verb.size() + name.size())));
         if (verb != "control") return std::to_string(service.call(&Manager::changeConfiguration, change));
         Status answer;
-        const auto code = static_cast<std::uint32_t>(std::stoul(rest.at(0)));
-        const std::string error = std::to_string(service.call(&Manager::control, code, answer));
+        const std::string error = std::to_string(service.call(&Manager::control, numberOf(rest.at(0)), answer));
         return error + "/" + std::to_string(answer.currentState);
     }
 };

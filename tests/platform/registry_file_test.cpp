@@ -1,3 +1,4 @@
+// The text format of the registry.
 #include "platform/emulated/registry_file.h"
 
 #include <gtest/gtest.h>
@@ -23,7 +24,7 @@ std::string utf16(const std::string& ascii) {
     return units;
 }
 
-TEST(RegistryFile, ReadsEachFormOfAValue) {
+TEST(RegistryFile, ReadsEachForm) {
     using namespace std::string_literals;
     const std::pair<std::string, std::string> rows[] = {
         {"\"v\"=\"text\"\r\n", "1:text"},
@@ -52,7 +53,7 @@ TEST(RegistryFile, ReadsEachFormOfAValue) {
     EXPECT_NE(accented.find("k", ""), nullptr);
 }
 
-TEST(RegistryFile, PassesOverWhatItDoesNotUnderstand) {
+TEST(RegistryFile, SkipsInvalidLines) {
     for (const std::string broken : {"v=\"1\"", "\"v\"", "\"v\"=text", "\"v\"=dword:", "\"v\"=dword:123456789",
                                      "\"v\"=hex", "\"v\"=hex(:01", "\"v\"=hex(x):01", "\"v\"\"1\"", "@", "\\"}) {
         EXPECT_EQ(valueIn(kHead + broken), "none") << broken;
@@ -66,7 +67,7 @@ TEST(RegistryFile, PassesOverWhatItDoesNotUnderstand) {
 }
 
 // 400 MB if each value had a copy of its key's name.
-TEST(RegistryFile, KeepsALongKeyOnceHoweverManyValuesItHas) {
+TEST(RegistryFile, StoresALongKeyOnce) {
     const auto peak = [] {
         rusage usage{};
         getrusage(RUSAGE_SELF, &usage);

@@ -86,8 +86,8 @@ ErrorCode awaitMessage(const Channel& channel, std::uint32_t timeout) noexcept {
     }
 }
 
-// A connection waits as long as a send may while the listener has too many callers. Since a signal starts that wait
-// again, the limit is the time that is left. False, with ETIMEDOUT, when none is left.
+// connect waits up to the limit of a send while the listener has too many callers. It is called again after a signal,
+// so the limit is the rest of the time. Returns false, with ETIMEDOUT, when the rest is 0.
 bool limitSending(const Channel& channel, Deadline deadline) noexcept {
     const std::uint32_t left = deadline.rest();
     timeval limit{};

@@ -194,7 +194,7 @@ Result<File> Folder::openFile(const std::string& folder, const char* name) const
 }
 
 Result<std::vector<std::string>> Folder::folders() const {
-    // A handle of its own: reading moves the position of the handle.
+    // A second handle, because reading moves the position of a handle.
     Result<Folder> folder = openFolder(".");
     if (!folder) return folder.failure();
     const std::unique_ptr<DIR, FolderCloser> entries(::fdopendir(descriptorOf(*folder)));

@@ -12,7 +12,8 @@
 namespace KestSupport::platform {
 namespace {
 
-// Whether a service that depends on this one is not stopped. A service that cannot be read has no dependencies.
+// Returns errorDependentServicesRunning when a service that depends on this one is not stopped. A service that cannot
+// be read counts as one without dependencies.
 ErrorCode checkDependents(const ServiceDatabase& database, const std::string& name) {
     const Result<std::vector<std::string>> folders = database.folder().folders();
     if (!folders) return folders.failure();
@@ -43,7 +44,7 @@ Result<ServiceReply> exchange(const ServiceFiles& files, std::uint32_t control, 
     return *reply;
 }
 
-// Why a service in this state receives no control; 0 when it may.
+// Returns why a service in this state receives no control; 0 when it does.
 ErrorCode refusalOf(std::uint32_t state) {
     if (state == kServiceStopped) return errorServiceNotActive;
     return state == kServiceStartPending ? errorServiceCannotAcceptControl : errorSuccess;

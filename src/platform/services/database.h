@@ -1,5 +1,4 @@
-// The services as files: the folder of all services, and the files of one, as any process sees them. The layout and
-// the locks are described in docs/formats/service_manager.md.
+// The services as files, for any process. docs/formats/service_manager.md describes the layout and the locks.
 //
 //   ServiceDatabase    the folder of all services
 //   lockDatabase       excludes other changes of the database
@@ -39,8 +38,8 @@ class ServiceDatabase {
 /// releases the lock.
 Result<SystemHandle> lockDatabase(const Folder& database);
 
-/// Opens the service's folder without following a symbolic link, and reaches the files from there. A link in place of
-/// the folder is damage (errorInvalidData) and leads no call to other files. The database's folder must stay open.
+/// Opens the files without following a symbolic link: a link in place of the service's folder or of a file is damage
+/// (errorInvalidData). The database's folder must stay open.
 class ServiceFiles {
   public:
     static constexpr const char* kConfiguration = "configuration";
@@ -56,8 +55,7 @@ class ServiceFiles {
         ServiceStatus status;
         ErrorCode error = 0;
     };
-    /// The lock by which the service is active, and the program of a start that has not reached the dispatcher (else
-    /// 0).
+    /// The holder of the service's lock; if that is a starter, also the program that it has started, otherwise 0.
     struct Activity {
         StatusRecord::Holder holder = StatusRecord::Holder::none;
         std::uint32_t program = 0;
@@ -68,7 +66,7 @@ class ServiceFiles {
 
     /// The folder's name in the database: the service's name, escaped and not too long for a file system.
     static std::string folderName(const std::string& name);
-    /// The service's name, as far as its folder's name shows it.
+    /// The reverse of folderName; a cut name stays cut.
     static std::string nameOf(const std::string& folder);
 
     Result<Folder> openFolder() const { return m_database.openFolder(m_folder); }
@@ -84,7 +82,7 @@ class ServiceFiles {
 
     Result<ServiceStatus> status() const;
     Snapshot snapshot() const;
-    /// Nothing is active in a service without a record.
+    /// A service without a record has no holder.
     Result<Activity> activity() const;
     /// Whether the service has a process or is about to have one.
     Result<bool> isActive() const;

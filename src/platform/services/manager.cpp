@@ -27,7 +27,7 @@ struct OpenHandle {
     ServiceFiles files() const { return {folder(), name}; }
 };
 
-// Calls `use` with what the handle was opened for, unless it is of the other kind or does not allow the access.
+// Calls `use` for a handle of the right kind that allows the access.
 template <typename Use>
 ErrorCode withHandle(Handle handle, bool isService, std::uint32_t access, Use use) {
     const auto* const open = static_cast<const OpenHandle*>(handle);
@@ -98,7 +98,7 @@ ErrorCode createIn(const OpenHandle& manager, const StoredService& service) {
     const Result<bool> active = files.isActive();
     if (!active) return active.failure();
     if (*active) return errorServiceMarkedForDelete;
-    // Files that remain of an earlier service of this name say nothing about the new one.
+    // Files can remain of an earlier service of this name.
     files.remove();
     return files.replace(service);
 }
@@ -217,7 +217,7 @@ ErrorCode EmbeddedServiceManager::enumerateServices(Handle manager, std::vector<
         services.clear();
         for (const std::string& folder : *folders) {
             auto [stored, status, error] = ServiceFiles::inFolder(open.folder(), folder).snapshot();
-            // Other folders are among the services too.
+            // A folder without a configuration is not a service.
             if (error == errorServiceDoesNotExist) continue;
             std::string name = stored.name.empty() ? ServiceFiles::nameOf(folder) : std::move(stored.name);
             services.push_back({std::move(name), std::move(stored.displayName), status, error});

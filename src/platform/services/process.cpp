@@ -1,3 +1,14 @@
+// The phases of the process. A lock is that of the status record (status_record.h).
+//
+//   phase         begins in           handles                        locks              m_decided  m_over
+//   accepted      accept              m_starter, m_reserved          starting           no         no
+//   taken over    takeOver            also m_record and m_listener   starting, running  no         no
+//   in service    the end of start    m_record, m_listener           running            yes        no
+//   stopped       setStatus           m_listener                     none               any        yes
+//   ended         the end of serve    none                           none               yes        yes
+//
+// A failed step of start closes the handles, sends its error to the starter and ends the dispatcher. A service may
+// report that it is stopped before start has ended; the result of start is still success. A forked child is ended.
 #include "platform/services/process.h"
 
 #include <algorithm>
@@ -30,7 +41,15 @@ std::uint32_t acceptanceOf(std::uint32_t control) {
     }
 }
 
-// Why the control is not delivered to a service with this status; 0 when it is.
+// Returns why the control is not delivered to a service with this status; 0 when it is.
+//
+//   state            needs an accepted bit              others (interrogate, user)
+//   stopped          errorServiceNotActive              errorServiceNotActive
+//   start pending    delivered with the bit, otherwise  errorServiceCannotAcceptControl
+//                    errorServiceCannotAcceptControl
+//   stop pending     errorServiceCannotAcceptControl    errorServiceCannotAcceptControl
+//   any other        delivered with the bit, otherwise  delivered
+//                    errorInvalidServiceControl
 ErrorCode refusalOf(const ServiceStatus& status, std::uint32_t control) {
     const std::uint32_t needed = acceptanceOf(control);
     const bool accepted = needed == 0 || (status.controlsAccepted & needed) != 0;
@@ -49,8 +68,8 @@ struct ServiceProcess::MainCall {
     ServiceManager::ServiceMain main;
 };
 
-// A forked child shares the locks until it executes a program or closes their handles: without this a service that is
-// killed would seem to run for as long as its child.
+// A forked child shares the locks until it executes a program or closes their handles. Without these handlers a service
+// that is killed would seem to run for as long as its child.
 struct ServiceProcess::ForkHandlers {
     static ErrorCode install(ServiceProcess& process) {
         s_process = &process;
@@ -68,12 +87,12 @@ struct ServiceProcess::ForkHandlers {
         s_process->m_lock.unlock();
     }
 
-    // A process is a service once, and its object stays.
+    // A process becomes a service only once, and its object is not destroyed.
     inline static ServiceProcess* s_process = nullptr;
 };
 
 Result<std::shared_ptr<ServiceProcess>> ServiceProcess::accept() {
-    // Standard input may be another program's channel, so nothing is taken from it before the mark of a start is seen.
+    // Standard input may be another program's channel, so no message is taken from it unless it begins with the mark.
     if (!Channel::standardInputBeginsWith(encodeStart({}).substr(0, 4))) {
         return Failure{errorFailedServiceControllerConnect};
     }
@@ -103,9 +122,9 @@ ErrorCode ServiceProcess::start(ServiceManager::ServiceMain main) {
     if (error == 0) error = launch(main);
     if (error == 0) awaitFirstReport();
     const std::lock_guard guard(m_lock);
-    m_told = true;
+    m_decided = true;
     if (error != 0) giveUpRecord();
-    // The service runs also when the starter has ended.
+    // The service runs also when the starter has ended, so the result of send does not matter.
     m_reserved.release(StatusRecord::Lock::starting);
     m_starter.send(encodeReply({error, m_status}));
     m_reserved.close();
@@ -113,13 +132,13 @@ ErrorCode ServiceProcess::start(ServiceManager::ServiceMain main) {
     return error;
 }
 
-// Closing alone would leave the lock to a forked process that has the handle.
+// Closing alone would not release a lock of which a forked process has a handle.
 void ServiceProcess::giveUpRecord() noexcept {
     if (m_record.isOpen()) m_record.release(StatusRecord::Lock::running);
     m_record.close();
 }
 
-// From here on the service is this process.
+// Makes this process the service.
 ErrorCode ServiceProcess::takeOver() {
     const std::lock_guard guard(m_lock);
     Result<File> record = m_folder.openFile(ServiceFiles::kRecord, FileUse::readAndWrite);
@@ -150,7 +169,7 @@ ErrorCode ServiceProcess::launch(ServiceManager::ServiceMain main) {
     return 0;
 }
 
-// Most services run within milliseconds. The starter then learns that from the first answer and asks no more.
+// Most services run within milliseconds, so the result of the start mostly has the state running already.
 void ServiceProcess::awaitFirstReport() {
     const Deadline deadline = Deadline::after(kAttentionInterval);
     for (;;) {
@@ -198,13 +217,13 @@ ErrorCode ServiceProcess::setStatus(const ServiceStatus& status) {
     if (status.currentState < kServiceStopped || status.currentState > kServicePaused) return errorInvalidParameter;
     const std::lock_guard guard(m_lock);
     if (m_over) return errorInvalidHandle;
-    m_onlyAsked = false;
+    m_stopUnreported = false;
     write(status);
     if (status.currentState != kServiceStopped) {
-        if (m_unwritten || !m_told) m_wakeUp.signal();
+        if (m_unwritten || !m_decided) m_wakeUp.signal();
         return 0;
     }
-    // The listener's name first: once the lock is free another process may be the service and use that name.
+    // The listener's name first: after the lock is released, another process may become the service and use that name.
     m_folder.removeFile(ServiceFiles::kSocket);
     giveUpRecord();
     m_over = true;
@@ -253,7 +272,7 @@ bool ServiceProcess::needsAttention() {
     return m_unwritten || m_stopRequested;
 }
 
-// Repeats what failed before: writing a record to a full disk, stopping a service that was starting.
+// Tries again to write a record, such as to a full disk, and to stop a service that was starting.
 void ServiceProcess::attend() {
     bool stop = false;
     {
@@ -300,7 +319,7 @@ void ServiceProcess::serve() {
 }
 
 void ServiceProcess::acceptConnection() {
-    // The oldest connection has sent nothing since, so it makes room for others.
+    // The oldest connection has sent nothing yet, so it is closed to make room.
     if (m_connections.size() == kMostConnections) m_connections.erase(m_connections.begin());
     Result<Channel> connection = m_listener.accept();
     if (connection) {
@@ -337,10 +356,10 @@ ServiceReply ServiceProcess::deliver(std::uint32_t control) {
         handler = m_handler;
         const ErrorCode refusal = handler == nullptr ? errorServiceCannotAcceptControl : refusalOf(m_status, control);
         if (refusal != 0) return {refusal, m_status};
-        // The service is stop pending from now on, also when it reports that only later.
+        // The service is stop pending from now on, even before it reports that.
         before = m_status.currentState;
-        m_onlyAsked = control == kServiceControlStop;
-        if (m_onlyAsked) writeState(kServiceStopPending);
+        m_stopUnreported = control == kServiceControlStop;
+        if (m_stopUnreported) writeState(kServiceStopPending);
     }
     ServiceReply reply;
     try {
@@ -350,8 +369,8 @@ ServiceReply ServiceProcess::deliver(std::uint32_t control) {
     }
     const std::lock_guard guard(m_lock);
     // A stop that failed has no effect: the next request tries again.
-    if (reply.error != 0 && m_onlyAsked && !m_over) writeState(before);
-    m_onlyAsked = false;
+    if (reply.error != 0 && m_stopUnreported && !m_over) writeState(before);
+    m_stopUnreported = false;
     reply.status = m_status;
     return reply;
 }

@@ -1,5 +1,5 @@
-// The process of a service, as the manager sees it: it holds the lock that shows that the service runs, stores the
-// status record, and answers controls at its listener.
+// The manager's part of a service's process: it holds the lock that shows that the service runs, stores the status
+// record, and answers controls at its listener.
 //
 // Threads: start and serve belong to the thread of the dispatcher; any thread may call the rest.
 #pragma once
@@ -18,8 +18,8 @@ namespace KestSupport::platform {
 
 class ServiceProcess : public std::enable_shared_from_this<ServiceProcess> {
   public:
-    /// Takes the start message from standard input; errorFailedServiceControllerConnect when there is none. A process
-    /// does this once.
+    /// Takes the start message from standard input; errorFailedServiceControllerConnect when there is none. Called
+    /// once in a process.
     static Result<std::shared_ptr<ServiceProcess>> accept();
 
     ServiceProcess(std::vector<std::string> arguments, Channel starter, StatusRecord reserved, Folder folder);
@@ -32,7 +32,7 @@ class ServiceProcess : public std::enable_shared_from_this<ServiceProcess> {
     void setHandler(ServiceManager::ControlHandler handler);
     ErrorCode setStatus(const ServiceStatus& status);
     ErrorCode setFailureText(const std::string& text);
-    /// A supervisor's request that the process end. False when the service takes no stop.
+    /// Stops the service for a supervisor, now or after its start. False when the service accepts no stop.
     bool requestStop();
 
   private:
@@ -63,8 +63,8 @@ class ServiceProcess : public std::enable_shared_from_this<ServiceProcess> {
     std::vector<Channel> m_connections;
     OwnedHandle m_main;  // the thread that runs main
 
-    // Guards what follows. Held while the process forks: the child closes the handles that show that the service runs
-    // and those that other processes wait at.
+    // Guards the following members. Held while the process forks: the child closes the handles that show that the
+    // service runs and those that other processes wait for.
     UninterruptedMutex m_lock;
     Channel m_starter;        // open until the result of the start is sent
     StatusRecord m_reserved;  // the starter's handle, with the lock of the start
@@ -72,10 +72,10 @@ class ServiceProcess : public std::enable_shared_from_this<ServiceProcess> {
     StatusRecord m_record;
     ServiceStatus m_status;
     ServiceManager::ControlHandler m_handler = nullptr;
-    bool m_unwritten = false;      // the record could not be written
-    bool m_stopRequested = false;  // by the supervisor
-    bool m_onlyAsked = false;      // a stop is being delivered, and the service has not reported since
-    bool m_told = false;           // the result of the start is decided
+    bool m_unwritten = false;       // the record could not be written
+    bool m_stopRequested = false;   // by the supervisor
+    bool m_stopUnreported = false;  // a stop is being delivered, and the service has not reported since
+    bool m_decided = false;         // the result of the start is decided
     bool m_over = false;
 };
 

@@ -15,8 +15,8 @@ namespace {
 
 std::atomic<bool> g_cancelled{false};
 
-// The start of one service. While the object exists no other thread or process starts the service. The record is
-// correct in every case.
+// The start of one service. After reserve has succeeded, no other thread or process starts the service while the object
+// exists. Each way out leaves a correct record.
 class ServiceStart {
   public:
     ServiceStart(const ServiceDatabase& database, const std::string& name)
@@ -69,8 +69,8 @@ class ServiceStart {
     }
 
   private:
-    // Standard input of the program is the channel. The message in it has the name, the arguments, the record with the
-    // lock of this start, which so outlives this process, and the service's folder.
+    // Standard input of the program is the channel. The message in it has the name, the arguments, the service's
+    // folder, and the record with the lock of this start, so that the start survives the end of this process.
     ErrorCode launch(const std::vector<std::string>& arguments) {
         std::vector<std::string> texts{m_name};
         texts.insert(texts.end(), arguments.begin(), arguments.end());
@@ -86,7 +86,7 @@ class ServiceStart {
         ProcessRequest request;
         request.commandLine = quoteProgram(m_service.commandLine);
         request.workingDirectory = m_database.stateDirectory();
-        // The service reports to its manager alone, not to the supervisor of the program that starts it.
+        // The service reports to its manager only, not to the supervisor of the program that starts it.
         request.environment = {{"KEST_STATE_DIR", m_database.stateDirectory()}, {"NOTIFY_SOCKET", ""}};
         request.standardHandles = {theirs.native(), kNullDevice, kNullDevice};
         request.detached = true;
@@ -99,10 +99,10 @@ class ServiceStart {
     }
 
     static ErrorCode awaitDispatcher(const Channel& channel, Process& process) {
-        constexpr std::uint32_t kLookAgainAfter = 100;  // milliseconds, for cancelStarts
+        constexpr std::uint32_t kLongestStep = 100;  // milliseconds until cancelStarts is noticed
         ErrorCode error = errorServiceRequestTimeout;
         for (std::uint32_t left = serviceTimeout(); error == errorServiceRequestTimeout && left > 0 && !g_cancelled;) {
-            const std::uint32_t step = std::min(left, kLookAgainAfter);
+            const std::uint32_t step = std::min(left, kLongestStep);
             const Result<std::string> message = channel.receive(step, kServiceReplySize + 1);
             if (message) {
                 const auto reply = decodeReply(*message);
@@ -112,7 +112,7 @@ class ServiceStart {
             left -= step;
         }
         if (error == errorBrokenPipe || g_cancelled) error = errorProcessAborted;
-        // The program leads a group; the programs that a script starts end with it.
+        // Ends the programs that a script has started too.
         constexpr std::uint32_t kPatience = 1000;  // milliseconds
         if (!process.wait(0)) endProgram(process.id(), EndMode::kill);
         process.wait(kPatience);
@@ -148,7 +148,7 @@ bool isStopped(const ServiceFiles& files) {
     return !status || status->currentState == kServiceStopped;
 }
 
-// Starts a service that another one depends on. Its own dependencies run already.
+// Starts a service that another one depends on. The services that it depends on itself run already.
 bool ensureRunning(const ServiceDatabase& database, const std::string& name) {
     const ServiceFiles files(database.folder(), name);
     if (isStopped(files)) {
@@ -193,7 +193,7 @@ ErrorCode startService(const ServiceDatabase& database, const std::string& name,
         const ServiceFiles files(database.folder(), each);
         const Result<StoredService> service = files.read();
         if (!service && service.error() != errorServiceDoesNotExist) unreadable = service.error();
-        // A service that runs has no dependencies to start.
+        // The dependencies of a service that runs are not started.
         if (service && isStopped(files)) needed = dependencyNames(service->dependencies);
         return bool(service);
     });

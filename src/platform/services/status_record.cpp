@@ -25,7 +25,7 @@ void StatusRecord::release(Lock lock) const noexcept {
 }
 
 Result<StatusRecord::Holder> StatusRecord::holder() const noexcept {
-    // The first question may find the starter's lock while both are held, so the second is for the process alone.
+    // While both locks are held, the first query may find the starter's; the second one is for the process only.
     Holder holder = Holder::none;
     for (const std::int64_t length : {2, 1}) {
         const Result<std::optional<std::int64_t>> found = findLock(offsetOf(Lock::running), length);

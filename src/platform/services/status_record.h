@@ -42,10 +42,10 @@ class StatusRecord : public File {
     /// Which lock another handle has. The process comes first when both are held.
     Result<Holder> holder() const noexcept;
 
-    /// Records the number of the process that is to become the service. A lock keeps it too, on the byte whose offset
-    /// is 2^32 plus the number, so that it is never stale. Makes one system call and nothing else.
+    /// Records the process that is to become the service, by a lock on the byte at 2^32 plus its number, so that the
+    /// number disappears with the start. Makes one system call and nothing else.
     void setProgram(std::uint32_t process) const noexcept;
-    /// 0 when there is none. Asks for the locks of other handles than this one.
+    /// The number that another handle has recorded, or 0.
     std::uint32_t program() const noexcept;
 
     ErrorCode store(const ServiceStatus& status) const;

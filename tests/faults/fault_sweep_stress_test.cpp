@@ -1,7 +1,6 @@
 // Runs each scenario with the first call to the system failing, then with the second, and so on until a run needs no
 // such call; the same for allocations; and each once or from then on. No run may crash, hang, leak or report a false
 // success, and each failure that it reports has a text.
-#include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>

@@ -1,5 +1,4 @@
 // Tests KestCreateDirectory and KestRemoveDirectory: results, texts, log records and failed system calls.
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

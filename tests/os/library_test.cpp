@@ -1,8 +1,6 @@
 // Tests the loads, copies, unloads and failures of KestLibrary.
 #include "support/library.h"
 
-#include <gtest/gtest.h>
-
 #include <filesystem>
 
 #include "kit/failing_calls.h"

@@ -1,8 +1,6 @@
 // Tests the tear-down of the process-wide state while other threads use locks.
 #include "os/module_data.h"
 
-#include <gtest/gtest.h>
-
 #include "kit/failure_of.h"
 #include "kit/gate.h"
 #include "support/locks.h"

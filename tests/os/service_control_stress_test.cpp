@@ -1,5 +1,4 @@
 // Tests the time-out of KestServiceControl, which takes 30 seconds.
-#include <gtest/gtest.h>
 
 #include <chrono>
 

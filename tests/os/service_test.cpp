@@ -1,8 +1,6 @@
 // Tests KestService in console mode and in service mode, install and remove, with a recording manager.
 #include "support/service.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <csignal>

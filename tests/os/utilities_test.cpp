@@ -1,7 +1,6 @@
 // Tests the functions for programs, expansion, the registry and error texts, and KestFindFile.
 #include "support/utilities.h"
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>

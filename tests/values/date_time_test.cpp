@@ -1,5 +1,4 @@
 // Tests which dates KestDateTime reads, accepts, computes and writes, and compares its zone data with the C runtime.
-#include <gtest/gtest.h>
 #include <support/date_time.h>
 
 #include <algorithm>

@@ -1,5 +1,4 @@
 // Tests KestEncryption with published vectors, all lengths of data and keys, bad arguments, and memory after use.
-#include <gtest/gtest.h>
 #include <support/encryption.h>
 
 #include <algorithm>

@@ -1,8 +1,6 @@
 // Tests how patterns compile, find and replace, and compares the fast search and the one with traces with a naive one.
 #include "support/regular_expressions.h"
 
-#include <gtest/gtest.h>
-
 #include <random>
 #include <tuple>
 

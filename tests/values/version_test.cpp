@@ -1,5 +1,4 @@
 // Tests the texts and the order of versions, and which versions a range holds.
-#include <gtest/gtest.h>
 #include <support/version.h>
 
 #include <tuple>

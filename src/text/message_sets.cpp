@@ -1,5 +1,8 @@
 #include "support/message_sets.h"
 
+#include <locale>
+#include <string>
+
 #include "platform/files.h"
 #include "support/exceptions.h"
 #include "support/locales.h"
@@ -46,7 +49,8 @@ void KestMessageSet::loadOptional(const std::string& name) {
     try {
         m_messages.loadProperties(name + kFileType);
     } catch (const KestException& failure) {
-        // Not every language and country needs a catalogue of its own. One that is there should have been loaded.
+        // Without a catalogue of the language or country the more general one counts. A catalogue that exists but could
+        // not be read is reported.
         if (platform::pathExists(name + kFileType)) internal::logRecord(internal::LogLevel::failure, failure.getText());
     }
 }

@@ -1,7 +1,10 @@
 #include "support/program_options.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "support/exceptions.h"
 #include "text/strings/command_line_splitter.h"
@@ -20,9 +23,10 @@ std::string_view nameOf(std::string_view option) {
     return option.substr(0, option.find('='));
 }
 
-// The names of a long specification. A short one is searched as a text. The entries of a longer one are ordered, which
-// takes more time than the few searches of a small command line, and a search is a binary one. An entry is all that
-// follows a colon, since a name that is looked for may have colons itself.
+// The names of a long specification. A specification of up to 256 characters is searched as a text, since sorting takes
+// longer than the few searches of a small command line. The entries of a longer specification are sorted for a binary
+// search. An entry is all text after a colon, since a wanted name may contain colons: ":a:b:" has the entries "a:b:",
+// "b:" and "".
 class LongOptions {
   public:
     explicit LongOptions(std::string_view specification) : m_specification(specification) {
@@ -42,7 +46,7 @@ class LongOptions {
   private:
     static constexpr std::size_t npos = std::string_view::npos;
 
-    // Looks for the name between a colon and either of its ends. The plain entry is first, wherever it is.
+    // Searches for the name between a colon and one of the two ends. A plain entry wins, at any position.
     LongOption findInText(std::string_view name) const {
         LongOption found = LongOption::kUnknown;
         for (std::size_t at = m_specification.find(name, 1); at != npos; at = m_specification.find(name, at + 1)) {
@@ -53,7 +57,7 @@ class LongOptions {
         }
         return found;
     }
-    // Compares as much of the entry as the name and its end are long.
+    // Compares the beginning of the entry with the name and its end.
     static int compare(std::string_view entry, std::string_view name, std::string_view end) {
         const int order = entry.substr(0, name.size()).compare(name);
         return order != 0 ? order : entry.substr(name.size(), end.size()).compare(end);
@@ -75,15 +79,15 @@ struct KestProgramOptions::Specification {
     LongOptions longOptions;
 };
 
-// What is left of the command line.
+// The arguments that are not parsed yet.
 class KestProgramOptions::Arguments {
   public:
     Arguments(int argc, char** argv) : m_argc(argc), m_argv(argv) {}
 
-    /// Null at the end.
+    /// Returns null at the end.
     const char* next() { return m_index < m_argc ? m_argv[m_index++] : nullptr; }
 
-    /// The argument that the option takes as its data.
+    /// Returns the next argument, as the data of the option.
     std::string dataFor(std::string_view option) {
         if (const char* const data = next(); data != nullptr) return data;
         std::string text = "KestProgramOptions::parse: option data not available for: -";
@@ -93,7 +97,7 @@ class KestProgramOptions::Arguments {
   private:
     const int m_argc;
     char** const m_argv;
-    int m_index = 1;  // the name is no argument
+    int m_index = 1;  // 0 is the program's name
 };
 
 KestProgramOptions::KestProgramOptions(int argc, char** argv, bool allowSlash) {
@@ -189,7 +193,7 @@ void KestProgramOptions::addOption(const char* text, Arguments& arguments, const
     }
 }
 
-// False when there is no such long option.
+// Returns false if there is no such long option.
 bool KestProgramOptions::addLongOption(const char* option, Arguments& arguments, const Specification& specification) {
     switch (specification.longOptions.find(nameOf(option))) {
         case LongOption::kPlain:
@@ -208,7 +212,7 @@ void KestProgramOptions::addShortOption(const char* option, Arguments& arguments
     const std::string_view letter = std::string_view(option).substr(0, 1);
     const std::string_view rest = std::string_view(option).substr(letter.size());
     const std::string_view spec = specification.shortSpec;
-    // A colon in the specification is no letter.
+    // A colon in the specification is no option letter.
     const std::size_t at = letter == ":" ? std::string_view::npos : spec.find(letter);
     if (at == std::string_view::npos) refuse("-", letter);
     const bool takesData = spec.substr(at + 1).starts_with(':');

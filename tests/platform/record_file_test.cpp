@@ -11,15 +11,14 @@
 
 using namespace KestSupport::platform;
 
-TEST(RecordFile, RefusesLinksAndPipesWithoutReader) {
+TEST(RecordFile, RefusesALinkAndAFifoWithoutReader) {
     const kit::TemporaryFolder folder;
-    const std::string link = folder.pathOf("link"), pipe = folder.pathOf("pipe");
-    std::filesystem::create_symlink(folder.write("target", "kept"), link);
-    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    for (const auto& [name, error] : {std::pair(link, ELOOP), {pipe, ENXIO}}) {
+    std::filesystem::create_symlink(folder.write("target", "kept"), folder.pathOf("link"));
+    ASSERT_EQ(mkfifo(folder.pathOf("fifo").c_str(), 0600), 0);
+    for (const auto& [name, error] : {std::pair("link", ELOOP), std::pair("fifo", ENXIO)}) {
         RecordFile file;
-        EXPECT_FALSE(file.open(name.c_str()));
-        EXPECT_EQ(errno, error);
+        EXPECT_FALSE(file.open(folder.pathOf(name).c_str()));
+        EXPECT_EQ(errno, error) << name;
     }
     EXPECT_EQ(folder.read("target"), "kept");
 }

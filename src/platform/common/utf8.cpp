@@ -3,6 +3,7 @@
 #include "platform/common/utf8.h"
 
 #include "platform/common/ascii_words.h"
+#include "platform/common/surrogates.h"
 
 namespace KestSupport::platform {
 namespace {
@@ -55,20 +56,11 @@ Decoded decodeUtf8(const unsigned char* text, std::size_t length) {
     return {character, lead.trailing + 1};
 }
 
-constexpr bool isHighSurrogate(char32_t unit) {
-    return (unit & 0xFC00) == 0xD800;
-}
-constexpr bool isLowSurrogate(char32_t unit) {
-    return (unit & 0xFC00) == 0xDC00;
-}
-
-// Decodes one character from units.
+// Reads one character from units.
 Decoded decodeUtf16(const unsigned short* text, std::size_t length) {
     const char32_t unit = text[0];
-    if (isHighSurrogate(unit) && length > 1 && isLowSurrogate(text[1])) {
-        return {0x10000 + ((unit & 0x3FF) << 10) + (text[1] & 0x3FFu), 2};
-    }
-    return isHighSurrogate(unit) || isLowSurrogate(unit) ? broken(1) : Decoded{unit, 1};
+    if (isHighSurrogate(unit) && length > 1 && isLowSurrogate(text[1])) return {characterOfPair(unit, text[1]), 2};
+    return isSurrogate(unit) ? broken(1) : Decoded{unit, 1};
 }
 
 constexpr std::size_t utf8Length(char32_t character) {
@@ -148,13 +140,8 @@ void widenThreeByteRun(Widening& p) {
 bool widenOne(Widening& p) {
     const Decoded next = decodeUtf8(p.text, p.left());
     p.text += next.taken;
-    if (p.space() < (next.character < 0x10000 ? 1 : 2)) return false;
-    if (next.character < 0x10000) {
-        *p.dest++ = static_cast<unsigned short>(next.character);
-    } else {
-        *p.dest++ = static_cast<unsigned short>(0xD7C0 + (next.character >> 10));
-        *p.dest++ = static_cast<unsigned short>(0xDC00 | (next.character & 0x3FF));
-    }
+    if (p.space() < (next.character < kFirstPairedCharacter ? 1 : 2)) return false;
+    p.dest += writeUnits(next.character, p.dest);
     return true;
 }
 

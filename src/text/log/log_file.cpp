@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 namespace KestSupport::internal {
 
@@ -17,7 +18,7 @@ void LogOutput::write(std::string_view line) {
     m_lines.write(line, [](std::string_view text) { return platform::writeAfter(stdout, text); });
 }
 
-// The lock is made here, since close must not fail.
+// lockCount allocates the lock. Without that, close could fail.
 LogFile::LogFile(std::string baseName, KestCriticalSectionObject& recordLock)
     : m_baseName(std::move(baseName)), m_recordLock(recordLock) {
     m_switchLock.lockCount();
@@ -40,7 +41,7 @@ void LogFile::open() {
 void LogFile::close() noexcept {
     std::unique_ptr<Output> output(m_pOutput.exchange(nullptr, std::memory_order_acq_rel));
     if (!output) return;
-    // While this thread has the lock of the records, no other is writing.
+    // While this thread has the record lock, no other thread writes.
     if (m_recordLock.testAndSet()) {
         m_recordLock.unlock();
         return;

@@ -1,31 +1,49 @@
 #include "text/log/log_format.h"
 
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <limits>
+#include <string>
+#include <string_view>
+
+#include "platform/clock.h"
+#include "platform/local_time.h"
 #include "platform/uninterrupted.h"
-#include "support/date_time.h"
+#include "text/strings/hex_digits.h"
 
 namespace KestSupport::internal {
 
 namespace {
 
-void appendPadded(std::string& text, unsigned int value, int width) {
-    char digits[std::numeric_limits<unsigned int>::digits10 + 1];
+void appendPadded(std::string& text, int value, int width) {
+    char digits[std::numeric_limits<int>::digits10 + 2];
     char* const end = std::to_chars(digits, digits + sizeof(digits), value).ptr;
     for (auto missing = width - (end - digits); missing > 0; --missing)
         text += '0';
     text.append(digits, end);
 }
 
-std::string timeText(const KestDateTime& time) {
+// An instant outside the years that the runtime represents is shown as the beginning of 1970.
+std::string timeText(std::int64_t instant) {
+    constexpr int kFirstYear = 1900;
+    std::tm time{};
+    platform::localZoneOfNow();
+    if (!platform::localTime(instant, time)) {
+        time.tm_year = 70;
+        time.tm_mday = 1;
+    }
     std::string text;
-    appendPadded(text, time.getYear(), 4);
-    appendPadded(text, time.getMonth(), 2);
-    appendPadded(text, time.getDay(), 2);
+    appendPadded(text, time.tm_year + kFirstYear, 4);
+    appendPadded(text, time.tm_mon + 1, 2);
+    appendPadded(text, time.tm_mday, 2);
     text += '_';
-    appendPadded(text, time.getHour(), 2);
+    appendPadded(text, time.tm_hour, 2);
     text += ':';
-    appendPadded(text, time.getMinute(), 2);
+    appendPadded(text, time.tm_min, 2);
     text += ':';
-    appendPadded(text, time.getSecond(), 2);
+    appendPadded(text, time.tm_sec, 2);
     text += ' ';
     return text;
 }
@@ -34,23 +52,22 @@ std::string timeText(const KestDateTime& time) {
 
 void appendFixed(std::string& text, double value) {
     constexpr int kDecimals = 6;
-    char digits[kMostFixed];  // a digit more than the exponent, the sign, the point, the decimals
+    char digits[kMostFixed];
     text.append(digits, std::to_chars(digits, digits + sizeof(digits), value, std::chars_format::fixed, kDecimals).ptr);
 }
 
 void appendPointer(std::string& text, const void* value) {
-    constexpr std::string_view kDigits = "0123456789ABCDEF";
     const auto address = reinterpret_cast<std::uintptr_t>(value);
     for (int shift = std::numeric_limits<std::uintptr_t>::digits - 4; shift >= 0; shift -= 4) {
-        text += kDigits[(address >> shift) & 0xF];
+        text += upperHexDigit(address >> shift & 0xF);
     }
 }
 
 const std::string& RecordPrefix::text(int level, std::string_view module, std::uint32_t threadId) {
-    const std::time_t now = std::time(nullptr);
+    const std::int64_t now = platform::coarseCalendarSeconds();
     if (now == m_second && level == m_level && threadId == m_threadId && module == m_module) return m_text;
-    const platform::Uninterrupted whole;  // all of it is used again, after a termination too
-    if (now != m_second) m_time = timeText(KestDateTime());
+    const platform::Uninterrupted whole;  // a termination would leave half of a text for the next record
+    if (now != m_second) m_time = timeText(now);
     m_second = now;
     m_level = level;
     m_module = module;

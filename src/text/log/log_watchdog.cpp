@@ -40,7 +40,8 @@ void LogWatchdog::set() {
 bool LogWatchdog::startOnce(std::int64_t seconds) {
     constexpr std::int32_t kMillisecondsPerSecond = 1000;
     if (m_armed.exchange(true, std::memory_order_seq_cst)) return true;
-    // The thread has chosen a record's level and module; a dependent of another timer that logs would undo that.
+    // This thread has chosen the level and module of a record. A dependent of another timer that logged here would
+    // discard that choice.
     const KestTimerDeferral deferral;
     try {
         start(static_cast<std::int32_t>(seconds) * kMillisecondsPerSecond, true);
@@ -54,7 +55,7 @@ bool LogWatchdog::startOnce(std::int64_t seconds) {
 
 void LogWatchLink::startVisit(const std::shared_ptr<LogWatchLink>& link) {
     auto thread = std::make_unique<KestLoggingEventTimerThread>(link);
-    // The new thread cannot pass this lock, so it still exists when it is asked whether it lives.
+    // The new thread waits for this lock before it ends, so isAlive finds the object.
     const std::lock_guard guard(link->m_lock);
     if (link->isVisiting() || link->m_pLogging == nullptr) return;
     thread->setMarkForDeath();
@@ -67,6 +68,7 @@ void LogWatchLink::startVisit(const std::shared_ptr<LogWatchLink>& link) {
 
 KestLogging* LogWatchLink::enter() {
     const std::lock_guard guard(m_lock);
+    m_visit = m_pLogging != nullptr ? Visit::present : Visit::none;
     return m_pLogging;
 }
 
@@ -83,9 +85,9 @@ void LogWatchLink::cut() noexcept {
         {
             const std::lock_guard guard(m_lock);
             m_pLogging = nullptr;
-            if (!isVisiting()) return;
+            if (visit() != Visit::present) return;
         }
-        constexpr std::uint32_t kLookAgain = 50;  // milliseconds; for an event that could not be made
+        constexpr std::uint32_t kLookAgain = 50;  // milliseconds; the event may not exist
         if (platform::waitForOne(m_left.get(), kLookAgain) == platform::kWaitFailed) platform::sleepThread(1);
     }
 }

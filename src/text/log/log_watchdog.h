@@ -1,9 +1,14 @@
-// The watch over a record that stays open: a timer that fires when the record has been open for 60 seconds, and every
-// 60 seconds after that, and the thread on which the logger then visits its record.
+// Watches for a record that stays open: a timer fires when the record has been open for 60 seconds, and every 60
+// seconds after that. A thread then visits the logger.
 //
-// A timer that was started and stopped for each record would cost more than all else of a short record but its output.
-// So the timer is left to run out: opening a record notes the time, ending it clears the note, and when the timer
-// expires it fires only if a record is open long enough; otherwise it waits for the rest, or rests itself.
+// To start and stop a timer for each record would take longer than the rest of a short record, except its output. So
+// opening a record only notes the time, and ending it clears the note. An expiry of the timer fires only if a record
+// has been open for 60 seconds:
+//
+//   open for       expiry
+//   no record      does nothing; the next record starts the timer again
+//   below 60 s     starts the timer for the rest of the 60 s
+//   60 s and more  fires, and starts the timer for 60 s
 #pragma once
 
 #include <atomic>
@@ -22,17 +27,17 @@ class KestLogging;
 
 namespace internal {
 
-/// Threads: records are opened and closed by the owner of the logger's lock; arm may be called by any thread, without
-/// that lock, since starting a timer can fire others, whose dependents may log.
+/// Threads: the owner of the logger's lock opens and closes records. Any thread may call arm, without that lock: to
+/// start a timer can fire other timers, and their dependents may log.
 class LogWatchdog : public KestTimer {
   public:
     explicit LogWatchdog(std::int32_t seconds) : m_seconds(seconds) {}
     ~LogWatchdog() override { stop(); }
 
-    /// Starts the timer unless it runs. False when it cannot be started; the next record may try again.
+    /// Starts the timer unless it runs. Returns false if it cannot be started; the next record may try again.
     bool arm();
 
-    /// Notes that a record is open from now on. False when the timer does not run: it has to be armed first.
+    /// Notes that a record is open from this time on. Returns false if the timer does not run; arm starts it.
     bool openRecord() noexcept;
     void closeRecord() noexcept { m_openSince.store(kNoRecord, std::memory_order_release); }
     bool isRecordOpen() const noexcept { return m_openSince.load(std::memory_order_relaxed) != kNoRecord; }
@@ -45,38 +50,43 @@ class LogWatchdog : public KestTimer {
 
     bool startOnce(std::int64_t seconds);
 
-    const std::int32_t m_seconds;  // that a record may stay open
+    const std::int32_t m_seconds;  // for which a record may stay open
 
-    // Opening, once for each record, asks for the calendar's seconds, which cost a tenth of the steady clock's time. A
-    // calendar that is set back cannot put the watch off for longer than another m_seconds: at its second expiry the
-    // record has been open for the rest that the first one found.
-    std::int64_t m_foundOpen = kNoRecord;  // what the last expiry found; one expiry at a time
+    // The times are calendar seconds: the calendar costs a tenth of the steady clock's time, for each record. If the
+    // calendar is set back, the second expiry that finds the same record fires, at most m_seconds late.
+    std::int64_t m_foundOpen = kNoRecord;  // m_openSince at the last expiry; only expiries use it, one at a time
 
-    // Opening writes the first and reads the second, expiry writes the second and reads the first, all sequentially
-    // consistent: so at least one of them sees the other.
-    std::atomic<std::int64_t> m_openSince{kNoRecord};  // in seconds of the calendar
+    // openRecord writes m_openSince and then reads m_armed. An expiry writes m_armed and then reads m_openSince. All
+    // four are sequentially consistent, so at least one of the two sees the other.
+    std::atomic<std::int64_t> m_openSince{kNoRecord};
     std::atomic<bool> m_armed{false};
 };
 
-/// Connects a logger with the watchdog thread that visits it, and outlives both. The logger is destroyed when the visit
-/// is over.
+/// Connects a logger with the watchdog thread that visits it, and outlives both. The logger's destructor waits for the
+/// end of a visit.
+///
+///   none     no thread visits
+///   coming   a thread was started, and has not entered yet
+///   present  the thread uses the logger
 class LogWatchLink {
   public:
     explicit LogWatchLink(KestLogging& logging) : m_pLogging(&logging) {}
 
-    /// Starts a thread that visits the logger, unless one is on its way or there. A visit waits while a record is open.
+    /// Starts a thread that visits the logger, unless one is coming or present. A visit waits while a record is open.
     static void startVisit(const std::shared_ptr<LogWatchLink>& link);
 
-    /// The logger, if it still exists; it then stays until leave.
+    /// Returns the logger, which then exists until leave; null if it is destroyed.
     KestLogging* enter();
     void leave();
 
-    /// Keeps further threads away from the logger and returns when none uses it.
+    /// Lets no further thread enter, and waits until no thread uses the logger.
     void cut() noexcept;
 
   private:
-    // Called with the lock held. A visit that began before a fork has no thread in the child.
-    bool isVisiting() const noexcept { return m_visiting && m_forks == platform::forkCount(); }
+    enum class Visit { none, coming, present };
+
+    // The caller holds the lock. A visit that began before a fork has no thread in the child.
+    Visit visit() const noexcept { return m_forks == platform::forkCount() ? m_visit : Visit::none; }
 
     platform::UninterruptedMutex m_lock;
     const platform::OwnedHandle m_left{platform::createEvent(false, false)};  // signalled when a visit ends

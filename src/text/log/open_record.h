@@ -1,13 +1,27 @@
-// The record that a logger is building, and what a thread knows of the records that it builds itself.
+// The record that a logger is building, and what a thread knows of its own records.
 //
-// A record belongs to the thread that has inserted into it. When that thread has ended, terminated or not, the next
-// thread that gets the logger's lock finds the record and writes it under the id of the thread that began it. So the
-// texts grow by steps that no termination interrupts; within the memory that a text has, each of its changes leaves it
-// usable.
+// The states of a record. Its builder is the thread that has inserted into it.
+//
+//   state      builder       accepted  lock of the logger   next state
+//   idle       none          no        free                 setloglevel: chosen; an accepted insertion: open
+//   chosen     none          no        free                 setloglevel: chosen; an accepted insertion: open;
+//                                                           endrecord of any thread: idle
+//   open       a thread      yes       held by the builder  endrecord: idle; setloglevel or setLogLevel of the
+//                                                           builder: asked
+//   asked      a thread      no        held by the builder  an accepted insertion: open; endrecord: idle
+//   abandoned  ended thread  any       free                 the next thread that takes the lock: idle
+//
+// An insertion is accepted when the record's level is within the global level. A refused one does not change the
+// record, but the thread refuses the rest of its own record. So a level that changes inside a record cannot cut the
+// record, unless the builder itself changes the level.
+//
+// The next thread writes an abandoned record under the id of the ended thread. So texts change only in steps that a
+// termination does not interrupt.
 #pragma once
 
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -16,25 +30,22 @@
 
 namespace KestSupport::internal {
 
-/// Makes room for more characters, before they are appended.
+/// Reserves memory for more characters, before they are appended.
 inline void makeRoom(std::string& text, std::size_t more) {
     if (text.capacity() - text.size() >= more) return;
     const platform::Uninterrupted whole;
     text.reserve(std::max(text.size() + more, 2 * text.capacity()));
 }
 
-/// Numbers of threads are never used twice, unlike the system's ids.
+/// What a thread knows of its own records. Its number is never used again, unlike the id that the system gave it.
 struct LoggingThread {
     std::uint64_t number = 0;
     std::uint64_t refusedBy = 0;  // serial of the logger that refused an insertion into this thread's record
     bool hasLeftRecord = false;   // an exception has left the expression that began this thread's record
 };
 
-/// Guarded by the logger's lock, but for the builder, which any thread may compare with itself: only the builder writes
-/// its own number there, and only while it holds the lock.
-///
-/// Whether the record takes insertions is decided at its first one, so that a level that changes after it cannot write
-/// the record in part; a choice of its own thread opens the question again.
+/// Guarded by the logger's lock, except for the builder: any thread may compare it with itself, since only the builder
+/// writes its own number there, while it holds the lock.
 class OpenRecord {
   public:
     static constexpr int kUnchosenLevel = 9;
@@ -42,10 +53,11 @@ class OpenRecord {
     bool isBuiltBy(const LoggingThread& thread) const noexcept {
         return m_builder.load(std::memory_order_relaxed) == thread.number;
     }
-    /// Whether any thread has inserted into it. The caller holds the lock.
+    /// Whether any thread has inserted into the record. The caller holds the lock.
     bool hasBuilder() const noexcept { return m_builder.load(std::memory_order_relaxed) != kNoThread; }
+    /// The system's id of the builder.
     std::uint32_t builderId() const noexcept { return m_builderId; }
-    /// Whether its builder is a thread of the process that this one was forked from, which ends the record there.
+    /// Whether the builder is a thread of the process that forked this one. The parent writes such a record.
     bool isOfParent() const noexcept { return hasBuilder() && m_forks != platform::forkCount(); }
 
     int level() const noexcept { return m_level; }
@@ -61,13 +73,14 @@ class OpenRecord {
         }
         m_level = level;
     }
-    /// From here on the record is the thread's, and takes its insertions.
+    /// Makes the thread the builder, and the record open.
     void accept(const LoggingThread& thread, std::uint32_t threadId) noexcept {
         m_builderId = threadId;
         m_forks = platform::forkCount();
         m_builder.store(thread.number, std::memory_order_relaxed);
         m_accepted = true;
     }
+    /// Makes an open record an asked one.
     void reconsider() noexcept { m_accepted = false; }
 
     /// The text, with room for more characters.
@@ -76,7 +89,7 @@ class OpenRecord {
         return m_text;
     }
 
-    /// Back to a record that no thread has chosen or begun.
+    /// Makes the record idle. Keeps the memory of its text, unless that is much.
     void reset() noexcept {
         constexpr std::size_t kKeptCapacity = 65536;
         if (m_text.capacity() > kKeptCapacity) {
@@ -94,8 +107,8 @@ class OpenRecord {
     static constexpr std::uint64_t kNoThread = 0;
 
     std::atomic<std::uint64_t> m_builder{kNoThread};
-    std::uint32_t m_builderId = 0;  // the system's id of the builder
-    std::uint32_t m_forks = 0;      // the builder's process
+    std::uint32_t m_builderId = 0;
+    std::uint32_t m_forks = 0;  // the builder's process
     bool m_accepted = false;
     int m_level = kUnchosenLevel;
     std::string m_module;  // empty for none

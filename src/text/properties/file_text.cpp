@@ -4,12 +4,13 @@
 #include <cwchar>
 #include <iterator>
 
-#include "text/strings/surrogates.h"
+#include "platform/common/surrogates.h"
+#include "text/strings/wide_characters.h"
 
 namespace KestSupport::internal {
 namespace {
 
-// False for a surrogate without its partner.
+// Returns false if a surrogate has no partner.
 bool toWideCharacters(WideView text, std::wstring& characters) {
     while (!text.empty()) {
         wchar_t character = 0;
@@ -43,8 +44,8 @@ void FileText::widen(std::string_view bytes, WideText& text) const {
     }
 }
 
-// The length of the character that the bytes begin with; 0, and `character` untouched, when they begin with none. Asked
-// for more than one character, the facet would swallow an incomplete one at the end.
+// Returns the length of the first character; 0, with `character` unchanged, if the bytes begin with no character. The
+// facet converts one character at a time, because it would drop an incomplete character at the end of a longer text.
 std::size_t FileText::firstCharacter(std::string_view bytes, wchar_t& character) const {
     const auto longest = static_cast<std::size_t>(m_conversion->max_length());
     for (std::size_t length = 1; length <= std::min(longest, bytes.size()); ++length) {
@@ -54,7 +55,7 @@ std::size_t FileText::firstCharacter(std::string_view bytes, wchar_t& character)
         wchar_t* end = nullptr;
         m_conversion->in(state, bytes.data(), bytes.data() + length, next, &converted, &converted + 1, end);
         if (end == &converted) continue;
-        if (static_cast<char32_t>(converted) > kLastCharacter) return 0;
+        if (static_cast<char32_t>(converted) > platform::kLastCharacter) return 0;
         character = converted;
         return length;
     }

@@ -1,6 +1,6 @@
-// How wide text stands in a file of 8-bit text: by the conversion of the global locale, as the standard library's wide
-// file streams have it. The classic locale takes a byte for the unit of the same value; its own conversion would stop
-// at 0x7F.
+// Converts wide text to and from the bytes of an 8-bit file, by the global locale, as the wide file streams of the
+// standard library do. In the classic locale a byte is the unit of the same value; the conversion of that locale itself
+// stops at 0x7F.
 #pragma once
 
 #include <cstddef>
@@ -16,18 +16,18 @@ namespace KestSupport::internal {
 using WideView = basic_text_view<unsigned short>;
 using WideText = wstring16;
 
-/// What a file of UTF-16 little-endian begins with.
+/// The byte-order mark of UTF-16 little-endian.
 inline constexpr std::string_view kUtf16Mark = "\xFF\xFE";
 
-/// The conversion of the locale that was global when the object was made.
+/// Converts by the locale that was global when the object was constructed.
 class FileText {
   public:
     FileText();
 
-    /// Replaces `text` by the converted bytes. A byte that does not convert becomes the unit of the same value.
+    /// Replaces `text` with the converted bytes. A byte that does not convert becomes the unit of the same value.
     void widen(std::string_view bytes, WideText& text) const;
 
-    /// Appends the converted text to `bytes`; false when some of it has no 8-bit form (`bytes` may then hold a part).
+    /// Appends the converted text to `bytes`. Returns false if a part has no 8-bit form; `bytes` may then hold a part.
     bool narrow(WideView text, std::string& bytes) const;
 
   private:
@@ -36,7 +36,7 @@ class FileText {
     std::size_t firstCharacter(std::string_view bytes, wchar_t& character) const;
 
     const std::locale m_locale;
-    const Conversion* m_conversion = nullptr;  // held by m_locale; null for the classic one
+    const Conversion* m_conversion = nullptr;  // owned by m_locale; null for the classic locale
 };
 
 }  // namespace KestSupport::internal

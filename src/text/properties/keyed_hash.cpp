@@ -6,7 +6,7 @@
 namespace KestSupport::internal {
 namespace {
 
-// One half of the key; 0 until the first caller has published it. When several threads come first, one of them wins.
+// Returns one half of the key. It is 0 until the first caller publishes it. Of several first callers, one publishes.
 std::uint64_t publishedHalf(std::atomic<std::uint64_t>& half) {
     std::uint64_t value = half.load(std::memory_order_relaxed);
     if (value != 0) return value;
@@ -18,8 +18,9 @@ std::uint64_t publishedHalf(std::atomic<std::uint64_t>& half) {
 }  // namespace
 
 HashKey processHashKey() {
-    static constinit std::atomic<std::uint64_t> first{0}, second{0};
-    return {publishedHalf(first), publishedHalf(second)};
+    static constinit std::atomic<std::uint64_t> s_first{0};
+    static constinit std::atomic<std::uint64_t> s_second{0};
+    return {publishedHalf(s_first), publishedHalf(s_second)};
 }
 
 }  // namespace KestSupport::internal

@@ -1,11 +1,9 @@
-// A hash for names that come from outside: SipHash, under a key that only this process knows. Without the key a sender
-// cannot choose names that collide, so a table stays fast whatever it is given.
+// A hash for names from outside: SipHash, with a key that only this process knows. A sender without the key cannot
+// choose names that collide, so no input makes a table slow. Not for signatures or passwords.
 //
-//   HashKey    the key; processHashKey returns the one of this process
+//   HashKey    the key; processHashKey returns the key of this process
 //   SipHash    the hash of a sequence of words
 //   hashBytes  the hash of bytes in memory
-//
-// Not for signatures or passwords.
 #pragma once
 
 #include <bit>
@@ -20,11 +18,11 @@ struct HashKey {
     std::uint64_t second = 0;
 };
 
-/// Random, and the same for the life of the process. Takes no lock, so a thread may be killed inside.
+/// Random, and the same during the life of the process. Takes no lock, so a thread may be killed in it.
 HashKey processHashKey();
 
-/// SipHash with its two numbers of rounds, per word and at the end: <2, 4> is the form that its authors recommend for
-/// messages, <1, 3> the one for hash tables.
+/// SipHash with its numbers of rounds, for each word and at the end. Its authors recommend <2, 4> for messages and <1,
+/// 3> for hash tables.
 template <int kWordRounds, int kFinalRounds>
 class SipHash {
   public:
@@ -65,7 +63,7 @@ class SipHash {
     std::uint64_t m_v0, m_v1, m_v2, m_v3;
 };
 
-/// The last word of a message of `size` bytes: the bytes after the last whole word, and the size in the highest byte.
+/// The last word of a message of `size` bytes: the bytes after the last whole word, with the size in the highest byte.
 constexpr std::uint64_t lastHashWord(std::uint64_t rest, std::size_t size) noexcept {
     return rest | static_cast<std::uint64_t>(size) << 56;
 }
@@ -77,7 +75,7 @@ Word loadWord(const unsigned char* from) noexcept {
     return word;
 }
 
-/// Up to seven bytes as a word, the first one lowest.
+/// Up to seven bytes as a word; the first byte is the lowest.
 inline std::uint64_t loadFew(const unsigned char* bytes, std::size_t size) noexcept {
     if (size >= sizeof(std::uint32_t)) {
         const std::size_t rest = size - sizeof(std::uint32_t);
@@ -100,7 +98,7 @@ std::uint64_t hashBytes(HashKey key, const void* data, std::size_t size) noexcep
     if (done == 0) {
         rest = loadFew(bytes, size);
     } else if (done != size) {
-        // The word that ends with the message holds bytes of the one before, which go.
+        // The last eight bytes overlap the word before them. The shift removes that part.
         rest = loadWord<Word>(bytes + size - sizeof(Word)) >> (8 * (done + sizeof(Word) - size));
     }
     hash.add(lastHashWord(rest, size));

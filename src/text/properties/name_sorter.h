@@ -1,47 +1,34 @@
-// Sorts entries by their names. Most names differ within a few characters after the part that all have in common. These
-// characters, packed into a number, are sorted digit by digit, which needs no comparison and reads each name once. Only
-// names that agree in them are looked at further.
+// Sorts entries by their names.
 //
-//   CharacterOrder  the place of a character in the order of a string type
-//   NameSorter      the entries to sort
+// Most names differ within a few characters after their common prefix. The sorter packs these characters into a 64-bit
+// key and sorts the keys byte by byte, without comparisons. It looks further only at names with equal keys. Example,
+// with the common prefix "service":
+//
+//   name              key          then
+//   service00010.a    "00010.a "   sorted by the key alone
+//   service00009.x1   "00009.x1"   an equal key: sorted by the characters after it
+//   service00009.x1y  "00009.x1"
+//
+// The first save of 100,000 shuffled names takes 6.8 instead of 23.7 ms of processor time (bench/properties).
 #pragma once
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <string>
-#include <type_traits>
 #include <vector>
 
-#include "support/strings.h"
+#include "text/properties/character_order.h"
 
 namespace KestSupport::internal {
 
-/// Characters that the traits take for equal have one place; a lesser character has a lesser place.
-template <typename Traits>
-struct CharacterOrder {
-    using CharType = typename Traits::char_type;
-    static constexpr bool kIsPlain = std::is_same_v<Traits, text_traits<CharType>>;
-    static constexpr int kBits = kIsPlain && sizeof(CharType) == 1 ? 8 : 16;
-
-    static std::uint16_t placeOf(CharType c) {
-        if constexpr (!kIsPlain) {
-            constexpr int kLeast = -128;
-            return static_cast<std::uint16_t>(Traits::fold(c) - (sizeof(CharType) == 1 ? kLeast : 0));
-        } else {
-            return static_cast<std::make_unsigned_t<CharType>>(c);
-        }
-    }
-};
-
-/// Entry has a member `name`, a view of a string. The entries stay where they are for the life of the sorter.
+/// Entry has a member `name`, a view of a string. The entries keep their addresses during the life of the sorter.
 template <typename Entry>
 class NameSorter {
   public:
     void reserve(std::size_t count) { m_sorted.reserve(count); }
     void add(const Entry& entry) { m_sorted.push_back({0, &entry}); }
-    /// The entries in the order of their names.
+    /// Returns the entries in the order of their names.
     std::vector<const Entry*> inOrder();
 
   private:
@@ -55,7 +42,7 @@ class NameSorter {
     static constexpr std::size_t kKeyCharacters = 64 / Order::kBits;
     static constexpr std::size_t kFewToDistribute = 256;
     static constexpr std::size_t kFewToCompare = 16;
-    static constexpr int kMostLevels = 64;  // names that share more are compared, so that the stack stays small
+    static constexpr int kMostLevels = 64;  // beyond this depth of the recursion, names are compared
 
     void sortFrom(std::size_t depth, Keyed* first, std::size_t count, int level);
     static std::size_t sharedLength(std::size_t depth, const Keyed* first, std::size_t count);
@@ -77,7 +64,7 @@ std::vector<const Entry*> NameSorter<Entry>::inOrder() {
     return entries;
 }
 
-// Sorts entries whose names have their first `depth` characters in common.
+// Sorts entries whose names share their first `depth` characters.
 template <typename Entry>
 void NameSorter<Entry>::sortFrom(std::size_t depth, Keyed* first, std::size_t count, int level) {
     if (count < kFewToCompare || level == kMostLevels) return sortByComparing(first, count);
@@ -95,7 +82,7 @@ void NameSorter<Entry>::sortFrom(std::size_t depth, Keyed* first, std::size_t co
         const auto length = static_cast<std::size_t>(next - run);
         run = next;
         if (length == 1) continue;
-        // The key of a name that ends early does not tell its end from the least character.
+        // A key does not show where a short name ends: the end and the least character have the same rank.
         if (std::any_of(next - length, next, endsWithin)) {
             sortByComparing(next - length, length);
         } else {
@@ -122,11 +109,12 @@ template <typename Entry>
 std::uint64_t NameSorter<Entry>::keyOf(View rest) {
     std::uint64_t key = 0;
     for (std::size_t i = 0; i < kKeyCharacters; ++i)
-        key = (key << Order::kBits) | (i < rest.size() ? Order::placeOf(rest[i]) : 0U);
+        key = (key << Order::kBits) | (i < rest.size() ? Order::rankOf(rest[i]) : 0U);
     return key;
 }
 
-// One pass for each byte in which any keys differ, the lowest first; a pass keeps the order of equal bytes.
+// Makes one pass for each byte in which any keys differ, from the lowest byte on. A pass keeps the order of equal
+// bytes.
 template <typename Entry>
 void NameSorter<Entry>::sortByKey(Keyed* first, std::size_t count, std::uint64_t differing) {
     if (count < kFewToDistribute) {
@@ -139,11 +127,11 @@ void NameSorter<Entry>::sortByKey(Keyed* first, std::size_t count, std::uint64_t
     for (unsigned shift = 0; shift < 64; shift += 8) {
         const auto byteOf = [shift](const Keyed& each) { return each.key >> shift & 0xFF; };
         if ((differing >> shift & 0xFF) == 0) continue;
-        std::array<std::size_t, 257> places{};
-        std::for_each_n(from, count, [&](const Keyed& each) { ++places[byteOf(each) + 1]; });
-        for (std::size_t byte = 1; byte < places.size(); ++byte)
-            places[byte] += places[byte - 1];
-        std::for_each_n(from, count, [&](const Keyed& each) { to[places[byteOf(each)]++] = each; });
+        std::array<std::size_t, 257> offsets{};
+        std::for_each_n(from, count, [&](const Keyed& each) { ++offsets[byteOf(each) + 1]; });
+        for (std::size_t byte = 1; byte < offsets.size(); ++byte)
+            offsets[byte] += offsets[byte - 1];
+        std::for_each_n(from, count, [&](const Keyed& each) { to[offsets[byteOf(each)]++] = each; });
         std::swap(from, to);
     }
     if (from != first) std::copy_n(from, count, first);

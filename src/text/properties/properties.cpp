@@ -14,7 +14,7 @@
 namespace KestSupport {
 namespace {
 
-// Every text says <StringType>, whichever type it is.
+// Every text names <StringType>, for each of the four types.
 constexpr const char* kLoading = "KestProperties<StringType>::loadProperties: from file ";
 constexpr const char* kCannotOpenToLoad = "KestProperties<StringType>::loadProperties: couldn't open file ";
 constexpr const char* kCannotRead = "KestProperties<StringType>::loadProperties: couldn't read file ";
@@ -34,7 +34,7 @@ constexpr internal::LogLevel kDumpLevel = internal::LogLevel::trace;
     fail(what, fileName);
 }
 
-// The text as a file holds it: up to its first NUL, and without the traits, which files do not know.
+// The text to write: up to its first NUL, with the plain traits of its character type.
 template <typename StringType>
 auto textForFile(const StringType& text) {
     const internal::basic_text_view<typename StringType::value_type> all(text.data(), text.size());
@@ -116,7 +116,7 @@ void KestProperties<StringType>::addPropertyforWSmanDA(const StringType& line) {
     try {
         add(line, View(line).substr(line.size()));
     } catch (const KestException&) {
-        // A line that cannot be added is dropped, so that the others of its source are still taken.
+        // The caller continues with its next line.
     }
 }
 
@@ -198,7 +198,7 @@ void KestProperties<StringType>::loadProperties(const std::vector<std::string>& 
         addNarrowLine(line, separator);
 }
 
-// Written for any type: some compilers instantiate its callers even where their constraint rules them out.
+// Compiles for any type: some compilers instantiate its callers even for types that their constraint excludes.
 template <typename StringType>
 void KestProperties<StringType>::addNarrowLine(std::string_view line, char separator) {
     addLine(StringType(line.begin(), line.end()), static_cast<CharType>(separator));
@@ -248,7 +248,7 @@ void KestProperties<StringType>::addLine(View line, CharType separator) {
         const internal::PropertyLine<View> parsed = internal::parsePropertyLine(line, separator);
         if (!parsed.name.empty()) add(parsed.name, parsed.value);
     } catch (const KestException&) {
-        // A line that cannot be added is dropped, so that the others of its source are still taken.
+        // The caller continues with its next line.
     }
 }
 
@@ -264,7 +264,7 @@ void KestProperties<StringType>::add(View name, View value) {
     }
 }
 
-// The order is the only thing that reading may have to make, so the lock is held for that alone.
+// The sorting may change the table, so it takes the lock. Reading in order needs none.
 template <typename StringType>
 auto KestProperties<StringType>::inOrder() const -> const Table& {
     KestCriticalSection guard(m_lock, true);
@@ -275,7 +275,7 @@ auto KestProperties<StringType>::inOrder() const -> const Table& {
 template <typename StringType>
 void KestProperties<StringType>::logEntries() const {
     if (!internal::isLogLevel(kDumpLevel)) return;
-    // Others may be loading into this object too, and nothing is logged under a lock.
+    // Other threads may load into this object. No record is written under a lock.
     KestCriticalSection guard(m_lock, true);
     const PropertyMap properties = getProperties();
     guard.unlock();

@@ -1,20 +1,25 @@
-// What one line of a property file says.
+// Splits one line of a property file into name and value. Examples, with the separator '=':
+//
+//   line            name     value
+//   a=  b \r\n      "a"      "b "
+//   a b=c=d         "a b"    "c=d"
+//   a               "a"      ""
+//   #a=b, =b        none
 #pragma once
 
 #include <cstddef>
-#include <string_view>
 
 namespace KestSupport::internal {
 
-/// A name and a value within the line; without a name the line says nothing.
+/// Two parts of the line. With an empty name the line has no property.
 template <typename View>
 struct PropertyLine {
     View name;
     View value;
 };
 
-/// Where the value of a line ends whose separator stands at the given place: at the first carriage return, or, when the
-/// line has none, at the first line feed. One that stands before the separator ends nothing.
+/// Returns the end of the value: the first carriage return of the line, or, if the line has none, the first line feed.
+/// If it is before the separator, the value extends to the end of the line.
 template <typename View>
 std::size_t endOfValue(View line, std::size_t separatorAt) {
     std::size_t end = line.find(typename View::value_type{'\r'});

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <type_traits>
+#include <utility>
 
 #include "platform/file_stream.h"
 
@@ -11,9 +12,9 @@ namespace {
 
 constexpr std::size_t kBlock = std::size_t{64} * 1024;
 
-// The place behind the first line end that begins at or behind `from`, npos when there is none. Units are counted from
-// the text's beginning, and `from` begins one.
-std::size_t behindLineEnd(std::string_view text, std::size_t from, LineEnd lineEnd) {
+// Returns the offset after the first line end that begins at `from` or later; npos if there is none. Units begin at the
+// even offsets, and `from` is one of them.
+std::size_t afterLineEnd(std::string_view text, std::size_t from, LineEnd lineEnd) {
     for (std::size_t at = text.find('\n', from); at != std::string_view::npos; at = text.find('\n', at + 1)) {
         if (lineEnd == LineEnd::kByte) return at + 1;
         if (at % 2 != 0 || at + 1 == text.size()) continue;
@@ -38,7 +39,7 @@ bool LineBlocks::skip(std::string_view bytes) {
 
 bool LineBlocks::next(LineEnd lineEnd, std::string_view& line) {
     std::size_t searched = 0;
-    std::size_t end = behindLineEnd(rest(), searched, lineEnd);
+    std::size_t end = afterLineEnd(rest(), searched, lineEnd);
     while (end == std::string_view::npos) {
         searched = rest().size() & ~std::size_t{1};
         if (!fill()) {
@@ -46,14 +47,14 @@ bool LineBlocks::next(LineEnd lineEnd, std::string_view& line) {
             m_begin = m_end;
             return !line.empty();
         }
-        end = behindLineEnd(rest(), searched, lineEnd);
+        end = afterLineEnd(rest(), searched, lineEnd);
     }
     line = rest().substr(0, end);
     m_begin += end;
     return true;
 }
 
-// Reads another block behind what is left; false at the end.
+// Appends another block to the bytes that are left. Returns false at the end of the file.
 bool LineBlocks::fill() {
     makeRoom();
     const std::size_t count = platform::readStream(m_stream, m_buffer.get() + m_end, m_capacity - m_end, m_failed);
@@ -99,7 +100,7 @@ bool PropertyLineReader<CharType>::next(basic_text_view<CharType>& line) {
     return true;
 }
 
-// Takes the line end off as well, here with its carriage return. A byte without a partner at the file's end is no unit.
+// Decodes the line and removes its end, here with its carriage return. A single byte at the end of the file is no unit.
 template <typename CharType>
 void PropertyLineReader<CharType>::decodeUtf16(std::string_view bytes) {
     m_line.resize(bytes.size() / 2);

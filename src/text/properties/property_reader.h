@@ -1,9 +1,9 @@
-// Reading a property file: its encoding is told by the first two bytes, its lines come one by one, without their ends.
+// Reads a property file line by line. The first two bytes determine its encoding.
 //
-//   LineBlocks          lines as they stand in the file, read in large blocks
-//   PropertyLineReader  the same lines as text of the wanted character type
+//   LineBlocks          the bytes of each line with its end, read in large blocks
+//   PropertyLineReader  the text of each line without its end, in the wanted character type
 //
-// A line is handed out as a view that is good until the next call. The buffer grows to the longest line.
+// A line is a view that is valid until the next call. The buffer grows to the longest line.
 #pragma once
 
 #include <cstddef>
@@ -17,7 +17,7 @@
 
 namespace KestSupport::internal {
 
-/// What ends a line of a file.
+/// The end of a line in a file.
 enum class LineEnd {
     kByte,              ///< the byte 0x0A
     kLowByteOfUnit,     ///< any unit of two bytes whose first is 0x0A
@@ -26,15 +26,15 @@ enum class LineEnd {
 
 class LineBlocks {
   public:
-    /// Reads from the stream's position on; the stream outlives the object.
+    /// Reads from the current position of the stream, which outlives the object.
     explicit LineBlocks(std::FILE* stream) : m_stream(stream) {}
 
-    /// Passes over the bytes if the rest of the file begins with them, and tells whether it did.
+    /// Skips the bytes if the rest of the file begins with them. Returns whether it did.
     bool skip(std::string_view bytes);
-    /// The next line with its end, which the last one may lack; false when there is none. `lineEnd` is the same each
-    /// time.
+    /// Sets `line` to the next line with its end; the last line may have none. Returns false after the last line.
+    /// `lineEnd` is the same in all calls.
     bool next(LineEnd lineEnd, std::string_view& line);
-    /// Whether the medium, rather than the file's end, ended the reading.
+    /// Whether the reading ended because the medium failed, instead of at the end of the file.
     bool failed() const { return m_failed; }
 
   private:
@@ -45,13 +45,13 @@ class LineBlocks {
     std::FILE* const m_stream;
     std::unique_ptr<char[]> m_buffer;
     std::size_t m_capacity = 0;
-    std::size_t m_begin = 0;  // what has been read and not handed out: from here
-    std::size_t m_end = 0;    // to here
+    std::size_t m_begin = 0;  // of the bytes that were read and not returned yet
+    std::size_t m_end = 0;    // of these bytes
     bool m_failed = false;
 };
 
-/// CharType is char or unsigned short. Narrow text keeps the bytes of 8-bit files and the low byte of UTF-16 units;
-/// wide text has 8-bit files converted by the global locale.
+/// CharType is char or unsigned short. Narrow text has the bytes of an 8-bit file, and the low bytes of UTF-16 units.
+/// Wide text has the bytes of an 8-bit file as converted by the global locale.
 template <typename CharType>
 class PropertyLineReader {
   public:
@@ -66,7 +66,7 @@ class PropertyLineReader {
     LineBlocks m_blocks;
     const LineEnd m_lineEnd;
     const FileText m_fileText;
-    basic_text<CharType> m_line;  // the current line, where it is not the file's own bytes
+    basic_text<CharType> m_line;  // the current line, if it was converted
 };
 
 extern template class PropertyLineReader<char>;

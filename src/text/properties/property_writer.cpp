@@ -54,7 +54,7 @@ void PropertyFileWriter<CharType>::appendAscii(char c) {
 
 template <typename CharType>
 void PropertyFileWriter<CharType>::flush() {
-    // Behind a failure nothing more is tried: the file would have a hole.
+    // After a failure, further blocks would leave a gap in the file.
     if (!m_lost) m_lost = !platform::writeStream(m_stream.get(), m_block.data(), m_block.size());
     m_block.clear();
 }

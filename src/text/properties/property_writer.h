@@ -1,9 +1,8 @@
-// Writing a property file: lines of name, "=" and value, gathered into large blocks.
+// Writes a property file: lines of name, "=" and value, in large blocks.
 #pragma once
 
 #include <cstddef>
 #include <string>
-#include <string_view>
 
 #include "platform/file_stream.h"
 #include "support/strings.h"
@@ -11,18 +10,18 @@
 
 namespace KestSupport::internal {
 
-/// How the text stands in the file.
+/// The encoding of a file.
 enum class FileEncoding {
-    kBytes,  ///< 8-bit; wide text by the global locale
+    kBytes,  ///< 8-bit text; wide text is converted by the global locale
     kUtf16,  ///< UTF-16 little-endian with byte-order mark
 };
 
-/// The mode to open a file with that is to hold such text: only 8-bit text has its line feeds translated.
+/// The mode in which to open the file: only 8-bit text has its line feeds translated.
 inline platform::StreamMode streamMode(FileEncoding encoding) {
     return encoding == FileEncoding::kBytes ? platform::StreamMode::kWriteText : platform::StreamMode::kWriteBinary;
 }
 
-/// CharType is char or unsigned short. Wide text for kBytes must have an 8-bit form.
+/// CharType is char or unsigned short. Wide text for kBytes has an 8-bit form.
 template <typename CharType>
 class PropertyFileWriter {
   public:
@@ -31,7 +30,7 @@ class PropertyFileWriter {
     PropertyFileWriter(platform::Stream stream, FileEncoding encoding);
 
     void writeLine(View name, View value);
-    /// Writes what is left and closes the file; false when anything was lost.
+    /// Writes the last block and closes the file. Returns false if anything was lost.
     bool finish();
 
   private:

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace KestSupport::internal {
 namespace {
@@ -11,7 +14,7 @@ class Splitter {
     Splitter(std::string_view text, const CommandLineRules& rules)
         : m_text(text), m_rules(rules), m_special(std::string(rules.delimiters).append(rules.quotes)) {}
 
-    // Appends a token; returns the place of the delimiter that ends it.
+    // Appends a token to `token`. Returns the offset of the delimiter after it.
     std::size_t takeToken(std::size_t position, std::string& token) const {
         for (;;) {
             const std::size_t end = std::min(m_text.find_first_of(m_special, position), m_text.size());
@@ -22,8 +25,8 @@ class Splitter {
     }
 
   private:
-    // Appends a quoted stretch to the token; returns the place behind its closing quote. `position` is behind the
-    // opening one.
+    // Appends the text between quotes to the token. `position` is the offset after the opening quote. Returns the
+    // offset after the closing quote.
     std::size_t takeQuoted(std::size_t position, char quote, std::string& token) const {
         for (;;) {
             const std::size_t end = std::min(m_text.find(quote, position), m_text.size());

@@ -1,4 +1,6 @@
-// Splits a command line into its tokens, as a user would type them into a shell that knows nothing but quotes.
+// Splits a command line into tokens, like a shell that only knows quotes. Example, with the rules of program options:
+//
+//   prog "a b" c'd e' ""    the tokens: prog, a b, cd e, and an empty one
 #pragma once
 
 #include <string>
@@ -7,21 +9,21 @@
 
 namespace KestSupport::internal {
 
-/// What makes a token end, and what keeps it together.
+/// The characters with a meaning.
 struct CommandLineRules {
     std::string_view delimiters;
     std::string_view quotes;
-    bool doubledQuoteIsOne;  // within quotes, their own kind doubled stands for one quote, and closes nothing
-    bool keepsEmptyTokens;   // those between quotes without text, and one in front of delimiters at the beginning
+    bool doubledQuoteIsOne;  // between quotes, two quotes of their kind are one literal quote
+    bool keepsEmptyTokens;   // an empty token is a pair of quotes, or the text before delimiters at the beginning
 };
 
-/// Those of program options.
+/// The rules of program options.
 inline constexpr CommandLineRules kOptionRules{" \t", "\"'", true, true};
 
-/// The tokens between runs of delimiters; an empty text has no token.
+/// Returns the tokens between runs of delimiters; an empty text has no token.
 ///
-/// Quotes, anywhere in a token, keep delimiters and the other kind of quote; they are dropped. A quote that is never
-/// closed lasts to the end.
+/// Delimiters and quotes of the other kind lose their meaning between quotes. The quotes may be anywhere in a token,
+/// and are removed. A quote without its partner extends to the end of the text.
 std::vector<std::string> splitCommandLine(std::string_view text, const CommandLineRules& rules);
 
 }  // namespace KestSupport::internal

@@ -1,10 +1,12 @@
 #include "support/locales.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <iterator>
 #include <memory>
 #include <stdexcept>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -25,7 +27,7 @@ constexpr NamedCode kLanguageCodes[] = {
     {"English", "en"}, {"German", "de"}, {"Spanish", "es"}, {"French", "fr"}, {"Japanese", "ja"}, {"Chinese", "zh"},
 };
 
-// Mexico goes by Spain's code: the catalogues in Spanish are one.
+// Mexico has the code of Spain: there is one catalogue in Spanish.
 constexpr NamedCode kCountryCodes[] = {
     {"United States", "US"}, {"Germany", "DE"}, {"Mexico", "ES"},
     {"France", "FR"},        {"Japan", "JP"},   {"People's Republic of China", "CN"},
@@ -36,7 +38,7 @@ constexpr NamedCode kCountryCodes[] = {
 constexpr const char* kLocaleNames[] = {"german",   "english-us", "spanish-mexican", "french",
                                         "japanese", "chinese",    "globalc"};
 
-// The languages that no ANSI code page covers: their locales could never be made, and the global one serves instead.
+// The languages without an ANSI code page. No locale can be made for them, so the global locale is used.
 constexpr std::uint32_t kLocalesServedByGlobal[] = {
     0x042B, 0x0437, 0x0439, 0x0445, 0x0446, 0x0447, 0x0448, 0x0449, 0x044A, 0x044B, 0x044C, 0x044D, 0x044E, 0x044F,
     0x0451, 0x0453, 0x0454, 0x0457, 0x045A, 0x045B, 0x045D, 0x045E, 0x0461, 0x0465, 0x0478, 0x0850, 0x0851};
@@ -47,7 +49,7 @@ std::string codeOf(const NamedCode (&table)[Size], std::string_view name) {
     return std::string(row == table + Size ? name : row->code);
 }
 
-// The part of a category in a name that is composed of categories ("LC_CTYPE=de_DE.UTF-8;LC_NUMERIC=C;..."); empty when
+// Returns the part of a category in a name composed of categories ("LC_CTYPE=de_DE.UTF-8;LC_NUMERIC=C;..."); empty if
 // the name has none.
 std::string_view partOf(std::string_view name, std::string_view category) {
     while (!name.empty()) {
@@ -63,7 +65,7 @@ bool namesALanguage(std::string_view name) {
     return !language.empty() && language != "C" && language != "POSIX";
 }
 
-// The name in which language and country are looked for.
+// Returns the name that determines language and country.
 std::string decidingName(const std::locale& locale) {
     const std::string name = locale.name();
     const std::string_view messages = partOf(name, "LC_MESSAGES=");
@@ -72,7 +74,7 @@ std::string decidingName(const std::locale& locale) {
     return deciding.empty() ? name : std::string(deciding);
 }
 
-// The runtime locks its locales while it reads one.
+// The runtime holds a lock while it reads a locale.
 std::locale namedLocale(const char* name) {
     const platform::Uninterrupted whileRuntimeIsLocked;
     return std::locale(name);
@@ -88,21 +90,21 @@ std::locale makeDefaultLocale() {
     }
 }
 
-// Exceptions are still made while the static objects of other files are destroyed.
+// Never destroyed at exit: destructors of static objects in other files may still throw exceptions, which use it.
 constinit platform::ProcessObject<std::locale> g_defaultLocale;
 
 const std::locale& defaultLocale() {
     return g_defaultLocale.get([] { return std::make_unique<std::locale>(makeDefaultLocale()); });
 }
 
-// Has the default locale built when the library is loaded.
+// Builds the default locale when the library is loaded.
 [[maybe_unused]] const std::locale& builtAtLoad = defaultLocale();
 
-// The default locale with the facet of a code page, one for each code page that the environment has named: to put a
-// locale together costs more than most conversions.
+// The default locale with the facet of a code page. There is one for each code page that the environment has named,
+// because to construct a locale takes longer than most conversions.
 struct AnsiLocale {
     platform::CodePage codePage;
-    ansi_ctype facet{1};  // the reference keeps the locale from deleting it
+    ansi_ctype facet{1};  // with one reference, so that the locale does not delete it
     std::locale locale{defaultLocale(), &facet};
 };
 constinit platform::ProcessList<std::unique_ptr<AnsiLocale>> g_ansiLocales;
@@ -131,7 +133,7 @@ std::locale KestLocaleFactory::getLocale(Language language) {
         try {
             return namedLocale(candidate.c_str());
         } catch (const std::runtime_error&) {
-            // The next one may be known.
+            // Try the next name.
         }
     }
     throw std::runtime_error("bad locale name");

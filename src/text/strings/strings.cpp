@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/common/ascii_words.h"
+#include "platform/common/surrogates.h"
 #include "platform/error.h"
 #include "platform/text.h"
 #include "support/exceptions.h"
@@ -14,7 +15,7 @@
 namespace KestSupport {
 namespace {
 
-// How many destination units the facets may fill for each unit of the source.
+// The most destination units that a facet fills for each unit of the source.
 constexpr std::size_t kExpansion = 4;
 
 std::size_t capacityFor(std::size_t length) {
@@ -34,7 +35,7 @@ const unsigned short* narrowRange(platform::CodePage codePage, const unsigned sh
     return last;
 }
 
-// A facet of someone else's tells by a zero where its text ends.
+// A facet of a caller does not report how much it wrote. The first zero in the cleared buffer is the end.
 template <typename String, typename Conversion>
 String convertByFacet(std::size_t length, const Conversion& conversion) {
     std::vector<typename String::value_type> buffer(capacityFor(length) + kExpansion);
@@ -42,16 +43,16 @@ String convertByFacet(std::size_t length, const Conversion& conversion) {
     return String(buffer.data());
 }
 
-// The facets of the library need no cleared buffer of four times the text: their conversions are known to write a zero
-// only for a zero, and how much they write.
+// The facets of the library need no cleared buffer of four times the text: their conversions write a zero only for a
+// zero, and report how much they write.
 constexpr platform::CodePage kForeignFacet = 0;
 
-// The length of the leading part that is ASCII without zeros. Long texts go in blocks of fixed length without a way
-// out, which become vector code, short ones by the word.
+// Returns the length of the leading part that is ASCII without zeros. The loop over a block has a fixed length and no
+// exit, so that the compiler makes vector code of it. The rest is read by words.
 template <typename Unit>
 std::size_t plainLength(const Unit* text, std::size_t length) {
     constexpr std::size_t kBlock = 64;
-    constexpr std::size_t kWord = platform::kUnitsPerWord<Unit>;
+    constexpr std::size_t kWord = platform::unitsPerWord<Unit>;
     std::size_t plain = 0;
     for (; length - plain >= kBlock; plain += kBlock) {
         Unit bits = 0;
@@ -86,7 +87,8 @@ std::size_t lengthToZero(const unsigned short* text, std::size_t length) {
     return good;
 }
 
-// The sum of a small weight (two at most) of each unit. Partial sums as narrow as the units keep the vector code dense.
+// Returns the sum of the weights of all units. A weight is at most two, so a sum over a block fits in a unit, which
+// suits vector code.
 template <typename Unit, typename Weight>
 std::size_t sumOf(const Unit* text, std::size_t length, const Weight& weight) {
     constexpr std::size_t kBlock = 64;
@@ -103,23 +105,24 @@ std::size_t sumOf(const Unit* text, std::size_t length, const Weight& weight) {
     return sum;
 }
 
-// The units that a UTF-8 text gives when it is in order: two for a character of four bytes, one for any other.
+// Returns the length of a correct UTF-8 text in UTF-16: two units for a character of four bytes, one for any other.
 std::size_t expectedUnits(const unsigned char* text, std::size_t length) {
     return sumOf(text, length, [](unsigned char byte) {
         return static_cast<unsigned char>(((byte & 0xC0) != 0x80 ? 1 : 0) + (byte >= 0xF0 ? 1 : 0));
     });
 }
 
-// The bytes that a text in UTF-16 gives when it is in order: a pair of surrogates makes four.
+// Returns the length of a correct UTF-16 text in UTF-8: four bytes for a pair of surrogates, one to three for any
+// other.
 std::size_t expectedBytes(const unsigned short* text, std::size_t length) {
     return length + sumOf(text, length, [](unsigned short unit) {
-               const bool surrogate = (unit & 0xF800) == 0xD800;
+               const bool surrogate = platform::isSurrogate(unit);
                return static_cast<unsigned short>((unit >= 0x80 ? 1 : 0) + (unit >= 0x800 ? 1 : 0) -
                                                   (surrogate ? 1 : 0));
            });
 }
 
-// Converts into a string of the size expected, and once more with room for anything when the text proves larger.
+// Converts into a string of the expected size. If the text is longer, converts again with the most space.
 template <typename String, typename Conversion>
 String convertExpecting(std::size_t expected, std::size_t most, const Conversion& conversion) {
     String result(expected, 0);
@@ -152,8 +155,8 @@ std::string narrowThrough(platform::CodePage codePage, const unsigned short* tex
         [&](char* dest, std::size_t capacity) { return platform::narrowText(codePage, text, length, dest, capacity); });
 }
 
-// An exception made from narrow text converts it, and that must not fail for the reason which is being told: ASCII,
-// which the text nearly always is, is therefore widened here.
+// An exception with a narrow text converts it, which could fail for the same reason. So an ASCII text, which it nearly
+// always is, is widened here.
 [[noreturn]] void throwConversionFailed(const std::string& operation, const std::exception& failure) {
     const std::string text =
         "KestStringUtilities::" + operation + ": ctype facet cannot be created for the locale - " + failure.what();
@@ -167,7 +170,7 @@ struct FreeBstr {
 };
 using OwnedBstr = std::unique_ptr<unsigned short, FreeBstr>;
 
-// The COM error for missing memory has the interface code 0: only codes of the range for interfaces have one.
+// The code is 0, because the COM error for missing memory is outside the range of interface codes.
 [[noreturn]] void throwOutOfMemory(const std::string& operation) {
     throw KestException("KestStringUtilities::" + operation + ": com_error exception converting BSTR - " +
                             platform::errorMessage(platform::errorOutOfMemory),
@@ -239,7 +242,7 @@ void SysFreeString(BSTR text) noexcept {
 }
 
 platform::CodePage KestStringUtilities::codePageOf(const wide_ctype& facet) {
-    if (typeid(facet) == typeid(utf8_ctype)) return platform::kCodePageUtf8;
+    if (typeid(facet) == typeid(utf8_ctype)) return platform::codePageUtf8;
     return typeid(facet) == typeid(ansi_ctype) ? static_cast<const ansi_ctype&>(facet).m_codePage : kForeignFacet;
 }
 

@@ -11,7 +11,8 @@
 #include <utility>
 
 #include "text/strings/command_line_splitter.h"
-#include "text/strings/surrogates.h"
+#include "text/strings/hex_digits.h"
+#include "text/strings/wide_characters.h"
 
 namespace KestSupport {
 namespace {
@@ -24,14 +25,13 @@ bool fits(const std::string& text, const void* buffer, int size) {
     return buffer != nullptr && text.size() < static_cast<std::size_t>(size);
 }
 
-// In the locale "C", and in others of single bytes, there are bytes that are no character. On other systems the C
-// runtime takes them for the character of the same value; here it refuses them.
+// Locales of single bytes have bytes without a character; in "C" these are all from 0x80 on. Some C runtimes read them
+// as the character of the same value, others refuse them.
 bool isByteWithoutCharacter(unsigned value) {
     return MB_CUR_MAX == 1 && value <= UCHAR_MAX && std::btowc(static_cast<int>(value)) == WEOF;
 }
 
-// Converts the character that a text, which is not empty, begins with, and returns the number of its bytes; 0 when it
-// cannot be converted.
+// Converts the first character of a text that is not empty. Returns the number of its bytes; 0 if it has no conversion.
 std::size_t widenFirst(std::string_view text, std::mbstate_t& state, wchar_t& character) {
     const std::size_t length = std::mbrtowc(&character, text.data(), text.size(), &state);
     if (length <= text.size()) return length;
@@ -42,7 +42,8 @@ std::size_t widenFirst(std::string_view text, std::mbstate_t& state, wchar_t& ch
     return 1;
 }
 
-// The mirror: `bytes` gets the character, and its units are taken off the text.
+// Converts the first character of a text that is not empty into `bytes`, and removes its units from the text. Returns
+// the number of bytes; 0 if it has no conversion.
 std::size_t narrowFirst(WideView& text, std::mbstate_t& state, char (&bytes)[MB_LEN_MAX]) {
     wchar_t character = 0;
     const std::size_t units = internal::characterOf(text, character);
@@ -63,11 +64,7 @@ unsigned char digitValue(char digit) {
     return static_cast<unsigned char>(code - base);
 }
 
-char digitOf(int value) {
-    return static_cast<char>(value + (value < 10 ? '0' : 'A' - 10));
-}
-
-// What strtok does, without a place that the thread, or on some systems the process, would share.
+// Works like strtok, but keeps no position that the thread, or on some systems the process, shares.
 template <typename Char>
 std::vector<std::string> tokensOf(Char* text, const char* delimiters) {
     std::vector<std::string> tokens;
@@ -95,7 +92,7 @@ unsigned short* KestStringToWideChar(const std::string& s, unsigned short* buf, 
     if (!fits(s, buf, size)) return nullptr;
     std::mbstate_t state{};
     unsigned short* next = buf;
-    // A locale may have bytes of two characters each, so the room is watched, although characters rarely get more.
+    // A locale may map one byte to a character of two units, so the text may need more units than it has bytes.
     std::size_t room = static_cast<std::size_t>(size) - 1;
     for (std::string_view text = s.c_str(); !text.empty();) {
         wchar_t character = 0;
@@ -135,7 +132,7 @@ int KestHexToBytes(char* const out, const std::string& hex) {
     const int count = static_cast<int>(hex.size() / 2);
     const auto pairs = static_cast<std::size_t>(std::max(count, 0));
     const char* const digits = hex.data();
-    // Without branches, so that it becomes vector code.
+    // No branch depends on the data, so that the compiler can make vector code of it.
     for (std::size_t i = 0; i < pairs; ++i)
         out[i] = static_cast<char>((digitValue(digits[2 * i]) << 4) | digitValue(digits[2 * i + 1]));
     return count;
@@ -147,8 +144,8 @@ std::string KestBytesToHex(const char* data, int n) {
     char* const digits = hex.data();
     for (std::size_t i = 0; i < count; ++i) {
         const auto byte = static_cast<unsigned char>(data[i]);
-        digits[2 * i] = digitOf(byte >> 4);
-        digits[2 * i + 1] = digitOf(byte & 0xF);
+        digits[2 * i] = internal::upperHexDigit(byte >> 4U);
+        digits[2 * i + 1] = internal::upperHexDigit(byte & 0xFU);
     }
     return hex;
 }

@@ -15,7 +15,7 @@
 #include "platform/local_time.h"
 #include "platform/process_memory.h"
 #include "platform/uninterrupted.h"
-#include "text/strings/surrogates.h"
+#include "text/strings/wide_characters.h"
 #include "values/date/civil_time.h"
 #include "values/date/local_zone.h"
 

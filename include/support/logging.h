@@ -1,11 +1,10 @@
-// The process-wide logger. A program makes one KestLogging, registers it with setInstance and from then on writes
-// records by insertion: choose a level, insert values, end the record. Records go to a file, to standard output, or to
-// both.
+// The process-wide logger. A program constructs one KestLogging and registers it with setInstance. It writes a record
+// in three steps: choose a level, insert values, end the record. The output is a file, standard output, or both.
 //
 //   KestLogging              the logger: targets, levels, insertion
 //   setloglevel, endrecord   the manipulators that begin and end a record
 //
-// Every record is written in this way, so that one above the level costs two loads:
+// Write each record like this, so that a record above the level costs two loads:
 //
 //   if (KestLogging::isAccessAllowed() && KestLogging::getInstance().getLogLevel() >= 5)
 //       KestLogging::getInstance() << setloglevel("Disk", 5) << "free: " << bytes << endrecord;
@@ -15,23 +14,27 @@
 //
 //   20261118_13:05:07 5 Disk       [4711] free: 1024
 //
-// with local time, level, module ("Global" for none) and thread id. The system has each record when endrecord returns,
-// unless it refused it.
+// with local time, level, module ("Global" for none) and thread id. When endrecord returns, the system has taken the
+// record, or the output has failed.
 //
-// Threads: any number may log. A thread that has inserted into a record owns the logger until its endrecord; others
-// that insert wait. Level and module of a record belong to the logger, not to the thread: below level 9, another thread
-// that ends a record between a thread's setloglevel and its first insertion takes the choice away, and that record is
-// then skipped as a whole. A record never holds another one's text, and it is written in part in two cases only. A
-// thread that ends inside its record leaves a record of what it had inserted, which the next thread that logs writes
-// under the id of the ended one; a thread that is terminated while endrecord writes may leave nothing or a part. An
-// output that fails, such as a full disk, may leave a part of a line; the next record begins on a line of its own.
+// Threads: any number of threads may log. The first insertion makes a thread the owner of the logger until its
+// endrecord; insertions of other threads wait. Level and module of a record belong to the logger, not to the thread:
+// below level 9, if another thread ends a record between a thread's setloglevel and its first insertion, the choice is
+// lost and the whole record is skipped. A record never contains text of another record. It is complete, except in these
+// cases:
 //
-// Exceptions: a value that throws leaves its record open, and the thread keeps the logger. Its next setloglevel drops
-// that record and begins one of its own; an endrecord writes what was inserted. The logger notices an exception in an
-// expression that holds the setloglevel of the record, and one that an insertion throws.
+//   a thread ends inside its record   the next thread that logs writes its text, under the id of the ended thread
+//   a thread is terminated in         a part of the line, or nothing
+//   endrecord
+//   the output fails, for example     a part of the line, or nothing; the next record begins on a new line
+//   on a full disk
 //
-// Lifetime: the logger outlives every use; its destructor unregisters it. Not meant for text that must be acknowledged:
-// output failures are not reported, and the next record is tried again. Signals lose no record.
+// Exceptions: if a value throws, its record stays open and the thread still owns the logger. The next setloglevel of
+// the thread drops that record and begins a new one; an endrecord writes the text until the exception. The logger
+// notices an exception in an expression that contains the setloglevel of the record, and an exception of an insertion.
+//
+// Lifetime: the logger outlives every use; its destructor unregisters it. Failures of the output are not reported, and
+// each record tries again, so do not use it for text that needs an acknowledgement. Signals lose no record.
 #pragma once
 
 #include <atomic>
@@ -54,8 +57,8 @@ namespace internal {
 struct LoggingState;
 }  // namespace internal
 
-/// What setloglevel returns: inserted into a logger, it calls fn with the logger, module and level. Destroyed by an
-/// exception, it marks the record that the thread has begun as one to drop.
+/// The result of setloglevel. Its insertion into a logger calls fn with the logger, module and level. If an exception
+/// destroys it, it marks the open record of the thread as one to drop.
 class KEST_SUPPORT_EXPORT KestSetLogLevelManipulator {
   public:
     using Function = KestLogging& (*)(KestLogging&, const std::string& module, int level);
@@ -66,8 +69,8 @@ class KEST_SUPPORT_EXPORT KestSetLogLevelManipulator {
     KestSetLogLevelManipulator(const KestSetLogLevelManipulator&) = default;
     KestSetLogLevelManipulator& operator=(const KestSetLogLevelManipulator&) = default;
     ~KestSetLogLevelManipulator() {
-        // Records that are written while an exception is under way are not marked: a first insertion after this, and
-        // endrecord, remove the mark.
+        // A destructor may write a whole record during an exception. That record is not dropped: its first insertion
+        // and its endrecord remove the mark.
         if (std::uncaught_exceptions() > 0) leaveRecord();
     }
 
@@ -88,9 +91,10 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
     /// Target standard output, level -1 (off), name "log".
     KestLogging();
 
-    /// `target` is a set of the bits above and `level` -1 to 9; neither is checked. With the file bit the log file is
-    /// opened here: `name` up to its last dot, a number from rand() and ".log", created or emptied; the attempt, and a
-    /// failure with its errno, is reported on standard error, after which records meant for the file are dropped.
+    /// `target` is a set of the bits above and `level` is -1 to 9; neither is checked. With the file bit, opens the log
+    /// file: its name is `name` up to the last dot, a number from rand() and ".log". The file is created or emptied.
+    /// Standard error shows the attempt, and a failure with its errno. After a failure, records for the file are
+    /// dropped.
     ///
     /// A program that does not seed rand() gets the same number in each run, so each run empties the log of the run
     /// before. To keep it, seed first:
@@ -98,21 +102,22 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
     ///   std::random_device source;
     ///   std::srand(source());
     ///
-    /// The last dot may be one of a folder's name, which then cuts the path: "/srv/app.d/log" gives "/srv/app" and the
-    /// number. A symbolic link at the file's name is not followed, but is a failure (ELOOP, 40 on Linux).
+    /// The last dot may be in a folder's name, and then cuts the path: "/srv/app.d/log" gives "/srv/app" and the
+    /// number. If the name is a symbolic link, or a FIFO that no process reads, the opening fails (ELOOP, 40, and
+    /// ENXIO, 6, on Linux).
     KestLogging(const std::string& name, int target, int level);
 
     KestLogging(const KestLogging&) = delete;
     KestLogging& operator=(const KestLogging&) = delete;
 
-    /// Unregisters the logger and closes its file. Waits for a watchdog thread that is using it. No record may be open
-    /// in another thread; one of this thread is dropped.
+    /// Unregisters the logger and closes its file. Waits for its watchdog thread. No other thread may have an open
+    /// record; an open record of this thread is dropped.
     virtual ~KestLogging();
 
-    /// Registers the process's logger, which must outlive all use of getInstance.
+    /// Registers the process's logger, which must outlive all uses of getInstance.
     static void setInstance(KestLogging& logging) noexcept;
 
-    /// The registered logger. Test isAccessAllowed first: there may be none.
+    /// Returns the registered logger. Call it only if isAccessAllowed returns true: otherwise there may be none.
     static KestLogging& getInstance() noexcept { return *m_pInstance.load(std::memory_order_acquire); }
 
     /// Whether a logger is registered and its level is 0 or more.
@@ -121,38 +126,39 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
         return logging != nullptr && logging->getLogLevel() >= 0;
     }
 
-    /// The global level.
+    /// Returns the global level.
     int getLogLevel() const noexcept { return m_level.load(std::memory_order_relaxed); }
 
     /// Sets the global level, 0 to 9. Other values, -1 included, are ignored.
     void setLogLevel(int level) noexcept;
 
-    /// The module's level, or the global one when the module has none of its own.
+    /// Returns the module's level, or the global level if the module has none.
     int getLogLevel(const std::string& module) const;
 
-    /// Gives the module a level of its own, -1 to 9; other values are ignored. It can lower a module's output below the
-    /// global level; what is above the global level is never written.
+    /// Sets the module's level, -1 to 9; other values are ignored. It can suppress records of the module up to the
+    /// global level. Records above the global level are never written.
     void setLogLevel(const std::string& module, int level);
 
-    /// Level and module of the record that comes next; what setloglevel calls. Below -1 nothing happens. Waits while
-    /// another thread's record is open.
+    /// Chooses level and module of the next record; setloglevel calls it. Ignores levels below -1. Waits while another
+    /// thread's record is open.
     void setCurrentLevel(const std::string& module, int level);
     void setCurrentLevel(int level);
 
     int getTarget() const noexcept { return m_target.load(std::memory_order_relaxed); }
 
-    /// Changes the target: closes the log file when its bit goes, opens a new one, with a new number, when it comes.
+    /// Changes the target. Closes the log file if its bit is removed; opens a new file, with a new number, if it is
+    /// added.
     void setTarget(int target);
 
-    /// Whether lines carry the prefix of time, level, module and thread (they do by default).
+    /// Sets whether lines have the prefix of time, level, module and thread; initially true.
     void enableRecordData(bool enable) noexcept;
 
-    /// Insertion: appends the value's text to the record, when the record's level is within the global level. The first
-    /// insertion waits while another thread's record is open. Nothing separates two values.
+    /// Appends the value's text to the record if the record's level is within the global level. The first insertion
+    /// waits while another thread's record is open. There is no separator between two values.
     ///
     /// bool is "true" or "false"; integers are decimal; floating point has six decimals and a point in every locale; a
-    /// pointer is 16 upper-case hexadecimal digits on a 64-bit system. A const char* is not null. Wide text is narrowed
-    /// through the locale of KestLocaleFactory::getDefaultLocale(true), up to its first zero unit.
+    /// pointer is 16 upper-case hexadecimal digits on a 64-bit system. A const char* is not null. Wide text up to its
+    /// first zero unit is narrowed through the locale of KestLocaleFactory::getDefaultLocale(true).
     KestLogging& operator<<(bool value);
     KestLogging& operator<<(char value);
     KestLogging& operator<<(short value);
@@ -176,29 +182,31 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
     KestLogging& operator<<(KestLogging& (*manipulator)(KestLogging&)) { return manipulator(*this); }
 
   protected:
-    /// The watchdog has fired: a thread of its own calls timerElapsed, unless one is still at it.
+    /// Called when the watchdog fires. Starts a thread that calls timerElapsed, unless there is one.
     void handleNotification(KestCollaborator& collaborator, const KestNotification& notification) override;
 
-    /// Opens what the target needs. Called by the constructors and by setTarget, with no lock held.
+    /// Opens the log file if the target has its bit. Called by the constructors and by setTarget, without a lock.
     virtual void startLogging();
 
-    /// Closes what `newTarget` no longer needs. Called by setTarget and, with 0, by the destructor, with no lock held.
+    /// Closes the log file if the target has its bit and `newTarget` has not. Called by setTarget and, with 0, by the
+    /// destructor, without a lock.
     virtual void stopLogging(int newTarget);
 
     /// Opens the log file, unless one is open.
     void openLogFile();
 
-    /// Whether the record takes an insertion. When it does, the calling thread owns the logger until endrecord.
+    /// Returns whether the record accepts an insertion. If so, the calling thread owns the logger until endrecord.
     bool getLogAccess();
 
-    /// See the free function. Without effect when another thread's record is open and stays so for 100 ms.
+    /// See the free function. Has no effect if another thread's record is open for the next 100 ms.
     void endrecord();
 
-    /// Starts the 60 s watchdog if it is stopped; stops it.
+    /// Starts the watchdog of 60 seconds if it is stopped.
     void resetTimer();
+    /// Stops the watchdog.
     void cancelTimer();
 
-    /// Writes the record of a thread that has ended inside it, and logs its visit at level 9.
+    /// Writes the record of a thread that has ended inside it. Logs the call at level 9.
     void timerElapsed();
 
   private:
@@ -226,7 +234,7 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
 };
 
 // Declared after the class: GCC drops the import from a Windows library when the friend declaration comes second.
-/// Ends the record of the calling thread: writes it when its level allows it, and releases the logger to other threads.
+/// Ends the record of the calling thread: writes it if its level allows that, and releases the logger to other threads.
 KEST_SUPPORT_EXPORT KestLogging& endrecord(KestLogging& logging);
 
 /// Begins a record of the given level, 0 (always shown) to 9, and optionally of a module.

@@ -1,17 +1,18 @@
-// A command line, taken apart: the program's name, its options with their values, and its plain arguments in order.
+// Parses a command line into the program's name, the options with their values, and the plain arguments in order.
 //
-// Options begin with one or two dashes, or on request with a slash. Without specifications every option is taken, as
-// -name or -name=value. With them, an option that they do not name is refused, and one that needs data takes it from
-// the next argument:
+// Options begin with one or two dashes, or on request with a slash. Without specifications every option is accepted, as
+// -name or -name=value. With specifications, an option that they do not name is an error, and an option that needs data
+// takes it from the next argument:
 //
 //   short  letters in the getopt manner, each followed by ':' when it takes data: "ab:c" for -a, -b DATA, -bDATA, -c
-//   long   names between colons, with a '.' behind a name that takes data from the next argument:
-//          ":help:output.:mode:" for --help, --output DATA, --mode=fast. One dash will do: -help.
+//   long   names between colons, with a '.' after a name that takes data from the next argument:
+//          ":help:output.:mode:" for --help, --output DATA, --mode=fast. One dash also works: -help.
 //
-// In one argument only the first letter counts: -ax is -a. An option given several times keeps all of its values.
+// In one argument only the first letter counts: -ax is -a. An option that is given several times keeps all its values.
 //
-// Threads: one object is for one thread at a time; the const operations may be called by several at once.
-// Lifetime: nothing of the command line is referred to after construction. An iterator is good as long as its object.
+// Threads: one thread at a time uses an object; several threads may call const operations at once.
+// Lifetime: an object keeps copies, no pointers into the command line. An iterator is valid during the life of its
+// object.
 #pragma once
 
 #include <cstddef>
@@ -28,25 +29,26 @@ class KEST_SUPPORT_EXPORT KestProgramOptions {
   public:
     using iterator = std::vector<std::string>::const_iterator;
 
-    /// Takes every option. argv[0] is the program's name; it is empty when argc is 0. `allowSlash` lets options begin
-    /// with '/' too.
+    /// Accepts every option. argv[0] is the program's name; the name is empty if argc is 0. With `allowSlash` an option
+    /// may also begin with '/'.
     KestProgramOptions(int argc, char** argv, bool allowSlash);
-    /// Takes the options of the two specifications. Throws KestException, code 0:
-    /// "KestProgramOptions::parse: Unrecognized option: --" and the name, up to any '=', for two dashes;
-    /// "KestProgramOptions::parse: Unrecognized option: -" and the letter for one dash or a slash;
-    /// "KestProgramOptions::parse: option data not available for: -" and the option when its data should come next and
-    /// nothing does.
+    /// Accepts the options of the two specifications. Throws KestException with code 0 and one of these texts:
+    ///
+    /// - "KestProgramOptions::parse: Unrecognized option: --" and the name, up to any '=', after two dashes
+    /// - "KestProgramOptions::parse: Unrecognized option: -" and the letter, after one dash or a slash
+    /// - "KestProgramOptions::parse: option data not available for: -" and the option, if the argument with its data is
+    ///   missing
     KestProgramOptions(int argc, char** argv, const std::string& shortSpec, const std::string& longSpec,
                        bool allowSlash);
-    /// The same for a command line in one text, whose first token is the program's name. Blanks and tabs separate
-    /// tokens; single or double quotes keep them, and are dropped; a quote doubled within its own kind stands for
-    /// itself. Blanks at the beginning make an empty name.
+    /// The same for a command line in one text. Its first token is the program's name. Blanks and tabs separate tokens.
+    /// Between single or double quotes they belong to the token; the quotes are removed. Between quotes, two quotes of
+    /// the same kind are one literal quote. With blanks at the beginning the name is empty.
     KestProgramOptions(const std::string& commandLine, bool allowSlash);
     KestProgramOptions(const std::string& commandLine, const std::string& shortSpec, const std::string& longSpec,
                        bool allowSlash);
-    /// The copy's cursor is on its own first argument.
+    /// Copies everything except the cursor, which is on the first argument of the copy.
     KestProgramOptions(const KestProgramOptions& other);
-    /// As copying; assignment to itself does nothing.
+    /// Copies like the constructor. Assignment to itself does nothing.
     KestProgramOptions& operator=(const KestProgramOptions& other);
     ~KestProgramOptions();
 
@@ -54,14 +56,15 @@ class KEST_SUPPORT_EXPORT KestProgramOptions {
 
     /// The number of plain arguments.
     std::size_t getArgumentCount() const { return m_arguments.size(); }
-    /// Throws KestException, code 0, with "KestProgramOptions::getArgument: index out of bounds".
+    /// Returns the argument at the index, counted from 0. Throws KestException with code 0 and the text
+    /// "KestProgramOptions::getArgument: index out of bounds".
     const std::string& getArgument(unsigned int index) const;
-    /// The argument at the cursor, which must not be at the end.
+    /// Returns the argument at the cursor, which must not be at the end.
     const std::string& getArgument() const { return *m_current; }
-    /// The argument that an iterator of this object designates.
+    /// Returns the argument at an iterator of this object.
     const std::string& getArgument(const iterator& position) const { return *position; }
 
-    /// The cursor stands on the first argument at first. Moving it checks nothing: compare with begin() and end().
+    /// The cursor starts at the first argument. It is moved without a check: compare it with begin() and end().
     const std::string& operator*() const { return *m_current; }
     iterator& operator++() { return ++m_current; }
     iterator& operator--() { return --m_current; }
@@ -70,10 +73,10 @@ class KEST_SUPPORT_EXPORT KestProgramOptions {
     iterator end() const { return m_arguments.end(); }
     const iterator& getIterator() const { return m_current; }
 
-    /// The first value of an option, up to its first NUL; empty for one that was given without a value. Throws
-    /// KestException, code 0, with an empty text when the option was not given.
+    /// Returns the first value of an option, up to its first NUL; empty if the option was given without a value. Throws
+    /// KestException with code 0 and an empty text if the option was not given.
     std::string getSwitch(const std::string& name) const;
-    /// The same for an option that goes by two names; the second one wins.
+    /// The same for an option with two names. If both were given, the value of the second name is returned.
     std::string getSwitch(const std::string& name1, const std::string& name2) const;
 
   private:

@@ -1,28 +1,26 @@
-// Settings: a map from property names to values that several threads may use, loaded from and saved to plain text
-// files.
+// Settings: a map from property names to values, for several threads, with plain text files to load and save it.
 //
-//   KestProperties        the map; made for std::string, string_ci, wstring16 and wstring16_ci
-//   KestPropertyIterator  what KestProperties::forEach calls for each entry
+//   KestProperties        the map; for std::string, string_ci, wstring16 and wstring16_ci
+//   KestPropertyIterator  the visitor that KestProperties::forEach calls for each entry
 //
-// A property file has one property per line, as in
+// A property file has one property per line, without escapes, quotes, continuations or sections:
 //
-//   # the first column makes a comment
+//   # in the first column begins a comment
 //   name=value
 //
-// without escapes, quotes, continuations or sections. The name is everything before the separator, blanks included; the
-// value is everything behind it up to a carriage return, without its leading blanks. Files are read as 8-bit text, or
-// as UTF-16 little-endian when they begin with that byte-order mark; any bytes give a defined result. Use something
-// else for values that hold line breaks.
+// The name is the text before the separator, with its blanks. The value is the text after it, without leading blanks,
+// up to a carriage return. A value cannot contain a line break. A file is 8-bit text, or UTF-16 little-endian if it
+// begins with that byte-order mark. Any bytes have a defined result.
 //
-// Names are ordered byte by byte or unit by unit, and by the folded comparison for the ci types, which hold Key and KEY
-// as one name. forEach and saved files keep this order.
+// Names are ordered by bytes or by units. For the ci types they are ordered by the folded characters, and Key and KEY
+// are one name. forEach and saved files have this order.
 //
-// Threads: the operations that add, change, remove or look up one name lock the object for their whole work.
-// getProperties, forEach, saveProperties, copying and the source of an assignment do not: nobody may change the object
-// meanwhile. Loading locks once per line.
+// Threads: an operation that adds, changes, removes or looks up one name locks the object. Loading locks it once per
+// line. getProperties, forEach, saveProperties, copying and the source of an assignment read without the lock: no other
+// thread may change the object during these.
 //
-// Lifetime: shared through KestSmartPointer, or on the stack like any value. No operation notifies the dependents; who
-// wants that calls notify, for instance with a PropertyChanged.
+// Lifetime: an object is shared through KestSmartPointer, or is a plain value on the stack. No operation notifies the
+// dependents. A program can call notify itself, for example with a PropertyChanged.
 #pragma once
 
 #include <concepts>
@@ -52,7 +50,7 @@ template <typename StringType>
 class KEST_SUPPORT_EXPORT KestPropertyIterator {
   public:
     virtual ~KestPropertyIterator();
-    /// Gets a copy of one entry: the name and its values, of which there is at least one. Does nothing by itself.
+    /// Receives a copy of one entry: the name and its values, at least one. The default does nothing.
     virtual void handleProperty(const std::pair<const StringType, std::vector<StringType>>& entry);
 };
 
@@ -66,7 +64,7 @@ class KEST_SUPPORT_EXPORT KestProperties : public KestObjectBase, public KestCol
 
     /// Multi-valued: a value added to an existing name is appended.
     KestProperties();
-    /// With false, a value added to an existing name replaces the first one.
+    /// With false, a value that is added to an existing name replaces the first value.
     explicit KestProperties(bool multiValued);
     /// Copies the entries and the mode. The copy has no dependents and no holders.
     KestProperties(const KestProperties& other);
@@ -79,53 +77,54 @@ class KEST_SUPPORT_EXPORT KestProperties : public KestObjectBase, public KestCol
     void addProperty(const StringType& name, const StringType& value);
     /// Replaces the first value of a name and leaves its others; adds the name when it is absent.
     void setProperty(const StringType& name, const StringType& value);
-    /// Adds what one line of a property file holds. A comment and a line without a name add nothing; without a
-    /// separator the whole line is the name of an empty value.
+    /// Adds the property of one line of a property file. A comment and a line without a name add nothing. Without a
+    /// separator the whole line is a name with an empty value.
     void addProperty(const StringType& line, CharType separator);
-    /// Adds the line as the name of an empty value, unless it is empty or begins with '#'.
+    /// Adds the line as a name with an empty value, unless it is empty or begins with '#'.
     void addPropertyforWSmanDA(const StringType& line);
 
-    /// The first value of a name, or `defaultValue` itself. The reference is good until somebody changes or removes the
-    /// name, and no longer than the default.
+    /// Returns the first value of a name, or `defaultValue` itself if the name is absent. The reference is valid until
+    /// a thread changes or removes the name, and during the life of the default.
     const StringType& getProperty(const StringType& name, const StringType& defaultValue) const;
-    /// The first value of a name; throws KestPropertyNotFound ("Property not found: " and the name) when it is absent.
+    /// Returns the first value of a name. Throws KestPropertyNotFound ("Property not found: " and the name) if it is
+    /// absent.
     StringType getProperty(const StringType& name) const;
-    /// Copies the first value of a name into `value`; false, and `value` untouched, when the name is absent.
+    /// Copies the first value of a name into `value`. Returns false and does not change `value` if the name is absent.
     bool getPropertyValue(const StringType& name, StringType& value) const;
-    /// All values of a name in the order in which they were added; none when it is absent.
+    /// Returns all values of a name in the order of their addition; none if it is absent.
     std::vector<StringType> getPropertyValues(const StringType& name) const;
-    /// Removes a name with all its values, if it is there.
+    /// Removes a name with all its values. Does nothing if it is absent.
     void removeProperty(const StringType& name);
 
-    /// A copy of everything.
+    /// Returns a copy of all entries.
     std::map<StringType, std::vector<StringType>> getProperties() const;
-    /// Calls the iterator once for each entry, in the order of the names. The handler may change this object: what it
-    /// removes is not visited any more, what it adds is not visited in this walk.
+    /// Calls the iterator once for each entry, in the order of the names. The handler may change this object. Entries
+    /// that it removes or adds are not visited.
     void forEach(KestPropertyIterator<StringType>& it) const;
 
-    /// Adds the lines of a file to what is there and returns true. Throws KestException, code 0, with
-    /// "KestProperties<StringType>::loadProperties: couldn't open file " and the name, and with the same text but
-    /// "read" for "open" when the medium fails later; the lines before that stay. Logs at level 5 and, when the level
-    /// is exactly 9, every entry that is then there.
+    /// Adds the properties of a file and returns true. Throws KestException with code 0 and the text
+    /// "KestProperties<StringType>::loadProperties: couldn't open file " and the name; with "read" for "open" if the
+    /// medium fails later, and then the lines before the failure are added. Logs at level 5. If the level is exactly 9,
+    /// also logs all entries of the object.
     ///
-    /// In 8-bit text a carriage return at the line's end is cut off with the value, but stays in a name that has no
-    /// separator; in UTF-16 it belongs to the line end. Narrow types keep the low byte of each UTF-16 unit. Wide types
-    /// read 8-bit text by the global locale: in the classic one a byte is the unit of the same value; in another, a
-    /// byte that does not convert is too. Reading needs memory for about three times the longest line.
+    /// In 8-bit text a carriage return at the end of a line is removed from a value, but is part of a name without
+    /// separator; in UTF-16 it is part of the line end. Narrow types take the low byte of each UTF-16 unit. Wide types
+    /// convert 8-bit text by the global locale. In the classic locale, a byte is the unit of the same value; in others,
+    /// this applies to a byte that does not convert. Reading needs memory for about three times the longest line.
     bool loadProperties(const std::string& fileName, CharType separator = '=');
-    /// Adds each of the argc strings, or of the lines, as a line of a file.
+    /// Adds each of the argc strings, or each of the lines, like a line of a file.
     void loadProperties(int argc, char** argv, char separator = '=') requires std::same_as<StringType, std::string>;
     void loadProperties(const std::vector<std::string>& lines,
                         char separator = '=') requires std::same_as<StringType, std::string>;
 
-    /// Writes each name, "=" and its first value as one line, both up to their first NUL, and returns true. The file is
-    /// created or truncated. Throws KestException, code 0, with "KestProperties<StringType>::saveProperties: couldn't
-    /// open file " and the name, and with "write" for "open" when not everything reached the system, as on a full disk.
-    /// Logs at level 5.
+    /// Writes each name, "=" and its first value as one line, both up to their first NUL, and returns true. Creates or
+    /// truncates the file. Throws KestException with code 0 and the text "KestProperties<StringType>::saveProperties:
+    /// couldn't open file " and the name; with "write" for "open" if the system did not take all of the text, for
+    /// example on a full disk. Logs at level 5.
     ///
-    /// The text is 8-bit. Wide types write it by the global locale, in the classic one a unit up to 0xFF as the byte of
-    /// the same value; when any unit to be written has no such form, the whole file becomes UTF-16 little-endian with
-    /// byte-order mark, which loads again as it was.
+    /// The text is 8-bit. Wide types convert it by the global locale; in the classic locale a unit up to 0xFF is the
+    /// byte of the same value. If any text has no 8-bit form, the whole file is UTF-16 little-endian with byte-order
+    /// mark, and loads again without a change.
     bool saveProperties(const std::string& fileName);
 
   private:
@@ -138,11 +137,11 @@ class KEST_SUPPORT_EXPORT KestProperties : public KestObjectBase, public KestCol
     void addLine(View line, CharType separator);
     void addNarrowLine(std::string_view line, char separator);
     void add(View name, View value);
-    /// The table, ready to be read in order.
+    /// Returns the table after its order is prepared.
     const Table& inOrder() const;
     void logEntries() const;
 
-    mutable KestCriticalSectionObject m_lock;  // guards the table; those who read all of it do so without
+    mutable KestCriticalSectionObject m_lock;  // guards the table, except while all of it is read
     std::unique_ptr<Table> m_pTable;           // never null
     bool m_multiValued = true;
 };

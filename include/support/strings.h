@@ -3,8 +3,8 @@
 //
 // Wide text is a sequence of 16-bit units holding UTF-16. It is never wchar_t, whose width differs between systems.
 //
-// Threads: nothing here holds shared state, every conversion works on buffers of its own. The case-insensitive
-// comparison follows the C runtime's current locale: a map keyed by such a string must not outlive a change of it.
+// Threads: no operation has shared state; every conversion uses its own buffers. The case-insensitive comparison
+// depends on the C runtime's current locale: do not change that locale while a map with such keys exists.
 #pragma once
 
 #include <support/export.h>
@@ -26,7 +26,7 @@ namespace KestSupport {
 
 namespace internal {
 
-/// The traits of a 16-bit unit, for standard libraries that have std::char_traits for their own character types alone.
+/// The traits of a 16-bit unit, for standard libraries without std::char_traits<unsigned short>.
 struct unit_traits {
     using char_type = unsigned short;
     using int_type = std::uint32_t;
@@ -90,10 +90,11 @@ using basic_text_view = std::basic_string_view<CharT, text_traits<CharT>>;
 
 }  // namespace internal
 
-/// Character traits that compare without regard to case, for char and for unsigned short; the rest is inherited.
+/// Character traits that ignore case in comparisons, for char and for unsigned short. Other operations are inherited.
 ///
-/// Narrow characters from 0x80 on count as negative values and so order before every 7-bit one; 7-bit ones are folded
-/// by the C runtime's tolower. Wide units are folded by towlower, cut to 16 bits and compared unsigned.
+/// Narrow characters from 0x80 on are negative values, so they are less than every 7-bit character; 7-bit characters
+/// are folded by the C runtime's tolower. Wide units are folded by towlower, cut to 16 bits and compared as unsigned
+/// values.
 template <typename CharT>
 struct char_traits_ci : internal::text_traits<CharT> {
     static_assert(std::is_same_v<CharT, char> || std::is_same_v<CharT, unsigned short>);
@@ -103,7 +104,7 @@ struct char_traits_ci : internal::text_traits<CharT> {
 
     static int compare(const CharT* p, const CharT* q, std::size_t n) {
         for (std::size_t i = 0; i < n; ++i) {
-            // Equal characters fold alike; the C runtime is asked about the others only.
+            // Equal characters have equal foldings, so only the others need the C runtime.
             if (p[i] == q[i]) continue;
             const int a = fold(p[i]);
             const int b = fold(q[i]);
@@ -120,7 +121,7 @@ struct char_traits_ci : internal::text_traits<CharT> {
         return nullptr;
     }
 
-    /// What is compared in place of the character.
+    /// Returns the value that represents the character in comparisons.
     static int fold(CharT c) {
         if constexpr (std::is_same_v<CharT, char>) {
             const auto value = static_cast<signed char>(c);
@@ -132,21 +133,20 @@ struct char_traits_ci : internal::text_traits<CharT> {
 };
 
 using string_ci = std::basic_string<char, char_traits_ci<char>>;
-/// std::basic_string<unsigned short>; with libc++, which has no traits for it, the same with traits of the library.
+/// std::basic_string<unsigned short>. With libc++, which has no traits for it, the traits are those of the library.
 using wstring16 = internal::basic_text<unsigned short>;
 using wstring16_ci = std::basic_string<unsigned short, char_traits_ci<unsigned short>>;
 
-/// The facet of a std::locale that converts between narrow and wide text. A locale holds at most one: putting an
-/// ansi_ctype into a locale replaces a utf8_ctype and the other way round. Derive from it to convert by rules of your
-/// own.
+/// The facet of a std::locale that converts between narrow and wide text. A locale has at most one: an ansi_ctype
+/// replaces a utf8_ctype, and a utf8_ctype replaces an ansi_ctype. A derived class converts by its own rules.
 ///
-/// The range conversions write at most four units for each unit of the source and do not terminate what they write, so
-/// a destination holds four times the source and is cleared beforehand. They return `last`.
+/// The range conversions write at most four units for each unit of the source, and no terminator. So the caller
+/// provides a cleared destination of four times the length of the source. They return `last`.
 class KEST_SUPPORT_EXPORT wide_ctype : public std::locale::facet {
   public:
     using char_type = unsigned short;
 
-    /// Where a std::locale keeps this kind of facet.
+    /// The id by which a std::locale finds this facet.
     static std::locale::id id;
 
     const char* widen(const char* first, const char* last, char_type* dest) const {
@@ -155,7 +155,7 @@ class KEST_SUPPORT_EXPORT wide_ctype : public std::locale::facet {
     const char_type* narrow(const char_type* first, const char_type* last, char dflt, char* dest) const {
         return do_narrow(first, last, dflt, dest);
     }
-    /// Single characters: the facets of the library answer the default for each.
+    /// Convert a single character. The facets of the library return the default.
     char_type widen(char c, char_type dflt) const { return do_widen(c, dflt); }
     char narrow(char_type c, char dflt) const { return do_narrow(c, dflt); }
 
@@ -169,9 +169,9 @@ class KEST_SUPPORT_EXPORT wide_ctype : public std::locale::facet {
     virtual char_type do_widen(char c, char_type dflt) const;
 };
 
-/// Converts through the ANSI code page: on Linux the character set that LC_ALL, LC_CTYPE or LANG named when the facet
-/// was made, and Windows-1252 for "C", "POSIX" or a set that the system does not know. What the code page cannot carry
-/// becomes '?', once for each 16-bit unit (U+FFFD where the code page is UTF-8).
+/// Converts through the ANSI code page. On Linux this is the character set that LC_ALL, LC_CTYPE or LANG named when the
+/// facet was constructed, and Windows-1252 for "C", "POSIX" or a set that the system does not know. Each 16-bit unit
+/// that the code page cannot represent becomes '?' (U+FFFD if the code page is UTF-8).
 class KEST_SUPPORT_EXPORT ansi_ctype : public wide_ctype {
   public:
     /// With 0 the last locale that holds the facet deletes it.
@@ -189,7 +189,7 @@ class KEST_SUPPORT_EXPORT ansi_ctype : public wide_ctype {
     const unsigned m_codePage;
 };
 
-/// Converts through UTF-8. Every maximal part of a broken sequence, and every surrogate without its partner, becomes
+/// Converts through UTF-8. Each maximal part of an invalid sequence, and each surrogate without its partner, becomes
 /// U+FFFD.
 class KEST_SUPPORT_EXPORT utf8_ctype : public wide_ctype {
   public:
@@ -204,44 +204,46 @@ class KEST_SUPPORT_EXPORT utf8_ctype : public wide_ctype {
     const char_type* do_narrow(const char_type* first, const char_type* last, char dflt, char* dest) const override;
 };
 
-/// A wide string with its length in bytes in front of it and a zero unit behind it: the platform's own type where there
-/// is one. Null counts as empty.
+/// A wide string with its length in bytes before the text and a zero unit after it. It is the platform's own type if
+/// the platform has one. Null is an empty string.
 using BSTR = unsigned short*;
 
-/// A copy of the zero-terminated text; null for null and when there is no memory. The caller frees it with
+/// Returns a copy of the zero-terminated text; null for null and if memory is short. The caller frees it with
 /// SysFreeString.
 KEST_SUPPORT_EXPORT BSTR SysAllocString(const unsigned short* text) noexcept;
-/// A string of `bytes` bytes, copied from `data` unless that is null; null when there is no memory. Freed with
-/// SysFreeString.
+/// Returns a string of `bytes` bytes, copied from `data` unless that is null; null if memory is short. The caller frees
+/// it with SysFreeString.
 KEST_SUPPORT_EXPORT BSTR SysAllocStringByteLen(const char* data, unsigned int bytes) noexcept;
-/// The length in bytes, without the terminating zero; 0 for null.
+/// Returns the length in bytes, without the terminating zero; 0 for null.
 KEST_SUPPORT_EXPORT unsigned int SysStringByteLen(BSTR text) noexcept;
-/// Frees a string made here; null is allowed.
+/// Frees a string of the functions above; null is allowed.
 KEST_SUPPORT_EXPORT void SysFreeString(BSTR text) noexcept;
 
 /// Conversions between the string types.
 class KEST_SUPPORT_EXPORT KestStringUtilities {
   public:
-    /// The text up to its first zero byte, converted by the wide_ctype of the locale. Throws KestException with
-    /// "KestStringUtilities::widen: ctype facet cannot be created for the locale - " and the reason when the locale has
-    /// no such facet (the reason is then std::bad_cast's) or the conversion throws a standard exception.
+    /// Returns the text up to its first zero byte, converted by the wide_ctype of the locale. Throws KestException with
+    /// code 0 and the text "KestStringUtilities::widen: ctype facet cannot be created for the locale - " and the
+    /// reason, if the locale has no such facet (the reason is the text of std::bad_cast) or the conversion throws a
+    /// standard exception.
     static wstring16 widen(const std::string& s, std::locale loc);
 
-    /// The mirror, up to the first zero unit: "KestStringUtilities::narrow: ctype facet cannot be created for the
-    /// locale - ".
+    /// The same in the other direction, up to the first zero unit. The text of the exception begins with
+    /// "KestStringUtilities::narrow: ctype facet cannot be created for the locale - ".
     static std::string narrow(const wstring16& s, std::locale loc);
 
-    /// The text of a BSTR up to its first zero unit; empty for null. Throws KestException with
-    /// "KestStringUtilities::widen: com_error exception converting BSTR - " and the system's text when memory is short.
+    /// Returns the text of a BSTR up to its first zero unit; empty for null. Throws KestException with code 0 and the
+    /// text "KestStringUtilities::widen: com_error exception converting BSTR - " and the system's text if memory is
+    /// short.
     static wstring16 widen(const BSTR& b);
 
-    /// A new BSTR with the text up to its first zero unit, to be freed with SysFreeString. Throws KestException with
-    /// "KestStringUtilities::makeBSTR: com_error exception converting BSTR - " and the system's text when memory is
-    /// short.
+    /// Returns a new BSTR with the text up to its first zero unit. The caller frees it with SysFreeString. Throws
+    /// KestException with code 0 and the text "KestStringUtilities::makeBSTR: com_error exception converting BSTR - "
+    /// and the system's text if memory is short.
     static BSTR makeBSTR(const wstring16& s);
 
   private:
-    // The code page of a facet of the library; 0 for any other, whose own conversion decides.
+    // Returns the code page of a facet of the library; 0 for any other facet.
     static unsigned codePageOf(const wide_ctype& facet);
 };
 

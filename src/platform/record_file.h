@@ -19,9 +19,9 @@ class RecordFile {
     RecordFile& operator=(const RecordFile&) = delete;
     ~RecordFile() { close(); }
 
-    /// Creates or truncates the file in text mode; children do not inherit it. Not called while a file is open.
-    /// Returns false, with errno set, if it cannot be opened. A symbolic link is not followed (ELOOP), and a FIFO that
-    /// no process reads is not waited for (ENXIO).
+    /// Creates or truncates the file in text mode. Children do not inherit it. Requires that no file is open. Returns
+    /// false and sets errno if it cannot be opened. A symbolic link is refused (ELOOP), and so is a named pipe that no
+    /// process reads (ENXIO).
     bool open(const char* name) noexcept;
     bool isOpen() const noexcept { return m_handle != -1; }
     void close() noexcept;

@@ -11,14 +11,15 @@
 
 using namespace KestSupport::platform;
 
-TEST(RecordFile, RefusesALinkAndAFifoWithoutReader) {
+TEST(RecordFile, RefusesLinksAndPipesWithoutReader) {
     const kit::TemporaryFolder folder;
-    std::filesystem::create_symlink(folder.write("target", "kept"), folder.pathOf("link"));
-    ASSERT_EQ(mkfifo(folder.pathOf("fifo").c_str(), 0600), 0);
-    for (const auto& [name, error] : {std::pair("link", ELOOP), std::pair("fifo", ENXIO)}) {
+    const std::string link = folder.pathOf("link"), pipe = folder.pathOf("pipe");
+    std::filesystem::create_symlink(folder.write("target", "kept"), link);
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const auto& [name, error] : {std::pair(link, ELOOP), {pipe, ENXIO}}) {
         RecordFile file;
-        EXPECT_FALSE(file.open(folder.pathOf(name).c_str()));
-        EXPECT_EQ(errno, error) << name;
+        EXPECT_FALSE(file.open(name.c_str()));
+        EXPECT_EQ(errno, error);
     }
     EXPECT_EQ(folder.read("target"), "kept");
 }

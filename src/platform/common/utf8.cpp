@@ -56,7 +56,7 @@ Decoded decodeUtf8(const unsigned char* text, std::size_t length) {
     return {character, lead.trailing + 1};
 }
 
-// Reads one character from units.
+// Decodes one character from units.
 Decoded decodeUtf16(const unsigned short* text, std::size_t length) {
     const char32_t unit = text[0];
     if (isHighSurrogate(unit) && length > 1 && isLowSurrogate(text[1])) return {characterOfPair(unit, text[1]), 2};

@@ -24,10 +24,11 @@ std::size_t writeWhole(std::string_view text, Write&& write) noexcept {
 }  // namespace
 
 bool RecordFile::open(const char* name) noexcept {
-    // Without O_NONBLOCK, open waits for a process that reads a FIFO of this name. The writes wait as usual.
-    constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
-    constexpr mode_t everyone = 0666;
-    m_handle = systemCall("openRecordFile", [&] { return ::open(name, flags, everyone); });
+    // With O_NONBLOCK, opening a named pipe does not wait for a reader.
+    constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+    constexpr mode_t kEveryone = 0666;
+    m_handle = systemCall("openRecordFile", [&] { return ::open(name, kFlags, kEveryone); });
+    // From now on a write waits until there is room. F_SETFL changes no other flag of the open call.
     if (isOpen()) ::fcntl(static_cast<int>(m_handle), F_SETFL, O_APPEND);
     return isOpen();
 }
@@ -39,10 +40,11 @@ void RecordFile::close() noexcept {
 
 std::size_t RecordFile::write(std::string_view text) noexcept {
     return writeWhole(text, [file = static_cast<int>(m_handle)](std::string_view rest) {
-        // To a file that is open for appending it appends, whatever the offset is, without the lock of the file's
-        // position that write takes in a program of several threads. A pipe has no offsets.
-        // The C runtime's pwrite is a cancellation point, which costs 7 % of a record (bench/logging) in a program of
-        // several threads, and would leave the record unfinished.
+        // On a file that is open for appending, pwrite appends whatever its offset is. In a program with several
+        // threads it is faster than write, since it does not take the lock of the file position. A pipe has no
+        // positions.
+        // The pwrite of the C runtime is a cancellation point: in a program with several threads that takes 7 % of the
+        // time of a record (bench/logging), and a cancelled thread would leave its record unfinished.
         const ssize_t appended = ::syscall(SYS_pwrite64, file, rest.data(), rest.size(), 0L);
         return appended < 0 && errno == ESPIPE ? ::write(file, rest.data(), rest.size()) : appended;
     });

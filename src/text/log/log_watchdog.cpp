@@ -68,12 +68,11 @@ void LogWatchLink::startVisit(const std::shared_ptr<LogWatchLink>& link) {
 
 KestLogging* LogWatchLink::enter() {
     const std::lock_guard guard(m_lock);
-    m_visit = m_pLogging != nullptr ? Visit::present : Visit::none;
     return m_pLogging;
 }
 
 void LogWatchLink::leave() {
-    // Before the logger's destructor returns, so that the exit of the process waits for the thread.
+    // Called before the logger's destructor can return, so that the exit of the process waits for this thread.
     platform::leaveThread();
     const std::lock_guard guard(m_lock);
     m_visiting = false;
@@ -85,7 +84,7 @@ void LogWatchLink::cut() noexcept {
         {
             const std::lock_guard guard(m_lock);
             m_pLogging = nullptr;
-            if (visit() != Visit::present) return;
+            if (!isVisiting()) return;
         }
         constexpr std::uint32_t kLookAgain = 50;  // milliseconds; the event may not exist
         if (platform::waitForOne(m_left.get(), kLookAgain) == platform::kWaitFailed) platform::sleepThread(1);

@@ -64,29 +64,23 @@ class LogWatchdog : public KestTimer {
 
 /// Connects a logger with the watchdog thread that visits it, and outlives both. The logger's destructor waits for the
 /// end of a visit.
-///
-///   none     no thread visits
-///   coming   a thread was started, and has not entered yet
-///   present  the thread uses the logger
 class LogWatchLink {
   public:
     explicit LogWatchLink(KestLogging& logging) : m_pLogging(&logging) {}
 
-    /// Starts a thread that visits the logger, unless one is coming or present. A visit waits while a record is open.
+    /// Starts a thread that visits the logger, unless one does or is about to. A visit waits while a record is open.
     static void startVisit(const std::shared_ptr<LogWatchLink>& link);
 
     /// Returns the logger, which then exists until leave; null if it is destroyed.
     KestLogging* enter();
     void leave();
 
-    /// Lets no further thread enter, and waits until no thread uses the logger.
+    /// Lets no further thread enter, and waits for the end of a visit.
     void cut() noexcept;
 
   private:
-    enum class Visit { none, coming, present };
-
     // The caller holds the lock. A visit that began before a fork has no thread in the child.
-    Visit visit() const noexcept { return m_forks == platform::forkCount() ? m_visit : Visit::none; }
+    bool isVisiting() const noexcept { return m_visiting && m_forks == platform::forkCount(); }
 
     platform::UninterruptedMutex m_lock;
     const platform::OwnedHandle m_left{platform::createEvent(false, false)};  // signalled when a visit ends

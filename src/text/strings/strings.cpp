@@ -52,7 +52,7 @@ constexpr platform::CodePage kForeignFacet = 0;
 template <typename Unit>
 std::size_t plainLength(const Unit* text, std::size_t length) {
     constexpr std::size_t kBlock = 64;
-    constexpr std::size_t kWord = platform::unitsPerWord<Unit>;
+    constexpr std::size_t kWord = platform::kUnitsPerWord<Unit>;
     std::size_t plain = 0;
     for (; length - plain >= kBlock; plain += kBlock) {
         Unit bits = 0;
@@ -242,7 +242,7 @@ void SysFreeString(BSTR text) noexcept {
 }
 
 platform::CodePage KestStringUtilities::codePageOf(const wide_ctype& facet) {
-    if (typeid(facet) == typeid(utf8_ctype)) return platform::codePageUtf8;
+    if (typeid(facet) == typeid(utf8_ctype)) return platform::kCodePageUtf8;
     return typeid(facet) == typeid(ansi_ctype) ? static_cast<const ansi_ctype&>(facet).m_codePage : kForeignFacet;
 }
 

@@ -1,4 +1,5 @@
-// Releasing a mutex while the kernel begins to refuse the barrier in all threads.
+// The release of a mutex while the kernel begins to refuse the barrier in all threads. This program has only one test,
+// since the process has no barrier after the first refusal.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -10,17 +11,14 @@
 
 using namespace KestSupport::platform;
 
-namespace {
-
-// One test: from the first refusal on the process has no barrier.
-TEST(Barrier, WhatWasStoredWithoutOneIsFoundByALaterLook) {
+TEST(Barrier, RefusalDelaysNoWaiterForever) {
     if (!allThreadsCanBarrier()) GTEST_SKIP() << "this kernel has none";
     const OwnedHandle mutex(createMutex());
     waitForOne(mutex.get(), 0);
     const kit::FailingCalls refused("barrierInAllThreads");
     std::thread waiter([&] { EXPECT_EQ(waitForOne(mutex.get(), kInfinite), kWaitObject0); });
     kit::await([&] { return g_contended.mayHold(mutex.get()); });
-    { const Dispatcher queuedForGood(currentRecord()); }
+    { const Dispatcher afterQueueing(currentRecord()); }
     mutex->owner.store(WaitObject::kNoOwner);  // a release that looked for waiters too early
     waiter.join();
     EXPECT_FALSE(allThreadsCanBarrier());
@@ -28,5 +26,3 @@ TEST(Barrier, WhatWasStoredWithoutOneIsFoundByALaterLook) {
     barrierInAllThreads();
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(kDrainTime));
 }
-
-}  // namespace

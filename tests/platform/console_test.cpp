@@ -1,10 +1,10 @@
+// Console events and their handlers, and what counts as a terminal.
 #include "platform/console.h"
 
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
-#include <mutex>
 #include <semaphore>
 #include <tuple>
 
@@ -17,90 +17,87 @@ using kit::ChildProcess;
 using kit::ChildRole;
 using namespace KestSupport::platform;
 
-std::mutex g_lock;  // guards g_heard
-std::string g_heard;
+std::string g_heard;  // written by handlers, read after their release of g_called
 std::counting_semaphore<> g_called(0);
-std::atomic<bool> g_returned{false};
 std::thread::id g_handlerThread;
 
-// Notes who was offered which event, and takes what it is made to take.
-template <char who, bool takesControlC, bool takesBreak>
+// A handler that notes its name and the event. The one named 'l' removes itself.
+template <char name, bool takesControlC, bool takesBreak>
 bool hear(std::uint32_t event) {
-    if (who == 'l') removeConsoleHandler(hear<who, takesControlC, takesBreak>);
-    {
-        const std::lock_guard guard(g_lock);
-        g_heard += {who, event == kConsoleReload ? 'r' : static_cast<char>('0' + event)};
-        g_handlerThread = std::this_thread::get_id();
-    }
+    if (name == 'l') removeConsoleHandler(hear<name, takesControlC, takesBreak>);
+    g_heard += {name, event == kConsoleReload ? 'r' : static_cast<char>('0' + event)};
+    g_handlerThread = std::this_thread::get_id();
     g_called.release();
     return event == kConsoleControlC ? takesControlC : takesBreak;
 }
-constexpr ConsoleHandler takesAll = hear<'a', true, true>;
-constexpr ConsoleHandler takesControlC = hear<'c', true, false>;
-constexpr ConsoleHandler takesNothing = hear<'n', false, false>;
-constexpr ConsoleHandler reloads = hear<'d', true, true>;
-constexpr ConsoleHandler leavesByItself = hear<'l', true, true>;
+constexpr ConsoleHandler kTakesAll = hear<'a', true, true>;
+constexpr ConsoleHandler kTakesControlC = hear<'c', true, false>;
+constexpr ConsoleHandler kTakesNothing = hear<'n', false, false>;
+constexpr ConsoleHandler kReloads = hear<'d', true, true>;
+constexpr ConsoleHandler kRemovesItself = hear<'l', true, true>;
 
 std::string heardAfter(int signal, int calls) {
     g_heard.clear();
     std::raise(signal);
     for (int i = 0; i < calls; ++i)
         g_called.acquire();
-    const std::lock_guard guard(g_lock);
     return g_heard;
 }
 
-TEST(Console, OffersAnEventToTheLastRegisteredFirstUntilOneTakesIt) {
-    for (const ConsoleHandler handler : {takesAll, takesControlC, takesNothing})
+TEST(ConsoleHandler, IsCalledLatestFirstUntilOneTakesEvent) {
+    for (const ConsoleHandler handler : {kTakesAll, kTakesControlC, kTakesNothing})
         ASSERT_TRUE(addConsoleHandler(handler));
     EXPECT_EQ(heardAfter(SIGINT, 2), "n0c0");
     EXPECT_EQ(heardAfter(SIGTERM, 3), "n1c1a1");
     EXPECT_NE(g_handlerThread, std::this_thread::get_id());
-    ASSERT_TRUE(addConsoleHandler(reloads, ConsoleEvents::reload));
-    EXPECT_EQ(heardAfter(SIGHUP, 1), "dr") << "the others are for other events";
+    ASSERT_TRUE(addConsoleHandler(kReloads, ConsoleEvents::reload));
+    EXPECT_EQ(heardAfter(SIGHUP, 1), "dr");
     EXPECT_EQ(heardAfter(SIGTERM, 3), "n1c1a1");
-    EXPECT_TRUE(removeConsoleHandler(reloads));
-    ASSERT_TRUE(addConsoleHandler(takesNothing));
-    EXPECT_TRUE(removeConsoleHandler(takesControlC));
-    EXPECT_EQ(heardAfter(SIGINT, 3), "n0n0a0") << "added twice, called twice";
+    EXPECT_TRUE(removeConsoleHandler(kReloads));
+    ASSERT_TRUE(addConsoleHandler(kTakesNothing));
+    EXPECT_TRUE(removeConsoleHandler(kTakesControlC));
+    EXPECT_EQ(heardAfter(SIGINT, 3), "n0n0a0") << "a handler that was added twice";
     for (const bool isThere : {true, true, false})
-        EXPECT_EQ(removeConsoleHandler(takesNothing), isThere);
-    ASSERT_TRUE(addConsoleHandler(leavesByItself));
+        EXPECT_EQ(removeConsoleHandler(kTakesNothing), isThere);
+    ASSERT_TRUE(addConsoleHandler(kRemovesItself));
     EXPECT_EQ(heardAfter(SIGTERM, 1), "l1");
-    for (int i = 0; i < 500; ++i)
+    constexpr int kEvents = 500;
+    for (int i = 0; i < kEvents; ++i)
         EXPECT_EQ(std::raise(i % 2 == 0 ? SIGINT : SIGTERM), 0);
-    for (int i = 0; i < 500; ++i)
+    for (int i = 0; i < kEvents; ++i)
         g_called.acquire();
-    EXPECT_TRUE(removeConsoleHandler(takesAll));
-    EXPECT_FALSE(g_called.try_acquire()) << "none is lost, none comes twice";
+    EXPECT_TRUE(removeConsoleHandler(kTakesAll));
+    EXPECT_FALSE(g_called.try_acquire()) << "an event came twice";
     EXPECT_EQ(g_heard.find('l', 1), std::string::npos);
 }
 
-TEST(Console, RemovalWaitsForACallThatIsUnderWay) {
+TEST(ConsoleHandler, HasReturnedWhenItIsRemoved) {
+    static std::atomic<bool> returned{false};
     const ConsoleHandler takesSlowly = [](std::uint32_t) {
         g_called.release();
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        g_returned = true;
+        returned = true;
         return true;
     };
     ASSERT_TRUE(addConsoleHandler(takesSlowly));
     std::raise(SIGINT);
     g_called.acquire();
     EXPECT_TRUE(removeConsoleHandler(takesSlowly));
-    EXPECT_TRUE(g_returned);
+    EXPECT_TRUE(returned);
 }
 
-TEST(Console, AFailingSystemCallLeavesTheHandlerOutAndALaterAttemptSucceeds) {
+TEST(ConsoleHandler, IsNotAddedWhenSystemRefuses) {
     for (const int failing : {1, 2}) {
         const kit::FailingCalls calls("openConsoleEvents", failing, false);
-        EXPECT_FALSE(addConsoleHandler(takesAll) || removeConsoleHandler(takesAll)) << failing;
+        EXPECT_FALSE(addConsoleHandler(kTakesAll)) << failing;
+        EXPECT_FALSE(removeConsoleHandler(kTakesAll)) << failing;
     }
-    ASSERT_TRUE(addConsoleHandler(takesAll));
+    ASSERT_TRUE(addConsoleHandler(kTakesAll));
     EXPECT_EQ(heardAfter(SIGINT, 1), "a0");
-    EXPECT_TRUE(removeConsoleHandler(takesAll));
+    EXPECT_TRUE(removeConsoleHandler(kTakesAll));
 }
 
-// A program with or without handlers that waits to be ended by an event.
+// Waits for an event that ends it, with handlers that take nothing, removed ones, none, or none after a failure.
 const ChildRole g_child("child", [](const std::vector<std::string>& arguments) {
     const std::string& kind = arguments.at(0);
     if (kind == "untaken") {
@@ -112,11 +109,11 @@ const ChildRole g_child("child", [](const std::vector<std::string>& arguments) {
         addConsoleHandler(refuses);
         addConsoleHandler(refuses, ConsoleEvents::reload);
     } else if (kind == "removed") {
-        addConsoleHandler(takesAll);
-        removeConsoleHandler(takesAll);
+        addConsoleHandler(kTakesAll);
+        removeConsoleHandler(kTakesAll);
     } else if (kind == "refused") {
         const kit::FailingCalls threads("startConsoleThread");
-        if (addConsoleHandler(takesAll)) return 1;
+        if (addConsoleHandler(kTakesAll)) return 1;
     }
     std::puts("ready");
     std::fflush(stdout);
@@ -124,10 +121,10 @@ const ChildRole g_child("child", [](const std::vector<std::string>& arguments) {
         std::this_thread::sleep_for(std::chrono::hours(1));
 });
 
-TEST(Console, AnEventThatNobodyTakesEndsTheProcess) {
+TEST(ConsoleEvent, EndsProcessThatDoesNotTakeIt) {
     for (const std::string kind : {"plain", "untaken", "removed", "refused", "child of a program that takes events"}) {
         const bool takesEvents = kind.starts_with("child");
-        ASSERT_TRUE(!takesEvents || addConsoleHandler(takesAll));
+        if (takesEvents) addConsoleHandler(kTakesAll);
         for (const auto& [send, signal, event] : {std::tuple{&ChildProcess::interrupt, SIGINT, "0"},
                                                   {&ChildProcess::requestEnd, SIGTERM, "1"},
                                                   {&ChildProcess::hangUp, SIGHUP, "256"}}) {
@@ -137,13 +134,17 @@ TEST(Console, AnEventThatNobodyTakesEndsTheProcess) {
             EXPECT_EQ(child.wait(), -signal) << kind;
             EXPECT_EQ(child.output(), kind != "untaken" ? "ready\n" : std::string("ready\noffered ") + event + "\n");
         }
-        EXPECT_EQ(removeConsoleHandler(takesAll), takesEvents);
+        EXPECT_EQ(removeConsoleHandler(kTakesAll), takesEvents);
     }
 }
 
-TEST(Console, AHangUpThatWasIgnoredBeforeStaysIgnored) {
-    const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
-    ChildProcess child(self, {"--child-role=child", "untaken"}, {"", "trap '' HUP"});
+// Starts this program in a role, after shell commands.
+ChildProcess startedAfter(const std::string& commands, const std::vector<std::string>& arguments, bool terminal) {
+    return {std::filesystem::read_symlink("/proc/self/exe").string(), arguments, {"", commands, terminal}};
+}
+
+TEST(ConsoleEvent, StaysIgnoredIfItWasBefore) {
+    ChildProcess child = startedAfter("trap '' HUP", {"--child-role=child", "untaken"}, false);
     ASSERT_TRUE(child.waitForOutput("ready"));
     child.hangUp();
     child.interrupt();
@@ -151,22 +152,17 @@ TEST(Console, AHangUpThatWasIgnoredBeforeStaysIgnored) {
     EXPECT_EQ(child.output(), "ready\noffered 0\n");
 }
 
-const ChildRole asksForTerminals("asks for terminals", [](const std::vector<std::string>&) {
+const ChildRole g_findsTerminals("finds terminals", [](const std::vector<std::string>&) {
     int terminals = 0;
     for (const StandardStream stream : {StandardStream::input, StandardStream::output, StandardStream::error})
         terminals = 2 * terminals + (isTerminal(stream) ? 1 : 0);
     return terminals;
 });
 
-TEST(Console, TellsATerminalFromPipesAndClosedStreams) {
-    const auto answer = [](const std::string& command, bool terminal) {
-        const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
-        return ChildProcess(self, {"--child-role=asks for terminals"}, {"", command, terminal}).wait();
-    };
-    EXPECT_EQ(answer("", true), 0b001);
-    EXPECT_EQ(answer("exec <&2", true), 0b101);
-    EXPECT_EQ(answer("exec 1>&- 2>/dev/null", true), 0);
-    EXPECT_EQ(answer("", false), 0);
+TEST(IsTerminal, IsFalseForPipesAndClosedStreams) {
+    for (const auto& [commands, terminal, found] :
+         {std::tuple{"", true, 0b001}, {"exec <&2", true, 0b101}, {"exec 1>&- 2>/dev/null", true, 0}, {"", false, 0}})
+        EXPECT_EQ(startedAfter(commands, {"--child-role=finds terminals"}, terminal).wait(), found) << commands;
 }
 
 }  // namespace

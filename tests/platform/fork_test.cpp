@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 
 #include "kit/gate.h"
 #include "kit/temporary_folder.h"
@@ -18,7 +17,7 @@ using namespace KestSupport;
 
 namespace {
 
-// Sleeps in the parent, with a lock taken and a record of the log half written.
+// Sleeps in the parent, holds a lock and has written a part of a record.
 class Sleeper : public KestThread {
   public:
     Sleeper(KestMutexObject& lock, KestLogging& log) : m_lock(lock), m_log(log) {}
@@ -41,36 +40,44 @@ class Sleeper : public KestThread {
     KestLogging& m_log;
 };
 
-class Empty : public KestThread {
-  protected:
-    int run() override { return 0; }
+// Objects of the parent. `own` and `shared` are locked by the thread that forks.
+struct Inherited {
+    explicit Inherited(KestLogging& target) : log(target), sleeper(others, target) {}
+    KestLogging& log;
+    KestMutexObject others, own;
+    KestReadWriteLock shared;
+    KestTimer timer;
+    Sleeper sleeper;
 };
 
-// What the child does; the text of what is wrong, null when all is well.
-const char* inChild(Sleeper& sleeper, KestMutexObject& others, KestMutexObject& mine, KestReadWriteLock& shared,
-                    KestTimer& timer, KestLogging& log) {
-    if (KestThread::getCurrentThreadId() != getpid()) return "the thread id is the parent's";
-    if (mine.lockCount() != 1 || (mine.unlock(), mine.lockCount() != 0)) return "an own lock is lost";
-    if (shared.writeUnLock(), !shared.tryReadLock()) return "an own write lock is lost";
-    if (others.testAndSet() || !others.testAndSet() || others.lockCount() != 1) return "a lock is not abandoned";
+void useInChild(Inherited& parent) {
+    EXPECT_EQ(static_cast<pid_t>(KestThread::getCurrentThreadId()), getpid());
+    EXPECT_EQ(parent.own.lockCount(), 1);
+    parent.own.unlock();
+    EXPECT_EQ(parent.own.lockCount(), 0);
+    parent.shared.writeUnLock();
+    EXPECT_TRUE(parent.shared.tryReadLock());
+    EXPECT_FALSE(parent.others.testAndSet()) << "the first one finds an abandoned lock";
+    EXPECT_TRUE(parent.others.testAndSet());
+    EXPECT_EQ(parent.others.lockCount(), 1);
     KestMutexObject fresh;
     const KestCriticalSection guard(fresh, true);
-    if (sleeper.wait(-1) != 0) return "a thread of the parent seems to run";
-    KestEvent event;
-    if (event.set(), event.wait(-1) != 0 || event.wait(1) != -2) return "a fresh event does not work";
-    sleeper.end.set();
-    if (sleeper.end.wait(0) != 0) return "a thread of the parent took an event";
-    log << setloglevel(1) << "from the child" << endrecord;
-    if (platform::kSanitizerDefersSignals) return nullptr;  // ThreadSanitizer has no new threads in a forked child
-    KestTimer own;
-    own.start(1, true);
-    if (own.wait(-1) != 0 || timer.wait(-1) != 0) return "a timer does not fire";
-    Empty thread;
-    if (thread.start(), thread.waitForThreadExit(), thread.isAlive() && thread.getExitCode() != 0) return "no thread";
-    return sleeper.kill(), sleeper.isAlive() ? "a thread of the parent cannot be killed" : nullptr;
+    EXPECT_EQ(parent.sleeper.wait(-1), 0);
+    parent.sleeper.end.set();
+    EXPECT_EQ(parent.sleeper.end.wait(0), 0) << "the sleeper took the event";
+    EXPECT_EQ(parent.sleeper.end.wait(1), -2);
+    parent.log << setloglevel(1) << "from the child" << endrecord;
+    if (platform::kSanitizerDefersSignals) return;  // ThreadSanitizer has no new threads in a forked child
+    KestTimer timer;
+    timer.start(1, true);
+    EXPECT_EQ(timer.wait(-1), 0);
+    EXPECT_EQ(parent.timer.wait(-1), 0);
+    parent.sleeper.kill();
+    EXPECT_FALSE(parent.sleeper.isAlive());
 }
 
-TEST(Fork, AChildOfAProcessWithThreadsLocksWaitsLogsAndFiresTimers) {
+TEST(Fork, KeepsLocksTimersAndLogUsable) {
+    constexpr int kRounds = 40;
     const kit::TemporaryFolder folder;
     KestLogging log(folder.pathOf("log"), KestLogging::fileTarget, 1);
     std::atomic<bool> stop{false};
@@ -80,42 +87,37 @@ TEST(Fork, AChildOfAProcessWithThreadsLocksWaitsLogsAndFiresTimers) {
             while (!stop) {
                 KestMutexObject lock;
                 const KestCriticalSection guard(lock, true);
-                KestEvent event;
                 KestTimer timer;
                 timer.start(3600, 0, true);
-                event.wait(0);
+                KestEvent().wait(0);
             }
         });
     }
-    for (int round = 0; round < 40; ++round) {
-        KestMutexObject others, mine;
-        KestReadWriteLock shared;
-        KestTimer timer;
-        Sleeper sleeper(others, log);
-        sleeper.start();
-        sleeper.ready.pass();
-        timer.start(1, false);
-        mine.lock();
-        shared.writeLock();
+    for (int round = 0; round < kRounds; ++round) {
+        Inherited parent(log);
+        parent.sleeper.start();
+        parent.sleeper.ready.pass();
+        parent.timer.start(1, false);
+        parent.own.lock();
+        parent.shared.writeLock();
         const pid_t child = fork();
         if (child == 0) {
             alarm(60);
-            const char* const wrong = inChild(sleeper, others, mine, shared, timer, log);
-            if (wrong != nullptr) std::fprintf(stderr, "%s\n", wrong);
-            _exit(wrong == nullptr ? 0 : 1);
+            useInChild(parent);
+            _exit(testing::Test::HasFailure() ? 1 : 0);
         }
         int status = -1;
         EXPECT_EQ(waitpid(child, &status, 0), child);
         EXPECT_EQ(status, 0);
-        shared.writeUnLock();
-        mine.unlock();
-        sleeper.end.set();
-        sleeper.waitForThreadExit();
+        parent.shared.writeUnLock();
+        parent.own.unlock();
+        parent.sleeper.end.set();
+        parent.sleeper.waitForThreadExit();
     }
     stop = true;
     for (const auto& file : std::filesystem::directory_iterator(folder.path())) {
         const std::string text = folder.read(file.path().filename().string());
-        EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 80) << text;
+        EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2 * kRounds) << text;
         EXPECT_EQ(text.find("halffrom"), std::string::npos);
     }
 }

@@ -1,3 +1,4 @@
+// The messages of a service in the foreground to its supervisor.
 #include "platform/supervisor.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +17,7 @@ namespace {
 
 using KestSupport::platform::SupervisorNews;
 
-// What an init system listens at: a path, or a name without a file.
+// The socket of an init system: a path, or a name without a file.
 struct Supervisor {
     explicit Supervisor(const std::string& name) {
         sockaddr_un address = {};
@@ -43,14 +44,14 @@ class Program : public KestSupport::KestService {
     bool stopIt() override { return false; }
 };
 
-TEST(Supervisor, HearsHowAServiceInTheForegroundFares) {
+TEST(Supervisor, ReceivesStateOfService) {
     const kit::TemporaryFolder folder;
     for (const std::string& name : {folder.pathOf("socket"), "@" + folder.pathOf("")}) {
         kit::EnvironmentGuard environment;
         const Supervisor supervisor(name);
         Program program;
         environment.set("NOTIFY_SOCKET", name);
-        EXPECT_TRUE(program.start("", false)) << "a requested stop is no failure";
+        EXPECT_TRUE(program.start("", false));
         EXPECT_EQ(supervisor.heard(),
                   "STATUS=Starting\n|READY=1\nSTATUS=Running\n|STOPPING=1\nSTATUS=Stopping\n|STATUS=Stopped\n|");
         program.starts = false;
@@ -64,7 +65,7 @@ TEST(Supervisor, HearsHowAServiceInTheForegroundFares) {
         EXPECT_EQ(supervisor.heard(), "");
         for (const std::string& wrong : {std::string(), std::string("relative"), "/" + std::string(200, 'x')}) {
             environment.set("NOTIFY_SOCKET", wrong);
-            tellSupervisor(SupervisorNews::ready, "nobody");
+            tellSupervisor(SupervisorNews::ready, "lost");
         }
         EXPECT_EQ(supervisor.heard(), "");
     }

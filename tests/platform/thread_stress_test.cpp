@@ -10,8 +10,8 @@ using namespace KestSupport::platform;
 
 namespace {
 
-// What the threads share. Each worker repeats every kind of operation; none of them may be left unusable by the end of
-// another. Whoever has a mutex writes its id beside it, not atomically, so that ThreadSanitizer sees the mutex's order.
+// The objects that the threads share. Each thread repeats every kind of operation. The end of one must leave every
+// object usable. The owner of a mutex writes its id beside it, not atomically, so that ThreadSanitizer sees the order.
 struct Shared {
     std::array<OwnedHandle, 3> mutexes{OwnedHandle(createMutex()), OwnedHandle(createMutex()),
                                        OwnedHandle(createMutex())};
@@ -20,7 +20,7 @@ struct Shared {
     std::atomic<long> rounds{0}, faults{0};
     std::atomic<bool> end{false};
 
-    void hold(std::size_t first, std::size_t count) {
+    void holdAndRelease(std::size_t first, std::size_t count) {
         const std::uint32_t self = currentThreadId();
         for (std::size_t i = first; i < first + count; ++i)
             holders[i] = self;
@@ -35,10 +35,11 @@ struct Shared {
         const std::array pair{self.mutexes[0].get(), self.mutexes[1].get()};
         while (!self.end) {
             for (std::size_t i = 0; i < self.mutexes.size(); ++i)
-                if (waitForOne(self.mutexes[i].get(), i == 2 ? 1 : kInfinite) != kWaitTimeout) self.hold(i, 1);
+                if (waitForOne(self.mutexes[i].get(), i == 2 ? 1 : kInfinite) != kWaitTimeout)
+                    self.holdAndRelease(i, 1);
             waitForMany(pair, true, kInfinite);
             setEvent(self.event.get());
-            self.hold(0, 2);
+            self.holdAndRelease(0, 2);
             waitForOne(self.event.get(), 1);
             const std::string text(static_cast<std::size_t>(100 + self.rounds % 500), 'x');
             self.rounds += text.empty() ? 0 : 1;
@@ -47,7 +48,7 @@ struct Shared {
     }
 };
 
-TEST(ThreadStress, OthersGoOnWhateverHappensToSome) {
+TEST(ThreadStress, TerminationDisturbsNoOtherThread) {
     Shared shared;
     std::minstd_rand random(4711);
     std::vector<WaitHandle> workers(6, nullptr);
@@ -62,11 +63,10 @@ TEST(ThreadStress, OthersGoOnWhateverHappensToSome) {
             continue;
         }
         ASSERT_TRUE(suspendThread(worker));
-        // A suspended thread may hold a mutex, so nobody's progress is expected before it is resumed.
+        // A suspended thread may hold a mutex, so the others need not progress before it is resumed.
         if (random() % 2 == 0) yieldThread();
         ASSERT_TRUE(resumeThread(worker));
-        const long seen = shared.rounds;
-        kit::await([&] { return shared.rounds != seen; });
+        kit::await([&, seen = shared.rounds.load()] { return shared.rounds != seen; });
     }
     shared.end = true;
     EXPECT_EQ(waitForMany(workers, true, kInfinite), kWaitObject0);

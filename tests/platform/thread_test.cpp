@@ -9,7 +9,6 @@
 #include <chrono>
 #include <cstdio>
 #include <functional>
-#include <iterator>
 #include <limits>
 
 #include "kit/environment_guard.h"
@@ -24,61 +23,66 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// A thread that runs a lambda.
+constexpr std::uint32_t kExitCode = 7;
+
+// A thread that runs a lambda, which receives the thread's handle.
 struct Lambda {
     explicit Lambda(std::function<void(WaitHandle)> given) : work(std::move(given)) {
         createThread(
             [](void* argument) -> std::uint32_t {
                 const auto& self = *static_cast<Lambda*>(argument);
                 self.work(self.handle);
-                return 7;
+                return kExitCode;
             },
             this, handle);
     }
     ~Lambda() { closeHandle(handle); }
-    std::uint32_t exitCode() const { return threadExitCode(handle).value(); }
 
     const std::function<void(WaitHandle)> work;
     WaitHandle handle = nullptr;
 };
 
-TEST(Thread, RunsIsSuspendedAsOftenAsItIsResumedAndEnds) {
+TEST(Thread, CountsSuspensions) {
     std::atomic<long> count{0};
     std::atomic<bool> end{false};
     const Lambda thread([&](WaitHandle) {
         while (!end)
             ++count;
     });
+    const WaitHandle handle = thread.handle;
     const auto awaitProgress = [&] { kit::await([&, seen = count.load()] { return count != seen; }); };
-    const auto standsStill = [&] {
+    const auto expectStopped = [&] {
         const long seen = count;
         std::this_thread::sleep_for(20ms);
-        return count == seen;
+        EXPECT_EQ(count, seen);
     };
     awaitProgress();
-    EXPECT_FALSE(resumeThread(thread.handle));
-    EXPECT_TRUE(suspendThread(thread.handle) && standsStill());
-    EXPECT_TRUE(suspendThread(thread.handle) && resumeThread(thread.handle) && standsStill());
-    EXPECT_EQ(waitForOne(thread.handle, 5), kWaitTimeout);
-    EXPECT_TRUE(resumeThread(thread.handle));
+    EXPECT_FALSE(resumeThread(handle));
+    EXPECT_TRUE(suspendThread(handle));
+    expectStopped();
+    EXPECT_TRUE(suspendThread(handle));
+    EXPECT_TRUE(resumeThread(handle));
+    expectStopped();
+    EXPECT_EQ(waitForOne(handle, 5), kWaitTimeout);
+    EXPECT_TRUE(resumeThread(handle));
     awaitProgress();
-    EXPECT_FALSE(resumeThread(thread.handle));
-    EXPECT_TRUE(setThreadPriority(thread.handle, ThreadPriority::lowest));
+    EXPECT_FALSE(resumeThread(handle));
+    EXPECT_TRUE(setThreadPriority(handle, ThreadPriority::lowest));
     {
         const kit::FailingCalls failing("setThreadPriority", 1, true, EPERM);
-        EXPECT_FALSE(setThreadPriority(thread.handle, ThreadPriority::timeCritical));
+        EXPECT_FALSE(setThreadPriority(handle, ThreadPriority::timeCritical));
     }
-    EXPECT_EQ(thread.exitCode(), kStillActive);
+    EXPECT_EQ(threadExitCode(handle), kStillActive);
     end = true;
-    for (const std::uint32_t timeout : {kInfinite, 0U})
-        EXPECT_EQ(waitForOne(thread.handle, timeout), kWaitObject0);
-    EXPECT_FALSE(suspendThread(thread.handle) || setThreadPriority(thread.handle, ThreadPriority::normal));
-    EXPECT_TRUE(terminateThread(thread.handle, 1));
-    EXPECT_EQ(thread.exitCode(), 7U);
-    EXPECT_FALSE(suspendThread(nullptr) || resumeThread(nullptr) || terminateThread(nullptr, 0));
+    EXPECT_EQ(waitForOne(handle, kInfinite), kWaitObject0);
+    EXPECT_EQ(waitForOne(handle, 0), kWaitObject0);
+    EXPECT_TRUE(terminateThread(handle, 1));
+    EXPECT_EQ(threadExitCode(handle), kExitCode);
+    EXPECT_FALSE(setThreadPriority(handle, ThreadPriority::normal));
+    EXPECT_FALSE(suspendThread(handle));
 }
 
-TEST(Thread, EndsOnlyAfterItsThreadLocalObjects) {
+TEST(Thread, EndsAfterItsThreadLocalObjects) {
     static std::atomic<bool> destroyed;
     struct Local {
         ~Local() {
@@ -95,32 +99,33 @@ TEST(Thread, EndsOnlyAfterItsThreadLocalObjects) {
     EXPECT_TRUE(destroyed);
 }
 
-TEST(Thread, AThreadMaySuspendAndTerminateItself) {
-    std::atomic<bool> resumed{false}, after{false};
-    kit::Gate ready;
+TEST(Thread, SuspendsAndTerminatesItself) {
+    std::atomic<int> steps{0};
     const Lambda thread([&](WaitHandle self) {
-        ready.open();
+        ++steps;
         suspendThread(self);
-        resumed = true;
+        ++steps;
         terminateThread(self, 9);
-        after = true;
+        ++steps;
     });
-    ready.pass();
+    kit::await([&] { return steps == 1; });
     EXPECT_EQ(waitForOne(thread.handle, 20), kWaitTimeout);
-    EXPECT_FALSE(resumed);
+    EXPECT_EQ(steps, 1);
     kit::await([&] { return resumeThread(thread.handle); });
     EXPECT_EQ(waitForOne(thread.handle, kInfinite), kWaitObject0);
-    EXPECT_EQ(thread.exitCode(), 9U);
-    EXPECT_TRUE(resumed && !after);
+    EXPECT_EQ(threadExitCode(thread.handle), 9U);
+    EXPECT_EQ(steps, 2);
 }
 
-// Where a thread may be when it is terminated.
-struct Place {
+// What a thread does when it is terminated.
+struct Activity {
     const char* name;
-    void (*stay)(WaitHandle object, CriticalSection& section);
-    bool runtime = false;  // it is spared now and then because it holds a lock of the runtime
+    void (*run)(WaitHandle object, CriticalSection& section);
+    bool holdsRuntimeLocks = false;  // so the termination has to be tried several times
 };
-const Place kPlaces[] = {
+// The counters are for the sanitizers. ThreadSanitizer delivers signals at atomic operations only. The allocator of
+// AddressSanitizer is slow, so a thread that only allocates is hardly ever outside it.
+const Activity kActivities[] = {
     {"computing",
      [](WaitHandle, CriticalSection&) {
          for (std::atomic<int> i{0};; ++i) {
@@ -130,16 +135,14 @@ const Place kPlaces[] = {
     {"waiting with a time-out", [](WaitHandle event, CriticalSection&) { waitForOne(event, 1'000'000); }},
     {"sleeping", [](WaitHandle, CriticalSection&) { sleepThread(1'000'000); }},
     {"blocked on a critical section", [](WaitHandle, CriticalSection& section) { enterCriticalSection(section); }},
-    // The counting is for the sanitizers: one delivers signals at atomic operations only, the other's allocator is
-    // slow, and where a thread hardly ever leaves it, termination finds no place to take the thread.
-    {"allocating now and then",
+    {"allocating",
      [](WaitHandle, CriticalSection&) {
          for (std::atomic<int> count{0};; ++count) {
              if (count % 200 == 0) delete[] new char[5000];
          }
      },
      true},
-    {"holding the lock of stderr now and then",
+    {"locking stderr",
      [](WaitHandle, CriticalSection&) {
          for (std::atomic<int> count{0};; ++count) {
              if (count % 2000 == 0) flockfile(stderr);
@@ -149,7 +152,7 @@ const Place kPlaces[] = {
      true},
 };
 
-// The calling thread takes no signals during its lifetime; threads that it makes inherit that.
+// Blocks all signals for the calling thread and the threads that it creates.
 struct AllSignalsBlocked {
     AllSignalsBlocked() {
         sigset_t all;
@@ -160,44 +163,47 @@ struct AllSignalsBlocked {
     sigset_t before{};
 };
 
-TEST(Thread, TerminationTakesAThreadWhereverItIs) {
-    for (int run = 0; run < 2 * static_cast<int>(std::size(kPlaces)); ++run) {
-        const Place& place = kPlaces[run / 2];
-        const bool suspended = run % 2 == 1;
-        SCOPED_TRACE(std::string(place.name) + (suspended ? ", suspended" : ""));
-        const OwnedHandle held(createMutex()), event(createEvent(false, false));
-        const std::unique_ptr<CriticalSection, void (*)(CriticalSection*)> section(
-            createCriticalSection(), [](CriticalSection* used) { destroyCriticalSection(used); });
-        enterCriticalSection(*section);
-        kit::Gate ready;
-        std::atomic<bool> destroyed{false};
-        const AllSignalsBlocked blocked;
-        const kit::FailingCalls counted("interruptThread", std::numeric_limits<int>::max());
-        const Lambda thread([&](WaitHandle) {
-            const std::unique_ptr<std::atomic<bool>, void (*)(std::atomic<bool>*)> witness(
-                &destroyed, [](std::atomic<bool>* flag) { *flag = true; });
-            waitForOne(held.get(), kInfinite);
-            ready.open();
-            place.stay(event.get(), *section);
-        });
-        ready.pass();
-        std::this_thread::sleep_for(5ms);
-        EXPECT_TRUE(!suspended || suspendThread(thread.handle));
-        EXPECT_TRUE(terminateThread(thread.handle, 42));
-        EXPECT_TRUE(place.runtime || kit::FailingCalls::seen() < 1000) << "taken only because the time was over";
-        EXPECT_EQ(ftrylockfile(stderr), 0);
-        funlockfile(stderr);
-        EXPECT_EQ(waitForOne(thread.handle, 0), kWaitObject0);
-        EXPECT_EQ(thread.exitCode(), 42U);
-        EXPECT_FALSE(destroyed) << "nothing is unwound";
-        EXPECT_EQ(waitForOne(held.get(), kInfinite), kWaitAbandoned);
-        setEvent(event.get());
-        EXPECT_EQ(waitForOne(event.get(), 0), kWaitObject0) << "the ended thread still waited";
-        leaveCriticalSection(*section);
+void terminateDuring(const Activity& activity, bool suspended) {
+    const OwnedHandle held(createMutex()), event(createEvent(false, false));
+    const std::shared_ptr<CriticalSection> section(createCriticalSection(), &destroyCriticalSection);
+    enterCriticalSection(*section);
+    kit::Gate ready;
+    std::atomic<bool> unwound{false};
+    const AllSignalsBlocked blocked;
+    const kit::FailingCalls counted("interruptThread", std::numeric_limits<int>::max());
+    const Lambda thread([&](WaitHandle) {
+        const std::shared_ptr<void> witness(nullptr, [&](void*) { unwound = true; });
+        waitForOne(held.get(), kInfinite);
+        ready.open();
+        activity.run(event.get(), *section);
+    });
+    ready.pass();
+    std::this_thread::sleep_for(5ms);
+    EXPECT_EQ(suspended && suspendThread(thread.handle), suspended);
+    EXPECT_TRUE(terminateThread(thread.handle, 42));
+    const int attempts = kit::FailingCalls::seen();
+    EXPECT_LT(activity.holdsRuntimeLocks ? 0 : attempts, 1000) << "only force ended the thread";
+    EXPECT_EQ(ftrylockfile(stderr), 0);
+    funlockfile(stderr);
+    EXPECT_EQ(waitForOne(thread.handle, 0), kWaitObject0);
+    EXPECT_EQ(threadExitCode(thread.handle), 42U);
+    EXPECT_FALSE(unwound);
+    EXPECT_EQ(waitForOne(held.get(), kInfinite), kWaitAbandoned);
+    setEvent(event.get());
+    EXPECT_EQ(waitForOne(event.get(), 0), kWaitObject0) << "the ended thread still waits";
+    leaveCriticalSection(*section);
+}
+
+TEST(Thread, IsTerminatedDuringAnyActivity) {
+    for (const Activity& activity : kActivities) {
+        for (const bool suspended : {false, true}) {
+            SCOPED_TRACE(std::string(activity.name) + (suspended ? ", suspended" : ""));
+            terminateDuring(activity, suspended);
+        }
     }
 }
 
-TEST(Thread, LeavesNothingLockedThatTextsAndDatesNeed) {
+TEST(Thread, LeavesTextsAndDatesUnlocked) {
     kit::EnvironmentGuard environment;
     environment.setLocale("ja_JP.eucJP");
     const auto use = [] {
@@ -216,7 +222,7 @@ TEST(Thread, LeavesNothingLockedThatTextsAndDatesNeed) {
     }
 }
 
-TEST(Thread, StartsWithTheSchedulingOfTheProcessWhateverItsCreatorHas) {
+TEST(Thread, StartsWithSchedulingOfProcess) {
     const auto scheduling = [] { return std::pair(sched_getscheduler(0), getpriority(PRIO_PROCESS, 0)); };
     const auto process = scheduling();
     std::pair<int, int> creator, created;
@@ -233,8 +239,7 @@ TEST(Thread, StartsWithTheSchedulingOfTheProcessWhateverItsCreatorHas) {
     EXPECT_EQ(created, mayReset ? process : creator);
 }
 
-TEST(Thread, KeepsItsMutexWhenAnOlderThreadEnds) {
-    // More threads than the table of threads has buckets.
+TEST(Thread, KeepsMutexWhenOlderThreadEnds) {
     struct Holder {
         OwnedHandle mutex{createMutex()};
         kit::Gate holds, end;
@@ -244,16 +249,11 @@ TEST(Thread, KeepsItsMutexWhenAnOlderThreadEnds) {
             end.pass();
         }};
     };
-    std::array<Holder, 260> holders;
+    std::array<Holder, 260> holders;  // more than the table of threads has buckets
     for (Holder& holder : holders)
         holder.holds.pass();
-    for (std::size_t i = 0; i < holders.size(); ++i) {
-        EXPECT_EQ(waitForOne(holders[i].mutex.get(), 0), kWaitTimeout) << i;
-        if (i >= 4) continue;
-        holders[i].end.open();
-        waitForOne(holders[i].thread.handle, kInfinite);
-    }
     for (Holder& holder : holders) {
+        EXPECT_EQ(waitForOne(holder.mutex.get(), 0), kWaitTimeout);
         holder.end.open();
         waitForOne(holder.thread.handle, kInfinite);
     }

@@ -24,7 +24,7 @@ write_basic_package_version_file(KestSupportConfigVersion.cmake COMPATIBILITY Sa
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/KestSupportConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/KestSupportConfigVersion.cmake
   DESTINATION ${cmake_folder} COMPONENT development)
 
-# pkg-config: a folder below the prefix is written relative to it, so that the package can be moved.
+# pkg-config: the package may be moved, so its place is found from the file's; below /usr it stays.
 function(kest_set_pc_folder variable folder)
   if(NOT IS_ABSOLUTE ${folder})
     string(PREPEND folder "\${prefix}/")
@@ -33,8 +33,11 @@ function(kest_set_pc_folder variable folder)
 endfunction()
 kest_set_pc_folder(pc_libdir ${CMAKE_INSTALL_LIBDIR})
 kest_set_pc_folder(pc_includedir ${CMAKE_INSTALL_INCLUDEDIR})
-file(RELATIVE_PATH from_pc_to_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
-string(REGEX REPLACE "/$" "" from_pc_to_prefix "${from_pc_to_prefix}")
+set(pc_prefix ${CMAKE_INSTALL_PREFIX})
+if(NOT pc_prefix STREQUAL "/usr")
+  file(RELATIVE_PATH pc_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+  string(REGEX REPLACE "/$" "" pc_prefix "\${pcfiledir}/${pc_prefix}")
+endif()
 # Where the static library is the only one, no program links without what it needs.
 get_target_property(library_type kestsupport TYPE)
 set(pc_libs "")

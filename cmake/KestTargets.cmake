@@ -21,6 +21,10 @@ function(kest_configure target)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
   # GCC 12 reports overlaps in the standard library's strings that do not exist.
   target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
+  if(CMAKE_UNITY_BUILD)
+    # A local name may be that of a constant in another source that is compiled with it.
+    target_compile_options(${target} PRIVATE -Wno-shadow)
+  endif()
   if(KEST_WARNINGS_AS_ERRORS)
     target_compile_options(${target} PRIVATE -Werror)
   endif()

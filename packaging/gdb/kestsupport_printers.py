@@ -18,7 +18,10 @@ class SmartPointerPrinter:
     def to_string(self):
         if not self.target:
             return "KestSmartPointer, null"
-        count = int(self.target["m_refCount"]["_M_i"])
+        try:
+            count = int(self.target["m_refCount"]["_M_i"])
+        except gdb.error:
+            return "KestSmartPointer"  # the library has no debug information
         return "KestSmartPointer, %d reference%s" % (count, "" if count == 1 else "s")
 
     def children(self):

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
 #include <new>
 
 #include "kit/allocations.h"
@@ -16,7 +15,7 @@ namespace {
 using namespace std::string_literals;
 
 constexpr std::size_t kHeaderSize = 4;
-constexpr std::size_t kMost = std::numeric_limits<std::size_t>::max();
+constexpr std::size_t kMost = ~std::size_t{0};
 
 // The block of a stream as bytes, and its payload.
 std::string blockOf(const KestBufferStream& stream) {
@@ -76,6 +75,7 @@ TYPED_TEST(ObjectStreams, WriteAndReadEachType) {
     expectBytes(wstring16{'a', 0xE9, 0xD800}, wstring16{}, "\3\0\0\0\0\0\0\0a\0\xE9\0\0\xD8"s);
     expectBytes(std::string(300, 'x'), ""s, "\x2C\1\0\0\0\0\0\0"s + std::string(300, 'x'));
     EXPECT_EQ(written<TypeParam>("a\0b"s), "\1\0\0\0\0\0\0\0a"s);
+    EXPECT_EQ(written<TypeParam>("a\0 in a word"s), "\1\0\0\0\0\0\0\0a"s);
     EXPECT_EQ(written<TypeParam>("nine byte\0s"s), "\x9\0\0\0\0\0\0\0nine byte"s);
     EXPECT_EQ(written<TypeParam>(wstring16{0, 1}), "\2\0\0\0\0\0\0\0\0\0\1\0"s);
     EXPECT_EQ(written<TypeParam>(static_cast<const char*>(nullptr)), "\0\0\0\0\0\0\0\0"s);
@@ -208,18 +208,20 @@ TEST(BufferStream, KeepsBytesThroughWritesAndReads) {
 
 TEST(BufferStream, IgnoresWriteWithoutRoom) {
     KestBufferStream stream(8);
-    stream << 1;
+    stream << 1 << 2 << 3;
     const kit::FailingCalls failing("realloc");
     EXPECT_EQ(stream.write("0123456789", 10, 1), 0U);
     EXPECT_EQ(stream.write("", kMost, 2), 0U);
     EXPECT_EQ(stream.write("", 0xFFFFFFF8, 1), 0U) << "4 GiB with the header";
     EXPECT_EQ(kit::FailingCalls::seen(), 2) << "only for what a block can have";
     stream << "a length finds room, but not with its text" << wstring16(2, 'w');
-    EXPECT_EQ(stream.size(), 4U);
+    EXPECT_EQ(stream.size(), 12U);
     int number = 0;
     stream >> number;
-    EXPECT_EQ(stream.write("0123456789", 10, 1), 10U) << "the read made room";
-    EXPECT_EQ(payloadOf(stream), "0123456789");
+    EXPECT_EQ(stream.write("0123", 4, 1), 4U) << "the read made room";
+    EXPECT_EQ(payloadOf(stream),
+              "\2\0\0\0\3\0\0\0"
+              "0123"s);
 }
 
 // Each stream belongs to its writer until the reader evicts it, so there are many.

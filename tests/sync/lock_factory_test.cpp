@@ -1,30 +1,14 @@
 // Lock factory: one lock for each name, copies, and the factory's own lock.
 #include "support/lock_factory.h"
 
-#include <functional>
-#include <utility>
+#include <new>
 
-#include "kit/allocations.h"
+#include "kit/failing_calls.h"
 #include "kit/failure_of.h"
-#include "kit/gate.h"
 
 namespace {
 
 using namespace KestSupport;
-
-// Stops a thread in its next allocation.
-struct Hold {
-    kit::Gate inside, end;
-};
-thread_local Hold* t_hold = nullptr;
-
-bool stopOnce(std::size_t) {
-    if (Hold* const hold = std::exchange(t_hold, nullptr)) {
-        hold->inside.open();
-        hold->end.pass();
-    }
-    return true;
-}
 
 template <typename Lock>
 struct LockFactory : testing::Test {};
@@ -50,29 +34,16 @@ TYPED_TEST(LockFactory, KeepsOneLockForEachName) {
     EXPECT_NE(&assigned.getLock("b"), found);
 }
 
-TYPED_TEST(LockFactory, ExcludesOtherThreads) {
-    KestLockFactory<std::string, TypeParam> factory, empty;
+// A fresh lock needs memory, so each operation that takes the factory's lock fails.
+TYPED_TEST(LockFactory, TakesItsLock) {
+    using Factory = KestLockFactory<std::string, TypeParam>;
     TypeParam* found = nullptr;
-    const std::function<void()> operations[] = {[&] { factory.createLock("c"); }, [&] { factory.exists("held"); },
-                                                [&] { factory.getImpl("held", found); },
-                                                [&] { factory.getRegisteredLockNames(); }, [&] { factory = empty; }};
-    const kit::AllocationHook stopping(stopOnce);
-    for (const auto& operation : operations) {
-        factory = empty;
-        Hold hold;
-        kit::Gate done;
-        std::jthread holder([&factory, &hold, name = std::string("held")] {
-            t_hold = &hold;
-            factory.createLock(name);
-        });
-        hold.inside.pass();
-        std::jthread second([&] {
-            operation();
-            done.open();
-        });
-        EXPECT_FALSE(done.passWithin(std::chrono::milliseconds(20)));
-        hold.end.open();
-    }
+    const kit::FailingCalls failing("createMutex");
+    EXPECT_THROW(Factory().createLock("a"), std::bad_alloc);
+    EXPECT_THROW(Factory().exists("a"), std::bad_alloc);
+    EXPECT_THROW(Factory().getImpl("a", found), std::bad_alloc);
+    EXPECT_THROW(Factory().getRegisteredLockNames(), std::bad_alloc);
+    EXPECT_THROW(Factory() = Factory(), std::bad_alloc);
 }
 
 TEST(LockFactoryCopy, SharesUsedLocks) {

@@ -30,8 +30,8 @@ struct Guarded {
                 if (!copy.tryReadLock()) copy.readLock();
                 copy.readLock();
                 dawdle(turn);
-                torn += first != second;
                 copy.readUnLock();
+                torn += first != second;
                 copy.readUnLock();
             }
         }

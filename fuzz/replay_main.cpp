@@ -31,7 +31,7 @@ int replayFolder(const char* folder) {
     for (const auto& entry : std::filesystem::recursive_directory_iterator(folder, error)) {
         if (!entry.is_regular_file()) continue;
         if (!replayFile(entry.path())) {
-            std::fprintf(stderr, "%s: cannot be read\n", entry.path().c_str());
+            std::fprintf(stderr, "%s: cannot be read\n", entry.path().string().c_str());
             return -1;
         }
         ++count;

@@ -5,12 +5,21 @@
 
 namespace {
 
-void* allocate(std::size_t size, std::size_t alignment = 1) {
+void* allocate(std::size_t size) {
     if (!kit::AllocationHook::accepts(size)) return nullptr;
-    const std::size_t whole = (size + alignment - 1) / alignment * alignment;
-    void* const memory = alignment <= alignof(std::max_align_t) ? std::malloc(size == 0 ? 1 : size)
-                                                                : std::aligned_alloc(alignment, whole);
+    void* const memory = std::malloc(size == 0 ? 1 : size);
     if (memory != nullptr) ++kit::g_liveAllocations;
+    return memory;
+}
+
+// The address of the block is kept in front of the aligned memory.
+void* allocate(std::size_t size, std::align_val_t alignment) {
+    const auto step = static_cast<std::size_t>(alignment);
+    char* const block = static_cast<char*>(allocate(size + step + sizeof(void*)));
+    if (block == nullptr) return nullptr;
+    const auto first = reinterpret_cast<std::uintptr_t>(block) + sizeof(void*);
+    char* const memory = block + sizeof(void*) + (step - first % step) % step;
+    reinterpret_cast<void**>(memory)[-1] = block;
     return memory;
 }
 
@@ -36,10 +45,10 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     return allocate(size);
 }
 void* operator new(std::size_t size, std::align_val_t alignment) {
-    return throwUnless(allocate(size, static_cast<std::size_t>(alignment)));
+    return throwUnless(allocate(size, alignment));
 }
 void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
-    return allocate(size, static_cast<std::size_t>(alignment));
+    return allocate(size, alignment);
 }
 void operator delete(void* memory) noexcept {
     release(memory);
@@ -54,8 +63,8 @@ void operator delete[](void* memory, std::size_t) noexcept {
     release(memory);
 }
 void operator delete(void* memory, std::align_val_t) noexcept {
-    release(memory);
+    if (memory != nullptr) release(static_cast<void**>(memory)[-1]);
 }
-void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
-    release(memory);
+void operator delete(void* memory, std::size_t, std::align_val_t alignment) noexcept {
+    operator delete(memory, alignment);
 }

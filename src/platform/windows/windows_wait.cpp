@@ -82,7 +82,7 @@ WaitHandle createWaitableTimer(bool manualReset) noexcept {
 // The system counts relative times below 0. "At once" is an absolute time that has passed: after the shortest relative
 // time, a call that cancels the timer could come before its signal.
 bool setWaitableTimer(WaitHandle timer, std::int64_t delay, std::int32_t period) noexcept {
-    if (injectedFault("setWaitableTimer") != 0) return false;
+    if (period < 0 || injectedFault("setWaitableTimer") != 0) return false;
     LARGE_INTEGER due;
     due.QuadPart = delay > 0 ? -delay : 0;
     return SetWaitableTimer(systemHandle(timer), &due, period, nullptr, nullptr, FALSE);

@@ -16,8 +16,7 @@ namespace kit {
 
 namespace platform = KestSupport::platform;
 
-class ServiceFixture : public testing::Test {
-  protected:
+struct ServiceFixture : testing::Test {
     using Manager = platform::ServiceManager;
     using Configuration = platform::ServiceConfiguration;
     using ErrorCode = platform::ErrorCode;

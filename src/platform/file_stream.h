@@ -11,9 +11,9 @@
 namespace KestSupport::platform {
 
 enum class StreamMode {
-    kReadBinary,
-    kWriteText,    ///< created or truncated; a line feed becomes the platform's line end
-    kWriteBinary,  ///< created or truncated; bytes are not changed
+    readBinary,
+    writeText,    ///< created or truncated; a line feed becomes the platform's line end
+    writeBinary,  ///< created or truncated; bytes are not changed
 };
 
 struct StreamCloser {

@@ -41,8 +41,7 @@ struct Shared {
             setEvent(self.event.get());
             self.holdAndRelease(0, 2);
             waitForOne(self.event.get(), 1);
-            const std::string text(static_cast<std::size_t>(100 + self.rounds % 500), 'x');
-            self.rounds += text.empty() ? 0 : 1;
+            self.rounds += std::string(static_cast<std::size_t>(100 + self.rounds % 500), 'x').empty() ? 0 : 1;
         }
         return 0;
     }

@@ -13,8 +13,8 @@
 //   record_file.h     openRecordFile, writeRecords
 //   registry.h        findRegistry, openRegistry, readRegistry
 //   services/         system.h: openFolder, openFile, readFile, writeFile, lockByte, findLock, folderAccess,
-//   makeFolder,
-//                     replaceFile, removeEntry, flush, lockFolder, openNullDevice, installForkHandlers;
+//                     makeFolder, replaceFile, removeEntry, flush, lockFolder, openNullDevice,
+//                     installForkHandlers;
 //                     channel.h: openChannel, connectChannel, takeStandardInput, sendMessage, awaitMessage,
 //                     receiveMessage, peerUser, listen, acceptChannel, makeWakeUp
 //   supervisor.h      connectSupervisor, tellSupervisor

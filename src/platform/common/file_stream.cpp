@@ -7,7 +7,8 @@
 namespace KestSupport::platform {
 namespace {
 
-// Moves bytes until all are moved, and repeats what a signal interrupts; without a buffer the stream counts exactly.
+// Repeats a transfer that a signal interrupts, until all bytes are transferred or it fails. The stream has no buffer,
+// so its counts are exact.
 template <typename Move>
 std::size_t transferWhole(std::FILE* stream, std::size_t size, Move&& move) noexcept {
     for (std::size_t done = 0;;) {

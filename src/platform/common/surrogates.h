@@ -23,7 +23,7 @@ constexpr bool isLowSurrogate(char32_t unit) {
     return (unit & 0xFC00) == 0xDC00;
 }
 
-/// The character of a high and a low surrogate.
+/// Returns the character of a high and a low surrogate.
 constexpr char32_t characterOfPair(char32_t high, char32_t low) {
     return kFirstPairedCharacter + ((high & 0x3FF) << 10) + (low & 0x3FF);
 }

@@ -1,6 +1,6 @@
 // Whole texts as UTF-16 units, by the conversions of platform/text.h.
 //
-// Threads: any thread may call anything here.
+// Threads: any thread may call these functions.
 #pragma once
 
 #include <span>

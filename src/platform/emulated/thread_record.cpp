@@ -15,8 +15,8 @@ namespace {
 
 // Ids increase, and ids in use are skipped. So an id is used again after 2^31 further threads at the earliest.
 //   odd    the thread is in the table
-//   even   the last destructors of the thread run, or the system does not report the end of the thread; in the second
-//   case, what the thread owns at its end is never abandoned
+//   even   the last destructors of the thread run, or the system does not report the end of the thread. In the second
+//          case, what the thread owns at its end is never abandoned
 constinit std::atomic<std::uint32_t> g_lastId{0};
 
 constexpr std::size_t kBucketCount = 256;

@@ -352,8 +352,8 @@ std::uint32_t waitForOne(WaitHandle object, std::uint32_t timeout) noexcept {
         }
     } else if (object->kind == Kind::autoEvent) {
         // Tries the most common state without a look: a load would wait for the locked instruction of a set just
-        // before, and the locked instruction of this call for the load. Gain: 17 ns for a set and a wait
-        // (bench/internal, events/platform set and wait).
+        // before, and the locked instruction of this call for the load. A set and a wait take 17 ns (bench/internal,
+        // events/platform set and wait).
         std::uint32_t word = WaitObject::kSignalled;
         if (object->word.compare_exchange_strong(word, 0, std::memory_order_acq_rel, std::memory_order_relaxed)) {
             return kWaitObject0;

@@ -31,10 +31,9 @@
 //   not yet   free     the waiting thread sees it and takes the mutex
 //   linked    taken    the releasing thread sees the link and offers the mutex under the dispatcher lock
 //   linked    free     both; the offer finds the queue empty or the mutex taken, and does nothing
-//   not yet   taken    the barrier excludes this. If the system has refused the barrier, the releasing threads change
-//   to
-//                      their own barriers. A release that began before the change is found by the waiting thread, which
-//                      looks at the owner again after kDrainTime
+//   not yet   taken    the barrier excludes this. If the system has refused it, the releasing threads change to their
+//                      own barriers. A release that began before the change is found by the waiting thread, which looks
+//                      at the owner again after kDrainTime
 //
 // A waiting thread is queued on all of its objects, with one link for each. The thread that signals an object decides
 // under the dispatcher lock which waits the signal satisfies. It consumes the objects for those waits, unlinks them and

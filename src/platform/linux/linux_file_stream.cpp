@@ -25,7 +25,7 @@ Stream refuse(int descriptor, int error) noexcept {
 }  // namespace
 
 Stream openStream(const char* name, StreamMode mode) noexcept {
-    const bool reading = mode == StreamMode::kReadBinary;
+    const bool reading = mode == StreamMode::readBinary;
     const int flags = O_CLOEXEC | (reading ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC);
     const mode_t permissions = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
     const int descriptor = systemCall("openStream", [&] { return ::open(name, flags, permissions); });

@@ -74,7 +74,7 @@ struct LockedStream {
     }
 };
 
-enum : std::size_t { kOutput, kErrors, kInput };
+enum StreamIndex : std::size_t { output, errors, input };
 constinit std::array<LockedStream, 3> g_streams{};  // written when the library is loaded
 
 // Runs when the library is loaded, since no thread may be terminated during the search while it holds a lock.
@@ -94,7 +94,7 @@ constinit std::array<LockedStream, 3> g_streams{};  // written when the library 
 }  // namespace
 
 bool mayHoldRuntimeLock(const void* context) noexcept {
-    if (g_streams[kOutput].isHeldByCaller() || g_streams[kErrors].isHeldByCaller()) return true;
+    if (g_streams[output].isHeldByCaller() || g_streams[errors].isHeldByCaller()) return true;
 #if defined(__x86_64__)
     // ThreadSanitizer delivers signals at safe places only.
     if (kSanitizerDefersSignals) return false;

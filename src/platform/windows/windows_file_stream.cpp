@@ -17,11 +17,11 @@ struct OpenMode {
 OpenMode openMode(StreamMode mode) noexcept {
     constexpr int kTruncate = _O_WRONLY | _O_CREAT | _O_TRUNC;
     switch (mode) {
-        case StreamMode::kReadBinary:
+        case StreamMode::readBinary:
             return {_O_RDONLY | _O_BINARY, L"rb"};
-        case StreamMode::kWriteText:
+        case StreamMode::writeText:
             return {kTruncate | _O_TEXT, L"wt"};
-        case StreamMode::kWriteBinary:
+        case StreamMode::writeBinary:
             break;
     }
     return {kTruncate | _O_BINARY, L"wb"};

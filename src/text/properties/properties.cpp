@@ -213,7 +213,7 @@ bool KestProperties<StringType>::saveProperties(const std::string& fileName) {
 template <typename StringType>
 bool KestProperties<StringType>::loadPropertiesImpl(const std::string& fileName, CharType separator) {
     internal::logRecord(kFileOperationLevel, kLoading, fileName);
-    const platform::Stream stream = platform::openStream(fileName.c_str(), platform::StreamMode::kReadBinary);
+    const platform::Stream stream = platform::openStream(fileName.c_str(), platform::StreamMode::readBinary);
     if (stream == nullptr) {
         internal::logRecord(kFileOperationLevel, kCannotOpenToLoad, fileName);
         return false;

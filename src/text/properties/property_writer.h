@@ -18,7 +18,7 @@ enum class FileEncoding {
 
 /// The mode in which to open the file: only 8-bit text has its line feeds translated.
 inline platform::StreamMode streamMode(FileEncoding encoding) {
-    return encoding == FileEncoding::kBytes ? platform::StreamMode::kWriteText : platform::StreamMode::kWriteBinary;
+    return encoding == FileEncoding::kBytes ? platform::StreamMode::writeText : platform::StreamMode::writeBinary;
 }
 
 /// CharType is char or unsigned short. Wide text for kBytes has an 8-bit form.

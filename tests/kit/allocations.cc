@@ -12,7 +12,7 @@ void* allocate(std::size_t size) {
     return memory;
 }
 
-// The address of the block is kept in front of the aligned memory.
+// The address of the block is stored before the aligned memory.
 void* allocate(std::size_t size, std::align_val_t alignment) {
     const auto step = static_cast<std::size_t>(alignment);
     char* const block = static_cast<char*>(allocate(size + step + sizeof(void*)));

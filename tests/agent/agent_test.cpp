@@ -67,7 +67,7 @@ TEST(Agent, RefusesBadInput) {
         {"memory.limit=5%\r\n", "settings file s: memory.limit: \"5%\"" + kLimit},
         {"process.limit=-1\n", "settings file s: process.limit: \"-1\"" + kLimit},
         {"process.limit=+1\n", "settings file s: process.limit: \"+1\"" + kLimit},
-        {"process.limit=1e\n", "settings file s: process.limit: \"1e\"" + kLimit},
+        {"process.limit=1.2.3\n", "settings file s: process.limit: \"1.2.3\"" + kLimit},
         {"log.level.Disk=-2\n", "settings file s: log.level.Disk: \"-2\"" + kWhole + "-1 to 9"},
         {"agent.version=0.9,{2-3}\n",
          "settings file s: agent.version: \"0.9,{2-3}\" is not for this version of kest-agent, 1.0.0"},
@@ -94,7 +94,7 @@ TEST(Agent, RefusesBadInput) {
     };
     for (const auto& [text, line] : settings) {
         folder.write("s", text);
-        check({"--settings", "s"}, line);
+        check({"--settings", "s", "-n1"}, line);
     }
 }
 

@@ -1,3 +1,4 @@
+// Tests KestEventTimerThread: the pace of its loop, its end, and firings that threads share.
 #include "support/event_timer_thread.h"
 
 #include <functional>
@@ -9,7 +10,7 @@ namespace {
 
 using namespace KestSupport;
 
-struct Dependent : KestDependent {
+struct ThrowsOnSecondCall : KestDependent {
     void handleNotification(KestCollaborator&, const KestNotification&) override {
         if (++calls == 2) throw 7;
     }
@@ -23,12 +24,12 @@ struct Worker : KestEventTimerThread {
     const std::function<void()> m_work;
 };
 
-TEST(EventTimerThread, HandlesOneFiringAtATimeUntilItIsDestroyed) {
-    const std::string place = "KestEventTimerThread::~KestEventTimerThread: ";
-    const std::string entering = place + "entering", exiting = place + "exiting";
+TEST(EventTimerThread, HandlesOneFiringAtATime) {
+    const std::string prefix = "KestEventTimerThread::~KestEventTimerThread: ";
+    const std::string entering = prefix + "entering", exiting = prefix + "exiting";
     const kit::LogCapture log;
     KestTimer timer;
-    Dependent dependent;
+    ThrowsOnSecondCall dependent;
     kit::Gate entered, go;
     std::atomic<int> handled{0};
     {
@@ -51,13 +52,13 @@ TEST(EventTimerThread, HandlesOneFiringAtATimeUntilItIsDestroyed) {
         timer.addDependent(dependent);
     }
     EXPECT_EQ(dependent.calls, 1);
-    EXPECT_EQ(log.messages(), (std::vector{entering, place + "setting exit event", place + "waiting for thread to exit",
-                                           exiting, entering, exiting}));
+    EXPECT_EQ(log.messages(), (std::vector{entering, prefix + "setting exit event",
+                                           prefix + "waiting for thread to exit", exiting, entering, exiting}));
 }
 
-TEST(EventTimerThread, EndsAlsoWhenItsWorkThrowsOrItsLastSignalIsLost) {
+TEST(EventTimerThread, EndsAfterExceptionsAndLostSignals) {
     KestTimer timer;
-    Dependent dependent;
+    ThrowsOnSecondCall dependent;
     std::atomic<int> handled{0};
     Worker informed(timer, [] {}), throwing(timer, [] { throw 7; });
     informed.setWorkInfo(new KestWorkInformation);
@@ -73,11 +74,14 @@ TEST(EventTimerThread, EndsAlsoWhenItsWorkThrowsOrItsLastSignalIsLost) {
     timer.addDependent(dependent);
 }
 
-TEST(EventTimerThread, SharesOneFiringAtMostWhenItEndsWhileItWorks) {
+TEST(EventTimerThread, SharesOneFiringWhenItEndsDuringWork) {
     KestTimer timer;
     kit::Gate entered, release;
     std::atomic<int> shared{0};
-    auto busy = std::make_unique<Worker>(timer, [&] { entered.open(), release.pass(); });
+    auto busy = std::make_unique<Worker>(timer, [&] {
+        entered.open();
+        release.pass();
+    });
     busy->start();
     timer.set();
     entered.pass();
@@ -85,7 +89,8 @@ TEST(EventTimerThread, SharesOneFiringAtMostWhenItEndsWhileItWorks) {
     other.start();
     std::thread destroyer([&] { busy.reset(); });
     kit::await([&] { return shared == 1; });
-    EXPECT_EQ(timer.wait(350), -2);
+    constexpr int kThreeRepetitions = 350;  // milliseconds
+    EXPECT_EQ(timer.wait(kThreeRepetitions), -2);
     release.open();
     destroyer.join();
     EXPECT_EQ(shared, 1);

@@ -1,4 +1,7 @@
+// Tests the bases of queues: the sentinel, the event that acts with the mutex, and what serves without them.
 #include "support/producer_consumer.h"
+
+#include <functional>
 
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
@@ -8,6 +11,9 @@ namespace {
 
 using namespace KestSupport;
 using namespace std::chrono_literals;
+
+constexpr auto kNotYet = 30ms;
+constexpr auto kLong = 10min;
 
 struct Queue : KestBaseSynchronizedQueue {
     void clear() override {
@@ -23,8 +29,9 @@ struct Exchange : KestBaseProducerConsumer {
     using KestBaseProducerConsumer::m_sentinel;
     using KestBaseProducerConsumer::unlockSyncMutex;
 
-    // Whether a thread that waits is let go within the time, by a sentinel if wanted.
-    bool passesWithin(std::chrono::milliseconds time, bool sentinel = false, bool emptyQueue = false) {
+    // Returns whether a waiting thread passes within the time after the call of `produce`.
+    bool passesWithin(
+        std::chrono::milliseconds time, const std::function<void()>& produce = [] {}) {
         kit::Gate locked, passed;
         const std::jthread waiter([&] {
             lockSyncMutex();
@@ -36,44 +43,46 @@ struct Exchange : KestBaseProducerConsumer {
             unlockSyncMutex();
         });
         locked.pass();
-        if (emptyQueue) {
-            EXPECT_THROW(produceSentinel(true), int);
-        } else if (sentinel) {
-            produceSentinel(false);
-        }
+        produce();
         const bool result = passed.passWithin(time);
         if (!result) setSyncEvent();
         return result;
     }
+    bool passesWhenCleared() {
+        return passesWithin(kLong, [&] { EXPECT_THROW(produceSentinel(true), int); });
+    }
 };
 
-TEST(ProducerConsumer, ASentinelSignalsEachTimeAndTheWaiterThatIsLetGoResetsIt) {
-    const std::string place = "KestBaseProducerConsumer::produceSentinel: ";
-    const std::string waiting = place + "waiting for lock", adding = place + "adding sentinel";
+TEST(ProducerConsumer, WakesOneWaitForEachSentinel) {
+    const std::string prefix = "KestBaseProducerConsumer::produceSentinel: ";
+    const std::string waiting = prefix + "waiting for lock", adding = prefix + "adding sentinel";
     const kit::LogCapture log;
     Queue queue;
     Exchange exchange(queue);
-    EXPECT_FALSE(exchange.m_sentinel || exchange.passesWithin(30ms));
-    EXPECT_TRUE(exchange.passesWithin(10min, true));
-    EXPECT_TRUE(exchange.m_sentinel && queue.cleared == 0);
-    EXPECT_FALSE(exchange.passesWithin(30ms));
-    EXPECT_TRUE(exchange.passesWithin(10min, true, true)) << "even when the queue cannot be cleared";
-    EXPECT_TRUE(exchange.m_sentinel && queue.cleared == 1);
+    EXPECT_FALSE(exchange.passesWithin(kNotYet));
+    EXPECT_FALSE(exchange.m_sentinel);
+    EXPECT_TRUE(exchange.passesWithin(kLong, [&] { exchange.produceSentinel(false); }));
+    EXPECT_TRUE(exchange.m_sentinel);
+    EXPECT_EQ(queue.cleared, 0);
+    EXPECT_FALSE(exchange.passesWithin(kNotYet));
+    EXPECT_TRUE(exchange.passesWhenCleared()) << "even when clear throws";
+    EXPECT_EQ(queue.cleared, 1);
     exchange.produceSentinel(false);
-    EXPECT_TRUE(exchange.passesWithin(10min)) << "the signal stays";
+    EXPECT_TRUE(exchange.passesWithin(kLong)) << "the signal stays";
     EXPECT_EQ(log.messages(),
-              (std::vector{waiting, adding, waiting, adding, place + "clearing queue", waiting, adding}));
+              (std::vector{waiting, adding, waiting, adding, prefix + "clearing queue", waiting, adding}));
 }
 
-TEST(ProducerConsumer, AThreadMayTakeTheMutexWithinItsOwnRecord) {
+TEST(ProducerConsumer, LocksInsideAnOpenRecord) {
+    constexpr int kRounds = 10'000;
     const kit::LogCapture log;
     Queue queue;
     Exchange exchange(queue);
     const std::jthread closing([&] {
-        for (int i = 0; i < 10'000; ++i)
+        for (int i = 0; i < kRounds; ++i)
             exchange.produceSentinel(false);
     });
-    for (int i = 0; i < 10'000; ++i) {
+    for (int i = 0; i < kRounds; ++i) {
         log.getInstance() << setloglevel(9) << "a record";
         exchange.lockSyncMutex();
         exchange.unlockSyncMutex();
@@ -81,12 +90,12 @@ TEST(ProducerConsumer, AThreadMayTakeTheMutexWithinItsOwnRecord) {
     }
 }
 
-TEST(ProducerConsumer, WithoutMutexOrEventTheQueuesLockServes) {
+TEST(ProducerConsumer, UsesTheQueuesLockWithoutMutexOrEvent) {
     for (const char* refused : {"createMutex", "createEvent"}) {
         Queue queue;
         queue.getLock().unwind();
         const kit::FailingCalls failing(refused);
-        EXPECT_TRUE(Exchange(queue).passesWithin(10min, true, true));
+        EXPECT_TRUE(Exchange(queue).passesWhenCleared());
     }
 }
 

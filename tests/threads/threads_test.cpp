@@ -1,28 +1,28 @@
+// Tests KestThread: its life and results, waits, the end by force, and the end of the object.
 #include "support/threads.h"
 
 #include <pthread.h>
 
-#include <fstream>
 #include <functional>
 
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
+#include "platform/thread.h"
+#include "support/locks.h"
+#include "threads/function_work.h"
 
 namespace KestSupport {
 namespace {
 
-class Work : public KestThread {
-  public:
+constexpr int kEnded = 0, kNotRunning = 128, kTimedOut = 258, kSetTimedOut = -2, kFailed = -1, kNoResult = -1;
+
+struct Work : KestThread {
     explicit Work(std::function<int()> work, std::atomic<int>* destroyed = nullptr)
-        : m_work(std::move(work)), m_destroyed(destroyed) {}
-    ~Work() override { m_destroyed != nullptr ? ++*m_destroyed : (waitForThreadExit(), 0); }
-
-  protected:
-    int run() override { return m_work(); }
-
-  private:
-    std::function<int()> m_work;
-    std::atomic<int>* m_destroyed;
+        : KestThread(new kit::FunctionWork(std::move(work))), m_destroyed(destroyed) {}
+    ~Work() override {
+        if (m_destroyed != nullptr) ++*m_destroyed;
+    }
+    std::atomic<int>* const m_destroyed;
 };
 
 [[noreturn]] int spin(kit::Gate& spins) {
@@ -38,17 +38,21 @@ struct DoneRecorder : KestDependent {
         exitCodeBefore = thread.getExitCode();
         exitCode = dynamic_cast<const KestThread::ThreadDone&>(notification).m_exitCode;
         ++calls;
+        if (onDone) onDone();
     }
+    std::function<void()> onDone;
     std::atomic<int> calls{0}, exitCode{-2}, exitCodeBefore{-2};
 };
 
-TEST(KestThreads, LiveFromStartToTheEndOfTheirRunAndStandStillWhenStopped) {
-    std::atomic<bool> running{false}, end{false};
-    std::atomic<int> ids{KestThread::getCurrentThreadId()};
+TEST(Thread, RunsOnceAndPausesWhenStopped) {
+    kit::Gate running;
+    std::atomic<bool> end{false};
+    int id = 0;
     DoneRecorder done;
     Work thread([&] {
-        ids -= KestThread::getCurrentThreadId();
-        for (running = true; !end;)
+        id = KestThread::getCurrentThreadId();
+        running.open();
+        while (!end)
             std::this_thread::yield();
         return 5;
     });
@@ -60,37 +64,37 @@ TEST(KestThreads, LiveFromStartToTheEndOfTheirRunAndStandStillWhenStopped) {
         EXPECT_FALSE(thread.isAlive());
     }
     EXPECT_EQ(thread.getHandle(), nullptr);
-    EXPECT_EQ(thread.getExitCode(), -1);
-    EXPECT_EQ(thread.wait(-1), 128);
+    EXPECT_EQ(thread.getExitCode(), kNoResult);
+    EXPECT_EQ(thread.wait(-1), kNotRunning);
     EXPECT_FALSE(thread.setPriority(KestThread::NORMAL));
     thread.waitForThreadExit();
     thread.start();
     EXPECT_TRUE(thread.isAlive());
-    EXPECT_EQ(thread.getExitCode(), -1);
+    EXPECT_EQ(thread.getExitCode(), kNoResult);
     EXPECT_TRUE(thread.setPriority(KestThread::IDLE));
     {
         const kit::FailingCalls failing("setThreadPriority", 1, true, EPERM);
         EXPECT_FALSE(thread.setPriority(static_cast<KestThread::t_Priority>(9)));
     }
-    kit::await([&] { return running.load(); });
+    running.pass();
     thread.stop();
     end = true;
-    EXPECT_EQ(thread.wait(20), 258);
+    EXPECT_EQ(thread.wait(20), kTimedOut);
     thread.start();
-    EXPECT_EQ(thread.wait(-1) % 128, 0) << "0, or 128 when the run has ended already";
+    EXPECT_EQ(thread.wait(-1) % kNotRunning, kEnded) << "0, or 128 when the run has ended already";
     thread.waitForThreadExit();
-    EXPECT_EQ(thread.wait(-1), 128);
+    EXPECT_EQ(thread.wait(-1), kNotRunning);
     EXPECT_EQ(thread.getExitCode(), 5);
-    EXPECT_NE(ids, 0) << "each thread has an id of its own";
+    EXPECT_NE(id, KestThread::getCurrentThreadId());
     EXPECT_TRUE(thread.isAlive());
     EXPECT_EQ(done.exitCode, 5);
-    EXPECT_EQ(done.exitCodeBefore, -1) << "dependents hear of the end before the exit code is set";
+    EXPECT_EQ(done.exitCodeBefore, kNoResult) << "dependents are notified before the exit code is set";
     thread.start();
-    EXPECT_EQ(thread.wait(0), 128);
-    EXPECT_EQ(done.calls, 1) << "a thread runs once";
+    EXPECT_EQ(thread.wait(0), kNotRunning);
+    EXPECT_EQ(done.calls, 1);
 }
 
-TEST(KestThreads, TheRightRunIsCalled) {
+TEST(Thread, CallsTheRunForItsWork) {
     struct Both : KestThread {
         ~Both() override { waitForThreadExit(); }
         using KestThread::KestThread;
@@ -101,18 +105,15 @@ TEST(KestThreads, TheRightRunIsCalled) {
         int run(KestWorkInformation&) override { return 3; }
         int run() override { return 4; }
     };
-    for (const bool runnable : {false, true}) {
-        for (const bool information : {false, true}) {
-            const KestSmartPointer<KestThread::KestRunnable> work(runnable ? new Runnable : nullptr);
-            Both thread(work);
-            if (information) thread.setWorkInfo(new KestWorkInformation);
-            thread.start();
-            thread.waitForThreadExit();
-            EXPECT_EQ(thread.getExitCode(), (runnable ? 3 : 1) + (information ? 0 : 1));
-        }
+    for (const int expected : {1, 2, 3, 4}) {
+        const KestSmartPointer<KestThread::KestRunnable> work(expected > 2 ? new Runnable : nullptr);
+        Both thread(work);
+        if (expected % 2 == 1) thread.setWorkInfo(new KestWorkInformation);
+        thread.start();
+        thread.waitForThreadExit();
+        EXPECT_EQ(thread.getExitCode(), expected);
     }
-    const std::function<int()> withoutResult[] = {[]() -> int { throw 7; }, []() -> int { pthread_exit(nullptr); }};
-    for (const auto& work : withoutResult) {
+    for (const auto work : {+[]() -> int { throw 7; }, +[]() -> int { pthread_exit(nullptr); }}) {
         DoneRecorder done;
         Work thread(work);
         thread.addDependent(done);
@@ -124,20 +125,15 @@ TEST(KestThreads, TheRightRunIsCalled) {
     }
 }
 
-TEST(KestThreads, AWaitDuringStartAndKillSeesACompleteThreadOrNone) {
-    struct Endless : KestThread::KestRunnable {
-        int run() override {
-            for (std::atomic<int> i{0};; ++i) {
-            }
-        }
-    };
+TEST(Thread, IsCompleteOrAbsentDuringStartAndKill) {
     std::atomic<bool> end{false};
     std::atomic<int> results{0};
-    KestThread thread(new Endless);
+    kit::Gate spins;
+    Work thread([&] { return spin(spins); });
     std::thread waiter([&] {
         for (int round = 0; !end; ++round) {
             const int result = thread.wait(round % 16 == 0 ? -1 : 0);
-            results |= result == 258 ? 0 : result;
+            if (result != kTimedOut) results |= result;
             if (round % 16 == 1) thread.waitForThreadExit();
             if (round % 16 == 2) thread.setPriority(KestThread::LOWEST);
         }
@@ -148,49 +144,28 @@ TEST(KestThreads, AWaitDuringStartAndKillSeesACompleteThreadOrNone) {
     }
     end = true;
     waiter.join();
-    EXPECT_EQ(results & ~128, 0) << "0 and 128 only";
+    EXPECT_EQ(results & ~kNotRunning, kEnded) << "0 and 128 only";
 }
 
-TEST(KestThreads, ItsLastReferenceMayEndInItsDoneHandler) {
-    struct Releaser : DoneRecorder {
-        void handleNotification(KestCollaborator& sender, const KestNotification& notification) override {
-            DoneRecorder::handleNotification(sender, notification);
-            held = nullptr;
-            released.open();
-        }
-        KestSmartPointer<KestThread> held;
-        kit::Gate released;
-    } releaser;
+TEST(Thread, MayLoseItsLastReferenceInItsDoneHandler) {
+    kit::Gate released;
     std::atomic<int> destroyed{0};
-    DoneRecorder later;
-    releaser.held = new Work([] { return 3; }, &destroyed);
-    for (KestDependent* const dependent : {static_cast<KestDependent*>(&releaser), static_cast<KestDependent*>(&later)})
-        releaser.held->addDependent(*dependent);
-    releaser.held->start();
-    releaser.released.pass();
+    DoneRecorder releaser, later;
+    KestSmartPointer<KestThread> held(new Work([] { return 3; }, &destroyed));
+    releaser.onDone = [&] {
+        held = nullptr;
+        released.open();
+    };
+    held->addDependent(releaser);
+    held->addDependent(later);
+    held->start();
+    released.pass();
     EXPECT_EQ(destroyed, 1);
     EXPECT_EQ(releaser.exitCode, 3);
     EXPECT_EQ(later.calls, 0);
 }
 
-TEST(KestThreads, ADestroyedThreadReturnsItsStack) {
-    const auto run = [] {
-        KestThread thread;
-        thread.start();
-    };
-    const auto pages = [] {
-        long size = 0;
-        std::ifstream("/proc/self/statm") >> size;
-        return size;
-    };
-    run();
-    const long before = pages();
-    for (int i = 0; i < 40; ++i)
-        run();
-    EXPECT_LT(pages() - before, 20 * 2048L) << "the stacks of 20 threads";
-}
-
-TEST(KestThreads, AKilledThreadTellsNobodyAndHoldsNothing) {
+TEST(Thread, SendsAndHoldsNothingWhenKilled) {
     DoneRecorder done;
     KestCriticalSectionObject held;
     kit::Gate running;
@@ -208,7 +183,7 @@ TEST(KestThreads, AKilledThreadTellsNobodyAndHoldsNothing) {
     }
     thread.kill();
     EXPECT_FALSE(thread.isAlive());
-    EXPECT_EQ(thread.wait(-1), 128);
+    EXPECT_EQ(thread.wait(-1), kNotRunning);
     EXPECT_EQ(done.calls, 0);
     thread.waitForThreadExit();
     held.lock();
@@ -217,7 +192,7 @@ TEST(KestThreads, AKilledThreadTellsNobodyAndHoldsNothing) {
     thread.kill();
 }
 
-TEST(KestThreads, MarksDecideWhatTheEndAndTheDestructorDo) {
+TEST(Thread, EndsAsItIsMarked) {
     std::atomic<int> destroyed{0};
     for (const int count : {1, 2}) {
         auto* const dying = new Work([] { return 0; }, &destroyed);
@@ -235,44 +210,41 @@ TEST(KestThreads, MarksDecideWhatTheEndAndTheDestructorDo) {
     }
     EXPECT_EQ(destroyed, 3);
     const kit::FailingCalls failing("interruptThread", 1, true, EPERM);
-    struct Slow : KestThread::KestRunnable {
-        int run() override {
+    kit::Gate entered;
+    std::atomic<bool> ended{false};
+    {
+        Work unreachable([&] {
             entered.open();
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            platform::sleepThread(20);
             ended = true;
             return 0;
-        }
-        kit::Gate entered;
-        std::atomic<bool> ended{false};
-    };
-    const KestSmartPointer<Slow> slow(new Slow);
-    {
-        KestThread unreachable(slow.get());
+        });
         unreachable.setMarkForKill();
         unreachable.start();
-        slow->entered.pass();
+        entered.pass();
     }
-    EXPECT_TRUE(slow->ended) << "the destructor waits for what it cannot kill";
+    EXPECT_TRUE(ended) << "the destructor waits for a thread that it cannot kill";
 }
 
-TEST(KestThreads, AreWaitedForInSets) {
+TEST(Thread, IsWaitedForInSets) {
+    constexpr std::chrono::minutes kLong(10);
     kit::Gate ends[2];
-    Work threads[] = {Work([&] { return ends[0].pass(), 0; }), Work([&] { return ends[1].pass(), 0; })};
+    Work threads[] = {Work([&] { return ends[0].passWithin(kLong); }), Work([&] { return ends[1].passWithin(kLong); })};
     std::vector<KestThread*> set{&threads[0], &threads[1]}, none;
-    EXPECT_EQ(KestThread::wait(set, false, 0), -1) << "none of them has a thread yet";
+    EXPECT_EQ(KestThread::wait(set, false, 0), kFailed) << "no thread is started";
     for (auto* thread : set)
         thread->start();
-    EXPECT_EQ(KestThread::wait(set, false, 10), -2);
+    EXPECT_EQ(KestThread::wait(set, false, 10), kSetTimedOut);
     ends[1].open();
     EXPECT_EQ(KestThread::wait(set, false, -1), 1);
-    EXPECT_EQ(KestThread::wait(set, true, 10), -2);
+    EXPECT_EQ(KestThread::wait(set, true, 10), kSetTimedOut);
     ends[0].open();
-    EXPECT_EQ(KestThread::wait(set, true, -1), 0);
-    EXPECT_EQ(KestThread::wait(none, true, 0), -1);
+    EXPECT_EQ(KestThread::wait(set, true, -1), kEnded);
+    EXPECT_EQ(KestThread::wait(none, true, 0), kFailed);
     KestThread row[2];
     for (auto& thread : row)
         thread.start();
-    EXPECT_EQ(KestThread::wait(2, row, true, -1), 0);
+    EXPECT_EQ(KestThread::wait(2, row, true, -1), kEnded);
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+// Tests KestTimer: intervals, passes, stopping, clocks that are set, threads that fail, and the order of the list.
 #include "support/timers.h"
 
 #include <algorithm>
@@ -13,6 +14,7 @@
 #include "kit/gate.h"
 #include "platform/clock.h"
 #include "platform/thread.h"
+#include "threads/function_work.h"
 #include "threads/timer_deferral.h"
 #include "threads/timer_manager.h"
 
@@ -26,6 +28,7 @@ constexpr int kSignalled = 0;
 constexpr int kTimedOut = -2;
 constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
 constexpr std::int32_t kLeast = std::numeric_limits<std::int32_t>::min();
+constexpr std::int32_t kOverdue = -5;  // seconds; with a second in milliseconds the timer is due at once
 
 // A timer that is its own dependent. It allocates nothing while it fires, since a killed thread frees nothing.
 struct Probe : KestTimer, KestDependent {
@@ -45,12 +48,12 @@ struct Probe : KestTimer, KestDependent {
     KestEventNotification m_notification;
 };
 
-bool hang(kit::Gate& hangs) {
+[[noreturn]] void hang(kit::Gate& hangs) {
     for (hangs.open();; platform::sleepThread(1000)) {
     }
 }
 
-TEST(Timers, FireAfterTheirIntervalAndNotBefore) {
+TEST(Timer, FiresAfterItsInterval) {
     const struct {
         std::int32_t seconds, milliseconds;
         Clock::duration atLeast;
@@ -66,8 +69,7 @@ TEST(Timers, FireAfterTheirIntervalAndNotBefore) {
         EXPECT_GE(Clock::now() - before, row.atLeast) << row.seconds << " s " << row.milliseconds << " ms";
         EXPECT_EQ(timer.wait(0), kTimedOut);
     }
-
-    // Its interval is over before its second begins: no thread after thread until then.
+    // Its interval ends before its second begins. One thread waits for that, not one after another.
     KestTimerManager::cancelWait();
     const kit::FailingCalls counted("createThread", kMost);
     timer.start(1, -999, true);
@@ -76,20 +78,21 @@ TEST(Timers, FireAfterTheirIntervalAndNotBefore) {
     EXPECT_EQ(late.wait(0), kTimedOut);
 }
 
-TEST(Timers, HoldTheNormalisedIntervalAndStartOnlyWithAPositivePart) {
+TEST(Timer, NormalisesItsInterval) {
+    static_assert(std::is_constructible_v<KestTimer, int, bool> && !std::is_constructible_v<KestTimer, int, int>);
+    using Interval = std::pair<std::int32_t, std::int32_t>;
     struct Recorder : KestTimer {
         using KestTimer::KestTimer;
         void start(std::int32_t seconds, std::int32_t milliseconds, bool) override {
             interval = {seconds, milliseconds};
         }
-        std::pair<std::int32_t, std::int32_t> interval;
+        Interval interval;
     };
-    const std::pair<std::int32_t, std::int32_t> rows[][2] = {
-        {{0, -300}, {0, -300}}, {{1, -1300}, {0, -300}},        {{-4, 2000}, {-2, 0}},
-        {{7, 2999}, {9, 999}},  {{kLeast, -1000}, {kLeast, 0}}, {{kMost, kMost}, {kMost, 647}}};
+    const Interval rows[][2] = {{{0, -300}, {0, -300}}, {{1, -1300}, {0, -300}},        {{-4, 2000}, {-2, 0}},
+                                {{7, 2999}, {9, 999}},  {{kLeast, -1000}, {kLeast, 0}}, {{kMost, kMost}, {kMost, 647}}};
     for (const auto& [given, normalised] : rows) {
         Recorder recorder(given.first, given.second, true);
-        recorder.reset();  // through the table
+        recorder.reset();  // calls start
         EXPECT_EQ(recorder.interval, normalised);
         if (normalised.first > 0) continue;
         KestTimer timer;
@@ -99,12 +102,13 @@ TEST(Timers, HoldTheNormalisedIntervalAndStartOnlyWithAPositivePart) {
     }
 }
 
-TEST(Timers, FireUntilTheyAreStoppedOrSaySoInsideTheirOwnFiring) {
+TEST(Timer, FiresUntilItIsStopped) {
     Probe timer;
     KestTimer other;
     std::atomic<int> asked{0};
-    const std::function<bool()> startElsewhere = [&] {
-        std::thread([&] { other.start(60, 0, true); }).join();  // asking must not hold a lock
+    const std::function<bool()> askElsewhere = [&] {
+        std::thread([&] { other.start(60, 0, true); }).join();  // isOneShot is called without a lock
+        if (timer.fired == 2 && !timer.KestTimer::isOneShot()) timer.stop();
         return ++asked == 3;
     };
     const auto expectThreeFirings = [&](bool oneShot, std::function<void()> onFire, std::function<bool()> onAsk) {
@@ -123,20 +127,20 @@ TEST(Timers, FireUntilTheyAreStoppedOrSaySoInsideTheirOwnFiring) {
         false, [&] { timer.fired == 3 ? timer.stop() : void(); }, nullptr);
     expectThreeFirings(
         true, [&] { timer.fired < 3 ? timer.start(40, true) : void(); }, nullptr);
-    expectThreeFirings(true, nullptr, startElsewhere);
-    expectThreeFirings(false, nullptr, [&] { return timer.fired == 2 ? (timer.stop(), false) : startElsewhere(); });
+    expectThreeFirings(true, nullptr, askElsewhere);
+    expectThreeFirings(false, nullptr, askElsewhere);
 }
 
-TEST(Timers, OfOneSecondFireInOnePassTheLastStartedFirst) {
-    Probe first, second, inside;
+TEST(Timer, FiresTheLastStartedOfASecondFirst) {
+    Probe first, second, overdue;
     std::vector<std::pair<char, std::thread::id>> fired;
     const auto note = [&](char name) { return [&, name] { fired.emplace_back(name, std::this_thread::get_id()); }; };
     first.onFire = note('1');
-    inside.onFire = note('i');
+    overdue.onFire = note('o');
     second.onFire = [&] {
         note('2')();
-        inside.start(1, true);
-        throw 1;  // nobody's: the pass goes on
+        overdue.start(kOverdue, 1000, true);
+        throw 1;  // dropped: the pass continues
     };
     for (std::time_t now = 0; now != std::time(nullptr);) {
         now = std::time(nullptr);
@@ -144,65 +148,50 @@ TEST(Timers, OfOneSecondFireInOnePassTheLastStartedFirst) {
         second.start(1, 0, true);
     }
     EXPECT_EQ(first.wait(-1), kSignalled);
-    first.stop();  // returns when the pass is over
+    first.stop();  // returns after the firing
     const std::thread::id pass = fired.front().second, here = std::this_thread::get_id();
     EXPECT_NE(pass, here);
-    EXPECT_EQ(fired, (std::vector<std::pair<char, std::thread::id>>{{'2', pass}, {'i', pass}, {'1', pass}}));
+    EXPECT_EQ(fired, (std::vector<std::pair<char, std::thread::id>>{{'2', pass}, {'o', pass}, {'1', pass}}));
 
-    // What is due already fires before the call returns, unless the thread defers it.
-    first.start(-5, 1000, true);
-    EXPECT_EQ(first.wait(0), kSignalled);
-    EXPECT_EQ(fired.back().second, here);
+    // A due timer fires on the calling thread, unless a pass is under way or the thread defers it.
+    const auto fire = [&] {
+        first.start(kOverdue, 1000, true);
+        EXPECT_EQ(first.wait(-1), kSignalled);
+        first.stop();
+        return fired.back().second;
+    };
+    kit::await([&] { return fire() == here; });
     const KestTimerDeferral deferral;
-    first.start(-5, 1000, true);
-    EXPECT_EQ(first.wait(-1), kSignalled);
-    EXPECT_NE(fired.back().second, here);
+    EXPECT_NE(fire(), here);
 }
 
-TEST(Timers, AreDestroyedOnlyAfterAFiringElsewhereForWhichNothingElseWaits) {
-    kit::Gate firing, release, done;
-    std::atomic<bool> over{false};
-    Probe dependent;
-    dependent.onFire = [&] {
+TEST(Timer, WaitsInStopForAFiringElsewhere) {
+    Probe timer;
+    KestTimer other;
+    kit::Gate firing, release, stopped;
+    timer.onFire = [&] {
         firing.open();
         release.pass();
-        over = true;
+        if (timer.fired == 1) timer.start(0, 1, true);
     };
-    KestTimer other;
-    auto timer = std::make_unique<KestTimer>();
-    timer->addDependent(dependent);
-    timer->start(10, false);
+    timer.start(10, false);
     firing.pass();
-    timer->reset();
+    timer.reset();  // does not wait
     other.start(10, true);
-    EXPECT_EQ(other.wait(50), kTimedOut);
-    const std::jthread destroyer([&] {
-        timer.reset();
-        EXPECT_TRUE(over);
-        done.open();
+    EXPECT_EQ(other.wait(50), kTimedOut) << "one firing at a time";
+    const std::jthread stopper([&] {
+        timer.stop();
+        stopped.open();
     });
-    EXPECT_FALSE(done.passWithin(80ms));
+    EXPECT_FALSE(stopped.passWithin(80ms));
     release.open();
     EXPECT_EQ(other.wait(-1), kSignalled);
+    stopped.pass();
+    timer.wait(0);  // takes the signal of the firing
+    EXPECT_EQ(timer.wait(30), kTimedOut) << "the start in the firing has no effect";
 }
 
-TEST(Timers, StayStoppedWhenAFiringElsewhereStartsThemAgain) {
-    Probe timer;
-    kit::Gate firing;
-    timer.onFire = [&] {
-        if (timer.fired != 1) return;
-        firing.open();
-        platform::sleepThread(50);  // most likely the stop has begun by then
-        timer.start(0, 1, true);
-    };
-    timer.start(0, 1, true);
-    firing.pass();
-    timer.stop();
-    timer.wait(0);  // for the firing that was
-    EXPECT_EQ(timer.wait(30), kTimedOut);
-}
-
-TEST(Timers, OutliveThreadsThatCannotBeMadeOrAreKilled) {
+TEST(Timer, FiresWhenThreadsFailOrAreKilled) {
     Probe timer;
     KestTimer other;
     KestTimerManager::cancelWait();
@@ -224,16 +213,20 @@ TEST(Timers, OutliveThreadsThatCannotBeMadeOrAreKilled) {
     for (const bool whenAsked : {true, false}) {
         kit::Gate hangs;
         std::atomic<bool> isFirst{true};
-        const auto hangOnce = [&](bool isHere) { return isHere && isFirst.exchange(false) ? hang(hangs) : false; };
+        const auto hangOnce = [&](bool isHere) {
+            if (isHere && isFirst.exchange(false)) hang(hangs);
+            return false;
+        };
         timer.onAsk = [&] { return hangOnce(whenAsked); };
         timer.onFire = [&] { hangOnce(!whenAsked); };
         timer.fired = 0;
-        const auto fire = [](void* toFire) { return static_cast<KestTimer*>(toFire)->start(-5, 1000, false), 0U; };
-        platform::WaitHandle firer = nullptr;
-        platform::createThread(fire, static_cast<KestTimer*>(&timer), firer);
+        KestThread firer(new kit::FunctionWork([&timer] {
+            timer.start(kOverdue, 1000, false);
+            return 0;
+        }));
+        firer.start();
         hangs.pass();
-        platform::terminateThread(firer, 0);
-        platform::closeHandle(firer);
+        firer.kill();
         other.start(10, true);
         EXPECT_EQ(other.wait(-1), kSignalled);
         kit::await([&] { return timer.fired >= 3; });
@@ -247,7 +240,6 @@ const kit::ChildRole exitRole("timers-exit", [](const std::vector<std::string>&)
     timer.onFire = [] { hang(firing); };
     timer.start(1, false);
     firing.pass();
-    KestTimerManager::deleteInstance();
     return 0;
 });
 
@@ -261,55 +253,52 @@ const kit::ChildRole tearDownRole("timers-tear-down", [](const std::vector<std::
     other.start(10, true);
     timer.reset();
     timer.stop();
-    if (other.wait(60) != kTimedOut || timer.wait(60) != kTimedOut) return 2;
-    const std::string failure = kit::failureOf([] { KestTimerManager::getInstance(); });
-    return failure == "KestTimerManager::getInstance: Exiting system" ? 0 : 3;
+    return other.wait(60) == kTimedOut && timer.wait(60) == kTimedOut ? 0 : 2;
 });
 
-TEST(Timers, DoNothingOnceTheLibraryIsTornDown) {
+TEST(Timer, HasNoEffectAfterTheTearDown) {
     EXPECT_EQ(kit::ChildProcess::inRole("timers-tear-down").wait(), 0);
-    EXPECT_EQ(kit::ChildProcess::inRole("timers-exit").wait(), 0);
+    EXPECT_EQ(kit::ChildProcess::inRole("timers-exit").wait(), 0) << "the exit does not wait for a firing that hangs";
 }
 
-TEST(Timers, AreDueByTheCalendarOrByTheSteadyClockWhicheverIsFirst) {
-    Probe hour, day, minute;
-    const auto expectFired = [&](int hours, int days, int minutes) {
-        EXPECT_TRUE(hour.fired == hours && day.fired == days && minute.fired == minutes)
-            << hour.fired << day.fired << minute.fired;
-    };
-    hour.start(3600, 0, false);
-    day.start(86'400, 0, true);
-    platform::stepClocks(7200, 0);
+TEST(Timer, IsDueByTheFirstOfTwoClocks) {
+    constexpr int kHour = 3600, kDay = 24 * kHour;
+    Probe hourly, daily, minute;
+    const auto firings = [&] { return std::vector<int>{hourly.fired, daily.fired, minute.fired}; };
+    hourly.start(kHour, 0, false);
+    daily.start(kDay, 0, true);
+    platform::stepClocks(2 * kHour, 0);
     minute.start(60, 0, false);  // fires what the step made due
-    expectFired(1, 0, 0);
-    platform::stepClocks(0, 86'400);  // the steady clock alone, as after a step back
-    platform::stepClocks(-3600, 0);
-    kit::await([&] { return day.fired == 1; });
-    expectFired(2, 1, 1);
-    platform::stepClocks(3600 - 7200, -86'400);
-    hour.stop(), minute.stop();
+    EXPECT_EQ(firings(), (std::vector{1, 0, 0}));
+    platform::stepClocks(0, kDay);  // the steady clock alone, as after a step back
+    platform::stepClocks(-kHour, 0);
+    kit::await([&] { return daily.fired == 1; });
+    EXPECT_EQ(firings(), (std::vector{2, 1, 1}));
+    platform::stepClocks(-kHour, -kDay);
+    hourly.stop();
+    minute.stop();
 }
 
-TEST(Timers, StartedAndStoppedAtOnceAreOneOrTheOther) {
-    static_assert(std::is_constructible_v<KestTimer, int, bool> && !std::is_constructible_v<KestTimer, int, int>);
+TEST(Timer, IsStartedOrStoppedByRacingCalls) {
+    constexpr int kRounds = 100'000;
     Probe timer;
     const std::jthread stopper([&] {
-        for (int i = 0; i < 100'000; ++i)
+        for (int i = 0; i < kRounds; ++i)
             timer.start(0, 0, false);
     });
-    for (int i = 0; i < 100'000; ++i)
+    for (int i = 0; i < kRounds; ++i)
         timer.start(60, 0, false);
     EXPECT_EQ(timer.fired, 0);
 }
 
-TEST(Timers, KeepTheOrderOfAPlainListWhateverTheClocksDo) {
+// Compares the queue with one sequence that is searched from the front.
+TEST(TimerQueue, KeepsTheOrderOfAPlainList) {
     using Entry = internal::TimerEntry;
+    constexpr std::int64_t kSecond = 1'000'000'000;
     std::mt19937 random(20261122);
     const auto upTo = [&](int most) { return static_cast<int>(random() % static_cast<unsigned>(most)); };
-    constexpr std::int64_t kSecond = 1'000'000'000;
     std::int64_t now = 1'800'000'000, steady = 0;
     internal::TimerQueue queue(now);
-    // As it is described to its users: one sequence, searched from the front.
     std::vector<Entry*> plain, fired;
     Entry entries[60];
     const int ranges[] = {1, 2, 3, 5, 64, 4096, 4200, 20'000};
@@ -334,7 +323,7 @@ TEST(Timers, KeepTheOrderOfAPlainListWhateverTheClocksDo) {
         steady += rest;
         now += rest + step;
         queue.observe(steady * kSecond, now * kSecond);
-        if (step < 0) {  // none is due later than its interval
+        if (step < 0) {  // no entry is due later than its interval
             for (Entry* entry : plain)
                 entry->expirySeconds = std::min(entry->expirySeconds, entry->deadline / kSecond + now - steady);
             std::sort(plain.begin(), plain.end(), [](const Entry* one, const Entry* other) {
@@ -344,7 +333,8 @@ TEST(Timers, KeepTheOrderOfAPlainListWhateverTheClocksDo) {
         for (int i = upTo(6); i > 0; --i)
             change(entries[upTo(60)]);
         ASSERT_EQ(queue.empty(), plain.empty());
-        ASSERT_TRUE(queue.first() == nullptr || queue.first() == plain.front());
+        const Entry* const first = queue.first();
+        ASSERT_EQ(first, first == nullptr ? first : plain.front());
         queue.beginPass();
         fired.clear();
         for (;;) {

@@ -101,8 +101,7 @@ TEST(Agent, RefusesBadInput) {
 TEST(Agent, SamplesAndKeepsItsState) {
     const Folder folder;
     folder.write("precious", "kept");
-    for (const char* const link : {"state.kest-agent-new", "log.log.kest-agent-probe"})
-        std::filesystem::create_symlink("precious", folder.pathOf(link));
+    std::filesystem::create_symlink("precious", folder.pathOf("log.log.kest-agent-probe"));
     folder.write("s",
                  "# comment\n\n interval = 1 \nprocess.limit=1\nmemory.limit=100\ndisk.path=/\ndisk.path=.\r\n"
                  "log.level.Cpu=0\nlog.file=./log\nlog.console=yes\nstate.file=state\n");
@@ -150,12 +149,16 @@ TEST(Agent, ContinuesWhenSavingFails) {
     std::filesystem::rename(folder.pathOf("there"), folder.pathOf("gone"));
     ASSERT_TRUE(agent.waitForOutput("the state was not saved: state file there/state: "));
     ASSERT_TRUE(agent.waitForOutput(" Process ")) << "it continues";
+    folder.write("precious", "kept");
+    std::filesystem::remove(folder.pathOf("gone/state.kest-agent-new"));
+    std::filesystem::create_symlink("../precious", folder.pathOf("gone/state.kest-agent-new"));
     std::filesystem::rename(folder.pathOf("gone"), folder.pathOf("there"));
     ASSERT_TRUE(agent.waitForOutput("the state is saved again\n"));
     agent.requestEnd();
     EXPECT_EQ(agent.wait(), 0);
     EXPECT_EQ(agent.errors(), "");
     EXPECT_NE(agent.output().find("kest-agent: ending after "), std::string::npos);
+    EXPECT_EQ(folder.read("precious"), "kept") << "no link is followed";
     EXPECT_NE(folder.read("there/state").find("agent.status=stopped\n"), std::string::npos);
 
     const Folder full;

@@ -1,3 +1,4 @@
+// The codes of locale names, the locales of languages, and the default locale of the environment.
 #include "support/locales.h"
 
 #include <gtest/gtest.h>
@@ -17,11 +18,11 @@ namespace {
 
 using namespace KestSupport;
 
-// Tells of the locales named and of each language. Ends at once: in a folder of the user's the C runtime loses memory
-// with each locale looked for.
-const kit::ChildRole tells("tells of locales", [](const std::vector<std::string>& names) -> int {
+// Prints the codes of the named locales and the locale of each language. Ends without destructors: the C runtime leaks
+// memory for each locale that it searches in a user's folder.
+const kit::ChildRole printsLocales("prints locales", [](const std::vector<std::string>& names) -> int {
     for (const std::string& name : names) {
-        // NAME+MESSAGES
+        // NAME, or NAME+LOCALE with the messages of LOCALE
         const std::size_t plus = name.find('+');
         std::locale locale(name.substr(0, plus));
         if (plus != std::string::npos) locale = std::locale(locale, name.substr(plus + 1), std::locale::messages);
@@ -38,31 +39,31 @@ const kit::ChildRole tells("tells of locales", [](const std::vector<std::string>
     std::_Exit(0);
 });
 
-TEST(Locales, CodesComeFromTheLocalesNameAndLanguagesAreFoundByTheirNameOrTheSystemsOwn) {
+TEST(Locales, FindCodesAndLanguagesByName) {
     std::vector<std::string> names({"German_Germany.UTF-8", "Spanish_Mexico.UTF-8", "English_United States.UTF-8",
                                     "Elvish", "Chinese_People's Republic of China.UTF-8",
                                     "French_New_Caledonia.UTF-8"});
-    // The C runtime finds a locale by the names given, whatever is installed here.
+    // The C runtime searches this folder, so the test does not depend on the installed locales.
     const kit::TemporaryFolder folder;
     kit::EnvironmentGuard environment;
     environment.set("LOCPATH", folder.path());
-    for (const std::string name : {"de_DE.UTF-8", "chinese", "es_MX.UTF-8", "English"})
-        std::filesystem::create_directory_symlink("/usr/lib/locale/C.utf8", folder.pathOf(name));
-    for (const std::string& name : names)
+    std::vector<std::string> known({"de_DE.UTF-8", "chinese", "es_MX.UTF-8", "English"});
+    known.insert(known.end(), names.begin(), names.end());
+    for (const std::string& name : known)
         std::filesystem::create_directory_symlink("/usr/lib/locale/C.utf8", folder.pathOf(name));
     names.insert(names.end(), {"de_DE.UTF-8", "C", "de_DE.UTF-8+C", "C+es_MX.UTF-8", "English+de_DE.UTF-8"});
-    auto child = kit::ChildProcess::inRole("tells of locales", names);
+    auto child = kit::ChildProcess::inRole("prints locales", names);
     EXPECT_EQ(child.wait(), 0);
     EXPECT_EQ(child.output(),
               "de DE\nes ES\nen US\nElvish Elvish\nzh CN\nfr New_Caledonia\nde DE\nC C\n"
               "de DE\nes MX\nde DE\n"
               "de_DE.UTF-8\nbad locale name\nes_MX.UTF-8\nbad locale name\nbad locale name\nchinese\nbad locale name\n"
               "English\nEnglish\n");
-    // A locale with a facet of its own has no name.
+    // A locale with an added facet has no name.
     EXPECT_EQ(KestLocaleFactory::getLanguage(KestLocaleFactory::getDefaultLocale(true)), "*");
 }
 
-// Made before main, perhaps before the library's own objects: the default locale has to be there.
+// Constructed before main, perhaps before the library's own objects, and uses the default locale.
 const std::string textMadeEarly = KestException(std::string("early"), 1).getText();
 
 const kit::ChildRole printsDefaultLocale("prints default locale", [](const std::vector<std::string>&) {
@@ -72,7 +73,7 @@ const kit::ChildRole printsDefaultLocale("prints default locale", [](const std::
     return 0;
 });
 
-TEST(Locales, TheDefaultLocaleIsTheUsersOrElseTheClassicOne) {
+TEST(Locales, TakeTheDefaultFromTheEnvironment) {
     kit::EnvironmentGuard environment;
     for (const auto& [locale, output] :
          {std::pair("C", "C \xE9 early"), std::pair("C.UTF-8", "C.UTF-8 \xC3\xA9 early"),

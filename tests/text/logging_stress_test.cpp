@@ -1,9 +1,7 @@
+// Records of many threads stay whole while settings change and threads are killed.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "kit/log_capture.h"
 #include "support/logging.h"
@@ -13,12 +11,13 @@ using namespace KestSupport;
 
 namespace {
 
-constexpr int records = 3000;
-constexpr int killed = 8;  // the sender whose records may end early
+constexpr int kRecords = 3000;
+constexpr int kKilled = 8;  // the sender whose records may end early
+constexpr int kLongest = 96;
 
 /// Sender, number, and a text whose length and letter follow from both.
 std::string message(int sender, int number) {
-    const std::string body(static_cast<std::size_t>(number % 97), static_cast<char>('a' + sender));
+    const std::string body(static_cast<std::size_t>(number % (kLongest + 1)), static_cast<char>('a' + sender));
     return std::to_string(sender) + "," + std::to_string(number) + "," + body + ">";
 }
 
@@ -30,7 +29,7 @@ void logFromFourThreads(KestLogging& log) {
     std::vector<std::thread> threads;
     for (int sender = 0; sender < 4; ++sender) {
         threads.emplace_back([&log, sender] {
-            for (int number = 0; number < records; ++number)
+            for (int number = 0; number < kRecords; ++number)
                 logRecord(log, 9, message(sender, number));
         });
     }
@@ -42,8 +41,10 @@ void logFromFourThreads(KestLogging& log) {
 int countRecords(const kit::LogCapture& log, int sender) {
     int count = 0;
     for (const std::string& line : log.messages()) {
-        const int from = line.empty() ? 0 : line[0] - '0', number = line.size() < 2 ? 0 : std::atoi(line.c_str() + 2);
-        const std::string whole = from == killed ? message(killed, 96).substr(0, line.size()) : message(from, number);
+        const int from = line.empty() ? 0 : line[0] - '0';
+        const int number = line.size() < 2 ? 0 : std::atoi(line.c_str() + 2);
+        const std::string whole =
+            from == kKilled ? message(kKilled, kLongest).substr(0, line.size()) : message(from, number);
         EXPECT_EQ(line, whole) << "torn or mixed";
         count += from == sender;
     }
@@ -52,11 +53,12 @@ int countRecords(const kit::LogCapture& log, int sender) {
 
 }  // namespace
 
-TEST(LoggingStress, RecordsAreWholeWhileLevelsAndTargetsChange) {
+TEST(LoggingStress, WritesWholeRecordsWhileSettingsChange) {
     kit::LogCapture log(9);
     std::thread steady(logFromFourThreads, std::ref(log));
-    for (int i = 0; i < records; ++i) {
-        log.setLogLevel(7 + i % 3), log.setLogLevel("M1", i % 10);
+    for (int i = 0; i < kRecords; ++i) {
+        log.setLogLevel(7 + i % 3);
+        log.setLogLevel("M1", i % 10);
         if (i % 100 < 2) log.setTarget(i % 2);
         std::this_thread::yield();
     }
@@ -65,7 +67,7 @@ TEST(LoggingStress, RecordsAreWholeWhileLevelsAndTargetsChange) {
     EXPECT_EQ(countRecords(log, 9), 1);
 }
 
-TEST(LoggingStress, NoRecordIsLostTornOrMixedNotEvenByThreadsThatAreKilled) {
+TEST(LoggingStress, LosesNoRecordWhileThreadsAreKilled) {
     struct Sender : KestThread {
         explicit Sender(KestLogging& target) : log(target) {}
         using KestThread::run;
@@ -74,7 +76,7 @@ TEST(LoggingStress, NoRecordIsLostTornOrMixedNotEvenByThreadsThatAreKilled) {
                 logRecord(log, 9, text);
         }
         KestLogging& log;
-        const std::string text = message(killed, 96);  // a killed thread frees nothing
+        const std::string text = message(kKilled, kLongest);  // a killed thread frees nothing
     };
     kit::LogCapture log(9);
     std::thread steady(logFromFourThreads, std::ref(log));
@@ -86,5 +88,5 @@ TEST(LoggingStress, NoRecordIsLostTornOrMixedNotEvenByThreadsThatAreKilled) {
     }
     steady.join();
     for (int sender = 0; sender < 4; ++sender)
-        EXPECT_EQ(countRecords(log, sender), records);
+        EXPECT_EQ(countRecords(log, sender), kRecords);
 }

@@ -1,15 +1,15 @@
+// Which records the logger writes, with which texts, to which outputs, and what several threads may do.
 #include "support/logging.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <algorithm>
 #include <cerrno>
 #include <cfloat>
 #include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <ctime>
-#include <thread>
 
 #include "kit/child_process.h"
 #include "kit/failing_calls.h"
@@ -47,7 +47,7 @@ void onAnotherThread(Work work) {
 
 }  // namespace
 
-TEST(Logging, WritesTheRecordsThatGlobalAndModuleLevelsAllow) {
+TEST(Logging, WritesRecordsWithinTheLevels) {
     const std::string id = "[" + std::to_string(KestThread::getCurrentThreadId()) + "] x\n";
     const auto now = [] {
         const std::time_t seconds = std::time(nullptr);
@@ -60,7 +60,7 @@ TEST(Logging, WritesTheRecordsThatGlobalAndModuleLevelsAllow) {
         const std::string before = now();
         log << setloglevel(module, level) << "x" << endrecord;
         const std::string line = log.text(), stamp = line.size() > 2 ? line.substr(0, before.size()) : "";
-        EXPECT_TRUE(stamp.empty() || (before <= stamp && stamp <= now())) << stamp;
+        EXPECT_EQ(stamp, stamp.empty() ? "" : std::clamp(stamp, before, now()));
         EXPECT_EQ(line, stamp + expected) << global << ' ' << module << ' ' << level;
     };
     expectWritten(5, "", 5, "5 Global     " + id);
@@ -74,16 +74,19 @@ TEST(Logging, WritesTheRecordsThatGlobalAndModuleLevelsAllow) {
     expectWritten(-1, "", -1, "-1 Global     " + id);
 }
 
-TEST(Logging, KeepsTheRulesOfItsLevelsAndItsRegistration) {
+TEST(Logging, IgnoresLevelsOutOfRange) {
     {
         KestLogging log;
         KestLogging::setInstance(log);
-        EXPECT_TRUE(!KestLogging::isAccessAllowed() && log.getTarget() == 2);
-        for (const int level : {7, -1, 10, -2})
-            log.setLogLevel(level), log.setLogLevel("M", level);
-        EXPECT_TRUE(log.getLogLevel() == 7 && log.getLogLevel("M") == -1 && log.getLogLevel("m") == 7);
+        EXPECT_EQ(std::pair(KestLogging::isAccessAllowed(), log.getTarget()), std::pair(false, 2));
+        for (const int level : {7, -1, 10, -2}) {
+            log.setLogLevel(level);
+            log.setLogLevel("M", level);
+        }
+        EXPECT_EQ(std::tuple(log.getLogLevel(), log.getLogLevel("M"), log.getLogLevel("m")), std::tuple(7, -1, 7));
         { const KestLogging unregistered("x", 0, 99); }
-        EXPECT_TRUE(KestLogging::isAccessAllowed() && &KestLogging::getInstance() == &log);
+        EXPECT_EQ(&KestLogging::getInstance(), &log);
+        EXPECT_TRUE(KestLogging::isAccessAllowed());
     }
     EXPECT_FALSE(KestLogging::isAccessAllowed());
 }
@@ -110,7 +113,7 @@ TEST(Logging, InsertsTheTextOfEveryType) {
     expectInserted(std::string(1'000'000, 'x'), std::string(1'000'000, 'x'));
 }
 
-TEST(Logging, EndingARecordForgetsItsLevelAndModule) {
+TEST(Logging, ForgetsTheChoiceAfterARecord) {
     Capture log(4);
     log << setloglevel("M", 2) << endrecord << "refused, since without a choice the level is 9" << endrecord;
     log << setloglevel("M", 2) << setloglevel(3) << "replaced" << endrecord;
@@ -119,11 +122,11 @@ TEST(Logging, EndingARecordForgetsItsLevelAndModule) {
     internal::logRecord(internal::LogLevel::notice, "shown ", 4, std::string("!"));
     internal::logRecord(internal::LogLevel::operation, "hidden");
     EXPECT_EQ(log.messages(), (Lines{"replaced", "kept", "shown 4!"}));
-    EXPECT_NE(log.lines().at(0).find(" 3 Global     ["), std::string::npos);
-    EXPECT_NE(log.lines().at(1).find(" 4 N          ["), std::string::npos);
+    EXPECT_NE(log.lines()[0].find(" 3 Global     ["), std::string::npos);
+    EXPECT_NE(log.lines()[1].find(" 4 N          ["), std::string::npos);
 }
 
-TEST(Logging, NamesItsFileAfterTheLastPoint) {
+TEST(Logging, CutsTheFileNameAtTheLastDot) {
     std::string names;
     for (const char* base : {"app.cfg", "log", "a.b.c", "", ".cfg", "\"quoted", "\"", "d.d/app"})
         names += internal::logFileName(base, 7) + ' ';
@@ -131,15 +134,17 @@ TEST(Logging, NamesItsFileAfterTheLastPoint) {
 }
 
 static const kit::ChildRole switchesTargets("logging switches targets", [](const Lines& arguments) {
-    std::srand(1);  // what the numbers in the files' names follow from
+    std::srand(1);  // determines the numbers in the file names
     KestLogging log(arguments[0], 3, 1);
     log.enableRecordData(false);
-    for (const int target : {3, 2, 1, 1, 0})
-        log.setTarget(target), log << setloglevel(1) << "to " << target << endrecord;
+    for (const int target : {3, 2, 1, 1, 0}) {
+        log.setTarget(target);
+        log << setloglevel(1) << "to " << target << endrecord;
+    }
     return 0;
 });
 
-TEST(Logging, WritesToTheTargetsAndTellsWhatItOpens) {
+TEST(Logging, WritesToTargetsAndReportsOpenings) {
     const kit::LogFolder folder;
     const std::string base = folder.pathOf("absent/app");
     kit::ChildProcess child = kit::ChildProcess::inRole("logging switches targets", {base + ".cfg"});
@@ -155,7 +160,7 @@ TEST(Logging, WritesToTheTargetsAndTellsWhatItOpens) {
     EXPECT_EQ(child.errors(), expected);
 }
 
-TEST(Logging, GoesOnAfterAnOutputFailure) {
+TEST(Logging, ContinuesAfterAnOutputFailure) {
     Capture log;
     const kit::FailingCalls full("writeRecords", 2, false, ENOSPC);
     for (const char* text : {"before", "lost", "after"})
@@ -163,12 +168,13 @@ TEST(Logging, GoesOnAfterAnOutputFailure) {
     EXPECT_EQ(log.messages(), (Lines{"before", "after"}));
 }
 
-TEST(Logging, AnOpenRecordKeepsOthersOutButNotFromTheSettings) {
+TEST(Logging, LetsOthersWaitForAnOpenRecord) {
     Capture log(5);
     log << setloglevel("Mine", 5) << "open";
     onAnotherThread([&] {
-        log << endrecord;                    // not its own: nothing happens
-        log.setTarget(2), log.setTarget(1);  // the file is closed when nobody can be writing to it
+        log << endrecord;  // has no effect on another thread's record
+        log.setTarget(2);  // the old file is closed after the record
+        log.setTarget(1);
         log.setLogLevel("Mine", 5);
     });
     kit::Gate entered;
@@ -183,10 +189,10 @@ TEST(Logging, AnOpenRecordKeepsOthersOutButNotFromTheSettings) {
     EXPECT_EQ(log.messages(), (Lines{"open whole", "other"}));
 }
 
-TEST(Logging, ARecordIsWrittenWholeOrNotAtAll) {
+TEST(Logging, WritesARecordWholeOrNotAtAll) {
     Capture log(5);
     log << setloglevel(5);
-    onAnotherThread([&] { log << endrecord; });  // takes the choice away
+    onAnotherThread([&] { log << endrecord; });  // discards the choice
     log << "refused";
     onAnotherThread([&] { log << setloglevel(5); });
     log << "and so is the rest" << endrecord << setloglevel(5) << "a ";
@@ -195,12 +201,12 @@ TEST(Logging, ARecordIsWrittenWholeOrNotAtAll) {
         log << level;
     }
     log << endrecord << setloglevel(6);
-    log.setLogLevel(6);  // what the thread itself chooses counts at once
+    log.setLogLevel(6);  // a choice of the thread itself counts at once
     log << "own" << setloglevel(7) << " hidden" << setloglevel(6) << " choice" << endrecord;
     EXPECT_EQ(log.messages(), (Lines{"a 35", "own choice"}));
 }
 
-TEST(Logging, ARecordWhoseThreadEndsOrWhoseValueThrowsIsNoPartOfAnother) {
+TEST(Logging, SeparatesRecordsOfEndedThreadsAndExceptions) {
     Capture log(5);
     std::string id;
     onAnotherThread([&] {
@@ -216,12 +222,12 @@ TEST(Logging, ARecordWhoseThreadEndsOrWhoseValueThrowsIsNoPartOfAnother) {
     EXPECT_NE(log.lines().at(0).find(id), std::string::npos);
 }
 
-TEST(Logging, TheWatchdogFiresOnlyForARecordThatStaysOpen) {
+TEST(Logging, WatchesRecordsThatStayOpen) {
     Capture log(9);
     log.counts = true;
     const auto expectVisits = [&](int visits, int afterSeconds) {
         platform::stepClocks(afterSeconds, afterSeconds);
-        KestTimerManager::reschedule();  // fires here, unless the timers' own thread is faster
+        KestTimerManager::reschedule();  // fires here, unless the timer thread is faster
         kit::await([&] { return log.visits >= visits; });
         EXPECT_EQ(log.visits.exchange(0), visits) << afterSeconds;
     };
@@ -235,7 +241,7 @@ TEST(Logging, TheWatchdogFiresOnlyForARecordThatStaysOpen) {
         log.resetTimer();
         if (!stays) log.cancelTimer();
         expectVisits(stays, 61);
-        expectVisits(stays, 61);  // again and again, until the record ends
+        expectVisits(stays, 61);  // repeats until the record ends
         log << "ended" << endrecord;
         expectVisits(0, 200);
         log << "runs" << endrecord;
@@ -245,20 +251,23 @@ TEST(Logging, TheWatchdogFiresOnlyForARecordThatStaysOpen) {
         expectVisits(1, 40);
         log << endrecord;
     }
-    platform::stepClocks(-2 * (2 * 61 + 200 + 3 * 40), -2 * (2 * 61 + 200 + 3 * 40));
+    constexpr int kSteps = 2 * (2 * 61 + 200 + 3 * 40);
+    platform::stepClocks(-kSteps, -kSteps);
 }
 
-TEST(Logging, TheWatchdogsThreadVisitsTheLoggerWhileItLives) {
+TEST(Logging, IsVisitedByOneWatchdogThread) {
     KestCollaborator sender;
     Capture log;
-    for (const int level : {8, 9})
-        log.setLogLevel(level), log.timerElapsed();
+    for (const int level : {8, 9}) {
+        log.setLogLevel(level);
+        log.timerElapsed();
+    }
     log << setloglevel(9) << "open";
     {
         const kit::FailingCalls counted("createThread", INT_MAX);
         for (int i = 0; i < 5; ++i)
             log.handleNotification(sender, KestNotification(5));
-        EXPECT_EQ(counted.seen(), 1);  // they do not pile up
+        EXPECT_EQ(counted.seen(), 1);
     }
     log << setloglevel(9) << endrecord;
     kit::await([&] { return log.lines().size() >= 3; });

@@ -1,3 +1,4 @@
+// Which options and arguments a command line gives, and which command lines are errors.
 #include "support/program_options.h"
 
 #include <gtest/gtest.h>
@@ -24,7 +25,7 @@ KestProgramOptions madeOf(Texts texts, const Make& make) {
 
 struct Row {
     Texts command;
-    std::vector<std::pair<std::string, std::string>> options;  // "absent" stands for one that was not given
+    std::vector<std::pair<std::string, std::string>> options;  // the value "absent" means that it was not given
     Texts arguments;
 };
 
@@ -51,7 +52,7 @@ const Make specifiedAmongMany = [](int argc, char** argv) {
 
 }  // namespace
 
-TEST(ProgramOptions, TakeEveryOptionWithoutSpecificationsOrThoseThatTheyName) {
+TEST(ProgramOptions, AcceptOptions) {
     const Make dashes = [](int argc, char** argv) { return KestProgramOptions(argc, argv, false); };
     const Make slashes = [](int argc, char** argv) { return KestProgramOptions(argc, argv, true); };
     const std::pair<Make, Row> rows[] = {
@@ -68,9 +69,10 @@ TEST(ProgramOptions, TakeEveryOptionWithoutSpecificationsOrThoseThatTheyName) {
         {specified, {{"p", "-file", "f", "-help=now", "--mode"}, {{"file", "f"}, {"help", "now"}, {"mode", ""}}, {}}}};
     for (const auto& [make, row] : rows) {
         check(row, madeOf(row.command, make));
-        if (&row >= &rows[3].second) check(row, madeOf(row.command, specifiedAmongMany));
+        const bool isSpecified = &row >= &rows[3].second;
+        if (isSpecified) check(row, madeOf(row.command, specifiedAmongMany));
     }
-    // A name may have colons, and a plain entry goes before another of its name.
+    // A name may contain colons, and a plain entry wins over another entry of its name.
     for (const std::string& more : {std::string(), std::string(300, 'm')})
         check({{""}, {{"a:b", "1"}, {"d", ""}, {"e", "f"}}, {"x"}},
               KestProgramOptions(" --a:b=1 -d x -e f", "", more + ":d.:a:b:c.:d:e.:", false));
@@ -78,20 +80,17 @@ TEST(ProgramOptions, TakeEveryOptionWithoutSpecificationsOrThoseThatTheyName) {
     check({{""}, {}, {}}, KestProgramOptions(0, nothing, false));
 }
 
-TEST(ProgramOptions, RefuseWhatTheSpecificationsDoNotName) {
+TEST(ProgramOptions, RefuseUnknownOptions) {
     const std::string unknown = "KestProgramOptions::parse: Unrecognized option: ";
     const std::string noData = "KestProgramOptions::parse: option data not available for: -";
-    std::vector<std::pair<std::string, std::string>> rows;
-    for (const std::string option : {"-", "-:", "--mod", "--a"})
-        rows.emplace_back(option, unknown + option);
-    for (const std::string option : {"b", "file", "-file", "-file=x"})
-        rows.emplace_back("-" + option, noData + (option.starts_with('-') ? option.substr(1) : option));
-    rows.insert(rows.end(), {{"-dx", unknown + "-d"},
-                             {"-=x", unknown + "-="},
-                             {"--mode.=x", unknown + "--mode."},
-                             {"--=x", unknown + "--"},
-                             {"/d", unknown + "-d"},
-                             {"/", unknown + "-"}});
+    const std::pair<std::string, std::string> rows[] = {
+        {"-", unknown + "-"},         {"-:", unknown + "-:"},
+        {"--mod", unknown + "--mod"}, {"--a", unknown + "--a"},
+        {"-b", noData + "b"},         {"-file", noData + "file"},
+        {"--file", noData + "file"},  {"--file=x", noData + "file=x"},
+        {"-dx", unknown + "-d"},      {"-=x", unknown + "-="},
+        {"--=x", unknown + "--"},     {"--mode.=x", unknown + "--mode."},
+        {"/d", unknown + "-d"},       {"/", unknown + "-"}};
     for (const auto& [text, failure] : rows) {
         const std::string& option = text;
         EXPECT_EQ(failureOf([&] { madeOf({"prog", "x", option}, specified); }), failure);
@@ -101,7 +100,7 @@ TEST(ProgramOptions, RefuseWhatTheSpecificationsDoNotName) {
     EXPECT_EQ(failureOf([] { KestProgramOptions("prog -a --b", "", "", false); }), unknown + "-a");
 }
 
-TEST(ProgramOptions, SplitACommandLineAtUnquotedBlanks) {
+TEST(ProgramOptions, SplitAtUnquotedBlanks) {
     const std::pair<std::string, Texts> rows[] = {
         {"", {}},
         {" prog\t \ta  ", {"", "prog", "a"}},
@@ -121,7 +120,7 @@ TEST(ProgramOptions, SplitACommandLineAtUnquotedBlanks) {
           KestProgramOptions("prog '-o=a b' -p='c d' '' \"x -y\" -z=1\0cut"s, false));
 }
 
-TEST(ProgramOptions, WalkTheArgumentsWithACursorOfTheirOwn) {
+TEST(ProgramOptions, MoveACursorOverTheArguments) {
     KestProgramOptions options("prog x -a=1 y -a=2 z -long=3", false), assigned("other q -n", false);
     EXPECT_EQ(*++options, "y");
     KestProgramOptions copy(options);

@@ -1,3 +1,4 @@
+// What a property map holds after any changes, the bytes of its files, and what it reports.
 #include "support/properties.h"
 
 #include <gtest/gtest.h>
@@ -5,7 +6,6 @@
 #include <locale>
 #include <random>
 #include <set>
-#include <thread>
 
 #include "kit/failing_calls.h"
 #include "kit/failure_of.h"
@@ -18,7 +18,7 @@ using namespace std::string_literals;
 
 namespace {
 
-// Text of any of the types out of units of the same values.
+// Text of any of the types with the same units.
 template <typename To, typename From>
 To text(const From& from) {
     To result;
@@ -83,8 +83,8 @@ struct KestSupport::internal::CharacterOrder<CountingTraits> : CharacterOrder<st
     static constexpr bool kIsPlain = true;
 };
 
-// Each block of these names exists in two forms that a hash by multiplication takes for the same, whatever its seed.
-TEST(Properties, ComparesFewNamesThatWereMadeToCollide) {
+TEST(Properties, ComparesFewCollidingNames) {
+    // Each block of these names has two forms with one hash, if the hash multiplies, with any seed.
     internal::PropertyTable<std::basic_string<char, CountingTraits>> table;
     constexpr int kNames = 4096;
     for (int i = 0; i < kNames; ++i) {
@@ -109,7 +109,7 @@ TEST(Properties, ComparesFewNamesThatWereMadeToCollide) {
     EXPECT_EQ(hashes.size(), 15U * 16 / 2) << "every byte counts";
 }
 
-TEST(Properties, ReadsEightBitLinesAndUtf16WholeOrByItsLowBytes) {
+TEST(Properties, ReadsEightBitLinesAndUtf16) {
     const struct {
         std::string bytes;
         std::u16string narrow, wide = narrow;
@@ -130,15 +130,16 @@ TEST(Properties, ReadsEightBitLinesAndUtf16WholeOrByItsLowBytes) {
     }
 }
 
-TEST(Properties, FindsLineEndsWhereverABlockOfTheFileEnds) {
-    for (std::size_t length = 65536 - 6; length < 65536 + 4; ++length) {
+TEST(Properties, FindsLineEndsAcrossBlocks) {
+    constexpr std::size_t kBlock = 65536;
+    for (std::size_t length = kBlock - 6; length < kBlock + 4; ++length) {
         const std::u16string narrow(length, u'x'), wide(length / 2, u'\u0A78');
         EXPECT_TRUE(loaded<std::string>("a=" + text<std::string>(narrow) + "\r\nb=2") == u"a:" + narrow + u";b:2;");
         EXPECT_TRUE(loaded<wstring16>(utf16File(u"a=" + wide + u"\r\nb=2")) == u"a:" + wide + u";b:2;") << length;
     }
 }
 
-TEST(Properties, TakesLinesFromTheCallerWithAnySeparator) {
+TEST(Properties, TakesLinesWithAnySeparator) {
     const std::tuple<std::string, char, std::u16string> rows[] = {
         {"a=b\nc", '=', u"a:b;"},      {"a\nb=c\nd", '=', u"a\nb:c\nd;"}, {"a=b\nc\rd", '=', u"a:b\nc;"},
         {"a\rb\rc", '\r', u"a:b\rc;"}, {"a\0b"s, '\0', u"a:b;"},          {"a  b", '\t', u"a  b:;"}};
@@ -149,28 +150,33 @@ TEST(Properties, TakesLinesFromTheCallerWithAnySeparator) {
         properties.loadProperties(std::vector<std::string>{line, "#"}, separator);
         char* argv[] = {line.data(), nullptr};
         fromArguments.loadProperties(1, argv, separator);
-        EXPECT_TRUE(flat(properties) == expected && flat(fromArguments) == (separator == '\0' ? u"a:;" : expected))
-            << line;
+        EXPECT_EQ(flat(properties), expected) << line;
+        EXPECT_EQ(flat(fromArguments), separator == '\0' ? u"a:;" : expected) << line;
     }
 }
 
 TEST(Properties, LooksUpValuesAndCopiesThem) {
     KestProperties<std::string> properties(false), assigned;
-    properties.addProperty("", "ignored"), properties.setProperty("", "ignored");
-    properties.addProperty("b", "4"), properties.addPropertyforWSmanDA("c=x"), properties.addPropertyforWSmanDA("# x");
-    std::string value = "untouched";
-    EXPECT_TRUE(!properties.getPropertyValue("c", value) && properties.getProperty("c", value) == "untouched");
+    for (const char* const name : {"", "b"})
+        properties.setProperty(name, "4");
+    properties.addProperty("", "ignored");
+    for (const char* const line : {"c=x", "# x", ""})
+        properties.addPropertyforWSmanDA(line);
+    std::string value = "unchanged";
+    EXPECT_FALSE(properties.getPropertyValue("c", value));
+    EXPECT_EQ(properties.getProperty("c", value), "unchanged");
     EXPECT_TRUE(properties.getPropertyValue("b", value));
     EXPECT_EQ(value + properties.getProperty("b") + properties.getProperty("b", "5"), "444");
     EXPECT_EQ(kit::failureOf([&] { properties.getProperty("a"); }), "Property not found: a");
     assigned = properties;
     assigned = *&assigned;
     KestProperties<std::string> copy(assigned);
-    copy.addProperty("b", "5"), assigned.addProperty("b", "6");  // one value each, as in the original
+    copy.addProperty("b", "5");  // replaces the value, as in the original
+    assigned.addProperty("b", "6");
     EXPECT_EQ(flat(properties) + flat(copy) + flat(assigned), u"b:4;c=x:;b:5;c=x:;b:6;c=x:;");
 }
 
-TEST(Properties, HoldWhatAPlainMapHoldsThroughAnyChanges) {
+TEST(Properties, HoldWhatAPlainMapHolds) {
     const auto check = []<typename StringType>(KestProperties<StringType> properties, bool multiValued) {
         std::mt19937 random(7);
         std::map<StringType, std::vector<StringType>> model;
@@ -189,15 +195,15 @@ TEST(Properties, HoldWhatAPlainMapHoldsThroughAnyChanges) {
                 properties.setProperty(name, value);
                 values.resize(std::max<std::size_t>(values.size(), 1));
                 values.front() = value;
-            } else if (change < 9 || step % 5000 > 4000) {  // now and then nearly everything goes
+            } else if (change < 9 || step % 5000 > 4000) {  // at times nearly all entries are removed
                 properties.removeProperty(name);
                 values.clear();
             }
             ASSERT_EQ(properties.getPropertyValues(name), values);
             if (values.empty()) model.erase(name);
             if (step % 1000 != 0) continue;
-            ASSERT_TRUE(properties.getProperties() == model &&
-                        decltype(properties)(properties).getProperties() == model);
+            ASSERT_EQ(properties.getProperties(), model);
+            ASSERT_EQ(decltype(properties)(properties).getProperties(), model);
         }
     };
     check(KestProperties<std::string>(), true);
@@ -205,15 +211,17 @@ TEST(Properties, HoldWhatAPlainMapHoldsThroughAnyChanges) {
     check(KestProperties<wstring16_ci>(true), true);
 }
 
-TEST(Properties, VisitsEntriesInOrderWhileTheVisitorChangesThem) {
+TEST(Properties, VisitsEntriesThatTheVisitorChanges) {
     struct Visitor : KestPropertyIterator<std::string> {
         KestProperties<std::string> properties;
         std::string seen;
         void handleProperty(const std::pair<const std::string, std::vector<std::string>>& entry) override {
             seen += entry.first + entry.second.back() + ' ';
             if (entry.first != "b") return;
-            for (const char* name : {"a", "b", "c"})
-                properties.removeProperty(name), properties.addProperty(name + "z"s, "new");
+            for (const std::string name : {"a", "b", "c"}) {
+                properties.removeProperty(name);
+                properties.addProperty(name + "z", "new");
+            }
             seen += entry.first + ' ';
         }
     } visitor;
@@ -223,7 +231,7 @@ TEST(Properties, VisitsEntriesInOrderWhileTheVisitorChangesThem) {
     EXPECT_EQ(visitor.seen, "a9 b2 b d4 \xE4\x36 ");
 }
 
-TEST(Properties, SavesFirstValuesUpToTheirFirstNulInOrder) {
+TEST(Properties, SavesFirstValuesInOrder) {
     KestProperties<std::string> narrow;
     for (const auto& line : {"z = 1"s, "a=1"s, "a=2"s, "b\0c=d"s, "n=x\0y"s, "\xE4=\xFF"s, "alone"s})
         narrow.addProperty(line, '=');
@@ -244,7 +252,7 @@ TEST(Properties, SavesFirstValuesUpToTheirFirstNulInOrder) {
     EXPECT_EQ(saved(folding), "A_B=2\nab=1\naC=5\nB=4\n");
 }
 
-TEST(Properties, ReadAndWriteWideTextByTheGlobalLocale) {
+TEST(Properties, ConvertByTheGlobalLocale) {
     const std::locale before = std::locale::global(std::locale("C.UTF-8"));
     EXPECT_EQ(loaded<wstring16>("\xC3\xA4=\xE4\xB8\x80\xF0\x9F\x98\x80\nb=\xC3x\xF0\x9F"),
               u"b:\u00C3x\u00F0\u009F;\u00E4:\u4E00\U0001F600;");
@@ -256,7 +264,7 @@ TEST(Properties, ReadAndWriteWideTextByTheGlobalLocale) {
     std::locale::global(before);
 }
 
-TEST(Properties, TellOfFilesAtFiveAndOfEntriesAtExactlyNineAndSayWhichFileFailed) {
+TEST(Properties, LogFilesAndFailures) {
     const kit::TemporaryFolder folder;
     const std::string good = folder.pathOf("file"), load = "KestProperties<StringType>::loadProperties: ",
                       save = "KestProperties<StringType>::saveProperties: ", open = "couldn't open file ",
@@ -286,7 +294,7 @@ TEST(Properties, TellOfFilesAtFiveAndOfEntriesAtExactlyNineAndSayWhichFileFailed
     }
 }
 
-TEST(Properties, TakeFilesAndChangesFromSeveralThreads) {
+TEST(Properties, TakeChangesFromSeveralThreads) {
     const kit::TemporaryFolder folder;
     const std::string file = folder.write("file", "a=v\nb=v\n");
     KestProperties<std::string> properties;
@@ -298,9 +306,9 @@ TEST(Properties, TakeFilesAndChangesFromSeveralThreads) {
             if (i % 2 == 0) properties.removeProperty(own);
         }
     };
-    std::thread first(change, "own1"), second(change, "own2");
-    change("own3");
-    first.join(), second.join();
+    std::thread other(change, "own1");
+    change("own2");
+    other.join();
     const auto all = properties.getProperties();
-    EXPECT_TRUE(all.size() == 5 && all.at("a").size() == 60 && all.at("own2").size() == 1);
+    EXPECT_EQ(std::tuple(all.size(), all.at("a").size(), all.at("own1").size()), std::tuple(4U, 40U, 1U));
 }

@@ -1,11 +1,12 @@
+// The case-insensitive order, the traits of 16-bit units, the conversions and the platform strings.
 #include "support/strings.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <clocale>
 #include <cstring>
-#include <map>
 #include <stdexcept>
 #include <typeinfo>
 
@@ -22,12 +23,12 @@ const auto wide = [](const std::u16string& text) { return wstring16(text.begin()
 
 const std::locale utf8(std::locale::classic(), new utf8_ctype);
 
-TEST(Strings, FoldingOrdersHighBytesFirstAndTheUnderscoreBeforeLettersAndWideTextByTheCurrentLocale) {
+TEST(Strings, OrderByFoldedCharacters) {
     const std::map<string_ci, int> map = {{"Key", 1}, {"a_b", 2}, {"AB", 3}, {"\xE9", 4}, {"A", 5}, {"\xC9", 6}};
     EXPECT_EQ(map.count("KEY"), 1u);
     std::string order;
     for (const auto& entry : map)
-        order += entry.first.c_str(), order += ' ';
+        order.append(entry.first.data(), entry.first.size()) += ' ';
     EXPECT_EQ(order, "\xC9 \xE9 A a_b AB Key ");
     EXPECT_EQ(char_traits_ci<char>::compare("\xFFx", "\x01y", 2), -1);
     EXPECT_EQ(string_ci("path=VALUE").find("value"), 5u);
@@ -37,24 +38,25 @@ TEST(Strings, FoldingOrdersHighBytesFirstAndTheUnderscoreBeforeLettersAndWideTex
     const std::string before = std::setlocale(LC_ALL, nullptr);
     EXPECT_FALSE(Traits::eq(0x416, 0x436));
     ASSERT_NE(std::setlocale(LC_ALL, "C.UTF-8"), nullptr);
-    EXPECT_TRUE(Traits::eq(0x416, 0x436) && Traits::eq(0x1E9E, 0xDF));
-    EXPECT_FALSE(Traits::eq(0xD801, 0xD800) || char_traits_ci<char>::eq('\xC9', '\xE9'));
+    EXPECT_TRUE(Traits::eq(0x416, 0x436));
+    EXPECT_TRUE(Traits::eq(0x1E9E, 0xDF));
+    EXPECT_FALSE(Traits::eq(0xD801, 0xD800));
+    EXPECT_FALSE(char_traits_ci<char>::eq('\xC9', '\xE9'));
     std::setlocale(LC_ALL, before.c_str());
 }
 
-// Where the standard library has traits for 16-bit units, ours do the same.
-TEST(Strings, UnitTraitsMakeTheStringsThatTheStandardOnesMake) {
+TEST(Strings, HaveUnitTraitsLikeTheStandardOnes) {
     using Text = std::basic_string<unsigned short, internal::unit_traits>;
     std::vector<std::pair<wstring16, Text>> texts(1);
     for (std::size_t i = 0; texts.size() < 85; ++i)
         for (const unsigned short unit : u"\1\x8001\xFFFF")
             texts.emplace_back(texts[i].first + unit, texts[i].second + unit);
     for (const auto& [a, b] : texts) {
-        EXPECT_TRUE(std::equal(a.begin(), a.end(), b.begin(), b.end()) &&
-                    Text(b.c_str()).size() == wstring16(a.c_str()).size());
+        EXPECT_TRUE(std::ranges::equal(a, b));
+        EXPECT_EQ(Text(b.c_str()).size(), wstring16(a.c_str()).size());
         for (const auto& [other, same] : texts) {
-            EXPECT_TRUE((a < other) == (b < same) && (a == other) == (b == same) &&
-                        a.find(other, 1) == b.find(same, 1));
+            EXPECT_EQ(std::tuple(b < same, b == same, b.find(same, 1)),
+                      std::tuple(a < other, a == other, a.find(other, 1)));
             EXPECT_EQ(wstring16(a).insert(0, other).replace(0, 1, a).compare(a),
                       Text(b).insert(0, same).replace(0, 1, b).compare(b));
         }
@@ -62,23 +64,25 @@ TEST(Strings, UnitTraitsMakeTheStringsThatTheStandardOnesMake) {
     EXPECT_NE(internal::unit_traits::to_int_type(0xFFFF), internal::unit_traits::eof());
 }
 
-TEST(Strings, ConversionsStopAtAZeroAndFindRoomForAnyText) {
+TEST(Strings, ConvertUpToAZero) {
     std::u16string many;
     std::string bytes;
-    for (int i = 0; i < 1000; ++i)
-        many += u"A\u00E9\u20AC\U0001F600", bytes += "A\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80";
+    for (int i = 0; i < 1000; ++i) {
+        many += u"A\u00E9\u20AC\U0001F600";
+        bytes += "A\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80";
+    }
     kit::EnvironmentGuard environment;
     environment.setLocale("zh_CN.GB18030");
     const std::locale ansi(std::locale::classic(), new ansi_ctype);
     EXPECT_EQ(KestStringUtilities::widen(bytes + '\0' + bytes, utf8), wide(many));
     EXPECT_EQ(KestStringUtilities::narrow(wide(many) + wstring16(1, 0) + wide(many), utf8), bytes);
     EXPECT_EQ(KestStringUtilities::widen(KestStringUtilities::narrow(wide(many), ansi), ansi), wide(many));
-    // Broken text is longer than text in order would be.
+    // Invalid text becomes longer than valid text of the same length.
     EXPECT_EQ(KestStringUtilities::widen(std::string(500, '\x80'), utf8), wstring16(500, 0xFFFD));
     EXPECT_EQ(KestStringUtilities::narrow(wstring16(500, 0xD800), utf8).size(), 1500u);
 }
 
-TEST(Strings, FacetsConvertRangesWithoutATerminator) {
+TEST(Strings, ConvertRangesWithoutATerminator) {
     const auto& facet = std::use_facet<wide_ctype>(utf8);
     const char source[] = "z\xC3\xA9";
     unsigned short units[13] = {7, 7, 7};
@@ -87,13 +91,15 @@ TEST(Strings, FacetsConvertRangesWithoutATerminator) {
     char bytes[9] = "~~~~~~~~";
     EXPECT_EQ(facet.narrow(units, units + 2, ' ', bytes), units + 2);
     EXPECT_STREQ(bytes, "z\xC3\xA9~~~~~");
-    EXPECT_TRUE(facet.widen('a', 'd') == 'd' && facet.narrow('a', 'd') == 'd');
+    EXPECT_EQ(facet.widen('a', 'd'), 'd');
+    EXPECT_EQ(facet.narrow('a', 'd'), 'd');
 }
 
-// Ends its texts early and fails: a facet of the caller's own, derived from one of the library's.
+// A caller's facet, derived from a facet of the library. Its texts end early, and one conversion throws.
 class LoudCtype : public utf8_ctype {
     const char* do_widen(const char* first, const char* last, char_type* dest) const override {
-        *dest++ = static_cast<char_type>(*first - 32), *dest = 0;
+        dest[0] = static_cast<char_type>(*first - 'a' + 'A');
+        dest[1] = 0;
         return last;
     }
     const char_type* do_narrow(const char_type*, const char_type*, char, char*) const override {
@@ -101,7 +107,7 @@ class LoudCtype : public utf8_ctype {
     }
 };
 
-TEST(Strings, ConversionsUseTheFacetThatTheLocaleCarries) {
+TEST(Strings, ConvertByTheFacetOfTheLocale) {
     const std::locale loud(utf8, new LoudCtype);
     EXPECT_EQ(KestStringUtilities::widen("abc", loud), wide(u"A"));
     const std::string failed = ": ctype facet cannot be created for the locale - ";
@@ -111,10 +117,12 @@ TEST(Strings, ConversionsUseTheFacetThatTheLocaleCarries) {
               "KestStringUtilities::widen" + failed + std::bad_cast().what());
 }
 
-TEST(Strings, BstrsHoldTheTextUpToItsFirstZeroOrThrowWithTheSystemsText) {
-    const BSTR text = KestStringUtilities::makeBSTR(wide({u"ab\0c", 4})), empty = KestStringUtilities::makeBSTR({});
+TEST(Strings, CopyToAndFromPlatformStrings) {
+    const BSTR text = KestStringUtilities::makeBSTR(wide({u"ab\0c", 4}));
+    const BSTR empty = KestStringUtilities::makeBSTR({});
     EXPECT_EQ(KestStringUtilities::widen(text), wide(u"ab"));
-    EXPECT_TRUE(SysStringByteLen(text) == 4 && empty != nullptr && SysAllocString(nullptr) == nullptr);
+    EXPECT_EQ(SysStringByteLen(text), 4U);
+    EXPECT_NE(empty, SysAllocString(nullptr)) << "only null has no string";
     EXPECT_EQ(KestStringUtilities::widen(BSTR{nullptr}), wstring16());
     const std::string reason = std::string(": com_error exception converting BSTR - ") + std::strerror(ENOMEM);
     for (const int first : {1, 2}) {
@@ -122,7 +130,8 @@ TEST(Strings, BstrsHoldTheTextUpToItsFirstZeroOrThrowWithTheSystemsText) {
         EXPECT_EQ(failureOf([] { KestStringUtilities::makeBSTR({}); }), "KestStringUtilities::makeBSTR" + reason);
         EXPECT_EQ(failureOf([&] { KestStringUtilities::widen(text); }), "KestStringUtilities::widen" + reason);
     }
-    SysFreeString(text), SysFreeString(empty);
+    SysFreeString(text);
+    SysFreeString(empty);
 }
 
 }  // namespace

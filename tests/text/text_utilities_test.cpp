@@ -1,3 +1,4 @@
+// Copies into buffers, hexadecimal text, tokens and quotes.
 #include "support/text_utilities.h"
 
 #include <gtest/gtest.h>
@@ -8,12 +9,14 @@ using namespace KestSupport;
 using namespace std::string_literals;
 using Texts = std::vector<std::string>;
 
-TEST(TextUtilities, CopyAndConvertIntoBuffersWithRoomForTheTerminator) {
+TEST(TextUtilities, CopyIntoBuffersWithRoom) {
     char text[] = "~~~~~~";
     unsigned short units[] = {7, 7, 7, 7, 7, 7, 7};
-    for (const int size : {0, 3})
-        EXPECT_TRUE(!KestStringToChar("abc", text, size) && !KestStringToWideChar("abc", units, size)) << size;
-    EXPECT_TRUE(!KestStringToChar("", nullptr, 9) && !KestStringToWideChar("", nullptr, 9) && units[0] == 7);
+    for (const int size : {0, 3, 9}) {
+        EXPECT_EQ(KestStringToChar("abc", size == 9 ? nullptr : text, size), nullptr);
+        EXPECT_EQ(KestStringToWideChar("abc", size == 9 ? nullptr : units, size), nullptr);
+    }
+    EXPECT_EQ(units[0], 7);
     EXPECT_EQ(KestStringToChar("abc", text + 1, 4), text + 1);
     EXPECT_EQ(std::string(text, 6), "~abc\0~"s);
     EXPECT_EQ(KestStringFromChar(KestStringToChar("", text, -1)), "") << "a negative size is a large one";
@@ -35,33 +38,29 @@ TEST(TextUtilities, CopyAndConvertIntoBuffersWithRoomForTheTerminator) {
     std::setlocale(LC_ALL, before.c_str());
 }
 
-TEST(TextUtilities, ReadAnyPairOfCharactersAsAHexadecimalByte) {
-    std::string all;
-    for (int byte = 0; byte < 256; ++byte)
-        all += static_cast<char>(byte);
-    const std::string digits = KestBytesToHex(all.data(), 256), others = "\n\xFF\x10\0\xFF\xF0"s;
-    for (const auto& [hex, bytes] :
-         {std::pair("7"s, ""s), {"abc", "\xAB"}, {"0aFf0GG0//\xFF\x30", others}, {digits, all}}) {
+TEST(TextUtilities, ReadAnyPairAsAByte) {
+    const std::string others = "\n\xFF\x10\0\xFF\xF0"s;
+    for (const auto& [hex, bytes] : {std::pair("7"s, ""s), {"abc", "\xAB"}, {"0aFf0GG0//\xFF\x30", others}}) {
         std::string out(bytes.size() + 1, '~');
         EXPECT_EQ(KestHexToBytes(out.data(), hex), static_cast<int>(bytes.size()));
-        EXPECT_TRUE(out == bytes + '~') << hex;
+        EXPECT_EQ(out, bytes + '~') << hex;
     }
     EXPECT_EQ(KestBytesToHex("\x01\xAB\0\x9F", 4) + KestBytesToHex("a", 0) + KestBytesToHex("a", -1), "01AB009F");
 }
 
-TEST(TextUtilities, SplitAtDelimitersOrAtTheEndsOfItems) {
+TEST(TextUtilities, SplitAtDelimitersOrNuls) {
     Texts out = {",;a\0;b,", ";,"};
     KestTokenizer(out[0], out[1], out);
-    EXPECT_EQ(out, Texts{"a"}) << "out of what the result held";
+    EXPECT_EQ(out, Texts{"a"}) << "the arguments are items of the result";
     KestTokenizer(std::string("a\0bc\0\0d\0", 9).data(), out);
     EXPECT_EQ(out, (Texts{"a", "bc"}));
     KestTokenizer(static_cast<char*>(nullptr), ",", out);
-    EXPECT_TRUE(out.empty());
+    EXPECT_EQ(out, Texts());
     KestTokenizer(static_cast<char*>(nullptr), out = {"old"});
-    EXPECT_TRUE(out.empty());
+    EXPECT_EQ(out, Texts());
 }
 
-TEST(TextUtilities, KeepWhatStandsBetweenDoubleQuotesTogether) {
+TEST(TextUtilities, KeepQuotedTextTogether) {
     const std::pair<std::string, Texts> lines[] = {{"", {"old"}},
                                                    {"\0a"s, {}},
                                                    {"a  \"x y\" b\"c d\"e\t'z w'\0v"s, {"a", "x y", "bc de\t'z", "w'"}},
@@ -73,5 +72,6 @@ TEST(TextUtilities, KeepWhatStandsBetweenDoubleQuotesTogether) {
         EXPECT_EQ(out, tokens) << line;
     }
     std::string line = "\"x y\" z";
-    EXPECT_TRUE(KestExtractFirstString(line, line) == "x y" && line == " z") << "the rest may replace the text";
+    EXPECT_EQ(KestExtractFirstString(line, line), "x y");
+    EXPECT_EQ(line, " z") << "the rest replaces the text";
 }

@@ -11,11 +11,6 @@ namespace {
 
 using namespace KestSupport;
 
-struct Exceptions : testing::Test {
-    Exceptions() { environment.setLocale("C"); }
-    kit::EnvironmentGuard environment;
-};
-
 wstring16 wide(const std::string& text) {
     return {text.begin(), text.end()};
 }
@@ -27,7 +22,7 @@ std::string contentOf(const KestException& exception) {
            std::string(messages.begin(), messages.end());
 }
 
-TEST_F(Exceptions, KeepMessagesApartFromText) {
+TEST(Exceptions, KeepMessagesApartFromText) {
     KestException exception(std::string("A"), 1);
     for (const char* message : {"B", "", "C"})
         exception.pushMessage(wide(message));
@@ -59,7 +54,7 @@ void expectCaught(const Exception& exception, const std::string& text, int code 
 }
 
 // The tests of the classes that throw the other subclasses check their prefixes.
-TEST_F(Exceptions, ShowSubclassByPrefix) {
+TEST(Exceptions, ShowSubclassByPrefix) {
     const std::string text = "ABC";
     expectCaught(KestException(), "");
     expectCaught(KestException(-3), "", -3);
@@ -74,7 +69,9 @@ TEST_F(Exceptions, ShowSubclassByPrefix) {
     expectCaught(KestPropertyNotFound(wstring16_ci{'A', 'B', 'C'}), "Property not found: ABC");
 }
 
-TEST_F(Exceptions, ConvertNarrowTextByEnvironment) {
+TEST(Exceptions, ConvertNarrowTextByEnvironment) {
+    kit::EnvironmentGuard environment;
+    environment.setLocale("C");
     EXPECT_EQ(KestException(std::string("\xE9"), 0).getUText(), wstring16{0xE9});
     EXPECT_EQ(KestException(wstring16{0x20AC, 0x430}, 0).getText(), "\x80?");
     EXPECT_EQ(KestPropertyNotFound(wstring16{'x', 0x430}).getUText(), wide("Property not found: x?"));

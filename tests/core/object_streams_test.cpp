@@ -229,7 +229,7 @@ TEST(BufferStream, HasReaderBesideWriter) {
     for (int round = 0; round < 100; ++round) {
         constexpr int kCount = 300;
         KestBufferStream stream;
-        std::thread writer([&] {
+        const std::jthread writer([&] {
             for (int i = 0; i < kCount; ++i)
                 stream << i;
         });
@@ -238,7 +238,6 @@ TEST(BufferStream, HasReaderBesideWriter) {
                 std::this_thread::yield();
             ASSERT_EQ(number, expected);
         }
-        writer.join();
     }
 }
 

@@ -2,6 +2,7 @@
 #include "platform/service_manager.h"
 
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -187,9 +188,11 @@ TEST_F(ServiceManagerTest, ReportsWhyAStartFails) {
         {"silent", "0 0 1/0/1067"},        {"throwing", "0 0 1/0/1064"},
         {"failing", "0 0 1/0/42"},         {"troubled sendMessage 1 always", "0 1067 1/0/1067"},
         {"/not/there", "0 2 1/0/2"},       {text, "0 193 1/0/193"},
-        {state.path(), "0 5 1/0/5"}};
+        {state.path(), "0 5 1/0/5"},       {"/bin/sh -c 'sleep 100 & echo $! >child'", "0 1067 1/0/1067"}};
     for (const auto& [command, told] : starts)
         EXPECT_EQ(run("line s " + command + "; start s; await s 1; tell s"), told) << command;
+    const std::string child = "/proc/" + std::to_string(std::stoi(state.read("child"))) + "/stat";
+    kit::await([&] { return !matches(state.read(child), "\\d+ .sleep. [^ZX][^]*"); });
     EXPECT_EQ(run("start s " + std::string(70'000, 'a') + "; type s 4; start s; type s 3"), "87 0 1058 0");
     EXPECT_EQ(serviceManager().runDispatcher("us", serve<4, 3>), 1063u) << "not started by the manager";
     EXPECT_EQ(serviceManager().registerControlHandler("us", onControl), nullptr);
@@ -298,9 +301,12 @@ TEST_F(ServiceManagerTest, IsolatesDamagedFiles) {
     state.write("services/stray", "");
     fs::create_directory(state.pathOf("services/empty"));
     fs::create_directory(state.pathOf("services/other/status"));
+    ASSERT_EQ(::mkfifo(state.pathOf("services/torn/status").c_str(), 0600), 0);
     fs::remove(state.pathOf("services/piped/configuration"));
     fs::create_symlink("../good/configuration", state.pathOf("services/piped/configuration"));
     EXPECT_EQ(listed(), "good 0,other 13,piped 13,torn 13,");
+    state.write("services/torn/configuration", whole);
+    EXPECT_EQ(run("tell torn; start torn"), "13 13") << "the status is a pipe";
     fs::rename(state.pathOf("services/piped"), state.pathOf("kept"));
     fs::create_symlink("../kept", state.pathOf("services/piped"));
     EXPECT_EQ(run("tell piped; start piped; create piped plain; remove piped; tell piped"), "13 13 13 0 1060");

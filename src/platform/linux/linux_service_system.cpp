@@ -65,8 +65,9 @@ int openPath(const Folder& folder, const std::string& path) noexcept {
     return static_cast<int>(::syscall(SYS_openat2, descriptorOf(folder), path.c_str(), &how, sizeof how));
 }
 
-Failure readFailure() noexcept {
-    return errno == EISDIR ? Failure{errorInvalidData} : lastFailure();
+// A folder cannot be read, and a pipe has no positions.
+Failure contentFailure() noexcept {
+    return errno == EISDIR || errno == ESPIPE ? Failure{errorInvalidData} : lastFailure();
 }
 
 // A length of 0 means all bytes up to the end. Open file description locks (F_OFD_...) belong to the descriptor.
@@ -111,7 +112,7 @@ Result<std::string> File::readAll(std::size_t limit) const {
     // A file that fills the block may be longer.
     while (size == static_cast<ssize_t>(sizeof block) && text.size() <= limit) {
         size = systemCall("readFile", [&] { return ::read(descriptorOf(*this), block, sizeof block); });
-        if (size < 0) return readFailure();
+        if (size < 0) return contentFailure();
         text.append(block, static_cast<std::size_t>(size));
     }
     return text;
@@ -120,7 +121,7 @@ Result<std::string> File::readAll(std::size_t limit) const {
 Result<std::size_t> File::readStart(std::span<char> bytes) const noexcept {
     const ssize_t size =
         systemCall("readFile", [&] { return ::pread(descriptorOf(*this), bytes.data(), bytes.size(), 0); });
-    if (size < 0) return readFailure();
+    if (size < 0) return contentFailure();
     return static_cast<std::size_t>(size);
 }
 
@@ -137,7 +138,7 @@ ErrorCode File::write(std::string_view bytes) const noexcept {
 ErrorCode File::writeStart(std::string_view bytes) const noexcept {
     const ssize_t size =
         systemCall("writeFile", [&] { return ::pwrite(descriptorOf(*this), bytes.data(), bytes.size(), 0); });
-    if (size < 0) return lastFailure();
+    if (size < 0) return contentFailure();
     return static_cast<std::size_t>(size) == bytes.size() ? errorSuccess : errorDiskFull;
 }
 

@@ -112,9 +112,11 @@ class ServiceStart {
             left -= step;
         }
         if (error == errorBrokenPipe || g_cancelled) error = errorProcessAborted;
-        // Ends the programs that a script has started too.
+        // Ends the programs that a script has started too, also when the script has ended, unless another process may
+        // have received its number.
+        const bool isGroupOurs = !process.wait(0) || error == errorProcessAborted || !isDetached(process.id());
+        if (isGroupOurs) endProgram(process.id(), EndMode::kill);
         constexpr std::uint32_t kPatience = 1000;  // milliseconds
-        if (!process.wait(0)) endProgram(process.id(), EndMode::kill);
         process.wait(kPatience);
         return error;
     }

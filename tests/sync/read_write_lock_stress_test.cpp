@@ -19,25 +19,22 @@ struct Guarded {
     void use(int thread) {
         for (int turn = 0; turn < kTurns; ++turn) {
             KestReadWriteLock copy(lock);
+            const bool yields = turn % 32 == 0;  // so the other threads have to sleep
             if ((turn + thread) % 4 == 0) {
                 if (!copy.tryWriteLock()) copy.writeLock();
                 ++first;
-                dawdle(turn);
+                if (yields) std::this_thread::yield();
                 ++second;
                 copy.writeUnLock();
             } else {
                 if (!copy.tryReadLock()) copy.readLock();
                 copy.readLock();
-                dawdle(turn);
+                if (yields) std::this_thread::yield();
                 copy.readUnLock();
                 torn += first != second;
                 copy.readUnLock();
             }
         }
-    }
-    // Sometimes a holder yields, so the other threads have to sleep.
-    static void dawdle(int turn) {
-        if (turn % 32 == 0) std::this_thread::yield();
     }
 };
 

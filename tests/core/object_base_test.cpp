@@ -64,7 +64,7 @@ TEST(ObjectBase, CountsItsOwnReferences) {
     EXPECT_EQ(Witness(*shared).refCount(), 0U);
     EXPECT_EQ(shared->release(), 1U);
     const auto hold = [&shared] {
-        for (int i = 0; i < 20'000; ++i)
+        for (int i = 0; i < 500'000; ++i)
             const KestSmartPointer<Witness> mine(shared);
     };
     std::thread other(hold);

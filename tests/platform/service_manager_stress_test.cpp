@@ -1,6 +1,4 @@
 // Kills services at random moments, and lets clients contend for one. KEST_STRESS_ROUNDS sets another number of rounds.
-#include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <random>
 #include <set>
@@ -19,15 +17,13 @@ void report(std::uint32_t state) {
     serviceManager().setStatus(g_status, {kServiceOwnProcess, state, kServiceAcceptStop});
 }
 
-// The service has a file while it runs. A second process finds the file of the first.
+// The service has a folder while it runs. A second process finds the folder of the first.
 void run(const Texts&) {
     g_status = serviceManager().registerControlHandler("", [](std::uint32_t) {
         std::filesystem::remove("trace");
         report(kServiceStopped);
     });
-    std::FILE* const trace = std::fopen("trace", "wx");
-    if (trace == nullptr) std::ofstream("twice").put('!');
-    if (trace != nullptr) std::fclose(trace);
+    if (!std::filesystem::create_directory("trace")) std::ofstream("twice").put('!');
     report(kServiceRunning);
 }
 const kit::ChildRole service("service",

@@ -54,7 +54,8 @@ class PropertiesPrinter:
         try:
             table = gdb.lookup_type(owner.type.template_argument(0).name).pointer()
             self.table = owner.address.cast(table.pointer()).dereference().dereference()
-            self.count = int(self.table["m_count"])
+            free = self.table["m_free"]["_M_impl"]
+            self.count = deque_size(self.table["m_entries"]) - int(free["_M_finish"] - free["_M_start"])
         except gdb.error:
             self.table = None
 
@@ -88,10 +89,21 @@ class DateTimePrinter:
             field("m_year"), field("m_month") + 1, field("m_day"), field("m_hour"), field("m_minute"), field("m_second"))
 
 
+def block_size_of(deque):
+    return max(512 // deque["_M_impl"]["_M_start"]["_M_cur"].dereference().type.sizeof, 1)
+
+
+def deque_size(deque):
+    """The number of items of a std::deque of libstdc++, whose inner blocks are full."""
+    first, last = deque["_M_impl"]["_M_start"], deque["_M_impl"]["_M_finish"]
+    inner = int(last["_M_node"] - first["_M_node"]) - 1
+    return inner * block_size_of(deque) + int(last["_M_cur"] - last["_M_first"]) + int(first["_M_last"] - first["_M_cur"])
+
+
 def deque_items(deque):
     """The items of a std::deque of libstdc++."""
     first, last = deque["_M_impl"]["_M_start"], deque["_M_impl"]["_M_finish"]
-    block_size = max(512 // first["_M_cur"].dereference().type.sizeof, 1)
+    block_size = block_size_of(deque)
     node, place, block_end = first["_M_node"], first["_M_cur"], first["_M_last"]
     while place != last["_M_cur"]:
         yield place.dereference()

@@ -129,5 +129,7 @@ add_custom_target(kest_uninstall COMMAND ${CMAKE_COMMAND} -D BUILD=${CMAKE_BINAR
   -D SETTINGS=${PROJECT_SOURCE_DIR}/examples/agent/settings.properties -P ${PROJECT_SOURCE_DIR}/cmake/uninstall.cmake)
 if(PROJECT_IS_TOP_LEVEL)
   add_custom_target(uninstall DEPENDS kest_uninstall)
-  include(KestPackage)
+  if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    include(KestPackage)
+  endif()
 endif()

@@ -1,4 +1,5 @@
-# Debian packages: `cpack` in the build tree makes one for each component. scripts/package calls it.
+# Debian packages: `cpack` in the build tree makes one for each component. scripts/package calls it. Only for a build whose prefix
+# is that of the system.
 include_guard(GLOBAL)
 
 set(CPACK_GENERATOR DEB)
@@ -24,19 +25,29 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/src)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${library_package})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "${PROJECT_DESCRIPTION}\n The shared library.")
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "The shared library.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libkestsupport-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "${PROJECT_DESCRIPTION}\n Headers, CMake package and pkg-config file.")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers, CMake package, pkg-config file, printers for gdb.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_DEVELOPMENT_DEBUGINFO_PACKAGE OFF)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${library_package} (= ${PROJECT_VERSION})")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME kest-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION admin)
-set(CPACK_COMPONENT_TOOLS_DESCRIPTION "${PROJECT_DESCRIPTION}\n kestsc, which manages services, and kest-agent, which watches the machine.")
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION "kestsc manages services, kest-agent watches the machine.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${library_package} (>= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/conffiles)
+
+# Each package has its own copy of these.
+configure_file(${PROJECT_SOURCE_DIR}/CHANGELOG.md changelog COPYONLY)
+find_program(KEST_GZIP gzip REQUIRED)
+execute_process(COMMAND ${KEST_GZIP} -9nf ${PROJECT_BINARY_DIR}/changelog COMMAND_ERROR_IS_FATAL ANY)
+foreach(component runtime development tools)
+  string(TOUPPER ${component} upper)
+  install(FILES ${PROJECT_SOURCE_DIR}/packaging/debian/copyright ${PROJECT_BINARY_DIR}/changelog.gz
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${upper}_PACKAGE_NAME} COMPONENT ${component})
+endforeach()
 
 include(CPack)

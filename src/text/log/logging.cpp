@@ -13,8 +13,8 @@ namespace {
 constexpr int kMostDetailedLevel = 9;
 
 std::uint64_t nextSerial() noexcept {
-    static constinit std::atomic<std::uint64_t> s_last{0};
-    return s_last.fetch_add(1, std::memory_order_relaxed) + 1;
+    static constinit std::atomic<std::uint64_t> last{0};
+    return last.fetch_add(1, std::memory_order_relaxed) + 1;
 }
 
 KestLogging& applyLevel(KestLogging& logging, const std::string& module, int level) {

@@ -32,8 +32,8 @@ struct ResetAtEnd {
 }  // namespace
 
 LoggingThread& internal::currentLoggingThread() noexcept {
-    static constinit std::atomic<std::uint64_t> s_last{0};
-    if (t_thread.number == 0) t_thread.number = s_last.fetch_add(1, std::memory_order_relaxed) + 1;
+    static constinit std::atomic<std::uint64_t> last{0};
+    if (t_thread.number == 0) t_thread.number = last.fetch_add(1, std::memory_order_relaxed) + 1;
     return t_thread;
 }
 

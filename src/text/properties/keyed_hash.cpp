@@ -18,9 +18,9 @@ std::uint64_t publishedHalf(std::atomic<std::uint64_t>& half) {
 }  // namespace
 
 HashKey processHashKey() {
-    static constinit std::atomic<std::uint64_t> s_first{0};
-    static constinit std::atomic<std::uint64_t> s_second{0};
-    return {publishedHalf(s_first), publishedHalf(s_second)};
+    static constinit std::atomic<std::uint64_t> firstHalf{0};
+    static constinit std::atomic<std::uint64_t> secondHalf{0};
+    return {publishedHalf(firstHalf), publishedHalf(secondHalf)};
 }
 
 }  // namespace KestSupport::internal

@@ -347,18 +347,25 @@ TEST_F(ServiceManagerTest, AdmitsTheOwnerOnly) {
 TEST_F(ServiceManagerTest, SurvivesEachFailingCall) {
     environment.set("KEST_SERVICE_TIMEOUT", "1000");
     ASSERT_EQ(run("create bystander plain; start bystander"), "0 0");
+    // The service reports that it runs some time after its start, so its control is a part of its own.
+    const char* const parts[][3] = {{"", "create s plain; start s; type s 3", "0 0 0"},
+                                    {"create s plain; start s; await s 4", "control s 1; remove s", "0/1 0"}};
     for (const std::string how : {"once", "always"}) {
-        bool failed = true;
-        for (int first = 1; failed; ++first) {
-            std::string results;
-            {
-                const kit::FailingCalls calls("", first, how == "always", EMFILE);
-                results = run("create s plain; start s; type s 3; control s 1; remove s");
-                failed = kit::FailingCalls::seen() >= first;
+        for (const auto& [before, counted, expected] : parts) {
+            bool failed = true;
+            for (int first = 1; failed; ++first) {
+                std::string results;
+                run(before);
+                {
+                    const kit::FailingCalls calls("", first, how == "always", EMFILE);
+                    results = run(counted);
+                    failed = kit::FailingCalls::seen() >= first;
+                }
+                EXPECT_TRUE(matches(results, failed ? "(0 )*(4( .*|/0 .*|)|0/1 .*|0)" : expected))
+                    << counted << first << results;
+                run("end s; remove s");
+                ASSERT_EQ(run("tell s"), "1060") << first << how;
             }
-            EXPECT_TRUE(matches(results, failed ? "(0 )*(4( .*|/0 .*|)|0/1 .*|0)" : "0 0 0 0/1 0")) << first << results;
-            run("end s; remove s");
-            ASSERT_EQ(run("tell s"), "1060") << first << how;
         }
         for (int first = 1; first <= 24; ++first) {
             ASSERT_EQ(run("create t plain; line t troubled '' " + std::to_string(first) + " " + how), "0 0");

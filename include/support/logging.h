@@ -1,5 +1,6 @@
 // The process-wide logger. A program constructs one KestLogging and registers it with setInstance. It writes a record
-// in three steps: choose a level, insert values, end the record. The output is a file, standard output, or both.
+// in three steps: choose a level, insert values, end the record. The output is a file, standard output, or both. A
+// KestLogRecord (log_record.h) does the three steps in one expression, and suits most programs better.
 //
 //   KestLogging              the logger: targets, levels, insertion
 //   setloglevel, endrecord   the manipulators that begin and end a record
@@ -52,6 +53,7 @@ namespace KestSupport {
 
 class KestLogging;
 class KestLoggingEventTimerThread;
+class KestLogRecord;
 
 namespace internal {
 struct LoggingState;
@@ -212,6 +214,7 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
   private:
     friend KestLogging& endrecord(KestLogging& logging);
     friend class KestLoggingEventTimerThread;
+    friend class KestLogRecord;
 
     template <typename Append>
     KestLogging& insert(std::size_t most, Append append);
@@ -222,6 +225,7 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
     void writeAbandonedRecord();
     bool buildLine();
     void dropRecord() noexcept;
+    bool hasRecordData() const noexcept { return m_recordData.load(std::memory_order_relaxed); }
 
     static std::atomic<KestLogging*> m_pInstance;
 

@@ -12,6 +12,7 @@
 #include <support/locales.h>
 #include <support/lock_factory.h>
 #include <support/locks.h>
+#include <support/log_record.h>
 #include <support/logging.h>
 #include <support/message_sets.h>
 #include <support/object_base.h>

@@ -3,6 +3,7 @@
 // No caller holds a lock that logging needs. The timers do not log: the logger's watchdog is a timer.
 #pragma once
 
+#include "support/log_record.h"
 #include "support/logging.h"
 
 namespace KestSupport::internal {
@@ -34,9 +35,7 @@ inline bool isLogLevel(LogLevel level) noexcept {
 /// Writes one record of the values' texts if records of the level are written.
 template <typename... Values>
 void logRecord(LogLevel level, const Values&... values) {
-    if (!isLogged(level)) return;
-    KestLogging& logging = KestLogging::getInstance() << setloglevel(static_cast<int>(level));
-    (logging << ... << values) << &endrecord;
+    if (KestLogRecord record(static_cast<int>(level)); record) (record << ... << values);
 }
 
 }  // namespace KestSupport::internal

@@ -32,6 +32,20 @@ internal::LoggingState::LoggingState(const std::string& name, KestLogging& loggi
         each->lockCount();
 }
 
+int internal::LoggingState::moduleLevel(std::string_view module, int otherwise) {
+    if (!hasModuleLevels.load(std::memory_order_acquire)) return otherwise;
+    const KestCriticalSection guard(moduleLock, true);
+    const auto entry = moduleLevels.find(module);
+    return entry == moduleLevels.end() ? otherwise : entry->second;
+}
+
+void internal::LoggingState::setModuleLevel(const std::string& module, int level) {
+    const KestCriticalSection guard(moduleLock, true);
+    const platform::Uninterrupted whole;
+    moduleLevels[module] = level;
+    hasModuleLevels.store(true, std::memory_order_release);
+}
+
 std::atomic<KestLogging*> KestLogging::m_pInstance{nullptr};
 
 KestLogging::KestLogging() : KestLogging("log", standardOutputTarget, -1) {}
@@ -63,16 +77,12 @@ void KestLogging::setLogLevel(int level) noexcept {
 }
 
 int KestLogging::getLogLevel(const std::string& module) const {
-    const KestCriticalSection guard(m_pState->moduleLock, true);
-    const auto entry = m_pState->moduleLevels.find(module);
-    return entry == m_pState->moduleLevels.end() ? getLogLevel() : entry->second;
+    return m_pState->moduleLevel(module, getLogLevel());
 }
 
 void KestLogging::setLogLevel(const std::string& module, int level) {
     if (level < -1 || level > kMostDetailedLevel) return;
-    const KestCriticalSection guard(m_pState->moduleLock, true);
-    const platform::Uninterrupted whole;
-    m_pState->moduleLevels[module] = level;
+    m_pState->setModuleLevel(module, level);
 }
 
 void KestLogging::setTarget(int target) {

@@ -114,10 +114,7 @@ void KestLogging::writeRecord() {
         const ResetAtEnd end{state};
         isShown = buildLine();
     }
-    const int target = isShown ? getTarget() : 0;
-    if ((target & fileTarget) != 0) state.file.write(state.line);
-    if ((target & standardOutputTarget) != 0) state.output.write(state.line);
-    state.file.closeReplaced();
+    state.writeLine(isShown ? getTarget() : 0);
 }
 
 bool KestLogging::buildLine() {
@@ -126,19 +123,27 @@ bool KestLogging::buildLine() {
     const bool hasModule = !record.module().empty();
     const int shown = hasModule ? getLogLevel(record.module()) : getLogLevel();
     if (record.text().empty() || (record.level() > shown && record.level() != 0)) return false;
-
-    std::string& line = state.line;
-    line.clear();
-    if (m_recordData.load(std::memory_order_relaxed) && record.level() != 0) {
-        const std::string_view module = hasModule ? std::string_view(record.module()) : "Global";
-        const std::string& prefix = state.prefix.text(record.level(), module, record.builderId());
-        internal::makeRoom(line, prefix.size());
-        line += prefix;
-    }
-    internal::makeRoom(line, record.text().size() + 1);
-    line += record.text().c_str();  // a line ends at the text's first NUL
-    line += '\n';
+    state.buildLine({record.level(), record.module(), record.builderId(), record.text()}, hasRecordData());
     return true;
+}
+
+void internal::LoggingState::buildLine(const RecordParts& parts, bool hasPrefix) {
+    line.clear();
+    if (hasPrefix && parts.level != 0) {
+        const std::string_view module = parts.module.empty() ? "Global" : parts.module;
+        const std::string& text = prefix.text(parts.level, module, parts.threadId);
+        makeRoom(line, text.size());
+        line += text;
+    }
+    makeRoom(line, parts.text.size() + 1);
+    line += parts.text.substr(0, parts.text.find('\0'));  // a line ends at the text's first NUL
+    line += '\n';
+}
+
+void internal::LoggingState::writeLine(int target) {
+    if ((target & KestLogging::fileTarget) != 0) file.write(line);
+    if ((target & KestLogging::standardOutputTarget) != 0) output.write(line);
+    file.closeReplaced();
 }
 
 void KestSetLogLevelManipulator::leaveRecord() noexcept {

@@ -3,12 +3,17 @@
 //   logging.cpp            registration, levels, targets and the watchdog
 //   logging_records.cpp    the open record: who builds it, its end, and its line
 //   logging_insertion.cpp  the insertion operators
+//
+// log_record.cpp implements KestLogRecord, which writes its line through them.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "support/locks.h"
 #include "support/logging.h"
@@ -18,6 +23,14 @@
 #include "text/log/open_record.h"
 
 namespace KestSupport::internal {
+
+/// What a line is made of.
+struct RecordParts {
+    int level;
+    std::string_view module;  // empty for none
+    std::uint32_t threadId;
+    std::string_view text;
+};
 
 /// The calling thread's own.
 LoggingThread& currentLoggingThread() noexcept;
@@ -36,6 +49,14 @@ struct LoggingState {
         record.reset();
     }
 
+    /// Makes the line of a record, and writes it to the targets. The caller holds the lock.
+    void buildLine(const RecordParts& parts, bool hasPrefix);
+    void writeLine(int target);
+
+    /// Returns the module's level, or `otherwise` if the module has none.
+    int moduleLevel(std::string_view module, int otherwise);
+    void setModuleLevel(const std::string& module, int level);
+
     const std::uint64_t serial;      // of this logger; never 0
     KestCriticalSectionObject lock;  // held by the builder of a record from its first insertion to its end
     OpenRecord record;               // guarded by lock
@@ -44,8 +65,9 @@ struct LoggingState {
     LogFile file;                    // written under lock
     LogOutput output;                // written under lock
 
-    KestCriticalSectionObject moduleLock;     // taken after lock
-    std::map<std::string, int> moduleLevels;  // guarded by moduleLock
+    KestCriticalSectionObject moduleLock;                  // taken after lock
+    std::map<std::string, int, std::less<>> moduleLevels;  // guarded by moduleLock
+    std::atomic<bool> hasModuleLevels{false};              // whether moduleLevels has any
 
     const std::shared_ptr<LogWatchLink> link;
     LogWatchdog watchdog{60};

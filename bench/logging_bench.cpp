@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/log_record.h"
 #include "support/logging.h"
 #include "temporary_folder.h"
 #ifdef KEST_HAVE_SPDLOG
@@ -56,6 +57,11 @@ struct Ours : Folder {
     }
 
     KestLogging logging{file("ours"), KestLogging::fileTarget, 5};
+};
+
+struct OneStep : Ours {
+    void log(int value) { KestLogRecord(5) << value << text; }
+    void logAboveTheLevel(int value) { KestLogRecord(9) << value << text; }
 };
 
 /// Writes the bytes of a record without a logger. Threads share the file, as they do with a logger.
@@ -163,11 +169,23 @@ void KestBench::registerBenches() {
         .ours(logRecords<Ours>)
         .peer("write(2) with O_APPEND", 1.1, logRecords<BareFile>)
         .peer("spdlog", 0.75, spdlogRecords);
+    Comparison("logging/KestLogRecord flushed to a file")
+        .ours(logRecords<OneStep>)
+        .peer("setloglevel ... endrecord", 1.0, logRecords<Ours>)
+        .peer("spdlog", 0.75, spdlogRecords);
     Comparison("logging/line of two threads")
         .iterations(1)
         .ours(logByTwo<Ours>)
         .peer("write(2) with O_APPEND", logByTwo<BareFile>)
         .peer("spdlog", 0.9, spdlogByTwo);
+    Comparison("logging/KestLogRecord of two threads")
+        .iterations(1)
+        .ours(logByTwo<OneStep>)
+        .peer("setloglevel ... endrecord", logByTwo<Ours>)
+        .peer("spdlog", 0.9, spdlogByTwo);
+    Comparison("logging/KestLogRecord above the level")
+        .ours(logAboveTheLevel<OneStep>)
+        .peer("spdlog", 1.0, spdlogAboveTheLevel);
     Comparison("logging/record above the level").ours(logAboveTheLevel<Ours>).peer("spdlog", 1.0, spdlogAboveTheLevel);
     Growth("logging/line", "threads").iterations(1).at({1, 2, 4, 8}, logByThreads<Ours>);
 }

@@ -88,8 +88,6 @@ class KEST_SUPPORT_EXPORT KestLogRecord {
     }
 
   private:
-    class TextBuffer;
-
     template <typename Value>
     void appendValue(const Value& value) {
         if constexpr (std::is_same_v<Value, bool>) {

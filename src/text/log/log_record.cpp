@@ -18,27 +18,6 @@
 
 namespace KestSupport {
 
-/// The stream buffer through which a value with its own operator<< appends to the record.
-class KestLogRecord::TextBuffer : public std::streambuf {
-  public:
-    explicit TextBuffer(KestLogRecord& record) : m_record(record) {}
-
-  protected:
-    std::streamsize xsputn(const char* text, std::streamsize size) override {
-        m_record.append({text, static_cast<std::size_t>(size)});
-        return size;
-    }
-    int_type overflow(int_type next) override {
-        if (traits_type::eq_int_type(next, traits_type::eof())) return traits_type::not_eof(next);
-        const char character = traits_type::to_char_type(next);
-        m_record.append({&character, 1});
-        return next;
-    }
-
-  private:
-    KestLogRecord& m_record;
-};
-
 void KestLogRecord::begin(KestLogging& logging, int level, std::string_view module) {
     if (!module.empty() && level != 0 && logging.m_pState->moduleLevel(module, level) < level) return;
     m_level = level;
@@ -119,7 +98,20 @@ void KestLogRecord::appendWide(const wstring16& value) {
 }
 
 void KestLogRecord::appendStreamed(void (*insert)(std::ostream&, const void*), const void* value) {
-    TextBuffer buffer(*this);
+    struct Buffer : std::streambuf {
+        explicit Buffer(KestLogRecord& owner) : record(owner) {}
+        std::streamsize xsputn(const char* text, std::streamsize size) override {
+            record.append({text, static_cast<std::size_t>(size)});
+            return size;
+        }
+        int_type overflow(int_type next) override {
+            const char character = traits_type::to_char_type(next);
+            if (!traits_type::eq_int_type(next, traits_type::eof())) record.append({&character, 1});
+            return traits_type::not_eof(next);
+        }
+        KestLogRecord& record;
+    };
+    Buffer buffer(*this);
     std::ostream stream(&buffer);
     stream.imbue(std::locale::classic());
     stream.exceptions(std::ios_base::badbit);  // otherwise the stream would swallow the exception of the buffer

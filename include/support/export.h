@@ -1,5 +1,5 @@
 // Visibility of the library's interface. The library is built with hidden visibility; what a program may use is marked
-// KEST_SUPPORT_EXPORT. The public headers define only this macro and those of version_macros.h.
+// KEST_SUPPORT_EXPORT. The public headers define only the macros of this file and of version_macros.h.
 // A Windows program that links the static library defines KEST_SUPPORT_STATIC.
 #pragma once
 
@@ -17,4 +17,15 @@
 #endif
 #else
 #define KEST_SUPPORT_EXPORT __attribute__((visibility("default")))
+#endif
+
+// Marks a parameter, or the object of an operation, to which the result refers. A compiler that knows the attribute
+// warns when the result outlives a temporary.
+#if defined(__has_cpp_attribute)
+#if __has_cpp_attribute(clang::lifetimebound)
+#define KEST_SUPPORT_LIFETIMEBOUND [[clang::lifetimebound]]
+#endif
+#endif
+#ifndef KEST_SUPPORT_LIFETIMEBOUND
+#define KEST_SUPPORT_LIFETIMEBOUND
 #endif

@@ -11,11 +11,17 @@
 //
 // All of the library's own locks are in mutex mode. Without contention no mode enters the kernel.
 //
+// The lock objects meet the requirements of std::recursive_timed_mutex, so std::scoped_lock, std::unique_lock and
+// std::lock take them:
+//
+//     const std::scoped_lock both(m_first, m_second);  // without a fixed order
+//
 // Threads: any thread may call lock, unlock, testAndSet, unwind and lockCount. Copying, assigning and destroying lock
 // objects that share one implementation must not happen in two threads at once, nor while a thread holds the lock.
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 
 #include "support/export.h"
@@ -34,6 +40,31 @@ struct LockBias {
     std::atomic<bool> busy{false};        // the owner is between its two steps
     std::uint32_t evicted = 0;            // key of the former owner that may still be busy, else 0; by the lock
 };
+
+/// Calls attempt(milliseconds), which may wait that long, until it returns true or the clock has reached the deadline.
+/// Returns its last result. The last call has 0 milliseconds, so there is at least one attempt.
+template <typename Clock, typename Duration, typename Attempt>
+bool attemptUntil(const std::chrono::time_point<Clock, Duration>& deadline, Attempt attempt) {
+    constexpr std::chrono::milliseconds kLongestWait = std::chrono::hours(24);
+    for (;;) {
+        const auto now = Clock::now();
+        if (deadline <= now) return attempt(0U);
+        const auto rest = deadline - now;
+        const auto wait = rest < kLongestWait ? std::chrono::ceil<std::chrono::milliseconds>(rest) : kLongestWait;
+        if (attempt(static_cast<std::uint32_t>(wait.count()))) return true;
+    }
+}
+
+/// The same for a time from now on the steady clock. A time above 100 years has no end.
+template <typename Rep, typename Period, typename Attempt>
+bool attemptFor(const std::chrono::duration<Rep, Period>& time, Attempt attempt) {
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::duration<double> kForever = std::chrono::hours(24 * 365 * 100);
+    const std::chrono::duration<double> seconds = time;  // every time fits
+    if (seconds.count() <= 0) return attempt(0U);
+    if (seconds >= kForever) return attemptUntil(Clock::time_point::max(), attempt);
+    return attemptUntil(Clock::now() + std::chrono::ceil<Clock::duration>(time), attempt);
+}
 
 }  // namespace KestSupport::internal
 
@@ -62,6 +93,7 @@ struct KEST_SUPPORT_EXPORT LockImplementation : public LockBase {
     void lock();
     void unlock();
     bool testAndSet();
+    bool lockWithin(std::uint32_t milliseconds);
     void unwind();
     int lockCount() const;
 
@@ -98,6 +130,21 @@ class KEST_SUPPORT_EXPORT KestCriticalSectionObject {
     /// never waits; mutex mode waits up to 100 milliseconds. A mutex that an ended thread left locked is not taken by
     /// this call (false), and is free afterwards.
     bool testAndSet();
+
+    /// Takes one level and returns true, or returns false at once when another thread holds the lock. In mutex mode a
+    /// lock that an ended thread left locked is taken, as lock takes it.
+    bool try_lock() { return lockWithin(0); }
+    /// The same, and waits up to the given time. Critical-section mode looks once a millisecond whether the lock is
+    /// free.
+    template <typename Rep, typename Period>
+    bool try_lock_for(const std::chrono::duration<Rep, Period>& time) {
+        return internal::attemptFor(time, [this](std::uint32_t milliseconds) { return lockWithin(milliseconds); });
+    }
+    template <typename Clock, typename Duration>
+    bool try_lock_until(const std::chrono::time_point<Clock, Duration>& time) {
+        return internal::attemptUntil(time, [this](std::uint32_t milliseconds) { return lockWithin(milliseconds); });
+    }
+
     /// Releases every level that the calling thread holds. Does nothing while another thread holds the lock, which
     /// takes 100 milliseconds in mutex mode.
     void unwind();
@@ -108,6 +155,7 @@ class KEST_SUPPORT_EXPORT KestCriticalSectionObject {
   private:
     LockImplementation& implementation();
     LockImplementation& create();
+    bool lockWithin(std::uint32_t milliseconds);
     void shareFrom(const KestCriticalSectionObject& other);
 
     // Null until the first use, which writes it once. Assignment and destruction write it too.
@@ -126,7 +174,7 @@ class KEST_SUPPORT_EXPORT KestMutexObject : public KestCriticalSectionObject {
 class KestCriticalSection {
   public:
     /// Refers to the lock, which must outlive the guard. True takes one level.
-    KestCriticalSection(KestCriticalSectionObject& object, bool lockNow) : m_object(object) {
+    KestCriticalSection(KestCriticalSectionObject& object KEST_SUPPORT_LIFETIMEBOUND, bool lockNow) : m_object(object) {
         if (lockNow) lock();
     }
     KestCriticalSection(const KestCriticalSection&) = delete;

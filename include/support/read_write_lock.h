@@ -1,6 +1,8 @@
 // A lock that many threads share for reading, or that one thread holds alone for writing.
 //
 //   KestReadWriteLock     the lock; its copies are the same lock
+//   KestReadGuard         holds a read level until the end of its scope
+//   KestWriteGuard        holds the write lock until the end of its scope
 //   RwLockImplementation  what the copies share; for the library's own use
 //
 // Read levels are counted per thread. A thread takes any number, also while a writer waits, and releases each. The
@@ -12,6 +14,9 @@
 //
 // Two calls block without end, because the thread would wait for itself: writeLock by a thread that has the write lock
 // or a read level, and readLock by a thread that has the write lock.
+//
+// The lock meets the requirements of std::shared_timed_mutex, so std::shared_lock, std::unique_lock and
+// std::scoped_lock take it. In those names "shared" is a read level; the others are the write lock.
 //
 // Threads: any thread may call every operation, and different threads may make and destroy copies. One lock object is
 // not assigned to while another thread uses that object. The levels of a thread that ends stay held. A thread that
@@ -28,6 +33,8 @@
 #include <atomic>
 #include <cstdint>
 #include <map>
+#include <mutex>
+#include <shared_mutex>
 
 #include "support/export.h"
 #include "support/locks.h"
@@ -50,6 +57,8 @@ struct KEST_SUPPORT_EXPORT RwLockImplementation : public KestSupport::KestObject
     void writeLock();
     bool tryWriteLock();
     void writeUnLock();
+    bool readLockWithin(std::uint32_t milliseconds);
+    bool writeLockWithin(std::uint32_t milliseconds);
 
   private:
     class Waiting;
@@ -70,7 +79,7 @@ struct KEST_SUPPORT_EXPORT RwLockImplementation : public KestSupport::KestObject
     bool holderWillSignal() noexcept;
     void signalIfFree() noexcept;
     template <typename Take>
-    void waitUntil(KestSupport::KestCriticalSection& guard, Take take);
+    bool waitUntil(KestSupport::KestCriticalSection& guard, std::uint32_t milliseconds, Take take);
 
     std::array<Slot, 8> m_slots;
     // Id of the thread that has the write lock, 0 for none, and whether threads wait. Written with m_lock held, except
@@ -112,8 +121,46 @@ class KEST_SUPPORT_EXPORT KestReadWriteLock {
     /// level or the write lock.
     bool tryWriteLock();
 
+    void lock_shared() { readLock(); }
+    bool try_lock_shared() { return tryReadLock(); }
+    void unlock_shared() { readUnLock(); }
+    void lock() { writeLock(); }
+    bool try_lock() { return tryWriteLock(); }
+    void unlock() { writeUnLock(); }
+
+    /// Take what lock_shared and lock take and return true, or return false when the time has passed. A thread that
+    /// would wait for itself gets false.
+    template <typename Rep, typename Period>
+    bool try_lock_shared_for(const std::chrono::duration<Rep, Period>& time) {
+        return internal::attemptFor(time, [this](std::uint32_t milliseconds) { return readLockWithin(milliseconds); });
+    }
+    template <typename Clock, typename Duration>
+    bool try_lock_shared_until(const std::chrono::time_point<Clock, Duration>& time) {
+        return internal::attemptUntil(time,
+                                      [this](std::uint32_t milliseconds) { return readLockWithin(milliseconds); });
+    }
+    template <typename Rep, typename Period>
+    bool try_lock_for(const std::chrono::duration<Rep, Period>& time) {
+        return internal::attemptFor(time, [this](std::uint32_t milliseconds) { return writeLockWithin(milliseconds); });
+    }
+    template <typename Clock, typename Duration>
+    bool try_lock_until(const std::chrono::time_point<Clock, Duration>& time) {
+        return internal::attemptUntil(time,
+                                      [this](std::uint32_t milliseconds) { return writeLockWithin(milliseconds); });
+    }
+
   private:
+    bool readLockWithin(std::uint32_t milliseconds);
+    bool writeLockWithin(std::uint32_t milliseconds);
+
     KestSmartPointer<RwLockImplementation> m_pImpl;  // never null
 };
+
+/// Take the lock when they are constructed and release it at the end of their scope. Like their standard classes they
+/// can be moved, released early, and constructed with std::defer_lock, std::try_to_lock or a time:
+///
+///     KestReadGuard reading(m_lock);
+using KestReadGuard = std::shared_lock<KestReadWriteLock>;
+using KestWriteGuard = std::unique_lock<KestReadWriteLock>;
 
 }  // namespace KestSupport

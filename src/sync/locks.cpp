@@ -4,6 +4,8 @@
 #include <new>
 
 #include "platform/critical_section.h"
+#include "platform/deadline.h"
+#include "platform/thread.h"
 #include "platform/wait.h"
 
 using namespace KestSupport;
@@ -67,6 +69,19 @@ bool LockImplementation::testAndSet() {
     // Returns false, so release the ownership that the abandoned wait gave us.
     if (result == platform::kWaitAbandoned) platform::releaseMutex(m_mutex);
     return result == platform::kWaitObject0;
+}
+
+bool LockImplementation::lockWithin(std::uint32_t milliseconds) {
+    if (!m_isCriticalSection) {
+        const std::uint32_t result = platform::waitForOne(m_mutex, milliseconds);
+        return result == platform::kWaitObject0 || result == platform::kWaitAbandoned;
+    }
+    const platform::Deadline deadline = platform::Deadline::after(milliseconds);
+    while (!platform::tryEnterCriticalSection(*m_criticalSection)) {
+        if (deadline.hasPassed()) return false;
+        platform::sleepThread(1);
+    }
+    return true;
 }
 
 void LockImplementation::unwind() {
@@ -138,6 +153,9 @@ void KestCriticalSectionObject::unlock() {
 }
 bool KestCriticalSectionObject::testAndSet() {
     return implementation().testAndSet();
+}
+bool KestCriticalSectionObject::lockWithin(std::uint32_t milliseconds) {
+    return implementation().lockWithin(milliseconds);
 }
 void KestCriticalSectionObject::unwind() {
     implementation().unwind();

@@ -25,6 +25,7 @@
 #include <new>
 #include <tuple>
 
+#include "platform/deadline.h"
 #include "platform/thread_bias.h"
 #include "platform/wait.h"
 #include "text/log/internal_log.h"
@@ -119,12 +120,25 @@ void RwLockImplementation::readUnLock() {
 void RwLockImplementation::writeLock() {
     const std::uint32_t thread = platform::lifelongThreadKey();
     KestCriticalSection guard(m_lock, true);
-    if (!takeWrite(thread)) waitUntil(guard, [&] { return takeWrite(thread); });
+    if (!takeWrite(thread)) waitUntil(guard, platform::kInfinite, [&] { return takeWrite(thread); });
 }
 
 bool RwLockImplementation::tryWriteLock() {
     const KestCriticalSection guard(m_lock, true);
     return takeWrite(platform::lifelongThreadKey());
+}
+
+bool RwLockImplementation::readLockWithin(std::uint32_t milliseconds) {
+    if (tryReadLock()) return true;
+    const std::uint32_t thread = platform::lifelongThreadKey();
+    KestCriticalSection guard(m_lock, true);
+    return waitUntil(guard, milliseconds, [&] { return takeRead(thread); });
+}
+
+bool RwLockImplementation::writeLockWithin(std::uint32_t milliseconds) {
+    const std::uint32_t thread = platform::lifelongThreadKey();
+    KestCriticalSection guard(m_lock, true);
+    return takeWrite(thread) || waitUntil(guard, milliseconds, [&] { return takeWrite(thread); });
 }
 
 void RwLockImplementation::writeUnLock() {
@@ -168,7 +182,7 @@ bool RwLockImplementation::readSlowly(std::uint32_t thread, bool entered, bool m
         slotOf(thread).word.store(0, std::memory_order_release);
     }
     if (takeRead(thread)) return true;
-    if (mayWait) waitUntil(guard, [&] { return takeRead(thread); });
+    if (mayWait) waitUntil(guard, platform::kInfinite, [&] { return takeRead(thread); });
     return mayWait;
 }
 
@@ -210,16 +224,19 @@ void RwLockImplementation::signalIfFree() noexcept {
     if (m_waiting != 0 && !holderWillSignal()) platform::setEvent(m_event);
 }
 
-// Waits until `take` succeeds. Returns with the guard held.
+// Waits until `take` succeeds or the time has passed, and returns whether it succeeded. Returns with the guard held.
 template <typename Take>
-void RwLockImplementation::waitUntil(KestCriticalSection& guard, Take take) {
+bool RwLockImplementation::waitUntil(KestCriticalSection& guard, std::uint32_t milliseconds, Take take) {
+    const platform::Deadline deadline = platform::Deadline::after(milliseconds);
     const Waiting waiting(*this);
     while (!take()) {
+        if (!deadline.isNever() && deadline.hasPassed()) return false;
         if (!holderWillSignal()) continue;  // the last reader has just released
         guard.unlock();
-        platform::waitForOne(m_event, platform::kInfinite);
+        platform::waitForOne(m_event, deadline.isNever() ? platform::kInfinite : deadline.rest());
         guard.lock();
     }
+    return true;
 }
 
 namespace KestSupport {
@@ -247,6 +264,12 @@ bool KestReadWriteLock::tryReadLock() {
 }
 bool KestReadWriteLock::tryWriteLock() {
     return m_pImpl->tryWriteLock();
+}
+bool KestReadWriteLock::readLockWithin(std::uint32_t milliseconds) {
+    return m_pImpl->readLockWithin(milliseconds);
+}
+bool KestReadWriteLock::writeLockWithin(std::uint32_t milliseconds) {
+    return m_pImpl->writeLockWithin(milliseconds);
 }
 
 }  // namespace KestSupport

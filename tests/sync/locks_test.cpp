@@ -2,13 +2,17 @@
 #include "support/locks.h"
 
 #include <chrono>
+#include <mutex>
 #include <new>
 #include <utility>
 
 #include "kit/failing_calls.h"
+#include "kit/gate.h"
 
 namespace KestSupport {
 namespace {
+
+using namespace std::chrono_literals;
 
 bool canBeTakenElsewhere(KestCriticalSectionObject& lock) {
     bool taken = false;
@@ -109,6 +113,32 @@ TEST_P(Locks, LoseEndedOwnerInMutexModeOnly) {
     EXPECT_FALSE(canBeTakenElsewhere(lock));
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(100));
     lock.unlock();
+}
+
+TEST_P(Locks, WorkWithStandardGuards) {
+    using Guard = std::unique_lock<KestCriticalSectionObject>;
+    KestMutexObject other;
+    kit::Gate held, release;
+    std::jthread holder([&] {
+        const std::scoped_lock both(lock, other);
+        held.open();
+        release.pass();
+    });
+    held.pass();
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_FALSE(Guard(lock, std::try_to_lock));
+    EXPECT_FALSE(Guard(lock, std::chrono::hours::min()));
+    EXPECT_FALSE(Guard(lock, std::chrono::system_clock::now() - 1h));
+    EXPECT_FALSE(Guard(lock, 20ms));
+    EXPECT_FALSE(Guard(lock, begin + 30ms));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 30ms);
+    release.open();
+    EXPECT_TRUE(Guard(lock, std::chrono::hours::max()));
+    EXPECT_TRUE(Guard(lock, std::chrono::system_clock::time_point::max()));
+    EXPECT_EQ(lock.lockCount(), 0);
+    std::thread([&] { other.lock(); }).join();
+    EXPECT_TRUE(other.try_lock()) << "the owner has ended";
+    EXPECT_EQ(other.lockCount(), 1);
 }
 
 }  // namespace

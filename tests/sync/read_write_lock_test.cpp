@@ -112,4 +112,32 @@ TEST(ReadWriteLock, WakesOneReaderAfterWriter) {
     }
 }
 
+TEST(ReadWriteLock, WorksWithStandardGuards) {
+    using KestSupport::KestReadGuard, KestSupport::KestWriteGuard;
+    KestReadWriteLock lock;
+    {
+        const KestReadGuard reading(lock), again(lock, 1h);
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_FALSE(KestWriteGuard(lock, 20ms));
+        EXPECT_GE(std::chrono::steady_clock::now() - begin, 20ms);
+        EXPECT_EQ(obtainable(lock), "r");
+    }
+    EXPECT_EQ(obtainable(lock), "rw");
+    kit::Gate written;
+    KestWriteGuard writing(lock);
+    std::jthread reader([&] { EXPECT_FALSE(KestReadGuard(lock, 20ms)); });
+    std::jthread writer([&] {
+        const KestWriteGuard guard(lock, std::chrono::steady_clock::now() + 1h);
+        EXPECT_TRUE(guard);
+        written.open();
+    });
+    reader.join();
+    EXPECT_FALSE(written.passWithin(10ms));
+    writing.unlock();
+    written.pass();
+    EXPECT_TRUE(KestReadGuard(lock, 1h));
+    writer.join();
+    EXPECT_EQ(obtainable(lock), "rw");
+}
+
 }  // namespace

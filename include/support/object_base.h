@@ -2,6 +2,7 @@
 //
 //   KestObjectBase    an object that counts its references and deletes itself at the last release
 //   KestSmartPointer  one reference
+//   kestMake          creates an object and returns its first reference
 //
 // Threads: any thread may call addRef and release. The count is atomic, and the thread that releases the last reference
 // sees everything that other threads did before they released theirs. One smart pointer object must not be written by
@@ -12,9 +13,12 @@
 #pragma once
 
 #include <atomic>
+#include <compare>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include "support/export.h"
 
@@ -51,7 +55,8 @@ class KEST_SUPPORT_EXPORT KestObjectBase {
     std::atomic<std::uint32_t> m_refCount{0};
 };
 
-/// Holds one reference to a T, which is KestObjectBase or derives from it. Dereferencing does not check for null.
+/// Holds one reference to a T, which is KestObjectBase or derives from it. Dereferencing does not check for null. The
+/// order and the hash are those of the address.
 template <typename T>
 class KestSmartPointer {
   public:
@@ -64,6 +69,15 @@ class KestSmartPointer {
     KestSmartPointer(const KestSmartPointer& other) : KestSmartPointer(other.m_pTarget) {}
     /// Moves the reference; `other` becomes null, and the count does not change.
     KestSmartPointer(KestSmartPointer&& other) noexcept : m_pTarget(other.m_pTarget) { other.m_pTarget = nullptr; }
+    /// Shares or moves the reference of a pointer to a derived class.
+    template <typename U>
+    requires(!std::same_as<U, T> && std::convertible_to<U*, T*>)
+        KestSmartPointer(const KestSmartPointer<U>& other)  // NOLINT(google-explicit-constructor)
+        : KestSmartPointer(static_cast<T*>(other.get())) {}
+    template <typename U>
+    requires(!std::same_as<U, T> && std::convertible_to<U*, T*>) KestSmartPointer(KestSmartPointer<U>&& other)
+    noexcept  // NOLINT(google-explicit-constructor)
+        : m_pTarget(std::exchange(other.m_pTarget, nullptr)) {}
     ~KestSmartPointer() {
         if (m_pTarget != nullptr) m_pTarget->release();
     }
@@ -105,8 +119,14 @@ class KestSmartPointer {
     }
     friend bool operator==(const KestSmartPointer& a, const T* b) noexcept { return a.m_pTarget == b; }
     friend bool operator==(const KestSmartPointer& a, std::nullptr_t) noexcept { return a.m_pTarget == nullptr; }
+    friend std::strong_ordering operator<=>(const KestSmartPointer& a, const KestSmartPointer& b) noexcept {
+        return std::compare_three_way()(a.m_pTarget, b.m_pTarget);
+    }
 
   private:
+    template <typename>
+    friend class KestSmartPointer;
+
     // The pointer is cleared first, because the target's destructor may use this smart pointer.
     void drop() {
         T* const old = m_pTarget;
@@ -117,4 +137,19 @@ class KestSmartPointer {
     T* m_pTarget = nullptr;
 };
 
+/// Creates a T from the arguments and returns the first reference to it:
+///
+///     const auto thread = kestMake<Worker>("reader");
+template <typename T, typename... Arguments>
+KestSmartPointer<T> kestMake(Arguments&&... arguments) {
+    return KestSmartPointer<T>(new T(std::forward<Arguments>(arguments)...));
+}
+
 }  // namespace KestSupport
+
+template <typename T>
+struct std::hash<KestSupport::KestSmartPointer<T>> {
+    std::size_t operator()(const KestSupport::KestSmartPointer<T>& pointer) const noexcept {
+        return std::hash<T*>()(pointer.get());
+    }
+};

@@ -14,6 +14,8 @@
 #include <support/exceptions.h>
 #include <support/export.h>
 
+#include <compare>
+#include <cstddef>
 #include <string>
 #include <utility>
 #include <vector>
@@ -54,6 +56,10 @@ class KEST_SUPPORT_EXPORT KestVersion {
     bool operator<(const KestVersion& other) const;
     bool operator==(const KestVersion& other) const;
     bool operator<=(const KestVersion& other) const;
+    /// Weak, because equal versions may have different texts: 5.1 and 5.1.0.
+    std::weak_ordering operator<=>(const KestVersion& other) const;
+    /// Equal versions have the same hash.
+    std::size_t hash() const noexcept;
 
     /// Reads a list of ranges with commas between them: "4.0,{5.0-6.0}" is 4.0 alone, then 5.0 up to, but not
     /// including, 6.0. In a piece that begins with a brace, the first dash separates the versions, and the last
@@ -77,3 +83,8 @@ class KEST_SUPPORT_EXPORT KestVersion {
 };
 
 }  // namespace KestSupport
+
+template <>
+struct std::hash<KestSupport::KestVersion> {
+    std::size_t operator()(const KestSupport::KestVersion& version) const noexcept { return version.hash(); }
+};

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <numeric>
 #include <string_view>
 
 #include "support/exceptions.h"
@@ -114,6 +115,23 @@ bool KestVersion::operator==(const KestVersion& other) const {
 
 bool KestVersion::operator<=(const KestVersion& other) const {
     return compare(*this, other) != Greater;
+}
+
+std::weak_ordering KestVersion::operator<=>(const KestVersion& other) const {
+    const tTestMode order = compare(*this, other);
+    return order == Less      ? std::weak_ordering::less
+           : order == Greater ? std::weak_ordering::greater
+                              : std::weak_ordering::equivalent;
+}
+
+std::size_t KestVersion::hash() const noexcept {
+    const auto isZero = [](int component) { return component == 0; };
+    const auto end = std::find_if_not(m_components.rbegin(), m_components.rend(), isZero).base();
+    return std::accumulate(m_components.begin(), end, std::hash<std::string>()(m_suffix),
+                           [](std::size_t hash, int component) {
+                               constexpr std::size_t kGoldenRatio = 0x9E3779B9;
+                               return (hash ^ static_cast<std::size_t>(component)) * kGoldenRatio + (hash >> 15);
+                           });
 }
 
 std::vector<std::pair<KestVersion, KestVersion>> KestVersion::createRangeVector(const std::string& spec) {

@@ -1,6 +1,8 @@
 // Object base and smart pointer: the count, the last release, and class names.
 #include "support/object_base.h"
 
+#include <set>
+#include <unordered_set>
 #include <utility>
 
 #include "support/locks.h"
@@ -42,6 +44,27 @@ TEST(SmartPointer, MovesReferencesBetweenTargets) {
     third = std::move(second);
     EXPECT_EQ(third->refCount(), 1U);
     EXPECT_EQ(b, 0);
+}
+
+TEST(SmartPointer, ConvertsToBaseAndHasOrder) {
+    struct Special : Witness {
+        using Witness::Witness;
+    };
+    int destroyed = 0;
+    auto special = kestMake<Special>(destroyed);
+    KestSmartPointer<Witness> base = special;
+    EXPECT_EQ(base, special);
+    EXPECT_EQ(base->refCount(), 2U);
+    base = std::move(special);
+    EXPECT_TRUE(special.isNull());
+    EXPECT_EQ(base->refCount(), 1U);
+    std::set<KestSmartPointer<Witness>> ordered{base, kestMake<Special>(destroyed), base, nullptr};
+    EXPECT_EQ(ordered.size(), 3U);
+    EXPECT_EQ(*ordered.begin(), nullptr);
+    EXPECT_EQ(std::unordered_set<KestSmartPointer<Witness>>(ordered.begin(), ordered.end()).count(base), 1U);
+    ordered.clear();
+    EXPECT_EQ(destroyed, 1);
+    static_assert(!std::is_convertible_v<KestSmartPointer<Witness>, KestSmartPointer<Special>>);
 }
 
 TEST(ObjectBase, NamesMostDerivedClass) {

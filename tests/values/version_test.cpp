@@ -23,6 +23,8 @@ std::string ranges(const std::string& spec) {
 
 // Whether a is less than, not greater than, and equal to b.
 std::tuple<bool, bool, bool> order(const KestVersion& a, const KestVersion& b) {
+    EXPECT_TRUE((a <=> b < 0) == (a < b) && (a <=> b == 0) == (a == b) && (a > b) == (b < a)) << b.toString();
+    EXPECT_EQ(std::hash<KestVersion>()(a) == b.hash(), a == b) << a.toString() << " and " << b.toString();
     return {a < b, a <= b, a == b};
 }
 

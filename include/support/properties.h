@@ -10,7 +10,8 @@
 //
 // The name is the text before the separator, with its blanks. The value is the text after it, without leading blanks,
 // up to a carriage return. A value cannot contain a line break. A file is 8-bit text, or UTF-16 little-endian if it
-// begins with that byte-order mark. Any bytes have a defined result.
+// begins with that byte-order mark. Any bytes have a defined result. The mark of UTF-8 is text like any other, except
+// for loadPropertiesWithoutMark.
 //
 // Names are ordered by bytes or by units. For the ci types they are ordered by the folded characters, and Key and KEY
 // are one name. forEach and saved files have this order.
@@ -85,7 +86,8 @@ class KEST_SUPPORT_EXPORT KestProperties : public KestObjectBase, public KestCol
 
     /// Returns the first value of a name, or `defaultValue` itself if the name is absent. The reference is valid until
     /// a thread changes or removes the name, and during the life of the default.
-    const StringType& getProperty(const StringType& name, const StringType& defaultValue) const;
+    const StringType& getProperty(const StringType& name, const StringType& defaultValue KEST_SUPPORT_LIFETIMEBOUND)
+        const KEST_SUPPORT_LIFETIMEBOUND;
     /// Returns the first value of a name. Throws KestPropertyNotFound ("Property not found: " and the name) if it is
     /// absent.
     StringType getProperty(const StringType& name) const;
@@ -96,6 +98,8 @@ class KEST_SUPPORT_EXPORT KestProperties : public KestObjectBase, public KestCol
     /// Removes a name with all its values. Does nothing if it is absent.
     void removeProperty(const StringType& name);
 
+    /// Returns all names in their order. Other threads may change the object during the call.
+    std::vector<StringType> getNames() const;
     /// Returns a copy of all entries.
     std::map<StringType, std::vector<StringType>> getProperties() const;
     /// Calls the iterator once for each entry, in the order of the names. The handler may change this object. Entries
@@ -112,6 +116,8 @@ class KEST_SUPPORT_EXPORT KestProperties : public KestObjectBase, public KestCol
     /// convert 8-bit text by the global locale. In the classic locale, a byte is the unit of the same value; in others,
     /// this applies to a byte that does not convert. Reading needs memory for about three times the longest line.
     bool loadProperties(const std::string& fileName, CharType separator = '=');
+    /// The same, but does not read the byte-order mark of UTF-8 at the beginning of 8-bit text as part of a name.
+    bool loadPropertiesWithoutMark(const std::string& fileName, CharType separator = '=');
     /// Adds each of the argc strings, or each of the lines, like a line of a file.
     void loadProperties(int argc, char** argv, char separator = '=') requires std::same_as<StringType, std::string>;
     void loadProperties(const std::vector<std::string>& lines,
@@ -126,6 +132,16 @@ class KEST_SUPPORT_EXPORT KestProperties : public KestObjectBase, public KestCol
     /// byte of the same value. If any text has no 8-bit form, the whole file is UTF-16 little-endian with byte-order
     /// mark, and loads again without a change.
     bool saveProperties(const std::string& fileName);
+    /// Saves the same text, so that at any time, also after a power failure, the file has all of its old or all of its
+    /// new text. Writes a new file in the same folder, flushes it to the disk and renames it. If the name leads through
+    /// links, the file at their end is replaced. The new file has the owner, the group and the permissions of the old
+    /// one, on Windows its attributes and its access list; other hard links keep the old text.
+    ///
+    /// Throws like saveProperties, with "saveAtomically" in the text: "open" if the new file cannot be created, for
+    /// example because the folder or the old file is not writable, "write" for every other failure. The old file is
+    /// then unchanged and the new one removed; only if the last step fails, the flush of the folder, the file already
+    /// has the new text. A process that is killed may leave a file ".kest-PROCESS-NUMBER" in the folder.
+    bool saveAtomically(const std::string& fileName);
 
   private:
     using View = std::basic_string_view<CharType, typename StringType::traits_type>;
@@ -133,6 +149,7 @@ class KEST_SUPPORT_EXPORT KestProperties : public KestObjectBase, public KestCol
     using Table = internal::PropertyTable<StringType>;
 
     bool loadPropertiesImpl(const std::string& fileName, CharType separator);
+    bool load(const std::string& fileName, CharType separator, bool skipsUtf8Mark);
     bool savePropertiesImpl(const std::string& fileName);
     void addLine(View line, CharType separator);
     void addNarrowLine(std::string_view line, char separator);

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <locale>
 #include <random>
 #include <set>
@@ -124,9 +125,14 @@ TEST(Properties, ReadsEightBitLinesAndUtf16) {
         {utf16File(u"\u0161=\u4F20 \u0120x\nb=1\u010Ac=2"), u"a:x;b:1;c:2;", u"b:1\u010Ac=2;\u0161:\u4F20 \u0120x;"},
         {utf16File(u"\u0A0A=\u0A61\n\U0001F600=\xD800"), u"", u"\u0A0A:\u0A61;\U0001F600:\xD800;"},
         {utf16File(u"a\0=b"s) + "\n", u"a\0:b;"s}};
+    const kit::TemporaryFolder folder;
     for (const auto& row : rows) {
         EXPECT_EQ(loaded<std::string>(row.bytes), row.narrow) << row.bytes;
         EXPECT_EQ(loaded<wstring16>(row.bytes), row.wide) << row.bytes;
+        const bool isUtf16 = row.bytes.starts_with("\xFF\xFE");
+        KestProperties<wstring16> unmarked;
+        unmarked.loadPropertiesWithoutMark(folder.write("file", (isUtf16 ? "" : "\xEF\xBB\xBF") + row.bytes));
+        EXPECT_EQ(flat(unmarked), row.wide) << row.bytes;
     }
 }
 
@@ -235,6 +241,7 @@ TEST(Properties, SavesFirstValuesInOrder) {
     KestProperties<std::string> narrow;
     for (const auto& line : {"z = 1"s, "a=1"s, "a=2"s, "b\0c=d"s, "n=x\0y"s, "\xE4=\xFF"s, "alone"s})
         narrow.addProperty(line, '=');
+    EXPECT_EQ(narrow.getNames(), (std::vector{"a"s, "alone"s, "b\0c"s, "n"s, "z "s, "\xE4"s}));
     const std::string expected = "a=1\nalone=\nb=d\nn=x\nz =1\n\xE4=\xFF\n", many(200000, 'x');
     EXPECT_EQ(saved(narrow), expected);
     narrow.setProperty("a", many);
@@ -292,6 +299,27 @@ TEST(Properties, LogFilesAndFailures) {
             EXPECT_EQ(log.messages(), level < 5 ? std::vector<std::string>() : expected) << level << failingCall;
         }
     }
+}
+
+TEST(Properties, ReplaceFilesAtomically) {
+    namespace fs = std::filesystem;
+    const kit::TemporaryFolder folder;
+    const std::string file = folder.write("file", "old"),
+                      failed = "KestProperties<StringType>::saveAtomically: couldn't ";
+    KestProperties<std::string> properties;
+    properties.addProperty("a=1", '=');
+    const auto save = [&](const std::string& path) { return kit::failureOf([&] { properties.saveAtomically(path); }); };
+    for (const char* step : {"openReplacement", "writeStream", "closeStream", "flushReplacement", "replaceFile"}) {
+        const kit::FailingCalls failing(step);
+        EXPECT_EQ(save(file), failed + (step == "openReplacement"s ? "open" : "write") + " file " + file) << step;
+    }
+    fs::create_directory(folder.pathOf("inner"));
+    for (const std::string& path : {folder.pathOf("inner"), folder.pathOf("none/file"), ""s})
+        EXPECT_EQ(save(path), failed + "open file " + path);
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), {}), 2) << "no file is left";
+    EXPECT_EQ(folder.read("file"), "old");
+    EXPECT_EQ(save(file) + save(folder.pathOf("new")), "no failureno failure");
+    EXPECT_EQ(folder.readText("file") + folder.readText("new"), "a=1\na=1\n");
 }
 
 TEST(Properties, TakeChangesFromSeveralThreads) {

@@ -7,6 +7,7 @@
 //   contract          steps
 //   console.h         openConsoleEvents: catches one kind of event; startConsoleThread: the thread that runs handlers
 //   file_stream.h     openStream, readStream, writeStream, closeStream
+//   file_replacement.h  openReplacement, copyAccess, flushReplacement, replaceFile
 //   files.h           FileSearch, TreeWalk: openDirectory, readDirectory, entryKind, identifyDirectory, removeEntry
 //   process.h         Process::start: currentDirectory, passHandle (of a standard handle), startProcess, startDetached,
 //                     openProcess (the system's handle); Process::wait: waitForProcess, for a detached program only

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <type_traits>
 
+#include "platform/file_replacement.h"
 #include "platform/file_stream.h"
 #include "support/exceptions.h"
 #include "text/log/internal_log.h"
@@ -21,6 +22,9 @@ constexpr const char* kCannotRead = "KestProperties<StringType>::loadProperties:
 constexpr const char* kSaving = "KestProperties<StringType>::saveProperties: to file ";
 constexpr const char* kCannotOpenToSave = "KestProperties<StringType>::saveProperties: couldn't open file ";
 constexpr const char* kCannotWrite = "KestProperties<StringType>::saveProperties: couldn't write file ";
+constexpr const char* kSavingAtomically = "KestProperties<StringType>::saveAtomically: to file ";
+constexpr const char* kCannotOpenToReplace = "KestProperties<StringType>::saveAtomically: couldn't open file ";
+constexpr const char* kCannotReplace = "KestProperties<StringType>::saveAtomically: couldn't write file ";
 
 constexpr internal::LogLevel kFileOperationLevel = internal::LogLevel::operation;
 constexpr internal::LogLevel kDumpLevel = internal::LogLevel::trace;
@@ -159,6 +163,14 @@ void KestProperties<StringType>::removeProperty(const StringType& name) {
 }
 
 template <typename StringType>
+std::vector<StringType> KestProperties<StringType>::getNames() const {
+    ValueList names;
+    KestCriticalSection guard(m_lock, true);
+    inOrder().visitInOrder([&](const auto& entry) { names.emplace_back(entry.name); });
+    return names;
+}
+
+template <typename StringType>
 std::map<StringType, std::vector<StringType>> KestProperties<StringType>::getProperties() const {
     PropertyMap properties;
     const Table& table = inOrder();
@@ -211,14 +223,25 @@ bool KestProperties<StringType>::saveProperties(const std::string& fileName) {
 }
 
 template <typename StringType>
+bool KestProperties<StringType>::loadPropertiesWithoutMark(const std::string& fileName, CharType separator) {
+    if (!load(fileName, separator, true)) fail(kCannotOpenToLoad, fileName);
+    return true;
+}
+
+template <typename StringType>
 bool KestProperties<StringType>::loadPropertiesImpl(const std::string& fileName, CharType separator) {
+    return load(fileName, separator, false);
+}
+
+template <typename StringType>
+bool KestProperties<StringType>::load(const std::string& fileName, CharType separator, bool skipsUtf8Mark) {
     internal::logRecord(kFileOperationLevel, kLoading, fileName);
     const platform::Stream stream = platform::openStream(fileName.c_str(), platform::StreamMode::readBinary);
     if (stream == nullptr) {
         internal::logRecord(kFileOperationLevel, kCannotOpenToLoad, fileName);
         return false;
     }
-    internal::PropertyLineReader<CharType> reader(stream.get());
+    internal::PropertyLineReader<CharType> reader(stream.get(), skipsUtf8Mark);
     for (internal::basic_text_view<CharType> line; reader.next(line);)
         addLine(View(line.data(), line.size()), separator);
     if (reader.failed()) logAndFail(kCannotRead, fileName);
@@ -239,6 +262,20 @@ bool KestProperties<StringType>::savePropertiesImpl(const std::string& fileName)
     internal::PropertyFileWriter<CharType> writer(std::move(stream), encoding);
     table.visitInOrder([&](const auto& entry) { writer.writeLine(textForFile(entry.name), textForFile(entry.value)); });
     if (!writer.finish()) logAndFail(kCannotWrite, fileName);
+    return true;
+}
+
+template <typename StringType>
+bool KestProperties<StringType>::saveAtomically(const std::string& fileName) {
+    internal::logRecord(kFileOperationLevel, kSavingAtomically, fileName);
+    const Table& table = inOrder();
+    const internal::FileEncoding encoding = encodingFor(table);
+    platform::FileReplacement replacement;
+    platform::Stream stream = replacement.open(fileName.c_str(), internal::streamMode(encoding));
+    if (stream == nullptr) logAndFail(kCannotOpenToReplace, fileName);
+    internal::PropertyFileWriter<CharType> writer(std::move(stream), encoding);
+    table.visitInOrder([&](const auto& entry) { writer.writeLine(textForFile(entry.name), textForFile(entry.value)); });
+    if (!writer.finish() || !replacement.commit()) logAndFail(kCannotReplace, fileName);
     return true;
 }
 

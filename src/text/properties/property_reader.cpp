@@ -10,6 +10,7 @@
 namespace KestSupport::internal {
 namespace {
 
+constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 constexpr std::size_t kBlock = std::size_t{64} * 1024;
 
 // Returns the offset after the first line end that begins at `from` or later; npos if there is none. Units begin at the
@@ -78,8 +79,10 @@ void LineBlocks::makeRoom() {
 }
 
 template <typename CharType>
-PropertyLineReader<CharType>::PropertyLineReader(std::FILE* stream)
-    : m_blocks(stream), m_lineEnd(m_blocks.skip(kUtf16Mark) ? kUtf16LineEnd<CharType> : LineEnd::kByte) {}
+PropertyLineReader<CharType>::PropertyLineReader(std::FILE* stream, bool skipsUtf8Mark)
+    : m_blocks(stream), m_lineEnd(m_blocks.skip(kUtf16Mark) ? kUtf16LineEnd<CharType> : LineEnd::kByte) {
+    if (skipsUtf8Mark && m_lineEnd == LineEnd::kByte) m_blocks.skip(kUtf8Mark);
+}
 
 template <typename CharType>
 bool PropertyLineReader<CharType>::next(basic_text_view<CharType>& line) {

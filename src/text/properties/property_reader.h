@@ -55,7 +55,7 @@ class LineBlocks {
 template <typename CharType>
 class PropertyLineReader {
   public:
-    explicit PropertyLineReader(std::FILE* stream);
+    PropertyLineReader(std::FILE* stream, bool skipsUtf8Mark);
 
     bool next(basic_text_view<CharType>& line);
     bool failed() const { return m_blocks.failed(); }

@@ -21,6 +21,7 @@
 #include <support/strings.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <locale>
@@ -141,7 +142,29 @@ class KEST_SUPPORT_EXPORT KestDateTime {
     wstring16 monthName(const std::locale& locale);
     wstring16 toGMTString();  ///< like toString, in UTC; the stored fields if getTime() is -1
 
+    /// Return the local time of an instant, with KestLocaleFactory's default locale; parts of a second are dropped. An
+    /// instant that is not representable throws "not a date". In the hour that occurs twice the result is its standard
+    /// time, so getTime() can be later than the instant.
+    static KestDateTime fromTime(std::int64_t secondsSince1970);
+    static KestDateTime fromTimePoint(std::chrono::system_clock::time_point instant);
+    /// Reads a date of RFC 3339, "1994-11-06T08:49:37Z" or "1994-11-06T08:49:37.5+01:00", and converts it to the local
+    /// time. 'T' may be a blank, letters may be small, and the second may be 60. Throws like fromTime, and for any
+    /// other text, also one with an item outside its range, "Incorrect RFC3339 DateTime format".
+    static KestDateTime fromRfc3339(std::string_view text);
+    /// Returns the local time of a time in UTC, whose tm_wday, tm_yday and tm_isdst are ignored. Throws like fromTime;
+    /// an item outside its range is "not a date".
+    static KestDateTime fromUtc(const std::tm& fields);
+
+    /// Return the instant. They throw "not a date" if getTime() is -1.
+    std::chrono::system_clock::time_point toTimePoint() const;
+    /// With the offset of the local time, "1994-11-06T09:49:37+01:00". If the zone has an offset of odd seconds, the
+    /// text has the offset without these seconds, and a time of day that agrees with it.
+    std::string toRfc3339() const;
+    std::string toRfc3339Utc() const;  ///< "1994-11-06T08:49:37Z"
+    std::tm toUtc() const;
+
   private:
+    KestDateTime(const std::tm& fields, unsigned int stamps);
     bool setDateTime(const std::string& text, std::string& message);
     bool operatorImpl(const std::tm& fields, std::string& message);
     bool validateDateTime(const std::tm& fields, std::string& message) const;
@@ -154,6 +177,7 @@ class KEST_SUPPORT_EXPORT KestDateTime {
     void adjustInstanceId(unsigned int stamps = 1);
 
     void store(const std::tm& fields);
+    std::int64_t instant() const;
     std::tm storedFields() const;
     std::tm localFields() const;
     std::locale heldLocale() const;

@@ -229,6 +229,56 @@ TEST(DateTime, ComparesInstants) {
     EXPECT_LE(now.getTime(), std::time(nullptr));
 }
 
+TEST(DateTime, ConvertsInstantsAndRfc3339) {
+    const auto read = [](const std::string& text) {
+        std::string found;
+        const std::string failure = kit::failureOf([&] { found = D::fromRfc3339(text).toRfc3339(); });
+        return failure == "no failure" ? found : failure;
+    };
+    const std::string wrong = kPrefix + "Incorrect RFC3339 DateTime format";
+    const std::tuple<const char*, std::string, std::string> rows[] = {
+        {kBerlin, "1994-11-06T08:49:37Z", "1994-11-06T09:49:37+01:00"},
+        {kBerlin, "2024-07-01t00:30:00.999999999+05:45", "2024-06-30T20:45:00+02:00"},
+        {kBerlin, "2023-12-31 23:59:60z", "2024-01-01T01:00:00+01:00"},
+        {"EST5", "1970-01-01T00:00:00-00:00", "1969-12-31T19:00:00-05:00"},
+        {"<-0044>0:44:30", "2024-02-29T23:59:59-23:59", "2024-03-01T23:14:59-00:44"},
+        {kUtc, "1969-12-31T23:59:59Z", kNotADate},
+        {kUtc, "3001-01-01T00:00:00Z", kNotADate}};
+    for (const auto& [zone, text, expected] : rows) {
+        const TimeZoneGuard guard(zone);
+        EXPECT_EQ(read(text), expected) << text;
+    }
+    const TimeZoneGuard guard(kBerlin);
+    const std::string good = "2024-02-29T12:34:56.7+01:00";
+    for (std::size_t i = 0; i < good.size(); ++i) {
+        std::string text = good;
+        text[i] = 'x';
+        EXPECT_EQ(read(text), wrong) << text;
+        EXPECT_EQ(read(good.substr(0, i)), wrong) << i;
+    }
+    for (const char* text :
+         {"2023-02-29T00:00:00Z", "2024-00-01T00:00:00Z", "2024-13-01T00:00:00Z", "2024-01-00T00:00:00Z",
+          "2024-01-01T24:00:00Z", "2024-01-01T00:60:00Z", "2024-01-01T00:00:61Z", "2024-01-01T00:00:00.Z",
+          "2024-01-01T00:00:00+24:00", "2024-01-01T00:00:00+00:60", "2024-01-01T00:00:00Z "})
+        EXPECT_EQ(read(text), wrong) << text;
+
+    using std::chrono::system_clock, std::chrono::milliseconds;
+    const D date = D::fromTimePoint(system_clock::time_point(milliseconds(784108177999)));
+    EXPECT_EQ(show(date), "1994-11-06 08:49:37");
+    EXPECT_EQ(date.toTimePoint(), system_clock::time_point(milliseconds(784108177000)));
+    EXPECT_EQ(date.toRfc3339Utc(), "1994-11-06T07:49:37Z");
+    std::tm utc = date.toUtc();
+    EXPECT_EQ(D::fromUtc(utc), date);
+    EXPECT_EQ(D::fromTime(1729989000).getTime(), 1729992600) << "of two hours the one in standard time";
+    utc.tm_mday = 31;
+    D without;
+    without.set(1, 1, 70, 1, 0, 0);
+    without.setHour(0);
+    for (const Action& action : {Action([&](D&) { D::fromUtc(utc); }), Action([](D&) { D::fromTime(-1); }),
+                                 Action([](D& d) { d.toRfc3339(); }), Action([](D& d) { d.toTimePoint(); })})
+        EXPECT_EQ(kit::failureOf([&] { action(without); }), kNotADate);
+}
+
 TEST(DateTime, StampsEveryChange) {
     const TimeZoneGuard guard(kBerlin);
     D date;

@@ -15,6 +15,9 @@
 
 namespace KestSupport::internal {
 
+/// The detail of the exception for fields that are not a date.
+inline constexpr char kNotADate[] = "Input does not compute to a valid DateTime object";
+
 enum class DateLayout { rfc1123, dayMonthYear, asctime };
 
 struct DateText {

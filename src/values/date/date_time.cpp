@@ -32,8 +32,6 @@ std::tm standardTime(unsigned int day, unsigned int month, unsigned int year, un
     throw KestInvalidDateException(detail);
 }
 
-constexpr char kNotADate[] = "Input does not compute to a valid DateTime object";
-
 }  // namespace
 
 constinit std::atomic<unsigned int> KestDateTime::m_objectCounter{0};
@@ -177,7 +175,7 @@ bool KestDateTime::setDateTimeFromStrImpl(const std::string& text, std::string& 
         return true;
     }
     // A text of incorrect format is reported. A text of correct format that is not a date throws.
-    if (message == kNotADate) refuse(message);
+    if (message == internal::kNotADate) refuse(message);
     return false;
 }
 
@@ -257,7 +255,7 @@ bool KestDateTime::setDateTime(const std::string& text, std::string& message) {
     }
     const std::optional<LocalMoment> moment = internal::momentOfFields(date.fields);
     if (!moment) {
-        message = kNotADate;
+        message = internal::kNotADate;
         return false;
     }
     store(internal::brokenDown(moment->civil, moment->daylightSaving));
@@ -273,7 +271,7 @@ bool KestDateTime::operatorImpl(const std::tm& fields, std::string& message) {
 
 bool KestDateTime::validateDateTime(const std::tm& fields, std::string& message) const {
     if (internal::isLocalTime(fields)) return true;
-    message = kNotADate;
+    message = internal::kNotADate;
     return false;
 }
 

@@ -21,8 +21,10 @@
 
 #include <atomic>
 #include <cstddef>
+#include <iterator>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "support/exceptions.h"
@@ -52,11 +54,78 @@ class KEST_SUPPORT_EXPORT KestTreeNode : public KestObjectBase, public KestColla
     KestTreeNode& operator=(const std::string& key);
     ~KestTreeNode() override;
 
-    const std::string& getKey() const noexcept { return m_key; }
+    const std::string& getKey() const noexcept KEST_SUPPORT_LIFETIMEBOUND { return m_key; }
     /// Changes the key. The node stays at its place in its list.
     void setKey(const std::string& key);
 
+    /// The number of children.
+    std::size_t size() const noexcept { return count(); }
     KestSmartPointer<KestTreeNode> operator[](int index);
+
+    /// Visits the children in their order, each as a smart pointer:
+    ///
+    ///     for (const auto& child : *node) ...
+    ///
+    /// The loop counts indexes, so a change of the list moves the children that it sees next. It ends at the end that
+    /// the list has at that time.
+    class Iterator {
+      public:
+        using value_type = KestSmartPointer<KestTreeNode>;
+        using difference_type = std::ptrdiff_t;
+
+        Iterator() = default;
+        explicit Iterator(KestTreeNode& parent) noexcept : m_pParent(&parent) {}
+        value_type operator*() const { return (*m_pParent)[m_index]; }
+        Iterator& operator++() noexcept {
+            ++m_index;
+            return *this;
+        }
+        Iterator operator++(int) noexcept {
+            const Iterator before = *this;
+            ++m_index;
+            return before;
+        }
+        bool operator==(const Iterator& other) const noexcept {
+            return m_pParent == other.m_pParent && m_index == other.m_index;
+        }
+        bool operator==(std::default_sentinel_t) const noexcept {
+            return static_cast<std::size_t>(m_index) >= m_pParent->size();
+        }
+
+      private:
+        KestTreeNode* m_pParent = nullptr;
+        int m_index = 0;
+    };
+    Iterator begin() noexcept KEST_SUPPORT_LIFETIMEBOUND { return Iterator(*this); }
+    std::default_sentinel_t end() const noexcept { return {}; }
+
+    /// Calls visit(node, depth) for this node, with depth 0, and for all nodes below it, each before its children. If
+    /// visit returns a bool, false skips the nodes below. It may change the children of the node that it gets; other
+    /// changes of a list move the nodes that the walk sees next. A tree of any depth needs little stack.
+    template <typename Visit>
+    void walk(Visit visit) {
+        struct Level {
+            KestSmartPointer<KestTreeNode> holder;  // null for this node
+            Iterator next;
+        };
+        const auto enters = [&](KestTreeNode& node, std::size_t depth) {
+            if constexpr (std::is_convertible_v<decltype(visit(node, depth)), bool>) return bool(visit(node, depth));
+            visit(node, depth);
+            return true;
+        };
+        if (!enters(*this, 0)) return;
+        std::vector<Level> levels{{nullptr, begin()}};
+        while (!levels.empty()) {
+            Iterator& next = levels.back().next;
+            if (next == end()) {
+                levels.pop_back();
+                continue;
+            }
+            KestSmartPointer<KestTreeNode> child = *next++;
+            if (enters(*child, levels.size())) levels.push_back({child, child->begin()});
+        }
+    }
+
     /// Returns the first child with the key; null if there is none.
     KestSmartPointer<KestTreeNode> getNode(const std::string& key);
     /// Returns the node at the end of the path; null if there is none, and for an empty path. Removes the keys from the

@@ -22,9 +22,11 @@ struct Leaf : KestTreeNode {
 // Returns the keys of all nodes below the node, with the keys below each in parentheses, as in "a(b c) d".
 std::string keysOf(KestTreeNode& node) {
     std::string keys;
-    for (int i = 0; kit::failureOf([&] { node[i]; }) == "no failure"; ++i) {
-        const std::string below = keysOf(*node[i]);
-        keys += (i == 0 ? "" : " ") + node[i]->getKey() + (below.empty() ? "" : "(" + below + ")");
+    bool isFirst = true;
+    for (const Node& child : node) {
+        const std::string below = keysOf(*child);
+        keys += (isFirst ? "" : " ") + child->getKey() + (below.empty() ? "" : "(" + below + ")");
+        isFirst = false;
     }
     return keys;
 }
@@ -130,6 +132,14 @@ TEST(TreeNode, ReleasesDeepTreesInOrder) {
         last = next;
     }
     last = nullptr;
+    std::size_t deepest = 0;
+    std::string visited;
+    root->walk([&](KestTreeNode& node, std::size_t depth) {
+        deepest = std::max(deepest, depth);
+        visited += node.getKey();
+    });
+    EXPECT_EQ(deepest, 200'000U);
+    EXPECT_TRUE(visited == expected + std::string(expected.rbegin(), expected.rend()));
     root = nullptr;
     EXPECT_EQ(record, expected + std::string(expected.rbegin(), expected.rend()));
 }
@@ -159,6 +169,15 @@ TEST(TreeNode, FindsAndAddsAlongPaths) {
     EXPECT_EQ(root.add(plain, empty), nullptr);
     EXPECT_EQ(root.add(new KestTreeNode("//"), "/"), nullptr);
     EXPECT_EQ(keysOf(root), "a(b(c)) x(y(z))");
+    EXPECT_EQ(root.size() + KestTreeNode().size(), 2U);
+    std::string walked;
+    root.walk([&](KestTreeNode& each, std::size_t depth) {
+        walked += std::to_string(depth) + each.getKey();
+        if (each.getKey() == "y") each.erase("z");
+        return each.getKey() != "b";
+    });
+    EXPECT_EQ(walked, "01a2b1x2y");
+    node->add(deep);
     KestTreeNode unordered;
     for (const char* key : {"a", "b"})
         unordered.insert(0, new KestTreeNode(key));

@@ -8,6 +8,9 @@
 //   long   names between colons, with a '.' after a name that takes data from the next argument:
 //          ":help:output.:mode:" for --help, --output DATA, --mode=fast. One dash also works: -help.
 //
+// Values of long options with data, as in --output=DATA, need the constructor with KestGnuOptions, which also ends the
+// options at "--".
+//
 // In one argument only the first letter counts: -ax is -a. An option that is given several times keeps all its values.
 //
 // Threads: one thread at a time uses an object; several threads may call const operations at once.
@@ -24,6 +27,9 @@
 #include "support/properties.h"
 
 namespace KestSupport {
+
+/// Chooses the constructor of KestProgramOptions for command lines in the manner of GNU.
+struct KestGnuOptions {};
 
 class KEST_SUPPORT_EXPORT KestProgramOptions {
   public:
@@ -46,21 +52,32 @@ class KEST_SUPPORT_EXPORT KestProgramOptions {
     KestProgramOptions(const std::string& commandLine, bool allowSlash);
     KestProgramOptions(const std::string& commandLine, const std::string& shortSpec, const std::string& longSpec,
                        bool allowSlash);
+    /// Accepts the options of the two specifications, as the programs of GNU write them:
+    ///
+    ///   --name=DATA  and --name DATA for a long option that takes data; also with one dash
+    ///   --name       for a long option without data; --name=DATA is refused
+    ///   --           ends the options: all further arguments are plain
+    ///   -            is a plain argument
+    ///
+    /// Throws like the constructor above, and for data that an option does not take KestException with code 0 and the
+    /// text "KestProgramOptions::parse: option takes no data: -" and the option.
+    KestProgramOptions(int argc, char** argv, const std::string& shortSpec, const std::string& longSpec,
+                       KestGnuOptions);
     /// Copies everything except the cursor, which is on the first argument of the copy.
     KestProgramOptions(const KestProgramOptions& other);
     /// Copies like the constructor. Assignment to itself does nothing.
     KestProgramOptions& operator=(const KestProgramOptions& other);
     ~KestProgramOptions();
 
-    const std::string& getProgramName() const { return m_programName; }
+    const std::string& getProgramName() const KEST_SUPPORT_LIFETIMEBOUND { return m_programName; }
 
     /// The number of plain arguments.
     std::size_t getArgumentCount() const { return m_arguments.size(); }
     /// Returns the argument at the index, counted from 0. Throws KestException with code 0 and the text
     /// "KestProgramOptions::getArgument: index out of bounds".
-    const std::string& getArgument(unsigned int index) const;
+    const std::string& getArgument(unsigned int index) const KEST_SUPPORT_LIFETIMEBOUND;
     /// Returns the argument at the cursor, which must not be at the end.
-    const std::string& getArgument() const { return *m_current; }
+    const std::string& getArgument() const KEST_SUPPORT_LIFETIMEBOUND { return *m_current; }
     /// Returns the argument at an iterator of this object.
     const std::string& getArgument(const iterator& position) const { return *position; }
 
@@ -69,8 +86,8 @@ class KEST_SUPPORT_EXPORT KestProgramOptions {
     iterator& operator++() { return ++m_current; }
     iterator& operator--() { return --m_current; }
     iterator& reset() { return m_current = m_arguments.begin(); }
-    iterator begin() const { return m_arguments.begin(); }
-    iterator end() const { return m_arguments.end(); }
+    iterator begin() const KEST_SUPPORT_LIFETIMEBOUND { return m_arguments.begin(); }
+    iterator end() const KEST_SUPPORT_LIFETIMEBOUND { return m_arguments.end(); }
     const iterator& getIterator() const { return m_current; }
 
     /// Returns the first value of an option, up to its first NUL; empty if the option was given without a value. Throws
@@ -78,6 +95,11 @@ class KEST_SUPPORT_EXPORT KestProgramOptions {
     std::string getSwitch(const std::string& name) const;
     /// The same for an option with two names. If both were given, the value of the second name is returned.
     std::string getSwitch(const std::string& name1, const std::string& name2) const;
+    /// Returns whether the option was given, with or without a value.
+    bool isSet(const std::string& name) const;
+    /// Returns the values of an option in the order of the command line; none if it was not given. Each time that it
+    /// was given without a value counts as an empty one.
+    std::vector<std::string> values(const std::string& name) const;
 
   private:
     struct Specification;

@@ -77,6 +77,7 @@ class LongOptions {
 struct KestProgramOptions::Specification {
     std::string_view shortSpec;
     LongOptions longOptions;
+    bool isGnu = false;
 };
 
 // The arguments that are not parsed yet.
@@ -108,6 +109,12 @@ KestProgramOptions::KestProgramOptions(int argc, char** argv, const std::string&
                                        bool allowSlash) {
     const Specification specification{shortSpec, LongOptions(longSpec)};
     parse(argc, argv, &specification, allowSlash);
+}
+
+KestProgramOptions::KestProgramOptions(int argc, char** argv, const std::string& shortSpec, const std::string& longSpec,
+                                       KestGnuOptions) {
+    const Specification specification{shortSpec, LongOptions(longSpec), true};
+    parse(argc, argv, &specification, false);
 }
 
 KestProgramOptions::KestProgramOptions(const std::string& commandLine, bool allowSlash) {
@@ -154,11 +161,26 @@ std::string KestProgramOptions::getSwitch(const std::string& name1, const std::s
     return value.c_str();
 }
 
+bool KestProgramOptions::isSet(const std::string& name) const {
+    std::string value;
+    return m_options.getPropertyValue(name, value);
+}
+
+std::vector<std::string> KestProgramOptions::values(const std::string& name) const {
+    return m_options.getPropertyValues(name);
+}
+
 void KestProgramOptions::parse(int argc, char** argv, const Specification* specification, bool allowSlash) {
     if (argc > 0 && argv[0] != nullptr) m_programName = argv[0];
     Arguments arguments(argc, argv);
+    const bool isGnu = specification != nullptr && specification->isGnu;
+    bool hasEnded = false;  // the options, at "--"
     while (const char* const text = arguments.next()) {
-        if (text[0] == '-' || (allowSlash && text[0] == '/')) {
+        if (isGnu && (hasEnded || text == std::string_view("-"))) {
+            m_arguments.emplace_back(text);
+        } else if (isGnu && text == std::string_view("--")) {
+            hasEnded = true;
+        } else if (text[0] == '-' || (allowSlash && text[0] == '/')) {
             addOption(text, arguments, specification);
         } else {
             m_arguments.emplace_back(text);
@@ -195,12 +217,20 @@ void KestProgramOptions::addOption(const char* text, Arguments& arguments, const
 
 // Returns false if there is no such long option.
 bool KestProgramOptions::addLongOption(const char* option, Arguments& arguments, const Specification& specification) {
-    switch (specification.longOptions.find(nameOf(option))) {
+    const std::string_view name = nameOf(option);
+    const char* const data = option[name.size()] == '\0' || !specification.isGnu ? nullptr : option + name.size() + 1;
+    switch (specification.longOptions.find(name)) {
         case LongOption::kPlain:
+            if (data != nullptr)
+                throw KestException("KestProgramOptions::parse: option takes no data: -" + std::string(option), 0);
             m_options.addProperty(option, '=');
             return true;
         case LongOption::kTakesNextArgument:
-            m_options.addProperty(option, arguments.dataFor(option));
+            if (data == nullptr) {
+                m_options.addProperty(option, arguments.dataFor(option));
+            } else {
+                m_options.addProperty(std::string(name), data);
+            }
             return true;
         case LongOption::kUnknown:
             break;

@@ -43,6 +43,9 @@ void check(const Row& row, const KestProgramOptions& options) {
 
 const std::string kLongSpec = ":file.:mode:help:";
 const Make specified = [](int argc, char** argv) { return KestProgramOptions(argc, argv, "ab:c", kLongSpec, true); };
+const Make gnu = [](int argc, char** argv) {
+    return KestProgramOptions(argc, argv, "ab:c", kLongSpec, KestGnuOptions());
+};
 // Short and long specifications are searched in different ways.
 const Make specifiedAmongMany = [](int argc, char** argv) {
     std::string longSpec = "help:f:models.:none.:z";
@@ -66,10 +69,15 @@ TEST(ProgramOptions, AcceptOptions) {
         {specified,
          {{"p", "--file", "--mode", "/help", "-bhelp"}, {{"file", "--mode"}, {"mode", "absent"}, {"b", "help"}}, {}}},
         {specified, {{"p", "--file=f", "g", "-b", "", "-b= x"}, {{"file=f", "g"}, {"file", "absent"}, {"b", ""}}, {}}},
-        {specified, {{"p", "-file", "f", "-help=now", "--mode"}, {{"file", "f"}, {"help", "now"}, {"mode", ""}}, {}}}};
+        {specified, {{"p", "-file", "f", "-help=now", "--mode"}, {{"file", "f"}, {"help", "now"}, {"mode", ""}}, {}}},
+        {gnu,
+         {{"p", "--file=a=b", "-help", "-", "-b", "--", "--mode", "/a", "--", "-c", "--"},
+          {{"file", "a=b"}, {"help", ""}, {"b", "--"}, {"mode", ""}, {"c", "absent"}},
+          {"-", "/a", "-c", "--"}}},
+        {gnu, {{"p", "--file", "--", "-file=", "x"}, {{"file", "--"}, {"file=", "absent"}}, {"x"}}}};
     for (const auto& [make, row] : rows) {
         check(row, madeOf(row.command, make));
-        const bool isSpecified = &row >= &rows[3].second;
+        const bool isSpecified = &row >= &rows[3].second && &row < &rows[7].second;
         if (isSpecified) check(row, madeOf(row.command, specifiedAmongMany));
     }
     // A name may contain colons, and a plain entry wins over another entry of its name.
@@ -98,6 +106,11 @@ TEST(ProgramOptions, RefuseUnknownOptions) {
         EXPECT_EQ(failureOf([&] { KestProgramOptions("prog \t" + option, "ab:c", ":file.:mode:", true); }), failure);
     }
     EXPECT_EQ(failureOf([] { KestProgramOptions("prog -a --b", "", "", false); }), unknown + "-a");
+    EXPECT_EQ(failureOf([] {
+                  madeOf({"p", "--help=x"}, gnu);
+              }),
+              "KestProgramOptions::parse: option takes no data: -help=x");
+    EXPECT_EQ(failureOf([] { madeOf({"p", "--file"}, gnu); }), noData + "file");
 }
 
 TEST(ProgramOptions, SplitAtUnquotedBlanks) {
@@ -137,6 +150,8 @@ TEST(ProgramOptions, MoveACursorOverTheArguments) {
     EXPECT_EQ(*--assigned, "z");
     EXPECT_EQ(assigned.getArgument(assigned.reset()), "x");
     EXPECT_EQ(failureOf([&] { copy.getArgument(3u); }), "KestProgramOptions::getArgument: index out of bounds");
+    EXPECT_EQ(copy.values("a"), (Texts{"1", "2"}));
+    EXPECT_TRUE(copy.isSet("long") && !copy.isSet("n") && copy.values("n").empty());
     EXPECT_EQ(assigned.getSwitch("a", "long") + assigned.getSwitch("long", "n"), "33");
     for (KestProgramOptions* other : {&copy, &assigned})
         check({{"prog"}, {{"a", "1"}}, {"x", "y", "z"}}, *other);

@@ -192,7 +192,7 @@ class KEST_SUPPORT_EXPORT KestBufferStream : public KestInputObjectStream, publi
     unsigned long size() const noexcept { return m_end - m_start; }
     /// Returns the block, size() + 4 bytes, which the stream owns. The pointer is valid until the next write,
     /// assignment or destruction. After a read, call buffer again to update the block.
-    const unsigned char* buffer() const noexcept;
+    const unsigned char* buffer() const noexcept KEST_SUPPORT_LIFETIMEBOUND;
 
   private:
     friend class KestInputObjectStream;

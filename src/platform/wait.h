@@ -6,16 +6,17 @@
 //
 // Time-outs are milliseconds on the steady clock, rounded up; kInfinite waits without limit. A wait never ends
 // spuriously. A satisfied wait consumes the signal, depending on the object:
-//   auto-reset event    the wait resets it; one signal releases one thread, the longest waiting first
+//   auto-reset event    the wait resets it; one signal releases one thread
 //   manual-reset event  stays signalled
 //   mutex               the waiting thread owns it, recursively; that thread releases each level
 //   timer               signalled when it is due; the wait resets an auto-reset timer
 //   thread              stays signalled after its end
 // If the owner of a mutex ended without releasing it, the mutex is abandoned: the next wait takes it and reports that.
 //
-// An uncontended mutex never enters the kernel, nor does an event that is signalled or that no thread waits for. A
-// waiting thread spins for a few microseconds at most before it sleeps, and does not spin if there is only one
-// processor.
+// A back end with waits of its own (emulated/) does not enter the kernel for an uncontended mutex, nor for an event
+// that is signalled or that no thread waits for. A waiting thread spins for a few microseconds at most before it
+// sleeps, and does not spin if there is only one processor. A back end over the system's objects enters the kernel for
+// each operation, and the system chooses the order of waiting threads.
 #pragma once
 
 #include <cstddef>
@@ -47,6 +48,9 @@ bool pulseEvent(WaitHandle event) noexcept;
 
 /// Returns a new mutex without an owner, or null if memory is short.
 WaitHandle createMutex() noexcept;
+/// The same for a mutex that is used by waitForOne, releaseMutex, mutexLevels and closeHandle only. On every system it
+/// enters the kernel only while another thread owns it.
+WaitHandle createLock() noexcept;
 /// Releases one level. Returns false if the calling thread does not own the mutex.
 bool releaseMutex(WaitHandle mutex) noexcept;
 /// Returns the levels that the owner of the mutex holds, or 0 if it is free. The number may be out of date unless the

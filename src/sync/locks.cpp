@@ -31,7 +31,7 @@ LockImplementation::LockImplementation(bool isCriticalSection) : m_isCriticalSec
     if (isCriticalSection) {
         m_criticalSection = platform::createCriticalSection();
     } else {
-        m_mutex = platform::createMutex();
+        m_mutex = platform::createLock();
     }
     // A lock that excludes no thread would cause damage in other places.
     if (m_criticalSection == nullptr && m_mutex == nullptr) throw std::bad_alloc();

@@ -19,7 +19,7 @@ struct KestTimerManager::Shared {
 
     // A thread holds this for its whole pass. It is found abandoned when that thread was killed. When it cannot be
     // made (null), the pass of a killed thread is never recovered.
-    const platform::OwnedHandle m_passLock{platform::createMutex()};
+    const platform::OwnedHandle m_passLock{platform::createLock()};
     // Manual reset: set when a firing has ended.
     const platform::OwnedHandle m_fired{platform::createEvent(true, false)};
     // Set when a timer thread leaves.

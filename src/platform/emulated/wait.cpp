@@ -287,6 +287,10 @@ WaitHandle createMutex() noexcept {
     return newObject(Kind::mutex, 0, "createMutex");
 }
 
+WaitHandle createLock() noexcept {
+    return createMutex();
+}
+
 bool releaseMutex(WaitHandle mutex) noexcept {
     if (mutex == nullptr || mutex->kind != Kind::mutex) return false;
     const std::uint32_t owner = mutex->owner.load(std::memory_order_relaxed);

@@ -2,58 +2,39 @@
 
 #include <new>
 
-#include "platform/windows/windows_api.h"
-#include "platform/windows/windows_thread_record.h"
+#include "platform/wait.h"
+#include "platform/windows/windows_owner_lock.h"
 
 namespace KestSupport::platform {
 
 class CriticalSection {
   public:
-    CRITICAL_SECTION section;
+    OwnerLock lock{false};
 };
 
-namespace {
-
-bool isMine(const CRITICAL_SECTION& section) noexcept {
-    return static_cast<DWORD>(reinterpret_cast<std::uintptr_t>(section.OwningThread)) == GetCurrentThreadId();
-}
-
-}  // namespace
-
 CriticalSection* createCriticalSection() noexcept {
-    // A look at a lock that another processor is about to release is cheaper than a sleep.
-    constexpr DWORD kSpins = 100;
     if (injectedFault("createCriticalSection") != 0) return nullptr;
-    auto* const made = new (std::nothrow) CriticalSection;
-    if (made != nullptr && !InitializeCriticalSectionEx(&made->section, kSpins, CRITICAL_SECTION_NO_DEBUG_INFO)) {
-        delete made;
-        return nullptr;
-    }
-    return made;
+    return new (std::nothrow) CriticalSection;
 }
 
 void destroyCriticalSection(CriticalSection* section) noexcept {
-    if (section == nullptr) return;
-    DeleteCriticalSection(&section->section);
     delete section;
 }
 
 void enterCriticalSection(CriticalSection& section) noexcept {
-    if (TryEnterCriticalSection(&section.section)) return;
-    const WaitMark mark;
-    EnterCriticalSection(&section.section);
+    section.lock.enter(kInfinite);
 }
 
 bool tryEnterCriticalSection(CriticalSection& section) noexcept {
-    return TryEnterCriticalSection(&section.section);
+    return section.lock.enter(0) == kWaitObject0;
 }
 
 void leaveCriticalSection(CriticalSection& section) noexcept {
-    if (isMine(section.section)) LeaveCriticalSection(&section.section);
+    section.lock.leave();
 }
 
 std::uint32_t recursionCount(const CriticalSection& section) noexcept {
-    return static_cast<std::uint32_t>(section.section.RecursionCount);
+    return section.lock.levels();
 }
 
 }  // namespace KestSupport::platform

@@ -14,4 +14,13 @@ void deleteProcessMemory() noexcept {
     if (!isProgram && !isProcessEnding()) ProcessMemory::deleteAll();
 }
 
+namespace {
+
+// Made before the other static objects of the library, and destroyed after them.
+struct DeleteAtUnload {
+    ~DeleteAtUnload() { deleteProcessMemory(); }
+};
+[[gnu::init_priority(101)]] constinit DeleteAtUnload g_deleteAtUnload;
+
+}  // namespace
 }  // namespace KestSupport::platform

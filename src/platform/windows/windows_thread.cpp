@@ -4,11 +4,10 @@
 #include <process.h>
 
 #include <array>
-#include <memory>
+#include <new>
+#include <optional>
 
 #include "platform/deadline.h"
-#include "platform/process_memory.h"
-#include "platform/uninterrupted.h"
 #include "platform/windows/windows_api.h"
 #include "platform/windows/windows_thread_record.h"
 
@@ -21,12 +20,6 @@ HANDLE systemHandle(WaitHandle handle) noexcept {
     return static_cast<HANDLE>(static_cast<void*>(handle));
 }
 
-struct Start {
-    ThreadEntry entry;
-    void* argument;
-    HMODULE module;  // of this code, with a reference
-};
-
 // A running thread keeps the module loaded, so an unload cannot take the code away from under it.
 HMODULE referenceToThisModule() noexcept {
     HMODULE module = nullptr;
@@ -36,24 +29,27 @@ HMODULE referenceToThisModule() noexcept {
     return module;
 }
 
+// Its reference to the module is released after the last instruction in it.
 unsigned __stdcall runThread(void* argument) {
-    const Start start = *std::unique_ptr<Start>(static_cast<Start*>(argument));
-    currentRecord().module = start.module;
-    const std::uint32_t exitCode = start.entry(start.argument);
-    FreeLibraryAndExitThread(start.module, exitCode);
+    ThreadRecord& record = *static_cast<ThreadRecord*>(argument);
+    setCurrentRecord(record);
+    const HMODULE module = record.module;
+    const std::uint32_t exitCode = record.entry(record.argument);
+    record.leaving.store(true, std::memory_order_release);
+    FreeLibraryAndExitThread(module, exitCode);
 }
 
 // The libraries whose code may hold, or wait for, a lock that the whole process needs: that of the heap, of the
-// loader, of a stream. Found once, since the loader's own lock may be held by a suspended thread.
+// loader, of a stream. Made before a thread is suspended, since the suspended thread may hold the loader's lock.
 class RuntimeModules {
   public:
     RuntimeModules() noexcept {
-        constexpr std::array<const wchar_t*, kCount> names{
+        constexpr std::array<const wchar_t*, kCount> kNames{
             L"ntdll.dll",       L"kernel32.dll",       L"kernelbase.dll",      L"msvcrt.dll",   L"ucrtbase.dll",
             L"libstdc++-6.dll", L"libgcc_s_seh-1.dll", L"libwinpthread-1.dll", L"msvcp140.dll", L"vcruntime140.dll",
         };
         for (std::size_t i = 0; i < kCount; ++i)
-            m_bases[i] = GetModuleHandleW(names[i]);
+            m_bases[i] = GetModuleHandleW(kNames[i]);
     }
 
     bool hold(std::uintptr_t address) const noexcept {
@@ -70,75 +66,84 @@ class RuntimeModules {
     std::array<const void*, kCount> m_bases{};
 };
 
-const RuntimeModules& runtimeModules() noexcept {
-    static constinit ProcessObject<RuntimeModules> s_modules;
-    return s_modules.get();
-}
+// Where a thread stands that was just suspended.
+enum class Place { safe, inRuntime, protectedStep };
 
-// Of a thread that stands still.
-bool isInRuntime(HANDLE thread) noexcept {
+Place placeOf(HANDLE thread, const ThreadRecord* record, const RuntimeModules& runtime) noexcept {
     CONTEXT context{};
     context.ContextFlags = CONTEXT_CONTROL;
-    if (!GetThreadContext(thread, &context)) return true;
-    return runtimeModules().hold(static_cast<std::uintptr_t>(context.Rip));
+    const bool isKnown = GetThreadContext(thread, &context);  // returns when the thread stands still
+    if (record == nullptr || record->depth.load() != 0) return Place::protectedStep;
+    if (record->waiting.load() != 0) return Place::safe;
+    return isKnown && !runtime.hold(static_cast<std::uintptr_t>(context.Rip)) ? Place::safe : Place::inRuntime;
 }
 
-bool mayBeCutOff(HANDLE thread) noexcept {
+// Suspends the thread once if that is possible now. One that was suspended before stands at a safe place, or has not
+// begun.
+std::optional<Place> suspendOnce(HANDLE thread, const RuntimeModules& runtime, bool anywhereInRuntime) noexcept {
     const DWORD id = GetThreadId(thread);
-    return withRecord([id](const ThreadRecord& record) { return record.id == id && !record.leaving.load(); },
-                      [thread](const ThreadRecord* record) {
-                          if (record == nullptr || record->depth.load() != 0) return false;
-                          return record->waiting.load() != 0 || !isInRuntime(thread);
-                      });
+    const RecordGuard records;
+    const DWORD before = SuspendThread(thread);
+    if (before == static_cast<DWORD>(-1)) return std::nullopt;
+    if (before > 0) return Place::safe;
+    const ThreadRecord* const record =
+        records.find([id](const ThreadRecord& each) { return each.id == id && !each.leaving.load(); });
+    const Place place = placeOf(thread, record, runtime);
+    if (place == Place::safe || (place == Place::inRuntime && anywhereInRuntime)) return Place::safe;
+    ResumeThread(thread);
+    return place;
 }
 
 enum class Stop { standing, ended, refused };
 
-// Suspends the thread once more, at a moment at which it may be cut off. One that was suspended before stands at such
-// a moment, or has not begun.
+// Suspends the thread once more, at a place at which it may be cut off.
 Stop stopSafely(HANDLE thread) noexcept {
-    runtimeModules();
-    const Deadline patience = Deadline::at(Deadline::now() + kMostPatience);
-    for (DWORD pause = 0;; pause = pause == 0 ? 1 : pause) {
+    const RuntimeModules runtime;
+    const Deadline::Time begin = Deadline::now();
+    const Deadline endOfPatience = Deadline::at(begin + kMostPatience);
+    const Deadline giveUp = Deadline::at(begin + 2 * kMostPatience);
+    for (DWORD pause = 0;; pause = 1) {
         if (WaitForSingleObject(thread, 0) == WAIT_OBJECT_0) return Stop::ended;
         if (injectedFault("interruptThread") != 0) return Stop::refused;
-        bool isSafe = false;
-        {
-            // The list of records is not locked by the thread that is about to stand still.
-            const Uninterrupted noOther;
-            const DWORD before = SuspendThread(thread);
-            if (before == static_cast<DWORD>(-1)) return Stop::refused;
-            isSafe = before > 0;
-            if (!isSafe) {
-                CONTEXT context{};
-                context.ContextFlags = CONTEXT_CONTROL;
-                GetThreadContext(thread, &context);  // returns when the thread stands still
-            }
-        }
-        if (isSafe || mayBeCutOff(thread) || patience.hasPassed()) return Stop::standing;
-        ResumeThread(thread);
+        const std::optional<Place> place = suspendOnce(thread, runtime, endOfPatience.hasPassed());
+        if (place == Place::safe) return Stop::standing;
+        if (!place || giveUp.hasPassed()) return Stop::refused;
         Sleep(pause);
     }
 }
 
 }  // namespace
 
+// The thread's record is in the list before the thread begins. So a thread that is terminated before its first step
+// leaves nothing but the record.
 bool createThread(ThreadEntry entry, void* argument, WaitHandle& handle, bool suspended) noexcept {
     handle = nullptr;
-    auto* const start = new (std::nothrow) Start{entry, argument, nullptr};
-    if (start == nullptr || injectedFault("createThread") != 0) {
-        delete start;
+    auto* const record = new (std::nothrow) ThreadRecord;
+    if (record == nullptr || injectedFault("createThread") != 0) {
+        delete record;
         return false;
     }
-    start->module = referenceToThisModule();
-    const HMODULE module = start->module;
-    const std::uintptr_t made = _beginthreadex(nullptr, 0, &runThread, start, CREATE_SUSPENDED, nullptr);
-    if (made == 0) {
-        delete start;
-        if (module != nullptr) FreeLibrary(module);
+    record->key = newThreadKey();
+    record->entry = entry;
+    record->argument = argument;
+    record->module = referenceToThisModule();
+    unsigned id = 0;
+    const HANDLE thread =
+        reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, &runThread, record, CREATE_SUSPENDED, &id));
+    const HANDLE process = GetCurrentProcess();
+    HANDLE duplicate = nullptr;
+    if (thread == nullptr || !DuplicateHandle(process, thread, process, &duplicate, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
+        if (thread != nullptr) {
+            TerminateThread(thread, 0);
+            CloseHandle(thread);
+        }
+        if (record->module != nullptr) FreeLibrary(record->module);
+        delete record;
         return false;
     }
-    const HANDLE thread = reinterpret_cast<HANDLE>(made);
+    record->id = id;
+    record->thread = SystemHandle(duplicate);
+    addRecord(*record);
     // The entry may free the variable as soon as it runs.
     handle = static_cast<WaitHandle>(static_cast<void*>(thread));
     if (!suspended) ResumeThread(thread);
@@ -164,20 +169,25 @@ bool terminateThread(WaitHandle thread, std::uint32_t exitCode) noexcept {
     const HANDLE handle = systemHandle(thread);
     if (handle == nullptr) return false;
     const DWORD id = GetThreadId(handle);
-    if (id == GetCurrentThreadId()) FreeLibraryAndExitThread(currentRecord().module, exitCode);
+    if (id == GetCurrentThreadId()) {
+        ThreadRecord& own = currentRecord();
+        own.leaving.store(true, std::memory_order_release);
+        FreeLibraryAndExitThread(own.module, exitCode);
+    }
     const Stop stop = stopSafely(handle);
     if (stop != Stop::standing) return stop == Stop::ended;
-    const bool ended = TerminateThread(handle, exitCode);
-    if (!ended) {
+    if (!TerminateThread(handle, exitCode)) {
         ResumeThread(handle);
         return false;
     }
     WaitForSingleObject(handle, INFINITE);
-    const auto markEnded = [](ThreadRecord* record) -> HMODULE {
-        if (record == nullptr || record->leaving.exchange(true)) return nullptr;
-        return record->module;
-    };
-    const HMODULE module = withRecord([id](const ThreadRecord& record) { return record.id == id; }, markEnded);
+    HMODULE module = nullptr;
+    {
+        const RecordGuard records;
+        ThreadRecord* const record =
+            records.find([id](const ThreadRecord& each) { return each.id == id && !each.leaving.load(); });
+        if (record != nullptr && !record->leaving.exchange(true)) module = record->module;
+    }
     if (module != nullptr) FreeLibrary(module);
     return true;
 }

@@ -11,45 +11,82 @@ void WINAPI onThreadEnd(void* record) noexcept {
     static_cast<ThreadRecord*>(record)->leaving.store(true, std::memory_order_release);
 }
 
-// The system's own slots: with this compiler a thread_local variable costs a lock at each thread's first use.
-struct Slots {
-    DWORD record = TlsAlloc();
-    DWORD key = TlsAlloc();
-    DWORD end = FlsAlloc(&onThreadEnd);
+// The records, and the system's slots in which each thread finds its own: with some compilers, the first use of a
+// thread_local variable by a thread takes a lock. All of it is constant-initialised, since a thread may come during
+// the initialisation of static objects.
+class Records : ProcessMemory {
+  public:
+    constexpr Records() noexcept : ProcessMemory(&deleteRecords) {}
 
-    Slots() = default;
-    Slots(const Slots&) = delete;
-    Slots& operator=(const Slots&) = delete;
-    ~Slots() {
-        FlsFree(end);
-        TlsFree(key);
-        TlsFree(record);
-    }
-};
-
-// The lock is held for a few loads and stores. A thread that holds it is not interrupted: its depth is not 0, or it
-// has no record yet.
-struct Records {
-    SRWLOCK lock = SRWLOCK_INIT;
+    std::atomic<bool> locked{false};
     ThreadRecord* first = nullptr;
 
-    Records() = default;
-    Records(const Records&) = delete;
-    Records& operator=(const Records&) = delete;
-    ~Records() {
-        while (first != nullptr) {
-            ThreadRecord* const record = first;
-            first = record->next;
+    /// Null before the calling thread's record was set.
+    ThreadRecord* current() noexcept {
+        const DWORD slot = m_slot.load(std::memory_order_acquire);
+        return slot == TLS_OUT_OF_INDEXES ? nullptr : static_cast<ThreadRecord*>(TlsGetValue(slot));
+    }
+
+    /// Returns false when the system has no slot for it.
+    bool setCurrent(ThreadRecord& record) noexcept {
+        if (m_slot.load(std::memory_order_acquire) == TLS_OUT_OF_INDEXES && !makeSlots()) return false;
+        FlsSetValue(m_endSlot.load(std::memory_order_acquire), &record);
+        return TlsSetValue(m_slot.load(std::memory_order_acquire), &record);
+    }
+
+  private:
+    // Two threads may come at once. The first one's slots stay. The slot of the records is stored last.
+    bool makeSlots() noexcept {
+        const DWORD slot = TlsAlloc();
+        if (slot == TLS_OUT_OF_INDEXES) return false;
+        const DWORD endSlot = FlsAlloc(&onThreadEnd);
+        DWORD none = FLS_OUT_OF_INDEXES;
+        if (!m_endSlot.compare_exchange_strong(none, endSlot) && endSlot != FLS_OUT_OF_INDEXES) FlsFree(endSlot);
+        none = TLS_OUT_OF_INDEXES;
+        if (m_slot.compare_exchange_strong(none, slot)) {
+            remember();
+        } else {
+            TlsFree(slot);
+        }
+        return true;
+    }
+
+    // Freeing the slot calls onThreadEnd for each thread that is still there, so the records go after it.
+    static void deleteRecords(ProcessMemory& self) noexcept {
+        Records& records = static_cast<Records&>(self);
+        FlsFree(records.m_endSlot.exchange(FLS_OUT_OF_INDEXES));
+        TlsFree(records.m_slot.exchange(TLS_OUT_OF_INDEXES));
+        while (records.first != nullptr) {
+            ThreadRecord* const record = records.first;
+            records.first = record->next;
             delete record;
         }
     }
+
+    std::atomic<DWORD> m_slot{TLS_OUT_OF_INDEXES};
+    std::atomic<DWORD> m_endSlot{FLS_OUT_OF_INDEXES};
 };
 
-constinit ProcessObject<Slots> g_slots;
-constinit ProcessObject<Records> g_records;
+constinit Records g_records;
 constinit std::atomic<std::uint32_t> g_latestKey{0};
-// Of the threads that got no record. It forbids to interrupt any of them.
 constinit ThreadRecord g_sharedRecord;
+
+// The threads that a process has ended at its own end release nothing.
+void lockRecords() noexcept {
+    constexpr int kSpins = 100;
+    for (int tries = 0; g_records.locked.exchange(true, std::memory_order_acquire); ++tries) {
+        if (tries < kSpins) {
+            YieldProcessor();
+            continue;
+        }
+        if (isProcessEnding()) return;
+        Sleep(1);
+    }
+}
+
+void unlockRecords() noexcept {
+    g_records.locked.store(false, std::memory_order_release);
+}
 
 bool hasEnded(const ThreadRecord& record) noexcept {
     return record.leaving.load(std::memory_order_acquire) &&
@@ -57,9 +94,9 @@ bool hasEnded(const ThreadRecord& record) noexcept {
 }
 
 // Takes the records of ended threads out of the list and returns them as a list.
-ThreadRecord* takeEnded(Records& records) noexcept {
+ThreadRecord* takeEnded() noexcept {
     ThreadRecord* ended = nullptr;
-    for (ThreadRecord** link = &records.first; *link != nullptr;) {
+    for (ThreadRecord** link = &g_records.first; *link != nullptr;) {
         ThreadRecord* const record = *link;
         if (hasEnded(*record)) {
             *link = record->next;
@@ -72,74 +109,74 @@ ThreadRecord* takeEnded(Records& records) noexcept {
     return ended;
 }
 
-// A thread that attaches again while it ends keeps its key.
-std::uint32_t keyOfThread(const Slots& slots) noexcept {
-    auto key = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(TlsGetValue(slots.key)));
-    if (key == 0) {
-        key = g_latestKey.fetch_add(1, std::memory_order_relaxed) + 1;
-        TlsSetValue(slots.key, reinterpret_cast<void*>(static_cast<std::uintptr_t>(key)));
-    }
-    return key;
-}
-
-ThreadRecord& attach(const Slots& slots) noexcept {
+// Until its record is complete, a thread is not interrupted: none is found in the list, or its depth is above 0.
+ThreadRecord& attach() noexcept {
     auto* const record = new (std::nothrow) ThreadRecord;
     const HANDLE process = GetCurrentProcess();
     HANDLE thread = nullptr;
     if (record == nullptr || injectedFault("attachThread") != 0 ||
-        !DuplicateHandle(process, GetCurrentThread(), process, &thread, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
+        !DuplicateHandle(process, GetCurrentThread(), process, &thread, 0, FALSE, DUPLICATE_SAME_ACCESS) ||
+        !g_records.setCurrent(*record)) {
+        if (thread != nullptr) CloseHandle(thread);
         delete record;
-        g_sharedRecord.depth.store(1, std::memory_order_relaxed);
+        g_records.setCurrent(g_sharedRecord);
         return g_sharedRecord;
     }
-    record->key = keyOfThread(slots);
+    record->key = newThreadKey();
     record->id = GetCurrentThreadId();
     record->thread = SystemHandle(thread);
     record->depth.store(1, std::memory_order_relaxed);
-    TlsSetValue(slots.record, record);
-    FlsSetValue(slots.end, record);
-
-    Records& records = g_records.get();
-    AcquireSRWLockExclusive(&records.lock);
-    ThreadRecord* ended = takeEnded(records);
-    record->next = records.first;
-    records.first = record;
-    ReleaseSRWLockExclusive(&records.lock);
-    while (ended != nullptr) {
-        ThreadRecord* const next = ended->next;
-        delete ended;
-        ended = next;
-    }
+    addRecord(*record);
     record->depth.store(0, std::memory_order_relaxed);
     return *record;
 }
 
 }  // namespace
 
+void addRecord(ThreadRecord& record) noexcept {
+    lockRecords();
+    ThreadRecord* ended = takeEnded();
+    record.next = g_records.first;
+    g_records.first = &record;
+    unlockRecords();
+    while (ended != nullptr) {
+        ThreadRecord* const next = ended->next;
+        delete ended;
+        ended = next;
+    }
+}
+
+void setCurrentRecord(ThreadRecord& record) noexcept {
+    g_records.setCurrent(record);
+}
+
+std::uint32_t newThreadKey() noexcept {
+    return g_latestKey.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
 // TlsGetValue clears the last error, which callers of ours read after a wait.
 ThreadRecord& currentRecord() noexcept {
     const DWORD error = GetLastError();
-    const Slots& slots = g_slots.get();
-    auto* const record = static_cast<ThreadRecord*>(TlsGetValue(slots.record));
+    ThreadRecord* const found = g_records.current();
+    ThreadRecord& record = found != nullptr ? *found : attach();
+    // The shared record forbids it for all of its threads.
+    if (&record == &g_sharedRecord && record.depth.load(std::memory_order_relaxed) == 0) record.depth.fetch_add(1);
     SetLastError(error);
-    return record != nullptr ? *record : attach(slots);
+    return record;
 }
 
-namespace internal {
-
-void lockRecords() noexcept {
-    currentRecord().depth.fetch_add(1, std::memory_order_relaxed);
-    AcquireSRWLockExclusive(&g_records.get().lock);
+RecordGuard::RecordGuard() noexcept : m_own(currentRecord()) {
+    m_own.depth.fetch_add(1, std::memory_order_relaxed);
+    lockRecords();
 }
 
-ThreadRecord* firstRecord() noexcept {
-    return g_records.get().first;
+RecordGuard::~RecordGuard() {
+    unlockRecords();
+    m_own.depth.fetch_sub(1, std::memory_order_relaxed);
 }
 
-void unlockRecords() noexcept {
-    ReleaseSRWLockExclusive(&g_records.get().lock);
-    currentRecord().depth.fetch_sub(1, std::memory_order_relaxed);
+ThreadRecord* RecordGuard::first() noexcept {
+    return g_records.first;
 }
 
-}  // namespace internal
 }  // namespace KestSupport::platform

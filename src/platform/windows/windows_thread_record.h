@@ -1,35 +1,50 @@
-// What the back end keeps about each thread that has used it.
+// What the back end keeps about each thread that it has made, or that has used it.
 //
-// A thread's record stays until the thread has ended; a later attach deletes it. So it serves the thread's last
-// destructors too, and a killed thread leaves no work. A thread is terminated or suspended only where that is safe, and
-// its record says where that is:
+// A record exists until its thread has ended and the next record is added. So it serves the thread's last destructors,
+// and a killed thread leaves no work. The record says where its thread may be suspended or terminated:
 //
-//   depth above 0    inside a step that must not be cut off (uninterrupted.h)
-//   waiting          inside one of our waits: safe, wherever in the system the thread stands
-//   otherwise        safe when its next instruction is in no library of the runtime: a thread inside the system or the
-//                    C runtime may hold the lock of the heap, or wait for it
+//   leaving          nowhere: the thread is about to end, and the loader's lock may be its own
+//   depth above 0    nowhere: a step that must not be cut off (uninterrupted.h)
+//   waiting          everywhere: it is inside one of our waits, which the kernel undoes
+//   otherwise        where its next instruction is in no library of the runtime: inside the system or the C runtime,
+//                    a thread may hold the lock of the heap, or wait for it
+//
+// The list has a lock of its own kind: a thread that holds it or waits for it is not interrupted, since its depth is
+// above 0. A thread that is about to suspend another one holds it from before the suspension until it has decided, so
+// the suspended thread cannot hold it, and two decisions about one thread do not overlap.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 
+#include "platform/thread.h"
 #include "platform/windows/windows_api.h"
 
 namespace KestSupport::platform {
 
 struct ThreadRecord {
-    std::uint32_t key = 0;  ///< of no other thread, living or ended
+    std::uint32_t key = 0;  ///< of no other thread, living or ended; 0 in the record that threads share
     DWORD id = 0;
     SystemHandle thread;
     std::atomic<std::uint32_t> depth{0};
     std::atomic<std::uint32_t> waiting{0};
     std::atomic<bool> leaving{false};  ///< it ends soon, or has ended
-    HMODULE module = nullptr;          ///< the reference that a thread of ours gives back at its end
+    // Of a thread that createThread made.
+    ThreadEntry entry = nullptr;
+    void* argument = nullptr;
+    HMODULE module = nullptr;  ///< its reference to this module
     ThreadRecord* next = nullptr;
 };
 
-/// The calling thread's record, made by its first call. When memory is short, one that all such threads share; it says
-/// that none of them may be interrupted.
+/// Adds the complete record of a thread to the list, which owns it from then on.
+void addRecord(ThreadRecord& record) noexcept;
+/// Gives the calling thread its record, which is in the list.
+void setCurrentRecord(ThreadRecord& record) noexcept;
+/// Returns a key for a new record.
+std::uint32_t newThreadKey() noexcept;
+
+/// The calling thread's record, added by its first call. When memory is short, one that all such threads share until
+/// they end; it forbids to interrupt any of them. The last error stays.
 ThreadRecord& currentRecord() noexcept;
 
 /// Marks the calling thread as inside one of our waits. The last error of the wait survives the mark.
@@ -44,23 +59,27 @@ class WaitMark {
     ThreadRecord& m_record;
 };
 
-namespace internal {
-void lockRecords() noexcept;
-ThreadRecord* firstRecord() noexcept;
-void unlockRecords() noexcept;
-}  // namespace internal
+/// Holds the lock of the list. Its owner neither allocates nor waits.
+class RecordGuard {
+  public:
+    RecordGuard() noexcept;
+    RecordGuard(const RecordGuard&) = delete;
+    RecordGuard& operator=(const RecordGuard&) = delete;
+    ~RecordGuard();
 
-/// Calls `use` with the record that `matches` accepts, null when there is none. Neither may allocate or wait: the
-/// list's lock is held.
-template <typename Matches, typename Use>
-auto withRecord(const Matches& matches, const Use& use) noexcept {
-    internal::lockRecords();
-    ThreadRecord* record = internal::firstRecord();
-    while (record != nullptr && !matches(*record))
-        record = record->next;
-    const auto result = use(record);
-    internal::unlockRecords();
-    return result;
-}
+    /// Returns the first record that `matches` accepts, or null.
+    template <typename Matches>
+    ThreadRecord* find(const Matches& matches) const noexcept {
+        ThreadRecord* record = first();
+        while (record != nullptr && !matches(*record))
+            record = record->next;
+        return record;
+    }
+
+  private:
+    static ThreadRecord* first() noexcept;
+
+    ThreadRecord& m_own;
+};
 
 }  // namespace KestSupport::platform

@@ -10,6 +10,8 @@ constexpr std::uint32_t kFree = 0;
 constexpr std::uint32_t kTaken = 1;
 constexpr std::uint32_t kContended = 2;
 
+constexpr DWORD kLook = 100;  // milliseconds
+
 }  // namespace
 
 void beginUninterrupted() noexcept {
@@ -27,7 +29,8 @@ void UninterruptedMutex::lock() noexcept {
     if (m_word.compare_exchange_strong(word, kTaken, std::memory_order_acquire)) return;
     while (m_word.exchange(kContended, std::memory_order_acquire) != kFree) {
         std::uint32_t contended = kContended;
-        WaitOnAddress(&m_word, &contended, sizeof contended, INFINITE);
+        // The threads that a process has ended at its own end release nothing.
+        if (!WaitOnAddress(&m_word, &contended, sizeof contended, kLook) && isProcessEnding()) return;
     }
 }
 

@@ -1,10 +1,13 @@
-// The system's own waitable objects. A WaitHandle is the system's handle.
+// The system's own waitable objects. A WaitHandle is the system's handle, whose two lowest bits are 0. That of a lock
+// is the address of an OwnerLock with the lowest bit set.
 #include "platform/wait.h"
 
 #include <algorithm>
 #include <array>
+#include <new>
 
 #include "platform/windows/windows_api.h"
+#include "platform/windows/windows_owner_lock.h"
 #include "platform/windows/windows_thread_record.h"
 
 namespace KestSupport::platform {
@@ -21,6 +24,12 @@ WaitHandle waitHandle(HANDLE handle) noexcept {
     return static_cast<WaitHandle>(static_cast<void*>(handle));
 }
 
+/// Null when the handle is not that of a lock.
+OwnerLock* lockOf(WaitHandle handle) noexcept {
+    const auto address = reinterpret_cast<std::uintptr_t>(handle);
+    return (address & 1) == 0 ? nullptr : reinterpret_cast<OwnerLock*>(address - 1);
+}
+
 // The system's query of a mutex, which no header declares.
 struct MutexState {
     LONG count;  // 1: free; 1 minus the levels
@@ -30,13 +39,13 @@ struct MutexState {
 using QueryMutex = LONG(WINAPI*)(HANDLE, int informationClass, MutexState*, ULONG size, ULONG* needed);
 
 QueryMutex queryMutex() noexcept {
-    static constinit std::atomic<FARPROC> s_query{nullptr};
-    FARPROC query = s_query.load(std::memory_order_relaxed);
-    if (query == nullptr) {
-        query = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQueryMutant");
-        s_query.store(query, std::memory_order_relaxed);
+    static constinit std::atomic<FARPROC> query{nullptr};
+    FARPROC found = query.load(std::memory_order_relaxed);
+    if (found == nullptr) {
+        found = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQueryMutant");
+        query.store(found, std::memory_order_relaxed);
     }
-    return reinterpret_cast<QueryMutex>(reinterpret_cast<void*>(query));
+    return reinterpret_cast<QueryMutex>(reinterpret_cast<void*>(found));
 }
 
 }  // namespace
@@ -63,14 +72,22 @@ WaitHandle createMutex() noexcept {
     return waitHandle(CreateMutexW(nullptr, FALSE, nullptr));
 }
 
+WaitHandle createLock() noexcept {
+    if (injectedFault("createMutex") != 0) return nullptr;
+    auto* const lock = new (std::nothrow) OwnerLock(true);
+    return lock == nullptr ? nullptr : reinterpret_cast<WaitHandle>(reinterpret_cast<std::uintptr_t>(lock) + 1);
+}
+
 bool releaseMutex(WaitHandle mutex) noexcept {
+    if (OwnerLock* const lock = lockOf(mutex)) return lock->leave();
     return ReleaseMutex(systemHandle(mutex));
 }
 
 std::uint32_t mutexLevels(WaitHandle mutex) noexcept {
+    if (const OwnerLock* const lock = lockOf(mutex)) return lock->levels();
     MutexState state{1, FALSE, FALSE};
-    constexpr int basicInformation = 0;
-    queryMutex()(systemHandle(mutex), basicInformation, &state, sizeof state, nullptr);
+    constexpr int kBasicInformation = 0;
+    queryMutex()(systemHandle(mutex), kBasicInformation, &state, sizeof state, nullptr);
     return static_cast<std::uint32_t>(1 - state.count);
 }
 
@@ -94,13 +111,14 @@ bool cancelWaitableTimer(WaitHandle timer) noexcept {
 
 std::uint32_t waitForOne(WaitHandle object, std::uint32_t timeout) noexcept {
     if (object == nullptr) return kWaitFailed;
+    if (OwnerLock* const lock = lockOf(object)) return lock->enter(timeout);
     const WaitMark mark;
     return WaitForSingleObject(systemHandle(object), timeout);
 }
 
 std::uint32_t waitForMany(std::span<const WaitHandle> objects, bool all, std::uint32_t timeout) noexcept {
     if (objects.empty() || objects.size() > kMaximumWaitObjects) return kWaitFailed;
-    std::array<HANDLE, kMaximumWaitObjects> handles;
+    std::array<HANDLE, kMaximumWaitObjects> handles{};
     std::transform(objects.begin(), objects.end(), handles.begin(), systemHandle);
     const auto end = handles.begin() + static_cast<std::ptrdiff_t>(objects.size());
     if (std::find(handles.begin(), end, nullptr) != end) return kWaitFailed;
@@ -122,7 +140,11 @@ std::uint32_t signalAndWait(WaitHandle toSignal, WaitHandle toWait, std::uint32_
 }
 
 void closeHandle(WaitHandle object) noexcept {
-    if (object != nullptr) CloseHandle(systemHandle(object));
+    if (OwnerLock* const lock = lockOf(object)) {
+        delete lock;
+    } else if (object != nullptr) {
+        CloseHandle(systemHandle(object));
+    }
 }
 
 }  // namespace KestSupport::platform

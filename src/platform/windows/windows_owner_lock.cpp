@@ -1,0 +1,139 @@
+#include "platform/windows/windows_owner_lock.h"
+
+#include <algorithm>
+#include <mutex>
+#include <new>
+
+#include "platform/deadline.h"
+#include "platform/process_memory.h"
+#include "platform/thread_bias.h"
+#include "platform/uninterrupted.h"
+#include "platform/wait.h"
+#include "platform/windows/windows_thread_record.h"
+
+namespace KestSupport::platform {
+namespace {
+
+constexpr std::uint32_t kAwaited = 0x80000000;  // beside the owner's key
+constexpr std::uint32_t kLook = 50;             // milliseconds
+
+// A look at a lock that another processor is about to release is cheaper than a sleep.
+constexpr int kSpins = 100;
+
+}  // namespace
+
+// Released by the thread that leaves a lock, which another thread may destroy at that moment. So the event is not
+// closed then but serves the next lock, where a late signal only causes one more look.
+struct OwnerLock::WakeUp {
+    SystemHandle event{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
+    WakeUp* next = nullptr;
+};
+
+struct OwnerLock::WakeUpPool : ProcessMemory {
+    constexpr WakeUpPool() noexcept : ProcessMemory(&deleteUnused) {}
+
+    /// Null when memory is short.
+    WakeUp* take() noexcept {
+        {
+            const std::lock_guard guard(m_lock);
+            if (m_unused != nullptr) return std::exchange(m_unused, m_unused->next);
+        }
+        auto* const made = new (std::nothrow) WakeUp;
+        if (made == nullptr || made->event.isOpen()) return made;
+        delete made;
+        return nullptr;
+    }
+
+    void putBack(WakeUp& wakeUp) noexcept {
+        const std::lock_guard guard(m_lock);
+        if (!std::exchange(m_isRemembered, true)) remember();
+        wakeUp.next = std::exchange(m_unused, &wakeUp);
+    }
+
+  private:
+    static void deleteUnused(ProcessMemory& self) noexcept {
+        WakeUpPool& pool = static_cast<WakeUpPool&>(self);
+        while (pool.m_unused != nullptr)
+            delete std::exchange(pool.m_unused, pool.m_unused->next);
+    }
+
+    UninterruptedMutex m_lock;  // guards the members below
+    WakeUp* m_unused = nullptr;
+    bool m_isRemembered = false;
+};
+
+OwnerLock::WakeUpPool& OwnerLock::pool() noexcept {
+    static constinit WakeUpPool pool;
+    return pool;
+}
+
+OwnerLock::~OwnerLock() {
+    if (WakeUp* const wakeUp = m_wakeUp.load(std::memory_order_acquire)) pool().putBack(*wakeUp);
+}
+
+std::uint32_t OwnerLock::enter(std::uint32_t timeout) noexcept {
+    const std::uint32_t self = threadKey();
+    std::uint32_t word = 0;
+    if (tryTake(word, self)) return kWaitObject0;
+    if ((word & ~kAwaited) != self) return enterSlowly(self, timeout);
+    m_levels.store(levels() + 1, std::memory_order_relaxed);
+    return kWaitObject0;
+}
+
+bool OwnerLock::leave() noexcept {
+    if ((m_word.load(std::memory_order_relaxed) & ~kAwaited) != threadKey()) return false;
+    const std::uint32_t rest = levels() - 1;
+    m_levels.store(rest, std::memory_order_relaxed);
+    if (rest != 0) return true;
+    WakeUp* const wakeUp = m_wakeUp.load(std::memory_order_acquire);
+    const bool isAwaited = (m_word.exchange(0, std::memory_order_release) & kAwaited) != 0;
+    if (isAwaited && wakeUp != nullptr) SetEvent(wakeUp->event.get());
+    return true;
+}
+
+bool OwnerLock::tryTake(std::uint32_t& word, std::uint32_t taken) noexcept {
+    if (!m_word.compare_exchange_strong(word, taken, std::memory_order_acquire)) return false;
+    m_levels.store(1, std::memory_order_relaxed);
+    return true;
+}
+
+// A thread that has slept keeps the mark, since other threads may sleep too.
+std::uint32_t OwnerLock::enterSlowly(std::uint32_t self, std::uint32_t timeout) noexcept {
+    for (int i = 0; i < kSpins && timeout != 0; ++i) {
+        std::uint32_t word = 0;
+        if (tryTake(word, self)) return kWaitObject0;
+        YieldProcessor();
+    }
+    const Deadline end = Deadline::after(timeout);
+    for (bool hasSlept = false;;) {
+        std::uint32_t word = m_word.load(std::memory_order_relaxed);
+        const std::uint32_t owner = word & ~kAwaited;
+        // The threads that a process has ended at its own end release nothing.
+        const bool isOwnerNeeded = !m_recovers && !(hasSlept && isProcessEnding());
+        if (owner == 0 || (!isOwnerNeeded && !threadMayRun(owner))) {
+            if (tryTake(word, self | kAwaited)) return owner == 0 ? kWaitObject0 : kWaitAbandoned;
+            continue;
+        }
+        if (timeout == 0 || end.hasPassed()) return kWaitTimeout;
+        if ((word & kAwaited) == 0 && !m_word.compare_exchange_strong(word, word | kAwaited)) continue;
+        sleep(std::min(end.rest(), kLook));
+        hasSlept = true;
+    }
+}
+
+void OwnerLock::sleep(std::uint32_t timeout) noexcept {
+    WakeUp* wakeUp = m_wakeUp.load(std::memory_order_acquire);
+    if (wakeUp == nullptr) {
+        WakeUp* const taken = pool().take();
+        if (taken == nullptr) return sleepThread(1);
+        if (m_wakeUp.compare_exchange_strong(wakeUp, taken, std::memory_order_acq_rel)) {
+            wakeUp = taken;
+        } else {
+            pool().putBack(*taken);
+        }
+    }
+    const WaitMark mark;
+    WaitForSingleObject(wakeUp->event.get(), timeout);
+}
+
+}  // namespace KestSupport::platform

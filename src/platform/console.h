@@ -2,7 +2,7 @@
 // event to make the program end or read its settings again.
 //
 //   addConsoleHandler, removeConsoleHandler    the list of handlers, common to all back ends
-//   isTerminal                                 asks about a stream
+//   isTerminal, terminalWidth, showsColours    ask about a stream
 //   openConsoleEvents and the functions below  the back end
 //
 // An event is offered to the handlers of its kind, the last registered first, until one takes it. An event that no
@@ -48,6 +48,12 @@ enum class StandardStream { input, output, error };
 /// Back end: returns whether the stream is a terminal or a console window, where shown text can be replaced. Returns
 /// false for a pipe, a file and a closed stream.
 bool isTerminal(StandardStream stream) noexcept;
+
+/// Back end: returns the columns of the stream's terminal, or 0 when it is none or its width is not known.
+std::uint32_t terminalWidth(StandardStream stream) noexcept;
+
+/// Back end: returns whether the stream is a terminal that obeys the usual escape sequences for colours.
+bool showsColours(StandardStream stream) noexcept;
 
 /// Receives a control event and returns whether a handler took it. If none did, the back end runs the effect that the
 /// event has in a program without handlers, usually the end of the process. Must not throw.

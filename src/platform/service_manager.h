@@ -17,6 +17,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -70,6 +71,10 @@ inline constexpr std::uint32_t kServiceUserControl = 0x100;
 inline constexpr std::uint32_t kServiceDelete = 0x10000;
 inline constexpr std::uint32_t kServiceAllAccess = 0xF01FF;
 
+inline constexpr std::uint32_t kServiceRestartNever = 0;
+inline constexpr std::uint32_t kServiceRestartOnFailure = 1;
+inline constexpr std::uint32_t kServiceRestartAlways = 2;
+
 /// What a service reports about itself.
 struct ServiceStatus {
     std::uint32_t serviceType = kServiceOwnProcess;
@@ -92,6 +97,8 @@ struct ServiceConfiguration {
     std::uint32_t errorControl = kServiceErrorNormal;
     std::string commandLine;   ///< the program's path and its arguments, quoted as the platform's programs are called
     std::string dependencies;  ///< names of services, each followed by a NUL; one more NUL may end the text
+    /// Which ends of the service make a supervisor start it again; a stop by request never does.
+    std::uint32_t restart = kServiceRestartNever;
 
     bool operator==(const ServiceConfiguration&) const = default;
 };
@@ -102,6 +109,27 @@ struct ServiceChange {
     std::optional<std::uint32_t> startType = {};
     std::optional<std::string> commandLine = {};
     std::optional<std::string> dependencies = {};
+    std::optional<std::uint32_t> restart = {};
+};
+
+/// The last run of a service. Times are nanoseconds since 1970-01-01 00:00:00 UTC.
+struct ServiceRun {
+    std::uint32_t processId = 0;
+    std::int64_t started = 0;          ///< 0: not known, such as for a service that has never been started
+    std::int64_t ended = 0;            ///< 0: it has not ended, or ended without a report and without a supervisor
+    bool endRequested = false;         ///< a client has asked for the stop, or has killed the process
+    std::optional<int> exitCode = {};  ///< of the process, minus its signal's number; known to a supervisor only
+
+    bool operator==(const ServiceRun&) const = default;
+};
+
+/// Reads what a service writes to its standard output and error, the oldest bytes first. For one thread.
+class ServiceOutput {
+  public:
+    virtual ~ServiceOutput() = default;
+    /// Appends the next bytes, about 64 KiB at most, and none when there are no new ones. Sets `mayMiss` when the
+    /// service has discarded bytes that were not read.
+    virtual ErrorCode read(std::string& text, bool& mayMiss) = 0;
 };
 
 /// One service of a list.
@@ -180,6 +208,15 @@ class ServiceManager {
     virtual ErrorCode queryStatus(Handle service, ServiceStatus& status) = 0;
     /// The text of setFailureText; empty when there is none. Requires kServiceQueryStatus.
     virtual ErrorCode queryFailureText(Handle, std::string&) { return errorCallNotImplemented; }
+    /// The last run; of a service that has never been started, one without times. Requires kServiceQueryStatus.
+    virtual ErrorCode queryRun(Handle, ServiceRun&) { return errorCallNotImplemented; }
+    /// A supervisor notes how the service's process has ended. Without effect when the last run is that of another
+    /// process. Requires kServiceStop.
+    virtual ErrorCode noteProcessEnd(Handle, std::uint32_t, int) { return errorCallNotImplemented; }
+    /// What the service has written and will write. The object may outlive the handle. Requires kServiceQueryStatus.
+    virtual ErrorCode openOutput(Handle, std::unique_ptr<ServiceOutput>&) { return errorCallNotImplemented; }
+    /// The path of the folder in which the manager keeps the services; empty when it keeps them elsewhere.
+    virtual std::string location(Handle) { return {}; }
     /// A service that is not stopped is marked for deletion, and deleted when it has stopped.
     virtual ErrorCode deleteService(Handle service) = 0;
     virtual void closeHandle(Handle handle) = 0;

@@ -15,6 +15,7 @@
 #include "kit/service_fixture.h"
 #include "platform/process.h"
 #include "platform/services/channel.h"
+#include "platform/services/output.h"
 #include "platform/start_order.h"
 
 namespace {
@@ -88,11 +89,14 @@ TEST_F(ServiceManagerTest, KeepsTheConfiguration) {
     const std::string longest(256, 'n');
     EXPECT_EQ(run("create plain plain; create .hidden plain; create " + longest + " plain"), "0 0 0");
     const Opened service(wanted.name);
-    ASSERT_EQ(service.call(&Manager::changeConfiguration, ServiceChange{.displayName = "New", .startType = 4}), 0u);
+    ASSERT_EQ(
+        service.call(&Manager::changeConfiguration, ServiceChange{.displayName = "New", .startType = 4, .restart = 2}),
+        0u);
     Configuration read;
     ASSERT_EQ(service.call(&Manager::queryConfiguration, read), 0u);
     wanted.displayName = "New";
     wanted.startType = 4;
+    wanted.restart = 2;
     EXPECT_EQ(read, wanted);
     const std::vector<unsigned short> description = {'d', 0x20AC, 0xD83D, 0xDE00, '\n'};
     std::vector<unsigned short> described;
@@ -100,6 +104,7 @@ TEST_F(ServiceManagerTest, KeepsTheConfiguration) {
     EXPECT_EQ(service.call(&Manager::queryDescription, described), 0u);
     EXPECT_EQ(described, description);
     EXPECT_EQ(listed(), ".hidden 0,a %b.. 0," + longest + " 0,plain 0,");
+    EXPECT_EQ(state.read("services/plain/configuration").find("restart"), std::string::npos) << "readable as before";
     EXPECT_EQ(run("tell plain; remove plain; tell plain; remove plain"), "1/0/1077 0 1060 1060");
 }
 
@@ -110,10 +115,10 @@ TEST_F(ServiceManagerTest, RefusesInvalidServices) {
         EXPECT_EQ(create({name, "", 16, 2, 1, "p", ""}), 123u) << name;
     EXPECT_EQ(Opened("../there").error, 123u);
     const std::string tooLong(32768, 'p'), nul(2, '\0');
-    const Configuration wrong[] = {{"type", "", 1, 2, 1, "p", ""},      {"start", "", 16, 1, 1, "p", ""},
-                                   {"start", "", 16, 5, 1, "p", ""},    {"error", "", 16, 2, 4, "p", ""},
-                                   {"none", "", 16, 2, 1, "", ""},      {"long", "", 16, 2, 1, tooLong, ""},
-                                   {"needs", "", 16, 2, 1, "p", "a/b"}, {"nul", "", 16, 2, 1, nul, ""}};
+    const Configuration wrong[] = {
+        {"type", "", 1, 2, 1, "p", ""},      {"start", "", 16, 1, 1, "p", ""}, {"start", "", 16, 5, 1, "p", ""},
+        {"error", "", 16, 2, 4, "p", ""},    {"none", "", 16, 2, 1, "", ""},   {"long", "", 16, 2, 1, tooLong, ""},
+        {"needs", "", 16, 2, 1, "p", "a/b"}, {"nul", "", 16, 2, 1, nul, ""},   {"again", "", 16, 2, 1, "p", "", 3}};
     for (const Configuration& each : wrong)
         EXPECT_EQ(create(each), 87u) << each.name;
     EXPECT_EQ(listed(), "there 0,");
@@ -127,6 +132,8 @@ TEST_F(ServiceManagerTest, ChecksTheAccessOfHandles) {
     Configuration configuration;
     std::vector<unsigned short> text;
     std::string failure;
+    ServiceRun lastRun;
+    std::unique_ptr<ServiceOutput> output;
     using Handle = Manager::Handle;
     using Errors = std::vector<ErrorCode>;
     const auto callAll = [&](Handle service) {
@@ -135,7 +142,10 @@ TEST_F(ServiceManagerTest, ChecksTheAccessOfHandles) {
                          services.changeConfiguration(service, {.startType = 4}),
                          services.setDescription(service, text),
                          services.queryStatus(service, status),
-                         services.queryFailureText(service, failure)};
+                         services.queryFailureText(service, failure),
+                         services.queryRun(service, lastRun),
+                         services.openOutput(service, output),
+                         services.noteProcessEnd(service, 1, 0)};
         for (const std::uint32_t code : {1, 2, 4, 128})
             errors.push_back(services.control(service, code, status));
         errors.push_back(services.startService(service, {}));
@@ -143,12 +153,12 @@ TEST_F(ServiceManagerTest, ChecksTheAccessOfHandles) {
         errors.push_back(services.deleteService(service));
         return errors;
     };
-    EXPECT_EQ(callAll(nullptr), Errors(13, 6));
-    EXPECT_EQ(callAll(manager.handle), Errors(13, 6));
+    EXPECT_EQ(callAll(nullptr), Errors(16, 6));
+    EXPECT_EQ(callAll(manager.handle), Errors(16, 6));
     // By the call: the access that it requires, and its result with that access.
     const std::pair<std::uint32_t, ErrorCode> calls[] = {
-        {0x1, 0},     {0x1, 0},     {0x2, 0},      {0x2, 0},     {0x4, 0},     {0x4, 0},    {0x20, 1062},
-        {0x40, 1062}, {0x80, 1062}, {0x100, 1062}, {0x10, 1058}, {0x20, 1062}, {0x10000, 0}};
+        {0x1, 0},  {0x1, 0},     {0x2, 0},     {0x2, 0},     {0x4, 0},      {0x4, 0},     {0x4, 0},     {0x4, 0},
+        {0x20, 0}, {0x20, 1062}, {0x40, 1062}, {0x80, 1062}, {0x100, 1062}, {0x10, 1058}, {0x20, 1062}, {0x10000, 0}};
     for (const auto& [given, ignored] : calls) {
         Errors expected;
         for (const auto& [access, result] : calls)
@@ -343,6 +353,67 @@ TEST_F(ServiceManagerTest, AdmitsTheOwnerOnly) {
     environment.set("KEST_STATE_DIR", state.path());
 }
 
+TEST_F(ServiceManagerTest, KeepsTheLastRun) {
+    const auto lastRun = [](const std::string& name) {
+        ServiceRun last;
+        EXPECT_EQ(Opened(name).call(&Manager::queryRun, last), 0u);
+        return last;
+    };
+    ASSERT_EQ(run("create s plain"), "0");
+    EXPECT_EQ(lastRun("s"), ServiceRun());
+    EXPECT_EQ(run("start s; await s 4"), "0");
+    ServiceRun expected = lastRun("s");
+    EXPECT_EQ(expected.processId, query("s").processId);
+    EXPECT_GT(expected.started, 0);
+    EXPECT_EQ(expected.ended, 0);
+    EXPECT_EQ(run("end s"), "");
+    EXPECT_EQ(lastRun("s"), expected) << "nothing has seen the end";
+    const Opened service("s");
+    EXPECT_EQ(service.call(&Manager::noteProcessEnd, expected.processId + 1, -9), 0u);
+    EXPECT_EQ(lastRun("s"), expected) << "another process";
+    EXPECT_EQ(service.call(&Manager::noteProcessEnd, expected.processId, -9), 0u);
+    EXPECT_EQ(lastRun("s").exitCode, -9);
+    for (const std::string request : {"control s 1", "kill s"}) {
+        EXPECT_EQ(run("start s; await s 4; " + request).substr(0, 3), "0 0");
+        kit::await([&] { return lastRun("s").ended != 0; });
+        expected = lastRun("s");
+        EXPECT_TRUE(expected.endRequested && expected.ended >= expected.started) << request;
+    }
+    state.write("services/s/run", "damage");
+    ServiceRun damaged;
+    EXPECT_EQ(service.call(&Manager::queryRun, damaged), 13u);
+}
+
+TEST_F(ServiceManagerTest, ReadsOutputAcrossFiles) {
+    OutputReader reader(std::move(*Folder::open(state.path())));
+    const auto read = [&](int times) {
+        std::string text;
+        for (bool mayMiss = false; times > 0; --times) {
+            EXPECT_EQ(reader.read(text, mayMiss), 0u);
+            if (mayMiss) text += "!";
+        }
+        return text;
+    };
+    const auto append = [&](const char* name, const char* text) {
+        std::ofstream(state.pathOf(name), std::ios::app) << text;
+    };
+    const auto rotate = [&] { fs::rename(state.pathOf("output"), state.pathOf("output.old")); };
+    EXPECT_EQ(read(1), "");
+    append("output", "1 ");
+    EXPECT_EQ(read(1), "1 ");
+    append("output", "2 ");
+    rotate();
+    append("output", "4 ");
+    EXPECT_EQ(read(2), "2 ");
+    append("output.old", "3 ");
+    EXPECT_EQ(read(2), "3 4 ") << "a write that was under way";
+    rotate();
+    append("output", "5 ");
+    rotate();
+    append("output", "6 ");
+    EXPECT_EQ(read(4), "5 !6 ") << "it cannot know whether there was a third file";
+}
+
 // Each step at the fault seam fails, once or permanently: in the client, and in the service's process.
 TEST_F(ServiceManagerTest, SurvivesEachFailingCall) {
     environment.set("KEST_SERVICE_TIMEOUT", "1000");
@@ -367,7 +438,7 @@ TEST_F(ServiceManagerTest, SurvivesEachFailingCall) {
                 ASSERT_EQ(run("tell s"), "1060") << first << how;
             }
         }
-        for (int first = 1; first <= 24; ++first) {
+        for (int first = 1; first <= 36; ++first) {
             ASSERT_EQ(run("create t plain; line t troubled '' " + std::to_string(first) + " " + how), "0 0");
             const std::string started = run("start t");
             EXPECT_TRUE(matches(started, "0|4|1054|1067")) << first << started;

@@ -9,12 +9,13 @@
 //   file_stream.h     openStream, readStream, writeStream, closeStream
 //   file_replacement.h  openReplacement, copyAccess, flushReplacement, replaceFile
 //   files.h           FileSearch, TreeWalk: openDirectory, readDirectory, entryKind, identifyDirectory, removeEntry
+//   orphans.h         adoptOrphans
 //   process.h         Process::start: currentDirectory, passHandle (of a standard handle), startProcess, startDetached,
 //                     openProcess (the system's handle); Process::wait: waitForProcess, for a detached program only
 //   record_file.h     openRecordFile, writeRecords
 //   registry.h        findRegistry, openRegistry, readRegistry
 //   services/         system.h: openFolder, openFile, readFile, writeFile, lockByte, findLock, folderAccess,
-//                     makeFolder, replaceFile, removeEntry, flush, lockFolder, openNullDevice,
+//                     makeFolder, replaceFile, renameFile, removeEntry, fileFacts, flush, lockFolder, openNullDevice,
 //                     installForkHandlers;
 //                     channel.h: openChannel, connectChannel, takeStandardInput, sendMessage, awaitMessage,
 //                     receiveMessage, peerUser, listen, acceptChannel, makeWakeUp

@@ -5,11 +5,14 @@
 #include <pthread.h>
 #include <semaphore.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
+#include <string_view>
 
 #include "platform/console.h"
 #include "platform/linux/linux_call.h"
@@ -124,6 +127,16 @@ bool catchSignal(EventSignal& which) {
 
 bool isTerminal(StandardStream stream) noexcept {
     return ::isatty(static_cast<int>(stream)) == 1;
+}
+
+std::uint32_t terminalWidth(StandardStream stream) noexcept {
+    winsize size{};
+    return ::ioctl(static_cast<int>(stream), TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
+bool showsColours(StandardStream stream) noexcept {
+    const char* const kind = std::getenv("TERM");
+    return isTerminal(stream) && (kind == nullptr || std::string_view(kind) != "dumb");
 }
 
 bool openConsoleEvents(ConsoleEvents kind, ConsoleEventSink sink) {

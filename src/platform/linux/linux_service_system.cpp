@@ -23,7 +23,8 @@ namespace {
 constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
 // By FileUse.
-constexpr int kFileFlags[] = {O_RDONLY, O_RDWR, O_RDWR | O_CREAT, O_WRONLY | O_CREAT | O_TRUNC};
+constexpr int kFileFlags[] = {O_RDONLY, O_RDWR, O_RDWR | O_CREAT, O_WRONLY | O_CREAT | O_TRUNC,
+                              O_WRONLY | O_CREAT | O_APPEND};
 
 // O_NONBLOCK: opening a pipe does not wait for its other end.
 constexpr int kOpenFlags = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
@@ -83,6 +84,20 @@ ErrorCode flushToDisk(const SystemHandle& handle) noexcept {
     return outcomeOf(systemCall("flush", [&] { return ::fsync(descriptorOf(handle)); }));
 }
 
+Result<FileFacts> factsOf(int descriptor) noexcept {
+    struct stat status {};
+    if (systemCall("fileFacts", [&] { return ::fstat(descriptor, &status); }) != 0) return lastFailure();
+    return FileFacts{status.st_dev, status.st_ino, static_cast<std::uint64_t>(status.st_size), S_ISREG(status.st_mode),
+                     status.st_nlink > 0};
+}
+
+// Whether the descriptor is the file. False when the system cannot say.
+bool isFile(int descriptor, const File& file) noexcept {
+    const Result<FileFacts> one = factsOf(descriptor);
+    const Result<FileFacts> other = file.facts();
+    return one && other && one->isSameFile(*other);
+}
+
 struct FolderCloser {
     void operator()(DIR* folder) const noexcept { ::closedir(folder); }
 };
@@ -129,6 +144,10 @@ ErrorCode File::writeStart(std::string_view bytes) const noexcept {
         systemCall("writeFile", [&] { return ::pwrite(descriptorOf(*this), bytes.data(), bytes.size(), 0); });
     if (size < 0) return contentFailure();
     return static_cast<std::size_t>(size) == bytes.size() ? errorSuccess : errorDiskFull;
+}
+
+Result<FileFacts> File::facts() const noexcept {
+    return factsOf(descriptorOf(*this));
 }
 
 ErrorCode File::lockByte(std::int64_t offset) const noexcept {
@@ -221,6 +240,11 @@ ErrorCode Folder::replaceFile(const char* name, const char* next, std::string_vi
     return renamed == 0 ? flush() : lastFailure();
 }
 
+ErrorCode Folder::renameFile(const char* from, const char* to) const noexcept {
+    const int folder = descriptorOf(*this);
+    return outcomeOf(systemCall("renameFile", [&] { return ::renameat(folder, from, folder, to); }));
+}
+
 ErrorCode Folder::removeFile(const char* name) const noexcept {
     return removeEntry(*this, name, 0);
 }
@@ -245,6 +269,19 @@ Result<SystemHandle> Folder::lock() const {
 
 SystemHandle openNullDevice() noexcept {
     return SystemHandle(systemCall("openNullDevice", [] { return ::open("/dev/null", O_RDWR | O_CLOEXEC); }));
+}
+
+bool isStandardOutput(const File& file) noexcept {
+    return isFile(STDOUT_FILENO, file) || isFile(STDERR_FILENO, file);
+}
+
+// The system refuses the call while another thread opens a file with that number.
+void redirectStandardOutput(const File& from, const File& to) noexcept {
+    for (const int each : {STDOUT_FILENO, STDERR_FILENO}) {
+        if (!isFile(each, from)) continue;
+        while (::dup2(descriptorOf(to), each) < 0 && (errno == EINTR || errno == EBUSY)) {
+        }
+    }
 }
 
 UserId currentUser() noexcept {

@@ -17,6 +17,9 @@ void cancelStarts() noexcept;
 
 ErrorCode endService(const ServiceDatabase& database, const std::string& name);
 
+/// Completes the record of the last run, if it is that of the process and no new one has begun.
+ErrorCode noteEnd(const ServiceDatabase& database, const std::string& name, const ServiceRun& end);
+
 /// Ends the program of a start that has not reached the dispatcher: asks it to end, and kills it after a second.
 /// Returns false when there was none. After true the start is over, or the program has reached the dispatcher.
 Result<bool> endUnansweredStart(const ServiceDatabase& database, const std::string& name);

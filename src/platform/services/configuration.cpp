@@ -29,9 +29,10 @@ constexpr std::array<TextField, 5> kTexts{{{"name", &StoredService::name},
                                            {"command-line", &StoredService::commandLine},
                                            {"dependencies", &StoredService::dependencies},
                                            {"description", &StoredService::description}}};
-constexpr std::array<NumberField, 3> kNumbers{{{"type", &StoredService::type},
+constexpr std::array<NumberField, 4> kNumbers{{{"type", &StoredService::type},
                                                {"start-type", &StoredService::startType},
-                                               {"error-control", &StoredService::errorControl}}};
+                                               {"error-control", &StoredService::errorControl},
+                                               {"restart", &StoredService::restart}}};
 constexpr std::string_view kDeletedLine = "deleted";
 
 bool isControl(char each) {
@@ -117,10 +118,10 @@ bool isValidService(const StoredService& service) {
     constexpr std::uint32_t kHighestErrorControl = 3;
     const std::vector<std::string> dependencies = dependencyNames(service.dependencies);
     return (service.type & ~kServiceInteractive) == kServiceOwnProcess && service.startType >= kServiceAutoStart &&
-           service.startType <= kServiceDisabled && service.errorControl <= kHighestErrorControl &&
-           !service.commandLine.empty() && service.commandLine.size() <= kLongestCommandLine &&
-           isWithoutNul(service.commandLine) && isWithoutNul(service.displayName) &&
-           service.displayName.size() <= kLongestName &&
+           service.startType <= kServiceDisabled && service.restart <= kServiceRestartAlways &&
+           service.errorControl <= kHighestErrorControl && !service.commandLine.empty() &&
+           service.commandLine.size() <= kLongestCommandLine && isWithoutNul(service.commandLine) &&
+           isWithoutNul(service.displayName) && service.displayName.size() <= kLongestName &&
            std::all_of(dependencies.begin(), dependencies.end(), isServiceName);
 }
 
@@ -129,8 +130,11 @@ std::string formatConfiguration(const StoredService& service) {
     text.append(kFirstLine).append("\n");
     for (const TextField& field : kTexts)
         text.append(field.key).append("=").append(escaped(service.*field.value)).append("\n");
-    for (const NumberField& field : kNumbers)
+    for (const NumberField& field : kNumbers) {
+        // A release that does not know this key can read a service that does not use it.
+        if (field.value == &StoredService::restart && service.restart == kServiceRestartNever) continue;
         text.append(field.key).append("=").append(std::to_string(service.*field.value)).append("\n");
+    }
     if (service.deleted) text.append(kDeletedLine).append("\n");
     return text.append(kLastLine).append("\n");
 }

@@ -6,6 +6,7 @@
 #include "platform/common/fnv.h"
 #include "platform/common/hex.h"
 #include "platform/deadline.h"
+#include "platform/services/messages.h"
 #include "platform/state_directory.h"
 #include "platform/thread.h"
 
@@ -124,7 +125,7 @@ ErrorCode ServiceFiles::remove() const {
     if (!folder) return folder.failure();
     // The configuration first: without it there is no service, whatever else remains.
     if (const ErrorCode error = folder->removeFile(kConfiguration); error != 0) return error;
-    for (const char* const file : {kNextConfiguration, kSocket, kRecord, kFailure})
+    for (const char* const file : {kNextConfiguration, kSocket, kRecord, kFailure, kRun, kOutput, kOldOutput})
         folder->removeFile(file);
     m_database.removeFolder(m_folder.c_str());
     return m_database.flush();
@@ -168,6 +169,26 @@ Result<std::string> ServiceFiles::failureText() const {
     Result<std::string> text = file->readAll(kFailureLimit);
     if (text) text->resize(std::min(text->size(), kFailureLimit));
     return text;
+}
+
+Result<ServiceRun> ServiceFiles::run() const {
+    constexpr int kTries = 100;
+    for (int i = 0; i < kTries; ++i) {
+        const Result<File> file = open(kRun);
+        if (file.error() == errorFileNotFound) return ServiceRun();
+        if (!file) return file.failure();
+        char bytes[kServiceRunSize + 1];
+        const Result<std::size_t> size = file->readStart(bytes);
+        if (!size) return size.failure();
+        if (const auto run = decodeRun({bytes, *size})) return *run;
+        sleepThread(1);  // the record is being written
+    }
+    return Failure{errorInvalidData};
+}
+
+ErrorCode storeRun(const Folder& service, const ServiceRun& run) {
+    const Result<File> file = service.openFile(ServiceFiles::kRun, FileUse::create);
+    return file ? file->writeStart(encodeRun(run)) : file.error();
 }
 
 void removeIfDeleted(const Folder& database, const std::string& name) noexcept {

@@ -2,7 +2,7 @@
 //
 //   ServiceDatabase    the folder of all services
 //   lockDatabase       excludes other changes of the database
-//   ServiceFiles       the files of one service: its configuration, status record and failure text
+//   ServiceFiles       the files of one service: its configuration, status record, failure text and last run
 //
 // Only lockDatabase blocks for long. Lock order: the database, then the locks of a status record.
 #pragma once
@@ -46,6 +46,9 @@ class ServiceFiles {
     static constexpr const char* kNextConfiguration = "configuration.new";
     static constexpr const char* kRecord = "status";
     static constexpr const char* kFailure = "failure";
+    static constexpr const char* kRun = "run";
+    static constexpr const char* kOutput = "output";
+    static constexpr const char* kOldOutput = "output.old";
     static constexpr const char* kSocket = "socket";
     static constexpr std::size_t kFailureLimit = 1000;  ///< bytes of the failure text
 
@@ -88,6 +91,8 @@ class ServiceFiles {
     Result<bool> isActive() const;
     /// The reason that the service gave for its stop; empty when it gave none.
     Result<std::string> failureText() const;
+    /// One without times when there is no record. May sleep for 0.1 seconds.
+    Result<ServiceRun> run() const;
 
   private:
     ServiceFiles(const std::string& folder, const Folder& database) : m_database(database), m_folder(folder) {}
@@ -96,6 +101,10 @@ class ServiceFiles {
     const Folder& m_database;
     std::string m_folder;
 };
+
+/// Stores the record of a service's run in its folder. Only the holder of a lock of the service's status, or of the
+/// database's lock while there is no such holder, may call it.
+ErrorCode storeRun(const Folder& service, const ServiceRun& run);
 
 /// Removes a service that was marked for deletion and has stopped.
 void removeIfDeleted(const Folder& database, const std::string& name) noexcept;

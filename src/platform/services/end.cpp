@@ -1,4 +1,5 @@
 // Ending the process of a service that has not reached the dispatcher, or that does not stop.
+#include "platform/clock.h"
 #include "platform/deadline.h"
 #include "platform/services/client.h"
 #include "platform/thread.h"
@@ -44,15 +45,33 @@ Result<bool> endUnansweredStart(const ServiceDatabase& database, const std::stri
     return ended;
 }
 
+ErrorCode noteEnd(const ServiceDatabase& database, const std::string& name, const ServiceRun& end) {
+    const Result<SystemHandle> lock = lockDatabase(database.folder());
+    if (!lock) return lock.failure();
+    const ServiceFiles files(database.folder(), name);
+    const Result<bool> active = files.isActive();
+    Result<ServiceRun> run = files.run();
+    if (!active || !run) return active ? run.error() : active.error();
+    if (*active || run->processId != end.processId) return 0;
+    if (run->ended == 0) run->ended = calendarTime();
+    run->endRequested = run->endRequested || end.endRequested;
+    if (!run->exitCode) run->exitCode = end.exitCode;
+    const Result<Folder> folder = files.openFolder();
+    return folder ? storeRun(*folder, *run) : folder.error();
+}
+
 ErrorCode endService(const ServiceDatabase& database, const std::string& name) {
     const ServiceFiles files(database.folder(), name);
     const Deadline deadline = Deadline::after(serviceTimeout());
-    for (bool killed = false;;) {
+    for (std::uint32_t killed = 0;;) {
         const Result<ServiceFiles::Activity> activity = files.activity();
         if (!activity) return activity.failure();
         if (activity->holder == Holder::none) {
-            if (killed) removeIfDeleted(database.folder(), name);
-            return killed ? errorSuccess : errorServiceNotActive;
+            if (killed == 0) return errorServiceNotActive;
+            // The service is ended also when the note cannot be stored.
+            noteEnd(database, name, {.processId = killed, .endRequested = true});
+            removeIfDeleted(database.folder(), name);
+            return 0;
         }
         std::uint32_t process = existingProgram(activity->program);
         if (activity->holder == Holder::process) {
@@ -60,10 +79,10 @@ ErrorCode endService(const ServiceDatabase& database, const std::string& name) {
             if (!status) return status.failure();
             process = status->processId;
         }
-        if (process == 0 && !killed) return errorServiceCannotAcceptControl;
+        if (process == 0 && killed == 0) return errorServiceCannotAcceptControl;
         if (process != 0) {
             if (const ErrorCode error = endProgram(process, EndMode::kill); error != 0) return error;
-            killed = true;
+            killed = process;
         }
         if (deadline.hasPassed()) return errorServiceRequestTimeout;
         sleepThread(kEndCheckInterval);

@@ -9,6 +9,7 @@
 #include "platform/service_manager.h"
 #include "platform/services/client.h"
 #include "platform/services/database.h"
+#include "platform/services/output.h"
 #include "platform/services/process.h"
 #include "platform/uninterrupted.h"
 
@@ -140,6 +141,10 @@ class EmbeddedServiceManager final : public ServiceManager {
     ErrorCode control(Handle service, std::uint32_t control, ServiceStatus& answer) override;
     ErrorCode queryStatus(Handle service, ServiceStatus& status) override;
     ErrorCode queryFailureText(Handle service, std::string& text) override;
+    ErrorCode queryRun(Handle service, ServiceRun& run) override;
+    ErrorCode noteProcessEnd(Handle service, std::uint32_t processId, int exitCode) override;
+    ErrorCode openOutput(Handle service, std::unique_ptr<ServiceOutput>& output) override;
+    std::string location(Handle manager) override;
     ErrorCode deleteService(Handle service) override;
     void closeHandle(Handle handle) override {
         const std::unique_ptr<OpenHandle> closed(static_cast<OpenHandle*>(handle));
@@ -270,6 +275,7 @@ ErrorCode EmbeddedServiceManager::changeConfiguration(Handle service, const Serv
             if (change.startType) stored.startType = *change.startType;
             if (change.commandLine) stored.commandLine = *change.commandLine;
             if (change.dependencies) stored.dependencies = *change.dependencies;
+            if (change.restart) stored.restart = *change.restart;
         });
     });
 }
@@ -320,6 +326,36 @@ ErrorCode EmbeddedServiceManager::queryFailureText(Handle service, std::string& 
         text.clear();
         return store(open.files().failureText(), text);
     });
+}
+
+ErrorCode EmbeddedServiceManager::queryRun(Handle service, ServiceRun& run) {
+    return withService(service, kServiceQueryStatus, [&](const OpenHandle& open) {
+        run = ServiceRun();
+        return store(open.files().run(), run);
+    });
+}
+
+ErrorCode EmbeddedServiceManager::noteProcessEnd(Handle service, std::uint32_t processId, int exitCode) {
+    return withService(service, kServiceStop, [&](const OpenHandle& open) {
+        return noteEnd(*open.database, open.name, {.processId = processId, .exitCode = exitCode});
+    });
+}
+
+ErrorCode EmbeddedServiceManager::openOutput(Handle service, std::unique_ptr<ServiceOutput>& output) {
+    return withService(service, kServiceQueryStatus, [&](const OpenHandle& open) -> ErrorCode {
+        Result<Folder> folder = open.files().openFolder();
+        if (folder) output = std::make_unique<OutputReader>(std::move(*folder));
+        return folder.error();
+    });
+}
+
+std::string EmbeddedServiceManager::location(Handle manager) {
+    std::string path;
+    withManager(manager, 0, [&](const OpenHandle& open) -> ErrorCode {
+        path = open.database->stateDirectory() + "/services";
+        return 0;
+    });
+    return path;
 }
 
 ErrorCode EmbeddedServiceManager::deleteService(Handle service) {

@@ -6,6 +6,7 @@ namespace KestSupport::platform {
 namespace {
 
 constexpr std::uint32_t kRecordMark = 0x3152534B;   // "KSR1"
+constexpr std::uint32_t kRunMark = 0x3148534B;      // "KSH1"
 constexpr std::uint32_t kRequestMark = 0x3143534B;  // "KSC1"
 constexpr std::uint32_t kReplyMark = 0x3141534B;    // "KSA1"
 constexpr std::uint32_t kStartMark = 0x3153534B;    // "KSS1"
@@ -70,6 +71,20 @@ bool isState(std::uint32_t state) {
     return state >= kServiceStopped && state <= kServicePaused;
 }
 
+void putTime(std::string& bytes, std::int64_t time) {
+    const auto bits = static_cast<std::uint64_t>(time);
+    putWord(bytes, static_cast<std::uint32_t>(bits));
+    putWord(bytes, static_cast<std::uint32_t>(bits >> 32));
+}
+
+std::int64_t takeTime(MessageReader& reader) {
+    const std::uint64_t low = reader.word();
+    return static_cast<std::int64_t>(low | std::uint64_t{reader.word()} << 32);
+}
+
+constexpr std::uint32_t kEndRequested = 1;
+constexpr std::uint32_t kExitCodeKnown = 2;
+
 std::string marked(std::uint32_t mark) {
     std::string bytes;
     bytes.reserve(kServiceRecordSize);
@@ -93,6 +108,33 @@ std::optional<ServiceStatus> decodeRecord(std::string_view bytes) {
     const std::uint32_t expected = checksum(bytes.substr(0, kServiceRecordSize - kWordSize));
     if (reader.word() != expected || !reader.isWhole() || !isState(status.currentState)) return std::nullopt;
     return status;
+}
+
+std::string encodeRun(const ServiceRun& run) {
+    std::string bytes = marked(kRunMark);
+    putWord(bytes, run.processId);
+    putTime(bytes, run.started);
+    putTime(bytes, run.ended);
+    putWord(bytes, (run.endRequested ? kEndRequested : 0) | (run.exitCode ? kExitCodeKnown : 0));
+    putWord(bytes, static_cast<std::uint32_t>(run.exitCode.value_or(0)));
+    putWord(bytes, checksum(bytes));
+    return bytes;
+}
+
+std::optional<ServiceRun> decodeRun(std::string_view bytes) {
+    MessageReader reader(bytes);
+    if (reader.word() != kRunMark) return std::nullopt;
+    ServiceRun run;
+    run.processId = reader.word();
+    run.started = takeTime(reader);
+    run.ended = takeTime(reader);
+    const std::uint32_t facts = reader.word();
+    const auto exitCode = static_cast<int>(reader.word());
+    const std::uint32_t expected = checksum(bytes.substr(0, kServiceRunSize - kWordSize));
+    if (reader.word() != expected || !reader.isWhole()) return std::nullopt;
+    run.endRequested = (facts & kEndRequested) != 0;
+    if ((facts & kExitCodeKnown) != 0) run.exitCode = exitCode;
+    return run;
 }
 
 std::string encodeRequest(std::uint32_t control) {

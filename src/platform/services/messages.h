@@ -1,6 +1,7 @@
 // The bytes that processes exchange about a service. docs/formats/service_manager.md describes them.
 //
 //   encodeRecord, decodeRecord      the status record, which a service stores in a file
+//   encodeRun, decodeRun            when the last run began and how it ended, in another file
 //   encodeRequest, decodeRequest    a control, sent to a service
 //   encodeReply, decodeReply        its answer
 //   encodeStart, decodeStart        the name and the arguments of a started service
@@ -19,6 +20,7 @@
 namespace KestSupport::platform {
 
 inline constexpr std::size_t kServiceRecordSize = 40;  ///< bytes of a status record
+inline constexpr std::size_t kServiceRunSize = 36;     ///< bytes of a record of the last run
 inline constexpr std::size_t kServiceReplySize = 40;
 inline constexpr std::size_t kServiceRequestSize = 8;
 inline constexpr std::size_t kServiceStartLimit = std::size_t{64} * 1024;  ///< bytes of the start message
@@ -31,6 +33,10 @@ struct ServiceReply {
 std::string encodeRecord(const ServiceStatus& status);
 /// Returns nothing also for a record that was read while it was written.
 std::optional<ServiceStatus> decodeRecord(std::string_view bytes);
+
+std::string encodeRun(const ServiceRun& run);
+/// Returns nothing also for a record that was read while it was written.
+std::optional<ServiceRun> decodeRun(std::string_view bytes);
 
 std::string encodeRequest(std::uint32_t control);
 std::optional<std::uint32_t> decodeRequest(std::string_view bytes);

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <initializer_list>
 
+#include "platform/clock.h"
 #include "platform/deadline.h"
 #include "platform/services/database.h"
 #include "platform/thread.h"
@@ -151,6 +152,10 @@ ErrorCode ServiceProcess::takeOver() {
     Result<WakeUp> wakeUp = WakeUp::make();
     if (!wakeUp) return wakeUp.failure();
     m_wakeUp = std::move(*wakeUp);
+    m_run.processId = m_status.processId;
+    m_run.started = calendarTime();
+    if (const ErrorCode error = storeRun(m_folder, m_run); error != 0) return error;
+    m_output.begin(m_folder);
     m_folder.removeFile(ServiceFiles::kSocket);  // a process that was killed left it
     m_folder.removeFile(ServiceFiles::kFailure);
     Result<Listener> listener = Listener::make(m_folder, ServiceFiles::kSocket);
@@ -223,6 +228,8 @@ ErrorCode ServiceProcess::setStatus(const ServiceStatus& status) {
         if (m_unwritten || !m_decided) m_wakeUp.signal();
         return 0;
     }
+    m_run.ended = calendarTime();
+    storeRun(m_folder, m_run);  // without it, the time of the end is not known
     // The listener's name first: after the lock is released, another process may become the service and use that name.
     m_folder.removeFile(ServiceFiles::kSocket);
     giveUpRecord();
@@ -282,7 +289,7 @@ void ServiceProcess::attend() {
         stop = m_stopRequested && refusalOf(m_status, kServiceControlStop) != errorServiceCannotAcceptControl;
         if (stop || m_status.currentState == kServiceStopPending) m_stopRequested = false;
     }
-    if (stop) deliver(kServiceControlStop);
+    if (stop) deliver(kServiceControlStop, false);
 }
 
 void ServiceProcess::serve() {
@@ -291,7 +298,8 @@ void ServiceProcess::serve() {
         awaited = {{&m_wakeUp}, {&m_listener}};
         for (const Channel& each : m_connections)
             awaited.push_back({&each});
-        if (awaitInput(awaited, needsAttention() ? kAttentionInterval : kInfinite) != 0) {
+        const std::uint32_t timeout = needsAttention() ? kAttentionInterval : kInfinite;
+        if (awaitInput(awaited, std::min(timeout, m_output.look(m_folder))) != 0) {
             sleepThread(kAttentionInterval);
             continue;
         }
@@ -345,10 +353,11 @@ void ServiceProcess::answer(const Channel& connection) {
     if (!message) return;
     const auto control = decodeRequest(*message);
     if (!control) return;
-    connection.send(encodeReply(connection.isPeerAllowed() ? deliver(*control) : ServiceReply{errorAccessDenied, {}}));
+    connection.send(
+        encodeReply(connection.isPeerAllowed() ? deliver(*control, true) : ServiceReply{errorAccessDenied, {}}));
 }
 
-ServiceReply ServiceProcess::deliver(std::uint32_t control) {
+ServiceReply ServiceProcess::deliver(std::uint32_t control, bool byClient) {
     ServiceManager::ControlHandler handler = nullptr;
     std::uint32_t before = 0;
     {
@@ -359,7 +368,10 @@ ServiceReply ServiceProcess::deliver(std::uint32_t control) {
         // The service is stop pending from now on, even before it reports that.
         before = m_status.currentState;
         m_stopUnreported = control == kServiceControlStop;
-        if (m_stopUnreported) writeState(kServiceStopPending);
+        if (m_stopUnreported) {
+            writeState(kServiceStopPending);
+            m_run.endRequested = byClient;
+        }
     }
     ServiceReply reply;
     try {
@@ -369,7 +381,10 @@ ServiceReply ServiceProcess::deliver(std::uint32_t control) {
     }
     const std::lock_guard guard(m_lock);
     // A stop that failed has no effect: the next request tries again.
-    if (reply.error != 0 && m_stopUnreported && !m_over) writeState(before);
+    if (reply.error != 0 && m_stopUnreported && !m_over) {
+        writeState(before);
+        m_run.endRequested = false;
+    }
     m_stopUnreported = false;
     reply.status = m_status;
     return reply;

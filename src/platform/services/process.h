@@ -10,6 +10,7 @@
 
 #include "platform/services/channel.h"
 #include "platform/services/messages.h"
+#include "platform/services/output.h"
 #include "platform/services/status_record.h"
 #include "platform/uninterrupted.h"
 #include "platform/wait.h"
@@ -53,7 +54,7 @@ class ServiceProcess : public std::enable_shared_from_this<ServiceProcess> {
     void attend();
     void acceptConnection();
     void answer(const Channel& connection);
-    ServiceReply deliver(std::uint32_t control);
+    ServiceReply deliver(std::uint32_t control, bool byClient);
 
     const std::string m_name;
     const std::vector<std::string> m_arguments;
@@ -61,6 +62,7 @@ class ServiceProcess : public std::enable_shared_from_this<ServiceProcess> {
     WakeUp m_wakeUp;
     SystemHandle m_spare;  // closed to answer a control when no handles are left
     std::vector<Channel> m_connections;
+    OutputKeeper m_output;
     OwnedHandle m_main;  // the thread that runs main
 
     // Guards the following members. Held while the process forks: the child closes the handles that show that the
@@ -71,6 +73,7 @@ class ServiceProcess : public std::enable_shared_from_this<ServiceProcess> {
     Listener m_listener;
     StatusRecord m_record;
     ServiceStatus m_status;
+    ServiceRun m_run;
     ServiceManager::ControlHandler m_handler = nullptr;
     bool m_unwritten = false;       // the record could not be written
     bool m_stopRequested = false;   // by the supervisor

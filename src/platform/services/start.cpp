@@ -2,11 +2,13 @@
 #include <algorithm>
 #include <atomic>
 
+#include "platform/clock.h"
 #include "platform/deadline.h"
 #include "platform/process.h"
 #include "platform/services/channel.h"
 #include "platform/services/client.h"
 #include "platform/services/messages.h"
+#include "platform/services/output.h"
 #include "platform/start_order.h"
 #include "platform/thread.h"
 
@@ -59,9 +61,13 @@ class ServiceStart {
         status.serviceType = m_service.type;
         status.currentState = kServiceStartPending;
         if (const ErrorCode error = m_record.store(status); error != 0) return error;
-        const ErrorCode error = launch(arguments);
+        ServiceRun run;
+        run.started = calendarTime();
+        const ErrorCode error = launch(arguments, run.processId);
         m_running = error == 0;
         if (m_running) return 0;
+        run.ended = calendarTime();
+        if (const Result<Folder> folder = m_files.openFolder()) storeRun(*folder, run);
         status.currentState = kServiceStopped;
         status.exitCode = error;
         m_record.store(status);
@@ -71,7 +77,7 @@ class ServiceStart {
   private:
     // Standard input of the program is the channel. The message in it has the name, the arguments, the service's
     // folder, and the record with the lock of this start, so that the start survives the end of this process.
-    ErrorCode launch(const std::vector<std::string>& arguments) {
+    ErrorCode launch(const std::vector<std::string>& arguments, std::uint32_t& processId) {
         std::vector<std::string> texts{m_name};
         texts.insert(texts.end(), arguments.begin(), arguments.end());
         const std::string message = encodeStart(texts);
@@ -83,17 +89,20 @@ class ServiceStart {
         const Result<Folder> folder = m_files.openFolder();
         if (!folder) return folder.failure();
         if (const ErrorCode error = ours.send(message, m_record, *folder); error != 0) return error;
+        const Result<File> output = openServiceOutput(*folder);
+        if (!output) return output.failure();
         ProcessRequest request;
         request.commandLine = quoteProgram(m_service.commandLine);
         request.workingDirectory = m_database.stateDirectory();
         // The service reports to its manager only, not to the supervisor of the program that starts it.
         request.environment = {{"KEST_STATE_DIR", m_database.stateDirectory()}, {"NOTIFY_SOCKET", ""}};
-        request.standardHandles = {theirs.native(), kNullDevice, kNullDevice};
+        request.standardHandles = {theirs.native(), output->native(), output->native()};
         request.detached = true;
         request.usualSurroundings = true;
         request.announce = [this](std::uint32_t id) { m_record.setProgram(id); };
         Process process;
         if (const ErrorCode error = process.start(request); error != 0) return error;
+        processId = process.id();
         theirs.close();
         return awaitDispatcher(ours, process);
     }

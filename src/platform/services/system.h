@@ -56,6 +56,17 @@ enum class FileUse {
     readAndWrite,
     create,   ///< reads and writes; makes the file when it is missing
     replace,  ///< writes to an empty file; makes it when it is missing
+    append,   ///< each write goes to the end; makes the file when it is missing
+};
+
+struct FileFacts {
+    std::uint64_t device;
+    std::uint64_t number;  ///< on the device
+    std::uint64_t size;    ///< bytes
+    bool isRegular;        ///< not a pipe or a device
+    bool isNamed;          ///< a folder has it
+
+    bool isSameFile(const FileFacts& other) const noexcept { return device == other.device && number == other.number; }
 };
 
 /// The locks belong to the handle, to its copies in forked processes and to those that a message delivers, not to a
@@ -72,6 +83,8 @@ class File : public SystemHandle {
     ErrorCode write(std::string_view bytes) const noexcept;
     /// Replaces the first bytes in one step; errorDiskFull when not all fit.
     ErrorCode writeStart(std::string_view bytes) const noexcept;
+
+    Result<FileFacts> facts() const noexcept;
 
     /// errorBusy when another handle has the lock. Does not wait.
     ErrorCode lockByte(std::int64_t offset) const noexcept;
@@ -114,6 +127,8 @@ class Folder : public SystemHandle {
     /// Gives a file other contents, through a second file `next`. Whenever the system stops, the file on the disk has
     /// either the old contents or the new ones.
     ErrorCode replaceFile(const char* name, const char* next, std::string_view bytes) const;
+    /// Replaces a file of the second name.
+    ErrorCode renameFile(const char* from, const char* to) const noexcept;
     /// 0 also when nothing has the name.
     ErrorCode removeFile(const char* name) const noexcept;
     ErrorCode removeFolder(const char* name) const noexcept;
@@ -127,6 +142,11 @@ class Folder : public SystemHandle {
 
 /// A device that reads as empty and takes any output. Not open when the system refuses.
 SystemHandle openNullDevice() noexcept;
+
+/// Whether the file is the standard output or error of this process.
+bool isStandardOutput(const File& file) noexcept;
+/// Standard output and error, where they are the file `from`, become the file `to`, between two writes of this process.
+void redirectStandardOutput(const File& from, const File& to) noexcept;
 
 UserId currentUser() noexcept;
 std::uint32_t currentProcess() noexcept;

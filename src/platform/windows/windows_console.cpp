@@ -21,12 +21,27 @@ BOOL WINAPI onEvent(DWORD event) noexcept {
     return taken;
 }
 
+HANDLE handleOf(StandardStream stream) noexcept {
+    constexpr DWORD handles[] = {STD_INPUT_HANDLE, STD_OUTPUT_HANDLE, STD_ERROR_HANDLE};
+    return GetStdHandle(handles[static_cast<int>(stream)]);
+}
+
 }  // namespace
 
 bool isTerminal(StandardStream stream) noexcept {
-    constexpr DWORD handles[] = {STD_INPUT_HANDLE, STD_OUTPUT_HANDLE, STD_ERROR_HANDLE};
     DWORD mode = 0;
-    return GetConsoleMode(GetStdHandle(handles[static_cast<int>(stream)]), &mode);
+    return GetConsoleMode(handleOf(stream), &mode);
+}
+
+std::uint32_t terminalWidth(StandardStream stream) noexcept {
+    CONSOLE_SCREEN_BUFFER_INFO screen{};
+    if (!GetConsoleScreenBufferInfo(handleOf(stream), &screen)) return 0;
+    return static_cast<std::uint32_t>(screen.srWindow.Right - screen.srWindow.Left + 1);
+}
+
+bool showsColours(StandardStream stream) noexcept {
+    DWORD mode = 0;
+    return GetConsoleMode(handleOf(stream), &mode) && (mode & ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
 }
 
 bool openConsoleEvents(ConsoleEvents kind, ConsoleEventSink sink) {

@@ -201,6 +201,8 @@ class SystemServiceManager : public ServiceManager {
                             Handle& service) override {
         service = nullptr;
         if (!isManager(manager)) return errorInvalidHandle;
+        // The system restarts services by recovery actions, which its own tools set.
+        if (configuration.restart != kServiceRestartNever) return errorCallNotImplemented;
         std::wstring name = wideText(configuration.name);
         const std::wstring dependencies = nameList(dependencyNames(configuration.dependencies));
         OwnedServiceHandle created(CreateServiceW(
@@ -242,6 +244,7 @@ class SystemServiceManager : public ServiceManager {
 
     ErrorCode changeConfiguration(Handle service, const ServiceChange& change) override {
         if (!isService(service)) return errorInvalidHandle;
+        if (change.restart.value_or(kServiceRestartNever) != kServiceRestartNever) return errorCallNotImplemented;
         const std::wstring displayName = wideText(change.displayName.value_or(""));
         const std::wstring commandLine = wideText(change.commandLine.value_or(""));
         const std::wstring dependencies = nameList(dependencyNames(change.dependencies.value_or("")));

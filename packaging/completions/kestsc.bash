@@ -22,6 +22,7 @@ _kestsc_services() {
 _kestsc_value() {
     case $2 in
         --start) _kestsc_offer "$3" < <(printf '%s\n' auto demand disabled) ;;
+        --restart) _kestsc_offer "$3" < <(printf '%s\n' never on-failure always) ;;
         --depends) _kestsc_offer "$3" < <(_kestsc_services "$1") ;;
         --command) compopt -o default 2>/dev/null ;;
     esac
@@ -68,6 +69,7 @@ _kestsc() {
             *:NAME* | *:'[NAME'*) ((count <= last)) || [[ $place == *...* ]] || return 0
                 _kestsc_offer "$word" < <(_kestsc_services "$program") ;;
             *:STATE) _kestsc_offer "$word" < <(printf '%s\n' running stopped paused) ;;
+            *:CODE) _kestsc_offer "$word" < <(printf '%s\n' reload pause continue interrogate) ;;
             *) compopt -o default 2>/dev/null ;;
         esac
     fi

@@ -32,9 +32,13 @@ expect() {
     failed=1
 }
 
-expect '^,config,delete,.*,start,start-all,status,' kestsc ''
+expect '^,config,control,delete,.*,run-all,start,start-all,status,.*,wait,' kestsc ''
 expect '^,db,web one,$' kestsc status ''
-expect '^,$' kestsc status db ''
+expect '^,db,web one,$' kestsc status db ''
+expect '^,$' kestsc config db ''
+expect '^,paused,running,stopped,$' kestsc wait db ''
+expect '^,always,never,on-failure,$' kestsc config --restart ''
+expect '^,continue,interrogate,pause,reload,$' kestsc control db ''
 expect '^,$' kestsc list ''
 expect '^,$' kestsc install ''
 expect '^,FILES,$' kestsc install name ''

@@ -31,8 +31,17 @@ void report(std::uint32_t state, std::uint32_t exitCode = 0, std::uint32_t check
     serviceManager().setStatus(g_status, status);
 }
 
+// Writes 10,000 numbered lines of 64 bytes.
+void talk() {
+    static int number = 0;
+    for (const int end = number + 10'000; number < end; ++number)
+        std::printf("%063d\n", number);
+    std::fflush(stdout);
+}
+
 // The control handler and the main function of the test's services.
 void onControl(std::uint32_t code) {
+    if (code == 200) talk();
     if (code != kServiceControlStop) return;
     if (g_behaviour == "stubborn") return report(kServiceStopPending, 0, 7, 1);
     report(kServiceStopPending);
@@ -67,12 +76,16 @@ struct Step {
 
 class Kestsc : public kit::ServiceFixture {
   protected:
-    // In the output, PID replaces the service's process id and SERVE this program's command line.
+    // In the output, PID replaces the service's process id, TIME a time, N a number of seconds, and SERVE this
+    // program's command line.
     void expect(const Step& step) {
         kit::ChildProcess child(KESTSC, splitArguments(step.arguments));
         EXPECT_EQ(child.wait(), step.code) << step.arguments;
         std::string output =
             std::regex_replace(child.output(), std::regex("(\"processId\":|Process +)\\d\\d+"), "$1PID");
+        output = std::regex_replace(output, std::regex("\\d{4}-\\d\\d-\\d\\d.\\d\\d:\\d\\d:\\d\\d(Z| .\\d+ s ago.)"),
+                                    "TIME");
+        output = std::regex_replace(output, std::regex("\\d+ s {2,}"), "N s    ");
         if (const auto at = output.find(serveCommand); at != std::string::npos)
             output.replace(at, serveCommand.size(), "SERVE");
         EXPECT_EQ(output, step.output) << step.arguments;
@@ -91,32 +104,40 @@ class Kestsc : public kit::ServiceFixture {
 
 TEST_F(Kestsc, AdministersOneService) {
     const std::string heading = "Service       web\nDisplay name  Gr\u00fc\u00dfe\\x1B[2J\n";
-    expect({"list", 0, "No services are installed.\n"});
+    expect({"list", 0, "No services are installed in " + state.pathOf("services") + ".\n"});
     install("web", "plain", "--display 'Gr\u00fc\u00dfe\x1b[2J' '--description=\u202eevil \xff' --start demand");
     install("a", "plain");
     expect({
         {"install web x", 1, "", "install web: the service is already installed (1073)"},
         {"list", 0,
-         "NAME  STATE    START   PROCESS  DISPLAY NAME\n"
-         "a     stopped  auto    -        a\n"
-         "web   stopped  demand  -        Gr\u00fc\u00dfe\\x1B[2J\n"},
+         "NAME  STATE    START   PROCESS  SINCE  LAST END       DISPLAY NAME\n"
+         "a     stopped  auto    -        -      never started  a\n"
+         "web   stopped  demand  -        -      never started  Gr\u00fc\u00dfe\\x1B[2J\n"},
         {"status web", 3,
          heading + "State         stopped\n"
                    "Last end      the service has never been started (1077)\n"},
         {"stop web", 0, "web: is not running\n"},
         {"start web -- --one 'two words'", 0, "web: started\n"},
         {"start web", 0, "web: is already running\n"},
-        {"status web", 0, heading + "State         running\nProcess       PID\nAccepts       stop\n"},
+        {"status web", 0,
+         heading + "State         running\nStarted       TIME\nProcess       PID\nAccepts       stop\n"},
         {"status web --json", 0,
          "{\"name\":\"web\",\"displayName\":\"Gr\u00fc\u00dfe\\u001B[2J\",\"error\":0,\"state\":\"running\","
          "\"processId\":PID,"
-         "\"accepts\":[\"stop\"],\"exitCode\":0,\"serviceExitCode\":42,\"checkPoint\":0,\"waitHint\":0}\n"},
+         "\"accepts\":[\"stop\"],\"exitCode\":0,\"serviceExitCode\":42,\"checkPoint\":0,\"waitHint\":0,"
+         "\"started\":\"TIME\",\"ended\":null,\"processExitCode\":null}\n"},
+        {"control web 200", 0, "web: accepted 200; running\n"},
+        {"control web reload", 1, "", "control web: the service does not take this control (1052)"},
+        {"wait web running", 0, "web: is running\n"},
+        {"wait web paused --timeout 1", 6, "", "wait web: timed out after 1 s; the service is running"},
         {"config web --start=auto --depends a --description '' --json", 0,
          "{\"results\":[{\"operation\":\"config\",\"service\":\"web\",\"status\":0,\"error\":0,"
          "\"message\":\"changed\"}]}\n"},
         {"restart web", 0, "web: started\n"},
         {"stop a", 7, "", "stop a: other running services depend on the service (1051): web"},
-        {"config web", 0, heading + "Description\nStart         auto\nDepends on    a\nCommand       SERVE plain\n"},
+        {"config web", 0,
+         heading +
+             "Description\nStart         auto\nRestart       never\nDepends on    a\nCommand       SERVE plain\n"},
         {"delete web", 0, "web: marked for deletion; it is deleted when it stops\n"},
         {"stop web --no-wait", 0, "web: is stopping\n"},
     });
@@ -124,7 +145,12 @@ TEST_F(Kestsc, AdministersOneService) {
     EXPECT_EQ(state.read("starts"), "--one,two words,plain plain plain ");
     expect({
         {"status web", 4, "", "status web: the service is not installed (1060)"},
-        {"stop a", 0, "a: stopped\n"},
+        {"stop a none", 4, "a: stopped\n", "stop none: the service is not installed (1060)"},
+        {"status a a", 3,
+         "Service       a\nDisplay name  a\nState         stopped\nStarted       TIME\nEnded         TIME\n"
+         "Last end      no error\n\n"
+         "Service       a\nDisplay name  a\nState         stopped\nStarted       TIME\nEnded         TIME\n"
+         "Last end      no error\n"},
         {"delete a", 0, "a: deleted\n"},
         {"start 'a\nb' --json", 1,
          "{\"results\":[{\"operation\":\"start\",\"service\":\"a\\u000Ab\",\"status\":-1,\"error\":123,"
@@ -156,13 +182,16 @@ TEST_F(Kestsc, StartsAndStopsAllInOrder) {
             {"delete 7", 0, "7: deleted\n"}});
     state.write("services/2/configuration", "damage");
     expect({{"list", 0,
-             "NAME  STATE    START   PROCESS  DISPLAY NAME\n1     stopped  auto    -        1\n"
-             "2     unknown  -       -        damaged: the data is not valid (13)\n"
-             "3     stopped  auto    -        3\n4     stopped  demand  -        4\n"
-             "5     stopped  demand  -        5\n6     stopped  auto    -        6\n"},
+             "NAME  STATE    START   PROCESS  SINCE  LAST END       DISPLAY NAME\n"
+             "1     stopped  auto    -        N s    ok             1\n"
+             "2     unknown  -       -        -      -              damaged: the data is not valid (13)\n"
+             "3     stopped  auto    -        N s    ok             3\n"
+             "4     stopped  demand  -        N s    ok             4\n"
+             "5     stopped  demand  -        -      never started  5\n"
+             "6     stopped  auto    -        -      never started  6\n"},
             {"status 2", 3,
              "Service       2\nDisplay name  damaged: the data is not valid (13)\nState         stopped\n"
-             "Last end      the service's own error 42\n"},
+             "Started       TIME\nEnded         TIME\nLast end      the service's own error 42\n"},
             {"start-all", 1, "3: started\n1: started\n",
              "start-all 2: the data is not valid (13)\nkestsc: start 6: " + needed +
                  "failed to start (1068): 2 is stopped"},
@@ -200,17 +229,100 @@ TEST_F(Kestsc, WaitsUntilTheTimeOut) {
         EXPECT_EQ(query(arguments[1]).currentState, 1u);
     }
     environment.set("KEST_SERVICE_TIMEOUT", "1000");
-    expect({{"start mute", 6, "", "start mute: the service did not answer in time (1053)"}});
+    const std::string explained =
+        " as a service, which only a program with KestService::start does; kestsc logs shows its output";
+    expect({{"start mute", 6, "",
+             "start mute: the service did not answer in time (1053); the program did not answer" + explained},
+            {"config mute --command \"/bin/sh -c 'echo hello >&2'\"", 0, "mute: changed\n"},
+            {"start mute", 1, "",
+             "start mute: the process ended unexpectedly (1067); the program ended before it answered" + explained},
+            {"logs mute", 0, "hello\n"}});
     kit::ChildProcess full(KESTSC, {"list"}, {"", "exec >/dev/full", false});
     EXPECT_EQ(full.wait(), 1);
     EXPECT_EQ(full.errors(), "kestsc: standard output: no space left on device (112)\n");
+}
+
+TEST_F(Kestsc, FitsTheTerminal) {
+    install("web", "plain", "--display 'A long display name'");
+    environment.set("TERM", "xterm");
+    for (const std::string refusal : {"", "1"}) {
+        environment.set("NO_COLOR", refusal);
+        kit::ChildProcess child(KESTSC, {"list"}, {"", "stty cols 69 <&2; exec >&2", true});
+        EXPECT_EQ(child.wait(), 0);
+        const std::string word = refusal.empty() ? "\x1b[31mstopped\x1b[0m" : "stopped";
+        EXPECT_EQ(child.errors(), "NAME  STATE    START  PROCESS  SINCE  LAST END       DISPLAY NAME\r\nweb   " + word +
+                                      "  auto   -        -      never started  A long displa...\r\n");
+    }
+}
+
+TEST_F(Kestsc, KeepsTheOutputOfServices) {
+    install("talker", "talker");
+    expect({{"start talker", 0, "talker: started\n"}, {"logs talker", 0, ""}});
+    kit::ChildProcess follower(KESTSC, {"logs", "talker", "-f"});
+    const std::string folder = state.pathOf("services/talker/");
+    std::string all;
+    for (int part = 1; part <= 3; ++part) {
+        EXPECT_EQ(run("control talker 200"), "0/4");
+        if (part == 2) kit::await([&] { return std::filesystem::exists(folder + "output.old"); });
+        for (int i = static_cast<int>(all.size() / 64); i < part * 10'000; ++i)
+            all += std::string(63 - std::to_string(i).size(), '0') + std::to_string(i) + '\n';
+        EXPECT_TRUE(follower.waitForOutput("0" + std::to_string(part * 10'000 - 1) + "\n"));
+    }
+    follower.interrupt();
+    EXPECT_EQ(follower.wait(), -SIGINT);
+    EXPECT_TRUE(follower.output() == all) << "nothing is lost or doubled";
+    expect({{"logs talker", 0, all},
+            {"logs talker -n 2", 0, all.substr(all.size() - 128)},
+            {"stop talker", 0, "talker: stopped\n"}});
+    EXPECT_EQ(std::filesystem::status(folder + "output").permissions(), std::filesystem::perms(0600));
+    std::filesystem::remove(folder + "output");
+    std::filesystem::create_symlink(state.write("kept", ""), folder + "output");
+    expect({{"start talker", 1, "", "start talker: the data is not valid (13)"}});
+}
+
+TEST_F(Kestsc, RestartsServicesThatEnd) {
+    install("always", "plain", "--restart always");
+    install("failing", "failing", "--restart on-failure");
+    install("never", "plain");
+    expect({"config always --json", 0,
+            "{\"name\":\"always\",\"displayName\":\"always\",\"description\":\"\",\"start\":\"auto\","
+            "\"restart\":\"always\",\"depends\":[],\"command\":\"SERVE plain\"}\n"});
+    kit::ChildProcess supervisor(KESTSC, {"run-all"});
+    EXPECT_TRUE(supervisor.waitForOutput("failing: starts again in 1000 ms\n")) << "twice the first delay";
+    EXPECT_EQ(run("await always 4; await never 4"), "");
+    const std::uint32_t process = query("always").processId;
+    kit::ChildProcess::kill(query("never").processId);
+    EXPECT_TRUE(supervisor.waitForOutput("never: ended: the process ended unexpectedly (1067); signal 9\n"));
+    kit::ChildProcess::kill(process);
+    EXPECT_TRUE(supervisor.waitForOutput("always: starts again in 500 ms\n"));
+    EXPECT_TRUE(supervisor.waitForOutput("always: is starting\n"));
+    run("await always 4");
+    EXPECT_NE(query("always").processId, process);
+    expect({{"status never", 3,
+             "Service       never\nDisplay name  never\nState         stopped\nStarted       TIME\n"
+             "Ended         TIME\nLast end      the process ended unexpectedly (1067); signal 9\n"},
+            {"stop always", 0, "always: stopped\n"}});
+    EXPECT_TRUE(supervisor.waitForOutput("always: ended: no error\n"));
+    expect({"start never", 0, "never: started\n"});
+    supervisor.requestEnd();
+    EXPECT_EQ(supervisor.wait(), 0) << supervisor.errors();
+    const std::string& told = supervisor.output();
+    EXPECT_EQ(told.find("always: starts", told.find("always: ended: no error")), std::string::npos) << told;
+    EXPECT_NE(told.find("never: stopped\n"), std::string::npos) << told;
+    EXPECT_EQ(query("never").currentState, 1u);
 }
 
 TEST_F(Kestsc, RefusesBadCommandLines) {
     const std::pair<std::string, std::string> refused[] = {
         {"", "no command is given"},
         {"'fr\nob'", "there is no command fr\\x0Aob"},
+        {"strat", "there is no command strat; did you mean start?"},
+        {"stat", "there is no command stat; did you mean status or start?"},
         {"--frob list", "unknown option --frob"},
+        {"install a b --restart 1", "install: --restart: 1 is not never, on-failure or always"},
+        {"logs a -f --json", "logs: --follow and --json exclude each other"},
+        {"control a 127", "control: 127 is not reload, pause, continue, interrogate or a number from 128 to 255"},
+        {"wait a", "wait: STATE is missing"},
         {"list x", "list: unexpected argument x"},
         {"list --timeout 3", "list: there is no option --timeout here"},
         {"start", "start: NAME is missing"},

@@ -1,9 +1,10 @@
 #include "command_line.h"
 
 #include <algorithm>
-#include <charconv>
 #include <filesystem>
 #include <map>
+#include <numeric>
+#include <utility>
 
 #include "platform/process.h"
 #include "text.h"
@@ -20,6 +21,41 @@ constexpr unsigned kOptionsOfAll = kOptionHelp | kOptionVersion | kOptionJson;
     const std::string name = command == nullptr ? "" : command->name + std::string(": ");
     const std::string help = command == nullptr ? "" : command->name + std::string(" ");
     throw UsageError(name + printable(shortened(reason, 200)) + " (kestsc " + help + "--help explains)");
+}
+
+bool takesNames(const CommandEntry& command) {
+    return std::string_view(command.arguments) == "NAME...";
+}
+
+// Returns the fewest characters to insert, delete or replace that turn one word into the other.
+std::size_t distanceBetween(std::string_view one, std::string_view other) {
+    std::vector<std::size_t> costs(other.size() + 1);
+    std::iota(costs.begin(), costs.end(), std::size_t{0});
+    for (std::size_t i = 0; i < one.size(); ++i) {
+        std::size_t diagonal = std::exchange(costs[0], i + 1);
+        for (std::size_t j = 0; j < other.size(); ++j) {
+            const std::size_t replaced = diagonal + (one[i] == other[j] ? 0 : 1);
+            diagonal = costs[j + 1];
+            costs[j + 1] = std::min({replaced, diagonal + 1, costs[j] + 1});
+        }
+    }
+    return costs.back();
+}
+
+// Returns the commands that are nearest to the word, as the end of a message; an empty text when none is near.
+std::string suggestionsFor(const std::string& word) {
+    std::size_t nearest = 2;
+    std::string suggestions;
+    for (const CommandEntry& entry : kCommands) {
+        const std::string_view name = entry.name;
+        const bool begins = word.size() >= 2 && name.starts_with(word);
+        const std::size_t distance = begins ? 1 : distanceBetween(word, name);
+        if (distance >= std::min(name.size(), word.size()) || distance > nearest) continue;
+        if (distance < nearest) suggestions.clear();
+        nearest = distance;
+        suggestions.append(suggestions.empty() ? "; did you mean " : " or ").append(name);
+    }
+    return suggestions.empty() ? "" : suggestions + "?";
 }
 
 /// The words, split into command, arguments and options. Values are not checked here.
@@ -52,17 +88,19 @@ class Words {
         }
         const auto found = std::find_if(kCommands.begin(), kCommands.end(),
                                         [&](const CommandEntry& entry) { return entry.name == word; });
-        if (found == kCommands.end()) refuse("there is no command " + word);
+        if (found == kCommands.end()) refuse("there is no command " + word + suggestionsFor(word));
         command = &*found;
     }
 
     void takeOption(Position& word, Position end) {
         const std::size_t equals = std::min(word->find('='), word->size());
-        const std::string name = *word == "-h" ? "--help" : word->substr(0, equals);
+        const std::string name = word->substr(0, equals);
+        const unsigned taken = kOptionsOfAll | (command == nullptr ? 0 : command->options);
         const auto found = std::find_if(kOptions.begin(), kOptions.end(), [&](const OptionEntry& entry) {
-            return name == std::string("--") + entry.name;
+            const bool isShort = name == entry.letter && (taken & entry.bit) != 0;
+            return isShort || name == std::string("--") + entry.name;
         });
-        const bool passesArguments = command != nullptr && command->most == kAnyNumber;
+        const bool passesArguments = command != nullptr && command->most == kAnyNumber && !takesNames(*command);
         if (found == kOptions.end()) {
             refuse("unknown option " + name + (passesArguments ? "; put arguments of the service after --" : ""),
                    command);
@@ -91,7 +129,12 @@ void requireFitting(const Words& words) {
         }
     }
     const std::vector<std::string>& given = words.arguments;
-    if (given.size() < command->fewest) refuse(given.empty() ? "NAME is missing" : "COMMAND is missing", command);
+    if (given.size() < command->fewest) {
+        // Of "NAME COMMAND...", the second word.
+        const std::string_view all = command->arguments;
+        const std::string_view second = all.substr(std::min(all.find(' ') + 1, all.size()));
+        refuse((given.empty() ? "NAME" : std::string(second.substr(0, second.find('.')))) + " is missing", command);
+    }
     if (given.size() > command->most) refuse("unexpected argument " + given[command->most], command);
     for (const OptionEntry& option : kOptions) {
         const bool limitsTheWait = option.bit == kOptionTimeout || option.bit == kOptionForce;
@@ -99,15 +142,19 @@ void requireFitting(const Words& words) {
             refuse(std::string("--") + option.name + " and --no-wait exclude each other", command);
         }
     }
+    if (words.options.count(kOptionFollow) != 0 && words.options.count(kOptionJson) != 0) {
+        refuse("--follow and --json exclude each other", command);
+    }
 }
 
-std::uint32_t secondsOf(const std::string& text, const CommandEntry* command) {
-    constexpr std::uint32_t kMostSeconds = 86'400;
-    std::uint32_t seconds = 0;
-    const char* const end = text.data() + text.size();
-    const auto [rest, error] = std::from_chars(text.data(), end, seconds);
-    if (error == std::errc() && rest == end && seconds >= 1 && seconds <= kMostSeconds) return seconds;
-    refuse("--timeout: " + text + " is not a whole number from 1 to " + std::to_string(kMostSeconds), command);
+constexpr std::uint32_t kMostSeconds = 86'400;
+constexpr std::uint32_t kMostLines = 10'000'000;
+
+std::uint32_t numberOf(const std::string& text, std::uint32_t most, const char* option, const CommandEntry* command) {
+    const std::optional<std::uint32_t> number = wholeNumber(text);
+    if (number && *number >= 1 && *number <= most) return *number;
+    refuse(std::string("--") + option + ": " + text + " is not a whole number from 1 to " + std::to_string(most),
+           command);
 }
 
 void setChange(CommandLine& line, unsigned bit, const std::string& value) {
@@ -129,6 +176,12 @@ void setChange(CommandLine& line, unsigned bit, const std::string& value) {
         case kOptionCommand:
             line.change.commandLine = registeredCommand({value}, *line.command);
             break;
+        case kOptionRestart:
+            line.change.restart = restartOf(value);
+            if (!line.change.restart) {
+                refuse("--restart: " + value + " is not never, on-failure or always", line.command);
+            }
+            break;
         default:
             break;
     }
@@ -144,10 +197,13 @@ const std::vector<OptionEntry> kOptions{
     {kOptionDisplay, "display", "TEXT", "display name"},
     {kOptionDescription, "description", "TEXT", "description of the service"},
     {kOptionStart, "start", "TYPE", "start type: auto (started by start-all), demand or disabled"},
+    {kOptionRestart, "restart", "WHEN", "which ends make run-all start it again: never, on-failure or always"},
     {kOptionDepends, "depends", "A,B", "services that it depends on; an empty text means none"},
     {kOptionCommand, "command", "TEXT", "the program and its arguments, quoted as in a shell"},
+    {kOptionFollow, "follow", "", "continue with what the service writes from now on; also -f", "-f"},
+    {kOptionLines, "lines", "N", "begin with the last N lines; also -n", "-n"},
     {kOptionJson, "json", "", "print the results as one JSON document"},
-    {kOptionHelp, "help", "", "this text; after a command, the help of that command; also -h"},
+    {kOptionHelp, "help", "", "this text; after a command, the help of that command; also -h", "-h"},
     {kOptionVersion, "version", "", "print the version"},
 };
 
@@ -165,12 +221,20 @@ CommandLine parseCommandLine(const std::vector<std::string>& words) {
         line.words.assign(given.arguments.begin() + 1, given.arguments.end());
     }
     for (const auto& [bit, value] : given.options) {
-        if (bit == kOptionTimeout) line.patience.seconds = secondsOf(value, line.command);
+        if (bit == kOptionTimeout) line.patience.seconds = numberOf(value, kMostSeconds, "timeout", line.command);
+        if (bit == kOptionLines) line.lines = numberOf(value, kMostLines, "lines", line.command);
+        if (bit == kOptionFollow) line.follows = true;
         if (bit == kOptionNoWait) line.patience.waits = false;
         if (bit == kOptionForce) line.patience.forces = true;
         setChange(line, bit, value);
     }
     return line;
+}
+
+std::vector<std::string> servicesOf(const CommandLine& line) {
+    std::vector<std::string> services{line.service};
+    services.insert(services.end(), line.words.begin(), line.words.end());
+    return services;
 }
 
 std::string registeredCommand(const std::vector<std::string>& words, const CommandEntry& command) {

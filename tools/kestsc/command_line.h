@@ -24,6 +24,9 @@ enum OptionBit : unsigned {
     kOptionDepends = 256,
     kOptionCommand = 512,
     kOptionForce = 1024,
+    kOptionRestart = 2048,
+    kOptionFollow = 4096,
+    kOptionLines = 8192,
 };
 
 struct OptionEntry {
@@ -31,6 +34,7 @@ struct OptionEntry {
     const char* name;
     const char* value;  ///< the placeholder of its value; empty for a switch
     const char* summary;
+    const char* letter = "";  ///< its short form, for the commands that take it; empty for none
 };
 
 extern const std::vector<OptionEntry> kOptions;
@@ -42,10 +46,15 @@ struct CommandLine {
     bool json = false;
     std::string service;
     std::vector<std::string> words;  ///< after the service's name
+    bool follows = false;
+    std::optional<std::uint32_t> lines;  ///< the most lines to show
     Patience patience;
     KestSupport::platform::ServiceChange change;
     std::optional<std::string> description;
 };
+
+/// Returns the services that a command for several names is for.
+std::vector<std::string> servicesOf(const CommandLine& line);
 
 /// Parses the words after the program's name. Throws UsageError. With help or version it checks only that the options
 /// and the command exist.

@@ -7,7 +7,7 @@ namespace kestsc {
 namespace {
 
 constexpr unsigned kWaiting = kOptionTimeout | kOptionNoWait;
-constexpr unsigned kSettings = kOptionDisplay | kOptionDescription | kOptionStart | kOptionDepends;
+constexpr unsigned kSettings = kOptionDisplay | kOptionDescription | kOptionStart | kOptionRestart | kOptionDepends;
 
 }  // namespace
 
@@ -16,30 +16,41 @@ const std::vector<CommandEntry> kCommands{
      "Prints one line for each service, sorted by name. For a service with damaged files it prints\n"
      "the reason.\n",
      "kestsc list --json", 0, 0, 0, listServices},
-    {"status", "NAME", "show the status of a service",
-     "The exit code is 3 when the service is stopped, and 4 when it is not installed.\n",
-     "kestsc status web || kestsc start web", 1, 1, 0, showStatus},
+    {"status", "NAME...", "show the status of services",
+     "The exit code is 3 when a service is stopped, and 4 when one is not installed.\n",
+     "kestsc status web || kestsc start web", 1, kAnyNumber, 0, showStatus},
     {"start", "NAME [ARGUMENT...]", "start a service and wait until it runs",
      "Starts the services that this one depends on, then starts this service with the arguments. Put\n"
      "arguments that begin with a dash after --. A service that already runs is not changed. The program\n"
      "has 30 seconds to answer; after that the time-out begins. Ctrl+C ends the started program.\n",
      "kestsc start web --timeout 60 -- --verbose", 1, kAnyNumber, kWaiting, startOne},
-    {"stop", "NAME", "stop a service and wait until it is stopped",
-     "Fails while services that depend on this one run. A service that does not run is not changed. A\n"
+    {"stop", "NAME...", "stop services and wait until they are stopped",
+     "Fails while services that depend on one run. A service that does not run is not changed. A\n"
      "program that was started and has not answered is ended.\n",
-     "kestsc stop web --timeout 10 --force", 1, 1, kWaiting | kOptionForce, stopOne},
-    {"restart", "NAME", "stop a service, then start it",
+     "kestsc stop web --timeout 10 --force", 1, kAnyNumber, kWaiting | kOptionForce, stopEach},
+    {"restart", "NAME...", "stop services and start them again",
      "Starts a service that does not run. The time-out applies to the stop and to the start.\n", "kestsc restart web",
-     1, 1, kOptionTimeout | kOptionForce, restartOne},
+     1, kAnyNumber, kOptionTimeout | kOptionForce, restartEach},
+    {"control", "NAME CODE", "send a control to a service",
+     "CODE is a number from 128 to 255, whose meaning the service defines, or one of the words reload\n"
+     "(read the settings again), pause, continue, interrogate.\n",
+     "kestsc control web reload", 2, 2, 0, controlOne},
+    {"wait", "NAME STATE", "wait until a service has a state",
+     "STATE is running, stopped or paused. Changes nothing.\n", "kestsc wait web running --timeout 60", 2, 2,
+     kOptionTimeout, waitForOne},
+    {"logs", "NAME", "show what a service has written to standard output and error",
+     "Of older output at least 1 MiB is kept. Without --lines all of it is shown. With --follow it ends\n"
+     "with Ctrl+C, or when the service is deleted.\n",
+     "kestsc logs web --lines 20 --follow", 1, 1, kOptionLines | kOptionFollow, showLogs},
     {"install", "NAME COMMAND...", "register a program as a service",
      "COMMAND is one word, with its own quotes inside, or several words. Put words that begin with a\n"
      "dash after --. Without options the start type is auto, the display name is NAME, and the service\n"
      "depends on no other.\n",
      "kestsc install web --display \"Web server\" --depends db -- /usr/sbin/webd --port 80", 2, kAnyNumber, kSettings,
      installOne},
-    {"delete", "NAME", "unregister a service",
-     "The program file stays. A service that is not stopped is deleted when it stops.\n", "kestsc delete web", 1, 1, 0,
-     deleteOne},
+    {"delete", "NAME...", "unregister services",
+     "The program files stay. A service that is not stopped is deleted when it stops.\n", "kestsc delete web", 1,
+     kAnyNumber, 0, deleteEach},
     {"config", "NAME", "show or change the configuration of a service",
      "The options change the configuration from the next start on. Without options it is shown.\n",
      "kestsc config web --start demand --depends db,cache", 1, 1, kSettings | kOptionCommand, configureOne},
@@ -51,6 +62,12 @@ const std::vector<CommandEntry> kCommands{
      "Stops each service before those that it depends on. Continues after a failure; the exit code is\n"
      "that of the first failure.\n",
      "kestsc stop-all --force", 0, 0, kOptionTimeout | kOptionForce, stopAll},
+    {"run-all", "", "start the automatic services, watch over all, stop them at the end",
+     "For a container's entry point or a boot unit. Starts as start-all does and stays until Ctrl+C or\n"
+     "SIGTERM; then it stops as stop-all does. A service that ends is started again if its --restart\n"
+     "wants that: after half a second, then after twice the last delay, up to a minute. A run of a\n"
+     "minute resets the delay. A service that was stopped by a request stays stopped.\n",
+     "kestsc run-all --timeout 10 --force", 0, 0, kOptionTimeout | kOptionForce, runAll},
 };
 
 }  // namespace kestsc

@@ -30,11 +30,15 @@ extern const std::vector<CommandEntry> kCommands;
 void listServices(const CommandLine& line, Report& report);
 void showStatus(const CommandLine& line, Report& report);
 void startOne(const CommandLine& line, Report& report);
-void stopOne(const CommandLine& line, Report& report);
-void restartOne(const CommandLine& line, Report& report);
+void stopEach(const CommandLine& line, Report& report);
+void restartEach(const CommandLine& line, Report& report);
 void installOne(const CommandLine& line, Report& report);
-void deleteOne(const CommandLine& line, Report& report);
+void deleteEach(const CommandLine& line, Report& report);
 void configureOne(const CommandLine& line, Report& report);
+void controlOne(const CommandLine& line, Report& report);
+void waitForOne(const CommandLine& line, Report& report);
+void showLogs(const CommandLine& line, Report& report);
+void runAll(const CommandLine& line, Report& report);
 void startAll(const CommandLine& line, Report& report);
 void stopAll(const CommandLine& line, Report& report);
 

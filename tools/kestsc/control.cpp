@@ -1,31 +1,17 @@
-// The commands start, stop, restart, start-all and stop-all.
+// The commands start, stop, restart, control, wait, start-all and stop-all.
 #include <map>
 #include <set>
 
 #include "command_line.h"
 #include "platform/start_order.h"
 #include "report.h"
+#include "text.h"
 #include "transition.h"
 
 namespace kestsc {
 namespace {
 
 namespace platform = KestSupport::platform;
-
-// Runs the operation for one service and returns whether it succeeded. A failure is reported, so the caller continues
-// with the next service. A request to end this program reaches the caller.
-template <typename Operation>
-bool attempt(const Task& task, Report& report, Operation operation) {
-    try {
-        report.succeed(task, operation());
-        return true;
-    } catch (const Interrupted&) {
-        throw;
-    } catch (const Failure& failure) {
-        report.fail(failure);
-        return false;
-    }
-}
 
 using Dependencies = std::map<std::string, std::vector<std::string>>;
 
@@ -79,21 +65,57 @@ void startOne(const CommandLine& line, Report& report) {
     report.succeed(task, startService(Manager(task), task, line.words, line.patience));
 }
 
-void stopOne(const CommandLine& line, Report& report) {
-    const Task task{"stop", line.service};
-    report.succeed(task, stopService(Manager(task), task, line.patience));
+void stopEach(const CommandLine& line, Report& report) {
+    const Manager manager({"stop", line.service});
+    for (const std::string& service : servicesOf(line)) {
+        const Task task{"stop", service};
+        attempt(report, [&] { report.succeed(task, stopService(manager, task, line.patience)); });
+    }
 }
 
-void restartOne(const CommandLine& line, Report& report) {
-    const Task task{"restart", line.service};
-    const Manager manager(task);
-    stopService(manager, task, line.patience);
-    report.succeed(task, startService(manager, task, {}, line.patience));
+void restartEach(const CommandLine& line, Report& report) {
+    const Manager manager({"restart", line.service});
+    for (const std::string& service : servicesOf(line)) {
+        const Task task{"restart", service};
+        attempt(report, [&] {
+            stopService(manager, task, line.patience);
+            report.succeed(task, startService(manager, task, {}, line.patience));
+        });
+    }
 }
 
-void startAll(const CommandLine& line, Report& report) {
+void controlOne(const CommandLine& line, Report& report) {
+    const std::string& word = line.words.front();
+    const Task task{"control", line.service};
+    const std::optional<std::uint32_t> code = controlOf(word);
+    if (!code) {
+        throw UsageError("control: " + printable(shortened(word, 100)) +
+                         " is not reload, pause, continue, interrogate or a number from 128 to 255 (kestsc control "
+                         "--help explains)");
+    }
+    const SharedHandle service = Manager(task).open(
+        task, platform::kServicePauseContinue | platform::kServiceInterrogate | platform::kServiceUserControl);
+    ServiceStatus answer;
+    require(task, platform::serviceManager().control(service.get(), *code, answer));
+    report.succeed(task, "accepted " + word + "; " + stateWord(answer.currentState));
+}
+
+void waitForOne(const CommandLine& line, Report& report) {
+    const std::string& word = line.words.front();
+    const Task task{"wait", line.service};
+    const std::optional<std::uint32_t> wanted = stateOf(word);
+    if (!wanted) {
+        throw UsageError("wait: " + printable(shortened(word, 100)) +
+                         " is not running, stopped or paused (kestsc wait --help explains)");
+    }
+    Wait wait(task, Manager(task).open(task, platform::kServiceQueryStatus), line.patience);
+    while (wait.queryStatus().currentState != *wanted)
+        wait.pause();
+    report.succeed(task, "is " + word);
+}
+
+std::set<std::string> startAutomatic(const Manager& manager, const Patience& patience, Report& report) {
     const Task all{"start-all", ""};
-    const Manager manager(all);
     const auto configurations = readableConfigurations(manager, all, report);
     const std::vector<std::string> order = platform::autoStartOrder(configurations);
     Dependencies dependencies;
@@ -102,18 +124,23 @@ void startAll(const CommandLine& line, Report& report) {
     std::set<std::string> failed;
     for (const std::string& name : order) {
         const Task task{"start", name};
-        const bool started = attempt(task, report, [&] {
+        const bool started = attempt(report, [&] {
             // Starting the service would start the failed one again and wait for it again.
             for (const std::string& other : dependencies.at(name)) {
                 if (failed.count(other) == 0) continue;
                 throw Failure(task, platform::errorServiceDependencyFail,
                               "it needs " + other + ", which failed (1068)");
             }
-            return startService(manager, task, {}, line.patience);
+            report.succeed(task, startService(manager, task, {}, patience));
         });
         if (!started) failed.insert(name);
     }
     if (order.empty() && !report.asJson()) report.show("No services start automatically.\n");
+    return failed;
+}
+
+void startAll(const CommandLine& line, Report& report) {
+    startAutomatic(Manager({"start-all", ""}), line.patience, report);
 }
 
 void stopAll(const CommandLine& line, Report& report) {
@@ -128,7 +155,7 @@ void stopAll(const CommandLine& line, Report& report) {
     for (auto name = order.rbegin(); name != order.rend(); ++name) {
         if (active.count(*name) == 0) continue;
         const Task task{"stop", *name};
-        attempt(task, report, [&] { return stopService(manager, task, line.patience); });
+        attempt(report, [&] { report.succeed(task, stopService(manager, task, line.patience)); });
     }
     if (active.empty() && !report.asJson()) report.show("No services are running.\n");
 }

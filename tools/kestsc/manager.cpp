@@ -42,6 +42,21 @@ std::vector<platform::ServiceEntry> Manager::list(const Task& task) const {
     return services;
 }
 
+platform::ServiceRun Manager::runOf(const std::string& service) const {
+    platform::ServiceRun run;
+    try {
+        const SharedHandle handle = open({"status", service}, platform::kServiceQueryStatus);
+        if (platform::serviceManager().queryRun(handle.get(), run) != 0) run = {};
+    } catch (const Failure&) {
+        run = {};
+    }
+    return run;
+}
+
+std::string Manager::location() const {
+    return platform::serviceManager().location(m_handle.get());
+}
+
 platform::ServiceConfiguration Manager::configurationOf(const Task& task) const {
     const SharedHandle service = open(task, platform::kServiceQueryConfiguration);
     platform::ServiceConfiguration configuration;

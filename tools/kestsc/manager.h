@@ -26,6 +26,11 @@ class Manager {
     std::vector<KestSupport::platform::ServiceEntry> list(const Task& task) const;
     KestSupport::platform::ServiceConfiguration configurationOf(const Task& task) const;
 
+    /// Returns the last run of the service. Without times when they are not known, also for a platform that keeps none.
+    KestSupport::platform::ServiceRun runOf(const std::string& service) const;
+    /// Returns the folder of the services, or an empty text.
+    std::string location() const;
+
   private:
     SharedHandle m_handle;
 };

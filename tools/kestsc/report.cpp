@@ -45,6 +45,11 @@ ExitCode Report::finish() {
     return m_hasFailed ? m_exitCode : kExitFailed;
 }
 
+bool Report::print(const std::string& text) {
+    if (!m_asJson) write(text);
+    return m_writeError == 0;
+}
+
 void Report::write(const std::string& text) {
     errno = 0;
     const bool isWritten = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;

@@ -23,8 +23,13 @@ class Report {
     /// Records a failure and writes it to standard error, with JSON too. The first failure decides the exit code.
     void fail(const Failure& failure);
 
-    /// Sets an exit code that is not a failure's, such as that of status for a stopped service.
-    void setExitCode(ExitCode code) { m_exitCode = code; }
+    /// Writes text to standard output at once, unless as JSON. Returns whether all output was written until now.
+    bool print(const std::string& text);
+
+    /// Sets the exit code of status for a stopped service, unless an operation has failed.
+    void setStopped() {
+        if (!m_hasFailed) m_exitCode = kExitNotRunning;
+    }
 
     /// Writes the pending output and returns the exit code.
     ExitCode finish();
@@ -39,6 +44,21 @@ class Report {
     std::optional<std::string> m_shown;
     std::vector<std::string> m_results;  // JSON
 };
+
+/// Runs the operation for one service and returns whether it succeeded. A failure is reported, so the caller continues
+/// with the next service. A request to end this program reaches the caller.
+template <typename Operation>
+bool attempt(Report& report, Operation operation) {
+    try {
+        operation();
+        return true;
+    } catch (const Interrupted&) {
+        throw;
+    } catch (const Failure& failure) {
+        report.fail(failure);
+        return false;
+    }
+}
 
 /// Writes the program's name and the printable line to standard error.
 void complain(const std::string& line);

@@ -8,6 +8,15 @@ namespace {
 
 namespace platform = KestSupport::platform;
 
+void deleteOne(const Manager& manager, const Task& task, Report& report) {
+    const SharedHandle service = manager.open(task, platform::kServiceDelete | platform::kServiceQueryStatus);
+    require(task, platform::serviceManager().deleteService(service.get()));
+    ServiceStatus status;
+    const bool isGone =
+        platform::serviceManager().queryStatus(service.get(), status) == platform::errorServiceDoesNotExist;
+    report.succeed(task, isGone ? "deleted" : "marked for deletion; it is deleted when it stops");
+}
+
 }  // namespace
 
 // Deletes the new service again when it cannot set the description.
@@ -18,6 +27,7 @@ void installOne(const CommandLine& line, Report& report) {
     wanted.displayName = line.change.displayName.value_or(line.service);
     wanted.startType = line.change.startType.value_or(platform::kServiceAutoStart);
     wanted.commandLine = registeredCommand(line.words, *line.command);
+    wanted.restart = line.change.restart.value_or(platform::kServiceRestartNever);
     wanted.dependencies = line.change.dependencies.value_or("");
     const Manager manager(task);
     const SharedHandle service =
@@ -31,22 +41,18 @@ void installOne(const CommandLine& line, Report& report) {
     report.succeed(task, "installed");
 }
 
-void deleteOne(const CommandLine& line, Report& report) {
-    const Task task{"delete", line.service};
-    const Manager manager(task);
-    const SharedHandle service = manager.open(task, platform::kServiceDelete | platform::kServiceQueryStatus);
-    require(task, platform::serviceManager().deleteService(service.get()));
-    ServiceStatus status;
-    const bool isGone =
-        platform::serviceManager().queryStatus(service.get(), status) == platform::errorServiceDoesNotExist;
-    report.succeed(task, isGone ? "deleted" : "marked for deletion; it is deleted when it stops");
+void deleteEach(const CommandLine& line, Report& report) {
+    const Manager manager({"delete", line.service});
+    for (const std::string& service : servicesOf(line))
+        attempt(report, [&] { deleteOne(manager, {"delete", service}, report); });
 }
 
 void configureOne(const CommandLine& line, Report& report) {
     const Task task{"config", line.service};
     const Manager manager(task);
     const platform::ServiceChange& change = line.change;
-    const bool changes = change.displayName || change.startType || change.commandLine || change.dependencies;
+    const bool changes =
+        change.displayName || change.startType || change.commandLine || change.dependencies || change.restart;
     if (!changes && !line.description) {
         showConfiguration(manager, task, report);
         return;

@@ -85,6 +85,15 @@ std::vector<std::string> missingDependencies(const Manager& manager, const Task&
     throw Failure(task, error, reason);
 }
 
+// The program was started and has not called the dispatcher. Many users try a program that is no service.
+[[noreturn]] void failForProgram(const Manager& manager, const Task& task, ErrorCode error) {
+    const bool ended = error == platform::errorProcessAborted;
+    std::string reason = errorText(error) + "; the program " + (ended ? "ended before it answered" : "did not answer") +
+                         " as a service, which only a program with KestService::start does";
+    if (!manager.location().empty()) reason += "; kestsc logs shows its output";
+    throw Failure(task, error, reason);
+}
+
 [[noreturn]] void failToChange(const Manager& manager, const Task& task, ErrorCode error) {
     switch (error) {
         case platform::errorDependentServicesRunning:
@@ -94,6 +103,12 @@ std::vector<std::string> missingDependencies(const Manager& manager, const Task&
         default:
             throw Failure(task, error);
     }
+}
+
+[[noreturn]] void failToStart(const Manager& manager, const Task& task, ErrorCode error) {
+    const bool isProgram = error == platform::errorServiceRequestTimeout || error == platform::errorProcessAborted;
+    if (isProgram) failForProgram(manager, task, error);
+    failToChange(manager, task, error);
 }
 
 // Undoes the start during which this program was asked to end. The started program would stay start pending.
@@ -125,7 +140,7 @@ std::string startService(const Manager& manager, const Task& task, const std::ve
         for (;;) {
             wait.call([&] { return error = platform::serviceManager().startService(service.get(), arguments); });
             if (error == 0) break;
-            if (error != platform::errorServiceAlreadyRunning) failToChange(manager, task, error);
+            if (error != platform::errorServiceAlreadyRunning) failToStart(manager, task, error);
             const std::uint32_t state = wait.queryStatus().currentState;
             const bool isEnding = state == platform::kServiceStopped || state == platform::kServiceStopPending;
             if (!isEnding && patience.waits) awaitRunning(wait, task);

@@ -1,10 +1,12 @@
 // Starts or stops one service and waits for the new state.
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
 #include "manager.h"
+#include "report.h"
 #include "wait.h"
 
 namespace kestsc {
@@ -19,5 +21,9 @@ std::string startService(const Manager& manager, const Task& task, const std::ve
 /// "killed". A service that is still starting is stopped as soon as it accepts controls. Throws a Failure, which names
 /// the running services that depend on this one.
 std::string stopService(const Manager& manager, const Task& task, const Patience& patience);
+
+/// Starts the services of type auto, each after those that it depends on. Reports each result. Returns the services
+/// that failed. An Interrupted is thrown.
+std::set<std::string> startAutomatic(const Manager& manager, const Patience& patience, Report& report);
 
 }  // namespace kestsc

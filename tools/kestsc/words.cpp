@@ -1,6 +1,7 @@
 #include "words.h"
 
 #include <algorithm>
+#include <charconv>
 #include <iterator>
 #include <locale>
 #include <utility>
@@ -19,6 +20,36 @@ constexpr std::pair<std::uint32_t, const char*> kStartTypes[] = {{platform::kSer
                                                                  {platform::kServiceDemandStart, "demand"},
                                                                  {platform::kServiceDisabled, "disabled"}};
 
+constexpr std::pair<std::uint32_t, const char*> kRestarts[] = {{platform::kServiceRestartNever, "never"},
+                                                               {platform::kServiceRestartOnFailure, "on-failure"},
+                                                               {platform::kServiceRestartAlways, "always"}};
+
+constexpr std::pair<std::uint32_t, const char*> kControls[] = {{platform::kServiceControlPause, "pause"},
+                                                               {platform::kServiceControlContinue, "continue"},
+                                                               {platform::kServiceControlInterrogate, "interrogate"},
+                                                               {platform::kServiceControlParameterChange, "reload"}};
+
+constexpr std::pair<std::uint32_t, const char*> kWaitStates[] = {{platform::kServiceStopped, "stopped"},
+                                                                 {platform::kServiceRunning, "running"},
+                                                                 {platform::kServicePaused, "paused"}};
+
+template <std::size_t size>
+std::optional<std::uint32_t> numberIn(const std::pair<std::uint32_t, const char*> (&table)[size],
+                                      std::string_view word) {
+    for (const auto& [number, each] : table) {
+        if (each == word) return number;
+    }
+    return std::nullopt;
+}
+
+template <std::size_t size>
+std::string wordIn(const std::pair<std::uint32_t, const char*> (&table)[size], std::uint32_t wanted) {
+    for (const auto& [number, word] : table) {
+        if (number == wanted) return word;
+    }
+    return std::to_string(wanted);
+}
+
 constexpr std::pair<std::uint32_t, const char*> kAcceptedControls[] = {
     {platform::kServiceAcceptStop, "stop"},
     {platform::kServiceAcceptPauseContinue, "pause"},
@@ -35,17 +66,38 @@ std::string stateWord(std::uint32_t state) {
 }
 
 std::string startWord(std::uint32_t startType) {
-    for (const auto& [number, word] : kStartTypes) {
-        if (number == startType) return word;
-    }
-    return std::to_string(startType);
+    return wordIn(kStartTypes, startType);
 }
 
 std::optional<std::uint32_t> startTypeOf(std::string_view word) {
-    for (const auto& [number, each] : kStartTypes) {
-        if (each == word) return number;
-    }
-    return std::nullopt;
+    return numberIn(kStartTypes, word);
+}
+
+std::string restartWord(std::uint32_t restart) {
+    return wordIn(kRestarts, restart);
+}
+
+std::optional<std::uint32_t> restartOf(std::string_view word) {
+    return numberIn(kRestarts, word);
+}
+
+std::optional<std::uint32_t> stateOf(std::string_view word) {
+    return numberIn(kWaitStates, word);
+}
+
+std::optional<std::uint32_t> controlOf(const std::string& word) {
+    if (const auto control = numberIn(kControls, word)) return control;
+    const std::optional<std::uint32_t> number = wholeNumber(word);
+    const bool isOfUser =
+        number && *number >= platform::kServiceControlFirstOfUser && *number <= platform::kServiceControlLastOfUser;
+    return isOfUser ? number : std::nullopt;
+}
+
+std::optional<std::uint32_t> wholeNumber(std::string_view text) {
+    std::uint32_t number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc() && rest == end ? std::optional(number) : std::nullopt;
 }
 
 std::vector<std::string> controlWords(std::uint32_t accepted) {
@@ -60,6 +112,26 @@ std::string endText(const ServiceStatus& status) {
     if (status.exitCode == 0) return "no error";
     if (status.exitCode != platform::errorServiceSpecific) return errorText(status.exitCode);
     return "the service's own error " + std::to_string(status.serviceExitCode);
+}
+
+std::string endText(const ServiceStatus& status, const ServiceRun& run) {
+    std::string text = endText(status);
+    if (status.exitCode != platform::errorProcessAborted) return text;
+    if (run.exitCode) {
+        const bool isSignal = *run.exitCode < 0;
+        text +=
+            isSignal ? "; signal " + std::to_string(-*run.exitCode) : "; exit code " + std::to_string(*run.exitCode);
+    }
+    return run.endRequested ? text + "; killed on request" : text;
+}
+
+std::string shortEndText(const ServiceStatus& status, const ServiceRun& run) {
+    if (status.exitCode == 0) return "ok";
+    if (status.exitCode == platform::errorServiceNeverStarted) return "never started";
+    if (status.exitCode == platform::errorServiceSpecific) return "own " + std::to_string(status.serviceExitCode);
+    const bool isKnown = status.exitCode == platform::errorProcessAborted && run.exitCode;
+    if (!isKnown) return "error " + std::to_string(status.exitCode);
+    return *run.exitCode < 0 ? "signal " + std::to_string(-*run.exitCode) : "exit " + std::to_string(*run.exitCode);
 }
 
 std::string listed(const std::vector<std::string>& texts) {

@@ -14,6 +14,7 @@
 #include "kit/gate.h"
 #include "platform/clock.h"
 #include "platform/thread.h"
+#include "support/timer_subscription.h"
 #include "threads/function_work.h"
 #include "threads/timer_deferral.h"
 #include "threads/timer_manager.h"
@@ -51,6 +52,39 @@ struct Probe : KestTimer, KestDependent {
 [[noreturn]] void hang(kit::Gate& hangs) {
     for (hangs.open();; platform::sleepThread(1000)) {
     }
+}
+
+TEST(Timer, CallsFunctionUntilSubscriptionEnds) {
+    KestTimer timer;
+    kit::Gate entered, release, ended;
+    std::atomic<int> calls{0}, once{0};
+    KestTimerSubscription* own = nullptr;
+    KestTimerSubscription endsItself(timer, [&] {
+        ++once;
+        own->end();
+    });
+    own = &endsItself;
+    auto subscription = std::make_unique<KestTimerSubscription>(timer, [&] {
+        ++calls;
+        entered.open();
+        release.pass();
+        throw 1;
+    });
+    timer.start(1, false);
+    entered.pass();
+    std::jthread ending([&] {
+        subscription.reset();
+        ended.open();
+    });
+    EXPECT_FALSE(ended.passWithin(30ms)) << "the function is still running";
+    release.open();
+    ended.pass();
+    const int before = calls;
+    while (timer.wait(-1) != kSignalled || timer.wait(-1) != kSignalled) {
+    }
+    EXPECT_EQ(calls, before);
+    EXPECT_EQ(once, 1);
+    timer.stop();
 }
 
 TEST(Timer, FiresAfterItsInterval) {

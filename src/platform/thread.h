@@ -64,6 +64,9 @@ std::optional<std::uint32_t> threadExitCode(WaitHandle thread) noexcept;
 /// Returns the id of the calling thread, as the tools of the system show it: never 0, and the same for the whole life
 /// of the thread.
 std::uint32_t currentThreadId() noexcept;
+/// Gives the calling thread a name for the tools of the system: the text in UTF-8, as much of it as the system takes
+/// (on Linux 15 bytes).
+void setThreadName(const char* name) noexcept;
 /// Offers the processor to another thread.
 void yieldThread() noexcept;
 /// Sleeps at least for the given milliseconds; kInfinite is such a number too.

@@ -29,6 +29,7 @@ namespace KestSupport {
 namespace {
 
 constexpr int kNotRunning = 128;
+constexpr const char* kLibraryName = "class ";  // the beginning of a name that the program has not given
 
 // Called in a catch (...). pthread_exit unwinds the stack with an object that is no C++ exception; a handler that does
 // not throw it again ends the process.
@@ -47,6 +48,7 @@ struct KestThread::NativeThread {
 
     platform::WaitHandle handle = nullptr;
     platform::OwnedHandle runEnded{platform::createEvent(true, false)};
+    std::array<char, 64> name{};  // for the system, with a NUL; empty: the thread has none
     NativeThread* nextRetired = nullptr;
 };
 
@@ -133,6 +135,8 @@ void KestThread::start() {
     }
     std::unique_ptr<NativeThread> native(new (std::nothrow) NativeThread);
     if (native == nullptr || native->runEnded == nullptr) return;
+    // The run does not read m_name, which the program may change.
+    if (!m_name.starts_with(kLibraryName)) m_name.copy(native->name.data(), native->name.size() - 1);
     // The thread is made suspended, so that other threads see a complete handle or none.
     if (!platform::createThread(&KestThread::enter, this, native->handle, true)) return;
     const platform::WaitHandle handle = native->handle;
@@ -161,7 +165,9 @@ int KestThread::run() {
 }
 
 std::uint32_t KestThread::enter(void* object) {
-    Run run(*static_cast<KestThread*>(object));
+    KestThread& thread = *static_cast<KestThread*>(object);
+    if (const char* const name = thread.m_handle.load()->name.data(); *name != '\0') platform::setThreadName(name);
+    Run run(thread);
     return static_cast<std::uint32_t>(run.perform());
 }
 

@@ -3,6 +3,7 @@
 
 #include <pthread.h>
 
+#include <fstream>
 #include <functional>
 
 #include "kit/failing_calls.h"
@@ -46,15 +47,18 @@ TEST(Thread, RunsOnceAndPausesWhenStopped) {
     kit::Gate running;
     std::atomic<bool> end{false};
     int id = 0;
+    std::string systemName = "none";
     DoneRecorder done;
     Work thread([&] {
         id = KestThread::getCurrentThreadId();
+        std::getline(std::ifstream("/proc/thread-self/comm"), systemName);
         running.open();
         while (!end)
             std::this_thread::yield();
         return 5;
     });
     EXPECT_EQ(thread.getName(), "class KestSupport::KestThread");
+    thread.setName("fourteen bytes\xC3\xA4");
     thread.addDependent(done);
     for (const char* const call : {"createThread", "createEvent"}) {
         const kit::FailingCalls failing(call, 1, true, EAGAIN);
@@ -82,6 +86,7 @@ TEST(Thread, RunsOnceAndPausesWhenStopped) {
     EXPECT_EQ(thread.wait(-1) % kNotRunning, kEnded) << "0, or 128 when the run has ended already";
     thread.waitForThreadExit();
     EXPECT_EQ(thread.wait(-1), kNotRunning);
+    EXPECT_TRUE(systemName == "fourteen bytes" || systemName == "none") << "none where the system has no such file";
     EXPECT_EQ(thread.getExitCode(), 5);
     EXPECT_NE(id, KestThread::getCurrentThreadId());
     EXPECT_TRUE(thread.isAlive());

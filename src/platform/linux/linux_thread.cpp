@@ -427,6 +427,19 @@ void yieldThread() noexcept {
     sched_yield();
 }
 
+void setThreadName(const char* name) noexcept {
+    std::array<char, 16> text{};  // the limit of the kernel, with the NUL
+    std::size_t length = 0;
+    while (length < text.size() && name[length] != '\0')
+        ++length;
+    // A character of UTF-8 is not cut.
+    if (length == text.size()) --length;
+    while (length > 0 && (static_cast<unsigned char>(name[length]) & 0xC0) == 0x80)
+        --length;
+    std::copy_n(name, length, text.data());
+    pthread_setname_np(pthread_self(), text.data());
+}
+
 void sleepThread(std::uint32_t milliseconds) noexcept {
     // kInfinite is a number here. Deadline::after would make it never.
     const Deadline end = Deadline::at(Deadline::now() + milliseconds * Deadline::kMillisecond);

@@ -219,6 +219,17 @@ void yieldThread() noexcept {
     SwitchToThread();
 }
 
+// Windows before version 10 has no names of threads.
+void setThreadName(const char* name) noexcept {
+    using SetDescription = HRESULT(WINAPI*)(HANDLE, const wchar_t*);
+    const FARPROC found = GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "SetThreadDescription");
+    if (found == nullptr) return;
+    std::array<wchar_t, 64> text{};
+    const int most = static_cast<int>(text.size()) - 1;
+    MultiByteToWideChar(CP_UTF8, 0, name, -1, text.data(), most);
+    reinterpret_cast<SetDescription>(reinterpret_cast<void*>(found))(GetCurrentThread(), text.data());
+}
+
 void sleepThread(std::uint32_t milliseconds) noexcept {
     const WaitMark mark;
     Sleep(milliseconds);

@@ -4,6 +4,7 @@
 //   KestInputObjectStream   operator>> for each type; calls read
 //   KestOutputObjectStream  operator<< for each type; calls write
 //   KestBufferStream        both, over a block of memory that a program can send and read again
+//   KestCheckedInputStream, KestCheckedOutputStream   note whether all values were whole
 //   inEightBytes            an integer of a type whose width differs between systems
 //
 // The bytes of a value are those that it has in memory, little-endian, without a tag, a separator or alignment. A text
@@ -121,6 +122,62 @@ class KEST_SUPPORT_EXPORT KestOutputObjectStream : public KestObjectStream {
   private:
     template <typename Unit>
     KestOutputObjectStream& writeText(const Unit* text, std::uint64_t length);
+};
+
+/// Reads from another stream and notes a failure: fewer bytes than a value has, or a text above the limit. After a
+/// failure it reads nothing more, so one question after the last value is enough:
+///
+///     KestCheckedInputStream checked(stream, 1024);
+///     checked >> count >> name;
+///     if (checked.failed()) ...
+///
+/// The source's read returns the number of bytes. A value that failed may have some of its bytes; a text above the
+/// limit leaves its variable unchanged. A text takes two calls of the source's read.
+class KEST_SUPPORT_EXPORT KestCheckedInputStream final : public KestInputObjectStream {
+  public:
+    static constexpr std::uint64_t kNoLimit = ~std::uint64_t{0};
+
+    /// Refers to the source, which outlives this object. `longestText` is a number of characters, or of 16-bit units.
+    explicit KestCheckedInputStream(KestInputObjectStream& source KEST_SUPPORT_LIFETIMEBOUND,
+                                    std::uint64_t longestText = kNoLimit) noexcept;
+    KestCheckedInputStream(const KestCheckedInputStream&) = delete;
+    KestCheckedInputStream& operator=(const KestCheckedInputStream&) = delete;
+    ~KestCheckedInputStream() override;
+
+    bool failed() const noexcept { return m_failed; }
+    /// Forgets the failure, and makes the source empty.
+    void reset() override;
+    /// Returns 0 after a failure.
+    std::size_t read(void* destination, std::size_t size, std::size_t count) override;
+
+  private:
+    friend class KestInputObjectStream;
+    bool admits(std::uint64_t textLength) noexcept;
+
+    KestInputObjectStream& m_source;
+    const std::uint64_t m_longestText;
+    bool m_failed = false;
+};
+
+/// Writes to another stream and notes a failure: the stream took less than a value. After a failure it writes nothing
+/// more. The source's write returns the number of bytes.
+class KEST_SUPPORT_EXPORT KestCheckedOutputStream final : public KestOutputObjectStream {
+  public:
+    /// Refers to the target, which outlives this object.
+    explicit KestCheckedOutputStream(KestOutputObjectStream& target KEST_SUPPORT_LIFETIMEBOUND) noexcept;
+    KestCheckedOutputStream(const KestCheckedOutputStream&) = delete;
+    KestCheckedOutputStream& operator=(const KestCheckedOutputStream&) = delete;
+    ~KestCheckedOutputStream() override;
+
+    bool failed() const noexcept { return m_failed; }
+    /// Forgets the failure, and makes the target empty.
+    void reset() override;
+    /// Returns 0 after a failure.
+    std::size_t write(const void* source, std::size_t size, std::size_t count) override;
+
+  private:
+    KestOutputObjectStream& m_target;
+    bool m_failed = false;
 };
 
 /// The result of inEightBytes.

@@ -246,6 +246,8 @@ KestInputObjectStream& KestInputObjectStream::readText(Text& text) {
     }
     std::uint64_t length = 0;
     readValue(*this, length);
+    if (typeid(*this) == typeid(KestCheckedInputStream) && !static_cast<KestCheckedInputStream*>(this)->admits(length))
+        return *this;
     if (length != 0) assignText(text, readUnits<Unit>(*this, length));
     return *this;
 }
@@ -258,6 +260,42 @@ KestInputObjectStream& KestInputObjectStream::operator>>(std::string& text) {
 }
 KestInputObjectStream& KestInputObjectStream::operator>>(wstring16& text) {
     return readText<wstring16::value_type>(text);
+}
+
+KestCheckedInputStream::KestCheckedInputStream(KestInputObjectStream& source, std::uint64_t longestText) noexcept
+    : m_source(source), m_longestText(longestText) {}
+KestCheckedInputStream::~KestCheckedInputStream() = default;
+
+void KestCheckedInputStream::reset() {
+    m_failed = false;
+    m_source.reset();
+}
+
+std::size_t KestCheckedInputStream::read(void* destination, std::size_t size, std::size_t count) {
+    if (m_failed) return 0;
+    const std::size_t delivered = m_source.read(destination, size, count);
+    m_failed = delivered != byteCount(size, count);
+    return delivered;
+}
+
+bool KestCheckedInputStream::admits(std::uint64_t textLength) noexcept {
+    m_failed = m_failed || textLength > m_longestText;
+    return !m_failed;
+}
+
+KestCheckedOutputStream::KestCheckedOutputStream(KestOutputObjectStream& target) noexcept : m_target(target) {}
+KestCheckedOutputStream::~KestCheckedOutputStream() = default;
+
+void KestCheckedOutputStream::reset() {
+    m_failed = false;
+    m_target.reset();
+}
+
+std::size_t KestCheckedOutputStream::write(const void* source, std::size_t size, std::size_t count) {
+    if (m_failed) return 0;
+    const std::size_t written = m_target.write(source, size, count);
+    m_failed = written != byteCount(size, count);
+    return written;
 }
 
 KestBufferStream::KestBufferStream() noexcept = default;

@@ -150,6 +150,44 @@ TEST(ForeignStreams, GetOneCallForEachPart) {
     EXPECT_EQ(text, std::string(200000, 'y'));
 }
 
+TEST(CheckedStreams, NoteTheFirstFailure) {
+    KestBufferStream stream;
+    KestCheckedOutputStream out(stream);
+    out << "four" << wstring16(5, 'w') << 1 << 2 << "rest";
+    EXPECT_FALSE(out.failed());
+    {
+        const kit::FailingCalls failing("realloc");
+        out << std::string(1000, 'x');
+    }
+    out << 'x';
+    EXPECT_TRUE(out.failed());
+    EXPECT_EQ(stream.size(), 12U + 18 + 4 + 4 + 12 + 8) << "only the length of the long text";
+    KestCheckedInputStream in(stream, 4);
+    std::string text = "before";
+    wstring16 wide{'b'};
+    int number = 0;
+    in >> text;
+    EXPECT_FALSE(in.failed());
+    EXPECT_EQ(text, "four");
+    in >> wide >> number;
+    EXPECT_TRUE(in.failed()) << "the text is too long";
+    EXPECT_EQ(wide, wstring16{'b'});
+    EXPECT_EQ(number, 0);
+    stream.reset();
+    stream << 7;
+    KestCheckedInputStream next(stream);
+    std::int64_t large = 0;
+    next >> inEightBytes(large);
+    EXPECT_TRUE(next.failed()) << "four bytes are missing";
+    next.reset();
+    EXPECT_FALSE(next.failed());
+    out.reset();
+    out << std::string(3, 'x');
+    next >> text;
+    EXPECT_EQ(text, "xxx");
+    EXPECT_FALSE(out.failed() || next.failed());
+}
+
 TEST(BufferStream, KeepsTextThatFindsNoMemory) {
     KestBufferStream stream;
     std::string text, expected(100000, 'x');

@@ -27,8 +27,10 @@
 #include <support/service.h>
 #include <support/service_control.h>
 #include <support/strings.h>
+#include <support/terminate_handler.h>
 #include <support/text_utilities.h>
 #include <support/threads.h>
+#include <support/timer_subscription.h>
 #include <support/timers.h>
 #include <support/tree_node.h>
 #include <support/utilities.h>

@@ -5,7 +5,9 @@
 #include <type_traits>
 #include <typeinfo>
 
+#include "kit/child_process.h"
 #include "kit/environment_guard.h"
+#include "support/terminate_handler.h"
 
 namespace {
 
@@ -20,6 +22,23 @@ std::string contentOf(const KestException& exception) {
     const wstring16 messages = exception.getFormattedMessages();
     return exception.getText() + "|" + std::to_string(exception.getCode()) + "|" +
            std::string(messages.begin(), messages.end());
+}
+
+const kit::ChildRole g_throws("throws", [](const std::vector<std::string>& arguments) -> int {
+    kestShowUncaughtExceptions();
+    kestShowUncaughtExceptions();
+    if (arguments.size() == 1) throw KestPropertyNotFound(arguments[0]);
+    throw 1;
+});
+
+TEST(Exceptions, AreShownWhenUncaught) {
+    const std::string expected = "Uncaught KestSupport::KestPropertyNotFound: Property not found: port (code 0)\n";
+    kit::ChildProcess child = kit::ChildProcess::inRole("throws", {"port"}),
+                      other = kit::ChildProcess::inRole("throws");
+    EXPECT_NE(child.wait(), 0);
+    EXPECT_NE(other.wait(), 0);
+    EXPECT_TRUE(child.errors().starts_with(expected)) << child.errors();
+    EXPECT_EQ(other.errors().find("Uncaught"), std::string::npos);
 }
 
 TEST(Exceptions, KeepMessagesApartFromText) {

@@ -23,7 +23,7 @@ struct Folder {
     ~Folder() { std::filesystem::remove_all(path); }
 
     std::string write(const std::string& name, const std::string& bytes) const {
-        const std::string file = path / name;
+        const std::string file = (path / name).string();
         std::ofstream(file, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
         return file;
     }
@@ -40,7 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string specific =
         folder.write("m_C.pro", end == std::string::npos ? "" : text.substr(end + border.size()));
 
-    const KestMessageSet messages(folder.path / "m", std::locale::classic());
+    const KestMessageSet messages((folder.path / "m").string(), std::locale::classic());
     KestProperties<wstring16> expected(false);
     expected.loadProperties(general);
     expected.loadProperties(specific);

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "kit/environment_guard.h"
 #include "platform/text.h"
 #include "support/strings.h"
 
@@ -22,7 +23,8 @@ void require(bool condition) {
 
 CodePage codePageFor(std::uint8_t choice) {
     static const char* const locales[] = {"C", "de_DE.ISO-8859-15", "ja_JP.eucJP", "zh_CN.GB18030", "C.UTF-8"};
-    setenv("LC_ALL", locales[choice % std::size(locales)], 1);
+    static kit::EnvironmentGuard environment;
+    environment.set("LC_ALL", locales[choice % std::size(locales)]);
     return platform::ansiCodePage();
 }
 

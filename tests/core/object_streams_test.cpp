@@ -79,12 +79,12 @@ TYPED_TEST(ObjectStreams, WriteAndReadEachType) {
     EXPECT_EQ(written<TypeParam>("nine byte\0s"s), "\x9\0\0\0\0\0\0\0nine byte"s);
     EXPECT_EQ(written<TypeParam>(wstring16{0, 1}), "\2\0\0\0\0\0\0\0\0\0\1\0"s);
     EXPECT_EQ(written<TypeParam>(static_cast<const char*>(nullptr)), "\0\0\0\0\0\0\0\0"s);
-    EXPECT_EQ(written<TypeParam>(0x123456789ABCDEF0L), "\xF0\xDE\xBC\x9A");
+    EXPECT_EQ(written<TypeParam>(static_cast<long>(0x123456789ABCDEF0)), "\xF0\xDE\xBC\x9A");
 }
 
 TYPED_TEST(ObjectStreams, ReadOnlyWhatPayloadHas) {
     EXPECT_EQ(readFrom<TypeParam>("\1\2", 0x55667788), 0x55660201);
-    EXPECT_EQ(readFrom<TypeParam>("", 0x5566778811223344L), 0x5566778811223344L);
+    EXPECT_EQ(readFrom<TypeParam>("", 0x5566778811223344LL), 0x5566778811223344LL);
     EXPECT_TRUE(readFrom<TypeParam>("", true));
     EXPECT_TRUE(readFrom<TypeParam>("\0\1"s, false));
     EXPECT_EQ(readFrom<TypeParam>("", "before"s), "before");

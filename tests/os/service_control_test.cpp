@@ -1,11 +1,13 @@
 // Tests KestServiceControl and its exception with a recording manager, and the life of an installed service.
 #include "support/service_control.h"
 
+#include <cerrno>
 #include <functional>
 
 #include "kit/log_capture.h"
 #include "kit/recording_service_manager.h"
 #include "kit/service_fixture.h"
+#include "kit/system.h"
 #include "support/exceptions.h"
 #include "support/service.h"
 
@@ -30,16 +32,16 @@ std::string failureOf(Call call) {
 TEST(ServiceControlException, DescribesAndMapsItself) {
     const struct {
         Code number, code;
-        const char* text;
+        std::string text;
         int status;
     } cases[] = {
-        {1, 5, "An OS error occurred (error number = 5): Permission denied", 270},
-        {1, 258, "An OS error occurred (error number = 258): Connection timed out", 3},
+        {1, 5, "An OS error occurred (error number = 5): " + kit::systemText(5, EACCES), 270},
+        {1, 258, "An OS error occurred (error number = 258): " + kit::systemText(258, ETIMEDOUT), 3},
         {1, 1051,
          "Unable to stop the SNMP service because one or more running services depend on it. Please stop all dependent "
          "services before running this command.",
          305},
-        {1, 1003, "An OS error occurred (error number = 1003): The operation cannot be completed.", -1},
+        {1, 1003, "An OS error occurred (error number = 1003): " + kit::platform::errorMessage(1003), -1},
         {1, 4000000000, "An OS error occurred (error number = 4000000000): ", -1},
         {2, 5, "A command to start or stop the service timed out.", 3},
         {99, 1051, "The command is not implemented.", 1},

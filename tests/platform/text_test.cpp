@@ -2,41 +2,13 @@
 #include "platform/text.h"
 
 #include <numeric>
-#include <tuple>
 
-#include "kit/environment_guard.h"
-#include "kit/failing_calls.h"
+#include "platform/conversions.h"
 
 namespace {
 
 using namespace KestSupport::platform;
 using namespace std::string_literals;
-using Units = std::vector<unsigned short>;
-
-// Converts a text, and expects that a space of one unit less than the result has is refused and not exceeded.
-template <auto convert, typename To, typename From>
-To converted(CodePage page, const From& text) {
-    To result(4 * text.size(), 0);
-    result.resize(convert(page, text.data(), text.size(), result.data(), result.size()));
-    constexpr typename To::value_type kUntouched = 0x5A;
-    To tooShort(result.size(), kUntouched);
-    EXPECT_EQ(convert(page, text.data(), text.size(), tooShort.data(), result.size() - 1), 0U);
-    EXPECT_EQ(tooShort.back(), kUntouched);
-    return result;
-}
-
-constexpr auto widened = converted<widenText, Units, std::string>;
-constexpr auto narrowed = converted<narrowText, std::string, Units>;
-
-Units unitsOf(const std::u16string& text) {
-    return {text.begin(), text.end()};
-}
-
-CodePage pageOf(const std::string& locale) {
-    kit::EnvironmentGuard environment;
-    environment.setLocale(locale);
-    return ansiCodePage();
-}
 
 TEST(Utf8, KeepsValidText) {
     const std::string bytes =
@@ -73,55 +45,11 @@ TEST(Utf8, ReplacesEachMaximalPartOfBrokenSequence) {
               "\xEF\xBF\xBDx|\xEF\xBF\xBDx\xEF\xBF\xBD|\xEF\xBF\xBD\xF0\x9F\x98\x80|\xEF\xBF\xBD\xEF\xBF\xBD");
 }
 
-TEST(AnsiCodePage, IsCharacterSetOfEnvironment) {
-    const std::tuple<std::vector<std::string>, std::string, std::u16string> rows[] = {
-        {{"", "C", "POSIX", "xx_XX.no-such-set"}, "\x80\xE9", u"\u20AC\u00E9"},
-        {{"C.UTF-8", "de_DE.utf8@euro"}, "\xE2\x82\xAC", u"\u20AC"},
-        {{"de_DE.ISO-8859-1"}, "\xE9\xA4", u"\u00E9\u00A4"},
-        {{"de_DE.ISO-8859-15@euro"}, "\xE9\xA4", u"\u00E9\u20AC"},
-        {{"ru_RU.KOI8-R"}, "\xC1\xC2", u"\u0430\u0431"},
-        {{"ja_JP.eucJP"}, "a\xC6\xFC\xCB\xDC", u"a\u65E5\u672C"},
-    };
-    for (const auto& [locales, bytes, units] : rows) {
-        for (const std::string& locale : locales) {
-            EXPECT_EQ(widened(pageOf(locale), bytes), unitsOf(units)) << locale;
-            EXPECT_EQ(narrowed(pageOf(locale), unitsOf(units)), bytes) << locale;
-        }
-    }
-    const kit::FailingCalls failing("openCharacterSet");
-    EXPECT_EQ(pageOf("ko_KR.eucKR"), pageOf("C"));
-}
-
-TEST(AnsiCodePage, FollowsOrderOfVariables) {
-    kit::EnvironmentGuard environment;
-    environment.setLocale("C");
-    for (const auto& [name, value, isUtf8] :
-         {std::tuple("LC_CTYPE", "C.UTF-8", true), {"LC_ALL", "C", false}, {"LC_ALL", "", true}}) {
-        environment.set(name, value);
-        EXPECT_EQ(ansiCodePage() == kCodePageUtf8, isUtf8) << name << "=" << value;
-    }
-}
-
 TEST(AnsiCodePage, ReplacesOnlyWhatItLacks) {
     EXPECT_EQ(narrowed(pageOf("C"), {'a', 0x430, 0xD83D, 0xDE00, 0xD83D, 0x20AC}), "a????\x80");
-    const CodePage japanese = pageOf("ja_JP.eucJP");
-    EXPECT_EQ(narrowed(japanese, {'a', 0xD83D, 0xDE00, 0x65E5, 0xDE00, 'z', 0xD83D}), "a??\xC6\xFC?z?");
-    EXPECT_EQ(widened(japanese, "a\xFF\xC6\xFCz\xC6"), (Units{'a', '?', 0x65E5, 'z', '?'}));
     std::string bytes(256, '\0');
     std::iota(bytes.begin(), bytes.end(), '\0');
     EXPECT_EQ(narrowed(pageOf("C"), widened(pageOf("C"), bytes)), bytes);
-}
-
-TEST(AnsiCodePage, IsSharedByThreads) {
-    const CodePage japanese = pageOf("ja_JP.eucJP");
-    std::vector<std::jthread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([=] {
-            const std::string text = "\xC6\xFC\xCB\xDC";
-            for (int i = 0; i < 50; ++i)
-                EXPECT_EQ(narrowed(japanese, widened(japanese, text)), text);
-        });
-    }
 }
 
 TEST(WideString, KnowsLengthAndEndsWithZeros) {
@@ -129,15 +57,6 @@ TEST(WideString, KnowsLengthAndEndsWithZeros) {
     EXPECT_EQ(wideStringBytes(text), 5u);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(text), 7), "abcde\0\0"s);
     freeWideString(text);
-}
-
-TEST(UserLocaleId, ExistsOnlyForLanguagesWithoutCodePage) {
-    kit::EnvironmentGuard environment;
-    for (const auto& [locale, id] : {std::pair("hy_AM.UTF-8", 0x042Bu), std::pair("dz_BT", 0x0851u),
-                                     std::pair("kok_IN@latin", 0x0457u), std::pair("de_DE.UTF-8", 0u)}) {
-        environment.setLocale(locale);
-        EXPECT_EQ(userLocaleId(), id) << locale;
-    }
 }
 
 }  // namespace

@@ -1,10 +1,6 @@
 // What every back end of platform/thread.h must do.
 #include "platform/thread.h"
 
-#include <sched.h>
-#include <signal.h>
-#include <sys/resource.h>
-
 #include <array>
 #include <chrono>
 #include <cstdio>
@@ -14,6 +10,7 @@
 #include "kit/environment_guard.h"
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
+#include "kit/system.h"
 #include "platform/critical_section.h"
 #include "support/date_time.h"
 #include "support/exceptions.h"
@@ -145,22 +142,11 @@ const Activity kActivities[] = {
     {"locking stderr",
      [](WaitHandle, CriticalSection&) {
          for (std::atomic<int> count{0};; ++count) {
-             if (count % 2000 == 0) flockfile(stderr);
-             if (count % 2000 == 1000) funlockfile(stderr);
+             if (count % 2000 == 0) kit::lockErrorStream();
+             if (count % 2000 == 1000) kit::unlockErrorStream();
          }
      },
      true},
-};
-
-// Blocks all signals for the calling thread and the threads that it creates.
-struct AllSignalsBlocked {
-    AllSignalsBlocked() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before);
-    }
-    ~AllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
-    sigset_t before{};
 };
 
 void terminateDuring(const Activity& activity, bool suspended) {
@@ -169,7 +155,7 @@ void terminateDuring(const Activity& activity, bool suspended) {
     enterCriticalSection(*section);
     kit::Gate ready;
     std::atomic<bool> unwound{false};
-    const AllSignalsBlocked blocked;
+    const kit::AllSignalsBlocked blocked;
     const kit::FailingCalls counted("interruptThread", std::numeric_limits<int>::max());
     const Lambda thread([&](WaitHandle) {
         const std::shared_ptr<void> witness(nullptr, [&](void*) { unwound = true; });
@@ -183,8 +169,7 @@ void terminateDuring(const Activity& activity, bool suspended) {
     EXPECT_TRUE(terminateThread(thread.handle, 42));
     const int attempts = kit::FailingCalls::seen();
     EXPECT_LT(activity.holdsRuntimeLocks ? 0 : attempts, 1000) << "only force ended the thread";
-    EXPECT_EQ(ftrylockfile(stderr), 0);
-    funlockfile(stderr);
+    EXPECT_TRUE(kit::errorStreamIsFree());
     EXPECT_EQ(waitForOne(thread.handle, 0), kWaitObject0);
     EXPECT_EQ(threadExitCode(thread.handle), 42U);
     EXPECT_FALSE(unwound);
@@ -220,23 +205,6 @@ TEST(Thread, LeavesTextsAndDatesUnlocked) {
         EXPECT_TRUE(terminateThread(thread.handle, 1));
         use();
     }
-}
-
-TEST(Thread, StartsWithSchedulingOfProcess) {
-    const auto scheduling = [] { return std::pair(sched_getscheduler(0), getpriority(PRIO_PROCESS, 0)); };
-    const auto process = scheduling();
-    std::pair<int, int> creator, created;
-    bool mayReset = false;
-    const Lambda thread([&](WaitHandle self) {
-        setThreadPriority(self, ThreadPriority::idle);
-        creator = scheduling();
-        const Lambda inner([&](WaitHandle) { created = scheduling(); });
-        waitForOne(inner.handle, kInfinite);
-        mayReset = setThreadPriority(self, ThreadPriority::normal);
-    });
-    waitForOne(thread.handle, kInfinite);
-    EXPECT_NE(creator, process);
-    EXPECT_EQ(created, mayReset ? process : creator);
 }
 
 TEST(Thread, KeepsMutexWhenOlderThreadEnds) {

@@ -6,6 +6,7 @@
 #include "kit/failing_calls.h"
 #include "kit/failure_of.h"
 #include "kit/log_capture.h"
+#include "kit/system.h"
 
 using namespace KestSupport;
 
@@ -21,22 +22,24 @@ std::string message(const KestMessageSet& messages, const std::string& key) {
 TEST(MessageSets, PreferTheMostSpecificCatalogue) {
     const kit::TemporaryFolder folder;
     const std::string base = folder.pathOf("m");
-    // The codes of this locale's language and country differ.
-    const auto make = [&] { return KestMessageSet(base, std::locale("C.UTF-8")); };
+    // The codes of this locale's language and country differ, if it is not the classic one.
+    const std::locale locale = kit::namedLocale();
+    const std::string language = "_" + locale.name(), country = language + "_C";
+    const auto make = [&] { return KestMessageSet(base, locale); };
     EXPECT_EQ(kit::failureOf(make), "KestProperties<StringType>::loadProperties: couldn't open file " + base + ".pro");
     folder.write("m.pro", "a=1\nb=1\nc=1\n");
-    folder.write("m_C.UTF-8_C.pro", "c=3\nc=4");
+    folder.write("m" + country + ".pro", "c=3\nc=4");
     EXPECT_EQ(message(make(), "b") + message(make(), "c"), "14");
-    folder.write("m_C.UTF-8.pro", "b=\nc=2");
+    folder.write("m" + language + ".pro", "b=\nc=2");
     {
         const kit::LogCapture log(1);
         const kit::FailingCalls calls("openStream", 2, true, EMFILE);
         EXPECT_EQ(message(make(), "c"), "1");
         const std::string failed = "KestProperties<StringType>::loadProperties: couldn't open file " + base;
-        EXPECT_EQ(log.messages(), (std::vector<std::string>{failed + "_C.UTF-8.pro", failed + "_C.UTF-8_C.pro"}));
+        EXPECT_EQ(log.messages(), (std::vector<std::string>{failed + language + ".pro", failed + country + ".pro"}));
     }
     const KestMessageSet messages = make();
-    EXPECT_EQ(messages.getLocale(), std::locale("C.UTF-8"));
+    EXPECT_EQ(messages.getLocale(), locale);
     EXPECT_EQ(kit::failureOf([&] { message(messages, "A key"); }), "KestMissingMessageException - Missing A key");
     EXPECT_EQ(message(messages, "a") + message(messages, "b") + message(messages, "c"), "14");
 }

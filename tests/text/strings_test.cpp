@@ -6,13 +6,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <clocale>
-#include <cstring>
 #include <stdexcept>
 #include <typeinfo>
 
 #include "kit/environment_guard.h"
 #include "kit/failing_calls.h"
 #include "kit/failure_of.h"
+#include "kit/system.h"
 
 namespace {
 
@@ -37,9 +37,9 @@ TEST(Strings, OrderByFoldedCharacters) {
     EXPECT_LT((wstring16_ci{'K', 'e', 'y'}), (wstring16_ci{'k', 'E', 'y', 0xFFFF}));
     const std::string before = std::setlocale(LC_ALL, nullptr);
     EXPECT_FALSE(Traits::eq(0x416, 0x436));
-    ASSERT_NE(std::setlocale(LC_ALL, "C.UTF-8"), nullptr);
+    ASSERT_NE(std::setlocale(LC_ALL, kit::kLocaleWithLetters), nullptr);
     EXPECT_TRUE(Traits::eq(0x416, 0x436));
-    EXPECT_TRUE(Traits::eq(0x1E9E, 0xDF));
+    EXPECT_TRUE(Traits::eq(0x178, 0xFF));
     EXPECT_FALSE(Traits::eq(0xD801, 0xD800));
     EXPECT_FALSE(char_traits_ci<char>::eq('\xC9', '\xE9'));
     std::setlocale(LC_ALL, before.c_str());
@@ -76,6 +76,7 @@ TEST(Strings, ConvertUpToAZero) {
     const std::locale ansi(std::locale::classic(), new ansi_ctype);
     EXPECT_EQ(KestStringUtilities::widen(bytes + '\0' + bytes, utf8), wide(many));
     EXPECT_EQ(KestStringUtilities::narrow(wide(many) + wstring16(1, 0) + wide(many), utf8), bytes);
+    std::erase_if(many, [](char16_t unit) { return unit >= 0xD800; });  // what not each code page has
     EXPECT_EQ(KestStringUtilities::widen(KestStringUtilities::narrow(wide(many), ansi), ansi), wide(many));
     // Invalid text becomes longer than valid text of the same length.
     EXPECT_EQ(KestStringUtilities::widen(std::string(500, '\x80'), utf8), wstring16(500, 0xFFFD));
@@ -124,7 +125,7 @@ TEST(Strings, CopyToAndFromPlatformStrings) {
     EXPECT_EQ(SysStringByteLen(text), 4U);
     EXPECT_NE(empty, SysAllocString(nullptr)) << "only null has no string";
     EXPECT_EQ(KestStringUtilities::widen(BSTR{nullptr}), wstring16());
-    const std::string reason = std::string(": com_error exception converting BSTR - ") + std::strerror(ENOMEM);
+    const std::string reason = ": com_error exception converting BSTR - " + kit::systemText(14, ENOMEM);
     for (const int first : {1, 2}) {
         const kit::FailingCalls failing("allocateWideString", first);
         EXPECT_EQ(failureOf([] { KestStringUtilities::makeBSTR({}); }), "KestStringUtilities::makeBSTR" + reason);

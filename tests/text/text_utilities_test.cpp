@@ -5,6 +5,8 @@
 
 #include <clocale>
 
+#include "kit/system.h"
+
 using namespace KestSupport;
 using namespace std::string_literals;
 using Texts = std::vector<std::string>;
@@ -27,7 +29,7 @@ TEST(TextUtilities, CopyIntoBuffersWithRoom) {
         {"C.UTF-8", "a\xF4\x90\x80\x80z", u"a\0"s, "a"},
         {"C", "a\x7F\x80\xFF", u"a\u007F\u0080\u00FF\0"s, "a\x7F\x80\xFF"}};
     for (const auto& [locale, bytes, expected, back] : rows) {
-        std::setlocale(LC_ALL, locale);
+        if (std::setlocale(LC_ALL, locale) == nullptr && kit::namedLocale() == std::locale::classic()) continue;
         EXPECT_EQ(KestStringToWideChar(bytes, units, 7), units);
         EXPECT_EQ(std::u16string(units, units + expected.size()), expected) << bytes;
         EXPECT_EQ(KestStringFromWideChar(units), back);

@@ -1,13 +1,12 @@
 // Tests KestThread: its life and results, waits, the end by force, and the end of the object.
 #include "support/threads.h"
 
-#include <pthread.h>
-
 #include <fstream>
 #include <functional>
 
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
+#include "kit/system.h"
 #include "platform/thread.h"
 #include "support/locks.h"
 #include "threads/function_work.h"
@@ -116,7 +115,7 @@ TEST(Thread, CallsTheRunForItsWork) {
         thread.waitForThreadExit();
         EXPECT_EQ(thread.getExitCode(), expected);
     }
-    for (const auto work : {+[]() -> int { throw 7; }, +[]() -> int { pthread_exit(nullptr); }}) {
+    for (const auto work : {+[]() -> int { throw 7; }, +[]() -> int { kit::exitThread(); }}) {
         DoneRecorder done;
         Work thread(work);
         thread.addDependent(done);

@@ -1,10 +1,19 @@
 # The shared library exports only marked names: those of KestSupport and of the locks' implementations, with their virtual
 # tables and type information. The list of public data has each exported variable, so that library and program use the same
-# copy. What is exported changes only on purpose. Run with NM, LIBRARY, LIST, the file of the public data, and KEPT, the list of
+# copy. What is exported changes only on purpose. A DLL only has the names. Run with NM, OBJDUMP, LIBRARY, LIST, the file of the public data, and KEPT, the list of
 # GCC's exported symbols, which is written with UPDATE. Without KEPT, the symbols are not compared.
 cmake_minimum_required(VERSION 3.22)
 
-execute_process(COMMAND ${NM} -D --defined-only ${LIBRARY} OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
+if(LIBRARY MATCHES "\\.dll$")
+  execute_process(COMMAND ${OBJDUMP} -p ${LIBRARY} OUTPUT_VARIABLE headers COMMAND_ERROR_IS_FATAL ANY)
+  string(REGEX MATCHALL "\n[ \t]+\\[ *[0-9]+\\] _Z[^\n]+" rows "${headers}")
+  string(REGEX REPLACE "\n[ \t]+\\[ *[0-9]+\\]" " T" symbols "${rows}")
+  if(NOT symbols)
+    message(FATAL_ERROR "${LIBRARY} exports nothing")
+  endif()
+else()
+  execute_process(COMMAND ${NM} -D --defined-only ${LIBRARY} OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
+endif()
 file(READ ${LIST} list)
 string(REGEX MATCHALL " [A-Za-z] [^\n]+" symbols "${symbols}")
 foreach(symbol IN LISTS symbols)

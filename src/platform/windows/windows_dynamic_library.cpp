@@ -25,6 +25,7 @@ LibraryHandle loadLibrary(const std::string& name, std::string& message) {
 }
 
 LibraryHandle loadAgain(LibraryHandle library, std::string& message) {
+    if (const int error = injectedFault("loadLibrary"); error != 0) return refuse(errorFromErrno(error), message);
     HMODULE module = nullptr;
     const auto* const address = static_cast<const wchar_t*>(library);
     if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, address, &module))

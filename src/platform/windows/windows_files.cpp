@@ -19,10 +19,10 @@ struct FindCloser {
 class EntryReader {
   public:
     /// Returns false for a folder that cannot be read.
-    bool start(const std::wstring& pattern) noexcept {
+    bool start(const std::wstring& pattern, const char* step = "openDirectory") noexcept {
         m_search.reset();
         m_hasFirst = false;
-        m_error = errnoCall("openDirectory", [&] {
+        m_error = errnoCall(step, [&] {
             const HANDLE search = FindFirstFileExW(pattern.c_str(), FindExInfoBasic, &m_entry, FindExSearchNameMatch,
                                                    nullptr, FIND_FIRST_EX_LARGE_FETCH);
             if (search == INVALID_HANDLE_VALUE) return GetLastError() == ERROR_FILE_NOT_FOUND;
@@ -156,7 +156,7 @@ struct TreeWalk::State {
         if (!GetFileInformationByHandle(held.get(), &information)) return EIO;
         if ((information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) return ELOOP;
         if ((information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) return ENOTDIR;
-        if (!reader.start(path + L"\\*")) return reader.error();
+        if (!reader.start(path + L"\\*", "readDirectory")) return reader.error();
         folders.push_back({std::move(path), std::move(held)});
         return 0;
     }

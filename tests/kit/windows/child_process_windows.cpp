@@ -46,11 +46,19 @@ struct ChildProcess::State {
         }
     }
 
+    // Makes a line feed of each of the system's line ends. One may be cut in two by the piece that begins at a
+    // position.
+    static void readLineEnds(std::string& text, std::size_t from) {
+        for (std::size_t at = from == 0 ? 0 : from - 1; (at = text.find("\r\n", at)) != std::string::npos;)
+            text.erase(at, 1);
+    }
+
     void read(std::size_t stream, HANDLE pipe) {
         char buffer[4096];
         for (DWORD count = 0; ReadFile(pipe, buffer, sizeof buffer, &count, nullptr) && count > 0;) {
             const std::lock_guard guard(lock);
             collected[stream].append(buffer, count);
+            readLineEnds(collected[stream], collected[stream].size() - count);
             changed.notify_all();
         }
         CloseHandle(pipe);

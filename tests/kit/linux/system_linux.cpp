@@ -1,0 +1,67 @@
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "kit/system.h"
+
+namespace kit {
+
+std::string systemText(std::uint32_t, int errnoValue) {
+    return std::strerror(errnoValue);
+}
+
+const char* const kSystemLibrary = "libc.so.6";
+
+std::string loadFailure(const std::string& path) {
+    if (path.empty()) return "The library was not found.";
+    if (access(path.c_str(), F_OK) == 0) return path + ": file too short";
+    return path + ": cannot open shared object file: No such file or directory";
+}
+
+const char* const kLocaleWithLetters = "C.UTF-8";
+
+std::locale namedLocale() {
+    return std::locale("C.UTF-8");
+}
+
+bool hangUpThisProgram() {
+    return raise(SIGHUP) == 0;
+}
+
+bool childrenAreInterrupted() {
+    return true;
+}
+
+void exitThread() {
+    pthread_exit(nullptr);
+}
+
+void closeHandle(void* handle) {
+    close(static_cast<int>(reinterpret_cast<std::intptr_t>(handle)));
+}
+
+void lockErrorStream() {
+    flockfile(stderr);
+}
+void unlockErrorStream() {
+    funlockfile(stderr);
+}
+bool errorStreamIsFree() {
+    if (ftrylockfile(stderr) != 0) return false;
+    funlockfile(stderr);
+    return true;
+}
+
+AllSignalsBlocked::AllSignalsBlocked() : m_before(std::make_shared<sigset_t>()) {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, static_cast<sigset_t*>(m_before.get()));
+}
+AllSignalsBlocked::~AllSignalsBlocked() {
+    pthread_sigmask(SIG_SETMASK, static_cast<sigset_t*>(m_before.get()), nullptr);
+}
+
+}  // namespace kit

@@ -1,0 +1,50 @@
+// What tests ask of the system, or set in it, where systems differ. kit/SYSTEM has the functions.
+#pragma once
+
+#include <cstdint>
+#include <locale>
+#include <memory>
+#include <string>
+
+namespace kit {
+
+/// Returns the system's own text for an error: for the errno value on POSIX, for the code on Windows.
+std::string systemText(std::uint32_t code, int errnoValue);
+
+/// A library that each system has.
+extern const char* const kSystemLibrary;
+/// Returns the system's reason why the library, which is no library or does not exist, cannot be loaded.
+std::string loadFailure(const std::string& path);
+
+/// A locale of the C runtime, for setlocale, that knows the letters of all languages.
+extern const char* const kLocaleWithLetters;
+/// Returns a locale with a name of its own, or the classic one if the C++ runtime has no other.
+std::locale namedLocale();
+
+/// Asks this program to read its settings again, as a supervisor does. Returns false on a system without such a
+/// request.
+bool hangUpThisProgram();
+/// Whether a child process is told of ChildProcess::interrupt and the like.
+bool childrenAreInterrupted();
+/// Ends the calling thread by the system's own function, past the library.
+[[noreturn]] void exitThread();
+/// Closes a handle of a process that the library has returned.
+void closeHandle(void* handle);
+
+/// Takes and releases the runtime's lock of the standard error stream.
+void lockErrorStream();
+void unlockErrorStream();
+/// Returns false if another thread has the lock.
+bool errorStreamIsFree();
+
+/// Blocks all signals for the calling thread and the threads that it creates, on a system with signals.
+class AllSignalsBlocked {
+  public:
+    AllSignalsBlocked();
+    ~AllSignalsBlocked();
+
+  private:
+    std::shared_ptr<void> m_before;
+};
+
+}  // namespace kit

@@ -1,0 +1,67 @@
+#include <windows.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <thread>
+
+#include "kit/system.h"
+
+namespace kit {
+
+std::string systemText(std::uint32_t code, int) {
+    std::array<char, 512> text{};
+    constexpr DWORD flags = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
+    const DWORD length = FormatMessageA(flags, nullptr, code, 0, text.data(), static_cast<DWORD>(text.size()), nullptr);
+    const std::string all(text.data(), length);
+    return all.substr(0, all.find_last_not_of("\r\n ") + 1);
+}
+
+const char* const kSystemLibrary = "kernel32.dll";
+
+std::string loadFailure(const std::string& path) {
+    return systemText(!path.empty() && std::filesystem::exists(path) ? ERROR_BAD_EXE_FORMAT : ERROR_MOD_NOT_FOUND, 0);
+}
+
+const char* const kLocaleWithLetters = "English_United States.1252";
+
+// The C++ runtime of this compiler has no named locales.
+std::locale namedLocale() {
+    return std::locale::classic();
+}
+
+bool hangUpThisProgram() {
+    return false;
+}
+
+bool childrenAreInterrupted() {
+    return GetConsoleWindow() != nullptr;
+}
+
+void exitThread() {
+    ExitThread(0);
+}
+
+void closeHandle(void* handle) {
+    CloseHandle(handle);
+}
+
+void lockErrorStream() {
+    _lock_file(stderr);
+}
+void unlockErrorStream() {
+    _unlock_file(stderr);
+}
+// The runtime cannot try the lock. If an ended thread has it, this call waits until the time limit of the test ends it.
+bool errorStreamIsFree() {
+    std::thread([] {
+        lockErrorStream();
+        unlockErrorStream();
+    }).join();
+    return true;
+}
+
+AllSignalsBlocked::AllSignalsBlocked() = default;
+AllSignalsBlocked::~AllSignalsBlocked() = default;
+
+}  // namespace kit

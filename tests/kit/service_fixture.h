@@ -9,6 +9,7 @@
 #include "kit/child_process.h"
 #include "kit/environment_guard.h"
 #include "kit/gate.h"
+#include "kit/system.h"
 #include "kit/temporary_folder.h"
 #include "platform/service_manager.h"
 
@@ -23,7 +24,11 @@ struct ServiceFixture : testing::Test {
     using Status = platform::ServiceStatus;
 
     ServiceFixture() { environment.set("KEST_STATE_DIR", state.path()); }
+    void SetUp() override {
+        if (!servicesAreOfTheTest()) GTEST_SKIP() << "the services are those of the whole system";
+    }
     ~ServiceFixture() override {
+        if (!servicesAreOfTheTest()) return;
         for (const auto& each : list())
             run("end " + each.name);
     }

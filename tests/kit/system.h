@@ -28,6 +28,8 @@ bool hangUpThisProgram();
 bool childrenAreInterrupted();
 /// Ends the calling thread by the system's own function, past the library.
 [[noreturn]] void exitThread();
+/// Whether a test may have services of its own, so that it may end all.
+bool servicesAreOfTheTest();
 /// Closes a handle of a process that the library has returned.
 void closeHandle(void* handle);
 

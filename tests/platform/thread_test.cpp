@@ -4,7 +4,6 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
-#include <functional>
 #include <limits>
 
 #include "kit/environment_guard.h"
@@ -12,6 +11,7 @@
 #include "kit/gate.h"
 #include "kit/system.h"
 #include "platform/critical_section.h"
+#include "platform/lambda_thread.h"
 #include "support/date_time.h"
 #include "support/exceptions.h"
 
@@ -19,25 +19,6 @@ using namespace KestSupport::platform;
 using namespace std::chrono_literals;
 
 namespace {
-
-constexpr std::uint32_t kExitCode = 7;
-
-// A thread that runs a lambda, which receives the thread's handle.
-struct Lambda {
-    explicit Lambda(std::function<void(WaitHandle)> given) : work(std::move(given)) {
-        createThread(
-            [](void* argument) -> std::uint32_t {
-                const auto& self = *static_cast<Lambda*>(argument);
-                self.work(self.handle);
-                return kExitCode;
-            },
-            this, handle);
-    }
-    ~Lambda() { closeHandle(handle); }
-
-    const std::function<void(WaitHandle)> work;
-    WaitHandle handle = nullptr;
-};
 
 TEST(Thread, CountsSuspensions) {
     std::atomic<long> count{0};

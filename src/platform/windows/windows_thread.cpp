@@ -202,7 +202,9 @@ bool otherThreadsAreGone() noexcept {
 
 bool setThreadPriority(WaitHandle thread, ThreadPriority priority) noexcept {
     if (thread == nullptr || injectedFault("setThreadPriority") != 0) return false;
-    return SetThreadPriority(systemHandle(thread), static_cast<int>(priority));
+    // Some systems accept a priority for a thread that has ended.
+    const HANDLE handle = systemHandle(thread);
+    return WaitForSingleObject(handle, 0) != WAIT_OBJECT_0 && SetThreadPriority(handle, static_cast<int>(priority));
 }
 
 std::optional<std::uint32_t> threadExitCode(WaitHandle thread) noexcept {

@@ -35,6 +35,10 @@ bool childrenAreInterrupted() {
     return true;
 }
 
+bool servicesAreOfTheTest() {
+    return true;
+}
+
 void exitThread() {
     pthread_exit(nullptr);
 }

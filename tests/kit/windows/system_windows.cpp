@@ -38,6 +38,10 @@ bool childrenAreInterrupted() {
     return GetConsoleWindow() != nullptr;
 }
 
+bool servicesAreOfTheTest() {
+    return false;
+}
+
 void exitThread() {
     ExitThread(0);
 }

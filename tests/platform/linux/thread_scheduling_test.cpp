@@ -3,9 +3,7 @@
 #include <sched.h>
 #include <sys/resource.h>
 
-#include "platform/thread.h"
-
-using namespace KestSupport::platform;
+#include "platform/lambda_thread.h"
 
 namespace {
 

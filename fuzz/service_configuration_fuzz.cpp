@@ -22,7 +22,8 @@ void requireRoundTrip(const StoredService& service) {
     require(again.has_value() && formatConfiguration(*again) == text);
     require(again->name == service.name && again->commandLine == service.commandLine);
     require(again->dependencies == service.dependencies && again->description == service.description);
-    require(again->displayName == service.displayName && again->deleted == service.deleted);
+    require(again->displayName == service.displayName && again->deleted == service.deleted &&
+            again->restart == service.restart);
 }
 
 }  // namespace

@@ -130,11 +130,9 @@ std::optional<ServiceRun> decodeRun(std::string_view bytes) {
     run.ended = takeTime(reader);
     const std::uint32_t facts = reader.word();
     const auto exitCode = static_cast<int>(reader.word());
-    const std::uint32_t expected = checksum(bytes.substr(0, kServiceRunSize - kWordSize));
-    if (reader.word() != expected || !reader.isWhole()) return std::nullopt;
     run.endRequested = (facts & kEndRequested) != 0;
     if ((facts & kExitCodeKnown) != 0) run.exitCode = exitCode;
-    return run;
+    return encodeRun(run) == bytes ? std::optional(run) : std::nullopt;
 }
 
 std::string encodeRequest(std::uint32_t control) {

@@ -76,6 +76,14 @@ const kit::ChildRole roles[] = {
          ::_exit(0);
      }>},
     {"stranger", [](const Texts&) { return static_cast<int>(kit::ServiceFixture::Opened().error); }},
+    // Fills its output. Its arguments: the step that fails once, and the time at which it fails.
+    {"loud",
+     [](const Texts& arguments) {
+         std::printf("%01048576d", 0);
+         std::fflush(stdout);
+         const kit::FailingCalls calls(arguments.at(0).c_str(), std::stoi(arguments.at(1)), false, EMFILE);
+         return dispatch<serve<>>({});
+     }},
     // Its arguments: the step that fails, from which time on, once or always.
     {"troubled", [](const Texts& arguments) {
          const bool always = arguments.at(2) == "always";
@@ -382,6 +390,17 @@ TEST_F(ServiceManagerTest, KeepsTheLastRun) {
     state.write("services/s/run", "damage");
     ServiceRun damaged;
     EXPECT_EQ(service.call(&Manager::queryRun, damaged), 13u);
+}
+
+TEST_F(ServiceManagerTest, BeginsANewOutputFileDespiteFailures) {
+    for (const std::string step : {"renameFile 1", "openFile 4", "fileFacts 6"}) {
+        EXPECT_EQ(run("create s plain; line s loud " + step + "; start s"), "0 0 0");
+        kit::await([&] { return fs::exists(state.pathOf("services/s/output.old")); });
+        kit::await([&] { return fs::exists(state.pathOf("services/s/output")); });
+        EXPECT_EQ(fs::file_size(state.pathOf("services/s/output.old")), kOutputLimit) << step;
+        EXPECT_EQ(fs::file_size(state.pathOf("services/s/output")), 0u) << step;
+        EXPECT_EQ(run("end s; remove s"), "0");
+    }
 }
 
 TEST_F(ServiceManagerTest, ReadsOutputAcrossFiles) {

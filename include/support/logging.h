@@ -3,6 +3,7 @@
 // KestLogRecord (log_record.h) does the three steps in one expression, and suits most programs better.
 //
 //   KestLogging              the logger: targets, levels, insertion
+//   KestLogFileOptions       a log file with a fixed name, which is appended to and rotated
 //   setloglevel, endrecord   the manipulators that begin and end a record
 //
 // Write each record like this, so that a record above the level costs two loads:
@@ -34,12 +35,14 @@
 // the thread drops that record and begins a new one; an endrecord writes the text until the exception. The logger
 // notices an exception in an expression that contains the setloglevel of the record, and an exception of an insertion.
 //
-// Lifetime: the logger outlives every use; its destructor unregisters it. Failures of the output are not reported, and
-// each record tries again, so do not use it for text that needs an acknowledgement. Signals lose no record.
+// Lifetime: the logger outlives every use; its destructor unregisters it. Failures of the output are not reported,
+// except those of a file with KestLogFileOptions, and each record tries again. So do not use it for text that needs an
+// acknowledgement. Signals lose no record.
 #pragma once
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <memory>
 #include <string>
@@ -58,6 +61,29 @@ class KestLogRecord;
 namespace internal {
 struct LoggingState;
 }  // namespace internal
+
+/// A log file with a fixed name, to which every run appends, and the form of its lines. docs/formats/log_files.md
+/// describes them.
+struct KestLogFileOptions {
+    /// The whole name of the file. A symbolic link is not followed. One process at a time rotates the file.
+    std::string name;
+
+    /// The file is rotated before a record that would make it larger than this number of bytes; 0: never. A record that
+    /// is larger has a file of its own.
+    std::uint64_t maxBytes = 0;
+    /// The file is rotated before the first record of a local day.
+    bool daily = false;
+    /// The number of old files: name.1 is the newest, name.2 the next. With 0, rotation empties the file.
+    int keep = 5;
+
+    /// Adds milliseconds to the time in the prefix.
+    bool milliseconds = false;
+    /// Adds the offset of the local time from UTC to the time in the prefix.
+    bool zoneOffset = false;
+    /// Replaces each control character of a record by \n, \r, \t or \xHH, so a record is one line. Without it a record
+    /// ends at its first NUL, and line breaks are written as they are.
+    bool escape = false;
+};
 
 /// The result of setloglevel. Its insertion into a logger calls fn with the logger, module and level. If an exception
 /// destroys it, it marks the open record of the thread as one to drop.
@@ -109,6 +135,13 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
     /// ENXIO, 6, on Linux).
     KestLogging(const std::string& name, int target, int level);
 
+    /// Writes to a file that is appended to and rotated, instead of a new one in each run. With the file bit, opens the
+    /// file or creates it. The form of the lines is that of all targets. Each failure to open or rename a file is
+    /// reported once, on standard error and as a record of level 1. Records then continue in the present file; while
+    /// there is none, a record tries to open it once in a second. Records that the file has not taken are counted, and
+    /// the next record that it takes is preceded by one of level 1 with their number.
+    KestLogging(int target, int level, const KestLogFileOptions& options);
+
     KestLogging(const KestLogging&) = delete;
     KestLogging& operator=(const KestLogging&) = delete;
 
@@ -151,6 +184,12 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
     /// Changes the target. Closes the log file if its bit is removed; opens a new file, with a new number, if it is
     /// added.
     void setTarget(int target);
+
+    /// Opens a file with a fixed name again, for example after another program has renamed it. Every record that begins
+    /// to be written after the call is in the new file. While a record of another thread is open, takes up to 100 ms,
+    /// and the file is opened before the next record. Has no effect on a file without a fixed name. May throw
+    /// std::bad_alloc.
+    void reopen();
 
     /// Sets whether lines have the prefix of time, level, module and thread; initially true.
     void enableRecordData(bool enable) noexcept;
@@ -215,6 +254,7 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
     friend KestLogging& endrecord(KestLogging& logging);
     friend class KestLoggingEventTimerThread;
     friend class KestLogRecord;
+    friend struct internal::LoggingState;
 
     template <typename Append>
     KestLogging& insert(std::size_t most, Append append);

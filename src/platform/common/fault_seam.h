@@ -12,7 +12,7 @@
 //   orphans.h         adoptOrphans
 //   process.h         Process::start: currentDirectory, passHandle (of a standard handle), startProcess, startDetached,
 //                     openProcess (the system's handle); Process::wait: waitForProcess, for a detached program only
-//   record_file.h     openRecordFile, writeRecords
+//   record_file.h     openRecordFile, renameRecordFile, writeRecords
 //   registry.h        findRegistry, openRegistry, readRegistry
 //   services/         system.h: openFolder, openFile, readFile, writeFile, lockByte, findLock, folderAccess,
 //                     makeFolder, replaceFile, renameFile, removeEntry, fileFacts, flush, lockFolder, openNullDevice,

@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <stdio_ext.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -23,11 +24,12 @@ std::size_t writeWhole(std::string_view text, Write&& write) noexcept {
 
 }  // namespace
 
-bool RecordFile::open(const char* name) noexcept {
+bool RecordFile::open(const char* name, RecordFileStart start) noexcept {
     // With O_NONBLOCK, opening a named pipe does not wait for a reader.
-    constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+    constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+    const int flags = start == RecordFileStart::empty ? kFlags | O_TRUNC : kFlags;
     constexpr mode_t kEveryone = 0666;
-    m_handle = systemCall("openRecordFile", [&] { return ::open(name, kFlags, kEveryone); });
+    m_handle = systemCall("openRecordFile", [&] { return ::open(name, flags, kEveryone); });
     // From now on a write waits until there is room. F_SETFL changes no other flag of the open call.
     if (isOpen()) ::fcntl(static_cast<int>(m_handle), F_SETFL, O_APPEND);
     return isOpen();
@@ -36,6 +38,23 @@ bool RecordFile::open(const char* name) noexcept {
 void RecordFile::close() noexcept {
     if (isOpen()) ::close(static_cast<int>(m_handle));
     m_handle = -1;
+}
+
+RecordFileState RecordFile::state() const noexcept {
+    struct stat status {};
+    if (::fstat(static_cast<int>(m_handle), &status) != 0) return {};
+    return {static_cast<std::uint64_t>(status.st_size), status.st_mtim.tv_sec};
+}
+
+bool RecordFile::hasName(const char* name) const noexcept {
+    struct stat own {
+    }, named{};
+    return ::fstat(static_cast<int>(m_handle), &own) == 0 && ::lstat(name, &named) == 0 && own.st_dev == named.st_dev &&
+           own.st_ino == named.st_ino;
+}
+
+int renameRecordFile(const char* from, const char* to) noexcept {
+    return systemCall("renameRecordFile", [&] { return ::rename(from, to); }) == 0 ? 0 : errno;
 }
 
 std::size_t RecordFile::write(std::string_view text) noexcept {

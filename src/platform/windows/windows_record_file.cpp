@@ -14,6 +14,10 @@ HANDLE systemHandle(std::intptr_t handle) noexcept {
     return reinterpret_cast<HANDLE>(handle);
 }
 
+bool informationOf(HANDLE file, BY_HANDLE_FILE_INFORMATION& information) noexcept {
+    return GetFileInformationByHandle(file, &information) != 0;
+}
+
 // Returns whether all of the bytes were taken.
 bool writeBytes(HANDLE file, const char* bytes, std::size_t size) noexcept {
     while (size > 0) {
@@ -47,7 +51,7 @@ std::size_t writeAsText(HANDLE file, std::string_view text) noexcept {
 }  // namespace
 
 // Appending alone is asked for, so each write goes to the end of the file in one step.
-bool RecordFile::open(const char* name) noexcept {
+bool RecordFile::open(const char* name, RecordFileStart start) noexcept {
     if (const int error = injectedFault("openRecordFile"); error != 0) {
         errno = error;
         return false;
@@ -59,15 +63,15 @@ bool RecordFile::open(const char* name) noexcept {
             errno = ELOOP;
             return false;
         }
-        SystemHandle created(CreateFileW(path.c_str(), FILE_APPEND_DATA | GENERIC_WRITE,
-                                         FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, CREATE_ALWAYS,
-                                         FILE_ATTRIBUTE_NORMAL, nullptr));
+        SystemHandle created(CreateFileW(
+            path.c_str(), FILE_APPEND_DATA | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+            nullptr, start == RecordFileStart::empty ? CREATE_ALWAYS : OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
         if (!created.isOpen()) {
             errno = errnoFromError(GetLastError());
             return false;
         }
         created.close();
-        const HANDLE file = CreateFileW(path.c_str(), FILE_APPEND_DATA | SYNCHRONIZE,
+        const HANDLE file = CreateFileW(path.c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
                                         FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
                                         FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
         if (file == INVALID_HANDLE_VALUE) {
@@ -85,6 +89,38 @@ bool RecordFile::open(const char* name) noexcept {
 void RecordFile::close() noexcept {
     if (isOpen()) CloseHandle(systemHandle(m_handle));
     m_handle = -1;
+}
+
+RecordFileState RecordFile::state() const noexcept {
+    BY_HANDLE_FILE_INFORMATION information;
+    if (!isOpen() || !informationOf(systemHandle(m_handle), information)) return {};
+    constexpr std::int64_t kTicksPerSecond = 10'000'000;
+    constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
+    const auto joined = [](DWORD high, DWORD low) { return static_cast<std::uint64_t>(high) << 32 | low; };
+    const FILETIME written = information.ftLastWriteTime;
+    const auto ticks = static_cast<std::int64_t>(joined(written.dwHighDateTime, written.dwLowDateTime));
+    return {joined(information.nFileSizeHigh, information.nFileSizeLow),
+            ticks / kTicksPerSecond - kSecondsFrom1601To1970};
+}
+
+bool RecordFile::hasName(const char* name) const noexcept try {
+    BY_HANDLE_FILE_INFORMATION own, named;
+    const SystemHandle other(CreateFileW(systemPath(name).c_str(), FILE_READ_ATTRIBUTES,
+                                         FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                                         FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+    return isOpen() && other.isOpen() && informationOf(systemHandle(m_handle), own) &&
+           informationOf(other.get(), named) && own.dwVolumeSerialNumber == named.dwVolumeSerialNumber &&
+           own.nFileIndexHigh == named.nFileIndexHigh && own.nFileIndexLow == named.nFileIndexLow;
+} catch (const std::bad_alloc&) {
+    return false;
+}
+
+int renameRecordFile(const char* from, const char* to) noexcept try {
+    const std::wstring source = systemPath(from), target = systemPath(to);
+    return errnoCall("renameRecordFile",
+                     [&] { return MoveFileExW(source.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING) != 0; });
+} catch (const std::bad_alloc&) {
+    return ENOMEM;
 }
 
 std::size_t RecordFile::write(std::string_view text) noexcept {

@@ -1,8 +1,11 @@
 #include "text/log/log_format.h"
 
+#include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <ctime>
 #include <limits>
 #include <string>
@@ -11,11 +14,14 @@
 #include "platform/clock.h"
 #include "platform/local_time.h"
 #include "platform/uninterrupted.h"
+#include "text/log/open_record.h"
 #include "text/strings/hex_digits.h"
 
 namespace KestSupport::internal {
 
 namespace {
+
+constexpr int kFirstYear = 1900;
 
 void appendPadded(std::string& text, int value, int width) {
     char digits[std::numeric_limits<int>::digits10 + 2];
@@ -26,14 +32,17 @@ void appendPadded(std::string& text, int value, int width) {
 }
 
 // An instant outside the years that the runtime represents is shown as the beginning of 1970.
-std::string timeText(std::int64_t instant) {
-    constexpr int kFirstYear = 1900;
+std::tm localTimeOf(std::int64_t instant) {
     std::tm time{};
     platform::localZoneOfNow();
     if (!platform::localTime(instant, time)) {
         time.tm_year = 70;
         time.tm_mday = 1;
     }
+    return time;
+}
+
+std::string timeText(const std::tm& time) {
     std::string text;
     appendPadded(text, time.tm_year + kFirstYear, 4);
     appendPadded(text, time.tm_mon + 1, 2);
@@ -44,7 +53,19 @@ std::string timeText(std::int64_t instant) {
     appendPadded(text, time.tm_min, 2);
     text += ':';
     appendPadded(text, time.tm_sec, 2);
-    text += ' ';
+    return text;
+}
+
+// The difference between the local time, read as one of UTC, and the instant.
+std::string zoneText(const std::tm& time, std::int64_t instant) {
+    using namespace std::chrono;
+    const sys_days day = year(time.tm_year + kFirstYear) / (time.tm_mon + 1) / time.tm_mday;
+    const sys_seconds read = day + hours(time.tm_hour) + minutes(time.tm_min) + seconds(time.tm_sec);
+    const auto offset = static_cast<int>((read.time_since_epoch().count() - instant) / 60);
+    std::string text(1, offset < 0 ? '-' : '+');
+    appendPadded(text, std::abs(offset) / 60, 2);
+    text += ':';
+    appendPadded(text, std::abs(offset) % 60, 2);
     return text;
 }
 
@@ -63,18 +84,66 @@ void appendPointer(std::string& text, const void* value) {
     }
 }
 
+void appendEscaped(std::string& text, std::string_view value) {
+    constexpr std::size_t kLongest = 4;
+    const auto isControl = [](char character) {
+        return static_cast<unsigned char>(character) < 0x20 || character == 0x7F;
+    };
+    const auto controls = static_cast<std::size_t>(std::count_if(value.begin(), value.end(), isControl));
+    makeRoom(text, value.size() + controls * (kLongest - 1));
+    if (controls == 0) {
+        text += value;
+        return;
+    }
+    for (const char character : value) {
+        if (!isControl(character)) {
+            text += character;
+        } else if (const std::size_t known = std::string_view("\n\r\t").find(character);
+                   known != std::string_view::npos) {
+            text += '\\';
+            text += "nrt"[known];
+        } else {
+            text += "\\x";
+            text += upperHexDigit(static_cast<unsigned char>(character) >> 4);
+            text += upperHexDigit(static_cast<unsigned char>(character) & 0xF);
+        }
+    }
+}
+
 const std::string& RecordPrefix::text(int level, std::string_view module, std::uint32_t threadId) {
-    const std::int64_t now = platform::coarseCalendarSeconds();
-    if (now == m_second && level == m_level && threadId == m_threadId && module == m_module) return m_text;
+    std::int64_t now = 0;
+    int millisecond = 0;
+    if (m_hasMilliseconds) {
+        constexpr std::int64_t kSecond = 1'000'000'000;
+        const std::int64_t exact = platform::calendarTime();
+        now = exact / kSecond - (exact % kSecond < 0 ? 1 : 0);
+        millisecond = static_cast<int>((exact - now * kSecond) / 1'000'000);
+    } else {
+        now = platform::coarseCalendarSeconds();
+    }
+    if (now == m_second && millisecond == m_millisecond && level == m_level && threadId == m_threadId &&
+        module == m_module)
+        return m_text;
     const platform::Uninterrupted whole;  // a termination would leave half of a text for the next record
-    if (now != m_second) m_time = timeText(now);
+    if (now != m_second) {
+        const std::tm time = localTimeOf(now);
+        m_time = timeText(time);
+        if (m_hasZone) m_zone = zoneText(time, now);
+    }
     m_second = now;
+    m_millisecond = millisecond;
     m_level = level;
     m_module = module;
     m_threadId = threadId;
 
     constexpr std::size_t kModuleWidth = 10;
     m_text = m_time;
+    if (m_hasMilliseconds) {
+        m_text += '.';
+        appendPadded(m_text, millisecond, 3);
+    }
+    m_text += m_zone;
+    m_text += ' ';
     appendDecimal(m_text, level);
     m_text += ' ';
     m_text += module;

@@ -28,19 +28,29 @@ void appendFixed(std::string& text, double value);
 /// Appends upper-case hexadecimal digits without prefix, as many as a pointer of this system has.
 void appendPointer(std::string& text, const void* value);
 
+/// Appends the text with each control character as \n, \r, \t or \xHH. A backslash stays as it is.
+void appendEscaped(std::string& text, std::string_view value);
+
 /// The prefix of a line: local time, level, module and thread. It keeps the last prefix and the text of the current
 /// second, because to make them takes longer than the rest of a record, except its output. Threads: one at a time.
 class RecordPrefix {
   public:
+    /// With milliseconds, the time has a point and three digits; with the zone, the offset from UTC as +HH:MM.
+    RecordPrefix(bool milliseconds, bool zone) : m_hasMilliseconds(milliseconds), m_hasZone(zone) {}
+
     /// Returns the prefix with its closing blank, valid until the next call. The module is padded to ten characters and
     /// never cut.
     const std::string& text(int level, std::string_view module, std::uint32_t threadId);
 
   private:
+    const bool m_hasMilliseconds;
+    const bool m_hasZone;
     std::int64_t m_second = -1;  // whose local time m_time is
     std::string m_time;
+    std::string m_zone;
 
-    // The parts of m_text, besides m_time.
+    // The parts of m_text, besides m_time and m_zone.
+    int m_millisecond = 0;
     int m_level = 0;
     std::string m_module;
     std::uint32_t m_threadId = 0;

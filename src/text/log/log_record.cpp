@@ -41,8 +41,8 @@ void KestLogRecord::finish() noexcept {
         internal::LoggingState& state = *m_pLogging->m_pState;
         const KestCriticalSection guard(state.lock, true);
         m_pLogging->writeAbandonedRecord();
-        state.buildLine(record, m_pLogging->hasRecordData());
-        state.writeLine(m_pLogging->getTarget());
+        state.buildLine(record);
+        state.writeLine();
     } catch (...) {
     }
 }

@@ -24,10 +24,24 @@ KestLogging& applyLevel(KestLogging& logging, const std::string& module, int lev
 
 }  // namespace
 
+internal::LoggingState::LoggingState(const std::string& name, KestLogging& owner)
+    : logging(owner), serial(nextSerial()), file(name, lock), link(std::make_shared<LogWatchLink>(owner)) {
+    createLocks();
+}
+
+internal::LoggingState::LoggingState(const KestLogFileOptions& options, KestLogging& owner)
+    : logging(owner),
+      serial(nextSerial()),
+      prefix(options.milliseconds, options.zoneOffset),
+      file(options, lock),
+      escapes(options.escape),
+      link(std::make_shared<LogWatchLink>(owner)) {
+    createLocks();
+}
+
 // A lock allocates memory on its first use. Here a failure is reported; later it would end a destructor or lose a
 // record.
-internal::LoggingState::LoggingState(const std::string& name, KestLogging& logging)
-    : serial(nextSerial()), file(name, lock), link(std::make_shared<LogWatchLink>(logging)) {
+void internal::LoggingState::createLocks() {
     for (KestCriticalSectionObject* const each : {&lock, &moduleLock})
         each->lockCount();
 }
@@ -52,6 +66,12 @@ KestLogging::KestLogging() : KestLogging("log", standardOutputTarget, -1) {}
 
 KestLogging::KestLogging(const std::string& name, int target, int level)
     : m_target(target), m_level(level), m_pState(std::make_unique<internal::LoggingState>(name, *this)) {
+    m_pState->watchdog.addDependent(*this);
+    startLogging();
+}
+
+KestLogging::KestLogging(int target, int level, const KestLogFileOptions& options)
+    : m_target(target), m_level(level), m_pState(std::make_unique<internal::LoggingState>(options, *this)) {
     m_pState->watchdog.addDependent(*this);
     startLogging();
 }
@@ -106,6 +126,18 @@ void KestLogging::stopLogging(int newTarget) {
 
 void KestLogging::openLogFile() {
     m_pState->file.open();
+}
+
+void KestLogging::reopen() {
+    internal::LoggingState& state = *m_pState;
+    if (state.file.kept() == nullptr) return;
+    state.file.kept()->requestReopen();
+    if (!state.lock.testAndSet()) return;  // the next record opens the file
+    struct Unlock {
+        KestCriticalSectionObject& lock;
+        ~Unlock() { lock.unlock(); }
+    } const end{state.lock};
+    state.serveKeptFile(0);
 }
 
 void KestLogging::resetTimer() {

@@ -17,6 +17,8 @@ using internal::LoggingThread;
 
 namespace {
 
+constexpr int kNoticeLevel = 1;  // of records about the log file itself
+
 thread_local constinit LoggingThread t_thread;
 
 // At the end of a record the lock is free and the record is idle, also when no memory is left for its line.
@@ -114,7 +116,7 @@ void KestLogging::writeRecord() {
         const ResetAtEnd end{state};
         isShown = buildLine();
     }
-    state.writeLine(isShown ? getTarget() : 0);
+    isShown ? state.writeLine() : state.file.closeReplaced();
 }
 
 bool KestLogging::buildLine() {
@@ -123,27 +125,55 @@ bool KestLogging::buildLine() {
     const bool hasModule = !record.module().empty();
     const int shown = hasModule ? getLogLevel(record.module()) : getLogLevel();
     if (record.text().empty() || (record.level() > shown && record.level() != 0)) return false;
-    state.buildLine({record.level(), record.module(), record.builderId(), record.text()}, hasRecordData());
+    state.buildLine({record.level(), record.module(), record.builderId(), record.text()});
     return true;
 }
 
-void internal::LoggingState::buildLine(const RecordParts& parts, bool hasPrefix) {
+void internal::LoggingState::buildLine(const RecordParts& parts) {
     line.clear();
-    if (hasPrefix && parts.level != 0) {
-        const std::string_view module = parts.module.empty() ? "Global" : parts.module;
-        const std::string& text = prefix.text(parts.level, module, parts.threadId);
-        makeRoom(line, text.size());
-        line += text;
-    }
-    makeRoom(line, parts.text.size() + 1);
-    line += parts.text.substr(0, parts.text.find('\0'));  // a line ends at the text's first NUL
-    line += '\n';
+    appendLine(line, parts);
 }
 
-void internal::LoggingState::writeLine(int target) {
-    if ((target & KestLogging::fileTarget) != 0) file.write(line);
+void internal::LoggingState::appendLine(std::string& to, const RecordParts& parts) {
+    const auto append = [&](std::string_view text) {
+        if (escapes) return appendEscaped(to, text);
+        makeRoom(to, text.size());
+        to += text;
+    };
+    if (logging.hasRecordData() && parts.level != 0) {
+        append(prefix.text(parts.level, parts.module.empty() ? "Global" : parts.module, parts.threadId));
+    }
+    append(escapes ? parts.text : parts.text.substr(0, parts.text.find('\0')));  // a line ends at the first NUL
+    makeRoom(to, 1);
+    to += '\n';
+}
+
+void internal::LoggingState::writeLine() {
+    const int target = logging.getTarget();
+    if ((target & KestLogging::fileTarget) != 0) {
+        if (file.kept() != nullptr) serveKeptFile(line.size());
+        if (!file.write(line) && file.kept() != nullptr) file.kept()->countLost();
+    }
     if ((target & KestLogging::standardOutputTarget) != 0) output.write(line);
     file.closeReplaced();
+}
+
+// The count of lost records goes to the file alone, because the other targets have these records.
+void internal::LoggingState::serveKeptFile(std::size_t lineSize) {
+    const std::string failure = file.prepareKept(lineSize);
+    if (!failure.empty() && logging.getLogLevel() >= kNoticeLevel) {
+        const std::string notice = noticeLine(failure);
+        file.write(notice);
+        if ((logging.getTarget() & KestLogging::standardOutputTarget) != 0) output.write(notice);
+    }
+    const std::string lost = file.kept()->lostText();
+    if (!lost.empty() && file.write(noticeLine(lost))) file.kept()->forgetLost();
+}
+
+std::string internal::LoggingState::noticeLine(const std::string& text) {
+    std::string notice;
+    appendLine(notice, {kNoticeLevel, {}, platform::currentThreadId(), text});
+    return notice;
 }
 
 void KestSetLogLevelManipulator::leaveRecord() noexcept {

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -17,6 +18,7 @@
 
 #include "support/locks.h"
 #include "support/logging.h"
+#include "text/log/kept_log_file.h"
 #include "text/log/log_file.h"
 #include "text/log/log_format.h"
 #include "text/log/log_watchdog.h"
@@ -37,6 +39,7 @@ LoggingThread& currentLoggingThread() noexcept;
 
 struct LoggingState {
     LoggingState(const std::string& name, KestLogging& logging);
+    LoggingState(const KestLogFileOptions& options, KestLogging& logging);
 
     /// A choice of the thread itself decides again whether its record accepts insertions.
     void reconsider(LoggingThread& thread) noexcept {
@@ -49,21 +52,27 @@ struct LoggingState {
         record.reset();
     }
 
-    /// Makes the line of a record, and writes it to the targets. The caller holds the lock.
-    void buildLine(const RecordParts& parts, bool hasPrefix);
-    void writeLine(int target);
+    /// Makes `line` that of the record.
+    void buildLine(const RecordParts& parts);
+    /// Writes `line` to the targets. The caller holds the lock, also for the next two.
+    void writeLine();
+    /// Opens or rotates a file with a fixed name if that is due before a line of the size, and writes what is to be
+    /// told about the file.
+    void serveKeptFile(std::size_t lineSize);
 
     /// Returns the module's level, or `otherwise` if the module has none.
     int moduleLevel(std::string_view module, int otherwise);
     void setModuleLevel(const std::string& module, int level);
 
-    const std::uint64_t serial;      // of this logger; never 0
-    KestCriticalSectionObject lock;  // held by the builder of a record from its first insertion to its end
-    OpenRecord record;               // guarded by lock
-    RecordPrefix prefix;             // guarded by lock
-    std::string line;                // guarded by lock; a member, so that its memory is used again
-    LogFile file;                    // written under lock
-    LogOutput output;                // written under lock
+    const KestLogging& logging;
+    const std::uint64_t serial;         // of this logger; never 0
+    KestCriticalSectionObject lock;     // held by the builder of a record from its first insertion to its end
+    OpenRecord record;                  // guarded by lock
+    RecordPrefix prefix{false, false};  // guarded by lock
+    std::string line;                   // guarded by lock; a member, so that its memory is used again
+    LogFile file;                       // written under lock
+    const bool escapes = false;         // whether control characters of a record are escaped
+    LogOutput output;                   // written under lock
 
     KestCriticalSectionObject moduleLock;                  // taken after lock
     std::map<std::string, int, std::less<>> moduleLevels;  // guarded by moduleLock
@@ -71,6 +80,11 @@ struct LoggingState {
 
     const std::shared_ptr<LogWatchLink> link;
     LogWatchdog watchdog{60};
+
+  private:
+    void createLocks();
+    void appendLine(std::string& to, const RecordParts& parts);
+    std::string noticeLine(const std::string& text);
 };
 
 }  // namespace KestSupport::internal

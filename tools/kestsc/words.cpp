@@ -24,10 +24,11 @@ constexpr std::pair<std::uint32_t, const char*> kRestarts[] = {{platform::kServi
                                                                {platform::kServiceRestartOnFailure, "on-failure"},
                                                                {platform::kServiceRestartAlways, "always"}};
 
-constexpr std::pair<std::uint32_t, const char*> kControls[] = {{platform::kServiceControlPause, "pause"},
-                                                               {platform::kServiceControlContinue, "continue"},
-                                                               {platform::kServiceControlInterrogate, "interrogate"},
-                                                               {platform::kServiceControlParameterChange, "reload"}};
+constexpr std::pair<std::uint32_t, const char*> kControlWords[] = {
+    {platform::kServiceControlPause, "pause"},
+    {platform::kServiceControlContinue, "continue"},
+    {platform::kServiceControlInterrogate, "interrogate"},
+    {platform::kServiceControlParameterChange, "reload"}};
 
 constexpr std::pair<std::uint32_t, const char*> kWaitStates[] = {{platform::kServiceStopped, "stopped"},
                                                                  {platform::kServiceRunning, "running"},
@@ -86,7 +87,7 @@ std::optional<std::uint32_t> stateOf(std::string_view word) {
 }
 
 std::optional<std::uint32_t> controlOf(const std::string& word) {
-    if (const auto control = numberIn(kControls, word)) return control;
+    if (const auto control = numberIn(kControlWords, word)) return control;
     const std::optional<std::uint32_t> number = wholeNumber(word);
     const bool isOfUser =
         number && *number >= platform::kServiceControlFirstOfUser && *number <= platform::kServiceControlLastOfUser;

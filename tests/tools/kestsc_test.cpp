@@ -390,7 +390,7 @@ TEST(KestscCommand, RunsFromAnyFolder) {
 TEST(KestscFailure, HasItsCodes) {
     const std::tuple<ErrorCode, int, int, std::string> failures[] = {
         {5, 5, 270, "permission denied (5)"},
-        {120, 8, 1, "function not implemented (120)"},
+        {120, 8, 1, "not available on this platform (120)"},
         {258, 6, 3, "connection timed out (258)"},
         {1051, 7, 305, "other running services depend on the service (1051)"},
         {1060, 4, -1, "the service is not installed (1060)"},

@@ -17,6 +17,10 @@ Cause causeOf(ErrorCode error) {
     return {Cause::OS_ERROR, error};
 }
 
+std::string reasonOf(ErrorCode error) {
+    return error == platform::errorCallNotImplemented ? "not available on this platform (120)" : errorText(error);
+}
+
 }  // namespace
 
 Failure::Failure(const Task& task, const Cause& cause, const std::string& reason)
@@ -25,7 +29,7 @@ Failure::Failure(const Task& task, const Cause& cause, const std::string& reason
       m_reason(reason),
       m_cause(cause) {}
 
-Failure::Failure(const Task& task, ErrorCode error) : Failure(task, causeOf(error), errorText(error)) {}
+Failure::Failure(const Task& task, ErrorCode error) : Failure(task, causeOf(error), reasonOf(error)) {}
 
 Failure::Failure(const Task& task, ErrorCode error, const std::string& reason)
     : Failure(task, causeOf(error), reason) {}

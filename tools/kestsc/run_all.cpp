@@ -199,7 +199,7 @@ void supervise(const Manager& manager, const Patience& patience, platform::Inter
 void runAll(const CommandLine& line, Report& report) {
     const Task all{"run-all", ""};
     platform::Interruption requests;
-    if (!platform::adoptOrphans()) throw Failure(all, platform::errorCallNotImplemented, "not available here (120)");
+    if (!platform::adoptOrphans()) throw Failure(all, platform::errorCallNotImplemented);
     const Manager manager(all);
     supervise(manager, line.patience, requests);
     platform::tellSupervisor(platform::SupervisorNews::stopping, "Stopping all services");

@@ -140,6 +140,7 @@ void Agent::startSampling() {
 void Agent::reload() {
     const std::lock_guard guard(m_lifeLock);
     if (m_over) return;
+    KestSupport::KestLogging::getInstance().reopen();
     const bool sampling = m_sampling != nullptr;
     m_sampling.reset();
     try {
@@ -166,8 +167,12 @@ void Agent::useSettings(Settings fresh) {
         if (fresh.*member != m_settings.*member) logLine("", kLogWarnings, say("log.nextStart", {name}));
         fresh.*member = m_settings.*member;
     }
-    if (fresh.logToConsole != m_settings.logToConsole) {
-        logLine("", kLogWarnings, say("log.nextStart", {"log.console"}));
+    for (const auto& [name, member] :
+         {std::pair{"log.console", &Settings::logToConsole}, {"log.daily", &Settings::logDaily}}) {
+        if (fresh.*member != m_settings.*member) logLine("", kLogWarnings, say("log.nextStart", {name}));
+    }
+    for (const auto& [name, member] : {std::pair{"log.size", &Settings::logSize}, {"log.keep", &Settings::logKeep}}) {
+        if (fresh.*member != m_settings.*member) logLine("", kLogWarnings, say("log.nextStart", {name}));
     }
     if (fresh.language.empty()) speakTheUsersLanguage();
     const Settings former = std::exchange(m_settings, std::move(fresh));

@@ -1,32 +1,21 @@
 #include "agent_log.h"
 
+#include <support/log_record.h>
+
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <random>
 
 #include "bad_input.h"
 #include "file_checks.h"
 #include "messages.h"
 
 namespace agent {
-namespace {
 
 using KestSupport::KestLogging;
 
-// The logger cuts the name at its last dot. Without an extension that dot may be in the path: "/var/a.d/log".
-std::string baseName(const std::string& logFile) {
-    const std::size_t dot = logFile.rfind('.');
-    const std::size_t slash = logFile.rfind('/');
-    const bool hasExtension = dot != std::string::npos && (slash == std::string::npos || dot > slash + 1);
-    return hasExtension ? logFile : logFile + ".log";
-}
-
-}  // namespace
-
 void logLine(const std::string& module, int level, const std::string& text) {
-    if (!KestLogging::isAccessAllowed() || KestLogging::getInstance().getLogLevel() < level) return;
-    KestLogging::getInstance() << KestSupport::setloglevel(module, level) << text << KestSupport::endrecord;
+    KestSupport::KestLogRecord(level, module) << text;
 }
 
 std::string figureText(double value) {
@@ -37,16 +26,21 @@ std::string figureText(double value) {
 
 void requireLogFile(const Settings& settings) {
     if (settings.logFile.empty()) return;
-    requireCreatable(say("error.log", {printable(settings.logFile)}), baseName(settings.logFile) + ".kest-agent-probe");
+    requireAppendable(say("error.log", {printable(settings.logFile)}), settings.logFile);
 }
 
 std::unique_ptr<KestLogging> openLog(const Settings& settings) {
     const bool toFile = !settings.logFile.empty();
     const int target = (toFile ? KestLogging::fileTarget : 0) |
                        (!toFile || settings.logToConsole ? KestLogging::standardOutputTarget : 0);
-    // The logger takes the number in the file name from rand(). The seed gives each run another file.
-    std::srand(std::random_device{}());
-    auto logging = std::make_unique<KestLogging>(baseName(settings.logFile), target, settings.logLevel);
+    constexpr std::uint64_t kKiB = 1024;
+    auto logging = std::make_unique<KestLogging>(
+        target, settings.logLevel,
+        KestSupport::KestLogFileOptions{.name = settings.logFile,
+                                        .maxBytes = static_cast<std::uint64_t>(settings.logSize) * kKiB,
+                                        .daily = settings.logDaily,
+                                        .keep = settings.logKeep,
+                                        .escape = true});
     KestLogging::setInstance(*logging);
     useLogLevels(settings);
     return logging;

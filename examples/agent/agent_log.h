@@ -20,13 +20,13 @@ void logLine(const std::string& module, int level, const std::string& text);
 /// Formats a figure for the log and the state file: without decimals if it is a whole number, else with two.
 std::string figureText(double value);
 
-/// Throws BadInput when the log file cannot be created. Leaves no file.
+/// Throws BadInput when the log file can be neither appended to nor created. Leaves no new file.
 void requireLogFile(const Settings& settings);
 
 /// Sets the levels of the registered logger from the settings.
 void useLogLevels(const Settings& settings);
 
-/// Creates and registers the logger. Its file name is the setting, a number and ".log".
+/// Creates and registers the logger, which appends to the log file and rotates it.
 std::unique_ptr<KestSupport::KestLogging> openLog(const Settings& settings);
 
 }  // namespace agent

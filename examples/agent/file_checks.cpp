@@ -58,4 +58,12 @@ void requireCreatable(const std::string& what, const std::string& probe) {
     std::remove(probe.c_str());
 }
 
+void requireAppendable(const std::string& what, const std::string& file) {
+    std::error_code error;
+    const auto status = std::filesystem::symlink_status(file, error);
+    if (!std::filesystem::exists(status)) return requireCreatable(what, file + ".kest-agent-probe");
+    if (!std::filesystem::is_regular_file(status)) throw BadInput(what, say("error.notRegular"));
+    if (OwnedFile(std::fopen(file.c_str(), "ab")) == nullptr) throw BadInput(what, reasonOf(errno));
+}
+
 }  // namespace agent

@@ -17,4 +17,8 @@ void makeEmptyFile(const std::string& what, const std::string& file);
 /// Creates `probe` as makeEmptyFile does and removes it. Throws BadInput, whose text begins with `what`, on failure.
 void requireCreatable(const std::string& what, const std::string& probe);
 
+/// Throws BadInput, whose text begins with `what`, unless the file is a regular file that can be appended to, or does
+/// not exist and can be created. Leaves no new file.
+void requireAppendable(const std::string& what, const std::string& file);
+
 }  // namespace agent

@@ -30,6 +30,8 @@ const std::string kDiskPath = "disk.path";
 const std::string kHostLimit = ".host";  // follows the name of a limit
 constexpr int kLongestInterval = 24 * 60 * 60;
 constexpr int kMostSamples = 1'000'000'000;
+constexpr int kLargestLog = 1'000'000'000;  // KiB
+constexpr int kMostOldLogs = 999;
 
 // Stores a value in its setting. Returns the reason why it cannot, or an empty text.
 using Taker = std::function<std::string(Settings&, const std::string& value)>;
@@ -69,10 +71,12 @@ Taker text(std::string Settings::*member) {
     };
 }
 
-std::string takeYesOrNo(Settings& settings, const std::string& value) {
-    if (value != "yes" && value != "no") return say("error.yesOrNo");
-    settings.logToConsole = value == "yes";
-    return "";
+Taker yesOrNo(bool Settings::*member) {
+    return [=](Settings& settings, const std::string& value) -> std::string {
+        if (value != "yes" && value != "no") return say("error.yesOrNo");
+        settings.*member = value == "yes";
+        return "";
+    };
 }
 
 std::string takeStateFile(Settings& settings, const std::string& value) {
@@ -110,7 +114,10 @@ const std::map<std::string, Taker>& takers() {
         {"process.limit", limit(&Settings::processLimit)},
         {"state.file", takeStateFile},
         {"log.file", text(&Settings::logFile)},
-        {"log.console", takeYesOrNo},
+        {"log.console", yesOrNo(&Settings::logToConsole)},
+        {"log.size", whole(&Settings::logSize, 0, kLargestLog)},
+        {"log.daily", yesOrNo(&Settings::logDaily)},
+        {"log.keep", whole(&Settings::logKeep, 0, kMostOldLogs)},
         {"log.level", whole(&Settings::logLevel, 0, 9)},
         {"log.level.Cpu", moduleLevel("Cpu")},
         {"log.level.Memory", moduleLevel("Memory")},

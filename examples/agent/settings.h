@@ -26,6 +26,9 @@ struct Settings {
     std::string stateFile = "kest-agent.state";
     std::string logFile;  ///< empty: standard output only
     bool logToConsole = false;
+    int logSize = 10240;  ///< KiB, at which the log file is rotated; 0: never
+    bool logDaily = false;
+    int logKeep = 5;  ///< old log files
     int logLevel = 3;
     std::map<std::string, int> moduleLevels;  ///< by watcher: Cpu, Memory, Disk, Process
 };

@@ -86,6 +86,8 @@ TEST(Agent, RefusesBadInput) {
         {"log.console=on\n", "settings file s: log.console: \"on\" is neither yes nor no"},
         {"disk.path=/none\n", "settings file s: disk.path: \"/none\": No such file or directory"},
         {"log.file=none/log\n", "log file none/log: No such file or directory"},
+        {"log.file=.\n", "log file .: not a regular file"},
+        {"log.keep=1000\n", "settings file s: log.keep: \"1000\"" + kWhole + "0 to 999"},
         {"state.file=\n", "settings file s: state.file: \"\" is not a file name"},
         {"state.file=none/state\n", "state file none/state: No such file or directory"},
         {"state.file=/dev/null\n", "state file /dev/null: not a regular file"},
@@ -101,7 +103,7 @@ TEST(Agent, RefusesBadInput) {
 TEST(Agent, SamplesAndKeepsItsState) {
     const Folder folder;
     folder.write("precious", "kept");
-    std::filesystem::create_symlink("precious", folder.pathOf("log.log.kest-agent-probe"));
+    std::filesystem::create_symlink("precious", folder.pathOf("log.kest-agent-probe"));
     folder.write("s",
                  "# comment\n\n interval = 1 \nprocess.limit=1\nmemory.limit=100\ndisk.path=/\ndisk.path=.\r\n"
                  "log.level.Cpu=0\nlog.file=./log\nlog.console=yes\nstate.file=state\n");
@@ -129,8 +131,7 @@ TEST(Agent, SamplesAndKeepsItsState) {
     const Texts names = folder.names();
     ASSERT_EQ(names.size(), 4u);
     EXPECT_EQ(folder.read("precious"), "kept") << "no link is followed";
-    EXPECT_TRUE(std::regex_match(names[0], std::regex("log\\d+\\.log"))) << names[0];
-    EXPECT_EQ(folder.read(names[0]), first.output()) << "the file holds what standard output shows";
+    EXPECT_EQ(folder.read("log"), first.output()) << "the file holds what standard output shows";
 
     ChildProcess second = folder.start({"--settings=s", "--samples=1", "--log-level", "1"});
     EXPECT_EQ(second.wait(), 0) << second.errors();
@@ -138,6 +139,9 @@ TEST(Agent, SamplesAndKeepsItsState) {
     ChildProcess third = folder.start({"-s", "s", "-n1"});
     EXPECT_EQ(third.wait(), 0) << third.errors();
     expectCounts(third.output(), {{"last seen .*, stopped after 1 samples\n", 1}});
+    folder.write("s", "log.file=log\nlog.size=1\nstate.file=state\n");
+    EXPECT_EQ(folder.start({"-s", "s", "-n1"}).wait(), 0);
+    EXPECT_EQ(folder.read("log.1"), first.output() + second.output() + third.output());
 }
 
 TEST(Agent, ContinuesWhenSavingFails) {
@@ -172,11 +176,12 @@ TEST(Agent, ContinuesWhenSavingFails) {
 
 TEST(Agent, ReloadsOnHangUp) {
     const Folder folder;
-    folder.write("s", "interval=1\nlog.level.Cpu=0\n");
+    folder.write("s", "interval=1\nlog.level.Cpu=0\nlog.file=log\nlog.console=yes\n");
     ChildProcess agent = folder.start({"-s", "s"});
     ASSERT_TRUE(agent.waitForOutput(" Process "));
+    std::filesystem::rename(folder.pathOf("log"), folder.pathOf("old"));
     const std::pair<const char*, Texts> steps[] = {
-        {"interval=2\nprocess.limit=0\ndisk.path=/\ndisk.path=.\n",
+        {"log.file=log\ninterval=2\nprocess.limit=0\ndisk.path=/\ndisk.path=.\n",
          {"settings read again, a sample every 2 s\n", " Cpu ", "file system of . in use", "processes has risen to "}},
         {"interval=never\nlanguage=C\n",
          {"the settings were not changed: settings file s: interval: \"never\"", " Disk "}},
@@ -190,7 +195,9 @@ TEST(Agent, ReloadsOnHangUp) {
     agent.interrupt();
     EXPECT_EQ(agent.wait(), 0) << agent.errors();
     EXPECT_EQ(count(agent.output(), "has risen"), 1u) << "a reload does not announce it again";
-    EXPECT_EQ(folder.names(), (Texts{"kest-agent.state", "s"}));
+    EXPECT_EQ(folder.names(), (Texts{"kest-agent.state", "log", "old", "s"}));
+    EXPECT_EQ(folder.read("old") + folder.read("log"), agent.output());
+    EXPECT_EQ(count(folder.read("old"), "settings"), 0u);
     EXPECT_NE(folder.read("kest-agent.state").find("process.rises=1\n"), std::string::npos);
 }
 

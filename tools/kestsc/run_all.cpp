@@ -27,6 +27,7 @@ constexpr milliseconds kGoodRun{60'000};  // a run of this length resets the del
 // What is known of one service.
 struct Care {
     bool isActive = false;
+    bool isEndSeen = false;   // while it is active: the last look has found it stopped
     Clock::time_point since;  // the first look at which it was active
     milliseconds delay{0};    // before the last start
     std::optional<Clock::time_point> due;
@@ -60,9 +61,10 @@ class Supervisor {
             if (isActive(entry.status)) {
                 if (!care.isActive) notice(care);
                 care.due.reset();
+                care.isEndSeen = false;
                 continue;
             }
-            if (care.isActive) end(entry, care);
+            if (care.isActive && !isResultPending(entry, care)) end(entry, care);
             if (care.due && *care.due <= Clock::now()) restart(entry.name, care);
         }
         m_cares = std::move(cares);
@@ -81,6 +83,14 @@ class Supervisor {
     static void notice(Care& care) {
         care.isActive = true;
         care.since = Clock::now();
+    }
+
+    // The system closes the files of a process before it reports the end to the parent. So the result of a process may
+    // follow at the next look.
+    bool isResultPending(const platform::ServiceEntry& entry, Care& care) const {
+        if (care.isEndSeen || entry.status.exitCode != platform::errorProcessAborted) return false;
+        care.isEndSeen = true;
+        return !m_manager.runOf(entry.name).exitCode;
     }
 
     static void tell(const std::string& name, const std::string& news) {

@@ -6,15 +6,14 @@
 #include <support/strings.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <optional>
 #include <stdexcept>
-#include <system_error>
+
+#include "system.h"
 
 namespace agent {
 namespace {
 
-namespace fs = std::filesystem;
 using KestSupport::KestLocaleFactory;
 using KestSupport::KestMessageSet;
 using KestSupport::KestStringUtilities;
@@ -23,9 +22,7 @@ std::optional<KestMessageSet> g_messages;
 
 std::string folder() {
     if (const char* const chosen = std::getenv("KEST_AGENT_MESSAGES"); chosen != nullptr) return chosen;
-    std::error_code error;
-    const fs::path program = fs::read_symlink("/proc/self/exe", error);
-    return (program.parent_path() / "messages").string();
+    return programFolder() + "/messages";
 }
 
 void load(const std::locale& locale) {

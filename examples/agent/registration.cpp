@@ -10,6 +10,7 @@
 
 #include "bad_input.h"
 #include "messages.h"
+#include "system.h"
 
 namespace agent {
 namespace {
@@ -33,14 +34,6 @@ class Registration : public KestSupport::KestService {
     bool startIt(const std::string&) override { return false; }
     bool stopIt() override { return true; }
 };
-
-// Quotes a word for the manager, which splits the command line as a shell does.
-std::string quoted(const std::string& word) {
-    std::string text = "'";
-    for (const char each : word)
-        text += each == '\'' ? "'\\''" : std::string(1, each);
-    return text + "'";
-}
 
 std::string thing() {
     return say("error.service", {kServiceName});

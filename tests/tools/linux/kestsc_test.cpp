@@ -1,13 +1,9 @@
-// Tests kestsc: its commands, on services of this program, and the parts that format texts, commands and failures.
+// Tests the commands of kestsc on services of this program.
 #include <algorithm>
 #include <csignal>
 #include <regex>
 
 #include "kestsc/command_line.h"
-#include "kestsc/failure.h"
-#include "kestsc/json.h"
-#include "kestsc/table.h"
-#include "kestsc/text.h"
 #include "kit/service_fixture.h"
 #include "platform/process.h"
 #include "platform/thread.h"
@@ -312,64 +308,6 @@ TEST_F(Kestsc, RestartsServicesThatEnd) {
     EXPECT_EQ(query("never").currentState, 1u);
 }
 
-TEST_F(Kestsc, RefusesBadCommandLines) {
-    const std::pair<std::string, std::string> refused[] = {
-        {"", "no command is given"},
-        {"'fr\nob'", "there is no command fr\\x0Aob"},
-        {"strat", "there is no command strat; did you mean start?"},
-        {"stat", "there is no command stat; did you mean status or start?"},
-        {"--frob list", "unknown option --frob"},
-        {"install a b --restart 1", "install: --restart: 1 is not never, on-failure or always"},
-        {"logs a -f --json", "logs: --follow and --json exclude each other"},
-        {"control a 127", "control: 127 is not reload, pause, continue, interrogate or a number from 128 to 255"},
-        {"wait a", "wait: STATE is missing"},
-        {"list x", "list: unexpected argument x"},
-        {"list --timeout 3", "list: there is no option --timeout here"},
-        {"start", "start: NAME is missing"},
-        {"start a -v", "start: unknown option -v; put arguments of the service after --"},
-        {"start a --timeout", "start: --timeout needs a value: SECONDS"},
-        {"start a --timeout=1.5", "start: --timeout: 1.5 is not a whole number from 1 to 86400"},
-        {"start a --timeout=5 --no-wait", "start: --timeout and --no-wait exclude each other"},
-        {"stop a --force --no-wait", "stop: --force and --no-wait exclude each other"},
-        {"start a --no-wait=1", "start: --no-wait takes no value"},
-        {"start a --json --json", "start: --json is given twice"},
-        {"install a", "install: COMMAND is missing"},
-        {"install a ''", "install: the command names no program"},
-        {"install a b --start now", "install: --start: now is not auto, demand or disabled"},
-        {"config a --depends=a,", "config: --depends: a name is empty"},
-    };
-    for (const auto& [arguments, message] : refused) {
-        const std::size_t colon = message.find(": ");
-        const std::string command = colon == std::string::npos ? "" : message.substr(0, colon) + " ";
-        expect({arguments, 2, "", message + " (kestsc " + command + "--help explains)"});
-    }
-    for (const Texts& arguments : {Texts{"start", "-h"}, {"--help"}, {"frob", "--version"}, {"install", "--version"}}) {
-        kit::ChildProcess child(KESTSC, arguments);
-        EXPECT_EQ(child.wait(), arguments[0] == "frob" ? 2 : 0);
-        EXPECT_EQ(child.output().empty(), arguments[0] == "frob") << child.output();
-    }
-}
-
-TEST(KestscText, EscapesWhatTerminalsObey) {
-    const std::tuple<std::string, std::string, std::string, std::size_t> texts[] = {
-        {"", "", "", 0},
-        {"a\"\\\t\x7f", "a\"\\\\x09\\x7F", "a\\\"\\\\\\u0009\\u007F", 11},
-        {"\u00e4\u20ac\U0001F600", "\u00e4\u20ac\U0001F600", "\u00e4\u20ac\U0001F600", 3},
-        {"\u009b31m\u202e", "\\u009B31m\\u202E", "\\u009B31m\\u202E", 15},
-        {"\xc0\x80\xed\xa0\x80", "\\xC0\\x80\\xED\\xA0\\x80", "\\uFFFD\\uFFFD\\uFFFD\\uFFFD\\uFFFD", 20},
-        {"\xf4\x90\x80\x80 \xe2\x82", "\\xF4\\x90\\x80\\x80 \\xE2\\x82", "\\uFFFD\\uFFFD\\uFFFD\\uFFFD \\uFFFD\\uFFFD",
-         25},
-        {std::string("\0x", 2), "\\x00x", "\\u0000x", 5},
-    };
-    for (const auto& [text, shown, json, width] : texts) {
-        EXPECT_EQ(kestsc::printable(text), shown);
-        EXPECT_EQ(kestsc::jsonText(text), '"' + json + '"');
-        EXPECT_EQ(kestsc::displayWidth(shown), width) << shown;
-    }
-    EXPECT_EQ(kestsc::shortened("\u20ac\u20ac\u20ac", 2), "\u20ac\u20ac...");
-    EXPECT_EQ(kestsc::formatTable({{"\u00e4\n", "b"}, {"abcdefg", ""}, {}}), "\u00e4\\x0A    b\nabcdefg\n\n");
-}
-
 TEST(KestscCommand, RunsFromAnyFolder) {
     const std::string here = std::filesystem::current_path().string();
     const kit::TemporaryFolder folder;
@@ -385,23 +323,6 @@ TEST(KestscCommand, RunsFromAnyFolder) {
     };
     for (const auto& [words, registered] : commands)
         EXPECT_EQ(kestsc::registeredCommand(words, kestsc::kCommands[0]), registered);
-}
-
-TEST(KestscFailure, HasItsCodes) {
-    const std::tuple<ErrorCode, int, int, std::string> failures[] = {
-        {5, 5, 270, "permission denied (5)"},
-        {120, 8, 1, "not available on this platform (120)"},
-        {258, 6, 3, "connection timed out (258)"},
-        {1051, 7, 305, "other running services depend on the service (1051)"},
-        {1060, 4, -1, "the service is not installed (1060)"},
-        {4711, 1, -1, "error 4711"},
-    };
-    for (const auto& [error, code, status, reason] : failures) {
-        const kestsc::Failure failure({"stop", "a\tb"}, error);
-        EXPECT_EQ(failure.exitCode(), code) << error;
-        EXPECT_EQ(failure.statusCode(), status) << error;
-        EXPECT_EQ(failure.what(), "stop a\\x09b: " + reason);
-    }
 }
 
 }  // namespace

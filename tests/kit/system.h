@@ -26,8 +26,10 @@ std::locale namedLocale();
 bool hangUpThisProgram();
 /// Whether a child process is told of ChildProcess::interrupt and the like.
 bool childrenAreInterrupted();
-/// Ends the calling thread by the system's own function, past the library.
-[[noreturn]] void exitThread();
+/// Ends the calling thread by the system's own function. Null if that does not unwind the stack.
+extern int (*const kThreadExit)();
+/// Whether the system shows the name, or the part of it that it takes, for the calling thread. True if it has no names.
+bool threadIsCalled(const std::string& name);
 /// Whether a test may have services of its own, so that it may end all.
 bool servicesAreOfTheTest();
 /// Closes a handle of a process that the library has returned.

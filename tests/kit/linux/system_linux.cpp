@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 
 #include "kit/system.h"
 
@@ -39,8 +40,12 @@ bool servicesAreOfTheTest() {
     return true;
 }
 
-void exitThread() {
-    pthread_exit(nullptr);
+int (*const kThreadExit)() = +[]() -> int { pthread_exit(nullptr); };
+
+bool threadIsCalled(const std::string& name) {
+    std::string shown;
+    std::ifstream file("/proc/thread-self/comm");
+    return !std::getline(file, shown) || (shown.size() >= 14 && name.starts_with(shown));
 }
 
 void closeHandle(void* handle) {

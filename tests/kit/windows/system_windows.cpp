@@ -42,8 +42,19 @@ bool servicesAreOfTheTest() {
     return false;
 }
 
-void exitThread() {
-    ExitThread(0);
+int (*const kThreadExit)() = nullptr;
+
+bool threadIsCalled(const std::string& name) {
+    using GetDescription = HRESULT(WINAPI*)(HANDLE, wchar_t**);
+    const FARPROC found = GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "GetThreadDescription");
+    wchar_t* shown = nullptr;
+    if (found == nullptr ||
+        FAILED(reinterpret_cast<GetDescription>(reinterpret_cast<void*>(found))(GetCurrentThread(), &shown)))
+        return true;
+    std::array<char, 128> text{};
+    WideCharToMultiByte(CP_UTF8, 0, shown, -1, text.data(), static_cast<int>(text.size()) - 1, nullptr, nullptr);
+    LocalFree(shown);
+    return text.data() == name;
 }
 
 void closeHandle(void* handle) {

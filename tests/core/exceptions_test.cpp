@@ -32,7 +32,7 @@ const kit::ChildRole g_throws("throws", [](const std::vector<std::string>& argum
 });
 
 TEST(Exceptions, AreShownWhenUncaught) {
-    const std::string expected = "Uncaught KestSupport::KestPropertyNotFound: Property not found: port (code 0)\n";
+    const std::string expected = "Uncaught KestSupport::KestPropertyNotFound: Property not found: port (code 0)";
     kit::ChildProcess child = kit::ChildProcess::inRole("throws", {"port"}),
                       other = kit::ChildProcess::inRole("throws");
     EXPECT_NE(child.wait(), 0);

@@ -66,49 +66,73 @@ class RuntimeModules {
     std::array<const void*, kCount> m_bases{};
 };
 
-// Where a thread stands that was just suspended.
+// Whether a suspended thread may be cut off where it is, and where that is.
 enum class Place { safe, inRuntime, protectedStep };
 
-Place placeOf(HANDLE thread, const ThreadRecord* record, const RuntimeModules& runtime) noexcept {
+struct Sample {
+    Place place = Place::protectedStep;
+    std::uintptr_t instruction = 0;
+    std::uintptr_t stack = 0;
+
+    bool isSamePoint(const Sample& other) const noexcept {
+        return instruction != 0 && instruction == other.instruction && stack == other.stack;
+    }
+};
+
+Sample sampleOf(HANDLE thread, const ThreadRecord* record, const RuntimeModules& runtime) noexcept {
     CONTEXT context{};
     context.ContextFlags = CONTEXT_CONTROL;
-    const bool isKnown = GetThreadContext(thread, &context);  // returns when the thread stands still
-    if (record == nullptr || record->depth.load() != 0) return Place::protectedStep;
-    if (record->waiting.load() != 0) return Place::safe;
-    return isKnown && !runtime.hold(static_cast<std::uintptr_t>(context.Rip)) ? Place::safe : Place::inRuntime;
+    const bool isKnown = GetThreadContext(thread, &context);  // returns when the thread has stopped
+    Sample sample{Place::protectedStep, static_cast<std::uintptr_t>(context.Rip),
+                  static_cast<std::uintptr_t>(context.Rsp)};
+    if (record == nullptr || record->depth.load() != 0) return sample;
+    const bool isSafe = record->waiting.load() != 0 || (isKnown && !runtime.hold(sample.instruction));
+    sample.place = isSafe ? Place::safe : Place::inRuntime;
+    return sample;
 }
 
-// Suspends the thread once if that is possible now. One that was suspended before stands at a safe place, or has not
-// begun.
-std::optional<Place> suspendOnce(HANDLE thread, const RuntimeModules& runtime, bool anywhereInRuntime) noexcept {
+// Suspends the thread once if it may be cut off now, which is also true inside the runtime if `isBlocked` accepts the
+// sample. A thread that was suspended before is at such a place, or has not begun.
+template <typename IsBlocked>
+std::optional<Sample> suspendOnce(HANDLE thread, const RuntimeModules& runtime, const IsBlocked& isBlocked) noexcept {
     const DWORD id = GetThreadId(thread);
     const RecordGuard records;
     const DWORD before = SuspendThread(thread);
     if (before == static_cast<DWORD>(-1)) return std::nullopt;
-    if (before > 0) return Place::safe;
+    if (before > 0) return Sample{Place::safe};
     const ThreadRecord* const record =
         records.find([id](const ThreadRecord& each) { return each.id == id && !each.leaving.load(); });
-    const Place place = placeOf(thread, record, runtime);
-    if (place == Place::safe || (place == Place::inRuntime && anywhereInRuntime)) return Place::safe;
-    ResumeThread(thread);
-    return place;
+    Sample sample = sampleOf(thread, record, runtime);
+    if (sample.place == Place::inRuntime && isBlocked(sample)) sample.place = Place::safe;
+    if (sample.place != Place::safe) ResumeThread(thread);
+    return sample;
 }
 
 enum class Stop { standing, ended, refused };
 
-// Suspends the thread once more, at a place at which it may be cut off.
+// Suspends the thread once more, at a place at which it may be cut off. A thread that does not move inside the runtime
+// for a time is blocked in a call of the program, such as a read. No lock of the heap is held that long.
 Stop stopSafely(HANDLE thread) noexcept {
+    constexpr Deadline::Time kBlocked = 100 * Deadline::kMillisecond;
+    constexpr int kQuickTries = 500;  // a thread that uses the runtime most of the time is rarely outside
     const RuntimeModules runtime;
     const Deadline::Time begin = Deadline::now();
-    const Deadline endOfPatience = Deadline::at(begin + kMostPatience);
-    const Deadline giveUp = Deadline::at(begin + 2 * kMostPatience);
-    for (DWORD pause = 0;; pause = 1) {
+    Sample latest;
+    Deadline::Time unmovedSince = begin;
+    for (int tries = 0;; ++tries) {
         if (WaitForSingleObject(thread, 0) == WAIT_OBJECT_0) return Stop::ended;
         if (injectedFault("interruptThread") != 0) return Stop::refused;
-        const std::optional<Place> place = suspendOnce(thread, runtime, endOfPatience.hasPassed());
-        if (place == Place::safe) return Stop::standing;
-        if (!place || giveUp.hasPassed()) return Stop::refused;
-        Sleep(pause);
+        const Deadline::Time now = Deadline::now();
+        const auto isBlocked = [&](const Sample& sample) {
+            if (now - begin >= kMostPatience) return true;
+            return sample.isSamePoint(latest) && now - unmovedSince >= kBlocked;
+        };
+        const std::optional<Sample> sample = suspendOnce(thread, runtime, isBlocked);
+        if (sample && sample->place == Place::safe) return Stop::standing;
+        if (!sample || now - begin >= 2 * kMostPatience) return Stop::refused;
+        if (!sample->isSamePoint(latest)) unmovedSince = now;
+        latest = *sample;
+        Sleep(tries < kQuickTries ? 0 : 1);
     }
 }
 
@@ -202,9 +226,7 @@ bool otherThreadsAreGone() noexcept {
 
 bool setThreadPriority(WaitHandle thread, ThreadPriority priority) noexcept {
     if (thread == nullptr || injectedFault("setThreadPriority") != 0) return false;
-    // Some systems accept a priority for a thread that has ended.
-    const HANDLE handle = systemHandle(thread);
-    return WaitForSingleObject(handle, 0) != WAIT_OBJECT_0 && SetThreadPriority(handle, static_cast<int>(priority));
+    return SetThreadPriority(systemHandle(thread), static_cast<int>(priority));
 }
 
 std::optional<std::uint32_t> threadExitCode(WaitHandle thread) noexcept {

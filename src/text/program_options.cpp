@@ -176,11 +176,10 @@ void KestProgramOptions::parse(int argc, char** argv, const Specification* speci
     const bool isGnu = specification != nullptr && specification->isGnu;
     bool hasEnded = false;  // the options, at "--"
     while (const char* const text = arguments.next()) {
-        if (isGnu && (hasEnded || text == std::string_view("-"))) {
-            m_arguments.emplace_back(text);
-        } else if (isGnu && text == std::string_view("--")) {
+        const bool hasMark = text[0] == '-' || (allowSlash && text[0] == '/');
+        if (isGnu && !hasEnded && text == std::string_view("--")) {
             hasEnded = true;
-        } else if (text[0] == '-' || (allowSlash && text[0] == '/')) {
+        } else if (hasMark && !(isGnu && (hasEnded || text == std::string_view("-")))) {
             addOption(text, arguments, specification);
         } else {
             m_arguments.emplace_back(text);

@@ -39,20 +39,20 @@ bool followLinks(std::string& path) {
         if (length < 0) return errno == EINVAL || errno == ENOENT;
         if (static_cast<std::size_t>(length) == target.size()) return failWith(ENAMETOOLONG);
         const std::string next(target.data(), static_cast<std::size_t>(length));
-        path = next.front() == '/' ? next : folderOf(path) + next;
+        path = next.front() == '/' ? next : folderOf(path).append(next);
     }
     return failWith(ELOOP);
 }
 
 // Creates a file with a name that no other file has.
 Descriptor createBeside(const std::string& path, mode_t permissions, std::string& name) {
-    static std::atomic<unsigned> s_number{0};
+    static std::atomic<unsigned> latestNumber{0};
     constexpr int kMostTries = 1000;  // against files that killed processes have left
     constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
     const std::string start = folderOf(path) + ".kest-" + std::to_string(::getpid()) + "-";
     Descriptor file;
     for (int i = 0; i < kMostTries && !file.isOpen(); ++i) {
-        name = start + std::to_string(s_number++);
+        name = start + std::to_string(latestNumber++);
         file = Descriptor(systemCall("openReplacement", [&] { return ::open(name.c_str(), kFlags, permissions); }));
         if (!file.isOpen() && errno != EEXIST) break;
     }

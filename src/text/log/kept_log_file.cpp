@@ -119,8 +119,9 @@ bool KeptLogFile::renameOldFiles() {
         const std::string from = numbered(number - 1), to = numbered(number);
         const int error = platform::renameRecordFile(from.c_str(), to.c_str());
         if (error == 0 || error == ENOENT) continue;
-        report(m_isRenameReported,
-               "KestLogging: Cannot rename log file " + from + " to " + to + " (" + std::to_string(error) + ")");
+        std::string failure = "KestLogging: Cannot rename log file ";
+        failure.append(from).append(" to ").append(to).append(" (").append(std::to_string(error)).append(")");
+        report(m_isRenameReported, failure);
         return false;
     }
     m_isRenameReported = false;

@@ -24,7 +24,7 @@ std::locale namedLocale();
 /// Asks this program to read its settings again, as a supervisor does. Returns false on a system without such a
 /// request.
 bool hangUpThisProgram();
-/// Whether a child process is told of ChildProcess::interrupt and the like.
+/// Whether ChildProcess::interrupt reaches a child process.
 bool childrenAreInterrupted();
 /// Ends the calling thread by the system's own function. Null if that does not unwind the stack.
 extern int (*const kThreadExit)();

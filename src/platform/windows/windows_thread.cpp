@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "platform/deadline.h"
+#include "platform/uninterrupted.h"
 #include "platform/windows/windows_api.h"
 #include "platform/windows/windows_thread_record.h"
 
@@ -142,6 +143,8 @@ Stop stopSafely(HANDLE thread) noexcept {
 // leaves nothing but the record.
 bool createThread(ThreadEntry entry, void* argument, WaitHandle& handle, bool suspended) noexcept {
     handle = nullptr;
+    // A caller that is terminated in between would leave a thread that never begins.
+    const Uninterrupted whole;
     auto* const record = new (std::nothrow) ThreadRecord;
     if (record == nullptr || injectedFault("createThread") != 0) {
         delete record;

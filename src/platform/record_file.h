@@ -57,6 +57,9 @@ class RecordFile {
     std::intptr_t m_handle = -1;
 };
 
+/// Returns the size that the text has in a file, with the line ends of the system.
+std::size_t sizeInFile(std::string_view text) noexcept;
+
 /// Renames a file, and replaces a file that has the new name. The file may be open. Returns a value of errno; 0 is
 /// success.
 int renameRecordFile(const char* from, const char* to) noexcept;

@@ -11,6 +11,7 @@
 #include "kit/failing_calls.h"
 #include "kit/temporary_folder.h"
 #include "platform/clock.h"
+#include "platform/record_file.h"
 #include "support/log_record.h"
 
 using namespace KestSupport;
@@ -55,9 +56,9 @@ constexpr int kDay = 24 * 60 * 60;
 TEST(KeptLogFile, AppendsAndRotatesBySize) {
     Kept kept;
     kept.write({"first"});
-    kept.options.maxBytes = 12;
+    kept.options.maxBytes = platform::sizeInFile("12345\nthird\n");
     kept.options.keep = 2;
-    kept.write({"12345", "third"});  // exactly 12 bytes, then too many
+    kept.write({"12345", "third"});  // the first fills the file exactly
     EXPECT_EQ(kept.files(), "log: third\nlog.1: first\n12345\n");
     kept.write({"longer than all", "a", "b"});
     EXPECT_EQ(kept.files(), "log: a\nb\nlog.1: longer than all\nlog.2: third\n");

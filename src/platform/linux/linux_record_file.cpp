@@ -53,6 +53,10 @@ bool RecordFile::hasName(const char* name) const noexcept {
            own.st_ino == named.st_ino;
 }
 
+std::size_t sizeInFile(std::string_view text) noexcept {
+    return text.size();
+}
+
 int renameRecordFile(const char* from, const char* to) noexcept {
     return systemCall("renameRecordFile", [&] { return ::rename(from, to); }) == 0 ? 0 : errno;
 }

@@ -1,22 +1,19 @@
 // Command lines by the rules that the system's programs follow: blanks and tabs separate, double quotes keep them, and
 // backslashes count as escapes only in front of a double quote.
 
-#include <algorithm>
-
 #include "platform/process.h"
 #include "platform/windows/windows_api.h"
 
 namespace KestSupport::platform {
 
+// The system reads the first word, the program's, by simpler rules than the others. A program in front of the line lets
+// all its words follow the same rules.
 std::vector<std::string> splitArguments(std::string_view commandLine) {
-    // The system would put its own program's path in front of an empty line.
-    const std::size_t begin = std::min(commandLine.find_first_not_of(" \t"), commandLine.size());
-    const std::wstring line = wideText(commandLine.substr(begin));
-    if (line.empty()) return {};
+    const std::wstring line = L"program " + wideText(commandLine);
     int count = 0;
     wchar_t** const words = CommandLineToArgvW(line.c_str(), &count);
     std::vector<std::string> arguments;
-    for (int i = 0; i < count; ++i)
+    for (int i = 1; i < count; ++i)
         arguments.push_back(ansiText(words[i]));
     LocalFree(words);
     return arguments;

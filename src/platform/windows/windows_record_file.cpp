@@ -18,13 +18,16 @@ bool informationOf(HANDLE file, BY_HANDLE_FILE_INFORMATION& information) noexcep
     return GetFileInformationByHandle(file, &information) != 0;
 }
 
-// Returns whether all of the bytes were taken.
+// Returns whether all of the bytes were taken; if not, sets errno.
 bool writeBytes(HANDLE file, const char* bytes, std::size_t size) noexcept {
     while (size > 0) {
         DWORD taken = 0;
         const auto most = static_cast<DWORD>(std::min<std::size_t>(size, 1u << 30));
-        if (injectedFault("writeRecords") != 0 || !WriteFile(file, bytes, most, &taken, nullptr) || taken == 0)
+        const int error = errnoCall("writeRecords", [&] { return WriteFile(file, bytes, most, &taken, nullptr) != 0; });
+        if (error != 0 || taken == 0) {
+            errno = error;
             return false;
+        }
         bytes += taken;
         size -= taken;
     }
@@ -113,6 +116,10 @@ bool RecordFile::hasName(const char* name) const noexcept try {
            own.nFileIndexHigh == named.nFileIndexHigh && own.nFileIndexLow == named.nFileIndexLow;
 } catch (const std::bad_alloc&) {
     return false;
+}
+
+std::size_t sizeInFile(std::string_view text) noexcept {
+    return text.size() + static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
 }
 
 int renameRecordFile(const char* from, const char* to) noexcept try {

@@ -229,6 +229,7 @@ bool otherThreadsAreGone() noexcept {
 
 bool setThreadPriority(WaitHandle thread, ThreadPriority priority) noexcept {
     if (thread == nullptr || injectedFault("setThreadPriority") != 0) return false;
+    if (WaitForSingleObject(systemHandle(thread), 0) == WAIT_OBJECT_0) return false;  // the system would accept it
     return SetThreadPriority(systemHandle(thread), static_cast<int>(priority));
 }
 

@@ -8,6 +8,7 @@
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/local_time.h"
+#include "platform/record_file.h"
 #include "platform/uninterrupted.h"
 
 namespace KestSupport::internal {
@@ -53,7 +54,7 @@ bool KeptLogFile::write(LogFileOutput& output, std::string_view line) {
     return output.lines.write(line, [&](std::string_view text) {
         const std::size_t taken = output.file.write(text);
         if (taken != text.size()) m_writeError = errno;
-        m_bytes += taken;
+        m_bytes += platform::sizeInFile(text.substr(0, taken));
         return taken;
     });
 }

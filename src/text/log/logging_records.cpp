@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/record_file.h"
 #include "platform/thread.h"
 #include "support/locks.h"
 #include "support/logging.h"
@@ -151,7 +152,7 @@ void internal::LoggingState::appendLine(std::string& to, const RecordParts& part
 void internal::LoggingState::writeLine() {
     const int target = logging.getTarget();
     if ((target & KestLogging::fileTarget) != 0) {
-        if (file.kept() != nullptr) serveKeptFile(line.size());
+        if (file.kept() != nullptr) serveKeptFile(platform::sizeInFile(line));
         if (!file.write(line) && file.kept() != nullptr) file.kept()->countLost();
     }
     if ((target & KestLogging::standardOutputTarget) != 0) output.write(line);

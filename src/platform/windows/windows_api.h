@@ -37,7 +37,7 @@ ErrorCode errorCall(const char* step, Call&& call) {
     return call() ? errorSuccess : GetLastError();
 }
 
-/// The same with the errno value that stands for the error.
+/// The same, but returns the errno value of the error.
 template <typename Call>
 int errnoCall(const char* step, Call&& call) {
     const ErrorCode error = errorCall(step, call);
@@ -46,7 +46,7 @@ int errnoCall(const char* step, Call&& call) {
     return number == 0 ? EIO : number;
 }
 
-/// A handle of the system with an owner. Null and INVALID_HANDLE_VALUE stand for none.
+/// A handle of the system with an owner. Null and INVALID_HANDLE_VALUE mean that there is none.
 class SystemHandle {
   public:
     SystemHandle() noexcept = default;

@@ -1,12 +1,12 @@
 // Command lines by the rules that the system's programs follow: blanks and tabs separate, double quotes keep them, and
-// backslashes count as escapes only in front of a double quote.
+// backslashes count as escapes only before a double quote.
 
 #include "platform/process.h"
 #include "platform/windows/windows_api.h"
 
 namespace KestSupport::platform {
 
-// The system reads the first word, the program's, by simpler rules than the others. A program in front of the line lets
+// The system reads the first word, the program's, by simpler rules than the others. With a program before the line,
 // all its words follow the same rules.
 std::vector<std::string> splitArguments(std::string_view commandLine) {
     const std::wstring line = L"program " + wideText(commandLine);

@@ -90,8 +90,8 @@ struct RunningService {
 };
 
 RunningService& runningService() noexcept {
-    static constinit ProcessObject<RunningService> s_service;
-    return s_service.get();
+    static constinit ProcessObject<RunningService> service;
+    return service.get();
 }
 
 bool report(SERVICE_STATUS_HANDLE handle, const ServiceStatus& status) noexcept {
@@ -336,8 +336,8 @@ class SystemServiceManager : public ServiceManager {
 }  // namespace
 
 ServiceManager& platformServiceManager() noexcept {
-    static constinit ProcessObject<SystemServiceManager> s_manager;
-    return s_manager.get();
+    static constinit ProcessObject<SystemServiceManager> manager;
+    return manager.get();
 }
 
 }  // namespace KestSupport::platform

@@ -21,6 +21,7 @@
 #include <support/observer.h>
 #include <support/producer_consumer.h>
 #include <support/program_options.h>
+#include <support/program_run.h>
 #include <support/properties.h>
 #include <support/read_write_lock.h>
 #include <support/regular_expressions.h>

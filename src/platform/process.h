@@ -58,6 +58,9 @@ struct ProcessRequest {
     /// The caller will call duplicateHandle instead of wait. Without a handle the caller could not wait for the
     /// program. So on a system that has none, the program is started as a detached one.
     bool wantsHandle = false;
+    /// The program, which is not detached, and the programs that it starts are a group that endGroup ends. A program
+    /// can leave the group.
+    bool ownGroup = false;
     /// A detached program starts with the file mode mask 022, the default effect of each signal, and, if this process
     /// may set it, the usual priority, instead of those of this process.
     bool usualSurroundings = false;
@@ -94,6 +97,10 @@ class Process {
     /// Returns whether the program has ended.
     bool wait(std::uint32_t timeout) noexcept;
 
+    /// Ends all programs of the group by force, without waiting for that. Requires ownGroup, and that wait has returned
+    /// false last.
+    void endGroup() noexcept;
+
     /// After wait has returned true: the exit code of the program; minus the number of the signal that ended it;
     /// kExitUnknown for a detached program.
     int exitCode() const noexcept { return m_exitCode; }
@@ -109,6 +116,7 @@ class Process {
     void swap(Process& other) noexcept {
         std::swap(m_id, other.m_id);
         std::swap(m_handle, other.m_handle);
+        std::swap(m_group, other.m_group);
         std::swap(m_detached, other.m_detached);
         std::swap(m_ended, other.m_ended);
         std::swap(m_exitCode, other.m_exitCode);
@@ -118,6 +126,7 @@ class Process {
 
     std::uint32_t m_id = 0;
     std::intptr_t m_handle = kInheritHandle;  // opened when it is first needed
+    std::intptr_t m_group = kInheritHandle;   // of a system whose groups have a handle
     bool m_detached = false;
     bool m_ended = false;
     int m_exitCode = kExitUnknown;

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <iostream>
 #include <set>
 
 #include "kit/child_process.h"
@@ -12,8 +13,11 @@
 #include "kit/log_capture.h"
 #include "kit/registry.h"
 #include "kit/system.h"
+#include "kit/temporary_folder.h"
 #include "platform/error.h"
+#include "platform/process.h"
 #include "support/exceptions.h"
+#include "support/program_run.h"
 
 namespace {
 
@@ -23,6 +27,19 @@ using Texts = std::vector<std::string>;
 namespace fs = std::filesystem;
 
 const kit::ChildRole g_ends("ends", [](const Texts& arguments) { return std::stoi(arguments.at(0)); });
+const kit::ChildRole g_writes("writes", [](const Texts& arguments) {
+    for (const std::string& argument : arguments)
+        std::cout << argument << '|' << std::flush, std::cerr << argument.size() << '|';
+    std::cout << std::getenv("KEST_A") << fs::current_path() << std::cin.get();
+    return 3;
+});
+const kit::ChildRole g_loops("loops", [](const Texts& arguments) {
+    for (;;) {
+        std::cout << arguments.at(0) << std::flush;
+        if (arguments.at(0).empty()) std::this_thread::sleep_for(std::chrono::hours(1));
+    }
+    return 0;
+});
 
 TEST(ExecuteProgram, StartsAndWaits) {
     const kit::LogCapture log;
@@ -44,6 +61,56 @@ TEST(ExecuteProgram, StartsAndWaits) {
     EXPECT_FALSE(KestExecuteProgram("kest-no-such-program", false, &process, &exitCode));
     EXPECT_EQ(exitCode, -1);
     EXPECT_EQ(log.messages().back(), "KestExecuteProgram: Failed to start process. Error code :2");
+}
+
+Texts inRole(const std::string& role, const Texts& more) {
+    Texts arguments = platform::splitArguments(ChildProcess::commandOfRole(role));
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return arguments;
+}
+
+TEST(RunProgram, ReturnsOutputOfListedArguments) {
+    const kit::TemporaryFolder folder;
+    const KestProgramResult result = KestRunProgram({.arguments = inRole("writes", {"a b", "", "'\"$A\\"}),
+                                                     .workingDirectory = folder.path(),
+                                                     .environment = {{"KEST_A", "value"}}});
+    std::ostringstream rest;
+    rest << "value" << fs::canonical(folder.path()) << -1;
+    EXPECT_EQ(result.output, "a b||'\"$A\\|" + rest.str());
+    EXPECT_EQ(result.errors, "3|0|5|");
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_FALSE(result.timedOut || result.exceededOutput);
+    const std::string nul("a\0b", 3), program = inRole("ends", {}).at(0);
+    const std::pair<KestProgramRun, int> rows[] = {{{.arguments = {}}, 87},
+                                                   {{.arguments = {program, nul}}, 87},
+                                                   {{.arguments = {program}, .workingDirectory = nul}, 87},
+                                                   {{.arguments = {program}, .environment = {{"a=b", ""}}}, 87},
+                                                   {{.arguments = {"kest-no-such-program"}}, 2}};
+    for (const auto& [run, code] : rows) {
+        try {
+            KestRunProgram(run);
+            ADD_FAILURE() << code;
+        } catch (const KestException& failure) {
+            EXPECT_EQ(failure.getText(),
+                      "KestRunProgram: Could not start " + (run.arguments.empty() ? "" : run.arguments[0]));
+            EXPECT_EQ(failure.getCode(), code);
+        }
+    }
+    const kit::FailingCalls failing("openCapture");
+    EXPECT_ANY_THROW(KestRunProgram({.arguments = inRole("ends", {"0"})}));
+}
+
+TEST(RunProgram, EndsByForceWhatTakesTooLongOrWritesTooMuch) {
+    const KestProgramResult late = KestRunProgram({.arguments = inRole("loops", {""}), .timeout = 1});
+    EXPECT_TRUE(late.timedOut && !late.exceededOutput);
+    EXPECT_NE(late.exitCode, 0);
+    const KestProgramResult much = KestRunProgram({.arguments = inRole("loops", {"abc"}), .outputLimit = 5});
+    EXPECT_EQ(much.output, "abcab");
+    EXPECT_TRUE(much.exceededOutput && !much.timedOut);
+    const KestProgramResult exact = KestRunProgram(
+        {.arguments = inRole("ends", {"7"}), .timeout = std::numeric_limits<int>::max(), .outputLimit = 1});
+    EXPECT_FALSE(exact.timedOut || exact.exceededOutput);
+    EXPECT_EQ(exact.exitCode, 7);
 }
 
 TEST(ExpandString, ReplacesReferences) {

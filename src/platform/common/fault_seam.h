@@ -10,6 +10,7 @@
 //   file_replacement.h  openReplacement, copyAccess, flushReplacement, replaceFile
 //   files.h           FileSearch, TreeWalk: openDirectory, readDirectory, entryKind, identifyDirectory, removeEntry
 //   orphans.h         adoptOrphans
+//   output_capture.h  openCapture
 //   process.h         Process::start: currentDirectory, passHandle (of a standard handle), startProcess, startDetached,
 //                     openProcess (the system's handle); Process::wait: waitForProcess, for a detached program only
 //   record_file.h     openRecordFile, renameRecordFile, writeRecords

@@ -55,8 +55,9 @@ class SpawnPlan {
         sigfillset(&signals);
         posix_spawnattr_setsigdefault(&m_attributes, &signals);
         const int session = request.detached ? POSIX_SPAWN_SETSID : 0;
+        const int group = request.ownGroup ? POSIX_SPAWN_SETPGROUP : 0;  // with the number of the program
         const int effects = request.usualSurroundings ? POSIX_SPAWN_SETSIGDEF : 0;
-        posix_spawnattr_setflags(&m_attributes, static_cast<short>(POSIX_SPAWN_SETSIGMASK | session | effects));
+        posix_spawnattr_setflags(&m_attributes, static_cast<short>(POSIX_SPAWN_SETSIGMASK | session | group | effects));
         for (std::string& word : words)
             m_words.push_back(word.data());
         m_words.push_back(nullptr);
@@ -290,6 +291,11 @@ bool Process::wait(std::uint32_t timeout) noexcept {
         sleepUntilEnd(rest);
     }
     return m_ended;
+}
+
+// The number of the group stays in use at least until a wait has taken the end of the program.
+void Process::endGroup() noexcept {
+    ::kill(-static_cast<pid_t>(m_id), SIGKILL);
 }
 
 std::intptr_t Process::duplicateHandle() noexcept {

@@ -121,7 +121,9 @@ std::wstring environmentBlock(const ProcessRequest& request) {
 }  // namespace
 
 Process::~Process() {
-    if (m_handle != kInheritHandle) CloseHandle(systemHandle(m_handle));
+    for (const std::intptr_t handle : {m_handle, m_group}) {
+        if (handle != kInheritHandle) CloseHandle(systemHandle(handle));
+    }
 }
 
 ErrorCode Process::start(const ProcessRequest& request) {
@@ -143,6 +145,10 @@ ErrorCode Process::start(const ProcessRequest& request) {
     const std::wstring folder = wideText(request.workingDirectory);
     DWORD flags = EXTENDED_STARTUPINFO_PRESENT | CREATE_UNICODE_ENVIRONMENT;
     if (request.detached) flags |= DETACHED_PROCESS | CREATE_NEW_PROCESS_GROUP;
+    // A program that runs before it is in the job could start others outside it.
+    SystemHandle job(request.ownGroup ? CreateJobObjectW(nullptr, nullptr) : nullptr);
+    if (request.ownGroup && !job.isOpen()) return GetLastError();
+    if (request.ownGroup) flags |= CREATE_SUSPENDED;
     PROCESS_INFORMATION started{};
     const ErrorCode error = errorCall(request.detached ? "startDetached" : "startProcess", [&] {
         return CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, !inherited.isEmpty(), flags,
@@ -150,7 +156,17 @@ ErrorCode Process::start(const ProcessRequest& request) {
                               &started) != 0;
     });
     if (error != 0) return error;
-    CloseHandle(started.hThread);
+    const SystemHandle thread(started.hThread);
+    if (request.ownGroup) {
+        if (!AssignProcessToJobObject(job.get(), started.hProcess)) {
+            const ErrorCode refusal = GetLastError();
+            TerminateProcess(started.hProcess, 1);
+            CloseHandle(started.hProcess);
+            return refusal;
+        }
+        m_group = reinterpret_cast<std::intptr_t>(job.release());
+        ResumeThread(thread.get());
+    }
     m_id = started.dwProcessId;
     m_handle = reinterpret_cast<std::intptr_t>(started.hProcess);
     m_detached = request.detached;
@@ -175,6 +191,11 @@ bool Process::wait(std::uint32_t timeout) noexcept {
     if (!m_ended && timeout != kInfinite) sleepUntilEnd(timeout);
     if (!m_ended) m_ended = askForEnd(timeout == kInfinite);
     return m_ended;
+}
+
+void Process::endGroup() noexcept {
+    constexpr UINT kExitCode = 1;
+    TerminateJobObject(systemHandle(m_group), kExitCode);
 }
 
 std::intptr_t Process::duplicateHandle() noexcept {

@@ -1,9 +1,11 @@
-// Tests programs of a shell that KestExecuteProgram starts: signals, pipes, children and the opener of documents.
+// Tests programs of a shell that KestExecuteProgram and KestRunProgram start: signals, pipes, groups, children and the
+// opener of documents.
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <limits>
 
 #include "kit/child_process.h"
@@ -11,6 +13,7 @@
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
 #include "kit/log_capture.h"
+#include "support/program_run.h"
 #include "support/utilities.h"
 
 namespace {
@@ -94,6 +97,21 @@ TEST(ExecuteProgram, OpensDocuments) {
     const std::string opened = "KestExecuteProgram: Process started using ShellExecute. ";
     EXPECT_EQ(log.messages(), (Texts{failed + "193", opened + "42 (Error code: 0)", failed + "193",
                                      opened + "2 (Error code: 2)", failed + "2"}));
+}
+
+TEST(RunProgram, EndsTheWholeGroup) {
+    KestProgramResult result;
+    // A busy machine may need several attempts until the program has written within its time.
+    for (int timeout = 100; !result.output.ends_with('\n'); timeout *= 2)
+        result = KestRunProgram(
+            {.arguments = {"sh", "-c", "sleep 1000 & echo $! >> /dev/stdout; wait"}, .timeout = timeout});
+    EXPECT_EQ(result.exitCode, -9);
+    const fs::path status = "/proc/" + result.output.substr(0, result.output.size() - 1) + "/cmdline";
+    kit::await([&] {  // the kernel clears the command line of a program that ends
+        std::ifstream file(status);
+        return file.peek() == std::ifstream::traits_type::eof();
+    });
+    EXPECT_FALSE(ChildProcess::anyLeft());
 }
 
 }  // namespace

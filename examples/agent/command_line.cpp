@@ -13,37 +13,40 @@ namespace agent {
 namespace {
 
 using KestSupport::KestException;
+using KestSupport::KestGnuOptions;
+using KestSupport::KestOptionTable;
 using KestSupport::KestProgramOptions;
 
-const std::string kShortOptions = "hvcs:n:i:l:I";
-const std::string kLongOptions =
-    ":help:version:console:settings.:samples.:interval.:log-level.:inventory:encipher.:install:remove:service:";
-
-// Splits --name=value, because the library's options take a value from the next argument.
-std::vector<std::string> withSeparateValues(int argc, char** argv) {
-    std::vector<std::string> words;
-    for (int i = 0; i < argc; ++i) {
-        const std::string word = argv[i];
-        const std::size_t equals = word.find('=');
-        const bool isLong = i > 0 && word.rfind("--", 0) == 0 && equals != std::string::npos;
-        if (!isLong || kLongOptions.find(":" + word.substr(2, equals - 2) + ".:") == std::string::npos) {
-            words.push_back(word);
-            continue;
-        }
-        words.push_back(word.substr(0, equals));
-        words.push_back(word.substr(equals + 1));
-    }
-    return words;
+KestOptionTable optionTable() {
+    static constexpr struct {
+        char letter;
+        const char* name;
+        const char* data;
+        const char* meaning;
+    } kOptions[] = {
+        {'s', "settings", "FILE", "help.settings"},
+        {'n', "samples", "N", "help.samples"},
+        {'i', "interval", "SECONDS", "help.interval"},
+        {'l', "log-level", "N", "help.logLevel"},
+        {'c', "console", "", "help.console"},
+        {'I', "inventory", "", "help.inventory"},
+        {'\0', "encipher", "KEYFILE", "help.encipher"},
+        {'\0', "install", "", "help.install"},
+        {'\0', "remove", "", "help.remove"},
+        {'\0', "service", "", "help.service"},
+        {'v', "version", "", "help.version"},
+        {'h', "help", "", "help.help"},
+    };
+    std::vector<KestSupport::KestOption> options;
+    for (const auto& [letter, name, data, meaning] : kOptions)
+        options.push_back({letter, name, data, say(meaning)});
+    return KestOptionTable(std::move(options));
 }
 
-KestProgramOptions parse(std::vector<std::string> words) {
-    std::vector<char*> arguments;
-    arguments.reserve(words.size() + 1);
-    for (std::string& word : words)
-        arguments.push_back(word.data());
-    arguments.push_back(nullptr);
+KestProgramOptions parse(int argc, char** argv) {
+    const KestOptionTable table = optionTable();
     try {
-        return KestProgramOptions(static_cast<int>(words.size()), arguments.data(), kShortOptions, kLongOptions, false);
+        return KestProgramOptions(argc, argv, table.shortSpec(), table.longSpec(), KestGnuOptions());
     } catch (const KestException& refused) {
         const std::string text = refused.getText();
         const std::size_t reason = text.find(": ");
@@ -52,43 +55,22 @@ KestProgramOptions parse(std::vector<std::string> words) {
     }
 }
 
-// The library reports an absent option by an exception.
-std::optional<std::string> valueOf(const KestProgramOptions& options, const char* shortName, const char* longName) {
-    try {
-        return options.getSwitch(shortName, longName);
-    } catch (const KestException&) {
-        return std::nullopt;
+std::optional<std::string> valueOf(const KestProgramOptions& options, const std::string& letter,
+                                   const std::string& name) {
+    for (const std::string& given : {name, letter}) {
+        if (options.isSet(given)) return options.getSwitch(given);
     }
+    return std::nullopt;
 }
 
 }  // namespace
 
 std::string usage() {
-    static constexpr std::pair<const char*, const char*> kOptions[] = {
-        {"-s, --settings FILE", "help.settings"},
-        {"-n, --samples N", "help.samples"},
-        {"-i, --interval SECONDS", "help.interval"},
-        {"-l, --log-level N", "help.logLevel"},
-        {"-c, --console", "help.console"},
-        {"-I, --inventory", "help.inventory"},
-        {"    --encipher KEYFILE", "help.encipher"},
-        {"    --install", "help.install"},
-        {"    --remove", "help.remove"},
-        {"    --service", "help.service"},
-        {"-v, --version", "help.version"},
-        {"-h, --help", "help.help"},
-    };
-    std::string text = say("help.purpose") + "\n\n";
-    for (const auto& [option, meaning] : kOptions) {
-        std::string column = option;
-        column.resize(24, ' ');
-        text += "  " + column + say(meaning) + "\n";
-    }
-    return text + "\n" + say("help.end") + "\n";
+    return say("help.purpose") + "\n\n" + optionTable().usage(KestGnuOptions()) + "\n" + say("help.end") + "\n";
 }
 
 CommandLine parseCommandLine(int argc, char** argv) {
-    const KestProgramOptions options = parse(withSeparateValues(argc, argv));
+    const KestProgramOptions options = parse(argc, argv);
     if (options.getArgumentCount() > 0) {
         throw BadInput(say("error.commandLine"), say("error.argument", {printable(options.getArgument(0u))}));
     }

@@ -13,12 +13,19 @@
 //
 // In one argument only the first letter counts: -ax is -a. An option that is given several times keeps all its values.
 //
+// KestOptionTable makes both specifications and the usage text from one table:
+//
+//     const KestOptionTable table{{'o', "output", "FILE", "where the result goes"}, {'h', "help", "", "this text"}};
+//     const KestProgramOptions options(argc, argv, table.shortSpec(), table.longSpec(), KestGnuOptions());
+//     if (options.isSet("h") || options.isSet("help")) std::cout << table.usage(KestGnuOptions());
+//
 // Threads: one thread at a time uses an object; several threads may call const operations at once.
 // Lifetime: an object keeps copies, no pointers into the command line. An iterator is valid during the life of its
 // object.
 #pragma once
 
 #include <cstddef>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -115,6 +122,42 @@ class KEST_SUPPORT_EXPORT KestProgramOptions {
     KestProperties<std::string> m_options;
     std::vector<std::string> m_arguments;
     iterator m_current;  // into m_arguments
+};
+
+/// An option of a program: its row in a KestOptionTable.
+struct KestOption {
+    char letter = '\0';       ///< '\0': none
+    std::string name;         ///< without dashes; empty: none
+    std::string data;         ///< what the usage text calls the data, such as "FILE"; empty: the option takes none
+    std::string description;  ///< a line feed begins a new line
+};
+
+/// The options of a program, from which the specifications and the usage text are made.
+class KEST_SUPPORT_EXPORT KestOptionTable {
+  public:
+    KestOptionTable(std::initializer_list<KestOption> options);
+    explicit KestOptionTable(std::vector<KestOption> options);
+    ~KestOptionTable();
+
+    /// Both return a specification for KestProgramOptions.
+    std::string shortSpec() const;
+    std::string longSpec() const;
+
+    /// Returns lines of at most `width` columns; 0: of any length. A line has the names of an option and, in a column
+    /// of its own, the description, which continues on further lines. A description begins on the next line if the
+    /// names are wider than a third of the width. A word that does not fit is not divided. One code point of UTF-8 is
+    /// one column; in a text that is not UTF-8, one byte.
+    ///
+    ///   -o, --output FILE  where the result goes
+    ///   -h, --help         this text
+    std::string usage(std::size_t width = 80) const;
+    /// The same with --output=FILE.
+    std::string usage(KestGnuOptions, std::size_t width = 80) const;
+
+  private:
+    std::string usage(char beforeData, std::size_t width) const;
+
+    std::vector<KestOption> m_options;
 };
 
 }  // namespace KestSupport

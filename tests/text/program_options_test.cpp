@@ -133,6 +133,28 @@ TEST(ProgramOptions, SplitAtUnquotedBlanks) {
           KestProgramOptions("prog '-o=a b' -p='c d' '' \"x -y\" -z=1\0cut"s, false));
 }
 
+TEST(OptionTable, MakesSpecificationsAndUsage) {
+    const KestOptionTable table{{'o', "output", "FILE", "where the  result\ngoes"},
+                                {'\0', "longer-name", "DATA", "on a line of its own"},
+                                {'q', "", "N", "10 gro\u00DFe, schwere W\u00F6rter"},
+                                {'x', "", "", ""},
+                                {'\0', "m", "", "unbroken" + std::string(20, '!')}};
+    EXPECT_EQ(table.shortSpec(), "o:q:x");
+    EXPECT_EQ(table.longSpec(), ":output.:longer-name.:m:");
+    EXPECT_EQ(
+        table.usage(0),
+        "  -o, --output FILE       where the result\n                          goes\n"
+        "      --longer-name DATA  on a line of its own\n  -q N                    10 gro\u00DFe, schwere W\u00F6rter\n"
+        "  -x\n      --m                 unbroken!!!!!!!!!!!!!!!!!!!!\n");
+    EXPECT_EQ(table.usage(KestGnuOptions(), 27),
+              "  -o, --output=FILE\n           where the result\n           goes\n"
+              "      --longer-name=DATA\n           on a line of its\n           own\n"
+              "  -q N     10 gro\u00DFe,\n           schwere W\u00F6rter\n"
+              "  -x\n      --m  unbroken!!!!!!!!!!!!!!!!!!!!\n");
+    EXPECT_EQ(KestOptionTable({{'q', "", "N", "\xE4\xE4\xE4 b"}}).usage(13), "  -q N  \xE4\xE4\xE4 b\n");
+    EXPECT_EQ(KestOptionTable({{'q', "", "N", "\xE4\xE4\xE4 b"}}).usage(12), "  -q N  \xE4\xE4\xE4\n        b\n");
+}
+
 TEST(ProgramOptions, MoveACursorOverTheArguments) {
     KestProgramOptions options("prog x -a=1 y -a=2 z -long=3", false), assigned("other q -n", false);
     EXPECT_EQ(*++options, "y");

@@ -318,7 +318,7 @@ TEST(Agent, ShowsHelpAndVersion) {
     ChildProcess version(KEST_AGENT, {"--version"}), help(KEST_AGENT, {"--help"});
     EXPECT_EQ(version.wait() + help.wait(), 0);
     EXPECT_EQ(count(version.output(), "^kest-agent \\d+\\.\\d+\\.\\d+\n$"), 1u) << version.output();
-    for (const std::string option : {"--settings FILE", "--samples N", "--interval SECONDS", "--log-level N",
+    for (const std::string option : {"--settings=FILE", "--samples=N", "--interval=SECONDS", "--log-level=N",
                                      "--console", "--install", "--remove", "--service", "--version"})
         EXPECT_EQ(count(help.output(), " " + option + " "), 1u) << option;
 }

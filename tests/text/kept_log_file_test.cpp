@@ -65,6 +65,9 @@ TEST(KeptLogFile, AppendsAndRotatesBySize) {
     kept.options.keep = 0;
     kept.write({"123456789"});
     EXPECT_EQ(kept.files(), "log: 123456789\nlog.1: longer than all\nlog.2: third\n");
+    kept.kit::TemporaryFolder::write("log", "torn");  // by a full disk, at the end of a process
+    kept.write({"a", "b"});
+    EXPECT_EQ(kept.readText("log"), "torn\na\nb\n");
 }
 
 TEST(KeptLogFile, RotatesByDay) {

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/clock.h"
+#include "platform/file_stream.h"
 #include "platform/files.h"
 #include "platform/local_time.h"
 #include "platform/record_file.h"
@@ -26,6 +27,15 @@ std::int64_t endOfDay(std::int64_t instant, std::int64_t never) {
     return end > instant ? end : never;
 }
 
+// Returns whether the last line of the file has no end. A process that ended while the disk was full leaves such a
+// line.
+bool endsInsideLine(const std::string& name) {
+    const platform::Stream file = platform::openStream(name.c_str(), platform::StreamMode::readBinary);
+    if (file == nullptr || std::fseek(file.get(), -1, SEEK_END) != 0) return false;
+    const int last = std::fgetc(file.get());
+    return last != EOF && last != '\n';
+}
+
 }  // namespace
 
 KeptLogFile::KeptLogFile(KestLogFileOptions options) : m_options(std::move(options)) {}
@@ -42,7 +52,7 @@ std::string KeptLogFile::prepare(LogFileOutput& output, std::size_t lineSize) {
         m_isOpenReported = !output.file.isOpen();  // LogFile::open has reported it
         if (m_isOpenReported) m_writeError = output.openError;
         m_failedAt = m_isOpenReported ? now : kNever;
-        measure(output, now);
+        begin(output, now);
     }
     if (opens && m_failedAt != now) open(output, platform::RecordFileStart::atEnd, now);
     if (output.file.isOpen() && isDue(lineSize, now) && m_failedAt != now) rotate(output, now);
@@ -63,6 +73,11 @@ std::string KeptLogFile::lostText() const {
     if (m_lost == 0) return {};
     return "KestLogging: " + std::to_string(m_lost) + (m_lost == 1 ? " record was" : " records were") +
            " not written to " + m_options.name + " (" + std::to_string(m_writeError) + ")";
+}
+
+void KeptLogFile::begin(LogFileOutput& output, std::int64_t now) {
+    measure(output, now);
+    output.lines = LineEnds(m_bytes != 0 && endsInsideLine(m_options.name));
 }
 
 // A file that was written on an earlier day is rotated before the first record.
@@ -91,8 +106,7 @@ void KeptLogFile::open(LogFileOutput& output, platform::RecordFileStart start, s
     m_failedAt = kNever;
     m_isOpenReported = false;
     output.file = std::move(file);
-    measure(output, now);
-    if (m_bytes == 0) output.lines = LineEnds();
+    begin(output, now);
 }
 
 // If another program or process has renamed the file, its name belongs to a new file or to none. Then nothing is

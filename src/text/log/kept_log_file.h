@@ -40,6 +40,7 @@ class KeptLogFile {
   private:
     static constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
 
+    void begin(LogFileOutput& output, std::int64_t now);
     void measure(const LogFileOutput& output, std::int64_t now);
     bool isDue(std::size_t lineSize, std::int64_t now) const noexcept;
     void open(LogFileOutput& output, platform::RecordFileStart start, std::int64_t now);

@@ -28,6 +28,10 @@ class KeptLogFile;
 /// Remembers whether the last line was written only in part. If so, the next line begins with a line end.
 class LineEnds {
   public:
+    LineEnds() noexcept = default;
+    /// For a file that exists: whether its last line has no end.
+    explicit LineEnds(bool torn) noexcept : m_torn(torn) {}
+
     /// Write takes a text and returns how many of its characters the system took. The others are lost.
     /// Returns whether it took the whole line.
     template <typename Write>

@@ -1,7 +1,7 @@
 # Completion of kestsc for bash. Commands, options and services come from kestsc itself, so they are always those of the
 # installed version.
 
-# The signature of a command, such as "NAME [ARGUMENT...]", from the first line of its help.
+# The signature of a command, such as "NAME... CODE", from the first line of its help.
 _kestsc_signature() {
     "$1" "$2" --help 2>/dev/null | sed -n "1s/^kestsc $2 \(.*\) - .*/\1/p"
 }
@@ -59,8 +59,13 @@ _kestsc() {
     elif [[ -z $command ]]; then
         _kestsc_offer "$word" < <(sed -n '/^Commands:/,/^$/s/^  \([a-z][a-z-]*\).*/\1/p' <<<"$help")
     else
-        local signature
-        read -ra signature <<<"$(_kestsc_signature "$program" "$command")"
+        local all signature
+        all=$(_kestsc_signature "$program" "$command")
+        if [[ -n $dashes && $all == *' [-- '* ]] && ((count > 0)); then
+            compopt -o default 2>/dev/null
+            return 0
+        fi
+        read -ra signature <<<"${all%% \[-- *}"
         local last=$((${#signature[@]} - 1))
         ((last >= 0)) || return 0
         local place=${signature[count < last ? count : last]}

@@ -43,7 +43,7 @@ expect '^,$' kestsc list ''
 expect '^,$' kestsc install ''
 expect '^,FILES,$' kestsc install name ''
 expect '^,FILES,$' kestsc start --timeout 5 db -- -x
-expect '^,db,web one,$' kestsc start --no-wait ''
+expect '^,db,web one,$' kestsc start --no-wait db ''
 expect '^,auto,demand,disabled,$' kestsc config --start ''
 expect '^,--force,--help,--json,--no-wait,--timeout,$' kestsc stop -
 expect ',--inventory,.*--settings,' kest-agent --

@@ -23,8 +23,13 @@ constexpr unsigned kOptionsOfAll = kOptionHelp | kOptionVersion | kOptionJson;
     throw UsageError(name + printable(shortened(reason, 200)) + " (kestsc " + help + "--help explains)");
 }
 
-bool takesNames(const CommandEntry& command) {
+bool takesOnlyNames(const CommandEntry& command) {
     return std::string_view(command.arguments) == "NAME...";
+}
+
+// Whether words after "--" are arguments of the services.
+bool passesArguments(const CommandEntry& command) {
+    return std::string_view(command.arguments).ends_with(" [-- ARGUMENT...]");
 }
 
 // Returns the fewest characters to insert, delete or replace that turn one word into the other.
@@ -68,6 +73,7 @@ class Words {
                 takeArgument(*word);
             } else if (*word == "--") {
                 optionsAreOver = true;
+                beforeDashes = arguments.size();
             } else {
                 takeOption(word, words.end());
             }
@@ -76,6 +82,7 @@ class Words {
 
     const CommandEntry* command = nullptr;
     std::vector<std::string> arguments;
+    std::size_t beforeDashes = kAnyNumber;    // the number of arguments before "--"
     std::map<unsigned, std::string> options;  // by their bits
 
   private:
@@ -100,10 +107,9 @@ class Words {
             const bool isShort = name == entry.letter && (taken & entry.bit) != 0;
             return isShort || name == std::string("--") + entry.name;
         });
-        const bool passesArguments = command != nullptr && command->most == kAnyNumber && !takesNames(*command);
+        const bool mayFollow = command != nullptr && command->most == kAnyNumber && !takesOnlyNames(*command);
         if (found == kOptions.end()) {
-            refuse("unknown option " + name + (passesArguments ? "; put arguments of the service after --" : ""),
-                   command);
+            refuse("unknown option " + name + (mayFollow ? "; put arguments of the service after --" : ""), command);
         }
         std::string value;
         if (*found->value == '\0') {
@@ -219,6 +225,13 @@ CommandLine parseCommandLine(const std::vector<std::string>& words) {
     if (!given.arguments.empty()) {
         line.service = given.arguments.front();
         line.words.assign(given.arguments.begin() + 1, given.arguments.end());
+        // A first name that begins with a dash also follows "--".
+        const std::size_t names = std::clamp<std::size_t>(given.beforeDashes, 1, given.arguments.size());
+        const auto rest = line.words.begin() + static_cast<std::ptrdiff_t>(names - 1);
+        if (passesArguments(*line.command)) {
+            line.arguments.assign(rest, line.words.end());
+            line.words.erase(rest, line.words.end());
+        }
     }
     for (const auto& [bit, value] : given.options) {
         if (bit == kOptionTimeout) line.patience.seconds = numberOf(value, kMostSeconds, "timeout", line.command);

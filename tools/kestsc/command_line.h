@@ -45,7 +45,8 @@ struct CommandLine {
     bool version = false;
     bool json = false;
     std::string service;
-    std::vector<std::string> words;  ///< after the service's name
+    std::vector<std::string> words;      ///< after the service's name
+    std::vector<std::string> arguments;  ///< of the services to start
     bool follows = false;
     std::optional<std::uint32_t> lines;  ///< the most lines to show
     Patience patience;

@@ -19,11 +19,11 @@ const std::vector<CommandEntry> kCommands{
     {"status", "NAME...", "show the status of services",
      "The exit code is 3 when a service is stopped, and 4 when one is not installed.\n",
      "kestsc status web || kestsc start web", 1, kAnyNumber, 0, showStatus},
-    {"start", "NAME [ARGUMENT...]", "start a service and wait until it runs",
-     "Starts the services that this one depends on, then starts this service with the arguments. Put\n"
-     "arguments that begin with a dash after --. A service that already runs is not changed. The program\n"
-     "has 30 seconds to answer; after that the time-out begins. Ctrl+C ends the started program.\n",
-     "kestsc start web --timeout 60 -- --verbose", 1, kAnyNumber, kWaiting, startOne},
+    {"start", "NAME... [-- ARGUMENT...]", "start services and wait until they run",
+     "Starts the services that one depends on before it, and passes the arguments to each named\n"
+     "service. A service that already runs is not changed. A program has 30 seconds to answer; after\n"
+     "that the time-out begins. Ctrl+C ends the started program.\n",
+     "kestsc start web --timeout 60 -- --verbose", 1, kAnyNumber, kWaiting, startEach},
     {"stop", "NAME...", "stop services and wait until they are stopped",
      "Fails while services that depend on one run. A service that does not run is not changed. A\n"
      "program that was started and has not answered is ended.\n",
@@ -31,13 +31,13 @@ const std::vector<CommandEntry> kCommands{
     {"restart", "NAME...", "stop services and start them again",
      "Starts a service that does not run. The time-out applies to the stop and to the start.\n", "kestsc restart web",
      1, kAnyNumber, kOptionTimeout | kOptionForce, restartEach},
-    {"control", "NAME CODE", "send a control to a service",
+    {"control", "NAME... CODE", "send a control to services",
      "CODE is a number from 128 to 255, whose meaning the service defines, or one of the words reload\n"
      "(read the settings again), pause, continue, interrogate.\n",
-     "kestsc control web reload", 2, 2, 0, controlOne},
-    {"wait", "NAME STATE", "wait until a service has a state",
-     "STATE is running, stopped or paused. Changes nothing.\n", "kestsc wait web running --timeout 60", 2, 2,
-     kOptionTimeout, waitForOne},
+     "kestsc control web reload", 2, kAnyNumber, 0, controlEach},
+    {"wait", "NAME... STATE", "wait until services have a state",
+     "STATE is running, stopped or paused. The time-out applies to each service. Changes nothing.\n",
+     "kestsc wait web running --timeout 60", 2, kAnyNumber, kOptionTimeout, waitForEach},
     {"logs", "NAME", "show what a service has written to standard output and error",
      "Of older output at least 1 MiB is kept. Without --lines all of it is shown. With --follow it ends\n"
      "with Ctrl+C, or when the service is deleted.\n",

@@ -29,14 +29,14 @@ extern const std::vector<CommandEntry> kCommands;
 
 void listServices(const CommandLine& line, Report& report);
 void showStatus(const CommandLine& line, Report& report);
-void startOne(const CommandLine& line, Report& report);
+void startEach(const CommandLine& line, Report& report);
 void stopEach(const CommandLine& line, Report& report);
 void restartEach(const CommandLine& line, Report& report);
 void installOne(const CommandLine& line, Report& report);
 void deleteEach(const CommandLine& line, Report& report);
 void configureOne(const CommandLine& line, Report& report);
-void controlOne(const CommandLine& line, Report& report);
-void waitForOne(const CommandLine& line, Report& report);
+void controlEach(const CommandLine& line, Report& report);
+void waitForEach(const CommandLine& line, Report& report);
 void showLogs(const CommandLine& line, Report& report);
 void runAll(const CommandLine& line, Report& report);
 void startAll(const CommandLine& line, Report& report);

@@ -58,11 +58,28 @@ std::vector<std::string> dependencyOrder(const Dependencies& dependencies) {
     return order.order();
 }
 
+// The services of a command whose last word is not a name.
+std::vector<std::string> namesBeforeLast(const CommandLine& line) {
+    std::vector<std::string> names = servicesOf(line);
+    names.pop_back();
+    return names;
+}
+
 }  // namespace
 
-void startOne(const CommandLine& line, Report& report) {
-    const Task task{"start", line.service};
-    report.succeed(task, startService(Manager(task), task, line.words, line.patience));
+void startEach(const CommandLine& line, Report& report) {
+    const Manager manager({"start", line.service});
+    for (const std::string& service : servicesOf(line)) {
+        const Task task{"start", service};
+        attempt(report, [&] {
+            try {
+                report.succeed(task, startService(manager, task, line.arguments, line.patience));
+            } catch (const Failure& failure) {
+                if (failure.exitCode() != kExitNotInstalled || service == line.service) throw;
+                throw Failure(task, failure.error(), failure.reason() + "; arguments for services follow --");
+            }
+        });
+    }
 }
 
 void stopEach(const CommandLine& line, Report& report) {
@@ -84,34 +101,45 @@ void restartEach(const CommandLine& line, Report& report) {
     }
 }
 
-void controlOne(const CommandLine& line, Report& report) {
-    const std::string& word = line.words.front();
-    const Task task{"control", line.service};
+void controlEach(const CommandLine& line, Report& report) {
+    const std::string& word = line.words.back();
     const std::optional<std::uint32_t> code = controlOf(word);
     if (!code) {
         throw UsageError("control: " + printable(shortened(word, 100)) +
                          " is not reload, pause, continue, interrogate or a number from 128 to 255 (kestsc control "
                          "--help explains)");
     }
-    const SharedHandle service = Manager(task).open(
-        task, platform::kServicePauseContinue | platform::kServiceInterrogate | platform::kServiceUserControl);
-    ServiceStatus answer;
-    require(task, platform::serviceManager().control(service.get(), *code, answer));
-    report.succeed(task, "accepted " + word + "; " + stateWord(answer.currentState));
+    constexpr std::uint32_t kAccess =
+        platform::kServicePauseContinue | platform::kServiceInterrogate | platform::kServiceUserControl;
+    const Manager manager({"control", line.service});
+    for (const std::string& name : namesBeforeLast(line)) {
+        const Task task{"control", name};
+        attempt(report, [&] {
+            const SharedHandle service = manager.open(task, kAccess);
+            ServiceStatus answer;
+            require(task, platform::serviceManager().control(service.get(), *code, answer));
+            report.succeed(task, "accepted " + word + "; " + stateWord(answer.currentState));
+        });
+    }
 }
 
-void waitForOne(const CommandLine& line, Report& report) {
-    const std::string& word = line.words.front();
-    const Task task{"wait", line.service};
+void waitForEach(const CommandLine& line, Report& report) {
+    const std::string& word = line.words.back();
     const std::optional<std::uint32_t> wanted = stateOf(word);
     if (!wanted) {
         throw UsageError("wait: " + printable(shortened(word, 100)) +
                          " is not running, stopped or paused (kestsc wait --help explains)");
     }
-    Wait wait(task, Manager(task).open(task, platform::kServiceQueryStatus), line.patience);
-    while (wait.queryStatus().currentState != *wanted)
-        wait.pause();
-    report.succeed(task, "is " + word);
+    const Manager manager({"wait", line.service});
+    for (const std::string& name : namesBeforeLast(line)) {
+        const Task task{"wait", name};
+        attempt(report, [&] {
+            Wait wait(task, manager.open(task, platform::kServiceQueryStatus), line.patience);
+            while (wait.queryStatus().currentState != *wanted)
+                wait.pause();
+            report.succeed(task, "is " + word);
+        });
+    }
 }
 
 std::set<std::string> startAutomatic(const Manager& manager, const Patience& patience, Report& report) {

@@ -113,7 +113,8 @@ TEST_F(Kestsc, AdministersOneService) {
          heading + "State         stopped\n"
                    "Last end      the service has never been started (1077)\n"},
         {"stop web", 0, "web: is not running\n"},
-        {"start web -- --one 'two words'", 0, "web: started\n"},
+        {"start web fast -- --one 'two words'", 4, "web: started\n",
+         "start fast: the service is not installed (1060); arguments for services follow --"},
         {"start web", 0, "web: is already running\n"},
         {"status web", 0,
          heading + "State         running\nStarted       TIME\nProcess       PID\nAccepts       stop\n"},
@@ -122,9 +123,10 @@ TEST_F(Kestsc, AdministersOneService) {
          "\"processId\":PID,"
          "\"accepts\":[\"stop\"],\"exitCode\":0,\"serviceExitCode\":42,\"checkPoint\":0,\"waitHint\":0,"
          "\"started\":\"TIME\",\"ended\":null,\"processExitCode\":null}\n"},
-        {"control web 200", 0, "web: accepted 200; running\n"},
+        {"control none web 200", 4, "web: accepted 200; running\n",
+         "control none: the service is not installed (1060)"},
         {"control web reload", 1, "", "control web: the service does not take this control (1052)"},
-        {"wait web running", 0, "web: is running\n"},
+        {"wait web web running", 0, "web: is running\nweb: is running\n"},
         {"wait web paused --timeout 1", 6, "", "wait web: timed out after 1 s; the service is running"},
         {"config web --start=auto --depends a --description '' --json", 0,
          "{\"results\":[{\"operation\":\"config\",\"service\":\"web\",\"status\":0,\"error\":0,"
@@ -197,7 +199,7 @@ TEST_F(Kestsc, StartsAndStopsAllInOrder) {
 TEST_F(Kestsc, WaitsUntilTheTimeOut) {
     install("slow", "slow");
     install("stubborn", "stubborn", "--depends slow");
-    kit::ChildProcess watched(KESTSC, {"start", "slow", "slowly"}, {"", "", true});
+    kit::ChildProcess watched(KESTSC, {"start", "slow", "--", "slowly"}, {"", "", true});
     EXPECT_EQ(watched.wait(), 0);
     EXPECT_EQ(watched.output(), "slow: started\n");
     const std::regex shown(
@@ -215,7 +217,7 @@ TEST_F(Kestsc, WaitsUntilTheTimeOut) {
             {"stop slow", 0, "slow: stopped\n"}});
     install("mute", "mute");
     expect({"config mute --command '/bin/sleep 100'", 0, "mute: changed\n"});
-    for (const Texts& arguments : {Texts{"start", "mute"}, {"start", "slow", "slowly"}}) {
+    for (const Texts& arguments : {Texts{"start", "mute"}, {"start", "slow", "--", "slowly"}}) {
         kit::ChildProcess broken(KESTSC, arguments);
         kit::await([&] { return query(arguments[1]).processId != 0; });
         broken.interrupt();

@@ -28,6 +28,7 @@ awk -v expected="$work/expected" '
         command = $0; gsub(/\047/, "\047\\\047\047", command); print "echo \047$ " command "\047"
     }
     inside && (file || shell || console) { print }
+    END { print "exit 0" }
 ' "$page" >"$work/script"
 
 # What differs between two runs.
@@ -35,5 +36,5 @@ same() {
     sed -E "s,$HOME,/home/user,g; s,$prefix,/home/user/kest,g; s/[0-9]{8}_[0-9:]{8}/TIME/; s/\[[0-9]+\]/[ID]/; s/^(Process +)[0-9]+/\1ID/
             s/[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9:]{8} \(.*ago\)/TIME/"
 }
-bash "$work/script" >"$work/transcript" 2>&1 </dev/null || { echo "$page: a command failed"; cat "$work/transcript" "$work/script.log"; exit 1; }
+bash "$work/script" >"$work/transcript" 2>&1 </dev/null || { echo "$page: a command failed"; cat "$work"/{transcript,script.log} 2>/dev/null; exit 1; }
 diff -u --label "$page" --label "what happened" <(same <"$work/expected") <(same <"$work/transcript")

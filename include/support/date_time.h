@@ -31,6 +31,7 @@
 
 namespace KestSupport {
 
+/// A date with its time of day, as a value.
 class KEST_SUPPORT_EXPORT KestDateTime {
   public:
     /// The field that add and subtract change. Any other value changes nothing.
@@ -100,6 +101,7 @@ class KEST_SUPPORT_EXPORT KestDateTime {
     /// False for an incorrect format. Throws for a text of correct format that is not a date or not representable.
     bool setDateTimeFromStrImpl(const std::string& text, std::string& message);
 
+    /// The fields of the stored local time.
     unsigned int getDay() const;
     unsigned int getMonth() const;  ///< 1 to 12
     unsigned int getYear() const;   ///< such as 2024

@@ -33,17 +33,20 @@ struct BlowfishSchedule {
 
 /// One block of the cipher. Bytes 0 to 3 of a block are the left half, bytes 4 to 7 the right half, both big-endian.
 struct KEST_SUPPORT_EXPORT SBlock {
+    /// A block of zeros, of two words, or of those of the source.
     SBlock();
     SBlock(unsigned int left, unsigned int right);
     SBlock(const SBlock& source);
     virtual ~SBlock();
     SBlock& operator=(const SBlock& source);
+    /// Combines both words by exclusive or.
     SBlock& operator^=(const SBlock& other);
 
-    std::uint32_t m_left = 0;
-    std::uint32_t m_right = 0;
+    std::uint32_t m_left = 0;   ///< bytes 0 to 3
+    std::uint32_t m_right = 0;  ///< bytes 4 to 7
 };
 
+/// Encrypts and decrypts with a key, and keeps the schedule of the last one.
 class KEST_SUPPORT_EXPORT KestEncryption {
   public:
     /// Normal uses the mode ECB, High the mode CBC. The key schedule is the same.
@@ -82,6 +85,7 @@ class KEST_SUPPORT_EXPORT KestEncryption {
     /// The same, but returns false for an empty key, as encryptDataImpl does.
     virtual bool decryptDataImpl(const std::string& key, std::string& data, std::string& out, std::string& message);
 
+    /// Returns the strength that was set last.
     virtual Strength getStrength() const;
     /// A value that is not a Strength only changes the result of getStrength.
     virtual void setStrength(const Strength& strength);

@@ -34,6 +34,7 @@
 
 namespace KestSupport {
 
+/// Derive from it and implement handleTimerEvent.
 class KEST_SUPPORT_EXPORT KestEventTimerThread : public KestThread {
   public:
     /// Makes a thread that is not started. Keeps the timer's address.

@@ -20,8 +20,10 @@ namespace KestSupport {
 /// nothing but std::bad_alloc and what these conversions throw.
 class KEST_SUPPORT_EXPORT KestException {
   public:
+    /// The newest message is on top.
     using MessageStack = std::stack<wstring16, std::deque<wstring16>>;
 
+    /// No text and no message; the code is 0 unless one is given.
     KestException();
     explicit KestException(int code);
     /// The text is also the first message.
@@ -59,6 +61,7 @@ class KEST_SUPPORT_EXPORT KestException {
 /// A name or an index does not exist: "KestNoSuchElementException - " and the given text.
 class KEST_SUPPORT_EXPORT KestNoSuchElementException : public KestException {
   public:
+    /// Puts the prefix before the text. The code is 0.
     explicit KestNoSuchElementException(const std::string& text);
     KestNoSuchElementException(const KestNoSuchElementException& other);
     KestNoSuchElementException& operator=(const KestNoSuchElementException& other);
@@ -68,6 +71,7 @@ class KEST_SUPPORT_EXPORT KestNoSuchElementException : public KestException {
 /// A value or a text is not a valid date: "KestInvalidDateException - " and the given text.
 class KEST_SUPPORT_EXPORT KestInvalidDateException : public KestException {
   public:
+    /// Puts the prefix before the text. The code is 0.
     explicit KestInvalidDateException(const std::string& text);
     KestInvalidDateException(const KestInvalidDateException& other);
     KestInvalidDateException& operator=(const KestInvalidDateException& other);
@@ -77,6 +81,7 @@ class KEST_SUPPORT_EXPORT KestInvalidDateException : public KestException {
 /// Data cannot be encrypted or decrypted: "KestInvalidEncryptionException - " and the given text.
 class KEST_SUPPORT_EXPORT KestInvalidEncryptionException : public KestException {
   public:
+    /// Puts the prefix before the text. The code is 0.
     explicit KestInvalidEncryptionException(const std::string& text);
     KestInvalidEncryptionException(const KestInvalidEncryptionException& other);
     KestInvalidEncryptionException& operator=(const KestInvalidEncryptionException& other);
@@ -86,6 +91,7 @@ class KEST_SUPPORT_EXPORT KestInvalidEncryptionException : public KestException 
 /// The cipher does not accept the key data: "KestKeyDataNotSupportedException - " and the given text.
 class KEST_SUPPORT_EXPORT KestKeyDataNotSupportedException : public KestException {
   public:
+    /// Puts the prefix before the text. The code is 0.
     explicit KestKeyDataNotSupportedException(const std::string& text);
     KestKeyDataNotSupportedException(const KestKeyDataNotSupportedException& other);
     KestKeyDataNotSupportedException& operator=(const KestKeyDataNotSupportedException& other);
@@ -95,6 +101,7 @@ class KEST_SUPPORT_EXPORT KestKeyDataNotSupportedException : public KestExceptio
 /// No catalogue has the message: "KestMissingMessageException - Missing " and the given key.
 class KEST_SUPPORT_EXPORT KestMissingMessageException : public KestException {
   public:
+    /// `text` is the key. The code is 0.
     explicit KestMissingMessageException(const std::string& text);
     KestMissingMessageException(const KestMissingMessageException& other);
     KestMissingMessageException& operator=(const KestMissingMessageException& other);
@@ -105,6 +112,7 @@ class KEST_SUPPORT_EXPORT KestMissingMessageException : public KestException {
 class KEST_SUPPORT_EXPORT KestPropertyNotFound : public KestException {
   public:
     KestPropertyNotFound();
+    /// The code is 0.
     explicit KestPropertyNotFound(const std::string& name);
     explicit KestPropertyNotFound(const string_ci& name);
     /// A wide name is narrowed and widened again, so characters that narrow text cannot represent become '?'.

@@ -16,6 +16,7 @@
 #define KEST_SUPPORT_EXPORT __declspec(dllimport)
 #endif
 #else
+/// Marks what a program may use of the shared library.
 #define KEST_SUPPORT_EXPORT __attribute__((visibility("default")))
 #endif
 

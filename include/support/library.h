@@ -51,11 +51,13 @@ class KEST_SUPPORT_EXPORT KestLibrary : public KestObjectBase {
 /// State that is created and deleted. A disabled object does nothing at construction and destruction.
 class KEST_SUPPORT_EXPORT ModuleData {
   public:
+    /// With false, construction and destruction do nothing.
     explicit ModuleData(bool enabled) noexcept : m_enabled(enabled) {}
     ModuleData(const ModuleData&) = delete;
     ModuleData& operator=(const ModuleData&) = delete;
     virtual ~ModuleData();
 
+    /// Create and delete the state. The derived class calls them.
     virtual void initialize() = 0;
     virtual void terminate() = 0;
 
@@ -66,7 +68,7 @@ class KEST_SUPPORT_EXPORT ModuleData {
     static ModuleData* m_pHead;  ///< null; the library does not change it
 
   protected:
-    bool m_enabled;
+    bool m_enabled;                ///< the argument of the constructor
     std::int32_t m_initCount = 0;  ///< the number of initialisations minus the number of terminations
 };
 

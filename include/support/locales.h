@@ -14,8 +14,10 @@
 
 namespace KestSupport {
 
+/// Static operations only.
 class KEST_SUPPORT_EXPORT KestLocaleFactory {
   public:
+    /// The languages of getLocale. GlobalC is the classic locale.
     enum Language : int { German, English, Spanish, French, Japanese, Chinese, GlobalC };
 
     /// Returns a copy of the default locale; with true, a copy with an ansi_ctype for the current environment. The

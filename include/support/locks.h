@@ -181,11 +181,14 @@ class KestCriticalSection {
     KestCriticalSection& operator=(const KestCriticalSection&) = delete;
     ~KestCriticalSection() { unlock(); }
 
+    /// Takes one level; blocks without limit.
     void lock() {
         m_object.lock();
         m_locked = true;
     }
+    /// Takes one level if the lock is free, as KestCriticalSectionObject::testAndSet, and returns whether it did.
     bool testAndSet() { return m_locked = m_object.testAndSet(); }
+    /// Releases the level if the guard holds it.
     void unlock() {
         if (!m_locked) return;
         m_locked = false;

@@ -41,6 +41,7 @@
 
 namespace KestSupport {
 
+/// One record. Its destructor writes the line.
 class KEST_SUPPORT_EXPORT KestLogRecord {
   public:
     /// Begins a record of the level, 0 (always shown) to 9. An empty module is "Global". The level is tested here and

@@ -89,8 +89,10 @@ struct KestLogFileOptions {
 /// destroys it, it marks the open record of the thread as one to drop.
 class KEST_SUPPORT_EXPORT KestSetLogLevelManipulator {
   public:
+    /// What the insertion calls.
     using Function = KestLogging& (*)(KestLogging&, const std::string& module, int level);
 
+    /// For a record of the level, and optionally of a module.
     KestSetLogLevelManipulator(Function function, int recordLevel) : fn(function), level(recordLevel) {}
     KestSetLogLevelManipulator(Function function, const std::string& recordModule, int recordLevel)
         : fn(function), module(recordModule), level(recordLevel) {}
@@ -102,14 +104,15 @@ class KEST_SUPPORT_EXPORT KestSetLogLevelManipulator {
         if (std::uncaught_exceptions() > 0) leaveRecord();
     }
 
-    Function fn;
-    std::string module;
-    int level;
+    Function fn;         ///< called by the insertion
+    std::string module;  ///< empty for none
+    int level;           ///< the level of the record
 
   private:
     static void leaveRecord() noexcept;
 };
 
+/// The logger of a process. A program constructs one and registers it with setInstance.
 class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
   public:
     /// Bits of a target.
@@ -179,6 +182,7 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
     void setCurrentLevel(const std::string& module, int level);
     void setCurrentLevel(int level);
 
+    /// Returns the set of target bits.
     int getTarget() const noexcept { return m_target.load(std::memory_order_relaxed); }
 
     /// Changes the target. Closes the log file if its bit is removed; opens a new file, with a new number, if it is
@@ -285,6 +289,7 @@ KEST_SUPPORT_EXPORT KestLogging& endrecord(KestLogging& logging);
 KEST_SUPPORT_EXPORT KestSetLogLevelManipulator setloglevel(int level);
 KEST_SUPPORT_EXPORT KestSetLogLevelManipulator setloglevel(const std::string& module, int level);
 
+/// Chooses the level and the module of the next record.
 inline KestLogging& operator<<(KestLogging& logging, const KestSetLogLevelManipulator& manipulator) {
     manipulator.fn(logging, manipulator.module, manipulator.level);
     return logging;

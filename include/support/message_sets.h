@@ -26,6 +26,7 @@
 
 namespace KestSupport {
 
+/// The messages of one base name for one locale. Copies are independent.
 class KEST_SUPPORT_EXPORT KestMessageSet {
   public:
     /// Loads the files. Their names begin with `baseName`, which may contain a path. Throws KestException with code 0

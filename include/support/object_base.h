@@ -52,7 +52,7 @@ class KEST_SUPPORT_EXPORT KestObjectBase {
     /// a name: "class KestSupport::KestThread" becomes "KestSupport::KestThread".
     static std::string normalizeClassName(const std::string& s);
 
-    std::atomic<std::uint32_t> m_refCount{0};
+    std::atomic<std::uint32_t> m_refCount{0};  ///< the number of references
 };
 
 /// Holds one reference to a T, which is KestObjectBase or derives from it. Dereferencing does not check for null. The
@@ -60,6 +60,7 @@ class KEST_SUPPORT_EXPORT KestObjectBase {
 template <typename T>
 class KestSmartPointer {
   public:
+    /// Null.
     KestSmartPointer() noexcept = default;
     KestSmartPointer(std::nullptr_t) noexcept {}  // NOLINT(google-explicit-constructor)
     /// Adds a reference, so a new object has the count 1.
@@ -108,12 +109,14 @@ class KestSmartPointer {
         return *this;
     }
 
+    /// The target, which may be null.
     T* operator->() const noexcept { return m_pTarget; }
     T& operator*() const noexcept { return *m_pTarget; }
     T* get() const noexcept { return m_pTarget; }
     bool isNull() const noexcept { return m_pTarget == nullptr; }
     explicit operator bool() const noexcept { return m_pTarget != nullptr; }
 
+    /// Compare the addresses of the targets.
     friend bool operator==(const KestSmartPointer& a, const KestSmartPointer& b) noexcept {
         return a.m_pTarget == b.m_pTarget;
     }

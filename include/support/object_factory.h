@@ -19,6 +19,7 @@
 
 namespace KestSupport {
 
+/// An empty polymorphic base; the library does not use it.
 class KEST_SUPPORT_EXPORT KestExemplar {
   public:
     KestExemplar() noexcept = default;

@@ -28,6 +28,7 @@
 
 namespace KestSupport {
 
+/// The root of both directions.
 class KEST_SUPPORT_EXPORT KestObjectStream {
   public:
     KestObjectStream() noexcept = default;
@@ -57,6 +58,7 @@ class KEST_SUPPORT_EXPORT KestInputObjectStream : public KestObjectStream {
     /// Moves up to size times count bytes from the stream to `destination`, and returns their number.
     virtual std::size_t read(void* destination, std::size_t size, std::size_t count) = 0;
 
+    /// Read a value in as many bytes as it has in memory: 1 for a character, 2 for a short, 4 for an int, a float.
     KestInputObjectStream& operator>>(char& value);
     KestInputObjectStream& operator>>(unsigned char& value);
     KestInputObjectStream& operator>>(int& value);
@@ -97,6 +99,7 @@ class KEST_SUPPORT_EXPORT KestOutputObjectStream : public KestObjectStream {
     /// Appends size times count bytes of `source` to the stream, and returns their number.
     virtual std::size_t write(const void* source, std::size_t size, std::size_t count) = 0;
 
+    /// Write a value in as many bytes as it has in memory. A bool and a signed char are written as an int.
     KestOutputObjectStream& operator<<(char value);
     KestOutputObjectStream& operator<<(unsigned char value);
     KestOutputObjectStream& operator<<(int value);
@@ -135,7 +138,7 @@ class KEST_SUPPORT_EXPORT KestOutputObjectStream : public KestObjectStream {
 /// limit leaves its variable unchanged. A text takes two calls of the source's read.
 class KEST_SUPPORT_EXPORT KestCheckedInputStream final : public KestInputObjectStream {
   public:
-    static constexpr std::uint64_t kNoLimit = ~std::uint64_t{0};
+    static constexpr std::uint64_t kNoLimit = ~std::uint64_t{0};  ///< texts of any length
 
     /// Refers to the source, which outlives this object. `longestText` is a number of characters, or of 16-bit units.
     explicit KestCheckedInputStream(KestInputObjectStream& source KEST_SUPPORT_LIFETIMEBOUND,
@@ -144,6 +147,7 @@ class KEST_SUPPORT_EXPORT KestCheckedInputStream final : public KestInputObjectS
     KestCheckedInputStream& operator=(const KestCheckedInputStream&) = delete;
     ~KestCheckedInputStream() override;
 
+    /// Returns whether a value was incomplete since the construction or the last reset.
     bool failed() const noexcept { return m_failed; }
     /// Forgets the failure, and makes the source empty.
     void reset() override;
@@ -169,6 +173,7 @@ class KEST_SUPPORT_EXPORT KestCheckedOutputStream final : public KestOutputObjec
     KestCheckedOutputStream& operator=(const KestCheckedOutputStream&) = delete;
     ~KestCheckedOutputStream() override;
 
+    /// Returns whether a value was incomplete since the construction or the last reset.
     bool failed() const noexcept { return m_failed; }
     /// Forgets the failure, and makes the target empty.
     void reset() override;
@@ -183,7 +188,7 @@ class KEST_SUPPORT_EXPORT KestCheckedOutputStream final : public KestOutputObjec
 /// The result of inEightBytes.
 template <typename Integer>
 struct KestEightBytes {
-    Integer& value;
+    Integer& value;  ///< the number, not a copy
 };
 
 /// Writes or reads a 64-bit integer in 8 bytes:
@@ -204,6 +209,7 @@ noexcept {
     return {value};
 }
 
+/// Write and read 8 bytes.
 template <typename Integer>
 KestOutputObjectStream& operator<<(KestOutputObjectStream& stream, KestEightBytes<Integer> number) {
     return stream << static_cast<long long>(number.value);

@@ -34,21 +34,24 @@ class DependentList;
 /// A small value with an id, which is 0 unless one is given; the base of all notifications.
 class KEST_SUPPORT_EXPORT KestNotification {
   public:
+    /// The id is 0 unless one is given.
     KestNotification() noexcept = default;
     explicit KestNotification(int id) noexcept : m_id(id) {}
     KestNotification(const KestNotification&) = default;
     KestNotification& operator=(const KestNotification&) = default;
+    /// Sets the id.
     KestNotification& operator=(int id) noexcept {
         m_id = id;
         return *this;
     }
     virtual ~KestNotification();
 
+    /// The id has the meaning that the sender gives it.
     void setId(int id) noexcept { m_id = id; }
     int getId() const noexcept { return m_id; }
 
   protected:
-    int m_id = 0;
+    int m_id = 0;  ///< the id
 };
 
 /// An event sends it each time it is set or pulsed, and so does a timer each time it fires.
@@ -63,13 +66,14 @@ class KEST_SUPPORT_EXPORT KestEventNotification : public KestNotification {
 /// Names a property that changed.
 class KEST_SUPPORT_EXPORT PropertyChanged : public KestNotification {
   public:
+    /// The id is 0.
     explicit PropertyChanged(const std::string& propertyName);
     /// Narrows the name through KestLocaleFactory::getDefaultLocale(true). Throws what KestStringUtilities::narrow
     /// throws.
     explicit PropertyChanged(const wstring16& propertyName);
     ~PropertyChanged() override;
 
-    std::string m_propertyName;
+    std::string m_propertyName;  ///< the name of the property
 };
 
 /// An observer. It does not know its collaborators, so its owner removes it from each before it destroys it.

@@ -30,6 +30,7 @@
 
 namespace KestSupport {
 
+/// The base of a queue: its lock, and the operation that empties it.
 class KEST_SUPPORT_EXPORT KestBaseSynchronizedQueue {
   public:
     KestBaseSynchronizedQueue();
@@ -40,10 +41,11 @@ class KEST_SUPPORT_EXPORT KestBaseSynchronizedQueue {
     /// Discards every element.
     virtual void clear() = 0;
 
+    /// Returns the lock of the storage, which the queue owns.
     KestCriticalSectionObject& getLock() noexcept { return m_lock; }
 
   protected:
-    KestCriticalSectionObject m_lock;  // guards the derived queue's storage
+    KestCriticalSectionObject m_lock;  ///< guards the derived queue's storage
 };
 
 /// Mutex and event together act as a condition. When they cannot be made (memory is short), the queue's lock serves as
@@ -72,8 +74,8 @@ class KEST_SUPPORT_EXPORT KestBaseProducerConsumer {
     /// element first, so the caller tests its condition again.
     void waitForSyncEvent();
 
-    bool m_sentinel = false;  ///< no more elements will be produced; guarded by the mutex
-    KestBaseSynchronizedQueue& m_queue;
+    bool m_sentinel = false;             ///< no more elements will be produced; guarded by the mutex
+    KestBaseSynchronizedQueue& m_queue;  ///< the queue; not owned
 
   private:
     struct Sync;

@@ -38,8 +38,10 @@ namespace KestSupport {
 /// Chooses the constructor of KestProgramOptions for command lines in the manner of GNU.
 struct KestGnuOptions {};
 
+/// A parsed command line.
 class KEST_SUPPORT_EXPORT KestProgramOptions {
   public:
+    /// A position among the plain arguments.
     using iterator = std::vector<std::string>::const_iterator;
 
     /// Accepts every option. argv[0] is the program's name; the name is empty if argc is 0. With `allowSlash` an option
@@ -76,6 +78,7 @@ class KEST_SUPPORT_EXPORT KestProgramOptions {
     KestProgramOptions& operator=(const KestProgramOptions& other);
     ~KestProgramOptions();
 
+    /// Returns the program's name as the command line has it.
     const std::string& getProgramName() const KEST_SUPPORT_LIFETIMEBOUND { return m_programName; }
 
     /// The number of plain arguments.
@@ -135,6 +138,7 @@ struct KestOption {
 /// The options of a program, from which the specifications and the usage text are made.
 class KEST_SUPPORT_EXPORT KestOptionTable {
   public:
+    /// Keeps a copy of the options, in their order.
     KestOptionTable(std::initializer_list<KestOption> options);
     explicit KestOptionTable(std::vector<KestOption> options);
     ~KestOptionTable();

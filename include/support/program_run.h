@@ -18,6 +18,7 @@
 
 namespace KestSupport {
 
+/// What KestRunProgram runs, and its limits.
 struct KestProgramRun {
     /// The program first. Without a separator in its name, PATH is searched.
     std::vector<std::string> arguments;
@@ -30,6 +31,7 @@ struct KestProgramRun {
     std::size_t outputLimit = 0;
 };
 
+/// How a program ended, and what it has written.
 struct KestProgramResult {
     int exitCode = 0;             ///< as KestExecuteProgram stores it
     bool timedOut = false;        ///< the program was ended by force after the time-out

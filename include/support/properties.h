@@ -59,6 +59,7 @@ class KEST_SUPPORT_EXPORT KestPropertyIterator {
 template <typename StringType>
 class KEST_SUPPORT_EXPORT KestProperties : public KestObjectBase, public KestCollaborator {
   public:
+    /// The types of a unit of text, of the values of a name, and of a copy of all entries.
     using CharType = typename StringType::value_type;
     using ValueList = std::vector<StringType>;
     using PropertyMap = std::map<StringType, ValueList>;

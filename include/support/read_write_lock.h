@@ -93,6 +93,7 @@ struct KEST_SUPPORT_EXPORT RwLockImplementation : public KestSupport::KestObject
 
 namespace KestSupport {
 
+/// The lock. A copy is the same lock.
 class KEST_SUPPORT_EXPORT KestReadWriteLock {
   public:
     /// Creates a free lock. Throws std::bad_alloc when memory is short. So may each operation that takes the lock; it
@@ -121,6 +122,7 @@ class KEST_SUPPORT_EXPORT KestReadWriteLock {
     /// level or the write lock.
     bool tryWriteLock();
 
+    /// The operations above, under the names of the standard library.
     void lock_shared() { readLock(); }
     bool try_lock_shared() { return tryReadLock(); }
     void unlock_shared() { readUnLock(); }

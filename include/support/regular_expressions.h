@@ -57,6 +57,7 @@ struct CompiledExpression;
 template <typename StringType>
 class KEST_SUPPORT_EXPORT KestRegularExpressionImplementation {
   public:
+    /// A compiled pattern, which never changes.
     using Snapshot = std::shared_ptr<const internal::CompiledExpression<StringType>>;
     /// Whether a search reports the length of a match that the begin anchor refuses, which may take longer.
     enum class Length { Always, OfMatch };

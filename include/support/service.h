@@ -33,6 +33,7 @@ class ServiceHost;
 struct ServiceRecord;
 }  // namespace internal
 
+/// Derive from it, supply startIt and stopIt, and call start.
 class KEST_SUPPORT_EXPORT KestService {
   public:
     /// The numbers that the service manager uses.
@@ -110,10 +111,10 @@ class KEST_SUPPORT_EXPORT KestService {
     /// Does nothing.
     void AddToMessageLog(const std::string& message);
 
-    std::string m_appName;  ///< for the derived class; not read here
-    std::string m_serviceName;
-    std::string m_displayName;
-    std::string m_dependencies;
+    std::string m_appName;       ///< for the derived class; not read here
+    std::string m_serviceName;   ///< the name by which the manager knows the service
+    std::string m_displayName;   ///< what the manager's clients show
+    std::string m_dependencies;  ///< the names of the services that must run first, each with a NUL at its end
     std::string m_arguments;     ///< follows the program's path in what install registers
     wstring16 m_description;     ///< registered by install unless empty
     bool m_interactive = false;  ///< the service may interact with the desktop

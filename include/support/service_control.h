@@ -23,11 +23,13 @@ class KEST_SUPPORT_EXPORT KestServiceControlException {
     static constexpr std::uint32_t TIMED_OUT = 2;         ///< the service did not reach the wanted state in time
     static constexpr std::uint32_t NOT_IMPLEMENTED = 99;  ///< the platform does not have the operation
 
+    /// `errorNumber` is one of the three constants, `osErrorNumber` the platform's code of an OS_ERROR.
     explicit KestServiceControlException(std::uint32_t errorNumber);
     KestServiceControlException(std::uint32_t errorNumber, std::uint32_t osErrorNumber);
     KestServiceControlException(const KestServiceControlException& other) = default;
     KestServiceControlException& operator=(const KestServiceControlException& other) = default;
 
+    /// Returns the kind of the failure, one of the three constants.
     std::uint32_t GetErrorNumber() const { return m_errorNumber; }
     /// The platform's error code of an OS_ERROR; 0 for the others.
     std::uint32_t GetOsErrorNumber() const { return m_osErrorNumber; }
@@ -45,6 +47,7 @@ class KEST_SUPPORT_EXPORT KestServiceControlException {
 /// Every operation throws a KestServiceControlException on failure.
 class KEST_SUPPORT_EXPORT KestServiceControl {
   public:
+    /// Keeps the name. Does not call the manager.
     explicit KestServiceControl(const std::string& serviceName);
     KestServiceControl(const KestServiceControl& other);
     KestServiceControl& operator=(const KestServiceControl& other);
@@ -73,11 +76,13 @@ class KEST_SUPPORT_EXPORT KestServiceControl {
     virtual bool IsServiceInstalled() = 0;
 
   protected:
-    std::string m_serviceName;
+    std::string m_serviceName;  ///< the name of the service
 };
 
+/// The operations with the service manager, on every platform.
 class KEST_SUPPORT_EXPORT KestServiceControlWin : public KestServiceControl {
   public:
+    /// Connects to the manager. Throws when it cannot be reached.
     explicit KestServiceControlWin(const std::string& serviceName);
     /// Copies share the connection to the manager; the last copy closes it. A copy begins without a service handle.
     KestServiceControlWin(const KestServiceControlWin& other);

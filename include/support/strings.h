@@ -99,9 +99,11 @@ template <typename CharT>
 struct char_traits_ci : internal::text_traits<CharT> {
     static_assert(std::is_same_v<CharT, char> || std::is_same_v<CharT, unsigned short>);
 
+    /// The comparisons of std::char_traits, of the folded characters.
     static bool eq(CharT a, CharT b) { return a == b || fold(a) == fold(b); }
     static bool lt(CharT a, CharT b) { return fold(a) < fold(b); }
 
+    /// Returns -1, 0 or 1 for the first `n` characters.
     static int compare(const CharT* p, const CharT* q, std::size_t n) {
         for (std::size_t i = 0; i < n; ++i) {
             // Equal characters have equal foldings, so only the others need the C runtime.
@@ -113,6 +115,7 @@ struct char_traits_ci : internal::text_traits<CharT> {
         return 0;
     }
 
+    /// Returns the first of `n` characters that equals `c`; null if there is none.
     static const CharT* find(const CharT* p, std::size_t n, const CharT& c) {
         const int folded = fold(c);
         for (; n != 0; ++p, --n) {
@@ -132,9 +135,11 @@ struct char_traits_ci : internal::text_traits<CharT> {
     }
 };
 
+/// Narrow text that is compared without regard to case.
 using string_ci = std::basic_string<char, char_traits_ci<char>>;
 /// std::basic_string<unsigned short>. With libc++, which has no traits for it, the traits are those of the library.
 using wstring16 = internal::basic_text<unsigned short>;
+/// The same, compared without regard to case.
 using wstring16_ci = std::basic_string<unsigned short, char_traits_ci<unsigned short>>;
 
 /// The facet of a std::locale that converts between narrow and wide text. A locale has at most one: an ansi_ctype
@@ -144,11 +149,13 @@ using wstring16_ci = std::basic_string<unsigned short, char_traits_ci<unsigned s
 /// provides a cleared destination of four times the length of the source. They return `last`.
 class KEST_SUPPORT_EXPORT wide_ctype : public std::locale::facet {
   public:
+    /// A 16-bit unit.
     using char_type = unsigned short;
 
     /// The id by which a std::locale finds this facet.
     static std::locale::id id;
 
+    /// Convert the range from `first` to `last` into `dest`. `dflt` replaces a unit without a character.
     const char* widen(const char* first, const char* last, char_type* dest) const {
         return do_widen(first, last, dest);
     }
@@ -160,9 +167,11 @@ class KEST_SUPPORT_EXPORT wide_ctype : public std::locale::facet {
     char narrow(char_type c, char dflt) const { return do_narrow(c, dflt); }
 
   protected:
+    /// With 0 the last locale that holds the facet deletes it.
     explicit wide_ctype(std::size_t refs = 0) : std::locale::facet(refs) {}
     ~wide_ctype() override;
 
+    /// Do what the operations without do_ return. A derived class overrides the conversions of ranges.
     virtual const char* do_widen(const char* first, const char* last, char_type* dest) const = 0;
     virtual const char_type* do_narrow(const char_type* first, const char_type* last, char dflt, char* dest) const = 0;
     virtual char do_narrow(char_type c, char dflt) const;
@@ -181,6 +190,7 @@ class KEST_SUPPORT_EXPORT ansi_ctype : public wide_ctype {
   protected:
     using wide_ctype::do_narrow;
     using wide_ctype::do_widen;
+    /// Convert a range, as wide_ctype describes.
     const char* do_widen(const char* first, const char* last, char_type* dest) const override;
     const char_type* do_narrow(const char_type* first, const char_type* last, char dflt, char* dest) const override;
 
@@ -200,6 +210,7 @@ class KEST_SUPPORT_EXPORT utf8_ctype : public wide_ctype {
   protected:
     using wide_ctype::do_narrow;
     using wide_ctype::do_widen;
+    /// Convert a range, as wide_ctype describes.
     const char* do_widen(const char* first, const char* last, char_type* dest) const override;
     const char_type* do_narrow(const char_type* first, const char_type* last, char dflt, char* dest) const override;
 };

@@ -17,6 +17,7 @@
 
 #include <support/export.h>
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -66,6 +67,11 @@ KEST_SUPPORT_EXPORT std::string KestBytesToHex(const char* data, int n);
 KEST_SUPPORT_EXPORT void KestTokenizer(char* s, const std::string& delims, std::vector<std::string>& out);
 /// The same for a text up to its first NUL. Does not change the text.
 KEST_SUPPORT_EXPORT void KestTokenizer(const std::string& s, const std::string& delims, std::vector<std::string>& out);
+/// The same for a literal, which cannot be changed.
+template <std::size_t N>
+void KestTokenizer(const char (&s)[N], const std::string& delims, std::vector<std::string>& out) {
+    KestTokenizer(std::string(s), delims, out);
+}
 
 /// Replaces `out` with the items of a list, as in an environment block: each item ends with a NUL, and an empty item
 /// ends the list. Null has no items.

@@ -63,6 +63,7 @@ class KEST_SUPPORT_EXPORT KestWorkInformation : public KestObjectBase {
 /// One thread of the operating system. Time-outs are milliseconds; -1 waits without limit.
 class KEST_SUPPORT_EXPORT KestThread : public KestCollaborator, public KestObjectBase {
   public:
+    /// The priorities of setPriority.
     enum t_Priority : int { ABOVE_NORMAL, BELOW_NORMAL, HIGHEST, IDLE, LOWEST, NORMAL, TIME_CRITICAL };
 
     /// Work for a thread. Both forms of run do nothing and return 0 unless they are overridden.
@@ -78,6 +79,7 @@ class KEST_SUPPORT_EXPORT KestThread : public KestCollaborator, public KestObjec
     /// A run ended. The id is not set.
     class KEST_SUPPORT_EXPORT ThreadDone : public KestNotification {
       public:
+        /// `exitCode` is the result of the run.
         explicit ThreadDone(int exitCode) noexcept : m_exitCode(exitCode) {}
         // The id has no meaning here and is not copied.
         // NOLINTNEXTLINE(bugprone-copy-constructor-init)

@@ -22,6 +22,7 @@
 
 namespace KestSupport {
 
+/// A function that a timer calls until the object ends.
 class KEST_SUPPORT_EXPORT KestTimerSubscription final : private KestDependent {
   public:
     /// Calls the function at each firing from now on. Throws std::bad_alloc.

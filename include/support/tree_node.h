@@ -46,6 +46,7 @@ struct TreeChildrenDeleter {
 /// No child at index N", and changes nothing.
 class KEST_SUPPORT_EXPORT KestTreeNode : public KestObjectBase, public KestCollaborator {
   public:
+    /// A node without children, with an empty key unless one is given.
     KestTreeNode();
     explicit KestTreeNode(const std::string& key);
     /// Copies the key, the parent and the list, whose nodes are shared; not the dependents.
@@ -54,12 +55,14 @@ class KEST_SUPPORT_EXPORT KestTreeNode : public KestObjectBase, public KestColla
     KestTreeNode& operator=(const std::string& key);
     ~KestTreeNode() override;
 
+    /// Returns the key; valid until it is changed.
     const std::string& getKey() const noexcept KEST_SUPPORT_LIFETIMEBOUND { return m_key; }
     /// Changes the key. The node stays at its place in its list.
     void setKey(const std::string& key);
 
     /// The number of children.
     std::size_t size() const noexcept { return count(); }
+    /// Returns the child at the index.
     KestSmartPointer<KestTreeNode> operator[](int index);
 
     /// Visits the children in their order, each as a smart pointer:
@@ -70,12 +73,16 @@ class KEST_SUPPORT_EXPORT KestTreeNode : public KestObjectBase, public KestColla
     /// the list has at that time.
     class Iterator {
       public:
+        /// What the loop visits.
         using value_type = KestSmartPointer<KestTreeNode>;
         using difference_type = std::ptrdiff_t;
 
+        /// Without a node, only for assignment; with one, at its first child.
         Iterator() = default;
         explicit Iterator(KestTreeNode& parent) noexcept : m_pParent(&parent) {}
+        /// Returns the child at the position.
         value_type operator*() const { return (*m_pParent)[m_index]; }
+        /// Move to the next child.
         Iterator& operator++() noexcept {
             ++m_index;
             return *this;
@@ -85,6 +92,7 @@ class KEST_SUPPORT_EXPORT KestTreeNode : public KestObjectBase, public KestColla
             ++m_index;
             return before;
         }
+        /// Compare positions. The end is after the last child that the list has at that time.
         bool operator==(const Iterator& other) const noexcept {
             return m_pParent == other.m_pParent && m_index == other.m_index;
         }
@@ -96,6 +104,7 @@ class KEST_SUPPORT_EXPORT KestTreeNode : public KestObjectBase, public KestColla
         KestTreeNode* m_pParent = nullptr;
         int m_index = 0;
     };
+    /// The range of a loop over the children.
     Iterator begin() noexcept KEST_SUPPORT_LIFETIMEBOUND { return Iterator(*this); }
     std::default_sentinel_t end() const noexcept { return {}; }
 

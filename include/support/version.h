@@ -22,6 +22,7 @@
 
 namespace KestSupport {
 
+/// A version number with an optional suffix.
 class KEST_SUPPORT_EXPORT KestVersion {
   public:
     /// The result of a comparison: equal, older, newer.

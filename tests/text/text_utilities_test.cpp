@@ -56,6 +56,8 @@ TEST(TextUtilities, SplitAtDelimitersOrNuls) {
     EXPECT_EQ(out, Texts{"a"}) << "the arguments are items of the result";
     KestTokenizer(std::string("a\0bc\0\0d\0", 9).data(), out);
     EXPECT_EQ(out, (Texts{"a", "bc"}));
+    KestTokenizer("a,b", ",", out);
+    EXPECT_EQ(out, (Texts{"a", "b"}));
     KestTokenizer(static_cast<char*>(nullptr), ",", out);
     EXPECT_EQ(out, Texts());
     KestTokenizer(static_cast<char*>(nullptr), out = {"old"});

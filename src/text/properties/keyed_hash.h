@@ -6,6 +6,7 @@
 //   hashBytes  the hash of bytes in memory
 #pragma once
 
+#include <atomic>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -18,8 +19,18 @@ struct HashKey {
     std::uint64_t second = 0;
 };
 
+/// The halves of the key of this process: 0 until the first caller publishes them.
+inline constinit std::atomic<std::uint64_t> firstHalfOfKey{0};
+inline constinit std::atomic<std::uint64_t> secondHalfOfKey{0};
+void publishHashKey();
+
 /// Random, and the same during the life of the process. Takes no lock, so a thread may be killed in it.
-HashKey processHashKey();
+inline HashKey processHashKey() {
+    constexpr auto kRelaxed = std::memory_order_relaxed;
+    if (firstHalfOfKey.load(kRelaxed) == 0 || secondHalfOfKey.load(kRelaxed) == 0) [[unlikely]]
+        publishHashKey();
+    return {firstHalfOfKey.load(kRelaxed), secondHalfOfKey.load(kRelaxed)};
+}
 
 /// SipHash with its numbers of rounds, for each word and at the end. Its authors recommend <2, 4> for messages and <1,
 /// 3> for hash tables.

@@ -40,6 +40,14 @@ std::uint32_t hashOfName(HashKey key, View name) {
 template <typename View>
 class NameIndex {
   public:
+    /// A name and its hash. A caller constructs it before it takes a lock.
+    struct Key {
+        explicit Key(View text) : name(text), hash(hashOfName(processHashKey(), text)) {}
+
+        const View name;
+        const std::uint32_t hash;
+    };
+
     /// A slot, and the hash of the name that it was looked up for. Valid until the next change.
     struct Position {
         std::size_t slot;
@@ -55,13 +63,12 @@ class NameIndex {
 
     /// The slot of the name, or the free slot where it belongs. The index has slots.
     template <typename NameOf>
-    Position find(View name, NameOf nameOf) const {
-        const std::uint32_t hash = hashOfName(m_key, name);
-        std::size_t slot = home(hash);
+    Position find(const Key& key, NameOf nameOf) const {
+        std::size_t slot = home(key.hash);
         for (; m_slots[slot].number != kFree; slot = next(slot)) {
-            if (m_slots[slot].hash == hash && nameOf(m_slots[slot].number - 1) == name) break;
+            if (m_slots[slot].hash == key.hash && nameOf(m_slots[slot].number - 1) == key.name) break;
         }
-        return {slot, hash};
+        return {slot, key.hash};
     }
     bool isFree(Position at) const { return m_slots[at.slot].number == kFree; }
     /// The number of the entry; the slot is not free.
@@ -111,7 +118,6 @@ class NameIndex {
         }
     }
 
-    HashKey m_key = processHashKey();
     std::vector<Slot> m_slots;
     std::size_t m_count = 0;
 };

@@ -16,13 +16,15 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "text/properties/character_order.h"
 
 namespace KestSupport::internal {
 
-/// Entry has a member `name`, a view of a string. The entries keep their addresses during the life of the sorter.
+/// Entry has a function name(), which returns a view of a string. The entries keep their addresses during the life of
+/// the sorter.
 template <typename Entry>
 class NameSorter {
   public:
@@ -32,7 +34,7 @@ class NameSorter {
     std::vector<const Entry*> inOrder();
 
   private:
-    using View = decltype(Entry::name);
+    using View = decltype(std::declval<Entry>().name());
     using Order = CharacterOrder<typename View::traits_type>;
     struct Keyed {
         std::uint64_t key;
@@ -71,12 +73,12 @@ void NameSorter<Entry>::sortFrom(std::size_t depth, Keyed* first, std::size_t co
     depth += sharedLength(depth, first, count);
     std::uint64_t differing = 0;
     for (std::size_t i = 0; i < count; ++i) {
-        first[i].key = keyOf(first[i].entry->name.substr(depth));
+        first[i].key = keyOf(first[i].entry->name().substr(depth));
         differing |= first[i].key ^ first[0].key;
     }
     sortByKey(first, count, differing);
     const std::size_t keyEnd = depth + kKeyCharacters;
-    const auto endsWithin = [keyEnd](const Keyed& each) { return each.entry->name.size() < keyEnd; };
+    const auto endsWithin = [keyEnd](const Keyed& each) { return each.entry->name().size() < keyEnd; };
     for (Keyed *run = first, *const end = first + count; run != end;) {
         Keyed* const next = std::find_if(run + 1, end, [run](const Keyed& each) { return each.key != run->key; });
         const auto length = static_cast<std::size_t>(next - run);
@@ -93,9 +95,9 @@ void NameSorter<Entry>::sortFrom(std::size_t depth, Keyed* first, std::size_t co
 
 template <typename Entry>
 std::size_t NameSorter<Entry>::sharedLength(std::size_t depth, const Keyed* first, std::size_t count) {
-    View shared = first[0].entry->name.substr(depth);
+    View shared = first[0].entry->name().substr(depth);
     for (std::size_t i = 1; i < count && !shared.empty(); ++i) {
-        const View name = first[i].entry->name.substr(depth);
+        const View name = first[i].entry->name().substr(depth);
         const std::size_t limit = std::min(shared.size(), name.size());
         std::size_t length = 0;
         while (length < limit && View::traits_type::eq(shared[length], name[length]))
@@ -139,7 +141,7 @@ void NameSorter<Entry>::sortByKey(Keyed* first, std::size_t count, std::uint64_t
 
 template <typename Entry>
 void NameSorter<Entry>::sortByComparing(Keyed* first, std::size_t count) {
-    std::sort(first, first + count, [](const Keyed& a, const Keyed& b) { return a.entry->name < b.entry->name; });
+    std::sort(first, first + count, [](const Keyed& a, const Keyed& b) { return a.entry->name() < b.entry->name(); });
 }
 
 }  // namespace KestSupport::internal

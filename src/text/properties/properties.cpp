@@ -53,7 +53,7 @@ internal::FileEncoding encodingFor(const internal::PropertyTable<StringType>& ta
         std::string bytes;
         table.visitInOrder([&](const auto& entry) {
             bytes.clear();
-            isExpressible = isExpressible && fileText.narrow(textForFile(entry.name), bytes) &&
+            isExpressible = isExpressible && fileText.narrow(textForFile(entry.name()), bytes) &&
                             fileText.narrow(textForFile(entry.value), bytes);
         });
     }
@@ -101,12 +101,11 @@ void KestProperties<StringType>::addProperty(const StringType& name, const Strin
 
 template <typename StringType>
 void KestProperties<StringType>::setProperty(const StringType& name, const StringType& value) {
+    if (name.empty()) return;
+    StringType copy(value);
+    const typename Table::Key key(name);
     KestCriticalSection guard(m_lock, true);
-    if (auto* const entry = m_pTable->find(name); entry != nullptr) {
-        entry->value = value;
-    } else {
-        addProperty(name, value);
-    }
+    m_pTable->findOrAdd(key).first->value = std::move(copy);
 }
 
 template <typename StringType>
@@ -127,23 +126,26 @@ void KestProperties<StringType>::addPropertyforWSmanDA(const StringType& line) {
 template <typename StringType>
 const StringType& KestProperties<StringType>::getProperty(const StringType& name,
                                                           const StringType& defaultValue) const {
+    const typename Table::Key key(name);
     KestCriticalSection guard(m_lock, true);
-    const auto* const entry = m_pTable->find(name);
+    const auto* const entry = m_pTable->find(key);
     return entry == nullptr ? defaultValue : entry->value;
 }
 
 template <typename StringType>
 StringType KestProperties<StringType>::getProperty(const StringType& name) const {
+    const typename Table::Key key(name);
     KestCriticalSection guard(m_lock, true);
-    if (const auto* const entry = m_pTable->find(name); entry != nullptr) return entry->value;
+    if (const auto* const entry = m_pTable->find(key); entry != nullptr) return entry->value;
     guard.unlock();
     throw KestPropertyNotFound(name);
 }
 
 template <typename StringType>
 bool KestProperties<StringType>::getPropertyValue(const StringType& name, StringType& value) const {
+    const typename Table::Key key(name);
     KestCriticalSection guard(m_lock, true);
-    const auto* const entry = m_pTable->find(name);
+    const auto* const entry = m_pTable->find(key);
     if (entry == nullptr) return false;
     value = entry->value;
     return true;
@@ -151,22 +153,24 @@ bool KestProperties<StringType>::getPropertyValue(const StringType& name, String
 
 template <typename StringType>
 std::vector<StringType> KestProperties<StringType>::getPropertyValues(const StringType& name) const {
+    const typename Table::Key key(name);
     KestCriticalSection guard(m_lock, true);
-    const auto* const entry = m_pTable->find(name);
+    const auto* const entry = m_pTable->find(key);
     return entry == nullptr ? ValueList() : m_pTable->valuesOf(*entry);
 }
 
 template <typename StringType>
 void KestProperties<StringType>::removeProperty(const StringType& name) {
+    const typename Table::Key key(name);
     KestCriticalSection guard(m_lock, true);
-    m_pTable->erase(name);
+    m_pTable->erase(key);
 }
 
 template <typename StringType>
 std::vector<StringType> KestProperties<StringType>::getNames() const {
     ValueList names;
     KestCriticalSection guard(m_lock, true);
-    inOrder().visitInOrder([&](const auto& entry) { names.emplace_back(entry.name); });
+    inOrder().visitInOrder([&](const auto& entry) { names.emplace_back(entry.name()); });
     return names;
 }
 
@@ -175,7 +179,7 @@ std::map<StringType, std::vector<StringType>> KestProperties<StringType>::getPro
     PropertyMap properties;
     const Table& table = inOrder();
     table.visitInOrder([&](const auto& entry) {
-        properties.emplace_hint(properties.end(), StringType(entry.name), table.valuesOf(entry));
+        properties.emplace_hint(properties.end(), StringType(entry.name()), table.valuesOf(entry));
     });
     return properties;
 }
@@ -183,9 +187,9 @@ std::map<StringType, std::vector<StringType>> KestProperties<StringType>::getPro
 template <typename StringType>
 void KestProperties<StringType>::forEach(KestPropertyIterator<StringType>& it) const {
     ValueList names;
-    inOrder().visitInOrder([&](const auto& entry) { names.emplace_back(entry.name); });
+    inOrder().visitInOrder([&](const auto& entry) { names.emplace_back(entry.name()); });
     for (const StringType& name : names) {
-        const auto* const entry = m_pTable->find(name);
+        const auto* const entry = m_pTable->find(typename Table::Key(name));
         if (entry != nullptr) it.handleProperty({name, m_pTable->valuesOf(*entry)});
     }
 }
@@ -260,7 +264,8 @@ bool KestProperties<StringType>::savePropertiesImpl(const std::string& fileName)
         return false;
     }
     internal::PropertyFileWriter<CharType> writer(std::move(stream), encoding);
-    table.visitInOrder([&](const auto& entry) { writer.writeLine(textForFile(entry.name), textForFile(entry.value)); });
+    table.visitInOrder(
+        [&](const auto& entry) { writer.writeLine(textForFile(entry.name()), textForFile(entry.value)); });
     if (!writer.finish()) logAndFail(kCannotWrite, fileName);
     return true;
 }
@@ -274,7 +279,8 @@ bool KestProperties<StringType>::saveAtomically(const std::string& fileName) {
     platform::Stream stream = replacement.open(fileName.c_str(), internal::streamMode(encoding));
     if (stream == nullptr) logAndFail(kCannotOpenToReplace, fileName);
     internal::PropertyFileWriter<CharType> writer(std::move(stream), encoding);
-    table.visitInOrder([&](const auto& entry) { writer.writeLine(textForFile(entry.name), textForFile(entry.value)); });
+    table.visitInOrder(
+        [&](const auto& entry) { writer.writeLine(textForFile(entry.name()), textForFile(entry.value)); });
     if (!writer.finish() || !replacement.commit()) logAndFail(kCannotReplace, fileName);
     return true;
 }
@@ -292,8 +298,9 @@ void KestProperties<StringType>::addLine(View line, CharType separator) {
 template <typename StringType>
 void KestProperties<StringType>::add(View name, View value) {
     StringType copy(value);
+    const typename Table::Key key(name);
     KestCriticalSection guard(m_lock, true);
-    const auto [entry, isNew] = m_pTable->findOrAdd(name);
+    const auto [entry, isNew] = m_pTable->findOrAdd(key);
     if (isNew || !m_multiValued) {
         entry->value = std::move(copy);
     } else {

@@ -66,7 +66,7 @@ struct LoggingState;
 /// describes them.
 struct KestLogFileOptions {
     /// The whole name of the file. A symbolic link is not followed. One process at a time rotates the file.
-    std::string name;
+    std::string name = {};
 
     /// The file is rotated before a record that would make it larger than this number of bytes; 0: never. A record that
     /// is larger has a file of its own.

@@ -19,16 +19,16 @@ using Captures = std::array<platform::OutputCapture, 2>;
 // Milliseconds between two looks at the size of the output.
 constexpr std::uint32_t kLookAgainAfter = 10;
 
-bool hasNul(const std::string& text) {
+bool textHasNul(const std::string& text) {
     return text.find('\0') != std::string::npos;
 }
 
 // The system would cut a text at a NUL and so run something else.
 bool isValid(const KestProgramRun& run) {
-    return !run.arguments.empty() && std::none_of(run.arguments.begin(), run.arguments.end(), hasNul) &&
-           !hasNul(run.workingDirectory) &&
+    return !run.arguments.empty() && std::none_of(run.arguments.begin(), run.arguments.end(), textHasNul) &&
+           !textHasNul(run.workingDirectory) &&
            std::all_of(run.environment.begin(), run.environment.end(), [](const auto& variable) {
-               return !variable.first.empty() && !hasNul(variable.first) && !hasNul(variable.second) &&
+               return !variable.first.empty() && !textHasNul(variable.first) && !textHasNul(variable.second) &&
                       variable.first.find('=') == std::string::npos;
            });
 }

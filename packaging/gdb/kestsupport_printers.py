@@ -54,8 +54,9 @@ class PropertiesPrinter:
         try:
             table = gdb.lookup_type(owner.type.template_argument(0).name).pointer()
             self.table = owner.address.cast(table.pointer()).dereference().dereference()
-            free = self.table["m_free"]["_M_impl"]
-            self.count = deque_size(self.table["m_entries"]) - int(free["_M_finish"] - free["_M_start"])
+            self.count = int(self.table["m_index"]["m_count"])
+            self.entry = self.table["m_furtherValues"].type.template_argument(0).target().unqualified()
+            self.unit = self.entry.template_argument(0).template_argument(0).sizeof
         except gdb.error:
             self.table = None
 
@@ -67,11 +68,19 @@ class PropertiesPrinter:
     def children(self):
         if self.table is None:
             return
-        for entry in deque_items(self.table["m_entries"]):
-            name = entry["name"]
-            if int(name["_M_len"]):
-                yield "name", view_text(name)
-                yield "value", entry["value"]
+        bits = 8 * self.entry.fields()[-1].type.sizeof - 1
+        for block in vector_items(self.table["m_entries"]["m_blocks"]):
+            place = int(unique_target(block["memory"]))
+            end = place + 8 * int(block["used"])
+            while place < end:
+                entry = gdb.Value(place).cast(self.entry.pointer()).dereference()
+                length = int(entry["m_length"])
+                size = self.unit * (length & ~(1 << bits))
+                name = place + self.entry.sizeof
+                if not length >> bits:  # the highest bit marks an erased entry
+                    yield "name", text_at(name, size // self.unit, self.unit)
+                    yield "value", entry["value"]
+                place = name + (size + 7) // 8 * 8
 
     def display_hint(self):
         return "map"
@@ -89,35 +98,17 @@ class DateTimePrinter:
             field("m_year"), field("m_month") + 1, field("m_day"), field("m_hour"), field("m_minute"), field("m_second"))
 
 
-def block_size_of(deque):
-    return max(512 // deque["_M_impl"]["_M_start"]["_M_cur"].dereference().type.sizeof, 1)
+def vector_items(vector):
+    """The items of a std::vector of libstdc++."""
+    item, end = vector["_M_impl"]["_M_start"], vector["_M_impl"]["_M_finish"]
+    while item != end:
+        yield item.dereference()
+        item = item + 1
 
 
-def deque_size(deque):
-    """The number of items of a std::deque of libstdc++, whose inner blocks are full."""
-    first, last = deque["_M_impl"]["_M_start"], deque["_M_impl"]["_M_finish"]
-    inner = int(last["_M_node"] - first["_M_node"]) - 1
-    return inner * block_size_of(deque) + int(last["_M_cur"] - last["_M_first"]) + int(first["_M_last"] - first["_M_cur"])
-
-
-def deque_items(deque):
-    """The items of a std::deque of libstdc++."""
-    first, last = deque["_M_impl"]["_M_start"], deque["_M_impl"]["_M_finish"]
-    block_size = block_size_of(deque)
-    node, place, block_end = first["_M_node"], first["_M_cur"], first["_M_last"]
-    while place != last["_M_cur"]:
-        yield place.dereference()
-        place = place + 1
-        if place == block_end:
-            node = node + 1
-            place = node.dereference()
-            block_end = place + block_size
-
-
-def view_text(view):
-    """The text of a string view of 8-bit or 16-bit units, as a Python string that gdb quotes."""
-    start = view["_M_str"]
-    return text_at(int(start), int(view["_M_len"]), start.type.target().sizeof)
+def unique_target(pointer):
+    """The address that a std::unique_ptr holds, which is all that is in it."""
+    return pointer.address.cast(gdb.lookup_type("unsigned long").pointer()).dereference()
 
 
 def text_at(start, length, unit):

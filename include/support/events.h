@@ -67,12 +67,17 @@ class KEST_SUPPORT_EXPORT KestEvent {
     static int wait(int count, KestEvent* events, bool waitAll, int timeout);
 
   protected:
+    /// An event that a wait leaves signalled.
+    explicit KestEvent(bool staysSignalled) noexcept;
+
     /// Returns what the dependents receive: a new KestEventNotification. destroyNotification gets it afterwards.
     virtual KestNotification* createNotification();
     /// Deletes the notification; null is allowed.
     virtual void destroyNotification(KestNotification* notification);
 
   private:
+    friend class KestStopEvent;
+
     void notifyDependents();
     platform::WaitObject* handle() const noexcept { return m_handle == nullptr ? nullptr : *m_handle; }
 

@@ -27,6 +27,7 @@
 #include <support/regular_expressions.h>
 #include <support/service.h>
 #include <support/service_control.h>
+#include <support/stop.h>
 #include <support/strings.h>
 #include <support/terminate_handler.h>
 #include <support/text_utilities.h>

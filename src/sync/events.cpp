@@ -18,8 +18,10 @@ constexpr int kAbandoned = -3;
 
 }  // namespace
 
-KestEvent::KestEvent() noexcept {
-    platform::OwnedHandle event(platform::createEvent(false, false));
+KestEvent::KestEvent() noexcept : KestEvent(false) {}
+
+KestEvent::KestEvent(bool staysSignalled) noexcept {
+    platform::OwnedHandle event(platform::createEvent(staysSignalled, false));
     if (event == nullptr) return;
     m_handle = new (std::nothrow) platform::WaitHandle(event.get());
     if (m_handle != nullptr) static_cast<void>(event.release());

@@ -8,6 +8,7 @@
 #include "kit/system.h"
 #include "platform/thread.h"
 #include "support/locks.h"
+#include "support/stop.h"
 #include "threads/function_work.h"
 
 namespace KestSupport {
@@ -251,6 +252,73 @@ TEST(Thread, IsWaitedForInSets) {
     for (auto& thread : row)
         thread.start();
     EXPECT_EQ(KestThread::wait(2, row, true, -1), kEnded);
+}
+
+TEST(StoppableThread, EndsWhenItIsAsked) {
+    KestEvent news;
+    kit::Gate started, handled;
+    auto waiter = [&](KestStopEvent& stop) {
+        std::vector<KestEvent*> events{&stop, &news};
+        started.open();
+        while (KestEvent::wait(events, false, -1) == 1)
+            handled.open();
+        return stop.wait(0) == 0 && stop.isRequested() ? 1 : 0;
+    };
+    KestStoppableThread waits(waiter);
+    waits.start();
+    started.pass();
+    news.set();
+    handled.pass();
+    EXPECT_TRUE(waits.requestStop());
+    EXPECT_FALSE(waits.requestStop());
+    waits.waitForThreadExit();
+    EXPECT_EQ(waits.getExitCode(), 1);
+    waits.getStopEvent().reset();
+    waits.kill();
+    waits.start();
+    waits.waitForThreadExit();
+    EXPECT_EQ(waits.getExitCode(), 1) << "the request stays";
+
+    bool ended = false;
+    auto owned = std::make_unique<int>(3);
+    {
+        KestStoppableThread polls([&, value = std::move(owned)](std::stop_token token) {
+            while (!token.stop_requested())
+                std::this_thread::yield();
+            ended = *value == 3;
+        });
+        KestStoppableThread marked(waiter);
+        marked.setMarkForKill();
+        marked.start();
+        polls.start();
+    }
+    EXPECT_TRUE(ended) << "the destructor requests the stop and waits";
+    KestStoppableThread plain([] { return 7; });
+    plain.start();
+    plain.waitForThreadExit();
+    EXPECT_EQ(plain.getExitCode(), 7);
+}
+
+TEST(StopEvent, FollowsAndGivesTokens) {
+    struct Refusal : KestDependent {
+        void handleNotification(KestCollaborator&, const KestNotification&) override { throw 5; }
+    } refusal;
+    std::stop_source source;
+    KestStopEvent follows(source.get_token());
+    const std::stop_token given = follows.getToken();
+    KestStopEvent last(given);
+    last.addDependent(refusal);
+    EXPECT_EQ(last.wait(0), -2);
+    source.request_stop();
+    EXPECT_EQ(last.wait(0) + last.wait(0), 0);
+    EXPECT_TRUE(given.stop_requested() && last.getToken().stop_requested());
+    EXPECT_TRUE(KestStopEvent(given).isRequested());
+    KestStopEvent throwing;
+    throwing.addDependent(refusal);
+    EXPECT_THROW(throwing.set(), int);
+    EXPECT_EQ(throwing.wait(0), 0);
+    const kit::FailingCalls failing("createEvent");
+    EXPECT_THROW(KestStopEvent(), std::bad_alloc);
 }
 
 }  // namespace

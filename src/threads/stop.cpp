@@ -1,0 +1,111 @@
+#include "support/stop.h"
+
+#include <atomic>
+#include <new>
+#include <optional>
+
+#include "platform/wait.h"
+
+namespace KestSupport {
+
+/// Without a token that was given, a request does not use the source, whose lock a killed thread would leave taken.
+struct KestStopEvent::State {
+    std::atomic<bool> isRequested{false};
+#ifdef __cpp_lib_jthread
+    struct Request {
+        KestStopEvent& event;
+        void operator()() const noexcept {
+            try {
+                event.request();
+            } catch (...) {  // the thread that stops the token cannot handle what a dependent throws
+                return;
+            }
+        }
+    };
+
+    void requestOfTokens() {
+        if (isTokenGiven) source.request_stop();
+    }
+
+    std::stop_source source;
+    std::atomic<bool> isTokenGiven{false};
+    std::optional<std::stop_callback<Request>> following;
+#else
+    void requestOfTokens() {}
+#endif
+};
+
+KestStopEvent::KestStopEvent() : KestEvent(true), m_pState(std::make_unique<State>()) {
+    if (handle() == nullptr) throw std::bad_alloc();
+}
+
+KestStopEvent::~KestStopEvent() {
+#ifdef __cpp_lib_jthread
+    m_pState->following.reset();  // waits for a request that is being made
+#endif
+}
+
+bool KestStopEvent::request() {
+    if (m_pState->isRequested.exchange(true)) return false;
+    struct Rest {
+        KestStopEvent& event;
+        ~Rest() {
+            event.m_pState->requestOfTokens();
+            platform::setEvent(event.handle());  // a thread that waits may destroy the event now
+        }
+    } const rest{*this};
+    notifyDependents();
+    return true;
+}
+
+bool KestStopEvent::isRequested() const noexcept {
+    return m_pState->isRequested;
+}
+
+void KestStopEvent::set() {
+    request();
+}
+
+void KestStopEvent::pulse() {
+    request();
+}
+
+void KestStopEvent::reset() {}
+
+#ifdef __cpp_lib_jthread
+KestStopEvent::KestStopEvent(std::stop_token token) : KestStopEvent() {
+    m_pState->following.emplace(std::move(token), State::Request{*this});
+}
+
+// A concurrent request sees the flag, or this call sees the request.
+std::stop_token KestStopEvent::getToken() const {
+    m_pState->isTokenGiven = true;
+    if (isRequested()) m_pState->source.request_stop();
+    return m_pState->source.get_token();
+}
+#endif
+
+KestStoppableThread::KestStoppableThread(const std::string& name) : KestStoppableThread(name, Run()) {}
+
+KestStoppableThread::KestStoppableThread(const std::string& name, Run work)
+    : KestThread(name), m_work(std::move(work)) {}
+
+KestStoppableThread::~KestStoppableThread() {
+    try {
+        requestStop();
+    } catch (...) {  // the request is made nevertheless
+        waitForThreadExit();
+        return;
+    }
+    waitForThreadExit();
+}
+
+int KestStoppableThread::run() {
+    return m_work ? m_work(m_stop) : 0;
+}
+
+int KestStoppableThread::run(KestWorkInformation&) {
+    return run();
+}
+
+}  // namespace KestSupport

@@ -42,7 +42,7 @@ _kestsc() {
         elif [[ -z $dashes && $each == -- ]]; then
             dashes=1
         elif [[ -z $dashes && $each == -* ]]; then
-            grep -q "^  $each [A-Z]" <<<"$help" && option=$each
+            grep -qE -- "^ +(-[a-z], )?$each(, --[a-z-]+)? [A-Z]" <<<"$help" && option=$each
         elif [[ -z $command ]]; then
             command=$each
         else
@@ -55,7 +55,7 @@ _kestsc() {
         _kestsc_value "$program" "$option" "$word"
     elif [[ -z $dashes && $word == -* ]]; then
         [[ -z $command ]] || help=$("$program" "$command" --help 2>/dev/null)
-        _kestsc_offer "$word" < <(sed -n 's/^  \(--[a-z-]*\).*/\1/p' <<<"$help")
+        _kestsc_offer "$word" < <(sed -nE 's/^  (-[a-z],|   ) (--[a-z-]*).*/\2/p' <<<"$help")
     elif [[ -z $command ]]; then
         _kestsc_offer "$word" < <(sed -n '/^Commands:/,/^$/s/^  \([a-z][a-z-]*\).*/\1/p' <<<"$help")
     else

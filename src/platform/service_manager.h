@@ -215,7 +215,8 @@ class ServiceManager {
     virtual ErrorCode noteProcessEnd(Handle, std::uint32_t, int) { return errorCallNotImplemented; }
     /// What the service has written and will write. The object may outlive the handle. Requires kServiceQueryStatus.
     virtual ErrorCode openOutput(Handle, std::unique_ptr<ServiceOutput>&) { return errorCallNotImplemented; }
-    /// The path of the folder in which the manager keeps the services; empty when it keeps them elsewhere.
+    /// The path of the folder in which the manager keeps the services; empty when it keeps them elsewhere. With a null
+    /// handle: the folder that openManager looks for.
     virtual std::string location(Handle) { return {}; }
     /// A service that is not stopped is marked for deletion, and deleted when it has stopped.
     virtual ErrorCode deleteService(Handle service) = 0;

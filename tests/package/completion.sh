@@ -46,6 +46,7 @@ expect '^,FILES,$' kestsc start --timeout 5 db -- -x
 expect '^,db,web one,$' kestsc start --no-wait db ''
 expect '^,auto,demand,disabled,$' kestsc config --start ''
 expect '^,--force,--help,--json,--no-wait,--timeout,$' kestsc stop -
+expect '^,db,web one,$' kestsc logs -n 3 ''
 expect ',--inventory,.*--settings,' kest-agent --
 expect '^,(FILES,)?$' kest-agent --settings ''
 if [ -z "${ZSH_VERSION-}" ]; then

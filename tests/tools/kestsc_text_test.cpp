@@ -19,6 +19,8 @@ TEST(Kestsc, RefusesBadCommandLines) {
     const std::pair<Texts, std::string> refused[] = {
         {{}, "no command is given"},
         {{"fr\nob"}, "there is no command fr\\x0Aob"},
+        {{""}, "there is no command \"\""},
+        {{"reload", "a"}, "there is no command reload; did you mean control NAME reload?"},
         {{"strat"}, "there is no command strat; did you mean start?"},
         {{"stat"}, "there is no command stat; did you mean status or start?"},
         {{"--frob", "list"}, "unknown option --frob"},

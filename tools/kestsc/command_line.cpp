@@ -47,8 +47,29 @@ std::size_t distanceBetween(std::string_view one, std::string_view other) {
     return costs.back();
 }
 
+// Words of other tools, and what there is instead.
+constexpr std::pair<std::string_view, const char*> kForeignWords[] = {
+    {"add", "install"},
+    {"create", "install"},
+    {"disable", "config NAME --start disabled"},
+    {"enable", "config NAME --start auto"},
+    {"help", "--help"},
+    {"kill", "stop --force"},
+    {"ls", "list"},
+    {"ps", "list"},
+    {"reload", "control NAME reload"},
+    {"remove", "delete"},
+    {"show", "status"},
+    {"tail", "logs --follow"},
+    {"uninstall", "delete"},
+    {"version", "--version"},
+};
+
 // Returns the commands that are nearest to the word, as the end of a message; an empty text when none is near.
 std::string suggestionsFor(const std::string& word) {
+    for (const auto& [foreign, own] : kForeignWords) {
+        if (foreign == word) return std::string("; did you mean ") + own + "?";
+    }
     std::size_t nearest = 2;
     std::string suggestions;
     for (const CommandEntry& entry : kCommands) {
@@ -95,7 +116,9 @@ class Words {
         }
         const auto found = std::find_if(kCommands.begin(), kCommands.end(),
                                         [&](const CommandEntry& entry) { return entry.name == word; });
-        if (found == kCommands.end()) refuse("there is no command " + word + suggestionsFor(word));
+        if (found == kCommands.end()) {
+            refuse("there is no command " + (word.empty() ? "\"\"" : word) + suggestionsFor(word));
+        }
         command = &*found;
     }
 
@@ -206,10 +229,10 @@ const std::vector<OptionEntry> kOptions{
     {kOptionRestart, "restart", "WHEN", "which ends make run-all start it again: never, on-failure or always"},
     {kOptionDepends, "depends", "A,B", "services that it depends on; an empty text means none"},
     {kOptionCommand, "command", "TEXT", "the program and its arguments, quoted as in a shell"},
-    {kOptionFollow, "follow", "", "continue with what the service writes from now on; also -f", "-f"},
-    {kOptionLines, "lines", "N", "begin with the last N lines; also -n", "-n"},
+    {kOptionFollow, "follow", "", "continue with what the service writes from now on", "-f"},
+    {kOptionLines, "lines", "N", "begin with the last N lines", "-n"},
     {kOptionJson, "json", "", "print the results as one JSON document"},
-    {kOptionHelp, "help", "", "this text; after a command, the help of that command; also -h", "-h"},
+    {kOptionHelp, "help", "", "this text; after a command, the help of that command", "-h"},
     {kOptionVersion, "version", "", "print the version"},
 };
 

@@ -1,6 +1,10 @@
 #include "help.h"
 
+#include <utility>
+#include <vector>
+
 #include "command_line.h"
+#include "support/program_options.h"
 #include "table.h"
 
 namespace kestsc {
@@ -23,13 +27,9 @@ const char* const kExitCodes =
     "  7  services that depend on it run              305\n"
     "  8  not implemented on this platform              1\n"
     "\n"
-    "kestsc COMMAND --help explains a command. The services are in $KEST_STATE_DIR; when that is unset,\n"
-    "in /var/lib/kest for root and in $XDG_STATE_HOME/kest (~/.local/state/kest) for others.\n";
-
-std::string nameOf(const OptionEntry& option) {
-    const std::string value = option.value;
-    return std::string("  --") + option.name + (value.empty() ? "" : " " + value);
-}
+    "kestsc COMMAND --help explains a command. The services are in $KEST_STATE_DIR;\n"
+    "when that is unset, in /var/lib/kest for root and in $XDG_STATE_HOME/kest\n"
+    "(~/.local/state/kest) for others.\n";
 
 std::string callOf(const CommandEntry& command) {
     const std::string arguments = command.arguments;
@@ -38,11 +38,12 @@ std::string callOf(const CommandEntry& command) {
 
 // The options whose bits are set.
 std::string optionTable(unsigned bits) {
-    std::vector<Row> rows;
+    std::vector<KestSupport::KestOption> options;
     for (const OptionEntry& option : kOptions) {
-        if ((option.bit & bits) != 0) rows.push_back({nameOf(option), option.summary});
+        const char letter = *option.letter == '\0' ? '\0' : option.letter[1];
+        if ((option.bit & bits) != 0) options.push_back({letter, option.name, option.value, option.summary});
     }
-    return formatTable(rows);
+    return KestSupport::KestOptionTable(std::move(options)).usage();
 }
 
 }  // namespace

@@ -14,14 +14,25 @@ SharedHandle owned(const Task& task, Open open) {
     return {handle, [&services](void* opened) { services.closeHandle(opened); }};
 }
 
+// The failure names the folder in which the manager keeps the services: another user may have services elsewhere.
+void requireAccess(const Task& task, ErrorCode error) {
+    const std::string place = platform::serviceManager().location(nullptr);
+    if (error != platform::errorAccessDenied || place.empty()) return require(task, error);
+    throw Failure(task, error, errorText(error) + ": " + place);
+}
+
+SharedHandle openManager(const Task& task) {
+    constexpr std::uint32_t kAccess =
+        platform::kServiceManagerConnect | platform::kServiceManagerCreateService | platform::kServiceManagerEnumerate;
+    platform::ServiceManager& services = platform::serviceManager();
+    void* handle = nullptr;
+    requireAccess(task, services.openManager(kAccess, handle));
+    return {handle, [&services](void* opened) { services.closeHandle(opened); }};
+}
+
 }  // namespace
 
-Manager::Manager(const Task& task)
-    : m_handle(owned(task, [](platform::ServiceManager& services, void*& handle) {
-          constexpr std::uint32_t kAccess = platform::kServiceManagerConnect | platform::kServiceManagerCreateService |
-                                            platform::kServiceManagerEnumerate;
-          return services.openManager(kAccess, handle);
-      })) {}
+Manager::Manager(const Task& task) : m_handle(openManager(task)) {}
 
 SharedHandle Manager::open(const Task& task, std::uint32_t access) const {
     return owned(task, [&](platform::ServiceManager& services, void*& handle) {
@@ -38,7 +49,7 @@ SharedHandle Manager::create(const Task& task, const platform::ServiceConfigurat
 
 std::vector<platform::ServiceEntry> Manager::list(const Task& task) const {
     std::vector<platform::ServiceEntry> services;
-    require(task, platform::serviceManager().enumerateServices(m_handle.get(), services));
+    requireAccess(task, platform::serviceManager().enumerateServices(m_handle.get(), services));
     return services;
 }
 

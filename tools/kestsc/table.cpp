@@ -14,14 +14,23 @@ namespace {
 constexpr std::size_t kGap = 2;  // blanks between columns
 constexpr std::size_t kNarrowest = 8;
 
-// Takes from the widest columns until a line fits, or each is narrow.
-void fit(std::vector<std::size_t>& widths, std::size_t limit) {
+// Takes from the widest columns until a line fits. Returns false if it does not fit although each column is narrow.
+bool fit(std::vector<std::size_t>& widths, std::size_t limit) {
     std::size_t total = std::accumulate(widths.begin(), widths.end(), kGap * (widths.size() - 1));
     while (total > limit) {
         const auto widest = std::max_element(widths.begin(), widths.end());
-        if (*widest <= kNarrowest) return;
+        if (*widest <= kNarrowest) return false;
         --*widest;
         --total;
+    }
+    return true;
+}
+
+// Leaves out columns at the end until the others fit. The first column stays.
+std::vector<std::size_t> fittingColumns(std::vector<std::size_t> widths, std::size_t limit) {
+    for (;; widths.pop_back()) {
+        std::vector<std::size_t> fitted = widths;
+        if (fit(fitted, limit) || widths.size() == 1) return fitted;
     }
 }
 
@@ -66,12 +75,12 @@ std::string formatTable(const std::vector<Row>& rows, const TableStyle& style) {
             widths[i] = std::max(widths[i], displayWidth(row[i]));
         }
     }
-    if (style.width != 0 && !widths.empty()) fit(widths, style.width);
+    if (style.width != 0 && !widths.empty()) widths = fittingColumns(std::move(widths), style.width);
     std::string lines;
     for (const Row& row : shown) {
         std::string line;
         std::size_t blanks = 0;  // after the last cell; no line ends with them
-        for (std::size_t i = 0; i < row.size(); ++i) {
+        for (std::size_t i = 0; i < std::min(row.size(), widths.size()); ++i) {
             const std::string cell = cut(row[i], widths[i]);
             if (!cell.empty()) {
                 line += std::string(blanks, ' ') + (style.colours ? coloured(cell) : cell);

@@ -10,7 +10,7 @@ namespace kestsc {
 using Row = std::vector<std::string>;
 
 struct TableStyle {
-    std::size_t width = 0;  ///< columns of a line; longer cells are cut until the lines fit; 0: no limit
+    std::size_t width = 0;  ///< columns of a line: longer cells are cut, then columns at the end left out; 0: no limit
     bool colours = false;   ///< cells that are the word of a state get its colour
 };
 

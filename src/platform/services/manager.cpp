@@ -11,6 +11,7 @@
 #include "platform/services/database.h"
 #include "platform/services/output.h"
 #include "platform/services/process.h"
+#include "platform/state_directory.h"
 #include "platform/uninterrupted.h"
 
 namespace KestSupport::platform {
@@ -351,6 +352,7 @@ ErrorCode EmbeddedServiceManager::openOutput(Handle service, std::unique_ptr<Ser
 
 std::string EmbeddedServiceManager::location(Handle manager) {
     std::string path;
+    if (manager == nullptr) return stateDirectory(path) == errorSuccess ? path + "/services" : std::string();
     withManager(manager, 0, [&](const OpenHandle& open) -> ErrorCode {
         path = open.database->stateDirectory() + "/services";
         return 0;

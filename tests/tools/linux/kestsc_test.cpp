@@ -157,7 +157,7 @@ TEST_F(Kestsc, AdministersOneService) {
     });
     std::filesystem::permissions(state.pathOf("services"), std::filesystem::perms::others_write,
                                  std::filesystem::perm_options::add);
-    expect({"list", 5, "", "list: permission denied (5)"});
+    expect({"list", 5, "", "list: permission denied (5): " + state.pathOf("services")});
 }
 
 TEST_F(Kestsc, StartsAndStopsAllInOrder) {
@@ -251,6 +251,9 @@ TEST_F(Kestsc, FitsTheTerminal) {
         EXPECT_EQ(child.errors(), "NAME  STATE    START  PROCESS  SINCE  LAST END       DISPLAY NAME\r\nweb   " + word +
                                       "  auto   -        -      never started  A long displa...\r\n");
     }
+    kit::ChildProcess narrow(KESTSC, {"list"}, {"", "stty cols 40 <&2; exec >&2", true});
+    EXPECT_EQ(narrow.wait(), 0);
+    EXPECT_EQ(narrow.errors(), "NAME  STATE    START  PROCESS  SINCE\r\nweb   stopped  auto   -        -\r\n");
 }
 
 TEST_F(Kestsc, KeepsTheOutputOfServices) {

@@ -8,6 +8,7 @@ page=$(realpath "$1") prefix=$2 work=$(mktemp -d)
 trap 'kestsc stop-all --force >/dev/null 2>&1; rm -rf "$work"' EXIT
 mkdir "$work/bin" "$work/home" && ln -s "$3" "$work/bin/c++" && ln -s "$prefix" "$work/home/kest" && cd "$work/home" || exit 1
 
+export CCACHE_DIR=${CCACHE_DIR:-$(ccache -k cache_dir 2>/dev/null)} CCACHE_BASEDIR=$work CCACHE_NOHASHDIR=1
 export HOME=$PWD PATH=$work/bin:$prefix/bin:$PATH KEST_SOURCES=$4 CXX=$3 LC_ALL=C.UTF-8 TZ=UTC
 library=$(dirname "$(find "$prefix/" -name libkestsupport.so)")
 export CPATH=$prefix/include LIBRARY_PATH=$library LD_LIBRARY_PATH=$library

@@ -116,7 +116,7 @@ class KEST_SUPPORT_EXPORT KestDateTime {
     unsigned int getWeekday() const;
     /// Day of the year, 1 to 366.
     unsigned int day() const;
-    bool isLeapYear() const;
+    bool isLeapYear() const;  ///< whether the year has a 29 February
     /// 0 to 27. The stamp is part of the hash, so equal values may have different hashes.
     unsigned int hash() const;
 
@@ -163,7 +163,7 @@ class KEST_SUPPORT_EXPORT KestDateTime {
     /// text has the offset without these seconds, and a time of day that agrees with it.
     std::string toRfc3339() const;
     std::string toRfc3339Utc() const;  ///< "1994-11-06T08:49:37Z"
-    std::tm toUtc() const;
+    std::tm toUtc() const;             ///< the fields in UTC
 
   private:
     KestDateTime(const std::tm& fields, unsigned int stamps);

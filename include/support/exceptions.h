@@ -40,7 +40,8 @@ class KEST_SUPPORT_EXPORT KestException {
     /// Replaces the text. The messages stay.
     virtual void setText(const wstring16& text);
     virtual void setText(const std::string& text);
-    virtual int getCode() const;
+    virtual int getCode() const;  ///< 0 unless another one was set
+    /// Replaces the code.
     virtual void setCode(int code);
     /// Adds a message, which becomes the newest.
     virtual void pushMessage(const wstring16& message);

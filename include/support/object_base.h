@@ -109,11 +109,14 @@ class KestSmartPointer {
         return *this;
     }
 
-    /// The target, which may be null.
+    /// The target. A null pointer is not checked.
     T* operator->() const noexcept { return m_pTarget; }
     T& operator*() const noexcept { return *m_pTarget; }
+    /// The target, which may be null.
     T* get() const noexcept { return m_pTarget; }
+    /// Whether there is no target.
     bool isNull() const noexcept { return m_pTarget == nullptr; }
+    /// Whether there is a target.
     explicit operator bool() const noexcept { return m_pTarget != nullptr; }
 
     /// Compare the addresses of the targets.

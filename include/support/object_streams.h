@@ -76,6 +76,7 @@ class KEST_SUPPORT_EXPORT KestInputObjectStream : public KestObjectStream {
     /// bits.
     KestInputObjectStream& operator>>(bool& value);
     KestInputObjectStream& operator>>(signed char& value);
+    /// 4 and 8 bytes.
     KestInputObjectStream& operator>>(float& value);
     KestInputObjectStream& operator>>(double& value);
     /// Sets `text` to a new array with the whole text, NULs included, and a NUL after it. The caller owns the array and
@@ -113,6 +114,7 @@ class KEST_SUPPORT_EXPORT KestOutputObjectStream : public KestObjectStream {
     /// 8 bytes.
     KestOutputObjectStream& operator<<(long long value);
     KestOutputObjectStream& operator<<(unsigned long long value);
+    /// 4 and 8 bytes.
     KestOutputObjectStream& operator<<(float value);
     KestOutputObjectStream& operator<<(double value);
     /// A null pointer is written as an empty text.

@@ -66,6 +66,7 @@ class KEST_SUPPORT_EXPORT KestBaseProducerConsumer {
   protected:
     /// Takes the mutex; blocks without limit. It is recursive: the same thread releases each level.
     void lockSyncMutex();
+    /// Releases one level.
     void unlockSyncMutex();
     /// Wakes every thread that waits now; when there is none, the next one to wait.
     void setSyncEvent();

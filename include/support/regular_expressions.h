@@ -74,6 +74,7 @@ class KEST_SUPPORT_EXPORT KestRegularExpressionImplementation {
     /// See KestRegularExpression::find.
     static std::size_t find(const Snapshot& compiled, const StringType& text, std::size_t& length, std::size_t start,
                             Length wanted);
+    /// See KestRegularExpression::print.
     void print() const;
 
   private:

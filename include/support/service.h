@@ -75,6 +75,7 @@ class KEST_SUPPORT_EXPORT KestService {
 
     /// Returns the current state.
     tState state() const noexcept;
+    /// Returns the name by which the manager knows the service.
     const std::string& serviceName() const noexcept { return m_serviceName; }
 
     /// Returns the service made last, null before the first. It still returns that object after its destruction.

@@ -46,6 +46,7 @@ class KEST_SUPPORT_EXPORT KestStopEvent : public KestEvent {
     /// the dependents, runs the callbacks of tokens, and signals. If a dependent throws, the caller gets the exception
     /// after the rest was done.
     bool request();
+    /// Returns whether a stop was requested.
     bool isRequested() const noexcept;
 
     /// The same as request.
@@ -81,8 +82,10 @@ class KEST_SUPPORT_EXPORT KestStoppableThread : public KestThread {
 
     /// As KestStopEvent::request. Does not wait.
     bool requestStop() { return m_stop.request(); }
+    /// Returns the event that the work gets.
     KestStopEvent& getStopEvent() noexcept KEST_SUPPORT_LIFETIMEBOUND { return m_stop; }
 #ifdef __cpp_lib_jthread
+    /// Returns a token of that event.
     std::stop_token getStopToken() const {
         return m_stop.getToken();
     }
@@ -92,6 +95,7 @@ class KEST_SUPPORT_EXPORT KestStoppableThread : public KestThread {
     /// For a derived class that overrides run.
     explicit KestStoppableThread(const std::string& name);
 
+    /// Call the work, if there is one.
     int run() override;
     int run(KestWorkInformation& info) override;
 

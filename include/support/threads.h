@@ -137,6 +137,7 @@ class KEST_SUPPORT_EXPORT KestThread : public KestCollaborator, public KestObjec
     int getExitCode() const noexcept;
     /// The address of the cell that holds the native handle, owned by the object; null exactly when isAlive is false.
     void* getHandle() noexcept { return m_handle.load(); }
+    /// Returns the name, also of a thread that got none.
     const std::string& getName() const noexcept { return m_name; }
     /// A name that the program gives before start, here or to the constructor, is also that of the thread in the tools
     /// of the system: on Linux its first 15 bytes, without a part of a character of UTF-8.

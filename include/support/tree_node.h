@@ -52,6 +52,7 @@ class KEST_SUPPORT_EXPORT KestTreeNode : public KestObjectBase, public KestColla
     /// Copies the key, the parent and the list, whose nodes are shared; not the dependents.
     KestTreeNode(const KestTreeNode& other);
     KestTreeNode& operator=(const KestTreeNode& other);
+    /// Changes the key, as setKey.
     KestTreeNode& operator=(const std::string& key);
     ~KestTreeNode() override;
 
@@ -140,6 +141,7 @@ class KEST_SUPPORT_EXPORT KestTreeNode : public KestObjectBase, public KestColla
     /// Returns the node at the end of the path; null if there is none, and for an empty path. Removes the keys from the
     /// vector, up to and including the first one that is missing.
     KestSmartPointer<KestTreeNode> getNode(std::vector<std::string>& path);
+    /// The same for a path in one text. Each character of `delimiters` separates keys.
     KestSmartPointer<KestTreeNode> getNode(const std::string& path, const char* delimiters);
 
     /// Inserts the node before the first child whose key is greater, or at the end, and returns it.
@@ -155,6 +157,7 @@ class KEST_SUPPORT_EXPORT KestTreeNode : public KestObjectBase, public KestColla
     /// Inserts the node before the child at the index, or at the end if the index is the number of children. Its key
     /// does not matter. This node becomes its parent.
     void insert(int index, KestSmartPointer<KestTreeNode> node);
+    /// Removes the child at the index.
     void erase(int index);
     /// Removes the first child with the key, if any.
     void erase(const std::string& key);

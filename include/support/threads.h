@@ -28,15 +28,21 @@
 // handler is installed with SA_RESTART. Calls that are never restarted (sleep, nanosleep, poll, select, epoll_wait,
 // socket calls with a time-out) fail with EINTR in a thread that was stopped and started again.
 //
-// stop and kill do not take effect while the thread runs code of the C or C++ runtime, where it may hold the
+// On Linux, stop and kill do not take effect while the thread runs code of the C or C++ runtime, where it may hold the
 // allocator's lock, or while it holds the lock of stdout or stderr. After 5 seconds they take effect there, too. So
 // kill takes 5 seconds for a thread that is blocked in puts because a pipe is full: the library cannot distinguish it
 // from a thread that is about to write, whose output would be lost. kill then releases the lock of the stream, and a
 // part of the output may be lost or written twice. Other locks outside the library stay locked: std::mutex, a FILE of
 // the program, the dynamic linker's lock during dlopen.
 //
-// A new thread has the scheduling policy and the niceness that the process had when it loaded the library, and not
-// those of the creating thread, as far as the system permits the change (a lower niceness may need a privilege).
+// On Windows, stop and kill take effect while the thread runs code of the program, waits in the library, or is inside a
+// call of the system that does not come from the C runtime (a read, a sleep, a wait). They wait for a thread that is
+// inside the C runtime, the heap or the loader, or for their locks, and return after 10 seconds without effect if it
+// stays there, for example in fwrite to a full pipe. A standard stream that the thread has locked stays locked.
+//
+// On Linux, a new thread has the scheduling policy and the niceness that the process had when it loaded the library,
+// and not those of the creating thread, as far as the system permits the change (a lower niceness may need a
+// privilege).
 #pragma once
 
 #include <atomic>
@@ -107,7 +113,7 @@ class KEST_SUPPORT_EXPORT KestThread : public KestCollaborator, public KestObjec
     /// also for lack of memory, the call returns and isAlive stays false. Does not block.
     virtual void start();
     /// Suspends the thread at its present instruction; it keeps its locks. Returns when the thread is suspended, or
-    /// after 10 seconds when the thread blocks the signal. The run does not end.
+    /// after 10 seconds when the thread cannot be stopped. The run does not end.
     virtual void stop();
     /// Sets the argument of run; only an argument that is set before the run begins has an effect.
     virtual void setWorkInfo(KestSmartPointer<KestWorkInformation> info);
@@ -119,8 +125,8 @@ class KEST_SUPPORT_EXPORT KestThread : public KestCollaborator, public KestObjec
     virtual bool setPriority(t_Priority priority);
 
     /// Ends the thread by force at its present instruction: no destructor runs, no ThreadDone is sent, its locks
-    /// become abandoned. When the thread cannot be ended (it blocks the signal for 10 seconds), it stays alive and
-    /// keeps its handle; the caller may then call kill again. A thread that kills itself does not return.
+    /// become abandoned. When the thread cannot be ended within 10 seconds (see above), it stays alive and keeps its
+    /// handle; the caller may then call kill again. A thread that kills itself does not return.
     void kill();
     /// The object deletes itself when the run has ended.
     void setMarkForDeath() noexcept { m_markForDeath = true; }

@@ -112,6 +112,7 @@ const Activity kActivities[] = {
     {"waiting for an event", [](WaitHandle event, CriticalSection&) { waitForOne(event, kInfinite); }},
     {"waiting with a time-out", [](WaitHandle event, CriticalSection&) { waitForOne(event, 1'000'000); }},
     {"sleeping", [](WaitHandle, CriticalSection&) { sleepThread(1'000'000); }},
+    {"sleeping outside the library", [](WaitHandle, CriticalSection&) { std::this_thread::sleep_for(1h); }},
     {"blocked on a critical section", [](WaitHandle, CriticalSection& section) { enterCriticalSection(section); }},
     {"allocating",
      [](WaitHandle, CriticalSection&) {

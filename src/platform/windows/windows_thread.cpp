@@ -5,17 +5,14 @@
 
 #include <array>
 #include <new>
-#include <optional>
 
 #include "platform/deadline.h"
 #include "platform/uninterrupted.h"
-#include "platform/windows/windows_api.h"
+#include "platform/windows/windows_thread_place.h"
 #include "platform/windows/windows_thread_record.h"
 
 namespace KestSupport::platform {
 namespace {
-
-constexpr Deadline::Time kMostPatience = 5'000 * Deadline::kMillisecond;
 
 HANDLE systemHandle(WaitHandle handle) noexcept {
     return static_cast<HANDLE>(static_cast<void*>(handle));
@@ -35,106 +32,47 @@ unsigned __stdcall runThread(void* argument) {
     ThreadRecord& record = *static_cast<ThreadRecord*>(argument);
     setCurrentRecord(record);
     const HMODULE module = record.module;
+    record.depth.store(0, std::memory_order_release);
     const std::uint32_t exitCode = record.entry(record.argument);
     record.leaving.store(true, std::memory_order_release);
     FreeLibraryAndExitThread(module, exitCode);
 }
 
-// The libraries whose code may hold, or wait for, a lock that the whole process needs: that of the heap, of the
-// loader, of a stream. Made before a thread is suspended, since the suspended thread may hold the loader's lock.
-class RuntimeModules {
-  public:
-    RuntimeModules() noexcept {
-        constexpr std::array<const wchar_t*, kCount> kNames{
-            L"ntdll.dll",       L"kernel32.dll",       L"kernelbase.dll",      L"msvcrt.dll",   L"ucrtbase.dll",
-            L"libstdc++-6.dll", L"libgcc_s_seh-1.dll", L"libwinpthread-1.dll", L"msvcp140.dll", L"vcruntime140.dll",
-        };
-        for (std::size_t i = 0; i < kCount; ++i)
-            m_bases[i] = GetModuleHandleW(kNames[i]);
-    }
+enum class Stop { standing, moving, ended, refused };
 
-    bool hold(std::uintptr_t address) const noexcept {
-        MEMORY_BASIC_INFORMATION region;
-        if (VirtualQuery(reinterpret_cast<const void*>(address), &region, sizeof region) == 0) return true;
-        for (const void* base : m_bases) {
-            if (base != nullptr && base == region.AllocationBase) return true;
-        }
-        return false;
-    }
-
-  private:
-    static constexpr std::size_t kCount = 10;
-    std::array<const void*, kCount> m_bases{};
-};
-
-// Whether a suspended thread may be cut off where it is, and where that is.
-enum class Place { safe, inRuntime, protectedStep };
-
-struct Sample {
-    Place place = Place::protectedStep;
-    std::uintptr_t instruction = 0;
-    std::uintptr_t stack = 0;
-
-    bool isSamePoint(const Sample& other) const noexcept {
-        return instruction != 0 && instruction == other.instruction && stack == other.stack;
-    }
-};
-
-Sample sampleOf(HANDLE thread, const ThreadRecord* record, const RuntimeModules& runtime) noexcept {
-    CONTEXT context{};
-    context.ContextFlags = CONTEXT_CONTROL;
-    const bool isKnown = GetThreadContext(thread, &context);  // returns when the thread has stopped
-    Sample sample{Place::protectedStep, static_cast<std::uintptr_t>(context.Rip),
-                  static_cast<std::uintptr_t>(context.Rsp)};
-    if (record == nullptr || record->depth.load() != 0) return sample;
-    const bool isSafe = record->waiting.load() != 0 || (isKnown && !runtime.hold(sample.instruction));
-    sample.place = isSafe ? Place::safe : Place::inRuntime;
-    return sample;
-}
-
-// Suspends the thread once if it may be cut off now, which is also true inside the runtime if `isBlocked` accepts the
-// sample. A thread that was suspended before is at such a place, or has not begun.
-template <typename IsBlocked>
-std::optional<Sample> suspendOnce(HANDLE thread, const RuntimeModules& runtime, const IsBlocked& isBlocked) noexcept {
+// Suspends the thread once more if it may be ended now. A thread that was suspended before is at such a place, or has
+// not begun.
+Stop stopNow(HANDLE thread, const RuntimeLocks& locks) noexcept {
     const DWORD id = GetThreadId(thread);
     const RecordGuard records;
     const DWORD before = SuspendThread(thread);
-    if (before == static_cast<DWORD>(-1)) return std::nullopt;
-    if (before > 0) return Sample{Place::safe};
+    if (before == static_cast<DWORD>(-1)) return Stop::refused;
+    if (before > 0) return Stop::standing;
+    CONTEXT context{};
+    context.ContextFlags = CONTEXT_FULL;
+    const bool isKnown = GetThreadContext(thread, &context);  // returns when the thread has stopped
     const ThreadRecord* const record =
         records.find([id](const ThreadRecord& each) { return each.id == id && !each.leaving.load(); });
-    Sample sample = sampleOf(thread, record, runtime);
-    if (sample.place == Place::inRuntime && isBlocked(sample)) sample.place = Place::safe;
-    if (sample.place != Place::safe) ResumeThread(thread);
-    return sample;
+    const bool mayBeCut = isKnown && record != nullptr && record->depth.load() == 0;
+    if (mayBeCut && (record->waiting.load() != 0 || locks.areFreeOf(context))) return Stop::standing;
+    ResumeThread(thread);
+    return Stop::moving;
 }
 
-enum class Stop { standing, ended, refused };
-
-// Suspends the thread once more, at a place at which it may be cut off. A thread that does not move inside the runtime
-// for a time is blocked in a call of the program, such as a read. No lock of the heap is held that long.
+// Suspends the thread once more, at a place at which it may be ended. A thread that uses the runtime most of the time
+// is rarely at one, so the first looks follow each other quickly.
 Stop stopSafely(HANDLE thread) noexcept {
-    constexpr Deadline::Time kBlocked = 100 * Deadline::kMillisecond;
-    constexpr int kQuickTries = 500;  // a thread that uses the runtime most of the time is rarely outside
-    const RuntimeModules runtime;
-    const Deadline::Time begin = Deadline::now();
-    Sample latest;
-    Deadline::Time unmovedSince = begin;
-    for (int tries = 0;; ++tries) {
+    constexpr std::uint32_t kGiveUpAfter = 10'000;  // milliseconds
+    constexpr int kQuickTries = 500;
+    const RuntimeLocks locks;
+    const Deadline giveUp = Deadline::after(kGiveUpAfter);
+    for (int tries = 0; !giveUp.hasPassed(); ++tries) {
         if (WaitForSingleObject(thread, 0) == WAIT_OBJECT_0) return Stop::ended;
         if (injectedFault("interruptThread") != 0) return Stop::refused;
-        const Deadline::Time now = Deadline::now();
-        const auto isBlocked = [&](const Sample& sample) {
-            if (now - begin >= kMostPatience) return true;
-            return sample.isSamePoint(latest) && now - unmovedSince >= kBlocked;
-        };
-        const std::optional<Sample> sample = suspendOnce(thread, runtime, isBlocked);
-        if (sample && sample->place == Place::safe) return Stop::standing;
-        if (!sample || now - begin >= 2 * kMostPatience) return Stop::refused;
-        if (!sample->isSamePoint(latest)) unmovedSince = now;
-        latest = *sample;
+        if (const Stop stop = stopNow(thread, locks); stop != Stop::moving) return stop;
         Sleep(tries < kQuickTries ? 0 : 1);
     }
+    return Stop::refused;
 }
 
 }  // namespace
@@ -154,6 +92,8 @@ bool createThread(ThreadEntry entry, void* argument, WaitHandle& handle, bool su
     record->entry = entry;
     record->argument = argument;
     record->module = referenceToThisModule();
+    // While the thread begins, the loader calls code of the program's libraries, and the program's own.
+    record->depth.store(1, std::memory_order_relaxed);
     unsigned id = 0;
     const HANDLE thread =
         reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, &runThread, record, CREATE_SUSPENDED, &id));

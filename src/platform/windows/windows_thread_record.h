@@ -4,10 +4,9 @@
 // and a killed thread leaves no work. The record says where its thread may be suspended or terminated:
 //
 //   leaving          nowhere: the thread is about to end, and the loader's lock may be its own
-//   depth above 0    nowhere: a step that must not be cut off (uninterrupted.h)
+//   depth above 0    nowhere: a step that must not be cut off (uninterrupted.h), or the thread has not begun
 //   waiting          everywhere: it is inside one of our waits, which the kernel undoes
-//   otherwise        where its next instruction is in no library of the runtime: inside the system or the C runtime,
-//                    a thread may hold the lock of the heap, or wait for it
+//   otherwise        where it holds no lock of the system or the C runtime (windows_thread_place.h)
 //
 // The list has a lock of its own kind: a thread that holds it or waits for it is not interrupted, since its depth is
 // above 0. A thread that is about to suspend another one holds it from before the suspension until it has decided, so

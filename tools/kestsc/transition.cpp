@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/process.h"
+
 namespace kestsc {
 namespace {
 
@@ -105,10 +107,29 @@ std::vector<std::string> missingDependencies(const Manager& manager, const Task&
     }
 }
 
+// The system has refused the file of the program.
+[[noreturn]] void failForFile(const Manager& manager, const Task& task, ErrorCode error) {
+    std::string reason = errorText(error);
+    try {
+        const auto words = platform::splitArguments(manager.configurationOf(task).commandLine);
+        if (!words.empty()) reason += ": " + words.front();
+    } catch (const Failure&) {
+        throw Failure(task, error);
+    }
+    throw Failure(task, error, reason);
+}
+
 [[noreturn]] void failToStart(const Manager& manager, const Task& task, ErrorCode error) {
-    const bool isProgram = error == platform::errorServiceRequestTimeout || error == platform::errorProcessAborted;
-    if (isProgram) failForProgram(manager, task, error);
-    failToChange(manager, task, error);
+    switch (error) {
+        case platform::errorServiceRequestTimeout:
+        case platform::errorProcessAborted:
+            failForProgram(manager, task, error);
+        case platform::errorFileNotFound:
+        case platform::errorBadExecutable:
+            failForFile(manager, task, error);
+        default:
+            failToChange(manager, task, error);
+    }
 }
 
 // Undoes the start during which this program was asked to end. The started program would stay start pending.

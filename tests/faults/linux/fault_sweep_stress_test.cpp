@@ -27,6 +27,7 @@
 #include "support/message_sets.h"
 #include "support/object_streams.h"
 #include "support/program_options.h"
+#include "support/program_run.h"
 #include "support/properties.h"
 #include "support/regular_expressions.h"
 #include "support/threads.h"
@@ -241,6 +242,9 @@ void spawn() {
     accept(exitCode != std::numeric_limits<int>::min());
     confirm("exit code", [&] { return exitCode == 3; });
     accept(KestExecuteProgram("/bin/true", false, nullptr, nullptr));
+    const KestProgramResult result =
+        KestRunProgram({.arguments = {"/bin/sh", "-c", "echo out"}, .timeout = 100'000, .outputLimit = 3});
+    confirm("output", [&] { return result.output == "out" && result.exceededOutput; });
 }
 
 void findAndRemove() {

@@ -234,7 +234,9 @@ TEST_F(Kestsc, WaitsUntilTheTimeOut) {
             {"config mute --command \"/bin/sh -c 'echo hello >&2'\"", 0, "mute: changed\n"},
             {"start mute", 1, "",
              "start mute: the process ended unexpectedly (1067); the program ended before it answered" + explained},
-            {"logs mute", 0, "hello\n"}});
+            {"logs mute", 0, "hello\n"},
+            {"config mute --command '/none/x y'", 0, "mute: changed\n"},
+            {"start mute", 1, "", "start mute: no such file or directory (2): /none/x"}});
     kit::ChildProcess full(KESTSC, {"list"}, {"", "exec >/dev/full", false});
     EXPECT_EQ(full.wait(), 1);
     EXPECT_EQ(full.errors(), "kestsc: standard output: no space left on device (112)\n");

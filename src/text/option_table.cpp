@@ -62,7 +62,7 @@ class Wrapping {
         m_column = 0;
     }
 
-    /// Continues a line of which so many columns are filled.
+    /// Continues a line whose first columns are filled.
     void continueAt(std::size_t column) { m_column = column; }
 
   private:

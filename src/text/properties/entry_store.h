@@ -150,7 +150,7 @@ void EntryStore<StringType>::clear() {
     m_allocated = 0;
 }
 
-// Returns the number of memory for an entry of so many units.
+// Returns the number of a place for an entry of that size.
 template <typename StringType>
 std::uint32_t EntryStore<StringType>::placeFor(std::size_t units) {
     if (const auto erased = m_erased.find(units); erased != m_erased.end() && !erased->second.empty()) {

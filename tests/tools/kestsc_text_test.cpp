@@ -32,6 +32,7 @@ TEST(Kestsc, RefusesBadCommandLines) {
         {{"list", "x"}, "list: unexpected argument x"},
         {{"list", "--timeout", "3"}, "list: there is no option --timeout here"},
         {{"start"}, "start: NAME is missing"},
+        {{"status", "-v"}, "status: unknown option -v"},
         {{"start", "a", "-v"}, "start: unknown option -v; put arguments of the service after --"},
         {{"start", "a", "--timeout"}, "start: --timeout needs a value: SECONDS"},
         {{"start", "a", "--timeout=1.5"}, "start: --timeout: 1.5 is not a whole number from 1 to 86400"},

@@ -24,7 +24,8 @@ constexpr unsigned kOptionsOfAll = kOptionHelp | kOptionVersion | kOptionJson;
 }
 
 bool takesOnlyNames(const CommandEntry& command) {
-    return std::string_view(command.arguments) == "NAME...";
+    const std::string_view arguments = command.arguments;
+    return arguments == "NAME..." || arguments == "[NAME...]";
 }
 
 // Whether words after "--" are arguments of the services.

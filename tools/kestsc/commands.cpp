@@ -16,9 +16,10 @@ const std::vector<CommandEntry> kCommands{
      "Prints one line for each service, sorted by name. For a service with damaged\n"
      "files it prints the reason.\n",
      "kestsc list --json", 0, 0, 0, listServices},
-    {"status", "NAME...", "show the status of services",
-     "The exit code is 3 when a service is stopped, and 4 when one is not installed.\n",
-     "kestsc status web || kestsc start web", 1, kAnyNumber, 0, showStatus},
+    {"status", "[NAME...]", "show the status of services",
+     "The exit code is 3 when a service is stopped, and 4 when one is not installed.\n"
+     "Without a name it is list.\n",
+     "kestsc status web || kestsc start web", 0, kAnyNumber, 0, showStatus},
     {"start", "NAME... [-- ARGUMENT...]", "start services and wait until they run",
      "Starts the services that one depends on before it, and passes the arguments to\n"
      "each named service. A service that already runs is not changed. A program has\n"

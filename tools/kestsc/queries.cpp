@@ -138,6 +138,7 @@ StatusView viewOf(const Manager& manager, const Task& task) {
 }  // namespace
 
 void showStatus(const CommandLine& line, Report& report) {
+    if (line.service.empty() && line.words.empty()) return listServices(line, report);
     const Manager manager({"status", line.service});
     const std::vector<std::string> names = servicesOf(line);
     std::vector<std::string> objects;

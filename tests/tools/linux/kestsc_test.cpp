@@ -100,7 +100,7 @@ class Kestsc : public kit::ServiceFixture {
 
 TEST_F(Kestsc, AdministersOneService) {
     const std::string heading = "Service       web\nDisplay name  Gr\u00fc\u00dfe\\x1B[2J\n";
-    expect({"list", 0, "No services are installed in " + state.pathOf("services") + ".\n"});
+    expect({"status", 0, "No services are installed in " + state.pathOf("services") + ".\n"});
     install("web", "plain", "--display 'Gr\u00fc\u00dfe\x1b[2J' '--description=\u202eevil \xff' --start demand");
     install("a", "plain");
     expect({

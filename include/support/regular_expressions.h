@@ -72,6 +72,7 @@ class KEST_SUPPORT_EXPORT KestRegularExpressionImplementation {
     /// Returns the compiled pattern. The object never changes.
     Snapshot snapshot() const;
     /// See KestRegularExpression::find.
+    std::size_t find(const StringType& text, std::size_t& length, std::size_t start, Length wanted) const;
     static std::size_t find(const Snapshot& compiled, const StringType& text, std::size_t& length, std::size_t start,
                             Length wanted);
     /// See KestRegularExpression::print.
@@ -81,6 +82,7 @@ class KEST_SUPPORT_EXPORT KestRegularExpressionImplementation {
     StringType m_pattern;  // the last one that compiled; guarded by m_tokenLock
     Snapshot m_pCompiled;  // never null; guarded by m_tokenLock
     mutable KestCriticalSectionObject m_tokenLock{false};
+    mutable internal::LockBias m_bias;  // for m_tokenLock
 };
 
 /// A pattern. Until one is set, searches find nothing.

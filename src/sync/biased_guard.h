@@ -28,6 +28,8 @@ class BiasedGuard {
         : m_bias(bias), m_lock(lock), m_isOwner(enterAsOwner(platform::threadKey()) || enter(platform::threadKey())) {}
     BiasedGuard(const BiasedGuard&) = delete;
     BiasedGuard& operator=(const BiasedGuard&) = delete;
+    /// Whether the calling thread is the owner, for which no other thread waits but an evicting one.
+    bool isOwner() const noexcept { return m_isOwner; }
     ~BiasedGuard() {
         if (m_isOwner) {
             m_bias.busy.store(false, std::memory_order_release);

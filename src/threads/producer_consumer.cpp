@@ -54,6 +54,11 @@ void KestBaseProducerConsumer::waitForSyncEvent() {
         lockSyncMutex();
         return;
     }
+    // The event of elements that were taken without a wait. To keep the mutex saves half of the time of the wait.
+    if (platform::waitForOne(m_pSync->event.get(), 0) == platform::kWaitObject0) {
+        platform::resetEvent(m_pSync->event.get());
+        return;
+    }
     platform::signalAndWait(m_pSync->mutex.get(), m_pSync->event.get(), platform::kInfinite);
     lockSyncMutex();
     platform::resetEvent(m_pSync->event.get());

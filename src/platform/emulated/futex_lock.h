@@ -40,13 +40,13 @@ class FutexLock {
     }
 
   private:
-    // About 2.5 microseconds: less than a sleep and a wake-up (docs/performance.md: 8 us), more than the short steps
-    // that such a lock guards.
-    static constexpr unsigned kSpins = 100;
+    // Nanoseconds: less than a sleep and a wake-up (docs/performance.md: 8 us), more than the short steps that such a
+    // lock guards.
+    static constexpr unsigned kSpin = 2500;
 
     static bool lockSpinning(FutexWord& word, std::uint32_t tag) noexcept {
-        return spinningPays() &&
-               spinUntil(kSpins, [&] { return word.load(std::memory_order_relaxed) == 0 && tryLock(word, tag); });
+        return spinUntil(pausesFor(kSpin),
+                         [&] { return word.load(std::memory_order_relaxed) == 0 && tryLock(word, tag); });
     }
 
     static void lockSleeping(FutexWord& word, std::uint32_t tag) noexcept {

@@ -68,6 +68,8 @@ inline ThreadRecord& currentRecord() noexcept {
     return self;
 }
 
+/// Back end: returns the number of the processor that runs the calling thread.
+unsigned currentProcessor() noexcept;
 /// Back end: returns the system's id of the calling thread.
 std::uint32_t systemThreadId() noexcept;
 /// Back end: registers announceEnd for the end of the calling thread, after its C++ thread-local objects. Returns false

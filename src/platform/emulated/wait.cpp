@@ -15,12 +15,20 @@ namespace {
 
 using Kind = WaitObject::Kind;
 
-// The lengths of spins, in pauses of about 25 ns. The longest usual spin (4 us) covers a round trip of 1.8 us between
-// two running threads. A probe (40 us) covers the 11 us of a round trip in which both threads sleep
-// (docs/performance.md, bench/events).
-constexpr std::uint32_t kLeastSpins = 8;
-constexpr std::uint32_t kMostSpins = 160;
-constexpr std::uint32_t kProbeSpins = 1600;
+// The lengths of spins, in nanoseconds. The least spin covers the answer of a thread that runs. The usual one (4 us)
+// covers a round trip of 2 us between two running threads. A probe covers a round trip in which both threads sleep: 11
+// us, or 50 us if a processor of a virtual machine halts (docs/performance.md, bench/events).
+//
+// A mutex that changes hands often is disturbed by every look. So the looks are rare, and last until a sleeping thread
+// could have been woken. A stream of 10,000 items through a queue takes 0.5 ms instead of 1.3 ms
+// (bench/producer_consumer).
+constexpr unsigned kLeastSpin = 700;
+constexpr unsigned kUsualSpin = 4000;
+constexpr unsigned kProbe = 40'000;
+constexpr unsigned kLeastMutexSpin = 4000;
+constexpr unsigned kUsualMutexSpin = 16'000;
+constexpr unsigned kFirstGap = 150;
+constexpr unsigned kLongestGap = 2400;
 constexpr std::uint32_t kFirstProbe = 8;
 constexpr std::uint32_t kProbeEvery = 1024;
 constexpr std::uint32_t kHandOverAfter = 1;  // milliseconds
@@ -67,21 +75,46 @@ std::optional<bool> glance(WaitObject& object, ThreadRecord& self) noexcept {
 // short. Two threads that answer each other would then both sleep forever, since a wake-up takes longer than a short
 // spin. So a spin is sometimes, and increasingly rarely, a probe that is long enough to meet a thread that is being
 // woken.
-std::uint32_t spinLength(std::uint32_t failures) noexcept {
-    if (failures == 0) return kMostSpins;
+unsigned spinLength(bool forMutex, std::uint32_t failures) noexcept {
+    if (failures == 0) return forMutex ? kUsualMutexSpin : kUsualSpin;
     const bool probe = failures >= kFirstProbe && (std::has_single_bit(failures) || failures % kProbeEvery == 0);
-    return probe ? kProbeSpins : kLeastSpins;
+    if (probe) return kProbe;
+    return forMutex ? kLeastMutexSpin : kLeastSpin;
 }
 
-// Spins before the thread sleeps. Returns whether it took the object.
+// A thread that was woken from this processor by another thread would spin where that thread runs. A round trip of two
+// threads on one processor takes 3.3 instead of 8 us.
+bool spinningPays(const WaitObject& object, const ThreadRecord& self) noexcept {
+    const std::uint32_t waker = object.lastWaker.load(std::memory_order_relaxed);
+    const std::uint32_t here = WaitObject::wakerOf(self.id, currentProcessor());
+    return waker == here || (waker & WaitObject::kWakerProcessor) != (here & WaitObject::kWakerProcessor);
+}
+
+// Spins with the test, which returns whether to end, and notes whether that pays. Returns whether the test ended it.
+template <typename Test>
+bool spin(WaitObject& object, const ThreadRecord& self, const Test& test) noexcept {
+    if (!spinningPays(object, self)) return false;
+    const bool forMutex = object.kind == Kind::mutex;
+    const std::uint32_t failures = object.failedSpins.load(std::memory_order_relaxed);
+    const unsigned pauses = pausesFor(spinLength(forMutex, failures));
+    if (pauses == 0) return false;
+    const bool ended =
+        forMutex ? spinWithGaps(pauses, pausesFor(kFirstGap), pausesFor(kLongestGap), test) : spinUntil(pauses, test);
+    if (!ended || failures != 0) object.failedSpins.store(ended ? 0 : failures + 1, std::memory_order_relaxed);
+    return ended;
+}
+
+// Spins before the thread is queued. Returns whether it took the object.
 bool spinFor(WaitObject& object, ThreadRecord& self) noexcept {
     if (!object.isEvent() && object.kind != Kind::mutex) return false;
-    const std::uint32_t failures = object.failedSpins.load(std::memory_order_relaxed);
     std::optional<bool> end;
-    spinUntil(spinLength(failures), [&] { return (end = glance(object, self)).has_value(); });
-    if (!end) object.failedSpins.store(failures + 1, std::memory_order_relaxed);
-    if (end == true && failures != 0) object.failedSpins.store(0, std::memory_order_relaxed);
+    spin(object, self, [&] { return (end = glance(object, self)).has_value(); });
     return end == true;
+}
+
+// Spins until the queued wait of the thread has ended or must look again.
+void spinQueued(WaitObject& object, const ThreadRecord& self) noexcept {
+    spin(object, self, [&] { return self.parked.load(std::memory_order_acquire) != parkArmed; });
 }
 
 void park(ThreadRecord& self, Deadline deadline) noexcept {
@@ -98,13 +131,16 @@ void park(ThreadRecord& self, Deadline deadline) noexcept {
 // The wait of one thread, from its first look under the dispatcher lock to its end.
 class SlowWait {
   public:
-    SlowWait(ThreadRecord& self, Waiter& waiter, std::uint32_t timeout) noexcept
-        : m_self(self), m_waiter(waiter), m_timeout(timeout) {
+    enum class Spin : bool { no, yes };
+
+    SlowWait(ThreadRecord& self, Waiter& waiter, std::uint32_t timeout, Spin spin) noexcept
+        : m_self(self), m_waiter(waiter), m_timeout(timeout), m_spin(spin) {
         m_waiter.thread = &self;
     }
 
     std::uint32_t run(WaitObject* toSignal) noexcept {
         if (!begin(toSignal)) return m_waiter.result;
+        if (m_spin == Spin::yes) spinQueued(*m_waiter.links[0].object, m_self);
         for (;;) {
             park(m_self, std::min(m_deadline, m_nextDue));
             if (finished()) return m_waiter.result;
@@ -204,7 +240,7 @@ class SlowWait {
         if (m_self.parked.load(std::memory_order_acquire) != parkWoken) return false;
         if (m_waiter.outcome != Waiter::Outcome::retry) return false;
         WaitObject& mutex = *m_waiter.links[0].object;
-        if (!tryMutex(mutex, m_self.id) && !(spinningPays() && spinFor(mutex, m_self))) return false;
+        if (!tryMutex(mutex, m_self.id) && !spinFor(mutex, m_self)) return false;
         m_waiter.result = kWaitObject0;
         return true;
     }
@@ -212,6 +248,7 @@ class SlowWait {
     ThreadRecord& m_self;
     Waiter& m_waiter;
     const std::uint32_t m_timeout;
+    const Spin m_spin;  // before the first sleep; the caller has not spun
     Deadline m_deadline = Deadline::never();
     Deadline m_nextDue = Deadline::never();
     Deadline m_handOver = Deadline::never();  // set when another thread first takes the mutex before this one
@@ -223,7 +260,8 @@ std::uint32_t waitSlowly(ThreadRecord& self, WaitObject& object, std::uint32_t t
     Waiter waiter;
     waiter.links = &link;
     waiter.count = 1;
-    return SlowWait(self, waiter, timeout).run(toSignal);
+    const auto spin = toSignal != nullptr ? SlowWait::Spin::yes : SlowWait::Spin::no;
+    return SlowWait(self, waiter, timeout, spin).run(toSignal);
 }
 
 // Waits for an object that the fast path did not take.
@@ -236,7 +274,7 @@ std::uint32_t waitAfterFirstLook(WaitObject& object, std::uint32_t timeout) noex
     } else if (object.kind == Kind::mutex && tryMutex(object, self.id)) {
         return kWaitObject0;
     }
-    if (timeout != 0 && spinningPays() && spinFor(object, self)) return kWaitObject0;
+    if (timeout != 0 && spinFor(object, self)) return kWaitObject0;
     return waitSlowly(self, object, timeout, nullptr);
 }
 
@@ -377,7 +415,7 @@ std::uint32_t waitForMany(std::span<const WaitHandle> objects, bool all, std::ui
     waiter.links = links.data();
     waiter.count = objects.size();
     waiter.all = all;
-    return SlowWait(currentRecord(), waiter, timeout).run(nullptr);
+    return SlowWait(currentRecord(), waiter, timeout, SlowWait::Spin::no).run(nullptr);
 }
 
 std::uint32_t signalAndWait(WaitHandle toSignal, WaitHandle toWait, std::uint32_t timeout) noexcept {

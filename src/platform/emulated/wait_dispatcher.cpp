@@ -232,7 +232,8 @@ void Dispatcher::dequeue(Waiter& waiter) noexcept {
     waiter.thread->waiter = nullptr;
 }
 
-void Dispatcher::finish(Waiter& waiter, Waiter::Outcome outcome, std::uint32_t result) noexcept {
+void Dispatcher::finish(WaitObject& object, Waiter& waiter, Waiter::Outcome outcome, std::uint32_t result) noexcept {
+    object.lastWaker.store(WaitObject::wakerOf(m_self.id, currentProcessor()), std::memory_order_relaxed);
     dequeue(waiter);
     waiter.outcome = outcome;
     waiter.result = result;
@@ -261,7 +262,7 @@ void Dispatcher::signal(WaitObject& object, bool keep) noexcept {
     for (Link* link = object.queue.first(); link != nullptr;) {
         Link* const next = nextWait(*link);
         Waiter& waiter = *link->waiter;
-        if (const auto result = consume(waiter)) finish(waiter, Waiter::Outcome::satisfied, *result);
+        if (const auto result = consume(waiter)) finish(object, waiter, Waiter::Outcome::satisfied, *result);
         if (!object.isSignalled()) return;
         link = next;
     }
@@ -275,10 +276,10 @@ void Dispatcher::offer(WaitObject& mutex) noexcept {
         Link* const next = nextWait(*link);
         Waiter& waiter = *link->waiter;
         if (waiter.count == 1 && !waiter.wantsHandOver) {
-            finish(waiter, Waiter::Outcome::retry, kWaitFailed);
+            finish(mutex, waiter, Waiter::Outcome::retry, kWaitFailed);
             return;
         }
-        if (const auto result = consume(waiter)) finish(waiter, Waiter::Outcome::satisfied, *result);
+        if (const auto result = consume(waiter)) finish(mutex, waiter, Waiter::Outcome::satisfied, *result);
         link = next;
     }
 }

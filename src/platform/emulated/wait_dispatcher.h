@@ -18,8 +18,8 @@ class Dispatcher {
     Dispatcher& operator=(const Dispatcher&) = delete;
     ~Dispatcher();
 
-    /// Ends the wait of a thread: unlinks it and wakes the thread.
-    void finish(Waiter& waiter, Waiter::Outcome outcome, std::uint32_t result) noexcept;
+    /// Ends the wait of a thread for the object: unlinks it and wakes the thread.
+    void finish(WaitObject& object, Waiter& waiter, Waiter::Outcome outcome, std::uint32_t result) noexcept;
     /// Makes a queued thread look at its objects and deadlines again.
     void recheck(Waiter& waiter) noexcept;
     /// Signals an object. Without `keep`, only the threads that wait now receive the signal.

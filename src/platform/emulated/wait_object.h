@@ -90,6 +90,12 @@ class WaitObject {
     static constexpr std::uint32_t kNoOwner = 0;
     static constexpr std::uint32_t kReserved = 0xFFFFFFFF;
 
+    // A hint: the thread that woke another one, and its processor in the lower bits.
+    static constexpr std::uint32_t kWakerProcessor = 0xFFFF;
+    static std::uint32_t wakerOf(std::uint32_t id, unsigned processor) noexcept {
+        return id << 16 | (processor & kWakerProcessor);
+    }
+
     explicit WaitObject(Kind objectKind) noexcept : kind(objectKind) {}
     WaitObject(const WaitObject&) = delete;
     WaitObject& operator=(const WaitObject&) = delete;
@@ -110,8 +116,9 @@ class WaitObject {
     // Mutex: the levels of the owner beyond the first. So taking a free mutex writes only the owner. Written by the
     // owner, or by the thread that takes the mutex for it.
     std::atomic<std::uint32_t> innerLevels{0};
-    std::atomic<std::uint32_t> failedSpins{0};  // successive spins without success; a hint for the next one
-    std::uint32_t forks = 0;                    // thread: forkCount of its process
+    std::atomic<std::uint32_t> failedSpins{0};              // successive spins without success; a hint for the next one
+    std::atomic<std::uint32_t> lastWaker{kWakerProcessor};  // wakerOf the thread that woke the last waiting thread
+    std::uint32_t forks = 0;                                // thread: forkCount of its process
 
     // Guarded by the dispatcher lock.
     IntrusiveList<Link, &Link::inQueue> queue;

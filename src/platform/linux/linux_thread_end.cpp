@@ -2,6 +2,7 @@
 // thread-local objects of the thread. A thread-local object of the library would keep the library loaded until the last
 // thread with such an object ends. A key can be deleted, and the threads that continue are forgotten.
 #include <pthread.h>
+#include <sched.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -30,6 +31,10 @@ constinit bool g_endKeyMade = false;
 
 bool onThreadEnd(ThreadRecord& self) noexcept {
     return g_endKeyMade && pthread_setspecific(g_endKey, &self) == 0;
+}
+
+unsigned currentProcessor() noexcept {
+    return static_cast<unsigned>(sched_getcpu());
 }
 
 std::uint32_t systemThreadId() noexcept {

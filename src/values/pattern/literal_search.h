@@ -62,12 +62,19 @@ class LiteralSearch {
                 if (isAt(text + place)) return place;
             }
         }
-        for (; place < high && high - place >= kBlock; place += kBlock) {
-            for (std::uint64_t hits = pairsIn(text + place); hits != 0;) {
-                const auto unit = static_cast<std::size_t>(std::countr_zero(hits)) / sizeof(CharT);
-                if (isAt(text + place + unit)) return place + unit;
-                hits &= ~(kUnit << (unit * sizeof(CharT)));
-            }
+        while (place < high && high - place >= kBlock) {
+            const std::size_t found = firstOf(pairsIn(text + place), text + place);
+            if (found != npos) return place + found;
+            // From here on the vectors of the rarest character are on lines of the cache: 1.1 instead of 1.4 us.
+            place += kBlock - reinterpret_cast<std::uintptr_t>(text + place + m_rarest) % kBlockBytes / sizeof(CharT);
+            place += kBlock * skipBlocks(text + place, kBlockBytes, (high - place) / kBlock);
+        }
+        if (place < high && high >= kBlock) {
+            // The last block overlaps the one before.
+            const std::size_t block = high - kBlock;
+            const std::uint64_t rest = ~std::uint64_t{0} << ((place - block) * sizeof(CharT));
+            const std::size_t found = firstOf(pairsIn(text + block) & rest, text + block);
+            return found == npos ? npos : block + found;
         }
         for (; place < high; ++place) {
             if (isAt(text + place)) return place;
@@ -78,12 +85,16 @@ class LiteralSearch {
     /// Returns the last such place.
     std::size_t last(const CharT* text, std::size_t low, std::size_t high) const {
         for (; low < high && high - low >= kBlock; high -= kBlock) {
+            high -= kBlock * skipBlocks(text + high - kBlock, -kBlockBytes, (high - low) / kBlock);
+            if (high - low < kBlock) break;
+            const std::size_t found = lastOf(pairsIn(text + high - kBlock), text + high - kBlock);
+            if (found != npos) return high - kBlock + found;
+        }
+        if (low < high && high >= kBlock) {
             const std::size_t block = high - kBlock;
-            for (std::uint64_t hits = pairsIn(text + block); hits != 0;) {
-                const auto unit = static_cast<std::size_t>(63 - std::countl_zero(hits)) / sizeof(CharT);
-                if (isAt(text + block + unit)) return block + unit;
-                hits &= ~(kUnit << (unit * sizeof(CharT)));
-            }
+            const std::uint64_t rest = ~std::uint64_t{0} << ((low - block) * sizeof(CharT));
+            const std::size_t found = lastOf(pairsIn(text + block) & rest, text + block);
+            return found == npos ? npos : block + found;
         }
         while (low < high) {
             if (isAt(text + --high)) return high;
@@ -92,7 +103,8 @@ class LiteralSearch {
     }
 
   private:
-    static constexpr std::size_t kBlock = 64 / sizeof(CharT);
+    static constexpr std::ptrdiff_t kBlockBytes = 64;
+    static constexpr std::size_t kBlock = kBlockBytes / sizeof(CharT);
     static constexpr std::uint64_t kUnit = sizeof(CharT) == 1 ? 1 : 3;
 
     // The characters of text in Latin letters, the most frequent first. All others count as rarer.
@@ -112,9 +124,73 @@ class LiteralSearch {
         return code < 128 ? kTable.rarity[code] : static_cast<int>(sizeof kFrequent);
     }
 
+    // Returns the first or the last place of the literal among the places of a block; npos if it is at none of them.
+    std::size_t firstOf(std::uint64_t hits, const CharT* block) const {
+        while (hits != 0) {
+            const auto unit = static_cast<std::size_t>(std::countr_zero(hits)) / sizeof(CharT);
+            if (isAt(block + unit)) return unit;
+            hits &= ~(kUnit << (unit * sizeof(CharT)));
+        }
+        return npos;
+    }
+    std::size_t lastOf(std::uint64_t hits, const CharT* block) const {
+        while (hits != 0) {
+            const auto unit = static_cast<std::size_t>(63 - std::countl_zero(hits)) / sizeof(CharT);
+            if (isAt(block + unit)) return unit;
+            hits &= ~(kUnit << (unit * sizeof(CharT)));
+        }
+        return npos;
+    }
+
+#if defined(__SSE2__) && defined(__ELF__)
+    // Passes blocks without a hit in vectors of 32 bytes: 64 KiB take 1.0 instead of 1.9 us (bench/regular_expressions,
+    // literal of frequent letters). Returns the number of blocks that it passed, up to `count`. (Compilers for Windows
+    // do not align such vectors on the stack.)
+    std::size_t skipBlocks(const CharT* first, std::ptrdiff_t step, std::size_t count) const {
+        return __builtin_cpu_supports("avx2") ? skipBlocksOf32(first, step, count) : skipBlocksOf16(first, step, count);
+    }
+    [[gnu::target("avx2")]] std::size_t skipBlocksOf32(const CharT* first, std::ptrdiff_t step,
+                                                       std::size_t count) const {
+        using Vector [[gnu::vector_size(32)]] = std::make_signed_t<CharT>;
+        Vector zero{};
+        const Vector a = zero + static_cast<std::make_signed_t<CharT>>(m_literal[m_rarest]);
+        const Vector b = zero + static_cast<std::make_signed_t<CharT>>(m_literal[m_second]);
+        const auto* atA = reinterpret_cast<const char*>(first + m_rarest);
+        const auto* atB = reinterpret_cast<const char*>(first + m_second);
+        for (std::size_t passed = 0; passed < count; ++passed) {
+            Vector a0, a1, b0, b1;
+            std::memcpy(&a0, atA, sizeof a0);
+            std::memcpy(&a1, atA + sizeof a0, sizeof a1);
+            std::memcpy(&b0, atB, sizeof b0);
+            std::memcpy(&b1, atB + sizeof b0, sizeof b1);
+            const Vector hits = ((a0 == a) & (b0 == b)) | ((a1 == a) & (b1 == b));
+            using Words [[gnu::vector_size(32)]] = long long;
+            if (__builtin_ia32_ptestz256((Words)hits, (Words)hits) == 0) return passed;
+            __builtin_prefetch(atA + 8 * step);  // takes 1.4 instead of 1.9 us
+            atA += step;
+            atB += step;
+        }
+        return count;
+    }
+#endif
+    // The same in the vectors that every processor has.
+    std::size_t skipBlocksOf16(const CharT* first, std::ptrdiff_t step, std::size_t count) const {
+        std::size_t passed = 0;
+        while (passed < count && pairsIn(first) == 0) {
+            ++passed;
+            first += step / static_cast<std::ptrdiff_t>(sizeof(CharT));
+        }
+        return passed;
+    }
+#if !defined(__SSE2__) || !defined(__ELF__)
+    std::size_t skipBlocks(const CharT* first, std::ptrdiff_t step, std::size_t count) const {
+        return skipBlocksOf16(first, step, count);
+    }
+#endif
+
     // Returns the places of a block at which both characters match. A place has as many bits as a unit has bytes; the
     // first place has the lowest bits.
-    std::uint64_t pairsIn(const CharT* block) const {
+    [[gnu::always_inline]] std::uint64_t pairsIn(const CharT* block) const {
         const CharT a = m_literal[m_rarest];
         const CharT b = m_literal[m_second];
 #if defined(__SSE2__)

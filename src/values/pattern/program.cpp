@@ -57,6 +57,8 @@ Step<StringType>::Step(const ExpressionToken<StringType>& from)
     if (kind == StepKind::literal && size > 0) literal = LiteralSearch<CharType>(from.segment);
     if (kind == StepKind::set) {
         set = std::make_unique<CharacterSet<CharType>>(from.ranges, from.type == TokenType::notInSet);
+        const bool isOne = from.ranges.size() == 1 && from.ranges[0].first == from.ranges[0].last;
+        if (isOne && from.type == TokenType::notInSet) onlyOther = static_cast<CharType>(from.ranges[0].first);
     }
 }
 

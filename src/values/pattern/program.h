@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <type_traits>
 #include <vector>
@@ -80,6 +81,7 @@ struct Step {
     std::size_t size;                             ///< characters that it takes at once; 1 unless it is a literal
     LiteralSearch<CharType> literal;              ///< for a literal that is not empty
     std::unique_ptr<CharacterSet<CharType>> set;  ///< for a set
+    std::optional<CharType> onlyOther;            ///< for a set of all characters but one, like [^;]
 };
 
 template <typename StringType>

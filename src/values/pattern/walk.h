@@ -33,6 +33,9 @@ struct ExpressionMatch {
     std::size_t length = 0;
 };
 
+/// A walk of a pattern with at most this number of steps allocates no memory.
+inline constexpr std::size_t kFewSteps = 12;
+
 /// One search: one call of run or runAtStart.
 template <typename StringType>
 class ExpressionWalk {
@@ -82,13 +85,11 @@ class ExpressionWalk {
     std::size_t last(const ThisStep& step, std::size_t low, std::size_t high) const;
     std::size_t placesFor(std::size_t size) const { return m_text.size() < size ? 0 : m_text.size() - size + 1; }
 
-    static constexpr std::size_t kFewSteps = 12;
-
     const ExpressionProgram<StringType>& m_program;
     const View m_text;
     std::size_t m_position = 0;
     std::size_t m_nextStart = 0;  // the next start after a failed attempt
-    std::size_t m_rarestAt = 0;   // the first place of the rarest literal at or after the start
+    std::size_t m_rarestAt = 0;   // the rarest literal is not from the start up to here; 0 if the walk has not searched
     std::size_t m_failures = 0;   // failed attempts
     std::size_t m_depth = 0;
     Run* m_runs;  // the stack

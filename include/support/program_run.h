@@ -45,10 +45,11 @@ struct KestProgramResult {
 /// than the limit are written, the whole group is ended by force; a program that has left the group continues. A
 /// program that still runs after the first one does not delay the return.
 ///
-/// With a group of its own the program does not get a Ctrl+C of the terminal. The output is collected in memory, on
-/// Windows in a temporary file. The limit is checked a hundred times per second, so more than the limit may be
-/// collected before; the texts are cut there. As with any file, a program that opens its output again with truncation
-/// ("> /dev/stdout" in a shell) removes what was written before.
+/// The program has no signal blocked; a signal that this process ignores is ignored by the program, too. With a group
+/// of its own it does not get a Ctrl+C of the terminal. The output is collected in memory, on Windows in a temporary
+/// file. The limit is checked a hundred times per second, so more than the limit may be collected before; the texts are
+/// cut there. As with any file, a program that opens its output again with truncation ("> /dev/stdout" in a shell)
+/// removes what was written before.
 ///
 /// Throws KestException "KestRunProgram: Could not start " and the program, with the platform's error number as the
 /// code: 2 if there is no such program, 87 for an empty list, a NUL in a text, or a variable without a name or with

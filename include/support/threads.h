@@ -5,6 +5,8 @@
 //   KestThread::ThreadDone    the notification that the run of a thread has ended
 //   KestWorkInformation       base of an argument for the work
 //
+// KestStoppableThread (stop.h) is a thread that can be asked to stop, with an event for waits and a std::stop_token.
+//
 // A KestThread runs its work once; only after kill does start run it again. A run that throws, or calls pthread_exit,
 // ends with the result 0; the exception is dropped.
 //

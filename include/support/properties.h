@@ -43,6 +43,8 @@ namespace KestSupport {
 
 namespace internal {
 template <typename StringType>
+class LockedProperties;
+template <typename StringType>
 class PropertyTable;
 }  // namespace internal
 
@@ -145,6 +147,8 @@ class KEST_SUPPORT_EXPORT KestProperties : public KestObjectBase, public KestCol
     bool saveAtomically(const std::string& fileName);
 
   private:
+    friend class internal::LockedProperties<StringType>;
+
     using View = std::basic_string_view<CharType, typename StringType::traits_type>;
 
     using Table = internal::PropertyTable<StringType>;

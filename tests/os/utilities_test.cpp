@@ -118,16 +118,20 @@ TEST(ExpandString, ReplacesReferences) {
     environment.set("KEST_HOME", "/h");
     environment.set("KEST_NONE", std::nullopt);
     KestProperties<std::string> properties;
-    for (const char* line : {"p=1", "p=2", "nest=<KEST_HOME>/n", "same=<same>", "grows=x<grows>"})
+    for (const char* line : {"p=1", "p=2", "nest=<KEST_HOME>/n", "same=<same>", "grows=x<grows>", "open=<KEST_"})
         properties.addProperty(line, '=');
     const std::pair<std::string, std::string> rows[] = {{"x<KEST_HOME>y<p>", "x/hy1"},
                                                         {"<nest><KEST_HOME>>", "/h/n/h>"},
                                                         {"a>b<p>x<KEST_HOME", "a>b1x<KEST_HOME"},
                                                         {"[<KEST_NONE>][<>]", "[][]"},
                                                         {"<same>", "<same>"},
+                                                        {"<open>HOME>!", "/h!"},
                                                         {"<grows>!<p><grows>", "x<grows>!1x<grows>"}};
-    for (const auto& [text, result] : rows)
+    for (const auto& [text, result] : rows) {
         EXPECT_EQ(KestExpandString(text, properties), result);
+        const kit::LogCapture traced;
+        EXPECT_EQ(KestExpandString(text, properties), result);
+    }
     const kit::LogCapture log;
     properties.addProperty("KEST_HOME", "property");
     EXPECT_EQ(KestExpandString("a<KEST_HOME>", properties), "aproperty");

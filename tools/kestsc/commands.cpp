@@ -42,10 +42,10 @@ const std::vector<CommandEntry> kCommands{
      "STATE is running, stopped or paused. The time-out applies to each service.\n"
      "Changes nothing.\n",
      "kestsc wait web running --timeout 60", 2, kAnyNumber, kOptionTimeout, waitForEach},
-    {"logs", "NAME", "show what a service has written",
+    {"logs", "NAME...", "show what services have written",
      "Of older output at least 1 MiB is kept. Without --lines all of it is shown.\n"
-     "With --follow it ends with Ctrl+C, or when the service is deleted.\n",
-     "kestsc logs web --lines 20 --follow", 1, 1, kOptionLines | kOptionFollow, showLogs},
+     "With --follow it ends with Ctrl+C, or when the services are deleted.\n",
+     "kestsc logs web --lines 20 --follow", 1, kAnyNumber, kOptionLines | kOptionFollow, showLogs},
     {"install", "NAME COMMAND...", "register a program as a service",
      "COMMAND is one word, with its own quotes inside, or several words. Put words\n"
      "that begin with a dash after --. Without options the start type is auto, the\n"

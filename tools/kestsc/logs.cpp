@@ -4,6 +4,7 @@
 #include <memory>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "command_line.h"
 #include "json.h"
@@ -16,13 +17,17 @@ namespace {
 
 namespace platform = KestSupport::platform;
 
-// What logs prints: the bytes themselves, or on a terminal, which they could control, printable lines.
+// What logs prints: the bytes themselves, or on a terminal, which they could control, printable lines. With labels, a
+// line with the name of the service precedes what another service has written.
 class Screen {
   public:
-    explicit Screen(Report& report) : m_report(report) {}
+    Screen(Report& report, bool hasLabels) : m_report(report), m_hasLabels(hasLabels) {}
 
     /// Returns whether the output takes more.
-    bool print(const std::string& text) {
+    bool print(const std::string& service, const std::string& text) {
+        if (text.empty()) return true;
+        if (m_hasLabels && service != m_service && !printLabel(service)) return false;
+        m_isLineOpen = text.back() != '\n';
         if (!m_isTerminal) return m_report.print(text);
         m_rest += text;
         const std::size_t end = m_rest.rfind('\n') + 1;  // 0 without a whole line
@@ -37,6 +42,13 @@ class Screen {
     }
 
   private:
+    bool printLabel(const std::string& service) {
+        const std::string end = m_isLineOpen ? "\n" : "";
+        const std::string gap = m_service.empty() ? "" : "\n";
+        m_service = service;
+        return flush() && m_report.print(end + gap + "==> " + printable(service) + " <==\n");
+    }
+
     static std::string printableLines(std::string_view text) {
         std::string shown;
         while (!text.empty()) {
@@ -50,8 +62,23 @@ class Screen {
 
     Report& m_report;
     const bool m_isTerminal = platform::isTerminal(platform::StandardStream::output);
+    const bool m_hasLabels;
     std::string m_rest;
+    std::string m_service;  // of the last label
+    bool m_isLineOpen = false;
 };
+
+struct Source {
+    Task task;
+    SharedHandle service;
+    std::unique_ptr<platform::ServiceOutput> output;
+};
+
+Source openSource(const Manager& manager, const Task& task) {
+    Source source{task, manager.open(task, platform::kServiceQueryStatus), nullptr};
+    require(task, platform::serviceManager().openOutput(source.service.get(), source.output));
+    return source;
+}
 
 // Returns the end of the text that begins with the last lines.
 std::string lastLines(const std::string& text, std::uint32_t count) {
@@ -63,31 +90,42 @@ std::string lastLines(const std::string& text, std::uint32_t count) {
     return text.substr(begin);
 }
 
-std::string readAll(const Task& task, platform::ServiceOutput& output) {
+std::string readAll(const Source& source) {
     std::string text;
     for (std::size_t before = 1; text.size() != before;) {
         before = text.size();
         bool mayMiss = false;
-        require(task, output.read(text, mayMiss));
+        require(source.task, source.output->read(text, mayMiss));
     }
     return text;
 }
 
-void follow(const Task& task, const SharedHandle& service, platform::ServiceOutput& output, Screen& screen) {
+std::string readNew(const Source& source) {
+    std::string text;
+    bool mayMiss = false;
+    require(source.task, source.output->read(text, mayMiss));
+    if (mayMiss) complain(printable("logs " + source.task.service + ": some output may be missing here"));
+    return text;
+}
+
+bool isDeleted(const Source& source) {
+    ServiceStatus status;
+    return platform::serviceManager().queryStatus(source.service.get(), status) == platform::errorServiceDoesNotExist;
+}
+
+void follow(std::vector<Source> sources, Screen& screen) {
     constexpr std::chrono::milliseconds kStep{200};
-    for (bool canWrite = true; canWrite;) {
-        std::string text;
-        bool mayMiss = false;
-        require(task, output.read(text, mayMiss));
-        if (mayMiss) complain(printable("logs " + task.service + ": some output may be missing here"));
-        if (!text.empty()) {
-            canWrite = screen.print(text);
-            continue;
+    for (bool canWrite = true; canWrite && !sources.empty();) {
+        bool isIdle = true;
+        for (const Source& source : sources) {
+            const std::string text = readNew(source);
+            if (text.empty()) continue;
+            isIdle = false;
+            canWrite = canWrite && screen.print(source.task.service, text);
         }
-        canWrite = screen.flush();
-        ServiceStatus status;
-        const ErrorCode error = platform::serviceManager().queryStatus(service.get(), status);
-        if (error == platform::errorServiceDoesNotExist) return;
+        if (!isIdle) continue;
+        canWrite = canWrite && screen.flush();
+        sources.erase(std::remove_if(sources.begin(), sources.end(), isDeleted), sources.end());
         std::this_thread::sleep_for(kStep);
     }
 }
@@ -95,18 +133,27 @@ void follow(const Task& task, const SharedHandle& service, platform::ServiceOutp
 }  // namespace
 
 void showLogs(const CommandLine& line, Report& report) {
-    const Task task{"logs", line.service};
-    const SharedHandle service = Manager(task).open(task, platform::kServiceQueryStatus);
-    std::unique_ptr<platform::ServiceOutput> output;
-    require(task, platform::serviceManager().openOutput(service.get(), output));
-    std::string text = readAll(task, *output);
-    if (line.lines) text = lastLines(text, *line.lines);
-    if (report.asJson()) {
-        report.show(JsonObject().add("service", line.service).add("output", text).text());
-        return;
+    const Manager manager({"logs", line.service});
+    const std::vector<std::string> names = servicesOf(line);
+    Screen screen(report, names.size() > 1);
+    std::vector<Source> sources;
+    std::vector<std::string> objects;
+    bool canWrite = true;
+    for (const std::string& name : names) {
+        attempt(report, [&] {
+            sources.push_back(openSource(manager, {"logs", name}));
+            std::string text = readAll(sources.back());
+            if (line.lines) text = lastLines(text, *line.lines);
+            objects.push_back(JsonObject().add("service", name).add("output", text).text());
+            if (!report.asJson()) canWrite = canWrite && screen.print(name, text) && screen.flush();
+        });
     }
-    Screen screen(report);
-    if (screen.print(text) && screen.flush() && line.follows) follow(task, service, *output, screen);
+    if (report.asJson() && !objects.empty()) {
+        const std::string all = JsonObject().addJson("services", jsonArray(objects)).text();
+        report.show(names.size() == 1 ? objects.front() : all);
+    } else if (line.follows && canWrite) {
+        follow(std::move(sources), screen);
+    }
 }
 
 }  // namespace kestsc

@@ -235,6 +235,11 @@ TEST_F(Kestsc, WaitsUntilTheTimeOut) {
             {"start mute", 1, "",
              "start mute: the process ended unexpectedly (1067); the program ended before it answered" + explained},
             {"logs mute", 0, "hello\n"},
+            {"config slow --command \"/bin/sh -c 'printf open'\"", 0, "slow: changed\n"},
+            {"start slow", 1, "",
+             "start slow: the process ended unexpectedly (1067); the program ended before it answered" + explained},
+            {"logs slow none mute slow -n 1", 4, "==> slow <==\nopen\n\n==> mute <==\nhello\n\n==> slow <==\nopen",
+             "logs none: the service is not installed (1060)"},
             {"config mute --command '/none/x y'", 0, "mute: changed\n"},
             {"start mute", 1, "", "start mute: no such file or directory (2): /none/x"}});
     kit::ChildProcess full(KESTSC, {"list"}, {"", "exec >/dev/full", false});

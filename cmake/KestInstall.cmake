@@ -1,5 +1,5 @@
 # What is installed, in three components:
-#   runtime      the shared library, for the programs that use it
+#   runtime      the shared library, for the programs that use it; on Windows also the DLLs of the compiler's runtime
 #   development  headers, the CMake package, the pkg-config file, the static library, gdb's printers
 #   tools        kestsc and kest-agent with their units, manual pages and completions
 include_guard(GLOBAL)
@@ -15,6 +15,9 @@ install(TARGETS kestsupport EXPORT KestSupportTargets
   LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
   RUNTIME COMPONENT runtime
   ARCHIVE COMPONENT development)
+if(WIN32)
+  install(FILES ${KEST_RUNTIME_LIBRARIES} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/support DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
   FILES_MATCHING PATTERN "*.h")
 install(EXPORT KestSupportTargets NAMESPACE KestSupport:: DESTINATION ${cmake_folder} COMPONENT development)
@@ -47,7 +50,7 @@ endif()
 configure_file(${packaging}/kestsupport.pc.in kestsupport.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kestsupport.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
-if(library_type STREQUAL SHARED_LIBRARY)
+if(library_type STREQUAL SHARED_LIBRARY AND UNIX)
   # gdb loads a library's printers from a file of the library's full name below its own folder.
   install(FILES ${packaging}/gdb/kestsupport_printers.py RENAME $<TARGET_FILE_NAME:kestsupport>-gdb.py
     DESTINATION ${CMAKE_INSTALL_DATADIR}/gdb/auto-load${CMAKE_INSTALL_FULL_LIBDIR} COMPONENT development)
@@ -69,6 +72,14 @@ if(TARGET kest-agent AND UNIX)
   file(RELATIVE_PATH from_bin_to_agent ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBEXECDIR}/kest/kest-agent)
   file(CREATE_LINK ${from_bin_to_agent} ${CMAKE_CURRENT_BINARY_DIR}/kest-agent SYMBOLIC)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kest-agent DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+endif()
+
+if(TARGET kest-agent AND WIN32)
+  install(TARGETS kest-agent RUNTIME COMPONENT tools)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/agent/messages DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools
+    FILES_MATCHING PATTERN "*.pro")
+  install(FILES ${PROJECT_SOURCE_DIR}/examples/agent/settings.properties DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/kest
+    RENAME agent.properties COMPONENT tools)
 endif()
 
 # What belongs to the programs. A system's own installation, below /usr, has its settings in /etc and follows Debian.
@@ -131,5 +142,7 @@ if(PROJECT_IS_TOP_LEVEL)
   add_custom_target(uninstall DEPENDS kest_uninstall)
   if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
     include(KestPackage)
+  elseif(WIN32)
+    include(KestZip)
   endif()
 endif()

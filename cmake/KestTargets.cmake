@@ -13,6 +13,19 @@ if(PROJECT_IS_TOP_LEVEL AND KEST_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
       CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime "${KEST_CCACHE}")
 endif()
 
+# The runtime of MinGW's GCC is in these DLLs. Library and programs share one, so that exceptions pass from one to the other.
+set(KEST_RUNTIME_LIBRARIES "")
+if(MINGW AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+  foreach(name libstdc++-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll)
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${name} OUTPUT_VARIABLE file
+                    OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    list(APPEND KEST_RUNTIME_LIBRARIES ${file})
+  endforeach()
+  if(PROJECT_IS_TOP_LEVEL)
+    file(COPY ${KEST_RUNTIME_LIBRARIES} DESTINATION ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
+  endif()
+endif()
+
 # Sets the standard, warnings and sanitizers of a target.
 function(kest_configure target)
   target_compile_features(${target} PUBLIC cxx_std_20)
@@ -21,6 +34,10 @@ function(kest_configure target)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
   # GCC 12 reports overlaps in the standard library's strings that do not exist.
   target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
+  if(MINGW)
+    # The same sources result in the same bytes.
+    target_link_options(${target} PRIVATE LINKER:--no-insert-timestamp)
+  endif()
   if(CMAKE_UNITY_BUILD)
     # A local name may be that of a constant in another source that is compiled with it.
     target_compile_options(${target} PRIVATE -Wno-shadow)

@@ -91,7 +91,8 @@ Agent::~Agent() = default;
 void Agent::makeWatchers(const Settings& former) {
     const auto formerWatchers = std::exchange(m_watchers, {});
     m_state = StateFile::Properties(false);
-    watch("Cpu", "cpu", say("figure.cpu"), m_settings.cpuLimit, MachineFigures::loadAverage);
+    if (MachineFigures::hasLoadAverage())
+        watch("Cpu", "cpu", say("figure.cpu"), m_settings.cpuLimit, MachineFigures::loadAverage);
     watch("Memory", "memory", say("figure.memory"), m_settings.memoryLimit, MachineFigures::memoryUsedPercent);
     for (std::size_t i = 0; i < m_settings.diskPaths.size(); ++i) {
         const std::string path = m_settings.diskPaths[i];

@@ -60,7 +60,7 @@ Node takeInventory(const Settings& settings) {
     put(*root, {system, say("inventory.memory")}, textOr(memory ? figureText(*memory) : ""));
 
     const std::string limits = say("inventory.limits");
-    put(*root, {limits, say("figure.cpu")}, figureText(settings.cpuLimit));
+    if (MachineFigures::hasLoadAverage()) put(*root, {limits, say("figure.cpu")}, figureText(settings.cpuLimit));
     put(*root, {limits, say("figure.memory")}, figureText(settings.memoryLimit));
     put(*root, {limits, say("figure.process")}, figureText(settings.processLimit));
     for (const std::string& path : settings.diskPaths)

@@ -8,6 +8,7 @@ namespace agent {
 
 /// A figure is absent when the system does not report it.
 struct MachineFigures {
+    static bool hasLoadAverage();                      ///< whether this system has one at all
     static std::optional<double> loadAverage();        ///< of the last minute
     static std::optional<double> memoryUsedPercent();  ///< the part of the memory that is not available to programs
     static std::optional<double> processCount();

@@ -143,7 +143,9 @@ void takeDiskPaths(Settings& settings, const std::string& setting, const std::ve
     for (const std::string& value : values) {
         const std::string path = trimmed(value);
         std::error_code error;
-        static_cast<void>(std::filesystem::space(path, error));
+        // On Windows space accepts a path that does not exist.
+        const std::filesystem::path found = std::filesystem::canonical(path, error);
+        if (!error) static_cast<void>(std::filesystem::space(found, error));
         if (error) throw BadInput(setting, say("error.path", {printable(path), error.message()}));
         settings.diskPaths.push_back(path);
     }

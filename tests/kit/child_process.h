@@ -21,20 +21,23 @@ namespace kit {
 class ChildProcess {
   public:
     struct Options {
-        std::string directory;  ///< the child's working directory; empty: ours
-        std::string command;    ///< shell commands to run first, such as "ulimit -f 0"
-        bool terminal = false;  ///< standard error is a new terminal
+        std::string directory = {};  ///< the child's working directory; empty: ours
+        std::string command = {};    ///< shell commands to run first, such as "ulimit -f 0"
+        bool terminal = false;       ///< standard error is a new terminal
+        std::string input = {};      ///< a file for standard input, which is empty without one
     };
 
-    /// Starts the program with an empty standard input. Throws std::runtime_error when that fails.
+    /// Starts the program. Throws std::runtime_error when that fails.
     ChildProcess(const std::string& program, const std::vector<std::string>& arguments, const Options& options);
     ChildProcess(const std::string& program, const std::vector<std::string>& arguments);
     static ChildProcess inRole(const std::string& role, const std::vector<std::string>& arguments = {});
 
     /// Whether this process has a child, an ended one that was not waited for included.
     static bool anyLeft();
-    /// The command line of this program in a role. Arguments may be appended.
-    static std::string commandOfRole(const std::string& role);
+    /// The command line of this program in a role, and its part after the program. The role begins in the folder if one
+    /// is given. Arguments may be appended.
+    static std::string commandOfRole(const std::string& role, const std::string& folder = "");
+    static std::string argumentsOfRole(const std::string& role, const std::string& folder);
 
     /// Kills any process, or asks it to end as a supervisor does. Ignores 0, which would mean this program's group.
     static void kill(std::uint32_t processId);

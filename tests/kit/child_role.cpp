@@ -1,12 +1,20 @@
+#include <filesystem>
 #include <map>
 #include <string_view>
 
 #include "kit/child_process.h"
+#include "platform/process.h"
+#include "platform/program_path.h"
 
 namespace kit {
 namespace {
 
+constexpr std::string_view kFolderOption = "--child-folder=";
 constexpr std::string_view kRoleOption = "--child-role=";
+
+std::string thisProgram() {
+    return *KestSupport::platform::programPath(4096);
+}
 
 std::map<std::string, ChildRole::Main>& roles() {
     static std::map<std::string, ChildRole::Main> all;
@@ -15,11 +23,31 @@ std::map<std::string, ChildRole::Main>& roles() {
 
 }  // namespace
 
+ChildProcess ChildProcess::inRole(const std::string& role, const std::vector<std::string>& arguments) {
+    std::vector<std::string> all{std::string(kRoleOption) + role};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    return ChildProcess(thisProgram(), all);
+}
+
+std::string ChildProcess::commandOfRole(const std::string& role, const std::string& folder) {
+    return KestSupport::platform::quoteArgument(thisProgram()) + " " + argumentsOfRole(role, folder);
+}
+
+std::string ChildProcess::argumentsOfRole(const std::string& role, const std::string& folder) {
+    const std::string option = std::string(kFolderOption) + folder;
+    return (folder.empty() ? "" : KestSupport::platform::quoteArgument(option) + " ") + std::string(kRoleOption) + role;
+}
+
 ChildRole::ChildRole(const char* name, Main main) {
     roles()[name] = main;
 }
 
 bool ChildRole::run(int argc, char** argv, int& exitCode) {
+    if (argc > 2 && std::string_view(argv[1]).starts_with(kFolderOption)) {
+        std::filesystem::current_path(argv[1] + kFolderOption.size());
+        --argc;
+        ++argv;
+    }
     if (argc < 2) return false;
     const std::string_view first = argv[1];
     if (!first.starts_with(kRoleOption)) return false;

@@ -1,9 +1,11 @@
 // Services for tests: a temporary state directory for the platform's manager, and a client that runs a whole scenario
-// in one call. At the end of a test each running service is killed.
+// in one call. Where the manager is the system's, the names of the test's services have a prefix of their own, and the
+// services begin in the state directory. At the end of a test each running service is killed, and removed.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <sstream>
 
 #include "kit/child_process.h"
@@ -23,22 +25,33 @@ struct ServiceFixture : testing::Test {
     using ErrorCode = platform::ErrorCode;
     using Status = platform::ServiceStatus;
 
-    ServiceFixture() { environment.set("KEST_STATE_DIR", state.path()); }
-    void SetUp() override {
-        if (!servicesAreOfTheTest()) GTEST_SKIP() << "the services are those of the whole system";
+    ServiceFixture() {
+        environment.set("KEST_STATE_DIR", state.path());
+        s_folder = servicesAreOfTheTest() ? "" : state.path();
     }
     ~ServiceFixture() override {
-        if (!servicesAreOfTheTest()) return;
         for (const auto& each : list())
-            run("end " + each.name);
+            run("end " + each.name + (s_folder.empty() ? "" : "; remove " + each.name));
     }
+
+    /// The name that the manager has for a service of the test.
+    static std::string named(const std::string& name) {
+        static const std::string prefix =
+            servicesAreOfTheTest() ? "" : "kest-test-" + std::to_string(std::random_device{}()) + "-";
+        return prefix + name;
+    }
+    /// The command line of a role of this program as a service, and its part after the program.
+    static std::string commandOf(const std::string& role) {
+        return role.at(0) == '/' ? role : ChildProcess::commandOfRole(role, s_folder);
+    }
+    static std::string argumentsOf(const std::string& role) { return ChildProcess::argumentsOfRole(role, s_folder); }
 
     /// A handle of a service, or of the manager when no name is given.
     struct Opened {
         explicit Opened(const std::string& name = "", std::uint32_t access = 0xF01FF) {
             error = services.openManager(0xF003F, manager);
             handle = manager;
-            if (error == 0 && !name.empty()) error = services.openService(manager, name, access, handle);
+            if (error == 0 && !name.empty()) error = services.openService(manager, named(name), access, handle);
         }
         Opened(const Opened&) = delete;
         Opened& operator=(const Opened&) = delete;
@@ -57,8 +70,9 @@ struct ServiceFixture : testing::Test {
         ErrorCode error = 0;
     };
 
-    static ErrorCode create(const Configuration& wanted) {
+    static ErrorCode create(Configuration wanted) {
         const Opened manager;
+        wanted.name = named(wanted.name);
         Manager::Handle service = nullptr;
         const ErrorCode error = manager.call(&Manager::createService, wanted, 0xF01FFu, service);
         EXPECT_EQ(service == nullptr, error != 0) << wanted.name;
@@ -73,6 +87,9 @@ struct ServiceFixture : testing::Test {
     static std::vector<platform::ServiceEntry> list() {
         std::vector<platform::ServiceEntry> all;
         Opened().call(&Manager::enumerateServices, all);
+        std::erase_if(all, [](const auto& each) { return !each.name.starts_with(named("")); });
+        for (auto& each : all)
+            each.name.erase(0, named("").size());
         return all;
     }
 
@@ -96,9 +113,8 @@ struct ServiceFixture : testing::Test {
     EnvironmentGuard environment;
 
   private:
-    static std::string commandOf(const std::string& role) {
-        return role.at(0) == '/' ? role : ChildProcess::commandOfRole(role);
-    }
+    inline static std::string s_folder;  // in which services begin; empty if the manager sees to that
+
     static std::uint32_t numberOf(const std::string& text) { return static_cast<std::uint32_t>(std::stoul(text)); }
 
     static std::string runStep(const std::string& step) {
@@ -109,7 +125,7 @@ struct ServiceFixture : testing::Test {
         if (verb == "create") {
             Configuration wanted{name, "", 16, 2, 1, commandOf(rest.at(0)), ""};
             for (std::size_t i = 1; i < rest.size(); ++i)
-                wanted.dependencies += rest[i] + '\0';
+                wanted.dependencies += named(rest[i]) + '\0';
             return std::to_string(create(wanted));
         }
         if (verb == "tell") {
@@ -132,7 +148,7 @@ struct ServiceFixture : testing::Test {
         if (verb == "remove") return std::to_string(service.call(&Manager::deleteService));
         platform::ServiceChange change;
         if (verb == "type") change.startType = numberOf(rest.at(0));
-        if (verb == "needs") change.dependencies = rest.at(0);
+        if (verb == "needs") change.dependencies = named(rest.at(0));
         if (verb == "line")
             change.commandLine = commandOf(step.substr(step.find(rest.at(0), verb.size() + name.size())));
         if (verb != "control") return std::to_string(service.call(&Manager::changeConfiguration, change));

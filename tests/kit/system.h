@@ -2,9 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <locale>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace kit {
 
@@ -24,15 +26,22 @@ std::locale namedLocale();
 /// Asks this program to read its settings again, as a supervisor does. Returns false on a system without such a
 /// request.
 bool hangUpThisProgram();
+/// Whether the system has a load average.
+extern const bool kHasLoadAverage;
 /// Whether ChildProcess::interrupt reaches a child process.
 bool childrenAreInterrupted();
 /// Ends the calling thread by the system's own function. Null if that does not unwind the stack.
 extern int (*const kThreadExit)();
 /// Whether the system shows the name, or the part of it that it takes, for the calling thread. True if it has no names.
 bool threadIsCalled(const std::string& name);
-/// Whether a test may have services of its own, so that it may end all.
+/// Whether a test has a service manager of its own, so that all services are the test's.
 bool servicesAreOfTheTest();
-/// Closes a handle of a process that the library has returned.
+/// Returns a stream's handle, and the ends of a pipe, read end first, which a careless start of a child would pass on.
+std::intptr_t handleOf(std::FILE* stream);
+std::pair<std::intptr_t, std::intptr_t> inheritablePipe();
+/// How KestServiceControl fails to stop a service that is starting, which accepts no stop.
+extern const char* const kStopOfStartingServiceFails;
+/// Closes a handle that the library or inheritablePipe has returned.
 void closeHandle(void* handle);
 
 /// Takes and releases the runtime's lock of the standard error stream.

@@ -37,6 +37,10 @@ bool isProcess(const std::string& name) {
 
 }  // namespace
 
+bool MachineFigures::hasLoadAverage() {
+    return true;
+}
+
 std::optional<double> MachineFigures::loadAverage() {
     std::ifstream line("/proc/loadavg");
     std::string lastMinute;

@@ -29,7 +29,10 @@ std::string versionText(const char* name) {
 
 }  // namespace
 
-// The system has none.
+bool MachineFigures::hasLoadAverage() {
+    return false;
+}
+
 std::optional<double> MachineFigures::loadAverage() {
     return std::nullopt;
 }

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <memory>
+#include <mutex>
 
 #include "platform/process_memory.h"
 #include "platform/windows/windows_api.h"
@@ -85,8 +86,11 @@ struct RunningService {
     std::wstring name;
     ServiceManager::ServiceMain main = nullptr;
     std::atomic<ServiceManager::ControlHandler> handler{nullptr};
-    std::atomic<SERVICE_STATUS_HANDLE> status{nullptr};
-    std::atomic<bool> isStopped{false};
+    std::atomic<SERVICE_STATUS_HANDLE> statusHandle{nullptr};
+
+    std::mutex lock;                // guards the rest; held while the manager receives a report
+    ServiceStatus last;             // the last report; its state is 0 before the first
+    bool isStopUnreported = false;  // a request has made it stop pending, and it has reported nothing since
 };
 
 RunningService& runningService() noexcept {
@@ -94,18 +98,50 @@ RunningService& runningService() noexcept {
     return service.get();
 }
 
-bool report(SERVICE_STATUS_HANDLE handle, const ServiceStatus& status) noexcept {
+// The caller has the lock.
+bool report(RunningService& service, const ServiceStatus& status) noexcept {
+    service.last = status;
+    service.isStopUnreported = false;
     SERVICE_STATUS system{status.serviceType,     status.currentState, status.controlsAccepted, status.exitCode,
                           status.serviceExitCode, status.checkPoint,   status.waitHint};
-    return SetServiceStatus(handle, &system);
+    return SetServiceStatus(service.statusHandle.load(std::memory_order_acquire), &system);
+}
+
+// The caller has the lock.
+void reportState(RunningService& service, std::uint32_t state) noexcept {
+    ServiceStatus status = service.last;
+    status.currentState = state;
+    report(service, status);
+}
+
+// The manager waits for what the service itself reports. So a client would see a service that was asked to stop, and
+// has not reported anything yet, in its former state. Returns that state.
+std::uint32_t beginStop(RunningService& service) {
+    const std::lock_guard guard(service.lock);
+    const std::uint32_t before = service.last.currentState;
+    if (before == 0 || before == kServiceStopped) return before;
+    reportState(service, kServiceStopPending);
+    service.isStopUnreported = true;
+    return before;
+}
+
+// A stop that failed has no effect: the next request tries again.
+void cancelStop(RunningService& service, std::uint32_t before) {
+    const std::lock_guard guard(service.lock);
+    if (service.isStopUnreported) reportState(service, before);
 }
 
 // A control handler that throws has not met the control.
 DWORD WINAPI handleControl(DWORD control, DWORD, void*, void*) noexcept {
+    RunningService& service = runningService();
+    const auto handler = service.handler.load(std::memory_order_acquire);
+    if (handler == nullptr) return NO_ERROR;
+    const std::uint32_t before = control == kServiceControlStop ? beginStop(service) : 0;
     try {
-        if (const auto handler = runningService().handler.load(std::memory_order_acquire)) handler(control);
+        handler(control);
         return NO_ERROR;
     } catch (...) {
+        if (control == kServiceControlStop) cancelStop(service, before);
         return errorExceptionInService;
     }
 }
@@ -113,14 +149,15 @@ DWORD WINAPI handleControl(DWORD control, DWORD, void*, void*) noexcept {
 // A main that ends without a stopped status has stopped the service.
 void reportStopped(std::uint32_t exitCode) noexcept {
     RunningService& service = runningService();
-    if (service.isStopped.load(std::memory_order_acquire)) return;
-    SERVICE_STATUS_HANDLE handle = service.status.load(std::memory_order_acquire);
-    if (handle == nullptr) handle = RegisterServiceCtrlHandlerExW(service.name.c_str(), &handleControl, nullptr);
-    if (handle == nullptr) return;
+    const std::lock_guard guard(service.lock);
+    if (service.last.currentState == kServiceStopped) return;
+    if (service.statusHandle.load() == nullptr)
+        service.statusHandle = RegisterServiceCtrlHandlerExW(service.name.c_str(), &handleControl, nullptr);
+    if (service.statusHandle.load() == nullptr) return;
     ServiceStatus stopped;
     stopped.currentState = kServiceStopped;
     stopped.exitCode = exitCode;
-    report(handle, stopped);
+    report(service, stopped);
 }
 
 void WINAPI runMain(DWORD count, wchar_t** words) noexcept {
@@ -129,7 +166,6 @@ void WINAPI runMain(DWORD count, wchar_t** words) noexcept {
         std::vector<std::string> arguments;
         for (DWORD i = 0; i < count; ++i)
             arguments.push_back(ansiText(words[i]));
-        if (!arguments.empty()) arguments.front() = ansiText(service.name);
         service.main(arguments);
         if (service.handler.load() == nullptr) reportStopped(errorSuccess);
     } catch (...) {
@@ -144,8 +180,8 @@ class SystemServiceManager : public ServiceManager {
         service.name = wideText(name);
         service.main = main;
         service.handler.store(nullptr);
-        service.status.store(nullptr);
-        service.isStopped.store(false);
+        service.statusHandle.store(nullptr);
+        service.last = {};
         SERVICE_TABLE_ENTRYW table[] = {{service.name.data(), &runMain}, {nullptr, nullptr}};
         return result(StartServiceCtrlDispatcherW(table));
     }
@@ -155,15 +191,16 @@ class SystemServiceManager : public ServiceManager {
         service.handler.store(handler, std::memory_order_release);
         const SERVICE_STATUS_HANDLE handle =
             RegisterServiceCtrlHandlerExW(wideText(name).c_str(), &handleControl, nullptr);
-        service.status.store(handle, std::memory_order_release);
+        service.statusHandle.store(handle, std::memory_order_release);
         return handle;
     }
 
     ErrorCode setStatus(Handle statusHandle, const ServiceStatus& status) override {
         RunningService& service = runningService();
-        if (statusHandle == nullptr || service.isStopped.load()) return errorInvalidHandle;
-        if (status.currentState == kServiceStopped) service.isStopped.store(true, std::memory_order_release);
-        return result(report(static_cast<SERVICE_STATUS_HANDLE>(statusHandle), status));
+        if (statusHandle == nullptr || statusHandle != service.statusHandle.load()) return errorInvalidHandle;
+        const std::lock_guard guard(service.lock);
+        if (service.last.currentState == kServiceStopped) return errorInvalidHandle;
+        return result(report(service, status));
     }
 
     ErrorCode openManager(std::uint32_t access, Handle& manager) override {

@@ -6,12 +6,10 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
 #include <optional>
 #include <stdexcept>
 
 #include "kit/child_process.h"
-#include "platform/process.h"
 
 namespace kit {
 namespace {
@@ -56,10 +54,6 @@ struct Stream {
     }
 };
 
-std::string thisProgram() {
-    return std::filesystem::read_symlink("/proc/self/exe").string();
-}
-
 }  // namespace
 
 struct ChildProcess::State {
@@ -101,19 +95,19 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
     argv.push_back(nullptr);
     m_state->output.open(false);
     m_state->errors.open(options.terminal);
-    const int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    const int input = open(options.input.empty() ? "/dev/null" : options.input.c_str(), O_RDONLY | O_CLOEXEC);
     m_state->process = fork();
     if (m_state->process == 0) {
         if (!options.directory.empty() && chdir(options.directory.c_str()) != 0) _exit(126);
         for (const int number : {SIGINT, SIGTERM, SIGPIPE})
             signal(number, SIG_DFL);  // a background job ignores some
-        dup2(nothing, 0);
+        dup2(input, 0);
         dup2(m_state->output.writeEnd, 1);
         dup2(m_state->errors.writeEnd, 2);
         execv(argv[0], argv.data());
         _exit(127);
     }
-    close(nothing);
+    close(input);
     if (m_state->process < 0) throw std::runtime_error("no process for " + program);
     Stream::closeEnd(m_state->output.writeEnd);
     Stream::closeEnd(m_state->errors.writeEnd);
@@ -122,19 +116,9 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
 ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments)
     : ChildProcess(program, arguments, Options{}) {}
 
-ChildProcess ChildProcess::inRole(const std::string& role, const std::vector<std::string>& arguments) {
-    std::vector<std::string> all{"--child-role=" + role};
-    all.insert(all.end(), arguments.begin(), arguments.end());
-    return ChildProcess(thisProgram(), all);
-}
-
 bool ChildProcess::anyLeft() {
     siginfo_t info{};
     return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 || errno != ECHILD;
-}
-
-std::string ChildProcess::commandOfRole(const std::string& role) {
-    return KestSupport::platform::quoteArgument(thisProgram()) + " --child-role=" + role;
 }
 
 void ChildProcess::kill(std::uint32_t processId) {

@@ -32,6 +32,8 @@ bool hangUpThisProgram() {
     return raise(SIGHUP) == 0;
 }
 
+const bool kHasLoadAverage = true;
+
 bool childrenAreInterrupted() {
     return true;
 }
@@ -48,6 +50,16 @@ bool threadIsCalled(const std::string& name) {
     return !std::getline(file, shown) || (shown.size() >= 14 && name.starts_with(shown));
 }
 
+const char* const kStopOfStartingServiceFails = "1/1003";
+
+std::intptr_t handleOf(std::FILE* stream) {
+    return fileno(stream);
+}
+std::pair<std::intptr_t, std::intptr_t> inheritablePipe() {
+    int ends[2] = {-1, -1};
+    if (pipe(ends) != 0) std::perror("pipe");
+    return {ends[0], ends[1]};
+}
 void closeHandle(void* handle) {
     close(static_cast<int>(reinterpret_cast<std::intptr_t>(handle)));
 }

@@ -8,22 +8,11 @@
 
 #include "kit/child_process.h"
 #include "platform/process.h"
-#include "platform/program_path.h"
 #include "platform/wait.h"
 
 namespace kit {
-namespace {
 
 namespace platform = KestSupport::platform;
-
-std::string thisProgram() {
-    constexpr std::size_t kLongestPath = 4096;
-    const platform::Result<std::string> path = platform::programPath(kLongestPath);
-    if (!path) throw std::runtime_error("no path of this program");
-    return *path;
-}
-
-}  // namespace
 
 struct ChildProcess::State {
     platform::Process process;
@@ -83,8 +72,11 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
         if (!CreatePipe(&readEnds[i], &writeEnds[i], nullptr, 0)) throw std::runtime_error("no pipe");
         request.standardHandles[i + 1] = reinterpret_cast<std::intptr_t>(writeEnds[i]);
     }
-    request.standardHandles[0] = platform::kNullDevice;
+    const HANDLE input = CreateFileA(options.input.empty() ? "NUL" : options.input.c_str(), GENERIC_READ,
+                                     FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    request.standardHandles[0] = reinterpret_cast<std::intptr_t>(input);
     const platform::ErrorCode error = m_state->process.start(request);
+    CloseHandle(input);
     for (std::size_t i = 0; i < 2; ++i) {
         CloseHandle(writeEnds[i]);
         m_state->readers[i] = std::thread([state = m_state.get(), i, pipe = readEnds[i]] { state->read(i, pipe); });
@@ -95,19 +87,9 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
 ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments)
     : ChildProcess(program, arguments, Options{}) {}
 
-ChildProcess ChildProcess::inRole(const std::string& role, const std::vector<std::string>& arguments) {
-    std::vector<std::string> all{"--child-role=" + role};
-    all.insert(all.end(), arguments.begin(), arguments.end());
-    return ChildProcess(thisProgram(), all);
-}
-
 // An ended child that was not waited for is nothing here.
 bool ChildProcess::anyLeft() {
     return false;
-}
-
-std::string ChildProcess::commandOfRole(const std::string& role) {
-    return platform::quoteArgument(thisProgram()) + " --child-role=" + role;
 }
 
 void ChildProcess::kill(std::uint32_t processId) {

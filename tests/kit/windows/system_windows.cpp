@@ -1,4 +1,6 @@
 #include <windows.h>
+// After windows.h.
+#include <io.h>
 
 #include <array>
 #include <cstdio>
@@ -34,6 +36,8 @@ bool hangUpThisProgram() {
     return false;
 }
 
+const bool kHasLoadAverage = false;
+
 bool childrenAreInterrupted() {
     return GetConsoleWindow() != nullptr;
 }
@@ -57,6 +61,18 @@ bool threadIsCalled(const std::string& name) {
     return text.data() == name;
 }
 
+// That of Wine. On Windows the state of the service counts, as on Linux.
+const char* const kStopOfStartingServiceFails = "1/1052";
+
+std::intptr_t handleOf(std::FILE* stream) {
+    return _get_osfhandle(_fileno(stream));
+}
+std::pair<std::intptr_t, std::intptr_t> inheritablePipe() {
+    SECURITY_ATTRIBUTES inheritable{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
+    HANDLE ends[2] = {};
+    CreatePipe(&ends[0], &ends[1], &inheritable, 0);
+    return {reinterpret_cast<std::intptr_t>(ends[0]), reinterpret_cast<std::intptr_t>(ends[1])};
+}
 void closeHandle(void* handle) {
     CloseHandle(handle);
 }

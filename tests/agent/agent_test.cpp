@@ -1,35 +1,9 @@
-// Tests kest-agent from outside: its output, its files, its signals and its life as a service.
-#include <algorithm>
-#include <filesystem>
-#include <regex>
-
-#include "kit/child_process.h"
-#include "kit/temporary_folder.h"
+// Tests kest-agent from outside: its output, its files and its life as a service.
+#include "agent/agent_folder.h"
+#include "kit/environment_guard.h"
+#include "kit/system.h"
 
 namespace {
-
-using kit::ChildProcess;
-using Texts = std::vector<std::string>;
-
-struct Folder : kit::TemporaryFolder {
-    Texts names() const {
-        Texts found;
-        for (const auto& entry : std::filesystem::directory_iterator(path())) {
-            found.push_back(entry.path().filename().string());
-        }
-        std::sort(found.begin(), found.end());
-        return found;
-    }
-    ChildProcess start(const Texts& arguments, const std::string& command = "") const {
-        return ChildProcess(KEST_AGENT, arguments, {path(), command});
-    }
-};
-
-std::size_t count(const std::string& text, const std::string& pattern) {
-    const std::regex wanted(pattern);
-    return static_cast<std::size_t>(
-        std::distance(std::sregex_iterator(text.begin(), text.end(), wanted), std::sregex_iterator()));
-}
 
 const std::string kHint = " (kest-agent --help lists the options)";
 const std::string kWhole = " is not a whole number from ";
@@ -58,7 +32,6 @@ TEST(Agent, RefusesBadInput) {
     };
     for (const auto& [argument, line] : arguments)
         check({argument}, line);
-    const std::string longName(300, 'x');
     const std::pair<std::string, std::string> settings[] = {
         {std::string("a\nb\0c", 5), "settings file s: line 2 is not text"},
         {std::string((1 << 20) + 1, '#'), "settings file s: larger than 1048576 bytes"},
@@ -90,9 +63,7 @@ TEST(Agent, RefusesBadInput) {
         {"log.keep=1000\n", "settings file s: log.keep: \"1000\"" + kWhole + "0 to 999"},
         {"state.file=\n", "settings file s: state.file: \"\" is not a file name"},
         {"state.file=none/state\n", "state file none/state: No such file or directory"},
-        {"state.file=/dev/null\n", "state file /dev/null: not a regular file"},
         {"state.file=s\n", "state file s: not a state of kest-agent"},
-        {"state.file=" + longName + "\n", "state file " + longName.substr(0, 120) + "...: File name too long"},
     };
     for (const auto& [text, line] : settings) {
         folder.write("s", text);
@@ -103,7 +74,8 @@ TEST(Agent, RefusesBadInput) {
 TEST(Agent, SamplesAndKeepsItsState) {
     const Folder folder;
     folder.write("precious", "kept");
-    std::filesystem::create_symlink("precious", folder.pathOf("log.kest-agent-probe"));
+    std::error_code noLinks;
+    std::filesystem::create_symlink("precious", folder.pathOf("log.kest-agent-probe"), noLinks);
     folder.write("s",
                  "# comment\n\n interval = 1 \nprocess.limit=1\nmemory.limit=100\ndisk.path=/\ndisk.path=.\r\n"
                  "log.level.Cpu=0\nlog.file=./log\nlog.console=yes\nstate.file=state\n");
@@ -120,18 +92,19 @@ TEST(Agent, SamplesAndKeepsItsState) {
                   {" 3 Process    \\[\\d+\\] processes \\d+ \\(limit 1\\)\n", 2},
                   {" 1 Process    \\[\\d+\\] processes has risen to \\d+, above its limit of 1\n", 1},
                   {" Cpu ", 0},
+                  {"cannot be read", 0},
                   {"ending after 2 samples\n", 1},
                   {"last seen", 0}});
-    const std::string state = folder.read("state");
-    for (const char* line :
-         {"agent\\.status=stopped", "agent\\.samples=2", "process\\.above=yes", "process\\.rises=1",
-          "memory\\.above=no", "memory\\.rises=0", "disk\\.1\\.path=/", "disk\\.2\\.path=\\.",
-          "cpu\\.value=\\d+(\\.\\d\\d)?", "agent\\.time=(\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d)"})
+    const std::string state = folder.readText("state");
+    for (const char* line : {"agent\\.status=stopped", "agent\\.samples=2", "process\\.above=yes", "process\\.rises=1",
+                             "memory\\.above=no", "memory\\.rises=0", "disk\\.1\\.path=/", "disk\\.2\\.path=\\.",
+                             "agent\\.time=(\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d)"})
         EXPECT_EQ(count(state, line + std::string("\n")), 1u) << line << state;
+    EXPECT_EQ(count(state, "cpu\\.value=\\d+(\\.\\d\\d)?\n"), kit::kHasLoadAverage ? 1u : 0u);
     const Texts names = folder.names();
     ASSERT_EQ(names.size(), 4u);
     EXPECT_EQ(folder.read("precious"), "kept") << "no link is followed";
-    EXPECT_EQ(folder.read("log"), first.output()) << "the file holds what standard output shows";
+    EXPECT_EQ(folder.readText("log"), first.output()) << "the file holds what standard output shows";
 
     ChildProcess second = folder.start({"--settings=s", "--samples=1", "--log-level", "1"});
     EXPECT_EQ(second.wait(), 0) << second.errors();
@@ -141,74 +114,7 @@ TEST(Agent, SamplesAndKeepsItsState) {
     expectCounts(third.output(), {{"last seen .*, stopped after 1 samples\n", 1}});
     folder.write("s", "log.file=log\nlog.size=1\nstate.file=state\n");
     EXPECT_EQ(folder.start({"-s", "s", "-n1"}).wait(), 0);
-    EXPECT_EQ(folder.read("log.1"), first.output() + second.output() + third.output());
-}
-
-TEST(Agent, ContinuesWhenSavingFails) {
-    const Folder folder;
-    std::filesystem::create_directory(folder.pathOf("there"));
-    folder.write("s", "interval=1\nstate.file=there/state\n");
-    ChildProcess agent = folder.start({"-s", "s"});
-    ASSERT_TRUE(agent.waitForOutput(" Process "));
-    std::filesystem::rename(folder.pathOf("there"), folder.pathOf("gone"));
-    ASSERT_TRUE(agent.waitForOutput("the state was not saved: state file there/state: "));
-    ASSERT_TRUE(agent.waitForOutput(" Process ")) << "it continues";
-    folder.write("precious", "kept");
-    std::filesystem::remove(folder.pathOf("gone/state.kest-agent-new"));
-    std::filesystem::create_symlink("../precious", folder.pathOf("gone/state.kest-agent-new"));
-    std::filesystem::rename(folder.pathOf("gone"), folder.pathOf("there"));
-    ASSERT_TRUE(agent.waitForOutput("the state is saved again\n"));
-    agent.requestEnd();
-    EXPECT_EQ(agent.wait(), 0);
-    EXPECT_EQ(agent.errors(), "");
-    EXPECT_NE(agent.output().find("kest-agent: ending after "), std::string::npos);
-    EXPECT_EQ(folder.read("precious"), "kept") << "no link is followed";
-    EXPECT_NE(folder.read("there/state").find("agent.status=stopped\n"), std::string::npos);
-
-    const Folder full;
-    full.write("kest-agent.state", "agent.status=before\n");
-    ChildProcess limited = full.start({"-n", "1"}, "ulimit -f 0; trap '' XFSZ");
-    EXPECT_EQ(limited.wait(), 2);
-    EXPECT_EQ(limited.errors(), "kest-agent: state file kest-agent.state: could not be written completely\n");
-    EXPECT_EQ(full.names(), Texts{"kest-agent.state"});
-    EXPECT_EQ(full.read("kest-agent.state"), "agent.status=before\n");
-}
-
-TEST(Agent, ReloadsOnHangUp) {
-    const Folder folder;
-    folder.write("s", "interval=1\nlog.level.Cpu=0\nlog.file=log\nlog.console=yes\n");
-    ChildProcess agent = folder.start({"-s", "s"});
-    ASSERT_TRUE(agent.waitForOutput(" Process "));
-    std::filesystem::rename(folder.pathOf("log"), folder.pathOf("old"));
-    const std::pair<const char*, Texts> steps[] = {
-        {"log.file=log\ninterval=2\nprocess.limit=0\ndisk.path=/\ndisk.path=.\n",
-         {"settings read again, a sample every 2 s\n", " Cpu ", "file system of . in use", "processes has risen to "}},
-        {"interval=never\nlanguage=C\n",
-         {"the settings were not changed: settings file s: interval: \"never\"", " Disk "}},
-        {"process.limit=0\nlog.file=other\n", {"the new log.file takes effect at the next start\n", " Process "}}};
-    for (const auto& [settings, expected] : steps) {
-        folder.write("s", settings);
-        agent.hangUp();
-        for (const std::string& text : expected)
-            ASSERT_TRUE(agent.waitForOutput(text)) << text << agent.output();
-    }
-    agent.interrupt();
-    EXPECT_EQ(agent.wait(), 0) << agent.errors();
-    EXPECT_EQ(count(agent.output(), "has risen"), 1u) << "a reload does not announce it again";
-    EXPECT_EQ(folder.names(), (Texts{"kest-agent.state", "log", "old", "s"}));
-    EXPECT_EQ(folder.read("old") + folder.read("log"), agent.output());
-    EXPECT_EQ(count(folder.read("old"), "settings"), 0u);
-    EXPECT_NE(folder.read("kest-agent.state").find("process.rises=1\n"), std::string::npos);
-}
-
-TEST(Agent, EndsWithoutThreads) {
-    // No thread gets a stack of this size. ThreadSanitizer does not start under that limit.
-    const Folder folder;
-    ChildProcess alone = folder.start({}, "ulimit -s 100000000000");
-    const int code = alone.wait();
-    if (alone.errors().starts_with("FATAL: ThreadSanitizer")) GTEST_SKIP();
-    EXPECT_EQ(code, 2);
-    EXPECT_EQ(alone.errors(), "kest-agent: thread recorder: could not be created\n");
+    EXPECT_EQ(folder.readText("log.1"), first.output() + second.output() + third.output());
 }
 
 TEST(Agent, PrintsItsInventory) {
@@ -222,7 +128,9 @@ TEST(Agent, PrintsItsInventory) {
     const std::regex tree(
         "web-17\n"
         "  agent\n    language: C\n    seconds between samples: 7\n    version: 1\\.0\\.0\n"
-        "  limits\n    file system of / in use \\(%\\): 4\n    load average: 3\n    memory in use \\(%\\): 5\n"
+        "  limits\n    file system of / in use \\(%\\): 4\n" +
+        std::string(kit::kHasLoadAverage ? "    load average: 3\n" : "") +
+        "    memory in use \\(%\\): 5\n"
         "    processes: 2000\n"
         "  system\n    kernel: .+\n    memory \\(MiB\\): \\d+\n    processors: \\d+\n");
     EXPECT_TRUE(std::regex_match(agent.output(), tree)) << agent.output();
@@ -233,8 +141,9 @@ TEST(Agent, NoticesAnAlteredState) {
     const Folder folder;
     folder.write("key", "open sesame\r\nsecond line\n");
     folder.write("secret", "a secret of some length\n");
-    ChildProcess encipher = folder.start({"--encipher", "key"}, "exec <secret");
-    ChildProcess again = folder.start({"--encipher", "key"}, "exec <secret");
+    const ChildProcess::Options secretAsInput{folder.path(), "", false, folder.pathOf("secret")};
+    ChildProcess encipher(KEST_AGENT, {"--encipher", "key"}, secretAsInput);
+    ChildProcess again(KEST_AGENT, {"--encipher", "key"}, secretAsInput);
     EXPECT_EQ(encipher.wait(), 0) << encipher.errors();
     EXPECT_EQ(again.wait(), 0);
     ASSERT_TRUE(std::regex_match(encipher.output(), std::regex("secret=[0-9A-F]{96}\n"))) << encipher.output();
@@ -259,32 +168,12 @@ TEST(Agent, NoticesAnAlteredState) {
               "kest-agent: settings file s: secret: cannot be deciphered: the key is wrong, or the text is damaged\n");
 }
 
-TEST(Agent, SpeaksTheUsersLanguage) {
-    const Folder folder;
-    // The locales of the test: their names, with the content of C.utf8.
-    for (const char* const locale : {"de_DE.UTF-8", "de_CH.UTF-8"})
-        std::filesystem::create_directory_symlink("/usr/lib/locale/C.utf8", folder.pathOf(locale));
-    folder.write("s", std::string((1 << 20) + 1, '#'));
-    const auto errors = [&](const std::string& environment) {
-        // The C library leaks memory for LOCPATH.
-        const std::string command = "export ASAN_OPTIONS=detect_leaks=0 LOCPATH=$PWD " + environment;
-        ChildProcess agent = folder.start({"-s", "s"}, command);
-        agent.wait();
-        return agent.errors();
-    };
-    EXPECT_EQ(errors("LC_ALL=de_DE.UTF-8"), "kest-agent: Einstellungsdatei s: größer als 1048576 Bytes\n");
-    EXPECT_EQ(errors("LC_ALL= LC_MESSAGES=de_CH.UTF-8 LC_CTYPE=C.UTF-8"),
-              "kest-agent: Einstellungsdatei s: grösser als 1048576 Bytes\n");
-    EXPECT_EQ(errors("LC_ALL=fr_FR.UTF-8"), "kest-agent: settings file s: larger than 1048576 bytes\n");
-    folder.write("s", "language=de_CH\nspeed=1\n");
-    EXPECT_EQ(errors("LC_ALL=C"), "kest-agent: Einstellungsdatei s: die Einstellung \"speed\" gibt es nicht\n");
-}
-
 TEST(Agent, RunsAsAService) {
     const Folder folder;
-    const std::string environment = "export KEST_STATE_DIR=$PWD/services";
+    kit::EnvironmentGuard environment;
+    environment.set("KEST_STATE_DIR", folder.pathOf("services"));
     const auto run = [&](const std::string& program, const Texts& arguments) {
-        ChildProcess child(program, arguments, {folder.path(), environment});
+        ChildProcess child(program, arguments, {folder.path()});
         const int code = child.wait();
         return std::to_string(code) + " " + child.output() + child.errors();
     };
@@ -292,6 +181,7 @@ TEST(Agent, RunsAsAService) {
     EXPECT_EQ(run(KEST_AGENT, install), "2 kest-agent: settings file it's set: No such file or directory\n");
     folder.write("it's set",
                  "interval=1\nstate.file=" + folder.pathOf("state") + "\nlog.file=" + folder.pathOf("log") + "\n");
+    run(KEST_AGENT, {"--remove"});  // where the manager is the system's, an earlier run may have left it
     EXPECT_EQ(run(KEST_AGENT, {"--remove"}), "2 kest-agent: service kest-agent: is not installed\n");
     EXPECT_EQ(run(KEST_AGENT, install), "0 service kest-agent: installed\n");
     EXPECT_EQ(run(KEST_AGENT, install), "2 kest-agent: service kest-agent: is installed already\n");
@@ -302,7 +192,7 @@ TEST(Agent, RunsAsAService) {
     const auto kestsc = [&](const std::string& command) { return run(KESTSC, {command, "kest-agent"})[0] - '0'; };
     for (const auto& [command, code] : {std::pair{"start", 0}, {"status", 0}, {"stop", 0}, {"status", 3}})
         EXPECT_EQ(kestsc(command), code) << command;
-    EXPECT_NE(folder.read("state").find("agent.status=stopped\n"), std::string::npos);
+    EXPECT_NE(folder.readText("state").find("agent.status=stopped\n"), std::string::npos);
 
     EXPECT_EQ(kestsc("start"), 0);
     EXPECT_EQ(run(KEST_AGENT, {"--remove"}), "0 service kest-agent: removed\n");
@@ -311,7 +201,8 @@ TEST(Agent, RunsAsAService) {
     folder.write("it's set", "state.file=" + folder.pathOf("state") + "\n");
     EXPECT_EQ(run(KEST_AGENT, install), "0 service kest-agent: installed\n");
     folder.write("it's set", "interval=never\n");
-    EXPECT_EQ(kestsc("start"), 1) << "the start fails";
+    EXPECT_EQ(kestsc("start"), kit::servicesAreOfTheTest() ? 1 : 6) << "the program ends before it answers";
+    EXPECT_EQ(run(KEST_AGENT, {"--remove"}), "0 service kest-agent: removed\n");
 }
 
 TEST(Agent, ShowsHelpAndVersion) {

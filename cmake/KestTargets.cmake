@@ -31,6 +31,23 @@ function(kest_configure target)
   target_compile_features(${target} PUBLIC cxx_std_20)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF CXX_VISIBILITY_PRESET hidden
                                              VISIBILITY_INLINES_HIDDEN ON)
+  if(MSVC)
+    kest_configure_msvc(${target})
+  else()
+    kest_configure_gnu(${target})
+  endif()
+endfunction()
+
+# 4251, 4275: exported classes have members and bases of the standard library; user and library have the same compiler.
+# 5030: an attribute of another compiler.
+function(kest_configure_msvc target)
+  target_compile_options(${target} PRIVATE /W4 /wd4251 /wd4275 /wd5030 /permissive- /utf-8)
+  if(KEST_WARNINGS_AS_ERRORS)
+    target_compile_options(${target} PRIVATE /WX)
+  endif()
+endfunction()
+
+function(kest_configure_gnu target)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
   # GCC 12 reports overlaps in the standard library's strings that do not exist.
   target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)

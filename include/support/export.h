@@ -20,6 +20,22 @@
 #define KEST_SUPPORT_EXPORT __attribute__((visibility("default")))
 #endif
 
+// Mark a class template of which the library exports instantiations, and the declarations and definitions of these. By
+// the rules of MSVC, the export belongs to the definition and the import to the declaration, and the template has none.
+#if !defined(_MSVC_LANG)
+#define KEST_SUPPORT_EXPORT_TEMPLATE KEST_SUPPORT_EXPORT
+#define KEST_SUPPORT_EXPORT_DECLARED KEST_SUPPORT_EXPORT
+#define KEST_SUPPORT_EXPORT_DEFINED
+#elif defined(KEST_SUPPORT_BUILD)
+#define KEST_SUPPORT_EXPORT_TEMPLATE
+#define KEST_SUPPORT_EXPORT_DECLARED
+#define KEST_SUPPORT_EXPORT_DEFINED KEST_SUPPORT_EXPORT
+#else
+#define KEST_SUPPORT_EXPORT_TEMPLATE
+#define KEST_SUPPORT_EXPORT_DECLARED KEST_SUPPORT_EXPORT
+#define KEST_SUPPORT_EXPORT_DEFINED
+#endif
+
 // Marks a parameter, or the object of an operation, to which the result refers. A compiler that knows the attribute
 // warns when the result outlives a temporary.
 #if defined(__has_cpp_attribute)

@@ -27,7 +27,7 @@ namespace KestSupport {
 /// Instantiated for std::string keys and each of the three kinds of lock. Throws std::bad_alloc when memory is short,
 /// and the failed call changes nothing.
 template <typename Key, typename Lock>
-class KEST_SUPPORT_EXPORT KestLockFactory {
+class KEST_SUPPORT_EXPORT_TEMPLATE KestLockFactory {
   public:
     /// Creates a factory without names.
     KestLockFactory();
@@ -56,8 +56,8 @@ class KEST_SUPPORT_EXPORT KestLockFactory {
     mutable KestCriticalSectionObject m_lock;  // held for the map only
 };
 
-extern template class KEST_SUPPORT_EXPORT KestLockFactory<std::string, KestCriticalSectionObject>;
-extern template class KEST_SUPPORT_EXPORT KestLockFactory<std::string, KestMutexObject>;
-extern template class KEST_SUPPORT_EXPORT KestLockFactory<std::string, KestReadWriteLock>;
+extern template class KEST_SUPPORT_EXPORT_DECLARED KestLockFactory<std::string, KestCriticalSectionObject>;
+extern template class KEST_SUPPORT_EXPORT_DECLARED KestLockFactory<std::string, KestMutexObject>;
+extern template class KEST_SUPPORT_EXPORT_DECLARED KestLockFactory<std::string, KestReadWriteLock>;
 
 }  // namespace KestSupport

@@ -255,7 +255,6 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
     void timerElapsed();
 
   private:
-    friend KestLogging& endrecord(KestLogging& logging);
     friend class KestLoggingEventTimerThread;
     friend class KestLogRecord;
     friend struct internal::LoggingState;
@@ -281,7 +280,6 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
     std::unique_ptr<internal::LoggingState> m_pState;
 };
 
-// Declared after the class: GCC drops the import from a Windows library when the friend declaration comes second.
 /// Ends the record of the calling thread: writes it if its level allows that, and releases the logger to other threads.
 KEST_SUPPORT_EXPORT KestLogging& endrecord(KestLogging& logging);
 

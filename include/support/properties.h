@@ -50,7 +50,7 @@ class PropertyTable;
 
 /// Derive from it and override handleProperty to see every entry of a KestProperties.
 template <typename StringType>
-class KEST_SUPPORT_EXPORT KestPropertyIterator {
+class KEST_SUPPORT_EXPORT_TEMPLATE KestPropertyIterator {
   public:
     virtual ~KestPropertyIterator();
     /// Receives a copy of one entry: the name and its values, at least one. The default does nothing.
@@ -59,7 +59,7 @@ class KEST_SUPPORT_EXPORT KestPropertyIterator {
 
 /// Names with one or more values each. A name is never empty.
 template <typename StringType>
-class KEST_SUPPORT_EXPORT KestProperties : public KestObjectBase, public KestCollaborator {
+class KEST_SUPPORT_EXPORT_TEMPLATE KestProperties : public KestObjectBase, public KestCollaborator {
   public:
     /// The types of a unit of text, of the values of a name, and of a copy of all entries.
     using CharType = typename StringType::value_type;
@@ -168,13 +168,13 @@ class KEST_SUPPORT_EXPORT KestProperties : public KestObjectBase, public KestCol
     bool m_multiValued = true;
 };
 
-extern template class KEST_SUPPORT_EXPORT KestPropertyIterator<std::string>;
-extern template class KEST_SUPPORT_EXPORT KestPropertyIterator<string_ci>;
-extern template class KEST_SUPPORT_EXPORT KestPropertyIterator<wstring16>;
-extern template class KEST_SUPPORT_EXPORT KestPropertyIterator<wstring16_ci>;
-extern template class KEST_SUPPORT_EXPORT KestProperties<std::string>;
-extern template class KEST_SUPPORT_EXPORT KestProperties<string_ci>;
-extern template class KEST_SUPPORT_EXPORT KestProperties<wstring16>;
-extern template class KEST_SUPPORT_EXPORT KestProperties<wstring16_ci>;
+extern template class KEST_SUPPORT_EXPORT_DECLARED KestPropertyIterator<std::string>;
+extern template class KEST_SUPPORT_EXPORT_DECLARED KestPropertyIterator<string_ci>;
+extern template class KEST_SUPPORT_EXPORT_DECLARED KestPropertyIterator<wstring16>;
+extern template class KEST_SUPPORT_EXPORT_DECLARED KestPropertyIterator<wstring16_ci>;
+extern template class KEST_SUPPORT_EXPORT_DECLARED KestProperties<std::string>;
+extern template class KEST_SUPPORT_EXPORT_DECLARED KestProperties<string_ci>;
+extern template class KEST_SUPPORT_EXPORT_DECLARED KestProperties<wstring16>;
+extern template class KEST_SUPPORT_EXPORT_DECLARED KestProperties<wstring16_ci>;
 
 }  // namespace KestSupport

@@ -55,7 +55,7 @@ struct CompiledExpression;
 
 /// Holds the pattern and its compiled form, and searches. For the use of KestRegularExpression.
 template <typename StringType>
-class KEST_SUPPORT_EXPORT KestRegularExpressionImplementation {
+class KEST_SUPPORT_EXPORT_TEMPLATE KestRegularExpressionImplementation {
   public:
     /// A compiled pattern, which never changes.
     using Snapshot = std::shared_ptr<const internal::CompiledExpression<StringType>>;
@@ -87,7 +87,7 @@ class KEST_SUPPORT_EXPORT KestRegularExpressionImplementation {
 
 /// A pattern. Until one is set, searches find nothing.
 template <typename StringType>
-class KEST_SUPPORT_EXPORT KestRegularExpression {
+class KEST_SUPPORT_EXPORT_TEMPLATE KestRegularExpression {
   public:
     KestRegularExpression();
     KestRegularExpression(const KestRegularExpression&) = delete;
@@ -135,9 +135,9 @@ class KEST_SUPPORT_EXPORT KestRegularExpression {
     mutable KestCriticalSectionObject m_lock{false};  // held while the pattern is set, and by replace to read it
 };
 
-extern template class KEST_SUPPORT_EXPORT KestRegularExpressionImplementation<std::string>;
-extern template class KEST_SUPPORT_EXPORT KestRegularExpressionImplementation<wstring16>;
-extern template class KEST_SUPPORT_EXPORT KestRegularExpression<std::string>;
-extern template class KEST_SUPPORT_EXPORT KestRegularExpression<wstring16>;
+extern template class KEST_SUPPORT_EXPORT_DECLARED KestRegularExpressionImplementation<std::string>;
+extern template class KEST_SUPPORT_EXPORT_DECLARED KestRegularExpressionImplementation<wstring16>;
+extern template class KEST_SUPPORT_EXPORT_DECLARED KestRegularExpression<std::string>;
+extern template class KEST_SUPPORT_EXPORT_DECLARED KestRegularExpression<wstring16>;
 
 }  // namespace KestSupport

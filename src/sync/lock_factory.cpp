@@ -60,8 +60,8 @@ Lock& KestLockFactory<Key, Lock>::getLock(const Key& name) {
     return *found;
 }
 
-template class KestLockFactory<std::string, KestCriticalSectionObject>;
-template class KestLockFactory<std::string, KestMutexObject>;
-template class KestLockFactory<std::string, KestReadWriteLock>;
+template class KEST_SUPPORT_EXPORT_DEFINED KestLockFactory<std::string, KestCriticalSectionObject>;
+template class KEST_SUPPORT_EXPORT_DEFINED KestLockFactory<std::string, KestMutexObject>;
+template class KEST_SUPPORT_EXPORT_DEFINED KestLockFactory<std::string, KestReadWriteLock>;
 
 }  // namespace KestSupport

@@ -32,6 +32,7 @@ TEST(Agent, RefusesBadInput) {
     };
     for (const auto& [argument, line] : arguments)
         check({argument}, line);
+    const std::string longName(300, 'x');
     const std::pair<std::string, std::string> settings[] = {
         {std::string("a\nb\0c", 5), "settings file s: line 2 is not text"},
         {std::string((1 << 20) + 1, '#'), "settings file s: larger than 1048576 bytes"},
@@ -63,6 +64,8 @@ TEST(Agent, RefusesBadInput) {
         {"log.keep=1000\n", "settings file s: log.keep: \"1000\"" + kWhole + "0 to 999"},
         {"state.file=\n", "settings file s: state.file: \"\" is not a file name"},
         {"state.file=none/state\n", "state file none/state: No such file or directory"},
+        {"state.file=.\n", "state file .: not a regular file"},
+        {"state.file=" + longName + "\n", "state file " + longName.substr(0, 120) + "...: " + kit::kLongNameFails},
         {"state.file=s\n", "state file s: not a state of kest-agent"},
     };
     for (const auto& [text, line] : settings) {

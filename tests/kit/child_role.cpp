@@ -12,9 +12,8 @@ namespace {
 constexpr std::string_view kFolderOption = "--child-folder=";
 constexpr std::string_view kRoleOption = "--child-role=";
 
-std::string thisProgram() {
-    return *KestSupport::platform::programPath(4096);
-}
+// Found before the tests, which make calls of the system fail.
+const std::string g_thisProgram = *KestSupport::platform::programPath(4096);
 
 std::map<std::string, ChildRole::Main>& roles() {
     static std::map<std::string, ChildRole::Main> all;
@@ -26,11 +25,11 @@ std::map<std::string, ChildRole::Main>& roles() {
 ChildProcess ChildProcess::inRole(const std::string& role, const std::vector<std::string>& arguments) {
     std::vector<std::string> all{std::string(kRoleOption) + role};
     all.insert(all.end(), arguments.begin(), arguments.end());
-    return ChildProcess(thisProgram(), all);
+    return ChildProcess(g_thisProgram, all);
 }
 
 std::string ChildProcess::commandOfRole(const std::string& role, const std::string& folder) {
-    return KestSupport::platform::quoteArgument(thisProgram()) + " " + argumentsOfRole(role, folder);
+    return KestSupport::platform::quoteArgument(g_thisProgram) + " " + argumentsOfRole(role, folder);
 }
 
 std::string ChildProcess::argumentsOfRole(const std::string& role, const std::string& folder) {

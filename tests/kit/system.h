@@ -26,6 +26,8 @@ std::locale namedLocale();
 /// Asks this program to read its settings again, as a supervisor does. Returns false on a system without such a
 /// request.
 bool hangUpThisProgram();
+/// Why no file can have a name of 300 characters.
+extern const char* const kLongNameFails;
 /// Whether the system has a load average.
 extern const bool kHasLoadAverage;
 /// Whether ChildProcess::interrupt reaches a child process.

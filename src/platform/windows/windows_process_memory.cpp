@@ -20,7 +20,12 @@ namespace {
 struct DeleteAtUnload {
     ~DeleteAtUnload() { deleteProcessMemory(); }
 };
+#ifdef _MSC_VER
+#pragma init_seg(lib)
+constinit DeleteAtUnload g_deleteAtUnload;
+#else
 [[gnu::init_priority(101)]] constinit DeleteAtUnload g_deleteAtUnload;
+#endif
 
 }  // namespace
 }  // namespace KestSupport::platform

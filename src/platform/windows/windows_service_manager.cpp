@@ -242,10 +242,12 @@ class SystemServiceManager : public ServiceManager {
         if (configuration.restart != kServiceRestartNever) return errorCallNotImplemented;
         std::wstring name = wideText(configuration.name);
         const std::wstring dependencies = nameList(dependencyNames(configuration.dependencies));
+        const std::wstring displayName = wideText(configuration.displayName);
+        // No two services have the same display name, an empty one included. Without one the system takes the name.
         OwnedServiceHandle created(CreateServiceW(
-            system(manager), name.c_str(), wideText(configuration.displayName).c_str(), access, configuration.type,
-            configuration.startType, configuration.errorControl, wideText(configuration.commandLine).c_str(), nullptr,
-            nullptr, dependencies.c_str(), nullptr, nullptr));
+            system(manager), name.c_str(), displayName.empty() ? nullptr : displayName.c_str(), access,
+            configuration.type, configuration.startType, configuration.errorControl,
+            wideText(configuration.commandLine).c_str(), nullptr, nullptr, dependencies.c_str(), nullptr, nullptr));
         if (created == nullptr) return GetLastError();
         service = new OpenHandle{std::move(created), std::move(name)};
         return errorSuccess;

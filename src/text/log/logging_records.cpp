@@ -182,7 +182,7 @@ void KestSetLogLevelManipulator::leaveRecord() noexcept {
 }
 
 KestLogging& endrecord(KestLogging& logging) {
-    logging.endrecord();
+    internal::LoggingState::endRecord(logging);
     return logging;
 }
 

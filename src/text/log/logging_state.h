@@ -52,6 +52,9 @@ struct LoggingState {
         record.reset();
     }
 
+    /// For the free function. A friend of the class cannot be exported in a form that every compiler for Windows takes.
+    static void endRecord(KestLogging& logging) { logging.endrecord(); }
+
     /// Makes `line` that of the record.
     void buildLine(const RecordParts& parts);
     /// Writes `line` to the targets. The caller holds the lock, also for the next two.

@@ -330,13 +330,13 @@ void KestProperties<StringType>::logEntries() const {
     }
 }
 
-template class KestPropertyIterator<std::string>;
-template class KestPropertyIterator<string_ci>;
-template class KestPropertyIterator<wstring16>;
-template class KestPropertyIterator<wstring16_ci>;
-template class KestProperties<std::string>;
-template class KestProperties<string_ci>;
-template class KestProperties<wstring16>;
-template class KestProperties<wstring16_ci>;
+template class KEST_SUPPORT_EXPORT_DEFINED KestPropertyIterator<std::string>;
+template class KEST_SUPPORT_EXPORT_DEFINED KestPropertyIterator<string_ci>;
+template class KEST_SUPPORT_EXPORT_DEFINED KestPropertyIterator<wstring16>;
+template class KEST_SUPPORT_EXPORT_DEFINED KestPropertyIterator<wstring16_ci>;
+template class KEST_SUPPORT_EXPORT_DEFINED KestProperties<std::string>;
+template class KEST_SUPPORT_EXPORT_DEFINED KestProperties<string_ci>;
+template class KEST_SUPPORT_EXPORT_DEFINED KestProperties<wstring16>;
+template class KEST_SUPPORT_EXPORT_DEFINED KestProperties<wstring16_ci>;
 
 }  // namespace KestSupport

@@ -191,9 +191,9 @@ void KestRegularExpression<StringType>::print() const {
     m_engine.print();
 }
 
-template class KestRegularExpressionImplementation<std::string>;
-template class KestRegularExpressionImplementation<wstring16>;
-template class KestRegularExpression<std::string>;
-template class KestRegularExpression<wstring16>;
+template class KEST_SUPPORT_EXPORT_DEFINED KestRegularExpressionImplementation<std::string>;
+template class KEST_SUPPORT_EXPORT_DEFINED KestRegularExpressionImplementation<wstring16>;
+template class KEST_SUPPORT_EXPORT_DEFINED KestRegularExpression<std::string>;
+template class KEST_SUPPORT_EXPORT_DEFINED KestRegularExpression<wstring16>;
 
 }  // namespace KestSupport

@@ -3,18 +3,6 @@
 
 namespace {
 
-TEST(Agent, RefusesUnusableStateFiles) {
-    const Folder folder;
-    const std::string longName(300, 'x');
-    for (const auto& [name, line] : {std::pair<std::string, std::string>{"/dev/null", "/dev/null: not a regular file"},
-                                     {longName, longName.substr(0, 120) + "...: File name too long"}}) {
-        folder.write("s", "state.file=" + name + "\n");
-        ChildProcess agent = folder.start({"-s", "s", "-n1"});
-        EXPECT_EQ(agent.wait(), 2) << line;
-        EXPECT_EQ(agent.errors(), "kest-agent: state file " + line + "\n");
-    }
-}
-
 TEST(Agent, ContinuesWhenSavingFails) {
     const Folder folder;
     std::filesystem::create_directory(folder.pathOf("there"));

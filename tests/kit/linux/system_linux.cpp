@@ -32,6 +32,7 @@ bool hangUpThisProgram() {
     return raise(SIGHUP) == 0;
 }
 
+const char* const kLongNameFails = "File name too long";
 const bool kHasLoadAverage = true;
 
 bool childrenAreInterrupted() {

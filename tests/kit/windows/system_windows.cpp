@@ -36,6 +36,7 @@ bool hangUpThisProgram() {
     return false;
 }
 
+const char* const kLongNameFails = "No such file or directory";
 const bool kHasLoadAverage = false;
 
 bool childrenAreInterrupted() {

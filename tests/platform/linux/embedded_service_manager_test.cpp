@@ -1,4 +1,4 @@
-// The embedded service manager, with this program as the services, and the order of starts.
+// What is special to the embedded service manager, and the order of starts.
 #include "platform/service_manager.h"
 
 #include <sys/resource.h>
@@ -12,17 +12,15 @@
 #include <tuple>
 
 #include "kit/failing_calls.h"
-#include "kit/service_fixture.h"
-#include "platform/process.h"
+#include "platform/service_roles.h"
 #include "platform/services/channel.h"
 #include "platform/services/output.h"
 #include "platform/start_order.h"
 
 namespace {
 
-using namespace KestSupport::platform;
 namespace fs = std::filesystem;
-using Texts = std::vector<std::string>;
+
 struct ServiceManagerTest : kit::ServiceFixture {
     static std::string listed() {
         std::string all;
@@ -32,42 +30,13 @@ struct ServiceManagerTest : kit::ServiceFixture {
     }
 };
 
-std::atomic<ServiceManager::Handle> g_status;
-
-void report(std::uint32_t state, std::uint32_t accepted = 3, std::uint32_t exitCode = 0) {
-    serviceManager().setStatus(g_status, {16, state, accepted, exitCode});
-}
-
-void onControl(std::uint32_t code) {
-    std::ofstream("controls", std::ios::app) << code << " ";
-    if (code == 200 || (code == kServiceControlStop && fs::remove("throw once"))) throw 1;
-    if (code == kServiceControlStop) report(kServiceStopped, 0, 7);
-    if (code == kServiceControlPause) report(kServicePaused);
-    if (code == kServiceControlContinue) report(kServiceRunning);
-}
-
 bool matches(const std::string& text, const char* pattern) {
     return std::regex_match(text, std::regex(pattern));
 }
 
-// A service that writes its arguments to a file in its working directory.
-template <std::uint32_t state = kServiceRunning, std::uint32_t accepted = 3, std::uint32_t exitCode = 0>
-void serve(const Texts& arguments) {
-    std::ofstream("heard") << joinArguments(arguments);
-    g_status = serviceManager().registerControlHandler("any", onControl);
-    report(state, accepted, exitCode);
-}
-template <ServiceManager::ServiceMain main>
-int dispatch(const Texts&) {
-    return static_cast<int>(serviceManager().runDispatcher("any", main));
-}
-const kit::ChildRole roles[] = {
-    {"plain", dispatch<serve<>>},
+const kit::ChildRole moreRoles[] = {
     {"hard", dispatch<serve<kServiceRunning, 0>>},
     {"starting", dispatch<serve<kServiceStartPending, 0>>},
-    {"failing", dispatch<serve<kServiceStopped, 0, 42>>},
-    {"silent", dispatch<[](const Texts&) {}>},
-    {"throwing", dispatch<[](const Texts&) { throw 1; }>},
     {"starter", [](const Texts& arguments) { return std::stoi(kit::ServiceFixture::run("start " + arguments.at(0))); }},
     // Its child runs until the test ends.
     {"forking", dispatch<[](const Texts& arguments) {
@@ -91,29 +60,19 @@ const kit::ChildRole roles[] = {
          return dispatch<serve<>>({});
      }}};
 
-TEST_F(ServiceManagerTest, KeepsTheConfiguration) {
-    Configuration wanted{"a %b..", "Shown\nas", 0x110, 3, 2, "/bin/x \"y\" \\", std::string("one\0two\0", 8)};
+TEST_F(ServiceManagerTest, KeepsAnyNameAndTheRestart) {
+    Configuration wanted{"a %b..", "Shown\nas", 0x110, 3, 2, "/bin/x", std::string("one\0two\0", 8)};
     ASSERT_EQ(create(wanted), 0u);
     const std::string longest(256, 'n');
     EXPECT_EQ(run("create plain plain; create .hidden plain; create " + longest + " plain"), "0 0 0");
     const Opened service(wanted.name);
-    ASSERT_EQ(
-        service.call(&Manager::changeConfiguration, ServiceChange{.displayName = "New", .startType = 4, .restart = 2}),
-        0u);
+    ASSERT_EQ(service.call(&Manager::changeConfiguration, ServiceChange{.restart = 2}), 0u);
     Configuration read;
     ASSERT_EQ(service.call(&Manager::queryConfiguration, read), 0u);
-    wanted.displayName = "New";
-    wanted.startType = 4;
     wanted.restart = 2;
     EXPECT_EQ(read, wanted);
-    const std::vector<unsigned short> description = {'d', 0x20AC, 0xD83D, 0xDE00, '\n'};
-    std::vector<unsigned short> described;
-    EXPECT_EQ(service.call(&Manager::setDescription, description), 0u);
-    EXPECT_EQ(service.call(&Manager::queryDescription, described), 0u);
-    EXPECT_EQ(described, description);
     EXPECT_EQ(listed(), ".hidden 0,a %b.. 0," + longest + " 0,plain 0,");
     EXPECT_EQ(state.read("services/plain/configuration").find("restart"), std::string::npos) << "readable as before";
-    EXPECT_EQ(run("tell plain; remove plain; tell plain; remove plain"), "1/0/1077 0 1060 1060");
 }
 
 TEST_F(ServiceManagerTest, RefusesInvalidServices) {
@@ -184,18 +143,6 @@ TEST_F(ServiceManagerTest, ChecksTheAccessOfHandles) {
     services.closeHandle(none);
 }
 
-TEST_F(ServiceManagerTest, StartsControlsAndStops) {
-    EXPECT_EQ(run("create s plain; start s x y=z; await s 4; tell s; start s"), "0 0 4/3/0p 1056");
-    EXPECT_EQ(state.read("heard"), "s x 'y=z'");
-    const std::uint32_t process = query("s").processId;
-    EXPECT_EQ(run("control s 2; control s 4; control s 3; control s 128"), "0/7 0/7 0/4 0/4");
-    EXPECT_EQ(run("control s 6; control s 200; control s 127"), "1052/4 1064/0 87/0");
-    EXPECT_EQ(run("control s 1; control s 1; tell s"), "0/1 1062/1 1/0/7");
-    EXPECT_EQ(state.read("controls"), "2 4 3 128 200 1 ");
-    EXPECT_EQ(run("start s; await s 4"), "0");
-    EXPECT_NE(query("s").processId, process);
-}
-
 TEST_F(ServiceManagerTest, ReportsWhyAStartFails) {
     environment.set("KEST_SERVICE_TIMEOUT", "300");
     ASSERT_EQ(run("create s plain"), "0");
@@ -220,6 +167,14 @@ TEST_F(ServiceManagerTest, ReportsWhyAStartFails) {
     fs::permissions(state.write("a", "another user's"), fs::perms::owner_all);
     fs::create_symlink(fs::read_symlink("/proc/self/exe"), state.pathOf("a b c/d"));
     EXPECT_EQ(run("line s " + state.pathOf("a b c/d") + " --child-role=plain; start s"), "0 0") << "blanks";
+}
+
+TEST_F(ServiceManagerTest, StopsAndStartsAgain) {
+    EXPECT_EQ(run("create s plain; start s; await s 4"), "0 0");
+    const std::uint32_t process = query("s").processId;
+    EXPECT_EQ(run("control s 200; control s 1; control s 1; tell s"), "1064/0 0/1 1062/1 1/0/7");
+    EXPECT_EQ(run("start s; await s 4"), "0");
+    EXPECT_NE(query("s").processId, process);
 }
 
 TEST_F(ServiceManagerTest, StopsAnUnansweredStart) {

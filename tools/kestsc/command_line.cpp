@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <map>
-#include <numeric>
 #include <utility>
 
 #include "platform/process.h"
@@ -33,21 +32,6 @@ bool passesArguments(const CommandEntry& command) {
     return std::string_view(command.arguments).ends_with(" [-- ARGUMENT...]");
 }
 
-// Returns the fewest characters to insert, delete or replace that turn one word into the other.
-std::size_t distanceBetween(std::string_view one, std::string_view other) {
-    std::vector<std::size_t> costs(other.size() + 1);
-    std::iota(costs.begin(), costs.end(), std::size_t{0});
-    for (std::size_t i = 0; i < one.size(); ++i) {
-        std::size_t diagonal = std::exchange(costs[0], i + 1);
-        for (std::size_t j = 0; j < other.size(); ++j) {
-            const std::size_t replaced = diagonal + (one[i] == other[j] ? 0 : 1);
-            diagonal = costs[j + 1];
-            costs[j + 1] = std::min({replaced, diagonal + 1, costs[j] + 1});
-        }
-    }
-    return costs.back();
-}
-
 // Words of other tools, and what there is instead.
 constexpr std::pair<std::string_view, const char*> kForeignWords[] = {
     {"add", "install"},
@@ -66,23 +50,15 @@ constexpr std::pair<std::string_view, const char*> kForeignWords[] = {
     {"version", "--version"},
 };
 
-// Returns the commands that are nearest to the word, as the end of a message; an empty text when none is near.
-std::string suggestionsFor(const std::string& word) {
+// Returns the end of a message about an unknown command.
+std::string commandSuggestionFor(const std::string& word) {
     for (const auto& [foreign, own] : kForeignWords) {
         if (foreign == word) return std::string("; did you mean ") + own + "?";
     }
-    std::size_t nearest = 2;
-    std::string suggestions;
-    for (const CommandEntry& entry : kCommands) {
-        const std::string_view name = entry.name;
-        const bool begins = word.size() >= 2 && name.starts_with(word);
-        const std::size_t distance = begins ? 1 : distanceBetween(word, name);
-        if (distance >= std::min(name.size(), word.size()) || distance > nearest) continue;
-        if (distance < nearest) suggestions.clear();
-        nearest = distance;
-        suggestions.append(suggestions.empty() ? "; did you mean " : " or ").append(name);
-    }
-    return suggestions.empty() ? "" : suggestions + "?";
+    std::vector<std::string> commands;
+    for (const CommandEntry& entry : kCommands)
+        commands.emplace_back(entry.name);
+    return suggestionFor(word, commands);
 }
 
 /// The words, split into command, arguments and options. Values are not checked here.
@@ -118,7 +94,7 @@ class Words {
         const auto found = std::find_if(kCommands.begin(), kCommands.end(),
                                         [&](const CommandEntry& entry) { return entry.name == word; });
         if (found == kCommands.end()) {
-            refuse("there is no command " + (word.empty() ? "\"\"" : word) + suggestionsFor(word));
+            refuse("there is no command " + (word.empty() ? "\"\"" : word) + commandSuggestionFor(word));
         }
         command = &*found;
     }

@@ -75,7 +75,8 @@ void startEach(const CommandLine& line, Report& report) {
             try {
                 report.succeed(task, startService(manager, task, line.arguments, line.patience));
             } catch (const Failure& failure) {
-                if (failure.exitCode() != kExitNotInstalled || service == line.service) throw;
+                const bool isSuggested = failure.reason().ends_with('?');
+                if (failure.exitCode() != kExitNotInstalled || service == line.service || isSuggested) throw;
                 throw Failure(task, failure.error(), failure.reason() + "; arguments for services follow --");
             }
         });

@@ -1,5 +1,9 @@
 #include "manager.h"
 
+#include <utility>
+
+#include "words.h"
+
 namespace kestsc {
 namespace {
 
@@ -21,6 +25,16 @@ void requireAccess(const Task& task, ErrorCode error) {
     throw Failure(task, error, errorText(error) + ": " + place);
 }
 
+[[noreturn]] void failForName(platform::ServiceManager& services, void* manager, const Task& task) {
+    std::vector<platform::ServiceEntry> entries;
+    std::vector<std::string> names;
+    if (services.enumerateServices(manager, entries) != 0) entries.clear();
+    for (platform::ServiceEntry& entry : entries)
+        names.push_back(std::move(entry.name));
+    constexpr ErrorCode kError = platform::errorServiceDoesNotExist;
+    throw Failure(task, kError, errorText(kError) + suggestionFor(task.service, names));
+}
+
 SharedHandle openManager(const Task& task) {
     constexpr std::uint32_t kAccess =
         platform::kServiceManagerConnect | platform::kServiceManagerCreateService | platform::kServiceManagerEnumerate;
@@ -36,7 +50,9 @@ Manager::Manager(const Task& task) : m_handle(openManager(task)) {}
 
 SharedHandle Manager::open(const Task& task, std::uint32_t access) const {
     return owned(task, [&](platform::ServiceManager& services, void*& handle) {
-        return services.openService(m_handle.get(), task.service, access, handle);
+        const ErrorCode error = services.openService(m_handle.get(), task.service, access, handle);
+        if (error == platform::errorServiceDoesNotExist) failForName(services, m_handle.get(), task);
+        return error;
     });
 }
 

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <iterator>
 #include <locale>
+#include <numeric>
 #include <utility>
 
 #include "failure.h"
@@ -58,6 +59,25 @@ constexpr std::pair<std::uint32_t, const char*> kAcceptedControls[] = {
 
 std::locale utf8Locale() {
     return {std::locale::classic(), new KestSupport::utf8_ctype};
+}
+
+char lowered(char character) {
+    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
+}
+
+// Returns the fewest characters to insert, delete or replace that turn one word into the other. Case does not matter.
+std::size_t distanceBetween(std::string_view one, std::string_view other) {
+    std::vector<std::size_t> costs(other.size() + 1);
+    std::iota(costs.begin(), costs.end(), std::size_t{0});
+    for (std::size_t i = 0; i < one.size(); ++i) {
+        std::size_t diagonal = std::exchange(costs[0], i + 1);
+        for (std::size_t j = 0; j < other.size(); ++j) {
+            const std::size_t replaced = diagonal + (lowered(one[i]) == lowered(other[j]) ? 0 : 1);
+            diagonal = costs[j + 1];
+            costs[j + 1] = std::min({replaced, diagonal + 1, costs[j] + 1});
+        }
+    }
+    return costs.back();
 }
 
 }  // namespace
@@ -160,6 +180,20 @@ KestSupport::wstring16 wideText(const std::string& text) {
 
 std::string narrowText(const KestSupport::wstring16& text) {
     return KestSupport::KestStringUtilities::narrow(text, utf8Locale());
+}
+
+std::string suggestionFor(const std::string& word, const std::vector<std::string>& known) {
+    std::size_t nearest = 2;
+    std::string suggestions;
+    for (const std::string& name : known) {
+        const bool begins = word.size() >= 2 && name.starts_with(word);
+        const std::size_t distance = begins ? 1 : distanceBetween(word, name);
+        if (distance >= std::min(name.size(), word.size()) || distance > nearest) continue;
+        if (distance < nearest) suggestions.clear();
+        nearest = distance;
+        suggestions.append(suggestions.empty() ? "; did you mean " : " or ").append(name);
+    }
+    return suggestions.empty() ? "" : suggestions + "?";
 }
 
 }  // namespace kestsc

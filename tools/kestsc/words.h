@@ -61,4 +61,8 @@ std::optional<std::string> dependenciesOf(const std::string& names);
 KestSupport::wstring16 wideText(const std::string& text);
 std::string narrowText(const KestSupport::wstring16& text);
 
+/// Returns the known words that are nearest to the word, as the end of a message: "; did you mean web?". Returns an
+/// empty text if none is near.
+std::string suggestionFor(const std::string& word, const std::vector<std::string>& known);
+
 }  // namespace kestsc

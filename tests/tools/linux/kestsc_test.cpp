@@ -116,6 +116,8 @@ TEST_F(Kestsc, AdministersOneService) {
         {"start web fast -- --one 'two words'", 4, "web: started\n",
          "start fast: the service is not installed (1060); arguments for services follow --"},
         {"start web", 0, "web: is already running\n"},
+        {"start web Wen", 4, "web: is already running\n",
+         "start Wen: the service is not installed (1060); did you mean web?"},
         {"status web", 0,
          heading + "State         running\nStarted       TIME\nProcess       PID\nAccepts       stop\n"},
         {"status web --json", 0,

@@ -47,12 +47,8 @@ class KEST_SUPPORT_EXPORT KestLogRecord {
     /// Begins a record of the level, 0 (always shown) to 9. An empty module is "Global". The level is tested here and
     /// not again: with that of the logger and, if the record has a module and is not of level 0, with that of the
     /// module.
-    explicit KestLogRecord(int level, std::string_view module = {}) {
-        KestLogging* const logging = KestLogging::m_pInstance.load(std::memory_order_acquire);
-        if (logging == nullptr) return;
-        const int shown = logging->getLogLevel();
-        if (shown >= 0 && shown >= level) begin(*logging, level, module);
-    }
+    explicit KestLogRecord(int level, std::string_view module = {})
+        : m_pLogging(isShown(level) ? begin(level, module) : nullptr) {}
     KestLogRecord(const KestLogRecord&) = delete;
     KestLogRecord& operator=(const KestLogRecord&) = delete;
 
@@ -146,9 +142,16 @@ class KEST_SUPPORT_EXPORT KestLogRecord {
         return {};
     }
 
-    void begin(KestLogging& logging, int level, std::string_view module);
+    static bool isShown(int level) noexcept {
+        const int shown = KestLogging::m_shownLevel.load(std::memory_order_acquire);
+        return shown >= level && shown >= 0;
+    }
+    /// Returns the logger, or null if the record is not written.
+    KestLogging* begin(int level, std::string_view module);
     void finish() noexcept;
+    void write() noexcept;
     void drop() noexcept;
+    void freeLarge() noexcept;
     char* room(std::size_t more);
     void append(std::string_view text);
     void appendNumber(long long value);
@@ -160,14 +163,15 @@ class KEST_SUPPORT_EXPORT KestLogRecord {
 
     static constexpr std::size_t kSmall = 256;
 
-    KestLogging* m_pLogging = nullptr;  // null if the record is not written; then the other members are not used
+    // Null if the record is not written; then the other members are not used. No member is initialised before it, so
+    // the compiler knows in the caller that it is null above the level: 0.3 instead of 0.5 ns (bench/logging).
+    KestLogging* m_pLogging;
     int m_level;
     int m_exceptions;  // that were under way when the record began
     std::size_t m_moduleSize;
     std::size_t m_size;
     std::size_t m_capacity;
-    char* m_text;                      // the module, then the text: in m_small or in m_pLarge
-    std::unique_ptr<char[]> m_pLarge;  // null while the text fits into m_small
+    char* m_text;  // the module, then the text: m_small, or memory from new[] when they do not fit
     char m_small[kSmall];
 };
 

@@ -159,10 +159,7 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
     static KestLogging& getInstance() noexcept { return *m_pInstance.load(std::memory_order_acquire); }
 
     /// Whether a logger is registered and its level is 0 or more.
-    static bool isAccessAllowed() noexcept {
-        const KestLogging* const logging = m_pInstance.load(std::memory_order_acquire);
-        return logging != nullptr && logging->getLogLevel() >= 0;
-    }
+    static bool isAccessAllowed() noexcept { return m_shownLevel.load(std::memory_order_acquire) >= 0; }
 
     /// Returns the global level.
     int getLogLevel() const noexcept { return m_level.load(std::memory_order_relaxed); }
@@ -270,7 +267,12 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
     void dropRecord() noexcept;
     bool hasRecordData() const noexcept { return m_recordData.load(std::memory_order_relaxed); }
 
+    static void publishLevel() noexcept;
+
     static std::atomic<KestLogging*> m_pInstance;
+    // The level of the registered logger, or -1 without one. A caller tests a record above the level by this variable
+    // alone: 0.3 instead of 0.5 ns (bench/logging).
+    static std::atomic<int> m_shownLevel;
 
     // Read by every thread, without a lock.
     std::atomic<int> m_target;

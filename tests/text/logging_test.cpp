@@ -1,5 +1,6 @@
 // Which records the logger writes, with which texts, to which outputs, and what several threads may do.
 #include "support/logging.h"
+#include "support/log_record.h"
 
 #include <gtest/gtest.h>
 
@@ -84,9 +85,15 @@ TEST(Logging, IgnoresLevelsOutOfRange) {
             log.setLogLevel("M", level);
         }
         EXPECT_EQ(std::tuple(log.getLogLevel(), log.getLogLevel("M"), log.getLogLevel("m")), std::tuple(7, -1, 7));
+        KestLogging other("x", 0, 99);
+        other.setLogLevel(8);
         { const KestLogging unregistered("x", 0, 99); }
         EXPECT_EQ(&KestLogging::getInstance(), &log);
         EXPECT_TRUE(KestLogging::isAccessAllowed());
+        EXPECT_EQ(std::pair(bool(KestLogRecord(7)), bool(KestLogRecord(8))), std::pair(true, false));
+        KestLogging::setInstance(other);
+        EXPECT_TRUE(KestLogRecord(8));
+        KestLogging::setInstance(log);
     }
     EXPECT_FALSE(KestLogging::isAccessAllowed());
 }

@@ -18,8 +18,9 @@
 
 namespace KestSupport {
 
-void KestLogRecord::begin(KestLogging& logging, int level, std::string_view module) {
-    if (!module.empty() && level != 0 && logging.m_pState->moduleLevel(module, level) < level) return;
+KestLogging* KestLogRecord::begin(int level, std::string_view module) {
+    KestLogging& logging = KestLogging::getInstance();
+    if (!module.empty() && level != 0 && logging.m_pState->moduleLevel(module, level) < level) return nullptr;
     m_level = level;
     m_exceptions = std::uncaught_exceptions();
     m_size = 0;
@@ -27,12 +28,16 @@ void KestLogRecord::begin(KestLogging& logging, int level, std::string_view modu
     m_text = m_small;
     append(module);
     m_moduleSize = m_size;
-    m_pLogging = &logging;
+    return &logging;
+}
+
+void KestLogRecord::finish() noexcept {
+    if (std::uncaught_exceptions() <= m_exceptions) write();
+    freeLarge();
 }
 
 // A record that no memory is left for is lost: a destructor reports nothing.
-void KestLogRecord::finish() noexcept {
-    if (std::uncaught_exceptions() > m_exceptions) return;
+void KestLogRecord::write() noexcept {
     const std::string_view whole(m_text, m_size);
     const internal::RecordParts record{m_level, whole.substr(0, m_moduleSize), platform::currentThreadId(),
                                        whole.substr(m_moduleSize)};
@@ -49,17 +54,21 @@ void KestLogRecord::finish() noexcept {
 
 void KestLogRecord::drop() noexcept {
     m_pLogging = nullptr;
-    m_pLarge.reset();
+    freeLarge();
+}
+
+void KestLogRecord::freeLarge() noexcept {
+    if (m_text != m_small) delete[] m_text;
 }
 
 // Returns where to put the next characters. Doubles the memory, so a long text takes linear time.
 char* KestLogRecord::room(std::size_t more) {
     if (more > m_capacity - m_size) {
         const std::size_t capacity = std::max(m_size + more, 2 * m_capacity);
-        std::unique_ptr<char[]> larger(new char[capacity]);
-        std::memcpy(larger.get(), m_text, m_size);
-        m_pLarge = std::move(larger);
-        m_text = m_pLarge.get();
+        char* const larger = new char[capacity];
+        std::memcpy(larger, m_text, m_size);
+        freeLarge();
+        m_text = larger;
         m_capacity = capacity;
     }
     return m_text + m_size;

@@ -60,7 +60,8 @@ void internal::LoggingState::setModuleLevel(const std::string& module, int level
     hasModuleLevels.store(true, std::memory_order_release);
 }
 
-std::atomic<KestLogging*> KestLogging::m_pInstance{nullptr};
+constinit std::atomic<KestLogging*> KestLogging::m_pInstance{nullptr};
+constinit std::atomic<int> KestLogging::m_shownLevel{-1};
 
 KestLogging::KestLogging() : KestLogging("log", standardOutputTarget, -1) {}
 
@@ -78,7 +79,7 @@ KestLogging::KestLogging(int target, int level, const KestLogFileOptions& option
 
 KestLogging::~KestLogging() {
     KestLogging* registered = this;
-    m_pInstance.compare_exchange_strong(registered, nullptr);
+    if (m_pInstance.compare_exchange_strong(registered, nullptr)) publishLevel();
     m_pState->watchdog.stop();
     if (m_pState->record.isBuiltBy(internal::currentLoggingThread()))
         dropRecord();  // a watchdog thread may wait for its end
@@ -87,12 +88,28 @@ KestLogging::~KestLogging() {
 }
 
 void KestLogging::setInstance(KestLogging& logging) noexcept {
-    m_pInstance.store(&logging, std::memory_order_release);
+    m_pInstance.store(&logging);
+    publishLevel();
+}
+
+// Called after each change of the two variables that it reads. A thread that stores an old level sees the change, since
+// it reads both again, and stores the new one.
+void KestLogging::publishLevel() noexcept {
+    const auto shownLevel = [] {
+        const KestLogging* const logging = m_pInstance.load();
+        return logging == nullptr ? -1 : logging->m_level.load();
+    };
+    int level = -1;
+    do {
+        level = shownLevel();
+        m_shownLevel.store(level);
+    } while (shownLevel() != level);
 }
 
 void KestLogging::setLogLevel(int level) noexcept {
     if (level < 0 || level > kMostDetailedLevel) return;
-    m_level.store(level, std::memory_order_relaxed);
+    m_level.store(level);
+    if (m_pInstance.load() == this) publishLevel();
     m_pState->reconsider(internal::currentLoggingThread());
 }
 

@@ -73,8 +73,9 @@ _kestsc() {
             install:NAME) ;;
             *:NAME* | *:'[NAME'*) ((count <= last)) || [[ $place == *...* ]] || return 0
                 _kestsc_offer "$word" < <(_kestsc_services "$program") ;;
-            *:STATE) _kestsc_offer "$word" < <(printf '%s\n' running stopped paused) ;;
-            *:CODE) _kestsc_offer "$word" < <(printf '%s\n' reload pause continue interrogate) ;;
+            # Another name may follow, too.
+            *:STATE) _kestsc_offer "$word" < <(printf '%s\n' running stopped paused; _kestsc_services "$program") ;;
+            *:CODE) _kestsc_offer "$word" < <(printf '%s\n' reload pause continue interrogate; _kestsc_services "$program") ;;
             *) compopt -o default 2>/dev/null ;;
         esac
     fi

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <iterator>
 #include <memory>
 #include <stdexcept>
@@ -80,9 +81,27 @@ std::locale namedLocale(const char* name) {
     return std::locale(name);
 }
 
+// Returns the name that the environment gives to all categories; empty if it may give them different names.
+std::string nameOfEnvironment() {
+    const auto valueOf = [](const char* variable) -> std::string {
+        const char* const value = std::getenv(variable);
+        return value == nullptr ? "" : value;
+    };
+    if (std::string all = valueOf("LC_ALL"); !all.empty()) return all;
+    for (const char* category : {"LC_COLLATE", "LC_CTYPE", "LC_MESSAGES", "LC_MONETARY", "LC_NUMERIC", "LC_TIME"}) {
+        if (!valueOf(category).empty()) return {};
+    }
+    const std::string language = valueOf("LANG");
+    return language.empty() ? "C" : language;
+}
+
 std::locale makeDefaultLocale() {
     try {
-        return namedLocale("");
+        const std::locale locale = namedLocale("");
+        if (!locale.name().empty()) return locale;
+        // libc++ gives the locale of the environment no name, but the name determines language and country.
+        const std::string name = nameOfEnvironment();
+        return name.empty() ? locale : namedLocale(name.c_str());
     } catch (const std::runtime_error&) {
         const auto* end = std::end(kLocalesServedByGlobal);
         const bool served = std::find(std::begin(kLocalesServedByGlobal), end, platform::userLocaleId()) != end;

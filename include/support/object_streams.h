@@ -87,6 +87,10 @@ class KEST_SUPPORT_EXPORT KestInputObjectStream : public KestObjectStream {
     KestInputObjectStream& operator>>(wstring16& text);
 
   private:
+    template <typename Value>
+    KestInputObjectStream& readValue(Value& value);
+    template <typename Wire, typename Value>
+    KestInputObjectStream& readAs(Value& value, Wire before);
     template <typename Unit, typename Text>
     KestInputObjectStream& readText(Text& text);
 };
@@ -125,6 +129,8 @@ class KEST_SUPPORT_EXPORT KestOutputObjectStream : public KestObjectStream {
     KestOutputObjectStream& operator<<(const wstring16& text);
 
   private:
+    template <typename Value>
+    KestOutputObjectStream& writeValue(Value value);
     template <typename Unit>
     KestOutputObjectStream& writeText(const Unit* text, std::uint64_t length);
 };
@@ -270,9 +276,14 @@ class KEST_SUPPORT_EXPORT KestBufferStream : public KestInputObjectStream, publi
     void dropFront(std::size_t n) noexcept;
     bool hasRoom(std::size_t n) noexcept;
     std::size_t append(const void* source, std::size_t n) noexcept;
+    template <typename Value>
+    void appendValue(Value value);
+    template <typename Value>
+    void takeValue(Value& value);
     template <typename Unit, typename Text>
     void takeText(Text& text);
-    void appendText(const void* text, std::uint64_t length, std::size_t unitSize);
+    template <typename Unit>
+    void appendText(const Unit* text, std::uint64_t length);
     bool makeRoom(std::size_t n) noexcept;
     bool grow(std::size_t n) noexcept;
     void moveToFront() const noexcept;

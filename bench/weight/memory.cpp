@@ -31,7 +31,7 @@ Use use() {
     std::ifstream file("/proc/self/smaps_rollup");
     for (std::string word; file >> word;) {
         long kibibytes = 0;
-        if (word.starts_with("Private_") && file >> kibibytes) now.own += kibibytes;
+        if (word == "Private_Dirty:" && file >> kibibytes) now.own = kibibytes;
     }
     return now;
 }

@@ -84,23 +84,23 @@ unsigned spinLength(bool forMutex, std::uint32_t failures) noexcept {
 
 // A thread that was woken from this processor by another thread would spin where that thread runs. A round trip of two
 // threads on one processor takes 3.3 instead of 8 us.
-bool spinningPays(const WaitObject& object, const ThreadRecord& self) noexcept {
-    const std::uint32_t waker = object.lastWaker.load(std::memory_order_relaxed);
-    const std::uint32_t here = WaitObject::wakerOf(self.id, currentProcessor());
-    return waker == here || (waker & WaitObject::kWakerProcessor) != (here & WaitObject::kWakerProcessor);
+bool spinningPays(const SpinHint& hint, const ThreadRecord& self) noexcept {
+    const std::uint32_t waker = hint.lastWaker.load(std::memory_order_relaxed);
+    const std::uint32_t here = SpinHint::wakerOf(self.id, currentProcessor());
+    return waker == here || (waker & SpinHint::kProcessor) != (here & SpinHint::kProcessor);
 }
 
 // Spins with the test, which returns whether to end, and notes whether that pays. Returns whether the test ended it.
 template <typename Test>
 bool spin(WaitObject& object, const ThreadRecord& self, const Test& test) noexcept {
-    if (!spinningPays(object, self)) return false;
+    SpinHint& hint = object.hint;
+    if (!spinningPays(hint, self)) return false;
     const bool forMutex = object.kind == Kind::mutex;
-    const std::uint32_t failures = object.failedSpins.load(std::memory_order_relaxed);
+    const std::uint32_t failures = hint.failures.load(std::memory_order_relaxed);
     const unsigned pauses = pausesFor(spinLength(forMutex, failures));
-    if (pauses == 0) return false;
     const bool ended =
         forMutex ? spinWithGaps(pauses, pausesFor(kFirstGap), pausesFor(kLongestGap), test) : spinUntil(pauses, test);
-    if (!ended || failures != 0) object.failedSpins.store(ended ? 0 : failures + 1, std::memory_order_relaxed);
+    if (!ended || failures != 0) hint.failures.store(ended ? 0 : failures + 1, std::memory_order_relaxed);
     return ended;
 }
 
@@ -131,16 +131,14 @@ void park(ThreadRecord& self, Deadline deadline) noexcept {
 // The wait of one thread, from its first look under the dispatcher lock to its end.
 class SlowWait {
   public:
-    enum class Spin : bool { no, yes };
-
-    SlowWait(ThreadRecord& self, Waiter& waiter, std::uint32_t timeout, Spin spin) noexcept
-        : m_self(self), m_waiter(waiter), m_timeout(timeout), m_spin(spin) {
+    SlowWait(ThreadRecord& self, Waiter& waiter, std::uint32_t timeout) noexcept
+        : m_self(self), m_waiter(waiter), m_timeout(timeout) {
         m_waiter.thread = &self;
     }
 
     std::uint32_t run(WaitObject* toSignal) noexcept {
         if (!begin(toSignal)) return m_waiter.result;
-        if (m_spin == Spin::yes) spinQueued(*m_waiter.links[0].object, m_self);
+        if (toSignal != nullptr) spinQueued(*m_waiter.links[0].object, m_self);
         for (;;) {
             park(m_self, std::min(m_deadline, m_nextDue));
             if (finished()) return m_waiter.result;
@@ -248,7 +246,6 @@ class SlowWait {
     ThreadRecord& m_self;
     Waiter& m_waiter;
     const std::uint32_t m_timeout;
-    const Spin m_spin;  // before the first sleep; the caller has not spun
     Deadline m_deadline = Deadline::never();
     Deadline m_nextDue = Deadline::never();
     Deadline m_handOver = Deadline::never();  // set when another thread first takes the mutex before this one
@@ -260,8 +257,7 @@ std::uint32_t waitSlowly(ThreadRecord& self, WaitObject& object, std::uint32_t t
     Waiter waiter;
     waiter.links = &link;
     waiter.count = 1;
-    const auto spin = toSignal != nullptr ? SlowWait::Spin::yes : SlowWait::Spin::no;
-    return SlowWait(self, waiter, timeout, spin).run(toSignal);
+    return SlowWait(self, waiter, timeout).run(toSignal);
 }
 
 // Waits for an object that the fast path did not take.
@@ -415,7 +411,7 @@ std::uint32_t waitForMany(std::span<const WaitHandle> objects, bool all, std::ui
     waiter.links = links.data();
     waiter.count = objects.size();
     waiter.all = all;
-    return SlowWait(currentRecord(), waiter, timeout, SlowWait::Spin::no).run(nullptr);
+    return SlowWait(currentRecord(), waiter, timeout).run(nullptr);
 }
 
 std::uint32_t signalAndWait(WaitHandle toSignal, WaitHandle toWait, std::uint32_t timeout) noexcept {

@@ -233,7 +233,7 @@ void Dispatcher::dequeue(Waiter& waiter) noexcept {
 }
 
 void Dispatcher::finish(WaitObject& object, Waiter& waiter, Waiter::Outcome outcome, std::uint32_t result) noexcept {
-    object.lastWaker.store(WaitObject::wakerOf(m_self.id, currentProcessor()), std::memory_order_relaxed);
+    object.hint.lastWaker.store(SpinHint::wakerOf(m_self.id, currentProcessor()), std::memory_order_relaxed);
     dequeue(waiter);
     waiter.outcome = outcome;
     waiter.result = result;

@@ -76,6 +76,19 @@ struct Waiter {
     std::uint32_t result = kWaitFailed;
 };
 
+/// Hints for the next wait: whether a spin pays.
+struct SpinHint {
+    static constexpr std::uint32_t kProcessor = 0xFFFF;  // the bits of the processor
+    static constexpr std::uint32_t kNoWaker = kProcessor;
+
+    static std::uint32_t wakerOf(std::uint32_t id, unsigned processor) noexcept {
+        return id << 16 | (processor & kProcessor);
+    }
+
+    std::atomic<std::uint32_t> failures{0};          // successive spins without success
+    std::atomic<std::uint32_t> lastWaker{kNoWaker};  // the thread that ended the last wait, and its processor
+};
+
 /// A waitable object.
 class WaitObject {
   public:
@@ -89,12 +102,6 @@ class WaitObject {
     // Values of the owner word of a mutex that are no ids.
     static constexpr std::uint32_t kNoOwner = 0;
     static constexpr std::uint32_t kReserved = 0xFFFFFFFF;
-
-    // A hint: the thread that woke another one, and its processor in the lower bits.
-    static constexpr std::uint32_t kWakerProcessor = 0xFFFF;
-    static std::uint32_t wakerOf(std::uint32_t id, unsigned processor) noexcept {
-        return id << 16 | (processor & kWakerProcessor);
-    }
 
     explicit WaitObject(Kind objectKind) noexcept : kind(objectKind) {}
     WaitObject(const WaitObject&) = delete;
@@ -116,9 +123,8 @@ class WaitObject {
     // Mutex: the levels of the owner beyond the first. So taking a free mutex writes only the owner. Written by the
     // owner, or by the thread that takes the mutex for it.
     std::atomic<std::uint32_t> innerLevels{0};
-    std::atomic<std::uint32_t> failedSpins{0};              // successive spins without success; a hint for the next one
-    std::atomic<std::uint32_t> lastWaker{kWakerProcessor};  // wakerOf the thread that woke the last waiting thread
-    std::uint32_t forks = 0;                                // thread: forkCount of its process
+    SpinHint hint;
+    std::uint32_t forks = 0;  // thread: forkCount of its process
 
     // Guarded by the dispatcher lock.
     IntrusiveList<Link, &Link::inQueue> queue;

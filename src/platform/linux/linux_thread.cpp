@@ -50,38 +50,48 @@ struct EndedThread {
     }
 };
 constinit EndedThread g_lastEnded;  // guarded by the dispatcher lock
-constinit FutexWord g_leaving{0};   // threads that are leaving and have not ended
+// The number of threads that are leaving and have not ended, and kAwaited once a thread waits for them.
+constinit FutexWord g_leaving{0};
+constexpr std::uint32_t kAwaited = 1U << 31;
 
 int controlSignal() noexcept {
     return SIGRTMIN + 6;
 }
 
 // The scheduling of new threads: that of the process when it loaded the library.
+// The kernel's sched_attr, whose header some C libraries exclude.
 struct Scheduling {
-    int policy = SCHED_OTHER;
-    sched_param parameters{};
-    int niceness = 0;
+    std::uint32_t size, policy;
+    std::uint64_t flags;
+    std::int32_t niceness;
+    std::uint32_t priority;
+    std::uint64_t runtime, deadline, period;
 };
-constinit Scheduling g_defaultScheduling;
+constinit Scheduling g_defaultScheduling{};
+
+// One call instead of three, in every new thread.
+bool readScheduling(pid_t id, Scheduling& scheduling) noexcept {
+    return syscall(SYS_sched_getattr, id, &scheduling, sizeof scheduling, 0) == 0;
+}
 
 [[gnu::constructor(101)]] void noteDefaultScheduling() noexcept {
-    const pid_t process = getpid();
-    const int policy = sched_getscheduler(process);
-    if (policy == -1 || sched_getparam(process, &g_defaultScheduling.parameters) != 0) return;
-    g_defaultScheduling.policy = policy;
-    g_defaultScheduling.niceness = getpriority(PRIO_PROCESS, static_cast<id_t>(process));
+    readScheduling(getpid(), g_defaultScheduling);
 }
 
 // Replaces the policy and niceness that a new thread inherits from its creator. If the system refuses, the thread keeps
 // them.
 void takeDefaultScheduling() noexcept {
     const Scheduling& wanted = g_defaultScheduling;
-    sched_param parameters{};
-    if (sched_getscheduler(0) != wanted.policy ||
-        (sched_getparam(0, &parameters) == 0 && parameters.sched_priority != wanted.parameters.sched_priority)) {
-        systemCall("inheritScheduling", [&] { return sched_setscheduler(0, wanted.policy, &wanted.parameters); });
+    Scheduling present{};
+    if (!readScheduling(0, present)) return;
+    if (present.policy != wanted.policy || present.priority != wanted.priority) {
+        const sched_param parameters{static_cast<int>(wanted.priority)};
+        systemCall("inheritScheduling",
+                   [&] { return sched_setscheduler(0, static_cast<int>(wanted.policy), &parameters); });
+        // A real-time policy hides the niceness.
+        readScheduling(0, present);
     }
-    if (getpriority(PRIO_PROCESS, 0) != wanted.niceness) {
+    if (present.niceness != wanted.niceness) {
         systemCall("inheritScheduling", [&] { return setpriority(PRIO_PROCESS, 0, wanted.niceness); });
     }
 }
@@ -265,9 +275,10 @@ void awaitLeavingThreads() noexcept {
     ThreadRecord& self = currentRecord();
     const Deadline giveUp = Deadline::after(kLeaveWithin);
     const std::uint32_t own = self.leaving ? 1 : 0;
+    g_leaving.fetch_or(kAwaited, std::memory_order_relaxed);
     for (;;) {
         const std::uint32_t leaving = g_leaving.load(std::memory_order_acquire);
-        if (leaving <= own || giveUp.hasPassed()) break;
+        if ((leaving & ~kAwaited) <= own || giveUp.hasPassed()) break;
         futexWait(g_leaving, leaving, giveUp);
     }
     EndedThread last;
@@ -294,7 +305,7 @@ void runPendingControl(ThreadRecord& self) noexcept {
 
 void finishThread(ThreadObject& thread, ThreadRecord& self) noexcept {
     EndedThread before;
-    bool closed = false;
+    bool closed = false, awaited = false;
     {
         Dispatcher dispatcher(self);
         detachThread(dispatcher, self);
@@ -302,9 +313,11 @@ void finishThread(ThreadObject& thread, ThreadRecord& self) noexcept {
         // An open handle may be closed after this block, and the object is freed with it.
         closed = thread.closed;
         if (closed) before = std::exchange(g_lastEnded, {true, pthread_self()});
-        if (std::exchange(self.leaving, false)) g_leaving.fetch_sub(1, std::memory_order_release);
+        if (std::exchange(self.leaving, false)) {
+            awaited = (g_leaving.fetch_sub(1, std::memory_order_release) & kAwaited) != 0;
+        }
     }
-    futexWake(&g_leaving, kAllSleepers);
+    if (awaited) futexWake(&g_leaving, kAllSleepers);
     if (!closed) return;
     before.join();
     delete &thread;

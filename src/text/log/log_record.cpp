@@ -19,8 +19,9 @@
 namespace KestSupport {
 
 KestLogging* KestLogRecord::begin(int level, std::string_view module) {
-    KestLogging& logging = KestLogging::getInstance();
-    if (!module.empty() && level != 0 && logging.m_pState->moduleLevel(module, level) < level) return nullptr;
+    KestLogging* const logging = KestLogging::m_pInstance.load(std::memory_order_acquire);
+    if (logging == nullptr) return nullptr;  // its end has begun since the test of the level
+    if (!module.empty() && level != 0 && logging->m_pState->moduleLevel(module, level) < level) return nullptr;
     m_level = level;
     m_exceptions = std::uncaught_exceptions();
     m_size = 0;
@@ -28,7 +29,7 @@ KestLogging* KestLogRecord::begin(int level, std::string_view module) {
     m_text = m_small;
     append(module);
     m_moduleSize = m_size;
-    return &logging;
+    return logging;
 }
 
 void KestLogRecord::finish() noexcept {

@@ -31,6 +31,7 @@ awk -v expected="$work/expected" '
     inside && (file || shell || console) { print }
     END { print "exit 0" }
 ' "$page" >"$work/script"
+[ -s "$work/expected" ] || { echo "$page has no commands with their output"; exit 1; }
 
 # What differs between two runs.
 same() {

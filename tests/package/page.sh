@@ -5,7 +5,7 @@
 #   ```console         commands after "$ ", each with its output. Times and the numbers of processes and threads may differ
 set -uo pipefail
 page=$(realpath "$1") prefix=$2 work=$(mktemp -d)
-trap 'kestsc stop-all --force >/dev/null 2>&1; rm -rf "$work"' EXIT
+trap '{ kill -- -"${script-}"; kestsc stop-all --force; } >/dev/null 2>&1; rm -rf "$work"' EXIT
 mkdir "$work/bin" "$work/home" && ln -s "$3" "$work/bin/c++" && ln -s "$prefix" "$work/home/kest" && cd "$work/home" || exit 1
 
 export CCACHE_DIR=${CCACHE_DIR:-$(ccache -k cache_dir 2>/dev/null)} CCACHE_BASEDIR=$work CCACHE_NOHASHDIR=1
@@ -38,5 +38,8 @@ same() {
     sed -E "s,$HOME,/home/user,g; s,$prefix,/home/user/kest,g; s/[0-9]{8}_[0-9:]{8}/TIME/; s/\[[0-9]+\]/[ID]/; s/^(Process +)[0-9]+/\1ID/
             s/[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9:]{8} \(.*ago\)/TIME/"
 }
-bash "$work/script" >"$work/transcript" 2>&1 </dev/null || { echo "$page: a command failed"; cat "$work"/{transcript,script.log} 2>/dev/null; exit 1; }
+set -m  # the script and what it leaves have a process group of their own
+bash "$work/script" >"$work/transcript" 2>&1 </dev/null &
+script=$!
+wait "$script" || { echo "$page: a command failed"; cat "$work"/{transcript,script.log} 2>/dev/null; exit 1; }
 diff -u --label "$page" --label "what happened" <(same <"$work/expected") <(same <"$work/transcript")

@@ -23,9 +23,9 @@
 // Mark a class template of which the library exports instantiations, and the declarations and definitions of these. By
 // the rules of MSVC, the export belongs to the definition and the import to the declaration, and the template has none.
 #if !defined(_MSVC_LANG)
-#define KEST_SUPPORT_EXPORT_TEMPLATE KEST_SUPPORT_EXPORT
-#define KEST_SUPPORT_EXPORT_DECLARED KEST_SUPPORT_EXPORT
-#define KEST_SUPPORT_EXPORT_DEFINED
+#define KEST_SUPPORT_EXPORT_TEMPLATE KEST_SUPPORT_EXPORT  ///< marks a class template
+#define KEST_SUPPORT_EXPORT_DECLARED KEST_SUPPORT_EXPORT  ///< marks the declaration of an instantiation
+#define KEST_SUPPORT_EXPORT_DEFINED                       ///< marks the definition of an instantiation
 #elif defined(KEST_SUPPORT_BUILD)
 #define KEST_SUPPORT_EXPORT_TEMPLATE
 #define KEST_SUPPORT_EXPORT_DECLARED

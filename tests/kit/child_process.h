@@ -23,7 +23,7 @@ class ChildProcess {
     struct Options {
         std::string directory = {};  ///< the child's working directory; empty: ours
         std::string command = {};    ///< shell commands to run first, such as "ulimit -f 0"
-        bool terminal = false;       ///< standard error is a new terminal
+        bool terminal = false;       ///< standard error is a new terminal; on Windows the child has a console
         std::string input = {};      ///< a file for standard input, which is empty without one
     };
 
@@ -31,6 +31,8 @@ class ChildProcess {
     ChildProcess(const std::string& program, const std::vector<std::string>& arguments, const Options& options);
     ChildProcess(const std::string& program, const std::vector<std::string>& arguments);
     static ChildProcess inRole(const std::string& role, const std::vector<std::string>& arguments = {});
+    static ChildProcess inRole(const std::string& role, const std::vector<std::string>& arguments,
+                               const Options& options);
 
     /// Whether this process has a child, an ended one that was not waited for included.
     static bool anyLeft();

@@ -23,9 +23,14 @@ std::map<std::string, ChildRole::Main>& roles() {
 }  // namespace
 
 ChildProcess ChildProcess::inRole(const std::string& role, const std::vector<std::string>& arguments) {
+    return inRole(role, arguments, {});
+}
+
+ChildProcess ChildProcess::inRole(const std::string& role, const std::vector<std::string>& arguments,
+                                  const Options& options) {
     std::vector<std::string> all{std::string(kRoleOption) + role};
     all.insert(all.end(), arguments.begin(), arguments.end());
-    return ChildProcess(g_thisProgram, all);
+    return ChildProcess(g_thisProgram, all, options);
 }
 
 std::string ChildProcess::commandOfRole(const std::string& role, const std::string& folder) {

@@ -30,8 +30,10 @@ struct ServiceFixture : testing::Test {
         s_folder = servicesAreOfTheTest() ? "" : state.path();
     }
     ~ServiceFixture() override {
-        for (const auto& each : list())
-            run("end " + each.name + (s_folder.empty() ? "" : "; remove " + each.name));
+        for (const auto& each : list()) {
+            endService(each.name);
+            if (!s_folder.empty()) Opened(each.name).call(&Manager::deleteService);
+        }
     }
 
     /// The name that the manager has for a service of the test.
@@ -123,6 +125,11 @@ struct ServiceFixture : testing::Test {
         const std::uint32_t process = query(name).processId;
         if (servicesAreOfTheTest() || Opened(name).call(&Manager::control, 1u, answer) != 0)
             ChildProcess::kill(process);
+        awaitState(name, 1);
+    }
+    static void awaitState(const std::string& name, std::uint32_t wanted) {
+        const auto isReached = [=](std::uint32_t state) { return state == wanted || state == 0; };
+        await([&] { return isReached(query(name).currentState); });
     }
 
     static std::string runStep(const std::string& step) {
@@ -143,13 +150,8 @@ struct ServiceFixture : testing::Test {
             return std::to_string(status.currentState) + "/" + std::to_string(status.controlsAccepted) + "/" +
                    std::to_string(status.exitCode) + (status.processId != 0 ? "p" : "");
         }
-        if (verb == "end") endService(name);
-        if (verb == "end" || verb == "await") {
-            const std::uint32_t wanted = verb == "end" ? 1 : numberOf(rest.at(0));
-            const auto isReached = [=](std::uint32_t state) { return state == wanted || state == 0; };
-            await([&] { return isReached(query(name).currentState); });
-            return "";
-        }
+        if (verb == "end") return endService(name), "";
+        if (verb == "await") return awaitState(name, numberOf(rest.at(0))), "";
         const Opened service(name);
         if (verb == "start") return std::to_string(service.call(&Manager::startService, rest));
         if (verb == "kill") return std::to_string(service.call(&Manager::endService));

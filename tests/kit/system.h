@@ -30,8 +30,12 @@ bool hangUpThisProgram();
 extern const char* const kLongNameFails;
 /// Whether the system has a load average.
 extern const bool kHasLoadAverage;
-/// Whether ChildProcess::interrupt reaches a child process.
-bool childrenAreInterrupted();
+/// Sends this program what Ctrl+C sends. On Windows it needs a console.
+void interruptThisProgram();
+/// Whether the exit code is that of a program that Ctrl+C has ended.
+bool isEndByInterrupt(int exitCode);
+/// The steps of the system that the first handler of console events takes.
+extern const int kConsoleSteps;
 /// Ends the calling thread by the system's own function. Null if that does not unwind the stack.
 extern int (*const kThreadExit)();
 /// Whether the system shows the name, or the part of it that it takes, for the calling thread. True if it has no names.

@@ -35,9 +35,13 @@ bool hangUpThisProgram() {
 const char* const kLongNameFails = "File name too long";
 const bool kHasLoadAverage = true;
 
-bool childrenAreInterrupted() {
-    return true;
+void interruptThisProgram() {
+    raise(SIGINT);
 }
+bool isEndByInterrupt(int exitCode) {
+    return exitCode == -SIGINT;
+}
+const int kConsoleSteps = 2;
 
 bool servicesAreOfTheTest() {
     return true;

@@ -14,6 +14,52 @@ namespace kit {
 
 namespace platform = KestSupport::platform;
 
+namespace {
+
+// Runs a program in a console of its own, which no user sees, with the standard handles of this process.
+int runInConsole(const std::vector<std::string>& words) {
+    using Create = HRESULT(WINAPI*)(COORD, HANDLE, HANDLE, DWORD, void**);
+    const auto create = reinterpret_cast<Create>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "CreatePseudoConsole")));
+    HANDLE typed[2]{}, shown[2]{};
+    void* console = nullptr;
+    if (create == nullptr || !CreatePipe(&typed[0], &typed[1], nullptr, 0) ||
+        !CreatePipe(&shown[0], &shown[1], nullptr, 0) || FAILED(create({80, 25}, typed[0], shown[1], 0, &console)))
+        throw std::runtime_error("no console");
+    std::thread([pipe = shown[0]] {
+        char buffer[4096];
+        for (DWORD count = 0; ReadFile(pipe, buffer, sizeof buffer, &count, nullptr);) {
+        }
+    }).detach();
+    constexpr DWORD_PTR kPseudoConsole = 0x00020016;
+    SIZE_T size = 0;
+    InitializeProcThreadAttributeList(nullptr, 2, 0, &size);
+    std::vector<char> memory(size);
+    STARTUPINFOEXA startup{};
+    startup.lpAttributeList = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(memory.data());
+    InitializeProcThreadAttributeList(startup.lpAttributeList, 2, 0, &size);
+    HANDLE handles[] = {GetStdHandle(STD_OUTPUT_HANDLE), GetStdHandle(STD_ERROR_HANDLE)};
+    UpdateProcThreadAttribute(startup.lpAttributeList, 0, kPseudoConsole, console, sizeof console, nullptr, nullptr);
+    UpdateProcThreadAttribute(startup.lpAttributeList, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, handles, sizeof handles,
+                              nullptr, nullptr);
+    startup.StartupInfo.cb = sizeof startup;
+    startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
+    startup.StartupInfo.hStdOutput = handles[0];
+    startup.StartupInfo.hStdError = handles[1];
+    PROCESS_INFORMATION started{};
+    std::string line = platform::joinArguments(words);
+    if (!CreateProcessA(nullptr, line.data(), nullptr, nullptr, TRUE, EXTENDED_STARTUPINFO_PRESENT, nullptr, nullptr,
+                        &startup.StartupInfo, &started))
+        throw std::runtime_error("no process in a console");
+    DWORD code = 0;
+    WaitForSingleObject(started.hProcess, INFINITE);
+    GetExitCodeProcess(started.hProcess, &code);
+    return static_cast<int>(code);
+}
+const ChildRole g_inConsole("in console", runInConsole);
+
+}  // namespace
+
 struct ChildProcess::State {
     platform::Process process;
     bool ended = false;
@@ -60,8 +106,9 @@ struct ChildProcess::State {
 ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments,
                            const Options& options)
     : m_state(std::make_unique<State>()) {
-    if (!options.command.empty() || options.terminal) throw std::runtime_error("no shell and no terminal here");
+    if (!options.command.empty()) throw std::runtime_error("no shell here");
     std::vector<std::string> words{program};
+    if (options.terminal) words = {program, "--child-role=in console", program};
     words.insert(words.end(), arguments.begin(), arguments.end());
     platform::ProcessRequest request;
     request.commandLine = platform::joinArguments(words);

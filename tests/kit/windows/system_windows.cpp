@@ -39,9 +39,14 @@ bool hangUpThisProgram() {
 const char* const kLongNameFails = "No such file or directory";
 const bool kHasLoadAverage = false;
 
-bool childrenAreInterrupted() {
-    return GetConsoleWindow() != nullptr;
+void interruptThisProgram() {
+    GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0);
 }
+// Wine ends such a program with 0.
+bool isEndByInterrupt(int exitCode) {
+    return exitCode == 0 || exitCode == static_cast<int>(STATUS_CONTROL_C_EXIT);
+}
+const int kConsoleSteps = 1;
 
 bool servicesAreOfTheTest() {
     return false;

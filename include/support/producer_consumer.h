@@ -68,7 +68,8 @@ class KEST_SUPPORT_EXPORT KestBaseProducerConsumer {
     void lockSyncMutex();
     /// Releases one level.
     void unlockSyncMutex();
-    /// Wakes every thread that waits now; when there is none, the next one to wait.
+    /// Wakes every thread that waits now; when there is none, the next one to wait. A thread that holds the mutex may
+    /// wake them when it releases its last level.
     void setSyncEvent();
     /// Called with one level of the mutex held: releases it, waits for the event without limit, and returns with the
     /// mutex held again and the event reset. No set between the first two steps is missed. Another thread may take the

@@ -46,6 +46,10 @@ bool resetEvent(WaitHandle event) noexcept;
 /// Releases the threads that wait now (one for an auto-reset event) and leaves the event not signalled.
 bool pulseEvent(WaitHandle event) noexcept;
 
+/// Returns whether a thread waits for the event while the calling thread owns the mutex. A back end that does not know
+/// returns false.
+bool isAwaited(WaitHandle event, WaitHandle mutex) noexcept;
+
 /// Returns a new mutex without an owner, or null if memory is short.
 WaitHandle createMutex() noexcept;
 /// The same for a mutex that is used by waitForOne, releaseMutex, mutexLevels and closeHandle only. On every system it

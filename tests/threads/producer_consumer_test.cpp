@@ -27,6 +27,7 @@ struct Exchange : KestBaseProducerConsumer {
     using KestBaseProducerConsumer::KestBaseProducerConsumer;
     using KestBaseProducerConsumer::lockSyncMutex;
     using KestBaseProducerConsumer::m_sentinel;
+    using KestBaseProducerConsumer::setSyncEvent;
     using KestBaseProducerConsumer::unlockSyncMutex;
 
     // Returns whether a waiting thread passes within the time after the call of `produce`.
@@ -71,6 +72,27 @@ TEST(ProducerConsumer, WakesOneWaitForEachSentinel) {
     EXPECT_TRUE(exchange.passesWithin(kLong)) << "the signal stays";
     EXPECT_EQ(log.messages(),
               (std::vector{waiting, adding, waiting, adding, prefix + "clearing queue", waiting, adding}));
+}
+
+TEST(ProducerConsumer, WakesForASetUnderTheMutex) {
+    Queue queue;
+    Exchange exchange(queue);
+    const auto setAfter = [&](int levels) {
+        for (int i = 0; i < levels; ++i)
+            exchange.lockSyncMutex();
+        exchange.setSyncEvent();
+    };
+    EXPECT_TRUE(exchange.passesWithin(kLong, [&] {
+        setAfter(2);
+        exchange.unlockSyncMutex();
+        exchange.unlockSyncMutex();
+    }));
+    EXPECT_TRUE(exchange.passesWithin(kLong, [&] {
+        std::jthread(setAfter, 1).join();
+        exchange.lockSyncMutex();
+        exchange.unlockSyncMutex();
+    })) << "when the owner has ended";
+    EXPECT_FALSE(exchange.passesWithin(kNotYet));
 }
 
 TEST(ProducerConsumer, LocksInsideAnOpenRecord) {

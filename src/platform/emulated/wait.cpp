@@ -317,6 +317,11 @@ bool pulseEvent(WaitHandle event) noexcept {
     return true;
 }
 
+bool isAwaited(WaitHandle event, WaitHandle mutex) noexcept {
+    return (event->word.load(std::memory_order_relaxed) & WaitObject::kQueued) != 0 &&
+           mutex->owner.load(std::memory_order_relaxed) == currentRecord().id;
+}
+
 WaitHandle createMutex() noexcept {
     return newObject(Kind::mutex, 0, "createMutex");
 }

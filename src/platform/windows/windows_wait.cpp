@@ -67,6 +67,10 @@ bool pulseEvent(WaitHandle event) noexcept {
     return PulseEvent(systemHandle(event));
 }
 
+bool isAwaited(WaitHandle, WaitHandle) noexcept {
+    return false;
+}
+
 WaitHandle createMutex() noexcept {
     if (injectedFault("createMutex") != 0) return nullptr;
     return waitHandle(CreateMutexW(nullptr, FALSE, nullptr));

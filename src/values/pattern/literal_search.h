@@ -44,7 +44,7 @@ class LiteralSearch {
 
     bool isAt(const CharT* place) const {
         return place[m_rarest] == m_literal[m_rarest] &&
-               std::memcmp(place, m_literal.data(), m_literal.size() * sizeof(CharT)) == 0;
+               (m_literal.size() == 1 || std::memcmp(place, m_literal.data(), m_literal.size() * sizeof(CharT)) == 0);
     }
 
     /// Returns the first place of the literal from `low` up to, but not including, `high`; npos if there is none. The

@@ -72,17 +72,19 @@ auto KestRegularExpressionImplementation<StringType>::snapshot() const -> Snapsh
     return m_pCompiled;
 }
 
-// For a short text the owner of the lock keeps it, since the two counts of a reference would take a third of the time.
-// A thread that sets a pattern then waits for the end of the search.
+// For a short search the owner of the lock keeps it, since the two counts of a reference would take a third of the
+// time. A thread that sets a pattern then waits for the end of the search, of at most 65,536 times the pattern's size.
 template <typename StringType>
 std::size_t KestRegularExpressionImplementation<StringType>::find(const StringType& text, std::size_t& length,
                                                                   std::size_t start, Length wanted) const {
-    constexpr std::size_t kShort = 256;
+    constexpr std::size_t kShortText = 256;
     Snapshot compiled;
     {
         const internal::BiasedGuard guard(m_bias, m_tokenLock);
         const auto& program = m_pCompiled->program;
-        if (guard.isOwner() && text.size() <= kShort && program.steps.size() <= internal::kFewSteps &&
+        const bool isAtStart = program.hasBegin && wanted == Length::OfMatch;
+        const std::size_t most = isAtStart ? kShortText * kShortText : kShortText;
+        if (guard.isOwner() && text.size() <= most && program.steps.size() <= internal::kFewSteps &&
             !internal::isLogged(internal::kExpressionTraceLevel)) {
             return findQuickly(program, text, length, start, wanted == Length::OfMatch);
         }

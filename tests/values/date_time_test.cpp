@@ -1,5 +1,6 @@
 // Tests which dates KestDateTime reads, accepts, computes and writes, and compares its zone data with the C runtime.
 #include <support/date_time.h>
+#include <support/locales.h>
 
 #include <algorithm>
 #include <chrono>
@@ -368,6 +369,18 @@ TEST(DateTime, WritesTextsOfItsLocale) {
     copy.setHour(0);
     const std::string first = dateAndTime(1, 0, 70, 4, 0, 0);
     EXPECT_EQ(texts(copy), first + "|01/01/70|00:00:00|Thursday|January|" + first + "|");
+    const std::locale byDefault = KestSupport::KestLocaleFactory::getDefaultLocale(false);
+    const std::locale withItsFacets(byDefault, new std::ctype<char>);  // not the same locale
+    for (int month = 0; month < 12; ++month) {
+        D each = dateOf(std::to_string(3 + 2 * month) + '/' + std::to_string(1 + month) + "/2004 " +
+                        std::to_string(2 * month) + ":5:59");
+        const auto textsBy = [&each](const std::locale& locale) {
+            each.set(locale);
+            return std::vector{each.toString(), each.timeToString(), each.dateToString(), each.weekdayName(),
+                               each.monthName()};
+        };
+        EXPECT_EQ(textsBy(byDefault), textsBy(withItsFacets));
+    }
 }
 
 TEST(DateTime, SharesZoneDataBetweenThreads) {

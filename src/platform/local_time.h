@@ -16,7 +16,7 @@ namespace KestSupport::platform {
 std::uint32_t localZone();
 
 /// The same, but looks at the system's zone file first if TZ is not set. Called before conversions of the runtime, so
-/// that all of them use the state of the file that has the number.
+/// that all of them use the state of the file that has the number. A back end may look once a second.
 std::uint32_t localZoneOfNow();
 
 /// Stores the fields of an instant in the local zone, with the zone name if the runtime has a member for it. Returns

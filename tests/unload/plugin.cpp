@@ -1,4 +1,4 @@
-// A plug-in that uses the support library. program.cpp loads and unloads it.
+// A plug-in that uses the support library. The program of each system loads and unloads it.
 #include <support/date_time.h>
 #include <support/exceptions.h>
 #include <support/object_factory.h>
@@ -6,6 +6,7 @@
 #include <support/timers.h>
 #include <support/utilities.h>
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -21,16 +22,18 @@ namespace {
 std::mutex g_lock;
 std::vector<std::unique_ptr<KestTimer>> g_timers;
 
-void leaveTimer() {
+void leaveTimers() {
     const std::lock_guard guard(g_lock);
-    g_timers.push_back(std::make_unique<KestTimer>(3'600'000, false));
-    g_timers.back()->reset();
+    for (const int period : {1, 3'600'000}) {
+        g_timers.push_back(std::make_unique<KestTimer>(period, false));
+        g_timers.back()->reset();
+    }
 }
 
 }  // namespace
 
 // Uses the parts that attach the calling thread, create threads, register with the C runtime and keep memory, and
-// leaves a timer active. Returns whether all of it worked.
+// leaves timers active. Returns whether all of it worked.
 extern "C" __attribute__((visibility("default"))) bool useLibrary() {
     KestTimer timer(1, false);
     timer.reset();
@@ -38,7 +41,7 @@ extern "C" __attribute__((visibility("default"))) bool useLibrary() {
     KestThread thread;
     thread.start();
     thread.wait(-1);
-    leaveTimer();
+    leaveTimers();
     KestDateTime().toString();
     KestGetEnvironmentVariable("none");
     try {
@@ -46,4 +49,16 @@ extern "C" __attribute__((visibility("default"))) bool useLibrary() {
     } catch (const KestException& e) {
         return e.getText() == "text" && e.getCode() == 3;
     }
+}
+
+// Starts a thread that never ends.
+extern "C" __attribute__((visibility("default"))) void runForEver() {
+    struct Endless : KestThread {
+        int run() override {
+            for (std::atomic<bool> endless{true}; endless;) {
+            }
+            return 0;
+        }
+    };
+    (new Endless)->start();
 }

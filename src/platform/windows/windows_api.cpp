@@ -1,38 +1,65 @@
 #include "platform/windows/windows_api.h"
 
-#include <algorithm>
+#include "platform/text.h"
 
 namespace KestSupport::platform {
 
+namespace {
+
+// Empty if the path is not valid. The current folder may change between two calls.
+std::wstring absolutePath(const std::wstring& path) {
+    std::wstring full(MAX_PATH, L'\0');
+    for (;;) {
+        const auto room = static_cast<DWORD>(full.size());
+        const DWORD length = GetFullPathNameW(path.c_str(), room, full.data(), nullptr);
+        full.resize(length);
+        if (length < room) return full;
+    }
+}
+
+std::wstring withoutLimit(const std::wstring& full) {
+    if (full.empty() || full.starts_with(L"\\\\?\\") || full.starts_with(L"\\\\.\\")) return full;
+    return full.starts_with(L"\\\\") ? L"\\\\?\\UNC" + full.substr(1) : L"\\\\?\\" + full;
+}
+
+}  // namespace
+
 std::wstring wideText(std::string_view text) {
-    const int length = static_cast<int>(text.size());
     std::wstring wide(text.size(), L'\0');
-    const int units =
-        length == 0 ? 0
-                    : MultiByteToWideChar(CP_ACP, 0, text.data(), length, wide.data(), static_cast<int>(wide.size()));
-    wide.resize(static_cast<std::size_t>(units));
+    auto* const units = reinterpret_cast<unsigned short*>(wide.data());
+    wide.resize(widenText(ansiCodePage(), text.data(), text.size(), units, wide.size()));
     return wide;
 }
 
 std::string ansiText(std::wstring_view text) {
-    const int length = static_cast<int>(text.size());
-    if (length == 0) return {};
-    const int bytes = WideCharToMultiByte(CP_ACP, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
-    std::string narrow(static_cast<std::size_t>(bytes), '\0');
-    WideCharToMultiByte(CP_ACP, 0, text.data(), length, narrow.data(), bytes, nullptr, nullptr);
+    constexpr std::size_t kMostBytesOfUnit = 4;
+    std::string narrow(text.size() * kMostBytesOfUnit, '\0');
+    const auto* const units = reinterpret_cast<const unsigned short*>(text.data());
+    narrow.resize(narrowText(ansiCodePage(), units, text.size(), narrow.data(), narrow.size()));
     return narrow;
 }
 
+// A folder's path has to leave room for a file name of the old form, 8 + 1 + 3 characters.
 std::wstring systemPath(std::string_view path) {
-    // A folder's path has to leave room for a file name of the old form, 8 + 1 + 3 characters.
     constexpr std::size_t kLongestUsualPath = MAX_PATH - 13;
     std::wstring wide = wideText(path);
-    if (wide.size() < kLongestUsualPath || wide.starts_with(L"\\\\?\\")) return wide;
-    const DWORD room = GetFullPathNameW(wide.c_str(), 0, nullptr, nullptr);
-    std::wstring full(room, L'\0');
-    full.resize(GetFullPathNameW(wide.c_str(), room, full.data(), nullptr));
-    if (full.empty()) return wide;
-    return full.starts_with(L"\\\\") ? L"\\\\?\\UNC" + full.substr(1) : L"\\\\?\\" + full;
+    const std::wstring full = absolutePath(wide);
+    return full.size() < kLongestUsualPath ? wide : withoutLimit(full);
+}
+
+std::wstring folderPath(std::string_view path) {
+    constexpr std::size_t kDriveRoot = 3;  // "C:\"
+    std::wstring full = absolutePath(wideText(path));
+    while (full.size() > kDriveRoot && full.back() == L'\\')
+        full.pop_back();
+    return withoutLimit(full);
+}
+
+HMODULE thisModule(ModuleReference reference) noexcept {
+    const auto* const address = reinterpret_cast<const wchar_t*>(reinterpret_cast<const void*>(&thisModule));
+    HMODULE module = nullptr;
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | static_cast<DWORD>(reference), address, &module);
+    return module;
 }
 
 // No header declares the system's function.

@@ -23,6 +23,17 @@ std::string ansiText(std::wstring_view text);
 /// A path for the system. One that is too long for the usual limit is made absolute and gets the prefix "\\?\", which
 /// lifts the limit.
 std::wstring systemPath(std::string_view path);
+/// The same for a folder below which folders of any depth follow: always without the limit. A separator at the end is
+/// removed, since it would make the system follow a link.
+std::wstring folderPath(std::string_view path);
+
+/// The module that contains this code: the library, or the program that contains it.
+enum class ModuleReference : DWORD {
+    none = GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+    taken = 0,  ///< the module stays loaded until FreeLibrary
+    forEver = GET_MODULE_HANDLE_EX_FLAG_PIN,
+};
+HMODULE thisModule(ModuleReference reference) noexcept;
 
 /// The environment variable in this process; empty when it is not set.
 std::wstring environmentVariable(const wchar_t* name);

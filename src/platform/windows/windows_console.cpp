@@ -50,6 +50,8 @@ bool openConsoleEvents(ConsoleEvents kind, ConsoleEventSink sink) {
     if (g_turn.load(std::memory_order_relaxed) == nullptr) {
         const HANDLE turn = CreateEventW(nullptr, FALSE, TRUE, nullptr);
         if (turn == nullptr) return false;
+        // An event may arrive, or its routine still run, after the last handler has been removed.
+        thisModule(ModuleReference::forEver);
         g_turn.store(turn, std::memory_order_release);
     }
     g_sink.store(sink, std::memory_order_release);

@@ -5,6 +5,18 @@
 namespace KestSupport::platform {
 namespace {
 
+// Without it, the system may ask the user about a damaged file or a missing disk.
+class NoDialogs {
+  public:
+    NoDialogs() noexcept { SetThreadErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX, &m_before); }
+    NoDialogs(const NoDialogs&) = delete;
+    NoDialogs& operator=(const NoDialogs&) = delete;
+    ~NoDialogs() { SetThreadErrorMode(m_before, nullptr); }
+
+  private:
+    DWORD m_before = 0;
+};
+
 LibraryHandle refuse(ErrorCode error, std::string& message) {
     message = errorMessage(error);
     return nullptr;
@@ -20,6 +32,7 @@ LibraryHandle loadLibrary(const std::string& name, std::string& message) {
     for (wchar_t& unit : path) {
         if (unit == L'/') unit = L'\\';
     }
+    const NoDialogs quiet;
     const HMODULE module = LoadLibraryW(path.c_str());
     return module != nullptr ? static_cast<LibraryHandle>(module) : refuse(GetLastError(), message);
 }

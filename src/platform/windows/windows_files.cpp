@@ -2,6 +2,7 @@
 // no part of the path can be replaced until the walk has left it.
 #include "platform/files.h"
 
+#include <new>
 #include <vector>
 
 #include "platform/windows/windows_api.h"
@@ -10,6 +11,8 @@ namespace KestSupport::platform {
 namespace {
 
 constexpr DWORD kLinkOrFolder = FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT;
+
+constexpr char kMark = '?';
 
 struct FindCloser {
     void operator()(void* search) const noexcept { FindClose(search); }
@@ -81,10 +84,6 @@ int removeEntry(const char* step, const std::wstring& path, const Remove& remove
     });
 }
 
-int errorOfDirectory(int error) noexcept {
-    return error == EACCES && GetLastError() == ERROR_DIRECTORY ? ENOTDIR : error;
-}
-
 }  // namespace
 
 int makeDirectory(const std::string& path) {
@@ -95,7 +94,7 @@ int makeDirectory(const std::string& path) {
 int removeDirectory(const std::string& path) {
     const std::wstring name = systemPath(path);
     if (isLink(name)) return ENOTDIR;
-    return errorOfDirectory(removeEntry("removeDirectory", name, [](const wchar_t* p) { return RemoveDirectoryW(p); }));
+    return removeEntry("removeDirectory", name, [](const wchar_t* p) { return RemoveDirectoryW(p); });
 }
 
 // Links are followed, which the query of attributes does not do.
@@ -142,7 +141,22 @@ struct TreeWalk::State {
         SystemHandle held;
     };
 
-    std::wstring pathOf(const char* name) const { return folders.back().path + L'\\' + wideText(name); }
+    // The name of an entry in the ANSI code page. For one that the code page lacks, it ends with a mark that no name of
+    // a file contains, and a number.
+    std::string entryName(const wchar_t* name) {
+        std::string shown = ansiText(name);
+        if (wideText(shown) == name) return shown;
+        shown.append(1, kMark).append(std::to_string(otherNames.size()));
+        otherNames.emplace_back(name);
+        return shown;
+    }
+
+    std::wstring pathOf(std::string_view entry) const {
+        const std::size_t mark = entry.rfind(kMark);
+        const std::wstring path = folders.back().path + L'\\';
+        if (mark == std::string_view::npos) return path + wideText(entry);
+        return path + otherNames[std::stoul(std::string(entry.substr(mark + 1)))];
+    }
 
     int enter(std::wstring path) {
         SystemHandle held;
@@ -163,7 +177,8 @@ struct TreeWalk::State {
 
     std::vector<Folder> folders;
     EntryReader reader;
-    std::string latest;  // name of the latest entry
+    std::string latest;                    // name of the latest entry
+    std::vector<std::wstring> otherNames;  // that the ANSI code page lacks
 };
 
 TreeWalk::TreeWalk() = default;
@@ -171,21 +186,14 @@ TreeWalk::~TreeWalk() = default;
 
 int TreeWalk::start(const std::string& path) {
     m_state = std::make_unique<State>();
-    // Absolute and without the usual limit, since folders of any depth may follow.
-    std::wstring name = wideText(path);
-    const DWORD room = GetFullPathNameW(name.c_str(), 0, nullptr, nullptr);
-    std::wstring full(room, L'\0');
-    full.resize(GetFullPathNameW(name.c_str(), room, full.data(), nullptr));
-    while (full.size() > 3 && (full.back() == L'\\' || full.back() == L'/'))
-        full.pop_back();
-    if (!full.starts_with(L"\\\\")) full.insert(0, L"\\\\?\\");
-    return m_state->enter(std::move(full));
+    return m_state->enter(folderPath(path));
 }
 
 bool TreeWalk::next(Entry& entry) {
     while (const WIN32_FIND_DATAW* const found = m_state->reader.next()) {
-        m_state->latest = ansiText(found->cFileName);
-        if (m_state->latest == "." || m_state->latest == "..") continue;
+        const std::wstring_view name = found->cFileName;
+        if (name == L"." || name == L"..") continue;
+        m_state->latest = m_state->entryName(found->cFileName);
         constexpr DWORD linkedFolder = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
         entry = {m_state->latest.c_str(), (found->dwFileAttributes & linkedFolder) == FILE_ATTRIBUTE_DIRECTORY};
         return true;
@@ -204,17 +212,21 @@ bool TreeWalk::ascend() {
 }
 
 // A link to a folder counts as a file, but only the call for folders removes it.
-int TreeWalk::removeFile(const char* name) noexcept {
+int TreeWalk::removeFile(const char* name) noexcept try {
     return removeEntry("removeEntry", m_state->pathOf(name), [](const wchar_t* path) {
         const DWORD attributes = GetFileAttributesW(path);
         const bool isFolder = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
         return isFolder ? RemoveDirectoryW(path) : DeleteFileW(path);
     });
+} catch (const std::bad_alloc&) {
+    return ENOMEM;
 }
 
-int TreeWalk::removeFolder(const char* name) noexcept {
+int TreeWalk::removeFolder(const char* name) noexcept try {
     return removeEntry("removeEntry", m_state->pathOf(name),
                        [](const wchar_t* path) { return RemoveDirectoryW(path); });
+} catch (const std::bad_alloc&) {
+    return ENOMEM;
 }
 
 }  // namespace KestSupport::platform

@@ -8,7 +8,8 @@
 namespace KestSupport::platform {
 namespace {
 
-// The routine runs on threads of the system, possibly after the object's end.
+// The routine runs on threads of the system, possibly after the object's end. So the event stays open, and the module
+// loaded.
 constinit std::atomic<int> g_request{0};
 constinit std::atomic<HANDLE> g_arrived{nullptr};
 
@@ -22,26 +23,28 @@ BOOL WINAPI onEvent(DWORD event) noexcept {
 }  // namespace
 
 struct Interruption::State {
-    SystemHandle arrived{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
     bool reported = false;
 };
 
 Interruption::Interruption() : m_state(std::make_unique<State>()) {
+    if (g_arrived.load(std::memory_order_relaxed) == nullptr) {
+        g_arrived.store(CreateEventW(nullptr, TRUE, FALSE, nullptr), std::memory_order_release);
+        thisModule(ModuleReference::forEver);
+    }
     g_request.store(0, std::memory_order_relaxed);
-    g_arrived.store(m_state->arrived.get(), std::memory_order_release);
+    ResetEvent(g_arrived.load(std::memory_order_relaxed));
     SetConsoleCtrlHandler(&onEvent, TRUE);
 }
 
 Interruption::~Interruption() {
     SetConsoleCtrlHandler(&onEvent, FALSE);
     const int request = g_request.load(std::memory_order_acquire);
-    g_arrived.store(nullptr, std::memory_order_release);
     if (request != 0 && !m_state->reported) takeEffect(request);
 }
 
 int Interruption::wait(std::uint32_t timeout) noexcept {
     const WaitMark mark;
-    if (WaitForSingleObject(m_state->arrived.get(), timeout) != WAIT_OBJECT_0) return 0;
+    if (WaitForSingleObject(g_arrived.load(std::memory_order_relaxed), timeout) != WAIT_OBJECT_0) return 0;
     m_state->reported = true;
     return g_request.load(std::memory_order_acquire);
 }

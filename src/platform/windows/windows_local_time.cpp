@@ -5,8 +5,10 @@
 #include <stdlib.h>
 #include <time.h>
 
+#include <atomic>
 #include <string>
 
+#include "platform/clock.h"
 #include "platform/process_memory.h"
 #include "platform/uninterrupted.h"
 #include "platform/windows/windows_api.h"
@@ -17,28 +19,50 @@ namespace {
 constinit ProcessList<std::string> g_zones;
 constexpr std::uint32_t kMostZones = 1000;
 
-std::string systemZone() {
+// The zones, each by its number and 1 more. A query of the system's zone reads the registry.
+constexpr std::int64_t kLookAfter = 1'000'000'000;  // nanoseconds
+constinit std::atomic<std::uint32_t> g_systemZone{0};
+constinit std::atomic<std::int64_t> g_latestLook{0};
+constinit std::atomic<std::uint32_t> g_zoneOfRuntime{0};
+
+std::uint32_t numberOf(const std::string& text) {
+    const auto isOurs = [&text](const std::string& known) { return known == text; };
+    const auto* zone = g_zones.find(isOurs);
+    if (zone == nullptr && g_zones.size() < kMostZones) zone = &g_zones.add(isOurs, text);
+    return zone == nullptr ? 0 : zone->number + 1;
+}
+
+std::uint32_t systemZone(bool ofNow) {
+    const std::uint32_t known = g_systemZone.load(std::memory_order_acquire);
+    const std::int64_t now = coarseSteadyTime();
+    if (known != 0 && !(ofNow && now - g_latestLook.load(std::memory_order_relaxed) >= kLookAfter)) return known;
     DYNAMIC_TIME_ZONE_INFORMATION zone{};
     GetDynamicTimeZoneInformation(&zone);
-    return "system " + ansiText(zone.TimeZoneKeyName) + ' ' + std::to_string(zone.Bias) + ' ' +
-           std::to_string(zone.StandardBias) + ' ' + std::to_string(zone.DaylightBias);
+    const std::uint32_t found =
+        numberOf("system " + ansiText(zone.TimeZoneKeyName) + ' ' + std::to_string(zone.Bias) + ' ' +
+                 std::to_string(zone.StandardBias) + ' ' + std::to_string(zone.DaylightBias));
+    g_latestLook.store(now, std::memory_order_relaxed);
+    g_systemZone.store(found, std::memory_order_release);
+    return found;
+}
+
+std::uint32_t useZone(bool ofNow) {
+    const Uninterrupted whileRuntimeIsLocked;
+    const char* const variable = std::getenv("TZ");
+    const std::uint32_t zone = variable == nullptr ? systemZone(ofNow) : numberOf(std::string("TZ=") + variable);
+    if (zone == 0 || g_zoneOfRuntime.load(std::memory_order_acquire) != zone) _tzset();
+    g_zoneOfRuntime.store(zone, std::memory_order_release);
+    return zone;
 }
 
 }  // namespace
 
 std::uint32_t localZone() {
-    const Uninterrupted whileRuntimeIsLocked;
-    const char* const variable = std::getenv("TZ");
-    const std::string text = variable == nullptr ? systemZone() : std::string("TZ=") + variable;
-    const auto isOurs = [&text](const std::string& known) { return known == text; };
-    const auto* zone = g_zones.find(isOurs);
-    if (zone == nullptr && g_zones.size() < kMostZones) zone = &g_zones.add(isOurs, text);
-    _tzset();
-    return zone == nullptr ? 0 : zone->number + 1;
+    return useZone(false);
 }
 
 std::uint32_t localZoneOfNow() {
-    return localZone();
+    return useZone(true);
 }
 
 bool localTime(std::int64_t instant, std::tm& result) noexcept {

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cwchar>
+#include <new>
 
 #include "platform/wait.h"
 #include "platform/windows/windows_api.h"
@@ -65,19 +66,25 @@ class StandardHandles {
 // The attribute that names the handles which the child inherits.
 class InheritedHandles {
   public:
-    explicit InheritedHandles(std::vector<HANDLE> handles) : m_handles(std::move(handles)) {
+    InheritedHandles() = default;
+    InheritedHandles(const InheritedHandles&) = delete;
+    InheritedHandles& operator=(const InheritedHandles&) = delete;
+    ~InheritedHandles() {
+        if (m_isMade) DeleteProcThreadAttributeList(list());
+    }
+
+    ErrorCode take(std::vector<HANDLE> handles) {
+        m_handles = std::move(handles);
         SIZE_T size = 0;
         InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
         m_memory.resize(size);
-        InitializeProcThreadAttributeList(list(), 1, 0, &size);
-        if (!m_handles.empty()) {
-            UpdateProcThreadAttribute(list(), 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, m_handles.data(),
-                                      m_handles.size() * sizeof(HANDLE), nullptr, nullptr);
-        }
+        return errorCall("passHandle", [&] {
+            m_isMade = InitializeProcThreadAttributeList(list(), 1, 0, &size);
+            return m_isMade && (m_handles.empty() || UpdateProcThreadAttribute(
+                                                         list(), 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, m_handles.data(),
+                                                         m_handles.size() * sizeof(HANDLE), nullptr, nullptr));
+        });
     }
-    InheritedHandles(const InheritedHandles&) = delete;
-    InheritedHandles& operator=(const InheritedHandles&) = delete;
-    ~InheritedHandles() { DeleteProcThreadAttributeList(list()); }
 
     LPPROC_THREAD_ATTRIBUTE_LIST list() noexcept {
         return reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(m_memory.data());
@@ -87,6 +94,7 @@ class InheritedHandles {
   private:
     std::vector<HANDLE> m_handles;
     std::vector<char> m_memory;
+    bool m_isMade = false;
 };
 
 bool isVariable(const std::wstring& entry, const std::wstring& name) {
@@ -99,6 +107,7 @@ bool isVariable(const std::wstring& entry, const std::wstring& name) {
 std::wstring environmentBlock(const ProcessRequest& request) {
     std::vector<std::wstring> entries;
     wchar_t* const own = GetEnvironmentStringsW();
+    if (own == nullptr) throw std::bad_alloc();
     for (const wchar_t* entry = own; *entry != L'\0'; entry += std::wcslen(entry) + 1)
         entries.emplace_back(entry);
     FreeEnvironmentStringsW(own);
@@ -130,7 +139,8 @@ ErrorCode Process::start(const ProcessRequest& request) {
     if (splitArguments(request.commandLine).empty()) return errorInvalidParameter;
     StandardHandles handles;
     if (const ErrorCode error = handles.take(request); error != 0) return error;
-    InheritedHandles inherited(handles.inherited());
+    InheritedHandles inherited;
+    if (const ErrorCode error = inherited.take(handles.inherited()); error != 0) return error;
 
     STARTUPINFOEXW startup{};
     startup.StartupInfo.cb = sizeof startup;

@@ -7,10 +7,7 @@
 namespace KestSupport::platform {
 
 void deleteProcessMemory() noexcept {
-    HMODULE module = nullptr;
-    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                       reinterpret_cast<const wchar_t*>(reinterpret_cast<const void*>(&deleteProcessMemory)), &module);
-    const bool isProgram = module == GetModuleHandleW(nullptr);
+    const bool isProgram = thisModule(ModuleReference::none) == GetModuleHandleW(nullptr);
     if (!isProgram && !isProcessEnding()) ProcessMemory::deleteAll();
 }
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <new>
 
 #include "platform/windows/windows_api.h"
 
@@ -14,8 +15,24 @@ HANDLE systemHandle(std::intptr_t handle) noexcept {
     return reinterpret_cast<HANDLE>(handle);
 }
 
+constexpr DWORD kAnySharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+bool failWith(int error) noexcept {
+    errno = error;
+    return false;
+}
+
 bool informationOf(HANDLE file, BY_HANDLE_FILE_INFORMATION& information) noexcept {
     return GetFileInformationByHandle(file, &information) != 0;
+}
+
+// The end of a file can be set with the right to write only.
+bool makeEmpty(HANDLE file) noexcept {
+    const int error = errnoCall("emptyRecordFile", [&] {
+        const SystemHandle writer(ReOpenFile(file, GENERIC_WRITE, kAnySharing, 0));
+        return writer.isOpen() && SetEndOfFile(writer.get());
+    });
+    return error == 0 || failWith(error);
 }
 
 // Returns whether all of the bytes were taken; if not, sets errno.
@@ -24,10 +41,7 @@ bool writeBytes(HANDLE file, const char* bytes, std::size_t size) noexcept {
         DWORD taken = 0;
         const auto most = static_cast<DWORD>(std::min<std::size_t>(size, 1u << 30));
         const int error = errnoCall("writeRecords", [&] { return WriteFile(file, bytes, most, &taken, nullptr) != 0; });
-        if (error != 0 || taken == 0) {
-            errno = error;
-            return false;
-        }
+        if (error != 0 || taken == 0) return failWith(error);
         bytes += taken;
         size -= taken;
     }
@@ -53,40 +67,27 @@ std::size_t writeAsText(HANDLE file, std::string_view text) noexcept {
 
 }  // namespace
 
-// Appending alone is asked for, so each write goes to the end of the file in one step.
-bool RecordFile::open(const char* name, RecordFileStart start) noexcept {
-    if (const int error = injectedFault("openRecordFile"); error != 0) {
-        errno = error;
-        return false;
+// Appending alone is asked for, so each write goes to the end of the file in one step. A link is opened itself and
+// refused, and a file is emptied through its open handle: the name may lead elsewhere by then.
+bool RecordFile::open(const char* name, RecordFileStart start) noexcept try {
+    SystemHandle file;
+    const int error = errnoCall("openRecordFile", [&] {
+        file = SystemHandle(CreateFileW(systemPath(name).c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
+                                        kAnySharing, nullptr, OPEN_ALWAYS,
+                                        FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+        return file.isOpen();
+    });
+    if (error != 0) return failWith(error);
+    BY_HANDLE_FILE_INFORMATION information;
+    if (informationOf(file.get(), information)) {
+        if ((information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) return failWith(ELOOP);
+        const bool hasText = information.nFileSizeHigh != 0 || information.nFileSizeLow != 0;
+        if (start == RecordFileStart::empty && hasText && !makeEmpty(file.get())) return false;
     }
-    try {
-        const std::wstring path = systemPath(name);
-        const DWORD attributes = GetFileAttributesW(path.c_str());
-        if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
-            errno = ELOOP;
-            return false;
-        }
-        SystemHandle created(CreateFileW(
-            path.c_str(), FILE_APPEND_DATA | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-            nullptr, start == RecordFileStart::empty ? CREATE_ALWAYS : OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-        if (!created.isOpen()) {
-            errno = errnoFromError(GetLastError());
-            return false;
-        }
-        created.close();
-        const HANDLE file = CreateFileW(path.c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
-                                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-                                        FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
-        if (file == INVALID_HANDLE_VALUE) {
-            errno = errnoFromError(GetLastError());
-            return false;
-        }
-        m_handle = reinterpret_cast<std::intptr_t>(file);
-        return true;
-    } catch (const std::bad_alloc&) {
-        errno = ENOMEM;
-        return false;
-    }
+    m_handle = reinterpret_cast<std::intptr_t>(file.release());
+    return true;
+} catch (const std::bad_alloc&) {
+    return failWith(ENOMEM);
 }
 
 void RecordFile::close() noexcept {
@@ -108,9 +109,8 @@ RecordFileState RecordFile::state() const noexcept {
 
 bool RecordFile::hasName(const char* name) const noexcept try {
     BY_HANDLE_FILE_INFORMATION own, named;
-    const SystemHandle other(CreateFileW(systemPath(name).c_str(), FILE_READ_ATTRIBUTES,
-                                         FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-                                         FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+    const SystemHandle other(CreateFileW(systemPath(name).c_str(), FILE_READ_ATTRIBUTES, kAnySharing, nullptr,
+                                         OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
     return isOpen() && other.isOpen() && informationOf(systemHandle(m_handle), own) &&
            informationOf(other.get(), named) && own.dwVolumeSerialNumber == named.dwVolumeSerialNumber &&
            own.nFileIndexHigh == named.nFileIndexHigh && own.nFileIndexLow == named.nFileIndexLow;

@@ -18,16 +18,8 @@ HANDLE systemHandle(WaitHandle handle) noexcept {
     return static_cast<HANDLE>(static_cast<void*>(handle));
 }
 
-// A running thread keeps the module loaded, so an unload cannot take the code away from under it.
-HMODULE referenceToThisModule() noexcept {
-    HMODULE module = nullptr;
-    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
-                       reinterpret_cast<const wchar_t*>(reinterpret_cast<const void*>(&referenceToThisModule)),
-                       &module);
-    return module;
-}
-
-// Its reference to the module is released after the last instruction in it.
+// A running thread keeps the module loaded, so an unload cannot take the code away from under it. Its reference is
+// released after the last instruction in the module.
 unsigned __stdcall runThread(void* argument) {
     ThreadRecord& record = *static_cast<ThreadRecord*>(argument);
     setCurrentRecord(record);
@@ -40,40 +32,63 @@ unsigned __stdcall runThread(void* argument) {
 
 enum class Stop { standing, moving, ended, refused };
 
-// Suspends the thread once more if it may be ended now. A thread that was suspended before is at such a place, or has
-// not begun.
-Stop stopNow(HANDLE thread, const RuntimeLocks& locks) noexcept {
-    const DWORD id = GetThreadId(thread);
-    const RecordGuard records;
-    const DWORD before = SuspendThread(thread);
-    if (before == static_cast<DWORD>(-1)) return Stop::refused;
-    if (before > 0) return Stop::standing;
-    CONTEXT context{};
-    context.ContextFlags = CONTEXT_FULL;
-    const bool isKnown = GetThreadContext(thread, &context);  // returns when the thread has stopped
-    const ThreadRecord* const record =
-        records.find([id](const ThreadRecord& each) { return each.id == id && !each.leaving.load(); });
-    const bool mayBeCut = isKnown && record != nullptr && record->depth.load() == 0;
-    if (mayBeCut && (record->waiting.load() != 0 || locks.areFreeOf(context))) return Stop::standing;
-    ResumeThread(thread);
-    return Stop::moving;
-}
+// Suspends a thread at a place at which it may be ended.
+class SafeStop {
+  public:
+    explicit SafeStop(HANDLE thread) noexcept : m_thread(thread), m_id(GetThreadId(thread)) {}
 
-// Suspends the thread once more, at a place at which it may be ended. A thread that uses the runtime most of the time
-// is rarely at one, so the first looks follow each other quickly.
-Stop stopSafely(HANDLE thread) noexcept {
-    constexpr std::uint32_t kGiveUpAfter = 10'000;  // milliseconds
-    constexpr int kQuickTries = 500;
-    const RuntimeLocks locks;
-    const Deadline giveUp = Deadline::after(kGiveUpAfter);
-    for (int tries = 0; !giveUp.hasPassed(); ++tries) {
-        if (WaitForSingleObject(thread, 0) == WAIT_OBJECT_0) return Stop::ended;
-        if (injectedFault("interruptThread") != 0) return Stop::refused;
-        if (const Stop stop = stopNow(thread, locks); stop != Stop::moving) return stop;
-        Sleep(tries < kQuickTries ? 0 : 1);
+    // Suspends it once more. A thread that uses the runtime most of the time is rarely at such a place, so the first
+    // looks follow each other quickly.
+    Stop run() noexcept {
+        constexpr std::uint32_t kGiveUpAfter = 10'000;  // milliseconds
+        constexpr int kQuickTries = 500;
+        const Deadline giveUp = Deadline::after(kGiveUpAfter);
+        for (int tries = 0; !giveUp.hasPassed(); ++tries) {
+            if (WaitForSingleObject(m_thread, 0) == WAIT_OBJECT_0) return Stop::ended;
+            if (injectedFault("interruptThread") != 0) return Stop::refused;
+            if (const Stop stop = tryOnce(); stop != Stop::moving) return stop;
+            Sleep(tries < kQuickTries ? 0 : 1);
+        }
+        return Stop::refused;
     }
-    return Stop::refused;
-}
+
+  private:
+    // A thread that was suspended before is at such a place, or has not begun.
+    Stop tryOnce() noexcept {
+        const RecordGuard records;
+        const DWORD before = SuspendThread(m_thread);
+        if (before == static_cast<DWORD>(-1)) return Stop::refused;
+        if (before > 0) return Stop::standing;
+        CONTEXT context{};
+        context.ContextFlags = CONTEXT_FULL;
+        const bool isKnown = GetThreadContext(m_thread, &context);  // returns when the thread has stopped
+        const ThreadRecord* const record =
+            records.find([this](const ThreadRecord& each) { return each.id == m_id && !each.leaving.load(); });
+        const bool mayBeCut = isKnown && record != nullptr && record->depth.load() == 0;
+        if (mayBeCut && (record->waiting.load() != 0 || usesNoLock(context))) return Stop::standing;
+        ResumeThread(m_thread);
+        return Stop::moving;
+    }
+
+    bool usesNoLock(const CONTEXT& context) noexcept {
+        constexpr std::uint32_t kLastsFrom = 100;  // milliseconds
+        const RuntimeLocks::Use use = m_locks.useBy(context);
+        if (use != RuntimeLocks::Use::noneIfCallLasts) return use == RuntimeLocks::Use::none;
+        const bool isSameCall = context.Rip == m_instruction && context.Rsp == m_stack;
+        if (!isSameCall) m_lasts = Deadline::after(kLastsFrom);
+        m_instruction = context.Rip;
+        m_stack = context.Rsp;
+        return isSameCall && m_lasts.hasPassed();
+    }
+
+    const HANDLE m_thread;
+    const DWORD m_id;
+    const RuntimeLocks m_locks;
+    // The system call of the latest look that found one.
+    DWORD64 m_instruction = 0;
+    DWORD64 m_stack = 0;
+    Deadline m_lasts = Deadline::at(0);
+};
 
 }  // namespace
 
@@ -91,7 +106,7 @@ bool createThread(ThreadEntry entry, void* argument, WaitHandle& handle, bool su
     record->key = newThreadKey();
     record->entry = entry;
     record->argument = argument;
-    record->module = referenceToThisModule();
+    record->module = thisModule(ModuleReference::taken);
     // While the thread begins, the loader calls code of the program's libraries, and the program's own.
     record->depth.store(1, std::memory_order_relaxed);
     unsigned id = 0;
@@ -124,7 +139,7 @@ bool suspendThread(WaitHandle thread) noexcept {
         const WaitMark mark;
         return SuspendThread(handle) != static_cast<DWORD>(-1);
     }
-    return stopSafely(handle) == Stop::standing;
+    return SafeStop(handle).run() == Stop::standing;
 }
 
 bool resumeThread(WaitHandle thread) noexcept {
@@ -141,7 +156,7 @@ bool terminateThread(WaitHandle thread, std::uint32_t exitCode) noexcept {
         own.leaving.store(true, std::memory_order_release);
         FreeLibraryAndExitThread(own.module, exitCode);
     }
-    const Stop stop = stopSafely(handle);
+    const Stop stop = SafeStop(handle).run();
     if (stop != Stop::standing) return stop == Stop::ended;
     if (!TerminateThread(handle, exitCode)) {
         ResumeThread(handle);

@@ -7,7 +7,7 @@
 namespace KestSupport::platform {
 namespace {
 
-constexpr std::uint32_t kInstructionSize = 8;  // at least that of the longest one that isSystemCall reads
+constexpr std::uint32_t kStubSize = 32;  // bytes of the function of a system call
 
 template <typename T>
 const T* at(std::uintptr_t address) noexcept {
@@ -21,7 +21,6 @@ bool isSystemCall(std::uintptr_t next) noexcept {
     constexpr unsigned char kSystemCall[]{0x0F, 0x05};
     constexpr unsigned char kIndirectCall[]{0xFF, 0x14, 0x25};
     constexpr std::size_t kIndirectSize = 7;
-    static_assert(kIndirectSize < kInstructionSize);
     return *at<unsigned char>(next) == kReturn &&
            (std::memcmp(at<void>(next - sizeof kSystemCall), kSystemCall, sizeof kSystemCall) == 0 ||
             std::memcmp(at<void>(next - kIndirectSize), kIndirectCall, sizeof kIndirectCall) == 0);
@@ -76,7 +75,13 @@ RuntimeLocks::RuntimeLocks() noexcept {
     for (std::size_t i = 0; i < kModules; ++i) {
         m_modules[i] = {reinterpret_cast<std::uintptr_t>(GetModuleHandleW(kLibraries[i].name)), kLibraries[i].code};
     }
+    constexpr const char* kWaitNames[]{"NtWaitForSingleObject", "NtWaitForMultipleObjects",
+                                       "NtSignalAndWaitForSingleObject", "NtDelayExecution", "NtRemoveIoCompletion"};
+    static_assert(std::size(kWaitNames) == kWaits);
     const HMODULE system = GetModuleHandleW(L"ntdll.dll");
+    for (std::size_t i = 0; i < kWaits; ++i) {
+        m_waits[i] = reinterpret_cast<std::uintptr_t>(functionOf<void*>(GetProcAddress(system, kWaitNames[i])));
+    }
     m_lockLoader = GetProcAddress(system, "LdrLockLoaderLock");
     m_unlockLoader = GetProcAddress(system, "LdrUnlockLoaderLock");
 }
@@ -93,13 +98,17 @@ RuntimeLocks::Place RuntimeLocks::placeOf(std::uintptr_t address) const noexcept
     return known == std::end(m_modules) ? Place{base, Code::program} : *known;
 }
 
-bool RuntimeLocks::areFreeOf(CONTEXT& context) const noexcept {
-    const Place place = placeOf(context.Rip);
-    return (place.code == Code::program || areFreeInCall(place, context)) && isLoaderFree();
+RuntimeLocks::Use RuntimeLocks::useBy(CONTEXT context) const noexcept {
+    const std::uintptr_t next = context.Rip;
+    const Place place = placeOf(next);
+    const bool isInProgram = place.code == Code::program;
+    if (!isInProgram && !isCallOfProgram(place, context)) return Use::possible;
+    if (!isLoaderFree()) return Use::possible;
+    return isInProgram || isWait(next) ? Use::none : Use::noneIfCallLasts;
 }
 
-// The locks of the heap and of the loader wait by a system call of ntdll itself.
-bool RuntimeLocks::areFreeInCall(Place place, CONTEXT& context) const noexcept {
+// The locks of the heap and of the loader wait by a system call of ntdll itself. Leaves the frames of the call.
+bool RuntimeLocks::isCallOfProgram(Place place, CONTEXT& context) const noexcept {
     if (place.module == 0 || place.module != m_modules[0].module || !isSystemCall(context.Rip)) return false;
     do {
         const DWORD64 before = context.Rsp;
@@ -108,6 +117,11 @@ bool RuntimeLocks::areFreeInCall(Place place, CONTEXT& context) const noexcept {
         place = placeOf(context.Rip);
     } while (place.code == Code::helper);
     return place.code == Code::program && place.module != 0;
+}
+
+bool RuntimeLocks::isWait(std::uintptr_t next) const noexcept {
+    return std::any_of(std::begin(m_waits), std::end(m_waits),
+                       [=](std::uintptr_t wait) { return next - wait < kStubSize; });
 }
 
 // No header declares the system's functions. A thread that does not hold the lock does not wait here.

@@ -3,7 +3,8 @@
 // A thread that holds a lock of the heap, of the loader or of the C runtime, or that is in the queue of one, is inside
 // the code of these libraries. So it may be ended where its next instruction belongs to the program, unless the loader
 // has called the program, and where it is inside a system call that the program has made, directly or through libraries
-// that hold no such lock. The system undoes such a call.
+// that hold no such lock. The system undoes such a call. Wine does not: it runs the call inside the process, where it
+// may hold locks for a moment. So a call that is no wait has to last before it counts.
 #pragma once
 
 #include "platform/windows/windows_api.h"
@@ -15,8 +16,9 @@ class RuntimeLocks {
   public:
     RuntimeLocks() noexcept;
 
-    /// Whether a suspended thread holds none of the locks and waits for none. Changes the thread's context.
-    bool areFreeOf(CONTEXT& context) const noexcept;
+    enum class Use { possible, noneIfCallLasts, none };
+    /// Whether a suspended thread with this context holds or awaits one of the locks.
+    Use useBy(CONTEXT context) const noexcept;
 
   private:
     enum class Code { program, helper, locking };
@@ -25,12 +27,15 @@ class RuntimeLocks {
         Code code = Code::locking;
     };
     static constexpr std::size_t kModules = 11;
+    static constexpr std::size_t kWaits = 5;
 
     Place placeOf(std::uintptr_t address) const noexcept;
-    bool areFreeInCall(Place place, CONTEXT& context) const noexcept;
+    bool isCallOfProgram(Place place, CONTEXT& context) const noexcept;
+    bool isWait(std::uintptr_t next) const noexcept;
     bool isLoaderFree() const noexcept;
 
     Place m_modules[kModules];  // the first one is ntdll
+    std::uintptr_t m_waits[kWaits];
     FARPROC m_lockLoader = nullptr;
     FARPROC m_unlockLoader = nullptr;
 };

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/emulated/change_watch.h"
 #include "platform/result.h"
 
 namespace KestSupport::platform {
@@ -12,8 +13,10 @@ namespace KestSupport::platform {
 class CachedFile {
   public:
     /// Back end: returns the contents of the file, or no contents if it is the file of the last call and has not
-    /// changed since. Fails with errorInvalidData for a pipe, a device or a folder, and with errorAccessDenied for a
-    /// file that users other than the administrator and that of this process may write. Reads the file after a failure.
+    /// changed since. A change by a mapping of the file, by another machine, or of a folder above its own may be
+    /// noticed one second late. Fails with errorInvalidData for a pipe, a device or a folder, and with
+    /// errorAccessDenied for a file that users other than the administrator and that of this process may write. Reads
+    /// the file after a failure.
     Result<std::optional<std::string>> readIfChanged(const std::string& path);
 
   private:
@@ -30,6 +33,7 @@ class CachedFile {
 
     State m_state;
     bool m_settled = false;
+    ChangeWatch m_watch;
 };
 
 }  // namespace KestSupport::platform

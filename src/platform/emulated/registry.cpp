@@ -30,12 +30,14 @@ class Registry {
         const std::lock_guard guard(m_lock);
         if (const ErrorCode error = stateDirectory(m_path); error != 0) return Failure{error};
         m_path += "/registry.reg";
-        // If memory runs out here, the next call reads the file again.
-        CachedFile source = std::exchange(m_source, CachedFile());
-        const Result<std::optional<std::string>> bytes = source.readIfChanged(m_path);
+        const Result<std::optional<std::string>> bytes = m_source.readIfChanged(m_path);
         if (!bytes) return bytes.failure();
-        if (bytes->has_value()) m_file = RegistryFile(**bytes);
-        m_source = source;
+        if (bytes->has_value()) {
+            // If memory runs out here, the next call reads the file again.
+            CachedFile source = std::exchange(m_source, CachedFile());
+            m_file = RegistryFile(**bytes);
+            m_source = std::move(source);
+        }
         return find(subkey, name);
     }
 

@@ -27,7 +27,8 @@ class RegistryFile {
   private:
     struct Hash {
         using is_transparent = void;
-        std::size_t operator()(std::string_view name) const noexcept { return std::hash<std::string_view>()(name); }
+        // Not noexcept: libstdc++ then keeps the hash of each name instead of computing it in each comparison.
+        std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>()(name); }
     };
 
     template <typename Value>

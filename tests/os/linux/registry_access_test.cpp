@@ -3,7 +3,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
+#include <fstream>
+#include <functional>
+#include <thread>
 
 #include "kit/child_process.h"
 #include "kit/environment_guard.h"
@@ -53,6 +57,49 @@ TEST(GetEnvironmentVariable, LogsAnUnusableRegistry) {
         expected.push_back(std::string("KestGetEnvironmentVariable: Could not read the registry (") + code + ")");
     if (!ChildProcess::isRoot()) expected.erase(expected.begin() + 5);
     EXPECT_EQ(log.messages(), expected);
+}
+
+TEST(GetEnvironmentVariable, NoticesChangesOfAWatchedFile) {
+    const auto textOf = [](const std::string& value) {
+        return "Windows Registry Editor Version 5.00\n\n[HKLM\\a]\n\"Text\"=\"" + value + "\"\n";
+    };
+    const auto value = [] { return KestGetEnvironmentVariable("a\\Text"); };
+    const kit::TemporaryFolder folder;
+    using Change = std::function<void(const fs::path& state)>;
+    const auto writeNew = [&](const fs::path& file) { std::ofstream(file) << textOf("new"); };
+    const std::pair<Change, std::string> rows[] = {
+        {[&](const fs::path& state) { writeNew(state / "registry.reg"); }, "new"},
+        {[&](const fs::path& state) {
+             writeNew(state / "other");
+             fs::rename(state / "other", state / "registry.reg");
+         },
+         "new"},
+        {[&](const fs::path& state) {
+             fs::rename(state, state.string() + ".old");
+             fs::create_directory(state);
+             writeNew(state / "registry.reg");
+         },
+         "new"},
+        {[](const fs::path& state) { fs::permissions(state / "registry.reg", fs::perms::all); }, ""},
+        {[](const fs::path& state) { fs::remove(state / "registry.reg"); }, ""}};
+    const auto stateOf = [&](std::size_t row) { return fs::path(folder.path()) / std::to_string(row); };
+    for (std::size_t row = 0; row < std::size(rows); ++row) {
+        fs::create_directory(stateOf(row));
+        std::ofstream(stateOf(row) / "registry.reg") << textOf("old");
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));  // a younger file is read by each call
+    kit::EnvironmentGuard environment;
+    for (std::size_t row = 0; row < std::size(rows); ++row) {
+        environment.set("KEST_STATE_DIR", stateOf(row).string());
+        for (int times = 0; times < 70; ++times)
+            ASSERT_EQ(value(), "old");
+        {
+            const kit::FailingCalls calls("findRegistry", 1, true, EMFILE);
+            EXPECT_EQ(value(), "old") << "without a look at the file";
+        }
+        rows[row].first(stateOf(row));
+        EXPECT_EQ(value(), rows[row].second) << row;
+    }
 }
 
 TEST(GetEnvironmentVariable, UsesTheCharacterSetOfTheEnvironment) {

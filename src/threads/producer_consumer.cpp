@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/thread.h"
+#include "platform/uninterrupted.h"
 #include "platform/wait.h"
 #include "text/log/internal_log.h"
 
@@ -15,10 +16,14 @@ namespace KestSupport {
 struct KestBaseProducerConsumer::Sync {
     void lock() noexcept { platform::waitForOne(mutex.get(), platform::kInfinite); }
     void unlock() noexcept {
-        const bool sets = setsAtUnlock.load(std::memory_order_relaxed) && platform::mutexLevels(mutex.get()) == 1;
-        if (sets) setsAtUnlock.store(false, std::memory_order_relaxed);
+        if (!setsAtUnlock.load(std::memory_order_relaxed) || platform::mutexLevels(mutex.get()) != 1) {
+            platform::releaseMutex(mutex.get());
+            return;
+        }
+        const platform::Uninterrupted whole;  // after the release, no other thread knows that the event is due
+        setsAtUnlock.store(false, std::memory_order_relaxed);
         platform::releaseMutex(mutex.get());
-        if (sets) platform::setEvent(event.get());
+        platform::setEvent(event.get());
     }
     void set() noexcept {
         if (platform::isAwaited(event.get(), mutex.get())) {

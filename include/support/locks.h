@@ -21,8 +21,13 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
+#ifdef __GLIBCXX__
+// Clocks and durations without the calendars and streams of <chrono>, which take 100 ms to compile.
+#include <shared_mutex>
+#else
+#include <chrono>
+#endif
 
 #include "support/export.h"
 #include "support/object_base.h"

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <iostream>
 #include <set>
+#include <sstream>
 
 #include "kit/child_process.h"
 #include "kit/environment_guard.h"

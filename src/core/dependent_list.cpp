@@ -81,7 +81,7 @@ DependentList::DependentList() = default;
 DependentList::~DependentList() = default;
 
 KestDependent* DependentList::next(Walk& walk) const noexcept {
-    if (walk.position >= m_count) return nullptr;
+    if (walk.position >= count()) return nullptr;
     walk.slot = slotOf(walk);
     walk.removals = m_removals;
     ++walk.position;
@@ -89,7 +89,7 @@ KestDependent* DependentList::next(Walk& walk) const noexcept {
 }
 
 std::size_t DependentList::slotOf(const Walk& walk) const noexcept {
-    if (m_count == m_slots.size()) return walk.position;
+    if (count() == m_slots.size()) return walk.position;
     if (walk.position == 0 || walk.removals != m_removals) return m_index->slotOf(walk.position);
     std::size_t slot = walk.slot + 1;
     while (m_slots[slot] == nullptr)
@@ -99,7 +99,7 @@ std::size_t DependentList::slotOf(const Walk& walk) const noexcept {
 
 void DependentList::add(KestDependent& dependent) {
     m_slots.push_back(&dependent);
-    ++m_count;
+    setCount(count() + 1);
     if (m_index == nullptr) return;
     try {
         m_index->append(m_slots);
@@ -115,20 +115,20 @@ void DependentList::remove(KestDependent& dependent) noexcept {
         removeFromArray(dependent);
         return;
     }
-    const std::size_t before = m_count;
+    const std::size_t before = count();
     m_index->remove(&dependent, [this](std::size_t slot) {
         m_slots[slot] = nullptr;
-        --m_count;
+        setCount(count() - 1);
     });
-    if (m_count == before) return;
+    if (count() == before) return;
     ++m_removals;
-    if (m_count <= kFew) m_index.reset();
-    if (m_count <= kFew || m_count < m_slots.size() / 2) closeGaps();
+    if (count() <= kFew) m_index.reset();
+    if (count() <= kFew || count() < m_slots.size() / 2) closeGaps();
 }
 
 void DependentList::removeFromArray(KestDependent& dependent) noexcept {
     m_slots.erase(std::remove(m_slots.begin(), m_slots.end(), &dependent), m_slots.end());
-    m_count = m_slots.size();
+    setCount(m_slots.size());
     ++m_removals;
 }
 

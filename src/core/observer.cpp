@@ -67,11 +67,13 @@ KestCollaborator::~KestCollaborator() {
 void KestCollaborator::notify(const KestNotification& notification) {
     Notifying call(*this);
     KestCriticalSection guard(m_lock, true);
+    const internal::DependentList* const dependents = m_pDependents.get();
+    if (dependents == nullptr) return;
     internal::DependentList::Walk walk;
-    while (KestDependent* const dependent = m_pDependents == nullptr ? nullptr : m_pDependents->next(walk)) {
+    while (KestDependent* const dependent = dependents->next(walk)) {
         guard.unlock();
         dependent->handleNotification(*this, notification);
-        if (call.collaboratorIsGone()) return;
+        if (call.collaboratorIsGone() || dependents->hasEnded(walk)) return;
         guard.lock();
     }
 }

@@ -213,7 +213,7 @@ TEST_F(HostedServiceTest, RunsFromInstallToRemove) {
     };
     EXPECT_EQ(failureText(), kit::servicesAreOfTheTest() ? "startIt threw no port (code 98)" : "");
     run("start hosted fail; await hosted 1");
-    EXPECT_EQ(run("tell hosted; start hosted"), "1/1/0 0");
+    EXPECT_EQ(run("tell hosted; start hosted; await hosted 4"), "1/1/0 0");
     EXPECT_EQ(failureText(), "");
     EXPECT_TRUE(HostedService(name).remove()) << "stops the service";
     EXPECT_EQ(service.GetServiceStatus(), 0u);

@@ -75,7 +75,8 @@ KEST_SUPPORT_EXPORT bool KestExecuteProgramEx(const std::string& commandLine, vo
 /// all values of references inside values have at most 1 MiB plus 100 times the size of the text. The time is linear in
 /// the size of the text and the values.
 KEST_SUPPORT_EXPORT std::string KestExpandString(const std::string& text);
-/// The same; the first value of a property takes precedence over an environment variable.
+/// The same; the first value of a property takes precedence over an environment variable. Below log level 9, other
+/// threads that use the properties wait until the expansion ends.
 KEST_SUPPORT_EXPORT std::string KestExpandString(const std::string& text, KestProperties<std::string>& properties);
 
 /// Returns a value of the machine's registry. On a system without one, a file replaces it (docs/formats/registry.md).

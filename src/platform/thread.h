@@ -6,8 +6,8 @@
 // allocator of the C runtime or while it holds the lock of a standard output stream, so that other threads can
 // continue. On Linux, a thread that stays in such code for 5 seconds is stopped there. On Windows, a request for a
 // thread that stays in such code for 10 seconds fails, and the back end does not see the locks of streams that the
-// program itself keeps; a running thread holds the library's module, so an unload takes effect after its end. Only
-// threads made by createThread can be suspended and terminated.
+// program itself keeps; the library stays loaded after its first thread. Only threads made by createThread
+// can be suspended and terminated.
 //
 // A new thread has the scheduling that the process had when it loaded the library, as far as the system permits. It can
 // be suspended and terminated even if its creator blocks all signals. If a thread blocks the control signal itself, a

@@ -62,11 +62,21 @@ HMODULE thisModule(ModuleReference reference) noexcept {
     return module;
 }
 
-// No header declares the system's function.
+namespace {
+
+// No header declares the system's function. It is found while the library is loaded, since a search later takes the
+// lock of the loader, for which a thread with a lock of the library must not wait.
+using IsEnding = BOOLEAN(WINAPI*)();
+const IsEnding g_isProcessEnding = reinterpret_cast<IsEnding>(systemFunction("RtlDllShutdownInProgress"));
+
+}  // namespace
+
+void* systemFunction(const char* name) noexcept {
+    return reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), name));
+}
+
 bool isProcessEnding() noexcept {
-    using IsEnding = BOOLEAN(WINAPI*)();
-    const FARPROC function = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "RtlDllShutdownInProgress");
-    return function != nullptr && reinterpret_cast<IsEnding>(reinterpret_cast<void*>(function))();
+    return g_isProcessEnding != nullptr && g_isProcessEnding();
 }
 
 std::wstring environmentVariable(const wchar_t* name) {

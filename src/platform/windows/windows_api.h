@@ -30,10 +30,12 @@ std::wstring folderPath(std::string_view path);
 /// The module that contains this code: the library, or the program that contains it.
 enum class ModuleReference : DWORD {
     none = GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-    taken = 0,  ///< the module stays loaded until FreeLibrary
-    forEver = GET_MODULE_HANDLE_EX_FLAG_PIN,
+    forEver = GET_MODULE_HANDLE_EX_FLAG_PIN,  ///< the module stays loaded
 };
 HMODULE thisModule(ModuleReference reference) noexcept;
+
+/// A function of ntdll, or null. Takes the lock of the loader.
+void* systemFunction(const char* name) noexcept;
 
 /// The environment variable in this process; empty when it is not set.
 std::wstring environmentVariable(const wchar_t* name);

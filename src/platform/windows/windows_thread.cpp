@@ -4,6 +4,7 @@
 #include <process.h>
 
 #include <array>
+#include <atomic>
 #include <new>
 
 #include "platform/deadline.h"
@@ -18,16 +19,21 @@ HANDLE systemHandle(WaitHandle handle) noexcept {
     return static_cast<HANDLE>(static_cast<void*>(handle));
 }
 
-// A running thread keeps the module loaded, so an unload cannot take the code away from under it. Its reference is
-// released after the last instruction in the module.
+// With its first thread the module stays loaded for ever, so an unload cannot take the code away from under one. A
+// reference for each thread would need the lock of the loader at each creation. A thread that holds a lock of the
+// library would wait there for an unload that waits for the same lock.
+void stayLoaded() noexcept {
+    static constinit std::atomic<bool> isPinned{false};
+    if (!isPinned.load(std::memory_order_relaxed)) isPinned.store(thisModule(ModuleReference::forEver) != nullptr);
+}
+
 unsigned __stdcall runThread(void* argument) {
     ThreadRecord& record = *static_cast<ThreadRecord*>(argument);
     setCurrentRecord(record);
-    const HMODULE module = record.module;
     record.depth.store(0, std::memory_order_release);
     const std::uint32_t exitCode = record.entry(record.argument);
     record.leaving.store(true, std::memory_order_release);
-    FreeLibraryAndExitThread(module, exitCode);
+    return exitCode;
 }
 
 enum class Stop { standing, moving, ended, refused };
@@ -106,7 +112,7 @@ bool createThread(ThreadEntry entry, void* argument, WaitHandle& handle, bool su
     record->key = newThreadKey();
     record->entry = entry;
     record->argument = argument;
-    record->module = thisModule(ModuleReference::taken);
+    stayLoaded();
     // While the thread begins, the loader calls code of the program's libraries, and the program's own.
     record->depth.store(1, std::memory_order_relaxed);
     unsigned id = 0;
@@ -119,7 +125,6 @@ bool createThread(ThreadEntry entry, void* argument, WaitHandle& handle, bool su
             TerminateThread(thread, 0);
             CloseHandle(thread);
         }
-        if (record->module != nullptr) FreeLibrary(record->module);
         delete record;
         return false;
     }
@@ -154,7 +159,7 @@ bool terminateThread(WaitHandle thread, std::uint32_t exitCode) noexcept {
     if (id == GetCurrentThreadId()) {
         ThreadRecord& own = currentRecord();
         own.leaving.store(true, std::memory_order_release);
-        FreeLibraryAndExitThread(own.module, exitCode);
+        _endthreadex(exitCode);
     }
     const Stop stop = SafeStop(handle).run();
     if (stop != Stop::standing) return stop == Stop::ended;
@@ -163,19 +168,15 @@ bool terminateThread(WaitHandle thread, std::uint32_t exitCode) noexcept {
         return false;
     }
     WaitForSingleObject(handle, INFINITE);
-    HMODULE module = nullptr;
-    {
-        const RecordGuard records;
-        ThreadRecord* const record =
-            records.find([id](const ThreadRecord& each) { return each.id == id && !each.leaving.load(); });
-        if (record != nullptr && !record->leaving.exchange(true)) module = record->module;
-    }
-    if (module != nullptr) FreeLibrary(module);
+    const RecordGuard records;
+    ThreadRecord* const record =
+        records.find([id](const ThreadRecord& each) { return each.id == id && !each.leaving.load(); });
+    if (record != nullptr) record->leaving.store(true);
     return true;
 }
 
-// The module stays loaded until the thread has ended, and at the end of the process the system has ended all threads
-// before any static destructor of a library runs.
+// The module stays loaded, and at the end of the process the system has ended all threads before any static destructor
+// of a library runs.
 void leaveThread() noexcept {}
 
 bool otherThreadsAreGone() noexcept {

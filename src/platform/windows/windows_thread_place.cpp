@@ -52,11 +52,6 @@ void leaveFrame(std::uintptr_t module, CONTEXT& context) noexcept {
     }
 }
 
-template <typename Function>
-Function functionOf(FARPROC address) noexcept {
-    return reinterpret_cast<Function>(reinterpret_cast<void*>(address));
-}
-
 }  // namespace
 
 RuntimeLocks::RuntimeLocks() noexcept {
@@ -78,12 +73,11 @@ RuntimeLocks::RuntimeLocks() noexcept {
     constexpr const char* kWaitNames[]{"NtWaitForSingleObject", "NtWaitForMultipleObjects",
                                        "NtSignalAndWaitForSingleObject", "NtDelayExecution", "NtRemoveIoCompletion"};
     static_assert(std::size(kWaitNames) == kWaits);
-    const HMODULE system = GetModuleHandleW(L"ntdll.dll");
     for (std::size_t i = 0; i < kWaits; ++i) {
-        m_waits[i] = reinterpret_cast<std::uintptr_t>(functionOf<void*>(GetProcAddress(system, kWaitNames[i])));
+        m_waits[i] = reinterpret_cast<std::uintptr_t>(systemFunction(kWaitNames[i]));
     }
-    m_lockLoader = GetProcAddress(system, "LdrLockLoaderLock");
-    m_unlockLoader = GetProcAddress(system, "LdrUnlockLoaderLock");
+    m_lockLoader = reinterpret_cast<LockLoader>(systemFunction("LdrLockLoaderLock"));
+    m_unlockLoader = reinterpret_cast<UnlockLoader>(systemFunction("LdrUnlockLoaderLock"));
 }
 
 // Code of no module was made by the program. Code that the system does not know belongs to the system: under Wine, a
@@ -124,16 +118,16 @@ bool RuntimeLocks::isWait(std::uintptr_t next) const noexcept {
                        [=](std::uintptr_t wait) { return next - wait < kStubSize; });
 }
 
-// No header declares the system's functions. A thread that does not hold the lock does not wait here.
+// A thread that does not hold the lock does not wait here.
 bool RuntimeLocks::isLoaderFree() const noexcept {
     constexpr ULONG kOnlyTry = 2;
     constexpr ULONG kTaken = 1;
     ULONG result = 0;
     ULONG_PTR cookie = 0;
     if (m_lockLoader == nullptr || m_unlockLoader == nullptr) return true;
-    functionOf<LONG(WINAPI*)(ULONG, ULONG*, ULONG_PTR*)>(m_lockLoader)(kOnlyTry, &result, &cookie);
+    m_lockLoader(kOnlyTry, &result, &cookie);
     if (result != kTaken) return false;
-    functionOf<LONG(WINAPI*)(ULONG, ULONG_PTR)>(m_unlockLoader)(0, cookie);
+    m_unlockLoader(0, cookie);
     return true;
 }
 

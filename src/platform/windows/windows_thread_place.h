@@ -36,8 +36,11 @@ class RuntimeLocks {
 
     Place m_modules[kModules];  // the first one is ntdll
     std::uintptr_t m_waits[kWaits];
-    FARPROC m_lockLoader = nullptr;
-    FARPROC m_unlockLoader = nullptr;
+    // No header declares them.
+    using LockLoader = LONG(WINAPI*)(ULONG flags, ULONG* result, ULONG_PTR* cookie);
+    using UnlockLoader = LONG(WINAPI*)(ULONG flags, ULONG_PTR cookie);
+    LockLoader m_lockLoader = nullptr;
+    UnlockLoader m_unlockLoader = nullptr;
 };
 
 }  // namespace KestSupport::platform

@@ -31,7 +31,6 @@ struct ThreadRecord {
     // Of a thread that createThread made.
     ThreadEntry entry = nullptr;
     void* argument = nullptr;
-    HMODULE module = nullptr;  ///< its reference to this module
     ThreadRecord* next = nullptr;
 };
 

@@ -38,15 +38,7 @@ struct MutexState {
 };
 using QueryMutex = LONG(WINAPI*)(HANDLE, int informationClass, MutexState*, ULONG size, ULONG* needed);
 
-QueryMutex queryMutex() noexcept {
-    static constinit std::atomic<FARPROC> query{nullptr};
-    FARPROC found = query.load(std::memory_order_relaxed);
-    if (found == nullptr) {
-        found = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQueryMutant");
-        query.store(found, std::memory_order_relaxed);
-    }
-    return reinterpret_cast<QueryMutex>(reinterpret_cast<void*>(found));
-}
+const QueryMutex g_queryMutex = reinterpret_cast<QueryMutex>(systemFunction("NtQueryMutant"));
 
 }  // namespace
 
@@ -91,7 +83,7 @@ std::uint32_t mutexLevels(WaitHandle mutex) noexcept {
     if (const OwnerLock* const lock = lockOf(mutex)) return lock->levels();
     MutexState state{1, FALSE, FALSE};
     constexpr int kBasicInformation = 0;
-    queryMutex()(systemHandle(mutex), kBasicInformation, &state, sizeof state, nullptr);
+    g_queryMutex(systemHandle(mutex), kBasicInformation, &state, sizeof state, nullptr);
     return static_cast<std::uint32_t>(1 - state.count);
 }
 

@@ -22,6 +22,9 @@ std::map<std::string, ChildRole::Main>& roles() {
 
 }  // namespace
 
+ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments)
+    : ChildProcess(program, arguments, Options{}) {}
+
 ChildProcess ChildProcess::inRole(const std::string& role, const std::vector<std::string>& arguments) {
     return inRole(role, arguments, {});
 }

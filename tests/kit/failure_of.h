@@ -7,13 +7,13 @@
 
 namespace kit {
 
-/// Returns the text of the KestException that the call throws, or that its code is not 0, or that there is none.
+/// Returns the text of the KestException that the call throws, with ": CODE" unless its code is 0, or "no failure".
 template <typename Call>
 std::string failureOf(Call call) {
     try {
         call();
     } catch (const KestSupport::KestException& e) {
-        return e.getCode() == 0 ? e.getText() : "another code than 0";
+        return e.getText() + (e.getCode() == 0 ? "" : ": " + std::to_string(e.getCode()));
     }
     return "no failure";
 }

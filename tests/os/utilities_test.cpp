@@ -88,14 +88,9 @@ TEST(RunProgram, ReturnsOutputOfListedArguments) {
                                                    {{.arguments = {program}, .environment = {{"a=b", ""}}}, 87},
                                                    {{.arguments = {"kest-no-such-program"}}, 2}};
     for (const auto& [run, code] : rows) {
-        try {
-            KestRunProgram(run);
-            ADD_FAILURE() << code;
-        } catch (const KestException& failure) {
-            EXPECT_EQ(failure.getText(),
-                      "KestRunProgram: Could not start " + (run.arguments.empty() ? "" : run.arguments[0]));
-            EXPECT_EQ(failure.getCode(), code);
-        }
+        const std::string name = run.arguments.empty() ? "" : run.arguments[0];
+        EXPECT_EQ(kit::failureOf([&, &wrong = run] { KestRunProgram(wrong); }),
+                  "KestRunProgram: Could not start " + name + ": " + std::to_string(code));
     }
     const kit::FailingCalls failing("openCapture");
     EXPECT_ANY_THROW(KestRunProgram({.arguments = inRole("ends", {"0"})}));

@@ -1,8 +1,6 @@
 // The clocks, and the arithmetic of time-outs.
 #include "platform/clock.h"
 
-#include <gtest/gtest.h>
-
 #include "platform/deadline.h"
 
 using namespace KestSupport::platform;

@@ -1,12 +1,9 @@
 // Console events of a program with a console of its own: the order of handlers, and the default effect.
 #include "platform/console.h"
 
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <cstdio>
 #include <semaphore>
-#include <thread>
 
 #include "kit/child_process.h"
 #include "kit/failing_calls.h"

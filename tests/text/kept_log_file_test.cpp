@@ -1,5 +1,4 @@
 // Log files with a fixed name: appending, rotation, opening again, failures, and the form of the lines.
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <ctime>

@@ -1,8 +1,6 @@
 // The texts of KestLogRecord, which records it writes, and how it and records of the other kind meet.
 #include "support/log_record.h"
 
-#include <gtest/gtest.h>
-
 #include <climits>
 #include <cmath>
 #include <sstream>
@@ -133,21 +131,4 @@ TEST(LogRecord, LeavesRecordsOfTheOtherKindAlone) {
     inner("after");
     const Lines all = log.messages();
     EXPECT_EQ(Lines(all.begin() + 5, all.end()), (Lines{"whole", "built", "left", "after"}));
-}
-
-TEST(LogRecord, LosesNoneOfSeveralThreads) {
-    const kit::LogCapture log(5);
-    std::vector<std::thread> threads;
-    for (int id = 0; id < 4; ++id) {
-        threads.emplace_back([id] {
-            for (int i = 0; i < 500; ++i)
-                KestLogRecord(5, "M" + std::to_string(id)) << id << std::string(static_cast<std::size_t>(i), 'x');
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    std::map<std::string, int> counts;
-    for (const std::string& line : log.messages())
-        ++counts[line];
-    EXPECT_EQ(counts.size(), 4U * 500U);
 }

@@ -1,5 +1,4 @@
 // Records of many threads stay whole while settings change and threads are killed.
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 

@@ -2,8 +2,6 @@
 #include "support/logging.h"
 #include "support/log_record.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cfloat>

@@ -1,8 +1,6 @@
 // What a property map holds after any changes, the bytes of its files, and what it reports.
 #include "support/properties.h"
 
-#include <gtest/gtest.h>
-
 #include <filesystem>
 #include <locale>
 #include <random>

@@ -1,8 +1,6 @@
 // The case-insensitive order, the traits of 16-bit units, the conversions and the platform strings.
 #include "support/strings.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <clocale>

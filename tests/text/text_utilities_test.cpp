@@ -1,8 +1,6 @@
 // Copies into buffers, hexadecimal text, tokens and quotes.
 #include "support/text_utilities.h"
 
-#include <gtest/gtest.h>
-
 #include <clocale>
 
 #include "kit/system.h"

@@ -1,5 +1,4 @@
 // Tests many timers, which ten threads and their own notifications change while other threads are killed.
-#include <gtest/gtest.h>
 
 #include <random>
 

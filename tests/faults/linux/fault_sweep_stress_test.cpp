@@ -3,7 +3,6 @@
 // success, and each failure that it reports has a text.
 
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <limits>
 #include <optional>
@@ -13,32 +12,16 @@
 #include "kit/child_process.h"
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
-#include "kit/service_fixture.h"
 #include "kit/temporary_folder.h"
-#include "platform/service_manager.h"
+#include "platform/service_roles.h"
 #include "platform/thread.h"
-#include "support/date_time.h"
-#include "support/encryption.h"
-#include "support/event_timer_thread.h"
-#include "support/exceptions.h"
-#include "support/library.h"
-#include "support/lock_factory.h"
-#include "support/logging.h"
-#include "support/message_sets.h"
-#include "support/object_streams.h"
-#include "support/program_options.h"
-#include "support/program_run.h"
-#include "support/properties.h"
-#include "support/regular_expressions.h"
-#include "support/threads.h"
-#include "support/timers.h"
-#include "support/tree_node.h"
-#include "support/utilities.h"
+#include "support/support.h"
 #include "threads/timer_manager.h"
 
 namespace {
 
 using namespace KestSupport;
+using Services = kit::ServiceFixture;
 
 constexpr int kNever = 1'000'000;  // more than the calls and the allocations of any scenario
 
@@ -96,14 +79,20 @@ void confirm(const char* what, Check check) {
     if (!check()) throw WrongSuccess{what};
 }
 
-/// A folder that is filled and removed without faults.
+/// A folder that is filled and removed without faults. It is the state directory while it exists.
 class Folder {
   public:
     explicit Folder(const std::function<void(const kit::TemporaryFolder&)>& fill = [](const auto&) {}) {
-        withoutFaults([&] { fill(m_folder.emplace()); });
+        withoutFaults([&] {
+            fill(m_folder.emplace());
+            m_environment.emplace().set("KEST_STATE_DIR", m_folder->path());
+        });
     }
     ~Folder() {
-        withoutFaults([&] { m_folder.reset(); });
+        withoutFaults([&] {
+            m_environment.reset();
+            m_folder.reset();
+        });
     }
     const kit::TemporaryFolder* operator->() const { return &*m_folder; }
     std::string pathOf(const char* name) const {
@@ -112,19 +101,6 @@ class Folder {
 
   private:
     std::optional<kit::TemporaryFolder> m_folder;
-};
-
-/// The state directory is the folder while the object lives.
-class StateDirectory {
-  public:
-    explicit StateDirectory(const Folder& folder) {
-        withoutFaults([&] { m_environment.emplace().set("KEST_STATE_DIR", folder->path()); });
-    }
-    ~StateDirectory() {
-        withoutFaults([&] { m_environment.reset(); });
-    }
-
-  private:
     std::optional<kit::EnvironmentGuard> m_environment;
 };
 
@@ -185,16 +161,11 @@ void fireTimer() {
     timer.stop();
 }
 
-class Poller : public KestEventTimerThread {
-  public:
+struct Poller : KestEventTimerThread {
     explicit Poller(KestTimer& pace) : KestEventTimerThread("poller", pace) {}
-    Poller(const Poller&) = delete;
-    Poller& operator=(const Poller&) = delete;
     ~Poller() override { endLoop(); }
-    std::atomic<bool> handled{false};
-
-  private:
     void handleTimerEvent() override { handled = true; }
+    std::atomic<bool> handled{false};
 };
 
 void pollWithTimer() {
@@ -207,15 +178,8 @@ void pollWithTimer() {
     pace.stop();
 }
 
-class Worker : public KestThread {
-  public:
-    using KestThread::run;
-    int run() override { return 7; }
-    ~Worker() override { waitForThreadExit(); }
-};
-
 void runThread() {
-    Worker thread;
+    KestStoppableThread thread([] { return 7; });
     thread.start();
     accept(thread.isAlive());
     thread.waitForThreadExit();
@@ -272,7 +236,6 @@ void readRegistry() {
         it.write("registry.reg",
                  "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\Software\\Kest]\n\"name\"=\"value\"\n");
     });
-    const StateDirectory directory(folder);
     const std::string value = KestGetEnvironmentVariable("Software\\Kest\\name");
     confirm("value", [&] { return value.empty() || value == "value"; });
     accept(!value.empty());
@@ -331,46 +294,20 @@ void loadLibrary() {
     confirm("symbol", [&] { return copy.getProcAddr("countUnloads") != nullptr; });
 }
 
-// The platform's service manager reports its failures by error codes.
-platform::ServiceManager::Handle g_status;
-
-void reportState(std::uint32_t state) {
-    platform::serviceManager().setStatus(g_status, {16, state, 1});
-}
-
-const kit::ChildRole g_service("service", [](const std::vector<std::string>&) {
-    return static_cast<int>(platform::serviceManager().runDispatcher("swept", [](const std::vector<std::string>&) {
-        g_status = platform::serviceManager().registerControlHandler("swept", [](std::uint32_t code) {
-            if (code == platform::kServiceControlStop) reportState(platform::kServiceStopped);
-        });
-        reportState(platform::kServiceRunning);
-    }));
-});
-
 struct Handle {
     ~Handle() { platform::serviceManager().closeHandle(value); }
     platform::ServiceManager::Handle value = nullptr;
 };
 
-/// Kills the service, because its folder is removed next.
-void killService() {
-    platform::ServiceManager& manager = platform::serviceManager();
-    Handle all, service;
-    platform::ServiceStatus status;
-    manager.openManager(0xF003F, all.value);
-    if (manager.openService(all.value, "swept", 0xF01FF, service.value) != 0) return;
-    manager.queryStatus(service.value, status);
-    kit::ChildProcess::kill(status.processId);
-    kit::await([&] { return manager.queryStatus(service.value, status) != 0 || status.currentState == 1; });
-}
-
+// The platform's service manager reports its failures by error codes.
 void liveAsService() {
     const Folder folder;
-    const StateDirectory directory(folder);
     const struct Killer {
-        ~Killer() { withoutFaults(killService); }
-    } killer;
-    const std::string command = withoutFaults([] { return kit::ChildProcess::commandOfRole("service"); });
+        ~Killer() {
+            withoutFaults([] { Services::run("end swept"); });
+        }
+    } killer;  // before its folder is removed
+    const std::string command = withoutFaults([] { return kit::ChildProcess::commandOfRole("plain"); });
     platform::ServiceManager& manager = platform::serviceManager();
     Handle all, service;
     accept(manager.openManager(0xF003F, all.value) == 0);
@@ -379,17 +316,10 @@ void liveAsService() {
     platform::ServiceStatus status;
     accept(manager.queryStatus(service.value, status) == 0);
     confirm("started", [&] { return status.processId != 0; });
-    platform::ServiceStatus answer;
-    accept(manager.control(service.value, platform::kServiceControlStop, answer) == 0);
-    confirm("stopped", [&] {
-        kit::await([&] { return manager.queryStatus(service.value, status) != 0 || status.currentState == 1; });
-        return status.currentState == 1;
-    });
+    accept(manager.control(service.value, platform::kServiceControlStop, status) == 0);
+    confirm("stopped", [] { return Services::run("await swept 1; tell swept") == "1/0/7"; });
     accept(manager.deleteService(service.value) == 0);
-    confirm("deleted", [&] {
-        std::vector<platform::ServiceEntry> entries;
-        return manager.enumerateServices(all.value, entries) == 0 && entries.empty();
-    });
+    confirm("deleted", [] { return Services::list().empty(); });
 }
 
 struct Scenario {

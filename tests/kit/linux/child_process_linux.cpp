@@ -113,9 +113,6 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
     Stream::closeEnd(m_state->errors.writeEnd);
 }
 
-ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments)
-    : ChildProcess(program, arguments, Options{}) {}
-
 bool ChildProcess::anyLeft() {
     siginfo_t info{};
     return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 || errno != ECHILD;

@@ -131,9 +131,6 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
     if (error != 0) throw std::runtime_error("no process for " + program + ": error " + std::to_string(error));
 }
 
-ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments)
-    : ChildProcess(program, arguments, Options{}) {}
-
 // An ended child that was not waited for is nothing here.
 bool ChildProcess::anyLeft() {
     return false;

@@ -1,5 +1,4 @@
 // Tests which registry files KestGetEnvironmentVariable refuses, and by which character set it reads names.
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -7,7 +6,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <thread>
 
 #include "kit/child_process.h"
 #include "kit/environment_guard.h"

@@ -1,5 +1,4 @@
 // Which code page and which locale id the environment means.
-#include <thread>
 #include <tuple>
 
 #include "kit/failing_calls.h"

@@ -1,6 +1,5 @@
 // The release of a mutex while the kernel begins to refuse the barrier in all threads. This program has only one test,
 // since the process has no barrier after the first refusal.
-#include <gtest/gtest.h>
 
 #include <chrono>
 

@@ -7,11 +7,7 @@
 #include "kit/gate.h"
 #include "kit/temporary_folder.h"
 #include "platform/linux/linux_sanitizers.h"
-#include "support/events.h"
-#include "support/logging.h"
-#include "support/read_write_lock.h"
-#include "support/threads.h"
-#include "support/timers.h"
+#include "support/support.h"
 
 using namespace KestSupport;
 

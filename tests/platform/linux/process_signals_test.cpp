@@ -1,7 +1,6 @@
 // Command lines by the rules of the shell, and what Linux adds to child processes: signals, descriptors, permissions.
 #include <csignal>
 #include <filesystem>
-#include <iostream>
 
 #include "kit/child_process.h"
 #include "kit/temporary_folder.h"

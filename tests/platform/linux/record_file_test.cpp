@@ -1,7 +1,6 @@
 // Record files, and streams that signals interrupt.
 #include "platform/record_file.h"
 
-#include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/stat.h>

@@ -1,7 +1,6 @@
 // The text format of the registry.
 #include "platform/emulated/registry_file.h"
 
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 
 namespace {

@@ -1,7 +1,6 @@
 // The state directory: its path from the environment, and its creation.
 #include "platform/state_directory.h"
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <filesystem>

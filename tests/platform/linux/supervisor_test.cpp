@@ -1,7 +1,6 @@
 // The messages of a service in the foreground to its supervisor.
 #include "platform/supervisor.h"
 
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 

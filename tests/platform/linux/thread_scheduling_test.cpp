@@ -1,5 +1,4 @@
 // The scheduling of new threads.
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/resource.h>
 

@@ -1,8 +1,6 @@
 // The codes of locale names, the locales of languages, and the default locale of the environment.
 #include "support/locales.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>

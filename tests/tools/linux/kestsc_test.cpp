@@ -1,5 +1,4 @@
 // Tests the commands of kestsc on services of this program.
-#include <algorithm>
 #include <csignal>
 #include <regex>
 

@@ -4,7 +4,6 @@
 
 #include "kit/log_capture.h"
 #include "support/log_record.h"
-#include "support/logging.h"
 #include "support/threads.h"
 
 using namespace KestSupport;

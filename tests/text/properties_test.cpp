@@ -10,7 +10,6 @@
 #include "kit/failure_of.h"
 #include "kit/log_capture.h"
 #include "kit/system.h"
-#include "kit/temporary_folder.h"
 #include "text/properties/property_table.h"
 
 using namespace KestSupport;

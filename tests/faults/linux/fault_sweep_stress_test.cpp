@@ -9,10 +9,7 @@
 #include <sstream>
 
 #include "kit/allocations.h"
-#include "kit/child_process.h"
 #include "kit/failing_calls.h"
-#include "kit/gate.h"
-#include "kit/temporary_folder.h"
 #include "platform/service_roles.h"
 #include "platform/thread.h"
 #include "support/support.h"

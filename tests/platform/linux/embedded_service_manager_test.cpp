@@ -45,17 +45,10 @@ const kit::ChildRole moreRoles[] = {
          ::_exit(0);
      }>},
     {"stranger", [](const Texts&) { return static_cast<int>(kit::ServiceFixture::Opened().error); }},
-    // Fills its output. Its arguments: the step that fails once, and the time at which it fails.
-    {"loud",
-     [](const Texts& arguments) {
-         std::printf("%01048576d", 0);
-         std::fflush(stdout);
-         const kit::FailingCalls calls(arguments.at(0).c_str(), std::stoi(arguments.at(1)), false, EMFILE);
-         return dispatch<serve<>>({});
-     }},
-    // Its arguments: the step that fails, from which time on, once or always.
+    // Its arguments: the step that fails, from which time on, once or always; more of them fill its output first.
     {"troubled", [](const Texts& arguments) {
          const bool always = arguments.at(2) == "always";
+         if (arguments.size() > 3) std::printf("%01048576d", 0), std::fflush(stdout);
          const kit::FailingCalls calls(arguments[0].c_str(), std::stoi(arguments[1]), always, EMFILE);
          return dispatch<serve<>>({});
      }}};
@@ -339,7 +332,7 @@ TEST_F(ServiceManagerTest, KeepsTheLastRun) {
 
 TEST_F(ServiceManagerTest, BeginsANewOutputFileDespiteFailures) {
     for (const std::string step : {"renameFile 1", "openFile 4", "fileFacts 6"}) {
-        EXPECT_EQ(run("create s plain; line s loud " + step + "; start s"), "0 0 0");
+        EXPECT_EQ(run("create s plain; line s troubled " + step + " once loud; start s"), "0 0 0");
         kit::await([&] { return fs::exists(state.pathOf("services/s/output.old")); });
         kit::await([&] { return fs::exists(state.pathOf("services/s/output")); });
         EXPECT_EQ(fs::file_size(state.pathOf("services/s/output.old")), kOutputLimit) << step;

@@ -1,24 +1,7 @@
 // Search patterns for names that other systems do not have.
-#include <set>
-
-#include "kit/environment_guard.h"
-#include "kit/temporary_folder.h"
-#include "platform/files.h"
+#include "platform/found_names.h"
 
 namespace {
-
-// Returns the names that match, each followed by a blank.
-std::string found(const std::string& pattern) {
-    std::set<std::string> names;
-    KestSupport::platform::FileSearch search;
-    EXPECT_EQ(search.start(pattern), 0);
-    for (std::string name; search.next(name);)
-        names.insert(name + ' ');
-    std::string all;
-    for (const std::string& name : names)
-        all += name;
-    return all;
-}
 
 TEST(FileSearch, KnowsCaseAndAnyCharacter) {
     const kit::TemporaryFolder folder;

@@ -145,7 +145,7 @@ class Expansion {
         if (value.find('<') == std::string_view::npos) {
             m_result += value;
         } else {
-            Source& source = m_sources.emplace_back(std::string(value), std::string_view(), m_names.end());
+            Source& source = m_sources.emplace_back(Source{std::string(value), {}, m_names.end()});
             source.unread = source.value;
             source.name = m_names.emplace(name).first;
         }

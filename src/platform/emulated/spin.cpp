@@ -21,7 +21,7 @@ unsigned measurePauses() noexcept {
             shortest = std::min(shortest, Deadline::now() - start);
         }
         constexpr Deadline::Time kFastest = 200;  // nanoseconds for all: a processor whose pause does nothing
-        result = static_cast<unsigned>(1000 * kPauses / std::max(shortest, kFastest));
+        result = static_cast<unsigned>(Deadline::Time{1000} * kPauses / std::max(shortest, kFastest));
     }
     g_pausesPerMicrosecond.store(result, std::memory_order_relaxed);
     return result;

@@ -1,11 +1,6 @@
 // The system's interface as the back end uses it: UTF-16 texts, and errors as errno values where a contract has those.
 #pragma once
 
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#include <windows.h>
-
 #include <cerrno>
 #include <cstdint>
 #include <string>
@@ -13,6 +8,7 @@
 
 #include "platform/common/fault_seam.h"
 #include "platform/error.h"
+#include "platform/windows/windows_handle.h"
 
 namespace KestSupport::platform {
 
@@ -58,35 +54,5 @@ int errnoCall(const char* step, Call&& call) {
     const int number = errnoFromError(error);
     return number == 0 ? EIO : number;
 }
-
-/// A handle of the system with an owner. Null and INVALID_HANDLE_VALUE mean that there is none.
-class SystemHandle {
-  public:
-    SystemHandle() noexcept = default;
-    explicit SystemHandle(HANDLE handle) noexcept : m_handle(handle == INVALID_HANDLE_VALUE ? nullptr : handle) {}
-    SystemHandle(SystemHandle&& other) noexcept : m_handle(other.release()) {}
-    SystemHandle& operator=(SystemHandle&& other) noexcept {
-        if (this != &other) {
-            close();
-            m_handle = other.release();
-        }
-        return *this;
-    }
-    ~SystemHandle() { close(); }
-
-    bool isOpen() const noexcept { return m_handle != nullptr; }
-    HANDLE get() const noexcept { return m_handle; }
-    HANDLE release() noexcept {
-        const HANDLE handle = m_handle;
-        m_handle = nullptr;
-        return handle;
-    }
-    void close() noexcept {
-        if (m_handle != nullptr) CloseHandle(release());
-    }
-
-  private:
-    HANDLE m_handle = nullptr;
-};
 
 }  // namespace KestSupport::platform

@@ -11,10 +11,6 @@ namespace {
 
 constexpr DWORD kAnySharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-HANDLE systemHandle(std::intptr_t handle) noexcept {
-    return reinterpret_cast<HANDLE>(handle);
-}
-
 }  // namespace
 
 OutputCapture::~OutputCapture() {

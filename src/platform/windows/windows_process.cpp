@@ -12,10 +12,6 @@
 namespace KestSupport::platform {
 namespace {
 
-HANDLE systemHandle(std::intptr_t handle) noexcept {
-    return reinterpret_cast<HANDLE>(handle);
-}
-
 constexpr DWORD kStandardHandles[] = {STD_INPUT_HANDLE, STD_OUTPUT_HANDLE, STD_ERROR_HANDLE};
 
 // The child's standard handles: duplicates that can be inherited.
@@ -52,11 +48,8 @@ class StandardHandles {
         // A program of the desktop has none to pass on.
         if (asked == kInheritHandle && (source == nullptr || source == INVALID_HANDLE_VALUE)) return errorSuccess;
         return errorCall("passHandle", [&] {
-            HANDLE duplicate = nullptr;
-            const HANDLE process = GetCurrentProcess();
-            if (!DuplicateHandle(process, source, process, &duplicate, 0, TRUE, DUPLICATE_SAME_ACCESS)) return false;
-            m_handles[index] = SystemHandle(duplicate);
-            return true;
+            m_handles[index] = duplicateOf(source, true);
+            return m_handles[index].isOpen();
         });
     }
 
@@ -210,13 +203,12 @@ void Process::endGroup() noexcept {
 
 std::intptr_t Process::duplicateHandle() noexcept {
     if (m_handle == kInheritHandle) return kInheritHandle;
-    HANDLE duplicate = nullptr;
-    const HANDLE process = GetCurrentProcess();
+    SystemHandle duplicate;
     const ErrorCode error = errorCall("duplicateHandle", [&] {
-        return DuplicateHandle(process, systemHandle(m_handle), process, &duplicate, 0, FALSE, DUPLICATE_SAME_ACCESS) !=
-               0;
+        duplicate = duplicateOf(systemHandle(m_handle));
+        return duplicate.isOpen();
     });
-    return error == 0 ? reinterpret_cast<std::intptr_t>(duplicate) : kInheritHandle;
+    return error == 0 ? reinterpret_cast<std::intptr_t>(duplicate.release()) : kInheritHandle;
 }
 
 // Some openers are components, which need a thread that components may run on.

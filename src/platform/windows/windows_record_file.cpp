@@ -11,10 +11,6 @@
 namespace KestSupport::platform {
 namespace {
 
-HANDLE systemHandle(std::intptr_t handle) noexcept {
-    return reinterpret_cast<HANDLE>(handle);
-}
-
 constexpr DWORD kAnySharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
 bool failWith(int error) noexcept {

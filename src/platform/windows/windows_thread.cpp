@@ -15,10 +15,6 @@
 namespace KestSupport::platform {
 namespace {
 
-HANDLE systemHandle(WaitHandle handle) noexcept {
-    return static_cast<HANDLE>(static_cast<void*>(handle));
-}
-
 // With its first thread the module stays loaded for ever, so an unload cannot take the code away from under one. A
 // reference for each thread would need the lock of the loader at each creation. A thread that holds a lock of the
 // library would wait there for an unload that waits for the same lock.
@@ -118,9 +114,8 @@ bool createThread(ThreadEntry entry, void* argument, WaitHandle& handle, bool su
     unsigned id = 0;
     const HANDLE thread =
         reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, &runThread, record, CREATE_SUSPENDED, &id));
-    const HANDLE process = GetCurrentProcess();
-    HANDLE duplicate = nullptr;
-    if (thread == nullptr || !DuplicateHandle(process, thread, process, &duplicate, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
+    SystemHandle duplicate = duplicateOf(thread);
+    if (!duplicate.isOpen()) {
         if (thread != nullptr) {
             TerminateThread(thread, 0);
             CloseHandle(thread);
@@ -129,7 +124,7 @@ bool createThread(ThreadEntry entry, void* argument, WaitHandle& handle, bool su
         return false;
     }
     record->id = id;
-    record->thread = SystemHandle(duplicate);
+    record->thread = std::move(duplicate);
     addRecord(*record);
     // The entry may free the variable as soon as it runs.
     handle = static_cast<WaitHandle>(static_cast<void*>(thread));

@@ -112,19 +112,15 @@ ThreadRecord* takeEnded() noexcept {
 // Until its record is complete, a thread is not interrupted: none is found in the list, or its depth is above 0.
 ThreadRecord& attach() noexcept {
     auto* const record = new (std::nothrow) ThreadRecord;
-    const HANDLE process = GetCurrentProcess();
-    HANDLE thread = nullptr;
-    if (record == nullptr || injectedFault("attachThread") != 0 ||
-        !DuplicateHandle(process, GetCurrentThread(), process, &thread, 0, FALSE, DUPLICATE_SAME_ACCESS) ||
-        !g_records.setCurrent(*record)) {
-        if (thread != nullptr) CloseHandle(thread);
+    SystemHandle thread = duplicateOf(GetCurrentThread());
+    if (record == nullptr || injectedFault("attachThread") != 0 || !thread.isOpen() || !g_records.setCurrent(*record)) {
         delete record;
         g_records.setCurrent(g_sharedRecord);
         return g_sharedRecord;
     }
     record->key = newThreadKey();
     record->id = GetCurrentThreadId();
-    record->thread = SystemHandle(thread);
+    record->thread = std::move(thread);
     record->depth.store(1, std::memory_order_relaxed);
     addRecord(*record);
     record->depth.store(0, std::memory_order_relaxed);

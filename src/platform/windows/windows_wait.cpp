@@ -16,10 +16,6 @@ namespace {
 static_assert(kWaitObject0 == WAIT_OBJECT_0 && kWaitAbandoned == WAIT_ABANDONED_0 && kWaitTimeout == WAIT_TIMEOUT &&
               kWaitFailed == WAIT_FAILED && kInfinite == INFINITE && kMaximumWaitObjects == MAXIMUM_WAIT_OBJECTS);
 
-HANDLE systemHandle(WaitHandle handle) noexcept {
-    return static_cast<HANDLE>(static_cast<void*>(handle));
-}
-
 WaitHandle waitHandle(HANDLE handle) noexcept {
     return static_cast<WaitHandle>(static_cast<void*>(handle));
 }
@@ -115,7 +111,8 @@ std::uint32_t waitForOne(WaitHandle object, std::uint32_t timeout) noexcept {
 std::uint32_t waitForMany(std::span<const WaitHandle> objects, bool all, std::uint32_t timeout) noexcept {
     if (objects.empty() || objects.size() > kMaximumWaitObjects) return kWaitFailed;
     std::array<HANDLE, kMaximumWaitObjects> handles{};
-    std::transform(objects.begin(), objects.end(), handles.begin(), systemHandle);
+    std::transform(objects.begin(), objects.end(), handles.begin(),
+                   [](WaitHandle handle) { return systemHandle(handle); });
     const auto end = handles.begin() + static_cast<std::ptrdiff_t>(objects.size());
     if (std::find(handles.begin(), end, nullptr) != end) return kWaitFailed;
     // The system finds an object that is named twice only in a wait for all.

@@ -27,7 +27,7 @@ std::string KestGetEnvironmentVariable(const std::string& key) {
     const std::size_t separator = all.rfind('\\');
     const std::string_view subkey = all.substr(0, separator);
     const std::string_view name = separator == std::string::npos ? all : all.substr(separator + 1);
-    const platform::Result<platform::RegistryValue> value = platform::readRegistryValue(subkey, name);
+    platform::Result<platform::RegistryValue> value = platform::readRegistryValue(subkey, name);
     if (!value) {
         const platform::ErrorCode error = value.error();
         const bool isAbsent = error == platform::errorFileNotFound || error == platform::errorPathNotFound;
@@ -38,7 +38,8 @@ std::string KestGetEnvironmentVariable(const std::string& key) {
     }
     switch (value->type) {
         case platform::kRegistryString:
-            return value->data.substr(0, value->data.find('\0'));
+            value->data.resize(std::min(value->data.find('\0'), value->data.size()));
+            return std::move(value->data);
         case platform::kRegistryDword:
         case platform::kRegistryDwordBigEndian:
             return std::to_string(littleEndianNumber(value->data));

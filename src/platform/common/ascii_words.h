@@ -37,12 +37,41 @@ constexpr bool isPlainWord(std::uint64_t word) {
     return isAsciiWord<Unit>(word | (word - wordOf<Unit>(1)));
 }
 
-/// Returns whether the whole text is ASCII. Reads it to its end, many bytes at a time.
+/// Calls visit with each word of the text. The last one has zeros after the last character.
+template <typename Visit>
+inline void visitWords(std::string_view text, Visit visit) {
+    constexpr std::size_t kWord = sizeof(std::uint64_t);
+    const char* next = text.data();
+    std::size_t left = text.size();
+    for (; left >= kWord; left -= kWord, next += kWord)
+        visit(loadWord(next));
+    if (left == 0) return;
+    std::uint64_t word = 0;
+    if (text.size() >= kWord) {
+        // The last eight characters overlap the word before. The shift removes these.
+        word = loadWord(next + left - kWord) >> (8 * (kWord - left));
+    } else {
+        while (left-- > 0)
+            word = word << 8 | static_cast<unsigned char>(next[left]);
+    }
+    visit(word);
+}
+
+/// Returns the word with the capital letters of ASCII in lower case, and all other characters unchanged.
+constexpr std::uint64_t foldedWord(std::uint64_t word) noexcept {
+    constexpr auto kFirst = wordOf<unsigned char>(0x80 - 'A');
+    constexpr auto kAfterLast = wordOf<unsigned char>(0x80 - ('Z' + 1));
+    const std::uint64_t low = word & wordOf<unsigned char>(0x7F);
+    // The highest bit of each sum says whether the character is at or after that letter. No sum overflows its byte.
+    const std::uint64_t isCapital = (low + kFirst) & ~(low + kAfterLast) & ~word & wordOf<unsigned char>(0x80);
+    return word | isCapital >> 2;
+}
+
+/// Returns whether the whole text is ASCII.
 inline bool isAscii(std::string_view text) noexcept {
-    unsigned all = 0;
-    for (const char c : text)
-        all |= static_cast<unsigned char>(c);
-    return all < 0x80;
+    std::uint64_t all = 0;
+    visitWords(text, [&all](std::uint64_t word) { all |= word; });
+    return isAsciiWord<unsigned char>(all);
 }
 
 }  // namespace KestSupport::platform

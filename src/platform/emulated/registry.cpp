@@ -45,10 +45,10 @@ class Registry {
     Result<RegistryValue> find(std::string_view subkey, std::string_view name) const {
         std::string keyBuffer;
         std::string nameBuffer;
-        const RegistryValue* const found =
+        const RegistryFile::Value* const found =
             m_file.find(recoded(subkey, true, keyBuffer), recoded(name, true, nameBuffer));
         if (found == nullptr) return Failure{errorFileNotFound};
-        if (found->type != kRegistryString) return *found;
+        if (found->type != kRegistryString) return RegistryValue{found->type, std::string(found->data)};
         std::string dataBuffer;
         return RegistryValue{found->type, std::string(recoded(found->data, false, dataBuffer))};
     }

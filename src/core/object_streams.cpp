@@ -70,7 +70,15 @@ inline std::size_t lengthUpToNul(const char* bytes, std::size_t n) noexcept {
 // there is no memory.
 void assignText(std::string& text, const unsigned char* bytes, std::size_t count) {
     const auto* const first = reinterpret_cast<const char*>(bytes);
-    text.assign(first, lengthUpToNul(first, count));
+    const std::size_t length = lengthUpToNul(first, count);
+    // Mostly a caller reads texts of similar length into one variable. Without a call of assign for them, 200,000
+    // values are read in 1.1 instead of 1.3 ms (bench/object_streams).
+    if (length > text.size()) {
+        text.assign(first, length);
+    } else {
+        copyBytes(text.data(), first, length);
+        text.resize(length);
+    }
 }
 
 // The bytes need not be aligned. Half a unit at the end becomes a unit with a high byte of 0.
@@ -431,7 +439,12 @@ template <typename Unit, typename Text>
 void KestBufferStream::takeText(Text& text) {
     const internal::BiasedGuard guard(m_bias, m_lock);
     std::uint64_t length = 0;
-    const std::size_t prefix = front(&length, sizeof length);
+    const std::size_t prefix = std::min<std::size_t>(sizeof length, size());
+    if (prefix == sizeof length) {
+        std::memcpy(&length, m_buffer + m_start, sizeof length);
+    } else {
+        front(&length, prefix);
+    }
     const std::size_t bytes = std::min<std::size_t>(byteCount(sizeof(Unit), length), size() - prefix);
     // Nothing is dropped until the text has its memory, so the caller can read it again.
     if (length != 0) assignText(text, m_buffer + m_start + prefix, bytes);

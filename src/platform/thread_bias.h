@@ -7,9 +7,19 @@
 
 namespace KestSupport::platform {
 
-/// Returns a number of the calling thread that no other living thread of the process has; never 0 or all ones. It costs
-/// as little as a call, since each acquisition of a lock asks for it.
+#if defined(__ELF__)
+/// The key of the calling thread, or 0 until the thread calls makeThreadKey. Each acquisition of a lock reads it:
+/// without a call for that, a value is written to a buffer stream in 3.5 instead of 4.3 ns (bench/object_streams).
+extern constinit thread_local std::uint32_t t_threadKey [[gnu::tls_model("initial-exec")]];
+std::uint32_t makeThreadKey() noexcept;
+/// Returns a number of the calling thread that no other living thread of the process has; never 0 or all ones.
+inline std::uint32_t threadKey() noexcept {
+    const std::uint32_t key = t_threadKey;
+    return key != 0 ? key : makeThreadKey();
+}
+#else
 std::uint32_t threadKey() noexcept;
+#endif
 /// The same, but the thread keeps the number while its last destructors run. In a forked child, the only thread has the
 /// number of the thread that forked.
 std::uint32_t lifelongThreadKey() noexcept;

@@ -25,13 +25,13 @@ namespace KestSupport::internal {
 class BiasedGuard {
   public:
     BiasedGuard(LockBias& bias, KestCriticalSectionObject& lock)
-        : m_bias(bias), m_lock(lock), m_isOwner(enterAsOwner(platform::threadKey()) || enter(platform::threadKey())) {}
+        : m_bias(bias), m_lock(lock), m_isOwner(enterAsOwner(bias, platform::threadKey()) || enter(bias, lock)) {}
     BiasedGuard(const BiasedGuard&) = delete;
     BiasedGuard& operator=(const BiasedGuard&) = delete;
     /// Whether the calling thread is the owner, for which no other thread waits but an evicting one.
     bool isOwner() const noexcept { return m_isOwner; }
     ~BiasedGuard() {
-        if (m_isOwner) {
+        if (m_isOwner) [[likely]] {
             m_bias.busy.store(false, std::memory_order_release);
         } else {
             m_lock.unlock();
@@ -39,19 +39,21 @@ class BiasedGuard {
     }
 
   private:
-    bool enterAsOwner(std::uint32_t key) noexcept {
-        if (m_bias.owner.load(std::memory_order_relaxed) != key) return false;
-        m_bias.busy.store(true, std::memory_order_relaxed);
+    // These are static, so that a guard can be in registers.
+    static bool enterAsOwner(LockBias& bias, std::uint32_t key) noexcept {
+        if (bias.owner.load(std::memory_order_relaxed) != key) [[unlikely]]
+            return false;
+        bias.busy.store(true, std::memory_order_relaxed);
         std::atomic_signal_fence(
             std::memory_order_seq_cst);  // for the processor, the newcomer's barrier orders the two
-        if (m_bias.owner.load(std::memory_order_relaxed) == key) [[likely]]
+        if (bias.owner.load(std::memory_order_relaxed) == key) [[likely]]
             return true;
-        m_bias.busy.store(false, std::memory_order_release);
+        bias.busy.store(false, std::memory_order_release);
         return false;
     }
     // Returns true when the calling thread has become the owner, and false when it has taken the ordinary lock.
-    bool enter(std::uint32_t key);
-    void evictOwner() noexcept;
+    static bool enter(LockBias& bias, KestCriticalSectionObject& lock);
+    static void evictOwner(LockBias& bias) noexcept;
 
     LockBias& m_bias;
     KestCriticalSectionObject& m_lock;

@@ -72,6 +72,7 @@ TYPED_TEST(ObjectStreams, WriteAndReadEachType) {
     expectBytes(1.0F, 0.0F, "\0\0\x80\x3F"s);
     expectBytes(1.0, 0.0, "\0\0\0\0\0\0\xF0\x3F"s);
     expectBytes("text"s, ""s, "\4\0\0\0\0\0\0\0text"s);
+    expectBytes("shorter text"s, "a text of 20 letters"s, "\xC\0\0\0\0\0\0\0shorter text"s);
     expectBytes(wstring16{'a', 0xE9, 0xD800}, wstring16{}, "\3\0\0\0\0\0\0\0a\0\xE9\0\0\xD8"s);
     expectBytes(std::string(300, 'x'), ""s, "\x2C\1\0\0\0\0\0\0"s + std::string(300, 'x'));
     EXPECT_EQ(written<TypeParam>("a\0b"s), "\1\0\0\0\0\0\0\0a"s);

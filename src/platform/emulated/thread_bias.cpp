@@ -7,7 +7,7 @@
 
 namespace KestSupport::platform {
 
-std::uint32_t threadKey() noexcept {
+std::uint32_t makeThreadKey() noexcept {
     return currentRecord().id;
 }
 

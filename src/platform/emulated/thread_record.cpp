@@ -6,10 +6,12 @@
 #include "platform/common/fault_seam.h"
 #include "platform/emulated/wait_dispatcher.h"
 #include "platform/thread.h"
+#include "platform/thread_bias.h"
 
 namespace KestSupport::platform {
 
 constinit thread_local ThreadRecord t_record;
+constinit thread_local std::uint32_t t_threadKey = 0;
 
 namespace {
 
@@ -61,6 +63,7 @@ void attachThread(ThreadRecord& self) noexcept {
         bucketOf(self.id).pushFront(self);
     }
     if (self.firstId == 0) self.firstId = self.id;
+    t_threadKey = self.id;
 }
 
 void announceEnd(ThreadRecord& self) noexcept {
@@ -90,7 +93,7 @@ void detachThread(Dispatcher& dispatcher, ThreadRecord& self) noexcept {
     bucketOf(self.id).remove(self);
     // A mutex that no thread waits for needs no visit: the next taker does not find its owner in the table.
     settleMutexes(dispatcher, self.id);
-    self.id = 0;
+    self.id = t_threadKey = 0;
 }
 
 std::uint32_t currentThreadId() noexcept {

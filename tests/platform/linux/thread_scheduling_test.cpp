@@ -1,8 +1,10 @@
-// The scheduling of new threads.
+// The scheduling of new threads, and the key of a thread at its end.
+#include <pthread.h>
 #include <sched.h>
 #include <sys/resource.h>
 
 #include "platform/lambda_thread.h"
+#include "platform/thread_bias.h"
 
 namespace {
 
@@ -21,6 +23,23 @@ TEST(Thread, StartsWithSchedulingOfProcess) {
     waitForOne(thread.handle, kInfinite);
     EXPECT_NE(creator, process);
     EXPECT_EQ(created, mayReset ? process : creator);
+}
+
+// Destructors of later keys run after the end was announced.
+TEST(Thread, HasKeyOfRunningThreadToTheEnd) {
+    static bool mayRun;
+    static std::uint32_t atEnd;
+    pthread_key_t later{};
+    ASSERT_EQ(threadKey(), threadKey());
+    ASSERT_EQ(pthread_key_create(&later, [](void*) { mayRun = threadMayRun(atEnd = threadKey()); }), 0);
+    std::uint32_t before = 0;
+    std::thread([&] {
+        before = threadKey();
+        pthread_setspecific(later, &mayRun);
+    }).join();
+    pthread_key_delete(later);
+    EXPECT_TRUE(mayRun);
+    EXPECT_NE(atEnd, before) << "an owner with the former key is not waited for";
 }
 
 }  // namespace

@@ -68,6 +68,8 @@ TEST(DateTime, ReadsThreeTextLayouts) {
     read("1970-01-01 00:00:00", {"01/01/1970"});
     read("3000-12-31 23:59:59", {"31/12/3000 23:59:59"});
     read("1994-11-06 08:49:37", {"Sun, 06 Nov 1994 08:49:37 GMT", "Sun Nov  6 08:49:37 1994\n"});
+    read("1994-11-06 08:49:03", {"06/11/1994 08:49:3:", "06/11/1994 08:49:3/", "06/11/1994 08:49:3\xB7"});
+    read("1994-11-06 00:00:00", {"06/11/1994T08:49:37"});
     read("1994-01-06 08:49:37", {"Sun, 6 nov 1994 8:49:37 X", "x Xxx 6 8:49:37 1994"});
     read("2024-03-02 10:00:00", {"Sat, 31 Feb 2024 10:00:00 CET"});
     read("2024-01-01 00:00:01", {"Sat, 31 Dec 2023 23:59:61 GMT"});
@@ -84,7 +86,8 @@ TEST(DateTime, ReadsThreeTextLayouts) {
           "Sundaymor, 6 Nov 1994 8:9:7 G", "S, 6 Nov 1994 8:9:7 Greenwichs"});
     KestDateTime date;
     std::string message = "untouched";
-    EXPECT_TRUE(date.setDateTimeFromStrImpl("01/02/2024", message));
+    for (const std::string text : {"01/02/2024", "Sat, 31 Feb 2024 10:00:00 CET"})
+        EXPECT_TRUE(date.setDateTimeFromStrImpl(text, message)) << text;
     EXPECT_EQ(message, "untouched");
     EXPECT_FALSE(date.setDateTimeFromStrImpl("01/02", message));
     EXPECT_EQ(message, "Incorrect DateTime format");

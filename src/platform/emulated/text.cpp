@@ -19,7 +19,7 @@ struct WideStringHeader {
 // The locales whose languages no ANSI code page has ever covered, with the ids of the platform that the interface of
 // the library was made for.
 struct LocaleId {
-    std::string_view name;
+    char name[8];
     std::uint32_t id;
 };
 

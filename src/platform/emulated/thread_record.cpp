@@ -22,7 +22,7 @@ namespace {
 constinit std::atomic<std::uint32_t> g_lastId{0};
 
 constexpr std::size_t kBucketCount = 256;
-using Bucket = IntrusiveList<ThreadRecord, &ThreadRecord::inBucket>;
+using Bucket = IntrusiveStack<ThreadRecord, &ThreadRecord::inBucket>;
 constinit std::array<Bucket, kBucketCount> g_buckets{};  // guarded by the dispatcher lock
 
 // In a forked child: the last id of its parent, and the id of the thread that forked, which writes both.
@@ -60,7 +60,7 @@ void attachThread(ThreadRecord& self) noexcept {
         do {
             self.id = newId(1);
         } while (isInTable(self.id));
-        bucketOf(self.id).pushFront(self);
+        bucketOf(self.id).push(self);
     }
     if (self.firstId == 0) self.firstId = self.id;
     t_threadKey = self.id;
@@ -84,7 +84,7 @@ bool isAttached(std::uint32_t id) noexcept {
 
 void keepOnlyThread(ThreadRecord& self) noexcept {
     g_buckets.fill({});
-    if ((self.id & 1) != 0) bucketOf(self.id).pushFront(self);
+    if ((self.id & 1) != 0) bucketOf(self.id).push(self);
     g_forkedId = self.id;
     g_lastIdOfParent = g_lastId.load(std::memory_order_relaxed) + 2;
 }

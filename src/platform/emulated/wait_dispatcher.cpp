@@ -137,30 +137,35 @@ void refreshTimer(WaitObject& timer) noexcept {
         timer.period == 0 ? Deadline::never() : Deadline::at(due + ((now - due) / timer.period + 1) * timer.period);
 }
 
-void ContendedMutexes::mark(std::size_t chain) noexcept {
-    const Chain& mutexes = m_chains[chain];
-    const std::uintptr_t only = reinterpret_cast<std::uintptr_t>(mutexes.first());
-    m_marks[chain].store(mutexes.isEmpty() || mutexes.hasOne() ? only : kSeveral, std::memory_order_relaxed);
+void ContendedMutexes::setFirst(std::size_t chain, WaitObject* mutex) noexcept {
+    const bool several = mutex != nullptr && mutex->nextInChain != nullptr;
+    m_chains[chain].store(reinterpret_cast<std::uintptr_t>(mutex) | (several ? kSeveral : kEmpty),
+                          std::memory_order_relaxed);
 }
 
 void ContendedMutexes::link(WaitObject& mutex) noexcept {
     const std::size_t chain = chainOf(&mutex);
-    m_chains[chain].pushFront(mutex);
-    mark(chain);
+    mutex.nextInChain = first(chain);
+    setFirst(chain, &mutex);
     ++m_count;
 }
 
+// A chain is short, so its mutexes do not know their predecessors.
 void ContendedMutexes::unlink(WaitObject& mutex) noexcept {
     const std::size_t chain = chainOf(&mutex);
-    m_chains[chain].remove(mutex);
-    mark(chain);
+    WaitObject* head = first(chain);
+    WaitObject** place = &head;
+    while (*place != &mutex)
+        place = &(*place)->nextInChain;
+    *place = mutex.nextInChain;
+    setFirst(chain, head);
     --m_count;
 }
 
 WaitObject* ContendedMutexes::find(const WaitObject* address) noexcept {
-    WaitObject* mutex = m_chains[chainOf(address)].first();
+    WaitObject* mutex = first(chainOf(address));
     while (mutex != nullptr && mutex != address)
-        mutex = Chain::next(*mutex);
+        mutex = mutex->nextInChain;
     return mutex;
 }
 

@@ -128,10 +128,10 @@ class WaitObject {
 
     // Guarded by the dispatcher lock.
     IntrusiveList<Link, &Link::inQueue> queue;
-    bool abandoned = false;            // mutex: the owner has ended; owner is kReserved
-    ListLinks<WaitObject> inChain;     // mutex with waiting threads: ContendedMutexes
-    Deadline due = Deadline::never();  // timer
-    Deadline::Time period = 0;         // timer: nanoseconds; 0: only once
+    bool abandoned = false;             // mutex: the owner has ended; owner is kReserved
+    WaitObject* nextInChain = nullptr;  // mutex with waiting threads: ContendedMutexes
+    Deadline due = Deadline::never();   // timer
+    Deadline::Time period = 0;          // timer: nanoseconds; 0: only once
 };
 
 /// The mutexes that threads wait for, chained by the hash of their address. Changed under the dispatcher lock.
@@ -140,10 +140,10 @@ class ContendedMutexes {
     /// Returns false if no thread is queued on the mutex. Called by a thread that has just released it. Uses only the
     /// address, so the mutex may have been freed. May wrongly return true if several contended mutexes share a chain.
     bool mayHold(const WaitObject* mutex) const noexcept {
-        const std::uintptr_t mark = m_marks[chainOf(mutex)].load(std::memory_order_relaxed);
-        if (mark == kEmpty) [[likely]]
+        const std::uintptr_t chain = m_chains[chainOf(mutex)].load(std::memory_order_relaxed);
+        if (chain == kEmpty) [[likely]]
             return false;
-        return mark == reinterpret_cast<std::uintptr_t>(mutex) || mark == kSeveral;
+        return chain == reinterpret_cast<std::uintptr_t>(mutex) || (chain & kSeveral) != 0;
     }
 
     // The functions below are called under the dispatcher lock.
@@ -155,26 +155,29 @@ class ContendedMutexes {
     template <typename Visit>
     void forEach(Visit visit) noexcept {
         for (std::size_t chain = 0; m_count != 0 && chain < m_chains.size(); ++chain) {
-            for (WaitObject* mutex = m_chains[chain].first(); mutex != nullptr; mutex = Chain::next(*mutex))
+            for (WaitObject* mutex = first(chain); mutex != nullptr; mutex = mutex->nextInChain)
                 visit(*mutex);
         }
     }
 
   private:
-    using Chain = IntrusiveList<WaitObject, &WaitObject::inChain>;
-
-    // A mark is kEmpty, the address of the only mutex of the chain, or kSeveral, which is no address.
+    // A chain is kEmpty or the address of its first mutex. If there are more, the lowest bit is set. So a release needs
+    // one word of it.
     static constexpr std::uintptr_t kEmpty = 0;
     static constexpr std::uintptr_t kSeveral = 1;
+    static_assert(alignof(WaitObject) > kSeveral);
 
     static std::size_t chainOf(const WaitObject* mutex) noexcept {
         // Multiplicative hashing by the golden ratio. The upper bits select one of 1024 chains.
         return (reinterpret_cast<std::uintptr_t>(mutex) * std::uint64_t{0x9E3779B97F4A7C15}) >> 54;
     }
-    void mark(std::size_t chain) noexcept;
+    WaitObject* first(std::size_t chain) const noexcept {
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): the rest is the address
+        return reinterpret_cast<WaitObject*>(m_chains[chain].load(std::memory_order_relaxed) & ~kSeveral);
+    }
+    void setFirst(std::size_t chain, WaitObject* mutex) noexcept;
 
-    std::array<std::atomic<std::uintptr_t>, 1024> m_marks{};
-    std::array<Chain, 1024> m_chains{};
+    std::array<std::atomic<std::uintptr_t>, 1024> m_chains{};
     std::size_t m_count = 0;
 };
 

@@ -13,9 +13,10 @@ constexpr ErrorNumber kSystemErrors[] = {
     {errorDiskFull, EDQUOT},
 };
 
+// Contains its text, so that the loader has no pointer to relocate.
 struct ErrorText {
     ErrorCode code;
-    const char* text;
+    char text[60];
 };
 
 // The codes without an errno value. The C runtime has no text for them.

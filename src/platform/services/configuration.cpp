@@ -15,12 +15,12 @@ constexpr std::size_t kLongestName = 256;
 constexpr std::size_t kLongestCommandLine = 32767;
 
 struct TextField {
-    std::string_view key;
+    char key[16];
     std::string StoredService::*value;
 };
 
 struct NumberField {
-    std::string_view key;
+    char key[16];
     std::uint32_t StoredService::*value;
 };
 

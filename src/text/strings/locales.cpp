@@ -19,9 +19,10 @@
 namespace KestSupport {
 namespace {
 
+// Contains its texts, so that the loader has no pointer to relocate.
 struct NamedCode {
-    std::string_view name;
-    std::string_view code;
+    char name[27];
+    char code[3];
 };
 
 constexpr NamedCode kLanguageCodes[] = {
@@ -36,8 +37,8 @@ constexpr NamedCode kCountryCodes[] = {
 };
 
 // Indexed by KestLocaleFactory::Language.
-constexpr const char* kLocaleNames[] = {"german",   "english-us", "spanish-mexican", "french",
-                                        "japanese", "chinese",    "globalc"};
+constexpr char kLocaleNames[][16] = {"german",   "english-us", "spanish-mexican", "french",
+                                     "japanese", "chinese",    "globalc"};
 
 // The languages without an ANSI code page. No locale can be made for them, so the global locale is used.
 constexpr std::uint32_t kLocalesServedByGlobal[] = {

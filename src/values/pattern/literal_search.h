@@ -13,6 +13,7 @@
 #include <cstring>
 #include <type_traits>
 
+#include "platform/processor.h"
 #include "support/strings.h"
 
 #if defined(__SSE2__)
@@ -147,7 +148,7 @@ class LiteralSearch {
     // literal of frequent letters). Returns the number of blocks that it passed, up to `count`. (Compilers for Windows
     // do not align such vectors on the stack.)
     std::size_t skipBlocks(const CharT* first, std::ptrdiff_t step, std::size_t count) const {
-        return __builtin_cpu_supports("avx2") ? skipBlocksOf32(first, step, count) : skipBlocksOf16(first, step, count);
+        return platform::hasWideVectors() ? skipBlocksOf32(first, step, count) : skipBlocksOf16(first, step, count);
     }
     [[gnu::target("avx2")]] std::size_t skipBlocksOf32(const CharT* first, std::ptrdiff_t step,
                                                        std::size_t count) const {

@@ -5,8 +5,8 @@
 namespace KestSupport::internal {
 namespace {
 
-constexpr const char* kTypeNames[] = {"in set", "not in set", "literal segment=", "any", "begin", "end"};
-constexpr const char* kFactorNames[] = {"one", "zero or one", "zero or more", "one or more"};
+constexpr char kTypeNames[][17] = {"in set", "not in set", "literal segment=", "any", "begin", "end"};
+constexpr char kFactorNames[][13] = {"one", "zero or one", "zero or more", "one or more"};
 
 /// One match of one token.
 template <typename StringType>

@@ -37,10 +37,11 @@
 // part of the output may be lost or written twice. Other locks outside the library stay locked: std::mutex, a FILE of
 // the program, the dynamic linker's lock during dlopen.
 //
-// On Windows, stop and kill take effect while the thread runs code of the program, waits in the library, or is inside a
-// call of the system that does not come from the C runtime (a read, a sleep, a wait). They wait for a thread that is
-// inside the C runtime, the heap or the loader, or for their locks, and return after 10 seconds without effect if it
-// stays there, for example in fwrite to a full pipe. A standard stream that the thread has locked stays locked.
+// On Windows, stop and kill take effect while the thread runs code of the program, waits or sleeps, or writes a log
+// record to a file. Inside another call of the system that does not come from the C runtime, such as a read from a
+// pipe, they take effect when the call has lasted 100 ms. They wait for a thread that is inside the C runtime, the heap
+// or the loader, or for their locks, and return after 10 seconds without effect if it stays there, for example in
+// fwrite to a full pipe. A standard stream that the thread has locked stays locked.
 //
 // On Linux, a new thread has the scheduling policy and the niceness that the process had when it loaded the library,
 // and not those of the creating thread, as far as the system permits the change (a lower niceness may need a

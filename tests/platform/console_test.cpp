@@ -3,10 +3,10 @@
 
 #include <chrono>
 #include <cstdio>
-#include <semaphore>
 
 #include "kit/child_process.h"
 #include "kit/failing_calls.h"
+#include "kit/gate.h"
 #include "kit/system.h"
 
 namespace {
@@ -16,15 +16,15 @@ using kit::ChildRole;
 using namespace KestSupport::platform;
 using Words = std::vector<std::string>;
 
-std::string g_heard;  // written by handlers, read after their release of g_called
-std::counting_semaphore<> g_called(0);
+std::string g_heard;  // written by handlers, read after g_called has counted them
+std::atomic<int> g_called{0};
 
 // A handler that notes its name and the event. The one named 'l' removes itself.
 template <char name, bool takes>
 bool hear(std::uint32_t event) {
     if (name == 'l') removeConsoleHandler(hear<name, takes>);
     g_heard += {name, static_cast<char>('0' + event)};
-    g_called.release();
+    ++g_called;
     return takes;
 }
 
@@ -36,8 +36,8 @@ void say(const std::string& text) {
 void sayHeard(int calls) {
     g_heard.clear();
     kit::interruptThisProgram();
-    for (int i = 0; i < calls; ++i)
-        g_called.acquire();
+    kit::await([calls] { return g_called == calls; });
+    g_called = 0;
     say(g_heard + " ");
 }
 
@@ -54,7 +54,7 @@ const ChildRole g_hears("hears", [](const Words&) -> int {
         say(removeConsoleHandler(handler) ? "removed " : "absent ");
     addConsoleHandler(hear<'n', false>);
     kit::interruptThisProgram();
-    g_called.acquire();
+    kit::await([] { return g_called == 1; });
     for (;;)
         std::this_thread::sleep_for(std::chrono::hours(1));
 });

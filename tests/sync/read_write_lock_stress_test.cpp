@@ -1,7 +1,6 @@
 // Many threads use one read-write lock, and the last one destroys it.
 
-#include <latch>
-
+#include "kit/gate.h"
 #include "support/read_write_lock.h"
 
 namespace {
@@ -51,14 +50,16 @@ TEST(ReadWriteLockStress, ExcludesWritersAndWakesAll) {
 TEST(ReadWriteLockStress, AllowsLastHolderToDestroy) {
     for (int i = 0; i < 2000; ++i) {
         auto lock = std::make_unique<KestReadWriteLock>();
-        std::latch reading(2);
-        const auto read = [&reading, &shared = *lock] {
+        std::atomic<int> missing{2};
+        kit::Gate bothRead;
+        const auto read = [&, &shared = *lock] {
             shared.readLock();
-            reading.arrive_and_wait();
+            if (--missing == 0) bothRead.open();
+            bothRead.pass();
             shared.readUnLock();
         };
         const std::jthread first(read), second(read);
-        reading.wait();
+        bothRead.pass();
         lock->writeLock();
         lock->writeUnLock();
         lock.reset();

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "platform/windows/windows_api.h"
+#include "platform/windows/windows_thread_record.h"
 
 namespace KestSupport::platform {
 namespace {
@@ -31,12 +32,25 @@ bool makeEmpty(HANDLE file) noexcept {
     return error == 0 || failWith(error);
 }
 
+// A thread that writes records spends most of its time in the system's write of a file, which uses no lock of the
+// process and leaves a whole number of bytes. The mark lets it be ended there. Under Wine, a write to a pipe allocates.
+BOOL writeFile(HANDLE file, const char* bytes, DWORD size, DWORD& taken) noexcept {
+    const WaitMark mark;
+    return WriteFile(file, bytes, size, &taken, nullptr);
+}
+
+BOOL writeStream(HANDLE stream, const char* bytes, DWORD size, DWORD& taken) noexcept {
+    return WriteFile(stream, bytes, size, &taken, nullptr);
+}
+
+using Write = decltype(&writeFile);
+
 // Returns whether all of the bytes were taken; if not, sets errno.
-bool writeBytes(HANDLE file, const char* bytes, std::size_t size) noexcept {
+bool writeBytes(Write write, HANDLE file, const char* bytes, std::size_t size) noexcept {
     while (size > 0) {
         DWORD taken = 0;
         const auto most = static_cast<DWORD>(std::min<std::size_t>(size, 1u << 30));
-        const int error = errnoCall("writeRecords", [&] { return WriteFile(file, bytes, most, &taken, nullptr) != 0; });
+        const int error = errnoCall("writeRecords", [&] { return write(file, bytes, most, taken) != 0; });
         if (error != 0 || taken == 0) return failWith(error);
         bytes += taken;
         size -= taken;
@@ -45,7 +59,7 @@ bool writeBytes(HANDLE file, const char* bytes, std::size_t size) noexcept {
 }
 
 // Writes a line feed as the system's line end. A record that fits into the block is one write.
-std::size_t writeAsText(HANDLE file, std::string_view text) noexcept {
+std::size_t writeAsText(Write write, HANDLE file, std::string_view text) noexcept {
     std::array<char, 65536> block;
     std::size_t done = 0;
     while (done < text.size()) {
@@ -55,7 +69,7 @@ std::size_t writeAsText(HANDLE file, std::string_view text) noexcept {
             if (text[next] == '\n') block[used++] = '\r';
             block[used++] = text[next];
         }
-        if (!writeBytes(file, block.data(), used)) break;
+        if (!writeBytes(write, file, block.data(), used)) break;
         done = next;
     }
     return done;
@@ -127,7 +141,7 @@ int renameRecordFile(const char* from, const char* to) noexcept try {
 }
 
 std::size_t RecordFile::write(std::string_view text) noexcept {
-    return writeAsText(systemHandle(m_handle), text);
+    return writeAsText(&writeFile, systemHandle(m_handle), text);
 }
 
 // Past the runtime's streams, whose lock a killed thread would keep.
@@ -135,7 +149,7 @@ std::size_t writeAfter(std::FILE* stream, std::string_view text) noexcept {
     if (std::fflush(stream) != 0) std::clearerr(stream);
     const int descriptor = _fileno(stream);
     const std::intptr_t handle = descriptor < 0 ? -1 : _get_osfhandle(descriptor);
-    if (handle > 0) return writeAsText(systemHandle(handle), text);
+    if (handle > 0) return writeAsText(&writeStream, systemHandle(handle), text);
     const std::size_t taken = std::fwrite(text.data(), 1, text.size(), stream);
     return std::fflush(stream) == 0 ? taken : 0;
 }

@@ -4,7 +4,8 @@
 // the code of these libraries. So it may be ended where its next instruction belongs to the program, unless the loader
 // has called the program, and where it is inside a system call that the program has made, directly or through libraries
 // that hold no such lock. The system undoes such a call. Wine does not: it runs the call inside the process, where it
-// may hold locks for a moment. So a call that is no wait has to last before it counts.
+// may hold locks for a moment. Libraries between the program and the call may do so too. So a call that is no wait has
+// to last before it counts. Our own calls that a thread makes often have a mark instead (windows_thread_record.h).
 #pragma once
 
 #include "platform/windows/windows_api.h"

@@ -5,7 +5,8 @@
 //
 //   leaving          nowhere: the thread is about to end, and the loader's lock may be its own
 //   depth above 0    nowhere: a step that must not be cut off (uninterrupted.h), or the thread has not begun
-//   waiting          everywhere: it is inside one of our waits, which the kernel undoes
+//   waiting          everywhere: it is inside one of our waits, or writes a record to a file. The kernel undoes the
+//                    first and ends or completes the second, and neither uses a lock of the process
 //   otherwise        where it holds no lock of the system or the C runtime (windows_thread_place.h)
 //
 // The list has a lock of its own kind: a thread that holds it or waits for it is not interrupted, since its depth is
@@ -45,7 +46,8 @@ std::uint32_t newThreadKey() noexcept;
 /// they end; it forbids to interrupt any of them. The last error stays.
 ThreadRecord& currentRecord() noexcept;
 
-/// Marks the calling thread as inside one of our waits. The last error of the wait survives the mark.
+/// Marks the calling thread as inside one call of the system that may be cut off anywhere: one of our waits, or the
+/// write of a record. The last error of the call survives the mark.
 class WaitMark {
   public:
     WaitMark() noexcept : m_record(currentRecord()) { m_record.waiting.fetch_add(1, std::memory_order_relaxed); }

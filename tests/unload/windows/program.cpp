@@ -8,8 +8,9 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <latch>
 #include <thread>
+
+#include "../../kit/gate.h"
 
 namespace {
 
@@ -36,19 +37,19 @@ HMODULE load(const char* path) {
 void loadAndUnload(const char* path, bool withThread) {
     const HMODULE library = load(path);
     const auto use = functionOf<bool (*)()>(library, "useLibrary");
-    std::latch used(withThread ? 1 : 0), mayEnd(1);
+    kit::Gate used, mayEnd;
     std::thread user;
     if (withThread) {
         user = std::thread([&] {
             require(use(), "the library does not work on another thread");
-            used.count_down();
-            mayEnd.wait();
+            used.open();
+            mayEnd.pass();
         });
     }
     require(use(), "the library does not work");
-    used.wait();
+    if (withThread) used.pass();
     FreeLibrary(library);
-    mayEnd.count_down();
+    mayEnd.open();
     if (withThread) user.join();
 }
 

@@ -34,7 +34,8 @@ class KEST_SUPPORT_EXPORT KestObjectBase {
     KestObjectBase& operator=(const KestObjectBase&) noexcept { return *this; }
     virtual ~KestObjectBase();
 
-    /// Adds a reference and returns the new count.
+    /// Adds a reference and returns the new count. A class may override addRef and release. A smart pointer may not
+    /// call them if it received the object before the constructor of that class had begun.
     virtual unsigned long addRef();
     /// Releases one reference that addRef added, and returns the new count. At 0 the object deletes itself while no
     /// lock of the library is held, and the caller must not use it again.
@@ -53,6 +54,37 @@ class KEST_SUPPORT_EXPORT KestObjectBase {
     static std::string normalizeClassName(const std::string& s);
 
     std::atomic<std::uint32_t> m_refCount{0};  ///< the number of references
+
+  private:
+    template <typename>
+    friend class KestSmartPointer;
+
+    // For smart pointers: addRef and release, which are virtual calls only if the class of some object overrides them.
+    // A virtual call reads the object before it changes the count. While two threads use the object, its cache line
+    // then comes twice: 140 instead of 72 ns for a copy and its end (bench/object_base).
+    void hold() {
+        if (m_hasOverrides.isSet.load(std::memory_order_relaxed)) {
+            addRef();
+        } else {
+            m_refCount.fetch_add(1, std::memory_order_relaxed);
+        }
+    }
+    void drop() {
+        if (m_hasOverrides.isSet.load(std::memory_order_relaxed)) {
+            release();
+        } else if (m_refCount.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+            delete this;
+        }
+    }
+    // Called when a smart pointer receives an object, before hold and drop.
+    void noteOverrides() const noexcept;
+
+    struct alignas(64) Flag {  // alone in its cache line, since all threads read it often
+        std::atomic<bool> isSet{false};
+    };
+    // Set before the first smart pointer has an object whose class overrides addRef or release. Another thread gets
+    // such a pointer only after that.
+    static Flag m_hasOverrides;
 };
 
 /// Holds one reference to a T, which is KestObjectBase or derives from it. Dereferencing does not check for null. The
@@ -64,10 +96,11 @@ class KestSmartPointer {
     KestSmartPointer() noexcept = default;
     KestSmartPointer(std::nullptr_t) noexcept {}  // NOLINT(google-explicit-constructor)
     /// Adds a reference, so a new object has the count 1.
-    KestSmartPointer(T* target) : m_pTarget(target) {  // NOLINT(google-explicit-constructor)
-        if (m_pTarget != nullptr) m_pTarget->addRef();
+    KestSmartPointer(T* target)  // NOLINT(google-explicit-constructor)
+        : m_pTarget(receive(target)) {
+        hold(m_pTarget);
     }
-    KestSmartPointer(const KestSmartPointer& other) : KestSmartPointer(other.m_pTarget) {}
+    KestSmartPointer(const KestSmartPointer& other) : m_pTarget(other.m_pTarget) { hold(m_pTarget); }
     /// Moves the reference; `other` becomes null, and the count does not change.
     KestSmartPointer(KestSmartPointer&& other) noexcept : m_pTarget(other.m_pTarget) { other.m_pTarget = nullptr; }
     /// Shares or moves the reference of a pointer to a derived class.
@@ -78,13 +111,15 @@ class KestSmartPointer {
     template <typename U>
     requires(!std::same_as<U, T> && std::convertible_to<U*, T*>) KestSmartPointer(KestSmartPointer<U>&& other)
     noexcept  // NOLINT(google-explicit-constructor)
-        : m_pTarget(std::exchange(other.m_pTarget, nullptr)) {}
-    ~KestSmartPointer() {
-        if (m_pTarget != nullptr) m_pTarget->release();
-    }
+        : m_pTarget(receive(std::exchange(other.m_pTarget, nullptr))) {}
+    ~KestSmartPointer() { drop(m_pTarget); }
 
     KestSmartPointer& operator=(const KestSmartPointer& other) {
-        if (this != &other) *this = other.m_pTarget;
+        if (m_pTarget == other.m_pTarget) return *this;
+        T* const target = other.m_pTarget;
+        clear();
+        m_pTarget = target;
+        hold(m_pTarget);
         return *this;
     }
     KestSmartPointer& operator=(KestSmartPointer&& other) noexcept {
@@ -92,10 +127,10 @@ class KestSmartPointer {
         T* const target = other.m_pTarget;
         other.m_pTarget = nullptr;
         if (target == m_pTarget) {
-            if (target != nullptr) target->release();
+            drop(target);
             return *this;
         }
-        drop();
+        clear();
         m_pTarget = target;
         return *this;
     }
@@ -103,9 +138,9 @@ class KestSmartPointer {
     /// target that only the old one keeps alive needs another reference during this call.
     KestSmartPointer& operator=(T* target) {
         if (target == m_pTarget) return *this;
-        drop();
-        m_pTarget = target;
-        if (m_pTarget != nullptr) m_pTarget->addRef();
+        clear();
+        m_pTarget = receive(target);
+        hold(m_pTarget);
         return *this;
     }
 
@@ -133,12 +168,38 @@ class KestSmartPointer {
     template <typename>
     friend class KestSmartPointer;
 
-    // The pointer is cleared first, because the target's destructor may use this smart pointer.
-    void drop() {
-        T* const old = m_pTarget;
-        m_pTarget = nullptr;
-        if (old != nullptr) old->release();
+    // Whether T leaves addRef and release as they are. A class derived from T may still override them.
+    static constexpr bool inheritsCount() {
+        using Count = unsigned long (KestObjectBase::*)();
+        return requires(T * target) {
+            requires std::same_as<decltype(&T::addRef), Count>;
+            requires std::same_as<decltype(&T::release), Count>;
+            static_cast<KestObjectBase*>(target);
+        };
     }
+    static T* receive(T* target) noexcept {
+        if constexpr (inheritsCount())
+            if (target != nullptr) static_cast<KestObjectBase*>(target)->noteOverrides();
+        return target;
+    }
+    static void hold(T* target) {
+        if (target == nullptr) return;
+        if constexpr (inheritsCount()) {
+            static_cast<KestObjectBase*>(target)->hold();
+        } else {
+            target->addRef();
+        }
+    }
+    static void drop(T* target) {
+        if (target == nullptr) return;
+        if constexpr (inheritsCount()) {
+            static_cast<KestObjectBase*>(target)->drop();
+        } else {
+            target->release();
+        }
+    }
+    // The pointer is cleared first, because the target's destructor may use this smart pointer.
+    void clear() { drop(std::exchange(m_pTarget, nullptr)); }
 
     T* m_pTarget = nullptr;
 };

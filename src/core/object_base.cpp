@@ -1,12 +1,47 @@
 #include "support/object_base.h"
 
+#include <cstring>
 #include <typeinfo>
 
 #include "platform/type_names.h"
 
 namespace KestSupport {
 
+namespace {
+
+// The begin of a table of virtual functions.
+struct VirtualFunctions {
+#if defined(_MSVC_LANG)
+    const void* destructor;
+#else
+    const void* destructors[2];
+#endif
+    const void* addRef;
+    const void* release;
+};
+
+const VirtualFunctions& virtualFunctions(const KestObjectBase& object) noexcept {
+    const VirtualFunctions* functions = nullptr;
+    std::memcpy(&functions, static_cast<const void*>(&object), sizeof functions);
+    return *functions;
+}
+
+}  // namespace
+
 KestObjectBase::~KestObjectBase() = default;
+
+constinit KestObjectBase::Flag KestObjectBase::m_hasOverrides;
+
+// One function may have several addresses, for example in a program that is linked with -no-pie. Its classes then seem
+// to override the functions, and smart pointers call them.
+void KestObjectBase::noteOverrides() const noexcept {
+    if (m_hasOverrides.isSet.load(std::memory_order_relaxed)) return;
+    const KestObjectBase plain;
+    const VirtualFunctions& own = virtualFunctions(*this);
+    const VirtualFunctions& inherited = virtualFunctions(plain);
+    if (own.addRef != inherited.addRef || own.release != inherited.release)
+        m_hasOverrides.isSet.store(true, std::memory_order_relaxed);
+}
 
 // The count is an atomic counter, because a lock would serialise all objects of the process. addRef needs no memory
 // order: its caller has a reference already, or got the object from a thread that has one.

@@ -1,11 +1,14 @@
 // Object base and smart pointer: the count, the last release, and class names.
 #include "support/object_base.h"
 
+#include <map>
 #include <set>
 #include <unordered_set>
 #include <utility>
 
+#include "kit/child_process.h"
 #include "support/locks.h"
+#include "support/observer.h"
 #include "support/threads.h"
 
 namespace KestSupport {
@@ -96,6 +99,59 @@ TEST(ObjectBase, CountsItsOwnReferences) {
     EXPECT_EQ(shared->refCount(), 1U);
     shared = nullptr;
     EXPECT_EQ(destroyed, 2) << "with the copy";
+}
+
+std::string g_calls;
+
+struct AddsItself : KestObjectBase {
+    unsigned long addRef() override {
+        g_calls += '+';
+        return KestObjectBase::addRef();
+    }
+};
+struct ReleasesItself : KestObjectBase {
+    unsigned long release() override {
+        g_calls += '-';
+        return KestObjectBase::release();
+    }
+};
+struct Second : KestCollaborator, AddsItself {};
+
+// The first object of a process whose class overrides a function; a copy and an assignment of its pointer follow.
+const std::map<std::string, std::pair<KestSmartPointer<KestObjectBase> (*)(), std::string>> g_ways{
+    {"new", {[]() -> KestSmartPointer<KestObjectBase> { return new AddsItself; }, "+++"}},
+    {"second base", {[]() -> KestSmartPointer<KestObjectBase> { return kestMake<Second>(); }, "+++"}},
+    {"assigned",
+     {[] {
+          KestSmartPointer<KestObjectBase> pointer;
+          pointer = new ReleasesItself;
+          return pointer;
+      },
+      "---"}},
+    {"copied",
+     {[]() -> KestSmartPointer<KestObjectBase> {
+          const auto pointer = kestMake<ReleasesItself>();
+          return pointer;
+      },
+      "----"}},
+};
+
+const kit::ChildRole g_role("overrides", [](const std::vector<std::string>& arguments) {
+    const auto& [make, expected] = g_ways.at(arguments.front());
+    const auto plain = kestMake<Pair<int, int>>();
+    {
+        const auto first = make();
+        auto copy = first, assigned = KestSmartPointer<KestObjectBase>(plain);
+        assigned = copy;
+    }
+    EXPECT_EQ(g_calls, expected) << arguments.front();
+    EXPECT_EQ(plain->refCount(), 1U) << "although it was counted in both ways";
+    return testing::Test::HasFailure() ? 1 : 0;
+});
+
+TEST(SmartPointer, CallsOverrides) {
+    for (const auto& [way, rest] : g_ways)
+        EXPECT_EQ(kit::ChildProcess::inRole("overrides", {way}).wait(), 0) << way;
 }
 
 }  // namespace

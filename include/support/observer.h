@@ -15,7 +15,7 @@
 // Cost: adding, removing and each step of a notification take about the same time for any number of dependents.
 #pragma once
 
-#include <memory>
+#include <atomic>
 #include <string>
 
 #include "support/exceptions.h"
@@ -110,8 +110,9 @@ class KEST_SUPPORT_EXPORT KestCollaborator {
     void removeDependent(KestDependent& dependent);
 
   private:
-    KestCriticalSectionObject m_lock;                        // not held while a handler runs
-    std::unique_ptr<internal::DependentList> m_pDependents;  // null before the first addDependent; guarded by m_lock
+    KestCriticalSectionObject m_lock;  // not held while a handler runs
+    // Null before the first addDependent. Changed under m_lock; the list is guarded by m_lock.
+    std::atomic<internal::DependentList*> m_pDependents{nullptr};
 };
 
 }  // namespace KestSupport

@@ -51,24 +51,31 @@ void KestDependent::handleNotification(KestCollaborator&, const KestNotification
 
 void KestCollaborator::addDependent(KestDependent& dependent) {
     const KestCriticalSection guard(m_lock, true);
-    if (m_pDependents == nullptr) m_pDependents = std::make_unique<internal::DependentList>();
-    m_pDependents->add(dependent);
+    internal::DependentList* dependents = m_pDependents.load(std::memory_order_relaxed);
+    if (dependents == nullptr) {
+        dependents = new internal::DependentList;
+        m_pDependents.store(dependents, std::memory_order_release);
+    }
+    dependents->add(dependent);
 }
 
 void KestCollaborator::removeDependent(KestDependent& dependent) {
     const KestCriticalSection guard(m_lock, true);
-    if (m_pDependents != nullptr) m_pDependents->remove(dependent);
+    internal::DependentList* const dependents = m_pDependents.load(std::memory_order_relaxed);
+    if (dependents != nullptr) dependents->remove(dependent);
 }
 
 KestCollaborator::~KestCollaborator() {
     Notifying::forget(*this);
+    delete m_pDependents.load(std::memory_order_acquire);
 }
 
 void KestCollaborator::notify(const KestNotification& notification) {
+    // Without a dependent the lock is not created either. A thread that starts and ends does not allocate then.
+    const internal::DependentList* const dependents = m_pDependents.load(std::memory_order_acquire);
+    if (dependents == nullptr) return;
     Notifying call(*this);
     KestCriticalSection guard(m_lock, true);
-    const internal::DependentList* const dependents = m_pDependents.get();
-    if (dependents == nullptr) return;
     internal::DependentList::Walk walk;
     while (KestDependent* const dependent = dependents->next(walk)) {
         guard.unlock();

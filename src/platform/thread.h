@@ -50,6 +50,9 @@ bool resumeThread(WaitHandle thread) noexcept;
 /// not run, and its mutexes become abandoned. A call for the calling thread does not return. Returns true for a thread
 /// that had ended, which keeps its exit code, and false for a thread that could not be reached.
 bool terminateThread(WaitHandle thread, std::uint32_t exitCode) noexcept;
+/// Waits for the end of the thread for a few milliseconds at most, if the back end has a cheaper way to do so than
+/// waitForMany. Returns whether the thread has ended.
+bool endsSoon(WaitHandle thread) noexcept;
 /// Announces that the calling thread is about to return from its entry. At the exit of the process and at the unload of
 /// the library, the static destructors wait until all such threads have ended and destroyed their thread-local objects,
 /// for at most 5 seconds. Does nothing on a thread that createThread did not make.

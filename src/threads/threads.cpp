@@ -257,8 +257,11 @@ void KestThread::waitForThreadExit() {
     if (isCurrentThread()) return;
     const NativeUse use(*this);
     if (!use) return;
-    // A killed thread ends without the end of its run.
     const std::array ends{use.runEnded(), use.handle()};
+    // The end of a run is soon followed by that of its thread, but a destructor of a thread-local object may wait for
+    // what this thread does next.
+    if (platform::waitForOne(ends[0], 0) == platform::kWaitObject0 || platform::endsSoon(ends[1])) return;
+    // A killed thread ends without the end of its run.
     platform::waitForMany(ends, false, platform::kInfinite);
 }
 

@@ -129,6 +129,22 @@ TEST(Thread, CallsTheRunForItsWork) {
     }
 }
 
+TEST(Thread, EndsItsRunBeforeItsThreadLocalObjects) {
+    static kit::Gate waited;
+    struct Local {
+        ~Local() { waited.pass(); }
+        std::atomic<int> used{0};
+    };
+    Work thread([] {
+        thread_local Local local;
+        return ++local.used;
+    });
+    thread.start();
+    thread.waitForThreadExit();
+    EXPECT_EQ(thread.getExitCode(), 1);
+    waited.open();
+}
+
 TEST(Thread, IsCompleteOrAbsentDuringStartAndKill) {
     std::atomic<bool> end{false};
     std::atomic<int> results{0};

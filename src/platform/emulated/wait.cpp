@@ -9,6 +9,7 @@
 #include "platform/emulated/barrier.h"
 #include "platform/emulated/spin.h"
 #include "platform/emulated/wait_dispatcher.h"
+#include "platform/thread.h"
 
 namespace KestSupport::platform {
 namespace {
@@ -270,6 +271,7 @@ std::uint32_t waitAfterFirstLook(WaitObject& object, std::uint32_t timeout) noex
     } else if (object.kind == Kind::mutex && tryMutex(object, self.id)) {
         return kWaitObject0;
     }
+    if (object.kind == Kind::thread && timeout == kInfinite && endsSoon(&object)) return kWaitObject0;
     if (timeout != 0 && spinFor(object, self)) return kWaitObject0;
     return waitSlowly(self, object, timeout, nullptr);
 }

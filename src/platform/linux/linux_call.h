@@ -1,9 +1,12 @@
 // System calls. They call the fault seam first and are repeated when a signal interrupts them.
 #pragma once
 
+#include <time.h>
+
 #include <cerrno>
 
 #include "platform/common/fault_seam.h"
+#include "platform/deadline.h"
 #include "platform/result.h"
 
 namespace KestSupport::platform {
@@ -32,6 +35,12 @@ template <typename Call>
 int errorCall(const char* step, Call&& call) noexcept {
     const int injected = injectedFault(step);
     return injected != 0 ? injected : call();
+}
+
+/// Returns the time of a deadline, for calls that take one of CLOCK_MONOTONIC. That is the steady clock.
+inline timespec timeOf(Deadline deadline) noexcept {
+    constexpr Deadline::Time kSecond = 1000 * Deadline::kMillisecond;
+    return {deadline.time() / kSecond, deadline.time() % kSecond};
 }
 
 /// Why the last system call failed.

@@ -1,11 +1,11 @@
 #include <linux/futex.h>
 #include <sys/syscall.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 
 #include "platform/futex.h"
+#include "platform/linux/linux_call.h"
 #include "platform/linux/linux_sanitizers.h"
 
 namespace KestSupport::platform {
@@ -14,9 +14,7 @@ void futexWait(FutexWord& word, std::uint32_t expected, Deadline deadline) noexc
     // ThreadSanitizer delays a signal until the thread returns from a call that the sanitizer does not know. So the
     // sleep is split.
     if constexpr (kSanitizerDefersSignals) deadline = std::min(deadline, Deadline::after(10));
-    // The time of the call is CLOCK_MONOTONIC, like that of the steady clock.
-    constexpr Deadline::Time kSecond = 1000 * Deadline::kMillisecond;
-    const timespec until{deadline.time() / kSecond, deadline.time() % kSecond};
+    const timespec until = timeOf(deadline);
     syscall(SYS_futex, &word, FUTEX_WAIT_BITSET_PRIVATE, expected, deadline.isNever() ? nullptr : &until, nullptr,
             FUTEX_BITSET_MATCH_ANY);
 }

@@ -32,16 +32,19 @@ class ThreadObject : public WaitObject {
 
     const ThreadEntry entry;
     void* const argument;
-    sigjmp_buf exitPoint{};           // written and read by the thread
-    std::atomic<pthread_t> native{};  // valid until joined or detached
-    FutexWord systemId{0};            // the kernel's thread id; 0 or kIdAwaited until the thread runs
-    FutexWord control{0};             // the number of suspensions, and kTerminating; changed under the dispatcher lock
-    FutexWord hasStopped{0};          // 1 while the thread is suspended
-    std::atomic<bool> forced{false};  // stop the thread even inside the C runtime
+    std::atomic<pthread_t> native{};   // 0 until it is known; valid until joined
+    std::atomic<bool> joining{false};  // a thread joins or has joined this one before its handle is closed
+    FutexWord systemId{0};             // the kernel's thread id; 0 or kIdAwaited until the thread runs
+    FutexWord control{0};              // the number of suspensions, and kTerminating; changed under the dispatcher lock
+    FutexWord hasStopped{0};           // 1 while the thread is suspended
+    std::atomic<bool> forced{false};   // stop the thread even inside the C runtime
     std::atomic<std::uint32_t> signalsHeard{0};
     std::atomic<std::uint32_t> exitCode{kStillActive};
     std::uint32_t terminationCode = 0;  // written before kTerminating
     bool closed = false;                // the handle is closed; guarded by the dispatcher lock
+    bool inheritsSignal = false;        // the creator does not block the control signal
+    bool inheritsScheduling = false;    // the creator has the scheduling of new threads
+    sigjmp_buf exitPoint{};             // written and read by the thread
 };
 
 }  // namespace KestSupport::platform

@@ -172,6 +172,10 @@ bool terminateThread(WaitHandle thread, std::uint32_t exitCode) noexcept {
 
 // The module stays loaded, and at the end of the process the system has ended all threads before any static destructor
 // of a library runs.
+bool endsSoon(WaitHandle) noexcept {
+    return false;
+}
+
 void leaveThread() noexcept {}
 
 bool otherThreadsAreGone() noexcept {

@@ -1,8 +1,10 @@
-// The scheduling of new threads, and the key of a thread at its end.
+// What new threads inherit from their creators, and the key of a thread at its end.
 #include <pthread.h>
 #include <sched.h>
+#include <signal.h>
 #include <sys/resource.h>
 
+#include "kit/gate.h"
 #include "platform/lambda_thread.h"
 #include "platform/thread_bias.h"
 
@@ -40,6 +42,20 @@ TEST(Thread, HasKeyOfRunningThreadToTheEnd) {
     pthread_key_delete(later);
     EXPECT_TRUE(mayRun);
     EXPECT_NE(atEnd, before) << "an owner with the former key is not waited for";
+}
+
+TEST(Thread, IsTerminatedAlthoughItsCreatorBlocksAllSignals) {
+    sigset_t all, before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, &before);
+    kit::Gate running;
+    const Lambda endless([&](WaitHandle) {
+        running.open();
+        sleepThread(kInfinite);
+    });
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    running.pass();
+    EXPECT_TRUE(terminateThread(endless.handle, 0));
 }
 
 }  // namespace

@@ -60,6 +60,7 @@ class KestLogRecord;
 
 namespace internal {
 struct LoggingState;
+struct ShownLevel;
 }  // namespace internal
 
 /// A log file with a fixed name, to which every run appends, and the form of its lines. docs/formats/log_files.md
@@ -255,15 +256,14 @@ class KEST_SUPPORT_EXPORT KestLogging : protected KestDependent {
     friend class KestLoggingEventTimerThread;
     friend class KestLogRecord;
     friend struct internal::LoggingState;
+    friend struct internal::ShownLevel;
 
     template <typename Append>
     KestLogging& insert(std::size_t most, Append append);
     KestLogging& insertText(std::string_view value);
     template <typename Integer>
     KestLogging& insertDecimal(Integer value);
-    void writeRecord();
     void writeAbandonedRecord();
-    bool buildLine();
     void dropRecord() noexcept;
     bool hasRecordData() const noexcept { return m_recordData.load(std::memory_order_relaxed); }
 

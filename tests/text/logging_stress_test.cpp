@@ -5,6 +5,7 @@
 #include "kit/log_capture.h"
 #include "support/log_record.h"
 #include "support/threads.h"
+#include "text/log/internal_log.h"
 
 using namespace KestSupport;
 
@@ -71,6 +72,20 @@ TEST(LoggingStress, WritesWholeRecordsWhileSettingsChange) {
     steady.join();
     log << setloglevel(1) << message(9, 1) << endrecord;
     EXPECT_EQ(countRecords(log, 9), 1);
+}
+
+TEST(LoggingStress, TellsTheLevelWhileLoggersEnd) {
+    std::atomic<bool> stop{false};
+    std::thread reader([&stop] {
+        while (!stop)
+            EXPECT_LE(internal::currentLogLevel(), 5);
+    });
+    for (int i = 0; i < kRecords; ++i) {
+        KestLogging brief("unused", 0, 5);
+        KestLogging::setInstance(brief);
+    }
+    stop = true;
+    reader.join();
 }
 
 TEST(LoggingStress, LosesNoRecordWhileThreadsAreKilled) {

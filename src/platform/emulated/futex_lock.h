@@ -10,8 +10,8 @@
 // A thread that has slept takes the lock as tag | 2, since it cannot know whether others still sleep.
 #pragma once
 
-#include "platform/emulated/spin.h"
 #include "platform/futex.h"
+#include "platform/spin.h"
 
 namespace KestSupport::platform {
 

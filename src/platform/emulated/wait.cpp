@@ -7,8 +7,8 @@
 
 #include "platform/common/fault_seam.h"
 #include "platform/emulated/barrier.h"
-#include "platform/emulated/spin.h"
 #include "platform/emulated/wait_dispatcher.h"
+#include "platform/spin.h"
 #include "platform/thread.h"
 
 namespace KestSupport::platform {

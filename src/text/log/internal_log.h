@@ -3,6 +3,8 @@
 // No caller holds a lock that logging needs. The timers do not log: the logger's watchdog is a timer.
 #pragma once
 
+#include <atomic>
+
 #include "support/log_record.h"
 #include "support/logging.h"
 
@@ -17,9 +19,14 @@ enum class LogLevel : int {
     trace = 9,      ///< everything else
 };
 
-/// Returns the level up to which records are written; -1 while logging is off.
+/// The level of the registered logger, read without the logger: another thread may be destroying it.
+struct ShownLevel {
+    static int get() noexcept { return KestLogging::m_shownLevel.load(std::memory_order_acquire); }
+};
+
+/// Returns the level up to which records are written; negative while logging is off.
 inline int currentLogLevel() noexcept {
-    return KestLogging::isAccessAllowed() ? KestLogging::getInstance().getLogLevel() : -1;
+    return ShownLevel::get();
 }
 
 /// Whether records of the level are written.

@@ -41,11 +41,16 @@ bool endsInsideLine(const std::string& name) {
 KeptLogFile::KeptLogFile(KestLogFileOptions options) : m_options(std::move(options)) {}
 
 // Every record calls this, so the usual case is a few comparisons.
-std::string KeptLogFile::prepare(LogFileOutput& output, std::size_t lineSize) {
-    const std::int64_t now = platform::coarseCalendarSeconds();
-    const bool opens = m_reopen.load(std::memory_order_acquire) || !output.file.isOpen();
-    if (output.isMeasured && !opens && !isDue(lineSize, now)) return {};
+bool KeptLogFile::isReady(const LogFileOutput& output, std::size_t size) const noexcept {
+    return output.isMeasured && !opens(output) && !isDue(size, platform::coarseCalendarSeconds());
+}
 
+bool KeptLogFile::opens(const LogFileOutput& output) const noexcept {
+    return m_reopen.load(std::memory_order_acquire) || !output.file.isOpen();
+}
+
+std::string KeptLogFile::prepare(LogFileOutput& output, std::size_t size) {
+    const std::int64_t now = platform::coarseCalendarSeconds();
     const platform::Uninterrupted whole;  // a termination would leave half of a rotation
     if (!output.isMeasured) {
         output.isMeasured = true;
@@ -54,17 +59,17 @@ std::string KeptLogFile::prepare(LogFileOutput& output, std::size_t lineSize) {
         m_failedAt = m_isOpenReported ? now : kNever;
         begin(output, now);
     }
-    if (opens && m_failedAt != now) open(output, platform::RecordFileStart::atEnd, now);
-    if (output.file.isOpen() && isDue(lineSize, now) && m_failedAt != now) rotate(output, now);
+    if (opens(output) && m_failedAt != now) open(output, platform::RecordFileStart::atEnd, now);
+    if (output.file.isOpen() && isDue(size, now) && m_failedAt != now) rotate(output, now);
     return std::exchange(m_failure, {});
 }
 
-bool KeptLogFile::write(LogFileOutput& output, std::string_view line) {
-    if (!output.file.isOpen()) return false;
-    return output.lines.write(line, [&](std::string_view text) {
-        const std::size_t taken = output.file.write(text);
-        if (taken != text.size()) m_writeError = errno;
-        m_bytes += platform::sizeInFile(text.substr(0, taken));
+std::size_t KeptLogFile::write(LogFileOutput& output, std::string_view text, std::span<const std::size_t> ends) {
+    if (!output.file.isOpen()) return ends.size();
+    return output.lines.write(text, ends, [&](std::string_view rest) {
+        const std::size_t taken = output.file.write(rest);
+        if (taken != rest.size()) m_writeError = errno;
+        m_bytes += platform::sizeInFile(rest.substr(0, taken));
         return taken;
     });
 }
@@ -88,8 +93,8 @@ void KeptLogFile::measure(const LogFileOutput& output, std::int64_t now) {
     m_dayEnd = m_options.daily ? endOfDay(m_bytes == 0 ? now : state.lastWrite, kNever) : kNever;
 }
 
-bool KeptLogFile::isDue(std::size_t lineSize, std::int64_t now) const noexcept {
-    return now >= m_dayEnd || (m_bytes > 0 && (m_bytes >= m_limit || lineSize > m_limit - m_bytes));
+bool KeptLogFile::isDue(std::size_t size, std::int64_t now) const noexcept {
+    return now >= m_dayEnd || (m_bytes > 0 && (m_bytes >= m_limit || size > m_limit - m_bytes));
 }
 
 void KeptLogFile::open(LogFileOutput& output, platform::RecordFileStart start, std::int64_t now) {

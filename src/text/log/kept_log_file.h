@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -14,7 +15,7 @@
 
 namespace KestSupport::internal {
 
-/// Threads: one at a time, which holds the record lock, except for requestReopen and name.
+/// Threads: one at a time, which writes, except for requestReopen and name.
 class KeptLogFile {
   public:
     explicit KeptLogFile(KestLogFileOptions options);
@@ -24,15 +25,17 @@ class KeptLogFile {
     /// The next call of prepare opens the file again.
     void requestReopen() noexcept { m_reopen.store(true, std::memory_order_release); }
 
-    /// Opens the file again or rotates it, if one of them is due before a line of the size. The file stays the same
+    /// Whether prepare has nothing to do before lines of the size.
+    bool isReady(const LogFileOutput& output, std::size_t size) const noexcept;
+    /// Opens the file again or rotates it, if one of them is due before lines of the size. The file stays the same
     /// after a failure. Returns the text of a record about a new failure, which standard error shows too; else nothing.
-    std::string prepare(LogFileOutput& output, std::size_t lineSize);
+    std::string prepare(LogFileOutput& output, std::size_t size);
 
-    /// Writes the line. Returns whether the system has taken it.
-    bool write(LogFileOutput& output, std::string_view line);
+    /// Writes lines with the given ends. Returns how many of them are lost.
+    std::size_t write(LogFileOutput& output, std::string_view text, std::span<const std::size_t> ends);
 
-    /// Counts a record that write has not written.
-    void countLost() noexcept { ++m_lost; }
+    /// Counts records that write has not written.
+    void countLost(std::size_t records) noexcept { m_lost += records; }
     /// Returns the text of a record about the lost records, empty if there are none.
     std::string lostText() const;
     void forgetLost() noexcept { m_lost = 0; }
@@ -42,7 +45,8 @@ class KeptLogFile {
 
     void begin(LogFileOutput& output, std::int64_t now);
     void measure(const LogFileOutput& output, std::int64_t now);
-    bool isDue(std::size_t lineSize, std::int64_t now) const noexcept;
+    bool opens(const LogFileOutput& output) const noexcept;
+    bool isDue(std::size_t size, std::int64_t now) const noexcept;
     void open(LogFileOutput& output, platform::RecordFileStart start, std::int64_t now);
     void rotate(LogFileOutput& output, std::int64_t now);
     bool renameOldFiles();

@@ -20,18 +20,19 @@ std::string openFailure(const std::string& name, int error) {
     return "KestLogging: Cannot open log file " + name + " (" + std::to_string(error) + ")";
 }
 
-void LogOutput::write(std::string_view line) {
-    m_lines.write(line, [](std::string_view text) { return platform::writeAfter(stdout, text); });
+void LogOutput::write(std::string_view text, std::span<const std::size_t> ends) {
+    m_lines.write(text, ends, [](std::string_view rest) { return platform::writeAfter(stdout, rest); });
 }
 
 // lockCount allocates the lock. Without that, close could fail.
-LogFile::LogFile(std::string baseName, KestCriticalSectionObject& recordLock)
-    : m_baseName(std::move(baseName)), m_recordLock(recordLock) {
+LogFile::LogFile(std::string baseName, KestCriticalSectionObject& recordLock, KestCriticalSectionObject& outputLock)
+    : m_baseName(std::move(baseName)), m_recordLock(recordLock), m_outputLock(outputLock) {
     m_switchLock.lockCount();
 }
 
-LogFile::LogFile(const KestLogFileOptions& options, KestCriticalSectionObject& recordLock)
-    : m_recordLock(recordLock), m_pKept(std::make_unique<KeptLogFile>(options)) {
+LogFile::LogFile(const KestLogFileOptions& options, KestCriticalSectionObject& recordLock,
+                 KestCriticalSectionObject& outputLock)
+    : m_pKept(std::make_unique<KeptLogFile>(options)), m_recordLock(recordLock), m_outputLock(outputLock) {
     m_switchLock.lockCount();
 }
 
@@ -58,10 +59,10 @@ void LogFile::open() {
 void LogFile::close() noexcept {
     std::unique_ptr<LogFileOutput> output(m_pOutput.exchange(nullptr, std::memory_order_acq_rel));
     if (!output) return;
-    // While this thread has the record lock, no other thread writes.
-    if (m_recordLock.testAndSet()) {
-        m_recordLock.unlock();
-        return;
+    {
+        // While this thread has both locks, no other thread writes.
+        KestCriticalSection records(m_recordLock, false), writing(m_outputLock, false);
+        if (records.testAndSet() && writing.testAndSet()) return;
     }
     const KestCriticalSection guard(m_switchLock, true);
     output->next = std::move(m_replaced);
@@ -69,16 +70,21 @@ void LogFile::close() noexcept {
     m_hasReplaced.store(true, std::memory_order_relaxed);
 }
 
-bool LogFile::write(std::string_view line) {
+std::size_t LogFile::write(std::string_view text, std::span<const std::size_t> ends) {
     LogFileOutput* const output = m_pOutput.load(std::memory_order_acquire);
-    if (output == nullptr) return true;
-    if (m_pKept) return m_pKept->write(*output, line);
-    return output->lines.write(line, [output](std::string_view text) { return output->file.write(text); });
+    if (output == nullptr) return 0;
+    if (m_pKept) return m_pKept->write(*output, text, ends);
+    return output->lines.write(text, ends, [output](std::string_view rest) { return output->file.write(rest); });
 }
 
-std::string LogFile::prepareKept(std::size_t lineSize) {
+std::string LogFile::prepareKept(std::size_t size) {
     LogFileOutput* const output = m_pOutput.load(std::memory_order_acquire);
-    return output == nullptr ? std::string() : m_pKept->prepare(*output, lineSize);
+    return output == nullptr ? std::string() : m_pKept->prepare(*output, size);
+}
+
+bool LogFile::isKeptReady(std::size_t size) const {
+    const LogFileOutput* const output = m_pOutput.load(std::memory_order_acquire);
+    return output == nullptr || m_pKept->isReady(*output, size);
 }
 
 void LogFile::destroyReplaced() {

@@ -5,12 +5,14 @@
 //   LogFile      the log file: its name, its opening and its closing. What a file with a fixed name needs besides is in
 //                kept_log_file.h
 //
-// Threads: the thread that holds the record lock writes lines. Any thread may open and close the file. It does not wait
+// Threads: one thread at a time writes lines (line_queue.h). Any thread may open and close the file. It does not wait
 // for a record that stays open: a file that may be in use is put aside, and closed with the next record.
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -32,14 +34,20 @@ class LineEnds {
     /// For a file that exists: whether its last line has no end.
     explicit LineEnds(bool torn) noexcept : m_torn(torn) {}
 
-    /// Write takes a text and returns how many of its characters the system took. The others are lost.
-    /// Returns whether it took the whole line.
+    /// Writes lines with the given ends. Write takes a text and returns how many of its characters the system took. The
+    /// line that it took in part is lost, and the next one is tried. Returns the number of lost lines.
     template <typename Write>
-    bool write(std::string_view line, Write&& write) {
-        if (m_torn && write("\n") == 0) return false;
-        const std::size_t written = write(line);
-        m_torn = written != 0 && written != line.size();
-        return written == line.size();
+    std::size_t write(std::string_view text, std::span<const std::size_t> ends, Write&& write) {
+        std::size_t lost = 0, begin = 0;
+        for (auto end = ends.begin(); end != ends.end(); begin = *end++, ++lost) {
+            if (m_torn && write("\n") == 0) continue;
+            const std::size_t written = begin + write(text.substr(begin));
+            while (end != ends.end() && *end <= written)
+                begin = *end++;
+            m_torn = written != begin;
+            if (end == ends.end()) break;
+        }
+        return lost;
     }
 
   private:
@@ -48,8 +56,8 @@ class LineEnds {
 
 class LogOutput {
   public:
-    /// Writes a line with its end, after the text that the program has put into the stream.
-    void write(std::string_view line);
+    /// Writes lines after the text that the program has put into the stream.
+    void write(std::string_view text, std::span<const std::size_t> ends);
 
   private:
     LineEnds m_lines;
@@ -73,10 +81,11 @@ struct LogFileOutput {
 
 class LogFile {
   public:
-    /// The caller of write and closeReplaced holds `recordLock`. It outlives the object.
-    LogFile(std::string baseName, KestCriticalSectionObject& recordLock);
+    /// The thread that writes holds one of the locks. They outlive the object.
+    LogFile(std::string baseName, KestCriticalSectionObject& recordLock, KestCriticalSectionObject& outputLock);
     /// A file with a fixed name.
-    LogFile(const KestLogFileOptions& options, KestCriticalSectionObject& recordLock);
+    LogFile(const KestLogFileOptions& options, KestCriticalSectionObject& recordLock,
+            KestCriticalSectionObject& outputLock);
     LogFile(const LogFile&) = delete;
     LogFile& operator=(const LogFile&) = delete;
     ~LogFile();
@@ -85,7 +94,8 @@ class LogFile {
     /// Reports the attempt, unless the name is fixed, and a failure on standard error.
     void open();
 
-    /// Closes the file if one is open. Takes up to 100 ms while another thread's record is open. Allocates nothing.
+    /// Closes the file if one is open. Takes up to 100 ms while another thread's record is open, and as long while a
+    /// record is written. Allocates nothing.
     void close() noexcept;
 
     /// Closes the files that close put aside. Called after each record.
@@ -93,26 +103,30 @@ class LogFile {
         if (m_hasReplaced.load(std::memory_order_relaxed)) destroyReplaced();
     }
 
-    /// Writes a line with its end, if a file is open. Returns false if the output has failed.
-    bool write(std::string_view line);
+    /// Writes lines with the given ends, if a file is open. Returns how many of them are lost.
+    std::size_t write(std::string_view text, std::span<const std::size_t> ends);
 
     /// Null unless the name is fixed.
     KeptLogFile* kept() noexcept { return m_pKept.get(); }
-    /// Calls prepare of kept, if there is a file. See there.
-    std::string prepareKept(std::size_t lineSize);
+    /// Call prepare and isReady of kept, if there is a file. See there.
+    std::string prepareKept(std::size_t size);
+    bool isKeptReady(std::size_t size) const;
 
   private:
     void destroyReplaced();
 
+    // What the usual record reads comes first.
+    std::atomic<LogFileOutput*> m_pOutput{nullptr};  // owned; the object is used by the thread that writes
+    const std::unique_ptr<KeptLogFile> m_pKept;      // used by the thread that writes
+    std::atomic<bool> m_hasReplaced{false};          // whether m_replaced has any
+
     const std::string m_baseName;
     KestCriticalSectionObject& m_recordLock;
-    const std::unique_ptr<KeptLogFile> m_pKept;      // guarded by m_recordLock
-    std::atomic<LogFileOutput*> m_pOutput{nullptr};  // owned; the object is guarded by m_recordLock
+    KestCriticalSectionObject& m_outputLock;
 
-    // Serialises opening and closing. Taken after m_recordLock.
+    // Serialises opening and closing. Taken after m_recordLock and m_outputLock.
     KestCriticalSectionObject m_switchLock;
     std::unique_ptr<LogFileOutput> m_replaced;  // list of the files put aside; guarded by m_switchLock
-    std::atomic<bool> m_hasReplaced{false};     // whether the list has any
 };
 
 }  // namespace KestSupport::internal

@@ -110,7 +110,7 @@ void appendEscaped(std::string& text, std::string_view value) {
     }
 }
 
-const std::string& RecordPrefix::text(int level, std::string_view module, std::uint32_t threadId) {
+void RecordPrefix::appendTo(std::string& line, int level, std::string_view module, std::uint32_t threadId) {
     std::int64_t now = 0;
     int millisecond = 0;
     if (m_hasMilliseconds) {
@@ -121,37 +121,54 @@ const std::string& RecordPrefix::text(int level, std::string_view module, std::u
     } else {
         now = platform::coarseCalendarSeconds();
     }
-    if (now == m_second && millisecond == m_millisecond && level == m_level && threadId == m_threadId &&
-        module == m_module)
-        return m_text;
-    const platform::Uninterrupted whole;  // a termination would leave half of a text for the next record
-    if (now != m_second) {
-        const std::tm time = localTimeOf(now);
-        m_time = timeText(time);
-        if (m_hasZone) m_zone = zoneText(time, now);
+    if (now != m_second || millisecond != m_millisecond) {
+        const platform::Uninterrupted whole;  // a termination would leave half of a text for the next record
+        if (now != m_second) makeTime(now);
+        m_millisecond = millisecond;
+        m_level = level;
+        m_module = module;
+        m_threadId = 0;  // no thread's, if there is no memory for the text
+        m_text.clear();
+        make(m_text, level, module, threadId);
+        m_threadId = threadId;
     }
-    m_second = now;
-    m_millisecond = millisecond;
-    m_level = level;
-    m_module = module;
-    m_threadId = threadId;
+    if (threadId == m_threadId && level == m_level && module == m_module) {
+        makeRoom(line, m_text.size());
+        line += m_text;
+    } else {
+        make(line, level, module, threadId);
+    }
+}
 
+void RecordPrefix::makeTime(std::int64_t now) {
+    const std::tm time = localTimeOf(now);
+    m_time = timeText(time);
+    if (m_hasZone) m_zone = zoneText(time, now);
+    m_second = now;
+}
+
+void RecordPrefix::make(std::string& text, int level, std::string_view module, std::uint32_t threadId) const {
     constexpr std::size_t kModuleWidth = 10;
-    m_text = m_time;
+    constexpr std::size_t kMostOthers = 64;  // the milliseconds, the level, the thread, and what is between them
+    makeRoom(text, m_time.size() + m_zone.size() + module.size() + kMostOthers);
+    text += m_time;
     if (m_hasMilliseconds) {
-        m_text += '.';
-        appendPadded(m_text, millisecond, 3);
+        text += '.';
+        appendPadded(text, m_millisecond, 3);
     }
-    m_text += m_zone;
-    m_text += ' ';
-    appendDecimal(m_text, level);
-    m_text += ' ';
-    m_text += module;
-    if (module.size() < kModuleWidth) m_text.append(kModuleWidth - module.size(), ' ');
-    m_text += " [";
-    appendDecimal(m_text, threadId);
-    m_text += "] ";
-    return m_text;
+    text += m_zone;
+    text += ' ';
+    appendDecimal(text, level);
+    text += ' ';
+    if (m_escapes) {
+        appendEscaped(text, module);
+    } else {
+        text += module;
+    }
+    if (module.size() < kModuleWidth) text.append(kModuleWidth - module.size(), ' ');
+    text += " [";
+    appendDecimal(text, threadId);
+    text += "] ";
 }
 
 }  // namespace KestSupport::internal

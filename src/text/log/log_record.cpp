@@ -45,10 +45,11 @@ void KestLogRecord::write() noexcept {
     if (record.text.empty()) return;
     try {
         internal::LoggingState& state = *m_pLogging->m_pState;
-        const KestCriticalSection guard(state.lock, true);
+        internal::RecordLock lock(state);
         m_pLogging->writeAbandonedRecord();
-        state.buildLine(record);
-        state.writeLine();
+        const internal::LineQueue::Turn turn = state.addLine(record);
+        if (turn.isShared()) lock.unlock();
+        state.finishLine(turn);
     } catch (...) {
     }
 }

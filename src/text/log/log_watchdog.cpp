@@ -7,6 +7,7 @@
 
 #include "platform/clock.h"
 #include "platform/thread.h"
+#include "platform/thread_bias.h"
 #include "support/exceptions.h"
 #include "support/logging.h"
 #include "threads/timer_deferral.h"
@@ -20,15 +21,17 @@ bool LogWatchdog::arm() {
 }
 
 bool LogWatchdog::openRecord() noexcept {
-    m_openSince.store(platform::coarseCalendarSeconds(), std::memory_order_seq_cst);
-    if (m_armed.load(std::memory_order_seq_cst)) return true;
+    m_openSince.store(platform::coarseCalendarSeconds(), std::memory_order_relaxed);
+    std::atomic_signal_fence(std::memory_order_seq_cst);  // for the processor, the barrier of an expiry orders the two
+    if (m_armed.load(std::memory_order_acquire)) return true;
     closeRecord();
     return false;
 }
 
 void LogWatchdog::set() {
-    m_armed.store(false, std::memory_order_seq_cst);
-    const std::int64_t openSince = m_openSince.load(std::memory_order_seq_cst);
+    m_armed.store(false, std::memory_order_relaxed);
+    platform::barrierInAllThreads();
+    const std::int64_t openSince = m_openSince.load(std::memory_order_acquire);
     if (openSince == kNoRecord) return;
     const std::int64_t rest = openSince + m_seconds - platform::coarseCalendarSeconds();
     const bool isLong = rest <= 0 || openSince == m_foundOpen;
@@ -39,7 +42,7 @@ void LogWatchdog::set() {
 
 bool LogWatchdog::startOnce(std::int64_t seconds) {
     constexpr std::int32_t kMillisecondsPerSecond = 1000;
-    if (m_armed.exchange(true, std::memory_order_seq_cst)) return true;
+    if (m_armed.exchange(true, std::memory_order_acq_rel)) return true;
     // This thread has chosen the level and module of a record. A dependent of another timer that logged here would
     // discard that choice.
     const KestTimerDeferral deferral;
@@ -49,7 +52,7 @@ bool LogWatchdog::startOnce(std::int64_t seconds) {
     } catch (const KestException&) {
     } catch (const std::bad_alloc&) {
     }
-    m_armed.store(false, std::memory_order_seq_cst);
+    m_armed.store(false, std::memory_order_release);
     return false;
 }
 

@@ -56,8 +56,8 @@ class LogWatchdog : public KestTimer {
     // calendar is set back, the second expiry that finds the same record fires, at most m_seconds late.
     std::int64_t m_foundOpen = kNoRecord;  // m_openSince at the last expiry; only expiries use it, one at a time
 
-    // openRecord writes m_openSince and then reads m_armed. An expiry writes m_armed and then reads m_openSince. All
-    // four are sequentially consistent, so at least one of the two sees the other.
+    // openRecord writes m_openSince and then reads m_armed. An expiry writes m_armed, makes a barrier in all threads,
+    // and then reads m_openSince. So at least one of the two sees the other, and a record needs no locked instruction.
     std::atomic<std::int64_t> m_openSince{kNoRecord};
     std::atomic<bool> m_armed{false};
 };

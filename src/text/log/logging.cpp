@@ -25,15 +25,18 @@ KestLogging& applyLevel(KestLogging& logging, const std::string& module, int lev
 }  // namespace
 
 internal::LoggingState::LoggingState(const std::string& name, KestLogging& owner)
-    : logging(owner), serial(nextSerial()), file(name, lock), link(std::make_shared<LogWatchLink>(owner)) {
+    : logging(owner),
+      serial(nextSerial()),
+      file(name, lock, queue.outputLock()),
+      link(std::make_shared<LogWatchLink>(owner)) {
     createLocks();
 }
 
 internal::LoggingState::LoggingState(const KestLogFileOptions& options, KestLogging& owner)
     : logging(owner),
       serial(nextSerial()),
-      prefix(options.milliseconds, options.zoneOffset),
-      file(options, lock),
+      prefix(options.milliseconds, options.zoneOffset, options.escape),
+      file(options, lock, queue.outputLock()),
       escapes(options.escape),
       link(std::make_shared<LogWatchLink>(owner)) {
     createLocks();
@@ -149,12 +152,8 @@ void KestLogging::reopen() {
     internal::LoggingState& state = *m_pState;
     if (state.file.kept() == nullptr) return;
     state.file.kept()->requestReopen();
-    if (!state.lock.testAndSet()) return;  // the next record opens the file
-    struct Unlock {
-        KestCriticalSectionObject& lock;
-        ~Unlock() { lock.unlock(); }
-    } const end{state.lock};
-    state.serveKeptFile(0);
+    KestCriticalSection records(state.lock, false), output(state.queue.outputLock(), false);
+    if (records.testAndSet() && output.testAndSet()) state.serveKeptFile(0);  // otherwise the next record does
 }
 
 void KestLogging::resetTimer() {

@@ -13,12 +13,16 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
+#include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "support/locks.h"
 #include "support/logging.h"
 #include "text/log/kept_log_file.h"
+#include "text/log/line_queue.h"
 #include "text/log/log_file.h"
 #include "text/log/log_format.h"
 #include "text/log/log_watchdog.h"
@@ -55,27 +59,35 @@ struct LoggingState {
     /// For the free function. A friend of the class cannot be exported in a form that every compiler for Windows takes.
     static void endRecord(KestLogging& logging) { logging.endrecord(); }
 
-    /// Makes `line` that of the record.
-    void buildLine(const RecordParts& parts);
-    /// Writes `line` to the targets. The caller holds the lock, also for the next two.
-    void writeLine();
-    /// Opens or rotates a file with a fixed name if that is due before a line of the size, and writes what is to be
-    /// told about the file.
-    void serveKeptFile(std::size_t lineSize);
+    /// Takes the lock.
+    void enter() {
+        if (lock.try_lock()) return;
+        lock.lock();
+        queue.share();
+    }
+    /// Makes the open record idle and queues its line, if the record is shown. The caller holds the lock.
+    LineQueue::Turn closeRecord();
+    /// Queues the line of a record. The caller holds the lock.
+    LineQueue::Turn addLine(const RecordParts& parts);
+    /// Writes the line to the targets, or waits until another thread has written it.
+    void finishLine(const LineQueue::Turn& turn);
+    /// Opens or rotates a file with a fixed name if that is due before lines of the size, and writes what is to be told
+    /// about the file. The caller writes.
+    void serveKeptFile(std::size_t size);
 
     /// Returns the module's level, or `otherwise` if the module has none.
     int moduleLevel(std::string_view module, int otherwise);
     void setModuleLevel(const std::string& module, int level);
 
     const KestLogging& logging;
-    const std::uint64_t serial;         // of this logger; never 0
-    KestCriticalSectionObject lock;     // held by the builder of a record from its first insertion to its end
-    OpenRecord record;                  // guarded by lock
-    RecordPrefix prefix{false, false};  // guarded by lock
-    std::string line;                   // guarded by lock; a member, so that its memory is used again
-    LogFile file;                       // written under lock
-    const bool escapes = false;         // whether control characters of a record are escaped
-    LogOutput output;                   // written under lock
+    const std::uint64_t serial;                // of this logger; never 0
+    KestCriticalSectionObject lock;            // held by the builder of a record from its first insertion to its end
+    OpenRecord record;                         // guarded by lock
+    RecordPrefix prefix{false, false, false};  // guarded by lock
+    LineQueue queue;                           // decides which thread writes to the next two
+    LogFile file;
+    const bool escapes = false;  // whether control characters of a record are escaped
+    LogOutput output;
 
     KestCriticalSectionObject moduleLock;                  // taken after lock
     std::map<std::string, int, std::less<>> moduleLevels;  // guarded by moduleLock
@@ -86,8 +98,28 @@ struct LoggingState {
 
   private:
     void createLocks();
-    void appendLine(std::string& to, const RecordParts& parts);
+    void appendLine(std::string& to, const RecordParts& parts, RecordPrefix& ownPrefix);
+    void writeLines(std::string_view text, std::span<const std::size_t> ends);
     std::string noticeLine(const std::string& text);
+};
+
+/// Holds one level of the lock of a logger.
+class RecordLock {
+  public:
+    /// With std::adopt_lock, the calling thread holds the level already.
+    explicit RecordLock(LoggingState& state) : m_state(state) { state.enter(); }
+    RecordLock(LoggingState& state, std::adopt_lock_t) noexcept : m_state(state) {}
+    RecordLock(const RecordLock&) = delete;
+    RecordLock& operator=(const RecordLock&) = delete;
+    ~RecordLock() { unlock(); }
+
+    void unlock() {
+        if (std::exchange(m_isHeld, false)) m_state.lock.unlock();
+    }
+
+  private:
+    LoggingState& m_state;
+    bool m_isHeld = true;
 };
 
 }  // namespace KestSupport::internal

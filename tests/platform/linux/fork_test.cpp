@@ -3,6 +3,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <map>
+#include <sstream>
+#include <thread>
 
 #include "kit/gate.h"
 #include "kit/temporary_folder.h"
@@ -116,6 +120,47 @@ TEST(Fork, KeepsLocksTimersAndLogUsable) {
         EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2 * kRounds) << text;
         EXPECT_EQ(text.find("halffrom"), std::string::npos);
     }
+}
+
+// A line that waits for another thread's write while the process forks is written by the parent alone.
+TEST(Fork, LeavesWaitingRecordsToTheParent) {
+    constexpr int kRounds = 40;
+    const kit::TemporaryFolder folder;
+    KestLogging log(folder.pathOf("log"), KestLogging::fileTarget, 1);
+    KestLogging::setInstance(log);
+    log.enableRecordData(false);
+    std::atomic<bool> stop{false};
+    std::array<int, 2> sent{};
+    std::vector<std::thread> busy;
+    for (int& own : sent) {
+        busy.emplace_back([&] {
+            while (!stop)
+                KestLogRecord(1) << "parent " << &own - sent.data() << ' ' << own++;
+        });
+    }
+    for (int round = 0; round < kRounds; ++round) {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(60);
+            KestLogRecord(1) << "child " << round;
+            _exit(0);
+        }
+        int status = -1;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0);
+    }
+    stop = true;
+    for (std::thread& thread : busy)
+        thread.join();
+    std::map<std::string, int> next;
+    for (const auto& file : std::filesystem::directory_iterator(folder.path())) {
+        std::istringstream lines(folder.read(file.path().filename().string()));
+        for (std::string line; std::getline(lines, line);) {
+            const std::size_t number = line.rfind(' ');
+            EXPECT_EQ(std::to_string(next[line.substr(0, number)]++), line.substr(number + 1)) << line;
+        }
+    }
+    EXPECT_EQ(next, (std::map<std::string, int>{{"child", kRounds}, {"parent 0", sent[0]}, {"parent 1", sent[1]}}));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 
 namespace KestSupport::platform {
 
@@ -56,6 +57,12 @@ bool spinWithGaps(unsigned pauses, unsigned gap, unsigned longestGap, const Atte
         gap = gap < longestGap / 2 ? gap * 2 : longestGap;
     }
     return false;
+}
+
+/// Polls until `progress` has reached `wanted`. Returns false if that takes longer than the time.
+inline bool spinUntilReached(const std::atomic<std::uint64_t>& progress, std::uint64_t wanted,
+                             unsigned nanoseconds) noexcept {
+    return spinUntil(pausesFor(nanoseconds), [&] { return progress.load(std::memory_order_acquire) >= wanted; });
 }
 
 }  // namespace KestSupport::platform

@@ -1,4 +1,4 @@
-#include "platform/emulated/spin.h"
+#include "platform/spin.h"
 
 #include <algorithm>
 #include <thread>

@@ -21,11 +21,14 @@
 #include <support/strings.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <ctime>
-#include <locale>
-#include <optional>
+#ifdef __GLIBCXX__
+// Clocks and durations without the calendars and streams of <chrono>, which take 60 ms to compile.
+#include <shared_mutex>
+#else
+#include <chrono>
+#endif
 #include <string>
 #include <string_view>
 
@@ -183,6 +186,7 @@ class KEST_SUPPORT_EXPORT KestDateTime {
     std::tm storedFields() const;
     std::tm localFields() const;
     std::locale heldLocale() const;
+    void hold(const std::locale& locale) noexcept;
     wstring16 localText(const std::locale& locale, const unsigned short* pattern);
 
     std::uint32_t m_day = 1;
@@ -191,7 +195,14 @@ class KEST_SUPPORT_EXPORT KestDateTime {
     std::uint32_t m_hour = 0;
     std::uint32_t m_minute = 0;
     std::uint32_t m_second = 0;
-    std::optional<std::locale> m_locale;  // none: the library's default locale; that saves counting its references
+    // (<optional> takes 20 ms to compile.)
+    union HeldLocale {
+        HeldLocale() noexcept {}
+        ~HeldLocale() {}
+        std::locale value;
+    };
+    HeldLocale m_locale;
+    bool m_holdsLocale = false;  // else it is the library's default locale; that saves counting its references
     std::uint32_t m_instanceId = 0;
 };
 

@@ -13,7 +13,6 @@
 // holds or uses the lock.
 #pragma once
 
-#include <map>
 #include <string>
 #include <vector>
 
@@ -52,7 +51,8 @@ class KEST_SUPPORT_EXPORT_TEMPLATE KestLockFactory {
     Lock& getLock(const Key& name);
 
   private:
-    std::map<Key, Lock> m_locks;               // guarded by m_lock
+    struct Locks;
+    Locks* m_pLocks;                           // owned, never null; guarded by m_lock
     mutable KestCriticalSectionObject m_lock;  // held for the map only
 };
 

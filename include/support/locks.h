@@ -22,12 +22,6 @@
 
 #include <atomic>
 #include <cstdint>
-#ifdef __GLIBCXX__
-// Clocks and durations without the calendars and streams of <chrono>, which take 100 ms to compile.
-#include <shared_mutex>
-#else
-#include <chrono>
-#endif
 
 #include "support/export.h"
 #include "support/object_base.h"
@@ -46,29 +40,43 @@ struct LockBias {
     std::uint32_t evicted = 0;            // key of the former owner that may still be busy, else 0; by the lock
 };
 
-/// Calls attempt(milliseconds), which may wait that long, until it returns true or the clock has reached the deadline.
-/// Returns its last result. The last call has 0 milliseconds, so there is at least one attempt.
-template <typename Clock, typename Duration, typename Attempt>
-bool attemptUntil(const std::chrono::time_point<Clock, Duration>& deadline, Attempt attempt) {
-    constexpr std::chrono::milliseconds kLongestWait = std::chrono::hours(24);
-    for (;;) {
-        const auto now = Clock::now();
-        if (deadline <= now) return attempt(0U);
-        const auto rest = deadline - now;
-        const auto wait = rest < kLongestWait ? std::chrono::ceil<std::chrono::milliseconds>(rest) : kLongestWait;
-        if (attempt(static_cast<std::uint32_t>(wait.count()))) return true;
-    }
+// The times of std::chrono are used through their own types. The headers that define them take 50 ms to compile, and a
+// caller that has such a time has included them.
+
+/// Returns a std::chrono::duration in milliseconds, rounded up; 0 if it is negative.
+template <typename Duration>
+std::int64_t millisecondsIn(const Duration& time) {
+    using Unit = typename Duration::period;
+    constexpr double kLongest = 9e18;
+    const double milliseconds =
+        static_cast<double>(time.count()) * 1000 * static_cast<double>(Unit::num) / static_cast<double>(Unit::den);
+    if (!(milliseconds > 0)) return 0;
+    const auto whole = static_cast<std::int64_t>(milliseconds < kLongest ? milliseconds : kLongest);
+    return static_cast<double>(whole) < milliseconds ? whole + 1 : whole;
 }
 
-/// The same for a time from now on the steady clock. A time above 100 years has no end.
-template <typename Rep, typename Period, typename Attempt>
-bool attemptFor(const std::chrono::duration<Rep, Period>& time, Attempt attempt) {
-    using Clock = std::chrono::steady_clock;
-    constexpr std::chrono::duration<double> kForever = std::chrono::hours(24 * 365 * 100);
-    const std::chrono::duration<double> seconds = time;  // every time fits
-    if (seconds.count() <= 0) return attempt(0U);
-    if (seconds >= kForever) return attemptUntil(Clock::time_point::max(), attempt);
-    return attemptUntil(Clock::now() + std::chrono::ceil<Clock::duration>(time), attempt);
+inline constexpr std::int64_t kLongestAttempt = std::int64_t{24} * 3600 * 1000;
+
+/// Calls attempt(milliseconds), which may wait that long, until it returns true or the time has passed. Returns its
+/// last result. There is at least one attempt.
+template <typename Duration, typename Attempt>
+bool attemptFor(const Duration& time, Attempt attempt) {
+    std::int64_t rest = millisecondsIn(time);
+    for (; rest > kLongestAttempt; rest -= kLongestAttempt) {
+        if (attempt(static_cast<std::uint32_t>(kLongestAttempt))) return true;
+    }
+    return attempt(static_cast<std::uint32_t>(rest));
+}
+
+/// The same until the clock of a std::chrono::time_point has reached it. The last attempt has 0 milliseconds.
+template <typename Time, typename Attempt>
+bool attemptUntil(const Time& deadline, Attempt attempt) {
+    for (;;) {
+        const auto now = Time::clock::now();
+        if (deadline <= now) return attempt(0U);
+        const std::int64_t rest = millisecondsIn(deadline - now);
+        if (attempt(static_cast<std::uint32_t>(rest < kLongestAttempt ? rest : kLongestAttempt))) return true;
+    }
 }
 
 }  // namespace KestSupport::internal
@@ -139,14 +147,14 @@ class KEST_SUPPORT_EXPORT KestCriticalSectionObject {
     /// Takes one level and returns true, or returns false at once when another thread holds the lock. In mutex mode a
     /// lock that an ended thread left locked is taken, as lock takes it.
     bool try_lock() { return lockWithin(0); }
-    /// The same, and waits up to the given time. Critical-section mode looks once a millisecond whether the lock is
-    /// free.
-    template <typename Rep, typename Period>
-    bool try_lock_for(const std::chrono::duration<Rep, Period>& time) {
+    /// The same, and waits up to the given time, a std::chrono::duration or time_point. Critical-section mode looks
+    /// once a millisecond whether the lock is free.
+    template <typename Duration>
+    bool try_lock_for(const Duration& time) {
         return internal::attemptFor(time, [this](std::uint32_t milliseconds) { return lockWithin(milliseconds); });
     }
-    template <typename Clock, typename Duration>
-    bool try_lock_until(const std::chrono::time_point<Clock, Duration>& time) {
+    template <typename Time>
+    bool try_lock_until(const Time& time) {
         return internal::attemptUntil(time, [this](std::uint32_t milliseconds) { return lockWithin(milliseconds); });
     }
 

@@ -26,7 +26,6 @@
 // thread leaves no lock taken; memory of a long record is not freed.
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <ostream>
@@ -34,6 +33,12 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#ifdef __GLIBCXX__
+// Clocks and durations without the calendars and streams of <chrono>, which take 60 ms to compile.
+#include <shared_mutex>
+#else
+#include <chrono>
+#endif
 
 #include "support/export.h"
 #include "support/logging.h"

@@ -21,7 +21,6 @@
 #include <support/properties.h>
 #include <support/strings.h>
 
-#include <locale>
 #include <string>
 
 namespace KestSupport {

@@ -9,7 +9,6 @@
 // factory. Call getGlobalInstance once before threads use it, and deleteGlobalInstance after they have ended.
 #pragma once
 
-#include <map>
 #include <string>
 #include <vector>
 
@@ -47,7 +46,7 @@ class KEST_SUPPORT_EXPORT KestObjectFactory {
     /// Returns a new object with the count 0, or null.
     using Creator = KestObjectBase* (*)();
 
-    KestObjectFactory() = default;
+    KestObjectFactory();
     /// Copies the functions of the source and none of its registrations.
     KestObjectFactory(const KestObjectFactory& other);
     /// Replaces the functions by those of the source. The registrations of this factory stay.
@@ -74,9 +73,9 @@ class KEST_SUPPORT_EXPORT KestObjectFactory {
     static void deleteGlobalInstance();
 
   private:
-    KestCriticalSectionObject m_lock;  // guards both maps in add, remove and construct
-    std::map<std::string, Creator> m_creators;
-    std::map<std::string, KestObjectFactoryRegistration*> m_registrations;
+    struct Entries;
+    KestCriticalSectionObject m_lock;  // guards the entries in add, remove and construct
+    Entries* m_pEntries;               // owned, never null
 
     static KestObjectFactory* m_pGlobalInstance;
 };

@@ -29,10 +29,8 @@
 // different cache lines.
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <cstdint>
-#include <map>
 #include <mutex>
 #include <shared_mutex>
 
@@ -62,6 +60,7 @@ struct KEST_SUPPORT_EXPORT RwLockImplementation : public KestSupport::KestObject
 
   private:
     class Waiting;
+    struct Readers;
     // The read levels of one thread, on its own cache line: thread id, mark, count; 0 for a free slot. The mark says
     // that a thread waits for the release of the levels.
     struct alignas(64) Slot {
@@ -81,12 +80,12 @@ struct KEST_SUPPORT_EXPORT RwLockImplementation : public KestSupport::KestObject
     template <typename Take>
     bool waitUntil(KestSupport::KestCriticalSection& guard, std::uint32_t milliseconds, Take take);
 
-    std::array<Slot, 8> m_slots;
+    Slot m_slots[8];
     // Id of the thread that has the write lock, 0 for none, and whether threads wait. Written with m_lock held, except
     // by a writer that unlocks while no thread waits.
     std::atomic<std::uint64_t> m_gate{0};
     KestSupport::KestCriticalSectionObject m_lock;     // innermost: only m_event is used while it is held
-    std::map<std::uint32_t, std::uint32_t> m_readers;  // levels of threads whose slot was taken; guarded by m_lock
+    Readers* m_readers = nullptr;                      // owned, null until the first use; guarded by m_lock
     std::uint32_t m_waiting = 0;                       // number of waiting threads; guarded by m_lock
     KestSupport::platform::WaitObject* const m_event;  // auto-reset; set for one waiting thread
 };
@@ -130,23 +129,23 @@ class KEST_SUPPORT_EXPORT KestReadWriteLock {
     bool try_lock() { return tryWriteLock(); }
     void unlock() { writeUnLock(); }
 
-    /// Take what lock_shared and lock take and return true, or return false when the time has passed. A thread that
-    /// would wait for itself gets false.
-    template <typename Rep, typename Period>
-    bool try_lock_shared_for(const std::chrono::duration<Rep, Period>& time) {
+    /// Take what lock_shared and lock take and return true, or return false when the time, a std::chrono::duration or
+    /// time_point, has passed. A thread that would wait for itself gets false.
+    template <typename Duration>
+    bool try_lock_shared_for(const Duration& time) {
         return internal::attemptFor(time, [this](std::uint32_t milliseconds) { return readLockWithin(milliseconds); });
     }
-    template <typename Clock, typename Duration>
-    bool try_lock_shared_until(const std::chrono::time_point<Clock, Duration>& time) {
+    template <typename Time>
+    bool try_lock_shared_until(const Time& time) {
         return internal::attemptUntil(time,
                                       [this](std::uint32_t milliseconds) { return readLockWithin(milliseconds); });
     }
-    template <typename Rep, typename Period>
-    bool try_lock_for(const std::chrono::duration<Rep, Period>& time) {
+    template <typename Duration>
+    bool try_lock_for(const Duration& time) {
         return internal::attemptFor(time, [this](std::uint32_t milliseconds) { return writeLockWithin(milliseconds); });
     }
-    template <typename Clock, typename Duration>
-    bool try_lock_until(const std::chrono::time_point<Clock, Duration>& time) {
+    template <typename Time>
+    bool try_lock_until(const Time& time) {
         return internal::attemptUntil(time,
                                       [this](std::uint32_t milliseconds) { return writeLockWithin(milliseconds); });
     }

@@ -16,8 +16,7 @@
 #include <cstring>
 #include <cwchar>
 #include <cwctype>
-#include <ios>
-#include <locale>
+#include <ios>  // std::locale too; its header <locale> has all facets, which take 25 ms to compile
 #include <string>
 #include <string_view>
 #include <type_traits>

@@ -1,5 +1,6 @@
 #include "support/object_factory.h"
 
+#include <map>
 #include <utility>
 
 namespace KestSupport {
@@ -19,35 +20,45 @@ KestObjectFactoryRegistration::~KestObjectFactoryRegistration() = default;
 
 constinit KestObjectFactory* KestObjectFactory::m_pGlobalInstance = nullptr;
 
-KestObjectFactory::KestObjectFactory(const KestObjectFactory& other) : m_creators(other.m_creators) {}
+struct KestObjectFactory::Entries {
+    std::map<std::string, Creator> creators;
+    std::map<std::string, KestObjectFactoryRegistration*> registrations;
+};
+
+KestObjectFactory::KestObjectFactory() : m_pEntries(new Entries) {}
+
+KestObjectFactory::KestObjectFactory(const KestObjectFactory& other)
+    : m_pEntries(new Entries{other.m_pEntries->creators, {}}) {}
 
 // The target keeps its lock and its registrations.
 KestObjectFactory& KestObjectFactory::operator=(const KestObjectFactory& other) {
-    if (this != &other) m_creators = other.m_creators;
+    if (this != &other) m_pEntries->creators = other.m_pEntries->creators;
     return *this;
 }
 
-KestObjectFactory::~KestObjectFactory() = default;
+KestObjectFactory::~KestObjectFactory() {
+    delete m_pEntries;
+}
 
 void KestObjectFactory::add(const std::string& name, Creator creator) {
     const KestCriticalSection guard(m_lock, true);
-    m_creators[name] = creator;
+    m_pEntries->creators[name] = creator;
 }
 
 void KestObjectFactory::add(const std::string& name, KestObjectFactoryRegistration& registration) {
     const KestCriticalSection guard(m_lock, true);
-    m_registrations[name] = &registration;
+    m_pEntries->registrations[name] = &registration;
 }
 
 void KestObjectFactory::remove(const std::string& name) {
     const KestCriticalSection guard(m_lock, true);
-    if (m_registrations.erase(name) == 0) m_creators.erase(name);
+    if (m_pEntries->registrations.erase(name) == 0) m_pEntries->creators.erase(name);
 }
 
 KestSmartPointer<KestObjectBase> KestObjectFactory::construct(const std::string& name) {
     KestCriticalSection guard(m_lock, true);
-    KestObjectFactoryRegistration* const registration = found(m_registrations, name);
-    const Creator creator = registration == nullptr ? found(m_creators, name) : nullptr;
+    KestObjectFactoryRegistration* const registration = found(m_pEntries->registrations, name);
+    const Creator creator = registration == nullptr ? found(m_pEntries->creators, name) : nullptr;
     guard.unlock();
     if (registration != nullptr) return registration->create();
     return creator != nullptr ? creator() : nullptr;
@@ -55,10 +66,10 @@ KestSmartPointer<KestObjectBase> KestObjectFactory::construct(const std::string&
 
 std::vector<std::string> KestObjectFactory::getRegisteredClasses() const {
     std::vector<std::string> names;
-    names.reserve(m_creators.size() + m_registrations.size());
-    for (const auto& entry : m_creators)
+    names.reserve(m_pEntries->creators.size() + m_pEntries->registrations.size());
+    for (const auto& entry : m_pEntries->creators)
         names.push_back(entry.first);
-    for (const auto& entry : m_registrations)
+    for (const auto& entry : m_pEntries->registrations)
         names.push_back(entry.first);
     return names;
 }

@@ -1,44 +1,53 @@
 #include "support/lock_factory.h"
 
+#include <map>
+
 #include "support/exceptions.h"
 
 namespace KestSupport {
 
 template <typename Key, typename Lock>
-KestLockFactory<Key, Lock>::KestLockFactory() = default;
+struct KestLockFactory<Key, Lock>::Locks {
+    std::map<Key, Lock> named;
+};
 
 template <typename Key, typename Lock>
-KestLockFactory<Key, Lock>::KestLockFactory(const KestLockFactory& other) : m_locks(other.m_locks) {}
+KestLockFactory<Key, Lock>::KestLockFactory() : m_pLocks(new Locks) {}
+
+template <typename Key, typename Lock>
+KestLockFactory<Key, Lock>::KestLockFactory(const KestLockFactory& other) : m_pLocks(new Locks(*other.m_pLocks)) {}
 
 template <typename Key, typename Lock>
 KestLockFactory<Key, Lock>& KestLockFactory<Key, Lock>::operator=(const KestLockFactory& other) {
     if (this == &other) return *this;
-    std::map<Key, Lock> locks(other.m_locks);
+    Locks locks(*other.m_pLocks);
     const KestCriticalSection guard(m_lock, true);
-    m_locks.swap(locks);
+    m_pLocks->named.swap(locks.named);
     return *this;
 }
 
 template <typename Key, typename Lock>
-KestLockFactory<Key, Lock>::~KestLockFactory() = default;
+KestLockFactory<Key, Lock>::~KestLockFactory() {
+    delete m_pLocks;
+}
 
 template <typename Key, typename Lock>
 void KestLockFactory<Key, Lock>::createLock(const Key& name) {
     const KestCriticalSection guard(m_lock, true);
-    m_locks.try_emplace(name);
+    m_pLocks->named.try_emplace(name);
 }
 
 template <typename Key, typename Lock>
 bool KestLockFactory<Key, Lock>::exists(const Key& name) const {
     const KestCriticalSection guard(m_lock, true);
-    return m_locks.find(name) != m_locks.end();
+    return m_pLocks->named.find(name) != m_pLocks->named.end();
 }
 
 template <typename Key, typename Lock>
 bool KestLockFactory<Key, Lock>::getImpl(const Key& name, Lock*& out) {
     const KestCriticalSection guard(m_lock, true);
-    const auto found = m_locks.find(name);
-    if (found == m_locks.end()) return false;
+    const auto found = m_pLocks->named.find(name);
+    if (found == m_pLocks->named.end()) return false;
     out = &found->second;
     return true;
 }
@@ -47,8 +56,8 @@ template <typename Key, typename Lock>
 std::vector<Key> KestLockFactory<Key, Lock>::getRegisteredLockNames() const {
     std::vector<Key> names;
     const KestCriticalSection guard(m_lock, true);
-    names.reserve(m_locks.size());
-    for (const auto& entry : m_locks)
+    names.reserve(m_pLocks->named.size());
+    for (const auto& entry : m_pLocks->named)
         names.push_back(entry.first);
     return names;
 }

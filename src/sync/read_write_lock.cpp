@@ -10,7 +10,7 @@
 // sequentially consistent, so at least one of the two sees the other, and m_lock decides: a reader that found a writer
 // leaves its slot again if the writer is still there; a writer that found a reader opens the gate again.
 //
-// Threads whose slot belongs to another thread count their levels in m_readers.
+// The levels of a thread whose slot belongs to another thread are counted in m_readers.
 //
 // No thread may sleep forever. While threads wait and m_lock is free, at least one of these is true: the event is set,
 // or a thread that it woke is running; there is a writer, and the gate has kWaiting; m_readers has a level; a slot has
@@ -22,8 +22,9 @@
 #include "support/read_write_lock.h"
 
 #include <algorithm>
+#include <iterator>
+#include <map>
 #include <new>
-#include <tuple>
 
 #include "platform/deadline.h"
 #include "platform/thread_bias.h"
@@ -46,6 +47,12 @@ constexpr std::uint32_t ownerOf(std::uint64_t word) noexcept {
 }
 
 }  // namespace
+
+struct RwLockImplementation::Readers {
+    std::map<std::uint32_t, std::uint32_t> levels;  // by thread
+
+    static bool exist(const Readers* readers) noexcept { return readers != nullptr && !readers->levels.empty(); }
+};
 
 // Counts a thread as waiting. Constructed and destroyed with m_lock held.
 class RwLockImplementation::Waiting {
@@ -74,6 +81,7 @@ RwLockImplementation::RwLockImplementation() : m_event(platform::createEvent(fal
 
 RwLockImplementation::~RwLockImplementation() {
     platform::closeHandle(m_event);
+    delete m_readers;
 }
 
 void RwLockImplementation::readLock() {
@@ -105,12 +113,14 @@ void RwLockImplementation::readUnLock() {
     }
     {
         const KestCriticalSection guard(m_lock, true);
-        const auto levels = m_readers.find(thread);
-        if (levels != m_readers.end()) {
-            if (--levels->second != 0) return;
-            m_readers.erase(levels);
-            signalIfFree();
-            return;
+        if (Readers::exist(m_readers)) {
+            auto& levels = m_readers->levels;
+            if (const auto own = levels.find(thread); own != levels.end()) {
+                if (--own->second != 0) return;
+                levels.erase(own);
+                signalIfFree();
+                return;
+            }
         }
     }
     internal::logRecord(internal::LogLevel::failure,
@@ -159,7 +169,7 @@ void RwLockImplementation::writeUnLock() {
 RwLockImplementation::Slot& RwLockImplementation::slotOf(std::uint32_t thread) noexcept {
     // Multiplicative hashing with the golden ratio: ids that differ by one, or by four, get different slots.
     constexpr std::uint32_t kGoldenRatio = 0x9E3779B9;
-    static_assert(std::tuple_size_v<decltype(m_slots)> == 8);
+    static_assert(sizeof m_slots == 8 * sizeof(Slot));
     return m_slots[(thread * kGoldenRatio) >> 29];
 }
 
@@ -193,15 +203,17 @@ bool RwLockImplementation::writeLocked() const noexcept {
 bool RwLockImplementation::takeRead(std::uint32_t thread) {
     if (writeLocked()) return false;
     std::uint64_t freeSlot = 0;
-    if (!slotOf(thread).word.compare_exchange_strong(freeSlot, ownedBy(thread) | 1)) ++m_readers[thread];
+    if (slotOf(thread).word.compare_exchange_strong(freeSlot, ownedBy(thread) | 1)) return true;
+    if (m_readers == nullptr) m_readers = new Readers;
+    ++m_readers->levels[thread];
     return true;
 }
 
 bool RwLockImplementation::takeWrite(std::uint32_t thread) noexcept {
-    if (writeLocked() || !m_readers.empty()) return false;
+    if (writeLocked() || Readers::exist(m_readers)) return false;
     const std::uint64_t gate = m_gate.load();
     m_gate.store(ownedBy(thread) | gate);
-    if (std::all_of(m_slots.begin(), m_slots.end(), [](const Slot& slot) { return slot.word.load() == 0; }))
+    if (std::all_of(std::begin(m_slots), std::end(m_slots), [](const Slot& slot) { return slot.word.load() == 0; }))
         return true;
     m_gate.store(gate);
     return false;
@@ -209,7 +221,7 @@ bool RwLockImplementation::takeWrite(std::uint32_t thread) noexcept {
 
 // Returns true when the current holder will call signalIfFree, because it has the mark; false when the lock is free.
 bool RwLockImplementation::holderWillSignal() noexcept {
-    if (writeLocked() || !m_readers.empty()) return true;
+    if (writeLocked() || Readers::exist(m_readers)) return true;
     bool marked = false;
     for (Slot& slot : m_slots) {
         std::uint64_t word = slot.word.load();

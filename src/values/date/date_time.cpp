@@ -3,6 +3,7 @@
 #include <support/locales.h>
 
 #include <limits>
+#include <new>
 #include <optional>
 #include <string_view>
 
@@ -47,11 +48,15 @@ KestDateTime::KestDateTime() {
     adjustInstanceId();
 }
 
-KestDateTime::KestDateTime(const KestDateTime& source) : m_locale(std::in_place) {
+KestDateTime::KestDateTime(const KestDateTime& source) {
+    new (&m_locale.value) std::locale;
+    m_holdsLocale = true;
     *this = source;
 }
 
-KestDateTime::~KestDateTime() = default;
+KestDateTime::~KestDateTime() {
+    if (m_holdsLocale) m_locale.value.~locale();
+}
 
 KestDateTime& KestDateTime::operator=(const KestDateTime& source) {
     if (this == &source) return *this;
@@ -108,7 +113,7 @@ KestDateTime& KestDateTime::setDate(unsigned int day, unsigned int month, unsign
 }
 
 void KestDateTime::set(const std::locale& locale) {
-    if (heldLocale() != locale) m_locale = locale;
+    if (heldLocale() != locale) hold(locale);
 }
 
 int KestDateTime::setDay(unsigned int day) {
@@ -369,7 +374,16 @@ std::tm KestDateTime::localFields() const {
 }
 
 std::locale KestDateTime::heldLocale() const {
-    return m_locale ? *m_locale : KestLocaleFactory::getDefaultLocale(false);
+    return m_holdsLocale ? m_locale.value : KestLocaleFactory::getDefaultLocale(false);
+}
+
+void KestDateTime::hold(const std::locale& locale) noexcept {
+    if (m_holdsLocale) {
+        m_locale.value = locale;
+    } else {
+        new (&m_locale.value) std::locale(locale);
+        m_holdsLocale = true;
+    }
 }
 
 bool operator==(const KestDateTime& a, const KestDateTime& b) {

@@ -100,7 +100,7 @@ class KestTimerManager {
     void observeClocks() noexcept;
     std::int64_t restOfWait(std::int64_t now, std::int64_t calendar) const noexcept;
     bool isPassUnderWay();
-    void rearm(KestTimer& timer);
+    KestTimer* takeNext();
     static void runPass(KestTimerManager& manager, KestCriticalSection& guard, KestTimerThread* timerThread);
     void fireDue(KestCriticalSection& guard, KestTimerThread* timerThread);
     void lockAgain(KestCriticalSection& guard);

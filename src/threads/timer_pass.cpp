@@ -1,16 +1,18 @@
 // A pass: one thread takes each due timer from the list and fires it without the list lock.
 //
-//   step of fire      m_pFiring   in the list           a killed thread leaves
-//   ask isOneShot     the timer   no                    the timer, which isPassUnderWay inserts again if it is periodic
-//   insert again      the timer   if it is periodic     a change of the list, which the next owner of the lock repairs
-//   set               the timer   if it is periodic     waiters of that firing without a signal
-//   end               null        as before             nothing
+//   step              m_pFiring   m_rearm  in the list        a killed thread leaves
+//   takeNext          the timer   true     no                 as below: the thread is killed before or after the step
+//   ask isOneShot     the timer   true     no                 the timer, which isPassUnderWay inserts again, still due
+//   insert again      the timer   true     if it is periodic  the same; the next owner of the lock repairs the list
+//   set               the timer   false    if it is periodic  waiters of that firing without a signal
+//   end               null        false    as before          nothing
 //
 // A stop, start or reset of the timer during the first step clears m_rearm, and has the last word.
 #include <atomic>
 
 #include "platform/clock.h"
 #include "platform/thread_bias.h"
+#include "platform/uninterrupted.h"
 #include "platform/wait.h"
 #include "threads/timer_manager.h"
 #include "threads/timer_shared.h"
@@ -79,8 +81,8 @@ void KestTimerManager::fireDue(KestCriticalSection& guard, KestTimerThread* time
     m_dispatching = true;
     m_timers.beginPass();
     for (bool more = true; more;) {
-        TimerEntry* const entry = m_timers.takeDue(platform::calendarTime() / kNanoseconds);
-        more = entry != nullptr && fire(*entry->owner, guard);
+        KestTimer* const timer = takeNext();
+        more = timer != nullptr && fire(*timer, guard);
     }
     // Without a current manager, timers that are destroyed do not leave the list, so it is not touched.
     const bool exists = isCurrent();
@@ -91,6 +93,18 @@ void KestTimerManager::fireDue(KestCriticalSection& guard, KestTimerThread* time
     if (!exists || m_timers.empty()) return;
     scheduleFor(m_timers.first());
     waitNext(timerThread);
+}
+
+// Takes the next due timer from the list, to be fired. Returns null for none.
+KestTimer* KestTimerManager::takeNext() {
+    // A timer that is neither in the list nor being fired would be lost.
+    const platform::Uninterrupted whole;
+    TimerEntry* const entry = m_timers.takeDue(platform::calendarTime() / kNanoseconds);
+    if (entry == nullptr) return nullptr;
+    Shared& state = shared();
+    state.m_pFiring = entry->owner;
+    state.m_rearm = true;
+    return entry->owner;
 }
 
 // Makes the calling thread the waiting one, if it is a timer thread and no thread waits.
@@ -109,12 +123,10 @@ void KestTimerManager::lockAgain(KestCriticalSection& guard) {
 // False when the manager is gone. The list lock is held before and after.
 bool KestTimerManager::fire(KestTimer& timer, KestCriticalSection& guard) {
     Shared& state = shared();
-    state.m_pFiring = &timer;
-    state.m_rearm = true;
     guard.unlock();
     const bool oneShot = guarded(state.m_firingTimerThreads, true, [&timer] { return timer.isOneShot(); });
     lockAgain(guard);
-    if (isCurrent() && !oneShot && state.m_rearm) rearm(timer);
+    if (isCurrent() && !oneShot && state.m_rearm && !m_timers.contains(timer.m_entry)) insertTimer(timer);
     state.m_rearm = false;
     guard.unlock();
     guarded(state.m_firingTimerThreads, false, [&timer] {
@@ -128,21 +140,19 @@ bool KestTimerManager::fire(KestTimer& timer, KestCriticalSection& guard) {
     return isCurrent();
 }
 
-void KestTimerManager::rearm(KestTimer& timer) {
-    shared().m_rearm = false;
-    if (!m_timers.contains(timer.m_entry)) insertTimer(timer);
-}
-
-// Finishes a pass whose thread was killed.
+// Finishes a pass whose thread was killed. The timer that it was about to fire fires in the next pass.
 bool KestTimerManager::isPassUnderWay() {
     m_timers.recover();
     if (!m_dispatching) return false;
+    const platform::Uninterrupted whole;
     Shared& state = shared();
     KestTimer* const interrupted = state.m_pFiring;
     if (!recoverPass(state)) return true;
     m_timers.endPass();
     m_dispatching = false;
-    if (interrupted != nullptr && state.m_rearm && !interrupted->m_setting.load().oneShot) rearm(*interrupted);
+    if (interrupted != nullptr && state.m_rearm && !m_timers.contains(interrupted->m_entry)) {
+        m_timers.insert(interrupted->m_entry);
+    }
     return false;
 }
 

@@ -28,7 +28,7 @@ struct KestTimerManager::Shared {
     // Guarded by the list lock.
     std::uint32_t m_passThread = 0;  // the thread of the pass, 0 for none
     KestTimer* m_pFiring = nullptr;  // the timer that it fires, null for none
-    bool m_rearm = false;            // that timer returns to the list if it is periodic
+    bool m_rearm = false;            // that timer has not fired yet, and was not started or stopped since
 
     std::atomic<int> m_timerThreads{0};
     std::atomic<int> m_firingTimerThreads{0};  // those of them that run a dependent or an override

@@ -80,14 +80,17 @@ std::uint32_t OwnerLock::enter(std::uint32_t timeout) noexcept {
     return kWaitObject0;
 }
 
+// The event of a mark that this call sees is there: a thread stores it before it sets the mark.
 bool OwnerLock::leave() noexcept {
-    if ((m_word.load(std::memory_order_relaxed) & ~kAwaited) != threadKey()) return false;
+    std::uint32_t unmarked = threadKey();
+    if ((m_word.load(std::memory_order_relaxed) & ~kAwaited) != unmarked) return false;
     const std::uint32_t rest = levels() - 1;
     m_levels.store(rest, std::memory_order_relaxed);
     if (rest != 0) return true;
-    WakeUp* const wakeUp = m_wakeUp.load(std::memory_order_acquire);
-    const bool isAwaited = (m_word.exchange(0, std::memory_order_release) & kAwaited) != 0;
-    if (isAwaited && wakeUp != nullptr) SetEvent(wakeUp->event.get());
+    if (m_word.compare_exchange_strong(unmarked, 0, std::memory_order_release, std::memory_order_acquire)) return true;
+    const WakeUp& wakeUp = *m_wakeUp.load(std::memory_order_acquire);
+    m_word.store(0, std::memory_order_release);
+    SetEvent(wakeUp.event.get());
     return true;
 }
 
@@ -105,33 +108,38 @@ std::uint32_t OwnerLock::enterSlowly(std::uint32_t self, std::uint32_t timeout) 
         YieldProcessor();
     }
     const Deadline end = Deadline::after(timeout);
+    const WakeUp* wakeUp = nullptr;
     for (bool hasSlept = false;;) {
         std::uint32_t word = m_word.load(std::memory_order_relaxed);
         const std::uint32_t owner = word & ~kAwaited;
         // The threads that a process has ended at its own end release nothing.
         const bool isOwnerNeeded = !m_recovers && !(hasSlept && isProcessEnding());
         if (owner == 0 || (!isOwnerNeeded && !threadMayRun(owner))) {
-            if (tryTake(word, self | kAwaited)) return owner == 0 ? kWaitObject0 : kWaitAbandoned;
+            const std::uint32_t mark = wakeUp != nullptr ? kAwaited : word & kAwaited;
+            if (tryTake(word, self | mark)) return owner == 0 ? kWaitObject0 : kWaitAbandoned;
             continue;
         }
         if (timeout == 0 || end.hasPassed()) return kWaitTimeout;
-        if ((word & kAwaited) == 0 && !m_word.compare_exchange_strong(word, word | kAwaited)) continue;
-        sleep(std::min(end.rest(), kLook));
+        wakeUp = ownWakeUp();
+        if (wakeUp != nullptr && (word & kAwaited) == 0 && !m_word.compare_exchange_strong(word, word | kAwaited))
+            continue;
+        sleep(wakeUp, std::min(end.rest(), kLook));
         hasSlept = true;
     }
 }
 
-void OwnerLock::sleep(std::uint32_t timeout) noexcept {
+// Null when memory is short.
+OwnerLock::WakeUp* OwnerLock::ownWakeUp() noexcept {
     WakeUp* wakeUp = m_wakeUp.load(std::memory_order_acquire);
-    if (wakeUp == nullptr) {
-        WakeUp* const taken = pool().take();
-        if (taken == nullptr) return sleepThread(1);
-        if (m_wakeUp.compare_exchange_strong(wakeUp, taken, std::memory_order_acq_rel)) {
-            wakeUp = taken;
-        } else {
-            pool().putBack(*taken);
-        }
-    }
+    if (wakeUp != nullptr) return wakeUp;
+    WakeUp* const taken = pool().take();
+    if (taken == nullptr || m_wakeUp.compare_exchange_strong(wakeUp, taken, std::memory_order_acq_rel)) return taken;
+    pool().putBack(*taken);
+    return wakeUp;
+}
+
+void OwnerLock::sleep(const WakeUp* wakeUp, std::uint32_t timeout) noexcept {
+    if (wakeUp == nullptr) return sleepThread(1);
     const WaitMark mark;
     WaitForSingleObject(wakeUp->event.get(), timeout);
 }

@@ -33,7 +33,8 @@ class OwnerLock {
 
     std::uint32_t enterSlowly(std::uint32_t self, std::uint32_t timeout) noexcept;
     bool tryTake(std::uint32_t& word, std::uint32_t taken) noexcept;
-    void sleep(std::uint32_t timeout) noexcept;
+    WakeUp* ownWakeUp() noexcept;
+    static void sleep(const WakeUp* wakeUp, std::uint32_t timeout) noexcept;
 
     static WakeUpPool& pool() noexcept;
 

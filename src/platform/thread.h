@@ -37,6 +37,9 @@ enum class ThreadPriority : std::int32_t {
     timeCritical = 15,
 };
 
+/// Called before the caller takes a lock under which it creates threads. On some systems the first thread needs the
+/// lock of the loader, and a thread that unloads a library has that lock and may wait for the caller's.
+void prepareForThreads() noexcept;
 /// Creates a thread. Stores the handle in `handle` before the thread runs `entry`, and does not use `handle`
 /// afterwards, so `entry` may free it. A suspended thread runs `entry` after resumeThread. Returns false, with a null
 /// handle, if the system refuses.

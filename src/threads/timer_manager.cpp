@@ -7,6 +7,7 @@
 #include "platform/clock.h"
 #include "platform/fork.h"
 #include "platform/process_memory.h"
+#include "platform/thread.h"
 #include "support/exceptions.h"
 #include "threads/timer_deferral.h"
 #include "threads/timer_shared.h"
@@ -67,6 +68,7 @@ KestTimerManager::Shared& KestTimerManager::shared() {
 
 KestTimerManager* KestTimerManager::getInstance() {
     if (KestTimerManager* const instance = m_pInstance.load(std::memory_order_acquire)) return instance;
+    platform::prepareForThreads();
     const KestCriticalSection guard(shared().m_listLock, true);
     if (m_exiting) throw KestException("KestTimerManager::getInstance: Exiting system", 0);
     if (m_pInstance == nullptr) m_pInstance = new KestTimerManager;

@@ -51,6 +51,11 @@ extern "C" __attribute__((visibility("default"))) bool useLibrary() {
     }
 }
 
+// Leaves a timer active.
+extern "C" __attribute__((visibility("default"))) void startTimer() {
+    (new KestTimer(3'600'000, true))->reset();
+}
+
 // Starts a thread that never ends.
 extern "C" __attribute__((visibility("default"))) void runForEver() {
     struct Endless : KestThread {

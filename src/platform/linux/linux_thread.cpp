@@ -381,6 +381,9 @@ bool endsSoon(WaitHandle handle) noexcept {
     return joined;
 }
 
+// The creation of a thread does not use the loader.
+void prepareForThreads() noexcept {}
+
 bool createThread(ThreadEntry entry, void* argument, WaitHandle& handle, bool suspended) noexcept {
     handle = nullptr;
     if (!installControlSignal()) return false;

@@ -15,14 +15,6 @@
 namespace KestSupport::platform {
 namespace {
 
-// With its first thread the module stays loaded for ever, so an unload cannot take the code away from under one. A
-// reference for each thread would need the lock of the loader at each creation. A thread that holds a lock of the
-// library would wait there for an unload that waits for the same lock.
-void stayLoaded() noexcept {
-    static constinit std::atomic<bool> isPinned{false};
-    if (!isPinned.load(std::memory_order_relaxed)) isPinned.store(thisModule(ModuleReference::forEver) != nullptr);
-}
-
 unsigned __stdcall runThread(void* argument) {
     ThreadRecord& record = *static_cast<ThreadRecord*>(argument);
     setCurrentRecord(record);
@@ -94,6 +86,13 @@ class SafeStop {
 
 }  // namespace
 
+// With its first thread the module stays loaded for ever, so an unload cannot take the code away from under one. A
+// reference for each thread would need the lock of the loader at each creation.
+void prepareForThreads() noexcept {
+    static constinit std::atomic<bool> isPinned{false};
+    if (!isPinned.load(std::memory_order_relaxed)) isPinned.store(thisModule(ModuleReference::forEver) != nullptr);
+}
+
 // The thread's record is in the list before the thread begins. So a thread that is terminated before its first step
 // leaves nothing but the record.
 bool createThread(ThreadEntry entry, void* argument, WaitHandle& handle, bool suspended) noexcept {
@@ -108,7 +107,7 @@ bool createThread(ThreadEntry entry, void* argument, WaitHandle& handle, bool su
     record->key = newThreadKey();
     record->entry = entry;
     record->argument = argument;
-    stayLoaded();
+    prepareForThreads();
     // While the thread begins, the loader calls code of the program's libraries, and the program's own.
     record->depth.store(1, std::memory_order_relaxed);
     unsigned id = 0;

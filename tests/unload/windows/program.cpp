@@ -53,6 +53,28 @@ void loadAndUnload(const char* path, bool withThread) {
     if (withThread) user.join();
 }
 
+// A thread of an unload has the lock of the loader. It must not wait for a thread that starts the first timer and waits
+// for that lock.
+void startFirstTimerDuringUnload(const char* path) {
+    const HMODULE system = GetModuleHandleA("ntdll.dll"), library = load(path);
+    const auto startTimer = functionOf<void (*)()>(library, "startTimer");
+    kit::Gate begun, loaderIsLocked;
+    std::thread first([&] {
+        begun.open();
+        loaderIsLocked.pass();
+        startTimer();
+    });
+    begun.pass();
+    ULONG_PTR cookie = 0;
+    functionOf<LONG(WINAPI*)(ULONG, ULONG*, ULONG_PTR*)>(system, "LdrLockLoaderLock")(0, nullptr, &cookie);
+    loaderIsLocked.open();
+    Sleep(50);  // for the first thread to get there
+    startTimer();
+    functionOf<LONG(WINAPI*)(ULONG, ULONG_PTR)>(system, "LdrUnlockLoaderLock")(0, cookie);
+    first.join();
+    FreeLibrary(library);
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -62,6 +84,7 @@ int main(int count, char** arguments) {
         functionOf<void (*)()>(library, "runForEver")();
         return kExitCode;
     }
+    startFirstTimerDuringUnload(arguments[1]);
     for (int round = 0; round < 1000; ++round)
         loadAndUnload(arguments[1], round % 2 != 0);
     require(GetModuleHandleA(arguments[1]) == nullptr, "the plug-in is still loaded");

@@ -8,11 +8,6 @@
 
 namespace KestSupport::internal {
 
-// The lock is allocated here, where a failure is reported.
-LineQueue::LineQueue() {
-    m_outputLock.lockCount();
-}
-
 LineQueue::Turn LineQueue::add() {
     using enum Turn::Step;
     if (!m_isShared) return {writeHere};

@@ -25,7 +25,7 @@
 
 #include "platform/thread_bias.h"
 #include "platform/uninterrupted.h"
-#include "support/locks.h"
+#include "text/log/logger_lock.h"
 
 namespace KestSupport::internal {
 
@@ -52,8 +52,6 @@ class LineQueue {
         Step step = Step::nothing;
         std::uint64_t number = 0;  // of a line that waits; writeOwn: the index of the line
     };
-
-    LineQueue();
 
     // The caller of these functions holds the record lock.
 
@@ -85,11 +83,11 @@ class LineQueue {
 
     /// Held by the thread that writes, if it does not hold the record lock. Taken after the record lock: its owner does
     /// not wait for the record lock.
-    KestCriticalSectionObject& outputLock() noexcept { return m_outputLock; }
+    LoggerLock& outputLock() noexcept { return m_outputLock; }
 
   private:
     struct UnlockAtEnd {
-        KestCriticalSectionObject& lock;
+        LoggerLock& lock;
         ~UnlockAtEnd() { lock.unlock(); }
     };
 
@@ -125,7 +123,7 @@ class LineQueue {
     alignas(64) std::atomic<bool> m_hasLeader{false};
     std::atomic<std::uint32_t> m_leader{0};  // the thread that wrote last
     std::atomic<std::uint32_t> m_sleeps{0};  // successive waits that were long
-    KestCriticalSectionObject m_outputLock;
+    LoggerLock m_outputLock;
 
     // Guarded by the record lock.
     alignas(64) bool m_isShared = false;

@@ -25,13 +25,12 @@ void LogOutput::write(std::string_view text, std::span<const std::size_t> ends) 
 }
 
 // lockCount allocates the lock. Without that, close could fail.
-LogFile::LogFile(std::string baseName, KestCriticalSectionObject& recordLock, KestCriticalSectionObject& outputLock)
+LogFile::LogFile(std::string baseName, LoggerLock& recordLock, LoggerLock& outputLock)
     : m_baseName(std::move(baseName)), m_recordLock(recordLock), m_outputLock(outputLock) {
     m_switchLock.lockCount();
 }
 
-LogFile::LogFile(const KestLogFileOptions& options, KestCriticalSectionObject& recordLock,
-                 KestCriticalSectionObject& outputLock)
+LogFile::LogFile(const KestLogFileOptions& options, LoggerLock& recordLock, LoggerLock& outputLock)
     : m_pKept(std::make_unique<KeptLogFile>(options)), m_recordLock(recordLock), m_outputLock(outputLock) {
     m_switchLock.lockCount();
 }
@@ -59,10 +58,11 @@ void LogFile::open() {
 void LogFile::close() noexcept {
     std::unique_ptr<LogFileOutput> output(m_pOutput.exchange(nullptr, std::memory_order_acq_rel));
     if (!output) return;
-    {
-        // While this thread has both locks, no other thread writes.
-        KestCriticalSection records(m_recordLock, false), writing(m_outputLock, false);
-        if (records.testAndSet() && writing.testAndSet()) return;
+    if (m_recordLock.testAndSet()) {
+        const bool isIdle = m_outputLock.testAndSet();  // while this thread has both locks, no other thread writes
+        if (isIdle) m_outputLock.unlock();
+        m_recordLock.unlock();
+        if (isIdle) return;
     }
     const KestCriticalSection guard(m_switchLock, true);
     output->next = std::move(m_replaced);

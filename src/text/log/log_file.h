@@ -15,9 +15,11 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "platform/record_file.h"
 #include "support/locks.h"
+#include "text/log/logger_lock.h"
 
 namespace KestSupport {
 struct KestLogFileOptions;
@@ -38,10 +40,14 @@ class LineEnds {
     /// line that it took in part is lost, and the next one is tried. Returns the number of lost lines.
     template <typename Write>
     std::size_t write(std::string_view text, std::span<const std::size_t> ends, Write&& write) {
-        std::size_t lost = 0, begin = 0;
+        std::size_t lost = 0, begin = 0, written = 0;
+        bool isTried = !m_torn;
+        if (isTried && (written = write(text)) == text.size()) return 0;
         for (auto end = ends.begin(); end != ends.end(); begin = *end++, ++lost) {
-            if (m_torn && write("\n") == 0) continue;
-            const std::size_t written = begin + write(text.substr(begin));
+            if (!std::exchange(isTried, false)) {
+                if (m_torn && write("\n") == 0) continue;
+                written = begin + write(text.substr(begin));
+            }
             while (end != ends.end() && *end <= written)
                 begin = *end++;
             m_torn = written != begin;
@@ -82,10 +88,9 @@ struct LogFileOutput {
 class LogFile {
   public:
     /// The thread that writes holds one of the locks. They outlive the object.
-    LogFile(std::string baseName, KestCriticalSectionObject& recordLock, KestCriticalSectionObject& outputLock);
+    LogFile(std::string baseName, LoggerLock& recordLock, LoggerLock& outputLock);
     /// A file with a fixed name.
-    LogFile(const KestLogFileOptions& options, KestCriticalSectionObject& recordLock,
-            KestCriticalSectionObject& outputLock);
+    LogFile(const KestLogFileOptions& options, LoggerLock& recordLock, LoggerLock& outputLock);
     LogFile(const LogFile&) = delete;
     LogFile& operator=(const LogFile&) = delete;
     ~LogFile();
@@ -121,8 +126,8 @@ class LogFile {
     std::atomic<bool> m_hasReplaced{false};          // whether m_replaced has any
 
     const std::string m_baseName;
-    KestCriticalSectionObject& m_recordLock;
-    KestCriticalSectionObject& m_outputLock;
+    LoggerLock& m_recordLock;
+    LoggerLock& m_outputLock;
 
     // Serialises opening and closing. Taken after m_recordLock and m_outputLock.
     KestCriticalSectionObject m_switchLock;

@@ -1,6 +1,7 @@
 #include "support/logging.h"
 
 #include <atomic>
+#include <mutex>
 
 #include "platform/uninterrupted.h"
 #include "support/locks.h"
@@ -29,7 +30,7 @@ internal::LoggingState::LoggingState(const std::string& name, KestLogging& owner
       serial(nextSerial()),
       file(name, lock, queue.outputLock()),
       link(std::make_shared<LogWatchLink>(owner)) {
-    createLocks();
+    moduleLock.lockCount();  // allocates it; later, a failure would lose a record
 }
 
 internal::LoggingState::LoggingState(const KestLogFileOptions& options, KestLogging& owner)
@@ -39,14 +40,7 @@ internal::LoggingState::LoggingState(const KestLogFileOptions& options, KestLogg
       file(options, lock, queue.outputLock()),
       escapes(options.escape),
       link(std::make_shared<LogWatchLink>(owner)) {
-    createLocks();
-}
-
-// A lock allocates memory on its first use. Here a failure is reported; later it would end a destructor or lose a
-// record.
-void internal::LoggingState::createLocks() {
-    for (KestCriticalSectionObject* const each : {&lock, &moduleLock})
-        each->lockCount();
+    moduleLock.lockCount();  // allocates it; later, a failure would lose a record
 }
 
 int internal::LoggingState::moduleLevel(std::string_view module, int otherwise) {
@@ -152,8 +146,12 @@ void KestLogging::reopen() {
     internal::LoggingState& state = *m_pState;
     if (state.file.kept() == nullptr) return;
     state.file.kept()->requestReopen();
-    KestCriticalSection records(state.lock, false), output(state.queue.outputLock(), false);
-    if (records.testAndSet() && output.testAndSet()) state.serveKeptFile(0);  // otherwise the next record does
+    // If another thread builds or writes a record, the next record opens the file.
+    if (!state.lock.testAndSet()) return;
+    const std::lock_guard records(state.lock, std::adopt_lock);
+    if (!state.queue.outputLock().testAndSet()) return;
+    const std::lock_guard writing(state.queue.outputLock(), std::adopt_lock);
+    state.serveKeptFile(0);
 }
 
 void KestLogging::resetTimer() {

@@ -90,7 +90,7 @@ void KestLogging::endrecord() {
     state.reconsider(thread);
     // The first try does not take a lock that an ended thread left taken, but makes it free.
     const bool open = state.record.isBuiltBy(thread);
-    if (!open && !state.lock.testAndSet() && (state.lock.lockCount() != 0 || !state.lock.testAndSet())) return;
+    if (!open && !state.lock.testAndSet() && (!state.lock.isFree() || !state.lock.testAndSet())) return;
 
     internal::RecordLock lock(state, std::adopt_lock);
     const internal::LineQueue::Turn turn = state.closeRecord();

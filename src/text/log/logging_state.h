@@ -26,6 +26,7 @@
 #include "text/log/log_file.h"
 #include "text/log/log_format.h"
 #include "text/log/log_watchdog.h"
+#include "text/log/logger_lock.h"
 #include "text/log/open_record.h"
 
 namespace KestSupport::internal {
@@ -81,7 +82,7 @@ struct LoggingState {
 
     const KestLogging& logging;
     const std::uint64_t serial;                // of this logger; never 0
-    KestCriticalSectionObject lock;            // held by the builder of a record from its first insertion to its end
+    LoggerLock lock;                           // held by the builder of a record from its first insertion to its end
     OpenRecord record;                         // guarded by lock
     RecordPrefix prefix{false, false, false};  // guarded by lock
     LineQueue queue;                           // decides which thread writes to the next two
@@ -97,7 +98,6 @@ struct LoggingState {
     LogWatchdog watchdog{60};
 
   private:
-    void createLocks();
     void appendLine(std::string& to, const RecordParts& parts, RecordPrefix& ownPrefix);
     void writeLines(std::string_view text, std::span<const std::size_t> ends);
     std::string noticeLine(const std::string& text);

@@ -16,8 +16,7 @@ using Texts = std::vector<std::string>;
 struct Queue : internal::LineQueue {
     Turn addText(const std::string& text) {
         const KestCriticalSection guard(records, true);
-        line() = text;
-        return add();
+        return add([&text](std::string& to) { to += text; });
     }
     void end(const Turn& turn) {
         finish(turn, [this](std::string_view text, std::span<const std::size_t>) { written.emplace_back(text); });
@@ -44,8 +43,6 @@ struct Sender : KestThread {
 
 TEST(LineQueue, WritesLinesThatWaitInOneCall) {
     Queue queue;
-    queue.end(queue.addText("alone\n"));
-    queue.share();
     const auto first = queue.addText("first\n");
     {
         Sender one(queue, "one\n");
@@ -57,12 +54,11 @@ TEST(LineQueue, WritesLinesThatWaitInOneCall) {
         two.waitForThreadExit();
     }
     queue.end(queue.addText("again\n"));
-    EXPECT_EQ(queue.written, (Texts{"alone\n", "first\n", "one\ntwo\n", "again\n"}));
+    EXPECT_EQ(queue.written, (Texts{"first\n", "one\ntwo\n", "again\n"}));
 }
 
 TEST(LineQueue, KeepsTheLineOfAThreadThatIsKilledWhileItWaits) {
     Queue queue;
-    queue.share();
     const auto first = queue.addText("first\n");
     Sender killed(queue, "killed\n");
     killed.added.pass();

@@ -1,43 +1,9 @@
 #include "text/log/line_queue.h"
 
-#include <mutex>
-
-#include "platform/fork.h"
 #include "platform/spin.h"
-#include "text/log/open_record.h"
+#include "platform/thread_bias.h"
 
 namespace KestSupport::internal {
-
-LineQueue::Turn LineQueue::add() {
-    using enum Turn::Step;
-    if (!m_isShared) return {writeHere};
-    dropLinesOfParent();
-    const bool isFree = mayLead() && m_outputLock.try_lock();
-    if (!isFree) m_hasLeader.store(true, std::memory_order_relaxed);
-    if (isFree && !m_hasWaiting.load(std::memory_order_relaxed)) {
-        const std::uint8_t own = m_line;
-        m_line ^= 1;
-        return {writeOwn, own};
-    }
-    try {
-        return {isFree ? writeAll : await, append()};
-    } catch (...) {
-        if (isFree) m_outputLock.unlock();
-        throw;
-    }
-}
-
-std::uint64_t LineQueue::append() {
-    const std::lock_guard guard(m_waitingLock);
-    LineBatch& waiting = m_batches[m_waiting];
-    waiting.ends.reserve(waiting.ends.size() + 1);
-    makeRoom(waiting.text, line().size());
-    m_forks = platform::forkCount();
-    m_hasWaiting.store(true, std::memory_order_relaxed);
-    waiting.text += line();
-    waiting.ends.push_back(waiting.text.size());
-    return ++m_added;
-}
 
 // In a forked child, the waiting lines are those of the parent's threads. The parent writes them.
 void LineQueue::dropLinesOfParent() noexcept {
@@ -48,9 +14,18 @@ void LineQueue::dropLinesOfParent() noexcept {
     m_hasWaiting.store(false, std::memory_order_relaxed);
 }
 
-bool LineQueue::mayLead() const noexcept {
-    return !m_hasLeader.load(std::memory_order_relaxed) ||
-           m_leader.load(std::memory_order_relaxed) == platform::threadKey();
+// The two functions write only what changes, so that the line of the cache stays with all processors.
+bool LineQueue::tryToLead() noexcept {
+    const bool hasLeader = m_hasLeader.load(std::memory_order_relaxed);
+    const bool mayLead = !hasLeader || m_leader.load(std::memory_order_relaxed) == platform::threadKey();
+    if (mayLead && m_outputLock.try_lock()) return true;
+    if (!hasLeader) m_hasLeader.store(true, std::memory_order_relaxed);
+    return false;
+}
+
+void LineQueue::lead() noexcept {
+    const std::uint32_t self = platform::threadKey();
+    if (m_leader.load(std::memory_order_relaxed) != self) m_leader.store(self, std::memory_order_relaxed);
 }
 
 // Returns whether the thread has taken the output lock, and so has to write. A thread that slept at once would sleep

@@ -17,13 +17,13 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 #include <span>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
-#include "platform/thread_bias.h"
+#include "platform/fork.h"
 #include "platform/uninterrupted.h"
 #include "text/log/logger_lock.h"
 
@@ -55,12 +55,30 @@ class LineQueue {
 
     // The caller of these functions holds the record lock.
 
-    /// Two threads have met.
-    void share() noexcept { m_isShared = true; }
-    bool isShared() const noexcept { return m_isShared; }
-    /// The line that add takes over.
-    std::string& line() noexcept { return m_lines[m_line]; }
-    Turn add();
+    /// Adds the line that Build appends to a string, as long as no two threads have met.
+    template <typename Build>
+    Turn addAlone(const Build& build) {
+        buildOwn(build);
+        return {Turn::Step::writeHere};
+    }
+    /// The same after they have met.
+    template <typename Build>
+    Turn add(const Build& build) {
+        using enum Turn::Step;
+        dropLinesOfParent();
+        const bool isFree = tryToLead();
+        try {
+            if (!isFree || m_hasWaiting.load(std::memory_order_relaxed))
+                return {isFree ? writeAll : await, append(build)};
+            buildOwn(build);
+        } catch (...) {
+            if (isFree) m_outputLock.unlock();
+            throw;
+        }
+        const std::uint8_t own = m_line;
+        m_line ^= 1;
+        return {writeOwn, own};
+    }
 
     /// Called after add. Returns when the line is written by a call of Write, which takes the text and the ends of the
     /// lines. A shared turn is finished without the record lock, unless that is the lock of an outer record.
@@ -71,7 +89,7 @@ class LineQueue {
         if (turn.step == writeHere) return writeLine(m_lines[m_line], write);
         if (turn.step == await && !awaitOutput(turn.number)) return;
         const UnlockAtEnd unlock{m_outputLock};
-        m_leader.store(platform::threadKey(), std::memory_order_relaxed);
+        lead();
         if (turn.step == writeOwn) return writeLine(m_lines[turn.number], write);
         if (m_written.load(std::memory_order_relaxed) >= turn.number) return;
         const platform::Uninterrupted whole;
@@ -91,8 +109,33 @@ class LineQueue {
         ~UnlockAtEnd() { lock.unlock(); }
     };
 
-    bool mayLead() const noexcept;
-    std::uint64_t append();
+    template <typename Build>
+    void buildOwn(const Build& build) {
+        m_lines[m_line].clear();
+        build(m_lines[m_line]);
+    }
+
+    // The line is built where it waits, so the memory of the own lines stays with the processor of the leader.
+    template <typename Build>
+    std::uint64_t append(const Build& build) {
+        const std::lock_guard guard(m_waitingLock);
+        LineBatch& waiting = m_batches[m_waiting];
+        waiting.ends.reserve(waiting.ends.size() + 1);
+        const std::size_t before = waiting.text.size();
+        m_forks = platform::forkCount();
+        m_hasWaiting.store(true, std::memory_order_relaxed);
+        try {
+            build(waiting.text);
+        } catch (...) {
+            waiting.text.resize(before);
+            throw;
+        }
+        waiting.ends.push_back(waiting.text.size());
+        return ++m_added;
+    }
+
+    bool tryToLead() noexcept;
+    void lead() noexcept;
     void dropLinesOfParent() noexcept;
     bool awaitOutput(std::uint64_t number);
     const LineBatch& take(std::uint64_t& last) noexcept;
@@ -126,9 +169,8 @@ class LineQueue {
     LoggerLock m_outputLock;
 
     // Guarded by the record lock.
-    alignas(64) bool m_isShared = false;
-    std::uint8_t m_line = 0;  // index of the line that is being built
-    std::string m_lines[2];   // the other one is used under m_outputLock; members, so that their memory is used again
+    alignas(64) std::uint8_t m_line = 0;  // index of the line that is being built
+    std::string m_lines[2];  // the other one is used under m_outputLock; members, so that their memory is used again
 };
 
 }  // namespace KestSupport::internal

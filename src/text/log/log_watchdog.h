@@ -20,6 +20,7 @@
 #include "platform/wait.h"
 #include "support/threads.h"
 #include "support/timers.h"
+#include "text/log/open_record.h"
 
 namespace KestSupport {
 
@@ -31,7 +32,9 @@ namespace internal {
 /// start a timer can fire other timers, and their dependents may log.
 class LogWatchdog : public KestTimer {
   public:
-    explicit LogWatchdog(std::int32_t seconds) : m_seconds(seconds) {}
+    /// `openSince` is where the watchdog notes since when a record is open; it outlives the watchdog.
+    LogWatchdog(std::int32_t seconds, std::atomic<std::int64_t>& openSince)
+        : m_seconds(seconds), m_openSince(openSince) {}
     ~LogWatchdog() override { stop(); }
 
     /// Starts the timer unless it runs. Returns false if it cannot be started; the next record may try again.
@@ -46,7 +49,7 @@ class LogWatchdog : public KestTimer {
     void set() override;
 
   private:
-    static constexpr std::int64_t kNoRecord = -1;
+    static constexpr std::int64_t kNoRecord = OpenRecord::kNotOpen;
 
     bool startOnce(std::int64_t seconds);
 
@@ -58,7 +61,7 @@ class LogWatchdog : public KestTimer {
 
     // openRecord writes m_openSince and then reads m_armed. An expiry writes m_armed, makes a barrier in all threads,
     // and then reads m_openSince. So at least one of the two sees the other, and a record needs no locked instruction.
-    std::atomic<std::int64_t> m_openSince{kNoRecord};
+    std::atomic<std::int64_t>& m_openSince;
     std::atomic<bool> m_armed{false};
 };
 

@@ -36,9 +36,9 @@ internal::LoggingState::LoggingState(const std::string& name, KestLogging& owner
 internal::LoggingState::LoggingState(const KestLogFileOptions& options, KestLogging& owner)
     : logging(owner),
       serial(nextSerial()),
+      escapes(options.escape),
       prefix(options.milliseconds, options.zoneOffset, options.escape),
       file(options, lock, queue.outputLock()),
-      escapes(options.escape),
       link(std::make_shared<LogWatchLink>(owner)) {
     moduleLock.lockCount();  // allocates it; later, a failure would lose a record
 }

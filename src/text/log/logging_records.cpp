@@ -122,16 +122,15 @@ internal::LineQueue::Turn internal::LoggingState::closeRecord() {
     const bool hasModule = !record.module().empty();
     const int shown = hasModule ? logging.getLogLevel(record.module()) : logging.getLogLevel();
     if (record.text().empty() || (record.level() > shown && record.level() != 0)) {
-        if (!queue.isShared()) file.closeReplaced();
+        if (!isShared) file.closeReplaced();
         return {};
     }
     return addLine({record.level(), record.module(), record.builderId(), record.text()});
 }
 
 internal::LineQueue::Turn internal::LoggingState::addLine(const RecordParts& parts) {
-    queue.line().clear();
-    appendLine(queue.line(), parts, prefix);
-    return queue.add();
+    const auto build = [&](std::string& to) { appendLine(to, parts, prefix); };
+    return isShared ? queue.add(build) : queue.addAlone(build);
 }
 
 void internal::LoggingState::finishLine(const LineQueue::Turn& turn) {

@@ -64,7 +64,7 @@ struct LoggingState {
     void enter() {
         if (lock.try_lock()) return;
         lock.lock();
-        queue.share();
+        isShared = true;
     }
     /// Makes the open record idle and queues its line, if the record is shown. The caller holds the lock.
     LineQueue::Turn closeRecord();
@@ -83,19 +83,20 @@ struct LoggingState {
     const KestLogging& logging;
     const std::uint64_t serial;                // of this logger; never 0
     LoggerLock lock;                           // held by the builder of a record from its first insertion to its end
+    bool isShared = false;                     // whether two threads have met at the lock; guarded by lock
+    const bool escapes = false;                // whether control characters of a record are escaped
+    std::atomic<bool> hasModuleLevels{false};  // whether moduleLevels has any
     OpenRecord record;                         // guarded by lock
     RecordPrefix prefix{false, false, false};  // guarded by lock
     LineQueue queue;                           // decides which thread writes to the next two
     LogFile file;
-    const bool escapes = false;  // whether control characters of a record are escaped
     LogOutput output;
 
     KestCriticalSectionObject moduleLock;                  // taken after lock
     std::map<std::string, int, std::less<>> moduleLevels;  // guarded by moduleLock
-    std::atomic<bool> hasModuleLevels{false};              // whether moduleLevels has any
 
     const std::shared_ptr<LogWatchLink> link;
-    LogWatchdog watchdog{60};
+    LogWatchdog watchdog{60, record.openSince()};
 
   private:
     void appendLine(std::string& to, const RecordParts& parts, RecordPrefix& ownPrefix);

@@ -46,9 +46,10 @@ struct LoggingThread {
 
 /// Guarded by the logger's lock, except for the builder: any thread may compare it with itself, since only the builder
 /// writes its own number there, while it holds the lock.
-class OpenRecord {
+class alignas(64) OpenRecord {
   public:
     static constexpr int kUnchosenLevel = 9;
+    static constexpr std::int64_t kNotOpen = -1;
 
     bool isBuiltBy(const LoggingThread& thread) const noexcept {
         return m_builder.load(std::memory_order_relaxed) == thread.number;
@@ -60,13 +61,16 @@ class OpenRecord {
     /// Whether the builder is a thread of the process that forked this one. The parent writes such a record.
     bool isOfParent() const noexcept { return hasBuilder() && m_forks != platform::forkCount(); }
 
+    /// The calendar second in which the record was opened; kNotOpen for none. The watchdog's (log_watchdog.h).
+    std::atomic<std::int64_t>& openSince() noexcept { return m_openSince; }
+
     int level() const noexcept { return m_level; }
     const std::string& module() const noexcept { return m_module; }
     const std::string& text() const noexcept { return m_text; }
     bool isAccepted() const noexcept { return m_accepted; }
 
     void choose(const std::string& module, int level) {
-        m_module.clear();
+        if (!m_module.empty()) m_module.clear();
         if (!module.empty()) {
             makeRoom(m_module, module.size());
             m_module += module;
@@ -97,7 +101,7 @@ class OpenRecord {
             std::string().swap(m_text);
         }
         m_text.clear();
-        m_module.clear();
+        if (!m_module.empty()) m_module.clear();
         m_level = kUnchosenLevel;
         m_accepted = false;
         m_builder.store(kNoThread, std::memory_order_relaxed);
@@ -106,13 +110,16 @@ class OpenRecord {
   private:
     static constexpr std::uint64_t kNoThread = 0;
 
+    // All that each record changes is on one line of the cache.
     std::atomic<std::uint64_t> m_builder{kNoThread};
+    std::atomic<std::int64_t> m_openSince{kNotOpen};
+    std::string m_text;
     std::uint32_t m_builderId = 0;
     std::uint32_t m_forks = 0;  // the builder's process
-    bool m_accepted = false;
     int m_level = kUnchosenLevel;
+    bool m_accepted = false;
+
     std::string m_module;  // empty for none
-    std::string m_text;
 };
 
 }  // namespace KestSupport::internal

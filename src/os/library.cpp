@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "platform/dynamic_library.h"
+#include "platform/error.h"
 #include "support/exceptions.h"
 
 namespace KestSupport {
@@ -15,8 +16,13 @@ namespace {
 }  // namespace
 
 KestLibrary::KestLibrary(const std::string& name, bool) : m_libraryName(name) {
+    // For an empty name, a system's loader may return the program itself.
     std::string message;
-    m_module = platform::loadLibrary(name, message);
+    if (name.empty()) {
+        message = platform::errorMessage(platform::errorModuleNotFound);
+    } else {
+        m_module = platform::loadLibrary(name, message);
+    }
     if (m_module == nullptr) fail(name, message);
 }
 

@@ -10,8 +10,8 @@ namespace KestSupport::platform {
 
 using LibraryHandle = void*;
 
-/// Loads a library by a path, or by a name that the system searches for. If that fails, returns null and stores the
-/// system's text in `message`. A library with an undefined symbol is refused.
+/// Loads a library by a path, or by a name that the system searches for. The name is not empty. If that fails, returns
+/// null and stores the system's text in `message`. A library with an undefined symbol is refused.
 LibraryHandle loadLibrary(const std::string& name, std::string& message);
 
 /// Loads a loaded library once more, even if its file has been replaced or removed. If that fails, returns null and

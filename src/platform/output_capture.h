@@ -30,6 +30,10 @@ class OutputCapture {
     std::string text(std::size_t most) const;
 
   private:
+    /// Back end: reads bytes from the position on, and returns their number; 0 if there are none, or the system
+    /// refuses.
+    std::size_t read(std::uint64_t position, char* block, std::size_t size) const noexcept;
+
     std::intptr_t m_handle = kInheritHandle;
 };
 

@@ -40,6 +40,9 @@ std::string joinArguments(const std::vector<std::string>& arguments);
 /// lines, and those with a relative path, are returned unchanged.
 std::string quoteProgram(const std::string& commandLine);
 
+/// Back end: returns whether the path is absolute and leads to a file that a command line can name as its program.
+bool isProgramFile(const std::string& path);
+
 /// Values for a child's standard handle. Another value is a handle of this process, on POSIX a descriptor.
 inline constexpr std::intptr_t kInheritHandle = -1;  ///< the handle of this process
 inline constexpr std::intptr_t kNullDevice = -2;     ///< input is empty, output is discarded
@@ -121,8 +124,6 @@ class Process {
         std::swap(m_ended, other.m_ended);
         std::swap(m_exitCode, other.m_exitCode);
     }
-    bool askForEnd(bool block) noexcept;
-    void sleepUntilEnd(std::uint32_t timeout) noexcept;
 
     std::uint32_t m_id = 0;
     std::intptr_t m_handle = kInheritHandle;  // opened when it is first needed

@@ -8,8 +8,8 @@
 
 namespace KestSupport::platform {
 
-/// Returns the path of the running program, or why it is unknown: errorInsufficientBuffer if the path and its
-/// terminator need more than `capacity` characters.
-Result<std::string> programPath(std::size_t capacity);
+/// Returns the path of the running program, or why it is unknown: errorInsufficientBuffer if it is longer than every
+/// path that the system's functions take.
+Result<std::string> programPath();
 
 }  // namespace KestSupport::platform

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -67,5 +68,12 @@ int renameRecordFile(const char* from, const char* to) noexcept;
 /// Writes the text after the buffered text of the stream. Blocks until the system has taken it. Returns how many
 /// characters it took, like RecordFile::write. The stream is locked only if it has buffered text.
 std::size_t writeAfter(std::FILE* stream, std::string_view text) noexcept;
+
+/// Back end: returns whether the stream may have buffered text. Does not lock it if the system tells without that.
+bool mayHaveBufferedText(std::FILE* stream) noexcept;
+
+/// Back end: writes the text to the stream's file, without the stream. Returns how many characters the system took, or
+/// nothing for a stream without a file, such as one in memory.
+std::optional<std::size_t> writeToFileOf(std::FILE* stream, std::string_view text) noexcept;
 
 }  // namespace KestSupport::platform

@@ -229,6 +229,17 @@ ServiceManager& serviceManager() noexcept;
 /// Replaces the manager for the whole process; null restores the platform's manager. The manager must outlive its use.
 void setServiceManager(ServiceManager* manager) noexcept;
 
+inline constexpr std::size_t kLongestServiceName = 256;  ///< bytes
+
+/// Returns whether a service can have the name.
+bool isServiceName(std::string_view name) noexcept;
+
+/// Orders the services by name.
+void sortByName(std::vector<ServiceEntry>& services);
+
+/// The milliseconds that runDispatcher waits for main after the service has stopped.
+inline constexpr std::uint32_t kServiceMainPatience = 1000;
+
 /// The names in a text of dependencies, up to the first empty one.
 std::vector<std::string> dependencyNames(std::string_view dependencies);
 

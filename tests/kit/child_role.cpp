@@ -13,7 +13,7 @@ constexpr std::string_view kFolderOption = "--child-folder=";
 constexpr std::string_view kRoleOption = "--child-role=";
 
 // Found before the tests, which make calls of the system fail.
-const std::string g_thisProgram = *KestSupport::platform::programPath(4096);
+const std::string g_thisProgram = *KestSupport::platform::programPath();
 
 std::map<std::string, ChildRole::Main>& roles() {
     static std::map<std::string, ChildRole::Main> all;

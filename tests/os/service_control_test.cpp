@@ -181,8 +181,7 @@ using HostedServiceTest = kit::ServiceFixture;
 
 TEST_F(HostedServiceTest, RunsFromInstallToRemove) {
     namespace fs = std::filesystem;
-    const fs::path own = *kit::platform::programPath(4096), folder = state.pathOf("a b"),
-                   program = folder / own.filename();
+    const fs::path own = *kit::platform::programPath(), folder = state.pathOf("a b"), program = folder / own.filename();
     fs::create_directory(folder);
     for (const auto& each : fs::directory_iterator(own.parent_path())) {
         if (each.path() == own || each.path().extension() == ".dll")

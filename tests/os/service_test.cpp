@@ -309,7 +309,7 @@ TEST(ServiceMode, IsStoppedAfterEachFailure) {
 }
 
 TEST(ServiceInstall, RegistersTheRunningProgram) {
-    const std::string program = *platform::programPath(4096);
+    const std::string program = *platform::programPath();
     RecordingServiceManager manager;
     TestService plain;
     plain.describe("what it does");

@@ -169,12 +169,12 @@ std::set<std::string> startAutomatic(const Manager& manager, const Patience& pat
 }
 
 void startAll(const CommandLine& line, Report& report) {
-    startAutomatic(Manager({"start-all", ""}), line.patience, report);
+    startAutomatic(Manager::ofOwnServices({"start-all", ""}), line.patience, report);
 }
 
 void stopAll(const CommandLine& line, Report& report) {
     const Task all{"stop-all", ""};
-    const Manager manager(all);
+    const Manager manager = Manager::ofOwnServices(all);
     const std::vector<platform::ServiceEntry> services = manager.list(all);
     std::set<std::string> active;
     for (const platform::ServiceEntry& entry : services) {

@@ -35,18 +35,23 @@ void requireAccess(const Task& task, ErrorCode error) {
     throw Failure(task, kError, errorText(kError) + suggestionFor(task.service, names));
 }
 
-SharedHandle openManager(const Task& task) {
-    constexpr std::uint32_t kAccess =
-        platform::kServiceManagerConnect | platform::kServiceManagerCreateService | platform::kServiceManagerEnumerate;
+SharedHandle openManager(const Task& task, std::uint32_t furtherAccess) {
+    const std::uint32_t access = platform::kServiceManagerConnect | platform::kServiceManagerEnumerate | furtherAccess;
     platform::ServiceManager& services = platform::serviceManager();
     void* handle = nullptr;
-    requireAccess(task, services.openManager(kAccess, handle));
+    requireAccess(task, services.openManager(access, handle));
     return {handle, [&services](void* opened) { services.closeHandle(opened); }};
 }
 
 }  // namespace
 
-Manager::Manager(const Task& task) : m_handle(openManager(task)) {}
+Manager::Manager(const Task& task, std::uint32_t furtherAccess) : m_handle(openManager(task, furtherAccess)) {}
+
+Manager Manager::ofOwnServices(const Task& task) {
+    Manager manager(task);
+    if (manager.location().empty()) throw Failure(task, platform::errorCallNotImplemented);
+    return manager;
+}
 
 SharedHandle Manager::open(const Task& task, std::uint32_t access) const {
     return owned(task, [&](platform::ServiceManager& services, void*& handle) {

@@ -15,8 +15,12 @@ using SharedHandle = std::shared_ptr<void>;
 
 class Manager {
   public:
-    /// Connects. This and the other calls throw a Failure with the caller's task.
-    explicit Manager(const Task& task);
+    /// Connects, to look for services and for what else the access says. This and the other calls throw a Failure with
+    /// the caller's task.
+    explicit Manager(const Task& task, std::uint32_t furtherAccess = 0);
+    /// For tasks that start or stop all services. Fails if the manager is that of the system, which also has the
+    /// services of other programs and the system's own.
+    static Manager ofOwnServices(const Task& task);
 
     SharedHandle open(const Task& task, std::uint32_t access) const;
     SharedHandle create(const Task& task, const KestSupport::platform::ServiceConfiguration& configuration,

@@ -11,9 +11,11 @@ namespace platform = KestSupport::platform;
 void deleteOne(const Manager& manager, const Task& task, Report& report) {
     const SharedHandle service = manager.open(task, platform::kServiceDelete | platform::kServiceQueryStatus);
     require(task, platform::serviceManager().deleteService(service.get()));
+    // Some managers keep a stopped service until its last handle is closed.
     ServiceStatus status;
-    const bool isGone =
-        platform::serviceManager().queryStatus(service.get(), status) == platform::errorServiceDoesNotExist;
+    const ErrorCode error = platform::serviceManager().queryStatus(service.get(), status);
+    const bool isGone = error == platform::errorServiceDoesNotExist ||
+                        (error == platform::errorSuccess && status.currentState == platform::kServiceStopped);
     report.succeed(task, isGone ? "deleted" : "marked for deletion; it is deleted when it stops");
 }
 
@@ -29,7 +31,7 @@ void installOne(const CommandLine& line, Report& report) {
     wanted.commandLine = registeredCommand(line.words, *line.command);
     wanted.restart = line.change.restart.value_or(platform::kServiceRestartNever);
     wanted.dependencies = line.change.dependencies.value_or("");
-    const Manager manager(task);
+    const Manager manager(task, platform::kServiceManagerCreateService);
     const SharedHandle service =
         manager.create(task, wanted, platform::kServiceChangeConfiguration | platform::kServiceDelete);
     if (line.description) {

@@ -40,8 +40,9 @@ bool countsAsSuccess(platform::ErrorCode error) {
 }  // namespace
 
 bool KestService::install() {
-    platform::Result<std::string> program = platform::programPath(kPathCapacity);
+    platform::Result<std::string> program = platform::programPath();
     if (!program) return countsAsSuccess(program.error());
+    if (program->size() >= kPathCapacity) return false;
     platform::ServiceConfiguration configuration;
     configuration.commandLine = *std::move(program);
     // Without quotes, "/opt/my app" could start the program /opt/my.

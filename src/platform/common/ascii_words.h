@@ -67,6 +67,11 @@ constexpr std::uint64_t foldedWord(std::uint64_t word) noexcept {
     return word | isCapital >> 2;
 }
 
+/// Returns whether the character is a control character of ASCII.
+constexpr bool isAsciiControl(char c) noexcept {
+    return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
+}
+
 /// Returns whether the whole text is ASCII.
 inline bool isAscii(std::string_view text) noexcept {
     std::uint64_t all = 0;

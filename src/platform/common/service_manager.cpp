@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <atomic>
 
+#include "platform/common/ascii_words.h"
+
 namespace KestSupport::platform {
 namespace {
 
@@ -17,6 +19,17 @@ ServiceManager& serviceManager() noexcept {
 
 void setServiceManager(ServiceManager* manager) noexcept {
     g_replacement.store(manager, std::memory_order_release);
+}
+
+bool isServiceName(std::string_view name) noexcept {
+    return !name.empty() && name.size() <= kLongestServiceName && std::none_of(name.begin(), name.end(), [](char each) {
+        return isAsciiControl(each) || each == '/' || each == '\\';
+    });
+}
+
+void sortByName(std::vector<ServiceEntry>& services) {
+    std::sort(services.begin(), services.end(),
+              [](const ServiceEntry& one, const ServiceEntry& other) { return one.name < other.name; });
 }
 
 std::vector<std::string> dependencyNames(std::string_view dependencies) {

@@ -86,15 +86,9 @@ std::string quoteArgument(std::string_view argument) {
     return quoted + "'";
 }
 
-std::string quoteProgram(const std::string& commandLine) {
-    if (!commandLine.starts_with('/')) return commandLine;
-    for (std::size_t end = commandLine.size(); end != std::string::npos;) {
-        const std::string path = commandLine.substr(0, end);
-        std::error_code ignored;
-        if (std::filesystem::is_regular_file(path, ignored)) return quoteArgument(path) + commandLine.substr(end);
-        end = commandLine.find_last_of(" \t\n", end - 1);
-    }
-    return commandLine;
+bool isProgramFile(const std::string& path) {
+    std::error_code ignored;
+    return path.starts_with('/') && std::filesystem::is_regular_file(path, ignored);
 }
 
 }  // namespace KestSupport::platform

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/common/fault_seam.h"
+#include "platform/common/wait_arguments.h"
 #include "platform/emulated/barrier.h"
 #include "platform/emulated/wait_dispatcher.h"
 #include "platform/spin.h"
@@ -404,16 +405,10 @@ std::uint32_t mutexLevels(WaitHandle mutex) noexcept {
 }
 
 std::uint32_t waitForMany(std::span<const WaitHandle> objects, bool all, std::uint32_t timeout) noexcept {
-    if (objects.empty() || objects.size() > kMaximumWaitObjects) return kWaitFailed;
+    if (!canWaitFor(objects, all)) return kWaitFailed;
     std::array<Link, kMaximumWaitObjects> links;
-    for (std::size_t i = 0; i < objects.size(); ++i) {
-        if (objects[i] == nullptr) return kWaitFailed;
-        if (all && std::find(objects.begin(), objects.begin() + static_cast<std::ptrdiff_t>(i), objects[i]) !=
-                       objects.begin() + static_cast<std::ptrdiff_t>(i)) {
-            return kWaitFailed;
-        }
+    for (std::size_t i = 0; i < objects.size(); ++i)
         links[i].object = objects[i];
-    }
     Waiter waiter;
     waiter.links = links.data();
     waiter.count = objects.size();

@@ -21,10 +21,7 @@ LibraryHandle open(const char* name, int flags, std::string& message) {
 }  // namespace
 
 LibraryHandle loadLibrary(const std::string& name, std::string& message) {
-    if (!name.empty()) return open(name.c_str(), 0, message);
-    // For an empty name, the loader returns the program itself.
-    message = errorMessage(errorModuleNotFound);
-    return nullptr;
+    return open(name.c_str(), 0, message);
 }
 
 // The loader finds a loaded library by the name of its first load.

@@ -5,14 +5,14 @@
 #include <unistd.h>
 
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <new>
 #include <string>
 
+#include "platform/common/new_file_name.h"
 #include "platform/linux/linux_call.h"
-#include "platform/linux/linux_descriptor.h"
+#include "platform/linux/linux_file_stream.h"
 
 namespace KestSupport::platform {
 namespace {
@@ -44,19 +44,9 @@ bool followLinks(std::string& path) {
     return failWith(ELOOP);
 }
 
-// Creates a file with a name that no other file has.
-Descriptor createBeside(const std::string& path, mode_t permissions, std::string& name) {
-    static std::atomic<unsigned> latestNumber{0};
-    constexpr int kMostTries = 1000;  // against files that killed processes have left
+Descriptor createFile(const std::string& path, mode_t permissions) noexcept {
     constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-    const std::string start = folderOf(path) + ".kest-" + std::to_string(::getpid()) + "-";
-    Descriptor file;
-    for (int i = 0; i < kMostTries && !file.isOpen(); ++i) {
-        name = start + std::to_string(latestNumber++);
-        file = Descriptor(systemCall("openReplacement", [&] { return ::open(name.c_str(), kFlags, permissions); }));
-        if (!file.isOpen() && errno != EEXIST) break;
-    }
-    return file;
+    return Descriptor(systemCall("openReplacement", [&] { return ::open(path.c_str(), kFlags, permissions); }));
 }
 
 // Changes nothing that is right already: most processes may not give files away. A change of the owner may clear bits
@@ -95,7 +85,7 @@ FileReplacement::~FileReplacement() {
     if (m_state != nullptr && !m_state->newPath.empty()) ::unlink(m_state->newPath.c_str());
 }
 
-Stream FileReplacement::open(const char* name, StreamMode) noexcept {
+Stream FileReplacement::open(const char* name, StreamMode mode) noexcept {
     try {
         m_state = std::make_unique<State>();
         std::string& path = m_state->path;
@@ -111,17 +101,14 @@ Stream FileReplacement::open(const char* name, StreamMode) noexcept {
             return nullptr;
         }
         if (exists && ::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) != 0) return nullptr;
-        std::string newPath;
-        m_state->file = createBeside(path, exists ? S_IRUSR | S_IWUSR : kNewFile, newPath);
-        if (!m_state->file.isOpen()) return nullptr;
-        m_state->newPath.swap(newPath);
-        if (exists && !copyAccess(old, m_state->file.get())) return nullptr;
-        Descriptor copy(::fcntl(m_state->file.get(), F_DUPFD_CLOEXEC, 0));
-        Stream stream(copy.isOpen() ? ::fdopen(copy.get(), "wb") : nullptr);
-        if (stream == nullptr) return nullptr;
-        static_cast<void>(copy.release());
-        std::setvbuf(stream.get(), nullptr, _IONBF, 0);
-        return stream;
+        Descriptor& file = m_state->file;
+        const auto create = [&](const std::string& newPath) {
+            file = createFile(newPath, exists ? S_IRUSR | S_IWUSR : kNewFile);
+            return file.isOpen();
+        };
+        m_state->newPath = createWithNewName(folderOf(path), static_cast<std::uint32_t>(::getpid()), create);
+        if (!file.isOpen() || (exists && !copyAccess(old, file.get()))) return nullptr;
+        return streamOf(Descriptor(::fcntl(file.get(), F_DUPFD_CLOEXEC, 0)), mode);
     } catch (const std::bad_alloc&) {
         errno = ENOMEM;
         return nullptr;

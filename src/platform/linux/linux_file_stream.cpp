@@ -1,10 +1,11 @@
+#include "platform/linux/linux_file_stream.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 
-#include "platform/file_stream.h"
 #include "platform/linux/linux_call.h"
 
 namespace KestSupport::platform {
@@ -16,25 +17,26 @@ bool isFolder(int descriptor) noexcept {
     return ::fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-Stream refuse(int descriptor, int error) noexcept {
-    ::close(descriptor);
-    errno = error;
-    return nullptr;
-}
-
 }  // namespace
 
 Stream openStream(const char* name, StreamMode mode) noexcept {
-    const bool reading = mode == StreamMode::readBinary;
-    const int flags = O_CLOEXEC | (reading ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC);
+    const int flags = O_CLOEXEC | (mode == StreamMode::readBinary ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC);
     const mode_t permissions = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
-    const int descriptor = systemCall("openStream", [&] { return ::open(name, flags, permissions); });
-    if (descriptor < 0) return nullptr;
-    if (isFolder(descriptor)) return refuse(descriptor, EISDIR);
-    std::FILE* const stream = ::fdopen(descriptor, reading ? "rb" : "wb");
-    if (stream == nullptr) return refuse(descriptor, errno);
-    std::setvbuf(stream, nullptr, _IONBF, 0);
-    return Stream(stream);
+    Descriptor file(systemCall("openStream", [&] { return ::open(name, flags, permissions); }));
+    if (file.isOpen() && isFolder(file.get())) {
+        errno = EISDIR;
+        return nullptr;
+    }
+    return streamOf(std::move(file), mode);
+}
+
+Stream streamOf(Descriptor file, StreamMode mode) noexcept {
+    if (!file.isOpen()) return nullptr;
+    Stream stream(::fdopen(file.get(), mode == StreamMode::readBinary ? "rb" : "wb"));
+    if (stream == nullptr) return nullptr;
+    static_cast<void>(file.release());
+    std::setvbuf(stream.get(), nullptr, _IONBF, 0);
+    return stream;
 }
 
 }  // namespace KestSupport::platform

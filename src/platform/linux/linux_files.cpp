@@ -147,10 +147,6 @@ int FileSearch::start(const std::string& pattern) {
     return m_state->folder.isOpen() ? 0 : errno;
 }
 
-int FileSearch::error() const noexcept {
-    return m_state == nullptr ? 0 : m_state->reader.error();
-}
-
 bool FileSearch::next(std::string& name) {
     if (m_state == nullptr) return false;
     while (const dirent64* const entry = m_state->reader.next(m_state->folder.get())) {
@@ -159,6 +155,10 @@ bool FileSearch::next(std::string& name) {
         return true;
     }
     return false;
+}
+
+int FileSearch::error() const noexcept {
+    return m_state == nullptr ? 0 : m_state->reader.error();
 }
 
 struct TreeWalk::State {

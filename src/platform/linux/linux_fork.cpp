@@ -28,15 +28,15 @@ void inChild() {
 
 }  // namespace
 
-std::uint32_t forkCount() noexcept {
-    return g_forks;
-}
-
 void onForkInChild(ForkHandler handler) noexcept {
     const std::size_t count = g_handlerCount.load(std::memory_order_relaxed);
     if (count == g_handlers.size()) return;
     g_handlers[count] = handler;
     g_handlerCount.store(count + 1, std::memory_order_release);
+}
+
+std::uint32_t forkCount() noexcept {
+    return g_forks;
 }
 
 }  // namespace KestSupport::platform

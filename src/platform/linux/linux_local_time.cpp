@@ -10,16 +10,13 @@
 #include <string>
 #include <string_view>
 
-#include "platform/process_memory.h"
+#include "platform/common/known_zones.h"
 #include "platform/uninterrupted.h"
 
 namespace KestSupport::platform {
 namespace {
 
-// The zones that were seen: the whole entry of TZ, or the state of the system's zone file.
-constinit ProcessList<std::string> g_zones;
-constexpr std::uint32_t kMostZones = 1000;
-
+// A zone is known by the whole entry of TZ, or by the state of the system's zone file.
 // The C runtime compares the same members to decide whether it must read the file again.
 std::string systemZone() {
     struct stat status {};
@@ -63,30 +60,24 @@ class ZoneWatch {
     std::uint32_t look(std::uint32_t published) {
         const Uninterrupted whileRuntimeIsLocked;
         Sighting sighting = search();
-        const ProcessList<std::string>::Entry* zone = nullptr;
+        const KnownZone* zone = nullptr;
         if (sighting.text != nullptr) {
-            zone = zoneOf(sighting.text);
+            zone = knownZone(sighting.text);
             tzset();
         } else {
             // Repeats until the file stays the same: it may be replaced between this look and that of the runtime.
             std::string before;
             for (std::string now = systemZone(); now != before; now = systemZone()) {
-                zone = zoneOf(now);
-                if (zone != nullptr && zone->number + 1 == published) return published;
+                zone = knownZone(now);
+                if (zone != nullptr && numberOf(zone) == published) return published;
                 tzset();
                 before = std::move(now);
             }
         }
         if (zone == nullptr) return 0;
         if (sighting.text != nullptr) sighting.text = zone->value.c_str();
-        publish(sighting, zone->number + 1);
-        return zone->number + 1;
-    }
-
-    static const ProcessList<std::string>::Entry* zoneOf(std::string_view text) {
-        const auto isOurs = [text](const std::string& known) { return known == text; };
-        const auto* const known = g_zones.find(isOurs);
-        return known != nullptr || g_zones.size() >= kMostZones ? known : &g_zones.add(isOurs, std::string(text));
+        publish(sighting, numberOf(zone));
+        return numberOf(zone);
     }
 
     // The text is the whole entry, "TZ=" included, or null if TZ is not set.

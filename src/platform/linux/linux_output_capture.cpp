@@ -5,8 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-
 #include "platform/linux/linux_call.h"
 #include "platform/linux/linux_descriptor.h"
 
@@ -41,19 +39,10 @@ std::uint64_t OutputCapture::size() const noexcept {
     return ::fstat(static_cast<int>(m_handle), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
 }
 
-std::string OutputCapture::text(std::size_t most) const {
-    std::string text(static_cast<std::size_t>(std::min<std::uint64_t>(size(), most)), '\0');
-    std::size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t count = uninterrupted([&] {
-            return ::pread(static_cast<int>(m_handle), text.data() + done, text.size() - done,
-                           static_cast<off_t>(done));
-        });
-        if (count <= 0) break;  // a program has made the file shorter
-        done += static_cast<std::size_t>(count);
-    }
-    text.resize(done);
-    return text;
+std::size_t OutputCapture::read(std::uint64_t position, char* block, std::size_t size) const noexcept {
+    const ssize_t count =
+        uninterrupted([&] { return ::pread(static_cast<int>(m_handle), block, size, static_cast<off_t>(position)); });
+    return count > 0 ? static_cast<std::size_t>(count) : 0;
 }
 
 }  // namespace KestSupport::platform

@@ -232,6 +232,27 @@ ErrorCode startError(int error, const std::string& program) noexcept {
     return errorFromErrno(error);
 }
 
+// These two return whether the program has ended, at once or after blocking until then.
+bool hasVanished(pid_t process, int handle, bool block) noexcept {
+    if (handle < 0) return ::kill(process, 0) != 0 && errno == ESRCH;
+    pollfd polled{handle, POLLIN, 0};
+    return systemCall("waitForProcess", [&] { return ::poll(&polled, 1, block ? -1 : 0); }) > 0;
+}
+
+bool takeEnd(pid_t process, bool block, int& exitCode) noexcept {
+    int status = 0;
+    // The call fails only if there is no child: the program ignores SIGCHLD, or waits for any child itself.
+    const pid_t result = uninterrupted([&] { return ::waitpid(process, &status, block ? 0 : WNOHANG); });
+    if (result == process) exitCode = WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+    return result != 0;
+}
+
+void sleepUntilEnd(int handle, std::uint32_t timeout) noexcept {
+    pollfd polled{handle, POLLIN, 0};
+    const std::uint32_t most = handle < 0 ? kLookAgainAfter : std::numeric_limits<int>::max();
+    ::poll(&polled, handle < 0 ? 0 : 1, static_cast<int>(std::min(timeout, most)));
+}
+
 }  // namespace
 
 Process::~Process() {
@@ -260,35 +281,17 @@ ErrorCode Process::start(const ProcessRequest& request) {
     return errorSuccess;
 }
 
-// Returns whether the program has ended, at once or after blocking until then.
-bool Process::askForEnd(bool block) noexcept {
-    const auto process = static_cast<pid_t>(m_id);
-    if (m_detached) {
-        if (m_handle < 0) return ::kill(process, 0) != 0 && errno == ESRCH;
-        pollfd polled{static_cast<int>(m_handle), POLLIN, 0};
-        return systemCall("waitForProcess", [&] { return ::poll(&polled, 1, block ? -1 : 0); }) > 0;
-    }
-    int status = 0;
-    // The call fails only if there is no child: the program ignores SIGCHLD, or waits for any child itself.
-    const pid_t result = uninterrupted([&] { return ::waitpid(process, &status, block ? 0 : WNOHANG); });
-    if (result == process) m_exitCode = WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
-    return result != 0;
-}
-
-void Process::sleepUntilEnd(std::uint32_t timeout) noexcept {
-    if (m_handle < 0 && !m_detached) m_handle = openProcess(m_id);
-    pollfd polled{static_cast<int>(m_handle), POLLIN, 0};
-    const std::uint32_t most = m_handle < 0 ? kLookAgainAfter : std::numeric_limits<int>::max();
-    ::poll(&polled, m_handle < 0 ? 0 : 1, static_cast<int>(std::min(timeout, most)));
-}
-
 bool Process::wait(std::uint32_t timeout) noexcept {
     const Deadline end = Deadline::after(timeout);
+    const auto process = static_cast<pid_t>(m_id);
     while (!m_ended) {
         const std::uint32_t rest = end.rest();
-        m_ended = askForEnd(rest == kInfinite);
+        const bool block = rest == kInfinite;
+        m_ended =
+            m_detached ? hasVanished(process, static_cast<int>(m_handle), block) : takeEnd(process, block, m_exitCode);
         if (m_ended || rest == 0) break;
-        sleepUntilEnd(rest);
+        if (m_handle < 0 && !m_detached) m_handle = openProcess(m_id);
+        sleepUntilEnd(static_cast<int>(m_handle), rest);
     }
     return m_ended;
 }

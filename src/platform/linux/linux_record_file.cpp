@@ -53,14 +53,6 @@ bool RecordFile::hasName(const char* name) const noexcept {
            own.st_ino == named.st_ino;
 }
 
-std::size_t sizeInFile(std::string_view text) noexcept {
-    return text.size();
-}
-
-int renameRecordFile(const char* from, const char* to) noexcept {
-    return systemCall("renameRecordFile", [&] { return ::rename(from, to); }) == 0 ? 0 : errno;
-}
-
 std::size_t RecordFile::write(std::string_view text) noexcept {
     return writeWhole(text, [file = static_cast<int>(m_handle)](std::string_view rest) {
         // On a file that is open for appending, pwrite appends whatever its offset is. In a program with several
@@ -73,17 +65,24 @@ std::size_t RecordFile::write(std::string_view text) noexcept {
     });
 }
 
+std::size_t sizeInFile(std::string_view text) noexcept {
+    return text.size();
+}
+
+int renameRecordFile(const char* from, const char* to) noexcept {
+    return systemCall("renameRecordFile", [&] { return ::rename(from, to); }) == 0 ? 0 : errno;
+}
+
+bool mayHaveBufferedText(std::FILE* stream) noexcept {
+    return __fpending(stream) != 0;
+}
+
 // An output through the stream would lose the text in its buffer when a signal interrupts it.
-std::size_t writeAfter(std::FILE* stream, std::string_view text) noexcept {
-    if (__fpending(stream) != 0 && std::fflush(stream) != 0) std::clearerr(stream);
+std::optional<std::size_t> writeToFileOf(std::FILE* stream, std::string_view text) noexcept {
     const int descriptor = ::fileno(stream);
-    if (descriptor >= 0) {
-        return writeWhole(
-            text, [descriptor](std::string_view rest) { return ::write(descriptor, rest.data(), rest.size()); });
-    }
-    // A stream without a descriptor, such as one in memory.
-    const std::size_t taken = std::fwrite(text.data(), 1, text.size(), stream);
-    return std::fflush(stream) == 0 ? taken : 0;
+    if (descriptor < 0) return std::nullopt;
+    return writeWhole(text,
+                      [descriptor](std::string_view rest) { return ::write(descriptor, rest.data(), rest.size()); });
 }
 
 }  // namespace KestSupport::platform

@@ -27,7 +27,7 @@ constexpr int kBacklog = 64;
 
 template <typename Handle>
 Result<Handle> opened(int number) noexcept {
-    if (number < 0) return lastFailure();
+    if (number < 0) return systemFailure();
     return Handle(number);
 }
 
@@ -68,7 +68,7 @@ struct Envelope {
 ErrorCode sendBlock(const Channel& channel, const msghdr& header) noexcept {
     const ssize_t size =
         systemCall("sendMessage", [&] { return ::sendmsg(descriptorOf(channel), &header, MSG_NOSIGNAL); });
-    return size >= 0 ? errorSuccess : lastFailure();
+    return size >= 0 ? errorSuccess : systemFailure();
 }
 
 ErrorCode awaitMessage(const Channel& channel, std::uint32_t timeout) noexcept {
@@ -80,7 +80,7 @@ ErrorCode awaitMessage(const Channel& channel, std::uint32_t timeout) noexcept {
         if (const int error = injectedFault("awaitMessage"); error != 0) return errorFromErrno(error);
         const int ready = ::poll(&polled, 1, static_cast<int>(left));
         if (ready > 0) return 0;
-        if (ready < 0 && errno != EINTR) return lastFailure();
+        if (ready < 0 && errno != EINTR) return systemFailure();
     }
 }
 
@@ -97,7 +97,7 @@ bool limitSending(const Channel& channel, Deadline deadline) noexcept {
 
 ErrorCode receiveError(ssize_t size) noexcept {
     if (size > 0) return 0;
-    return size == 0 || errno == ECONNRESET ? errorBrokenPipe : lastFailure();
+    return size == 0 || errno == ECONNRESET ? errorBrokenPipe : systemFailure();
 }
 
 }  // namespace
@@ -105,7 +105,7 @@ ErrorCode receiveError(ssize_t size) noexcept {
 Result<std::pair<Channel, Channel>> Channel::makePair() noexcept {
     int ends[2];
     if (systemCall("openChannel", [&] { return ::socketpair(AF_UNIX, kSocketKind, 0, ends); }) != 0) {
-        return lastFailure();
+        return systemFailure();
     }
     return std::pair(Channel(ends[0]), Channel(ends[1]));
 }
@@ -206,7 +206,7 @@ Result<Listener> Listener::make(const Folder& folder, const char* name) noexcept
     });
     if (error != 0) return Failure{error};
     if (systemCall("listen", [&] { return ::listen(descriptorOf(*listener), kBacklog); }) == 0) return listener;
-    return lastFailure();
+    return systemFailure();
 }
 
 Result<Channel> Listener::accept() const noexcept {
@@ -234,7 +234,7 @@ ErrorCode awaitInput(std::span<Awaited> awaited, std::uint32_t timeout) noexcept
     for (std::size_t i = 0; i < awaited.size(); ++i)
         polled[i] = {descriptorOf(*awaited[i].handle), POLLIN, 0};
     const int ready = ::poll(polled.data(), awaited.size(), timeout == kInfinite ? -1 : static_cast<int>(timeout));
-    if (ready < 0 && errno != EINTR) return lastFailure();
+    if (ready < 0 && errno != EINTR) return systemFailure();
     for (std::size_t i = 0; i < awaited.size(); ++i)
         awaited[i].ready = ready > 0 && polled[i].revents != 0;
     return 0;

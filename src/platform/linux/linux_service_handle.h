@@ -1,8 +1,7 @@
-// What the two files of the services' inner contract share: descriptors in handles, and errno in results.
+// What the two files of the services' inner contract share: descriptors in handles, and results of calls.
 #pragma once
 
-#include <cerrno>
-
+#include "platform/linux/linux_call.h"
 #include "platform/services/system.h"
 
 namespace KestSupport::platform {
@@ -11,13 +10,9 @@ inline int descriptorOf(const SystemHandle& handle) noexcept {
     return static_cast<int>(handle.native());
 }
 
-inline Failure lastFailure() noexcept {
-    return {errorFromErrno(errno)};
-}
-
 /// The outcome of a call that returns 0 on success.
 inline ErrorCode outcomeOf(int result) noexcept {
-    return result == 0 ? errorSuccess : lastFailure();
+    return result == 0 ? errorSuccess : systemFailure();
 }
 
 }  // namespace KestSupport::platform

@@ -35,7 +35,7 @@ Result<Handle> openedAs(int descriptor) noexcept {
     for (const int otherKind : {ELOOP, EISDIR, ENOTDIR, ENXIO}) {
         if (errno == otherKind) return Failure{errorInvalidData};
     }
-    return lastFailure();
+    return systemFailure();
 }
 
 template <typename Handle>
@@ -57,7 +57,7 @@ int openPath(const Folder& folder, const std::string& path) noexcept {
 
 // A folder cannot be read, and a pipe has no positions.
 Failure contentFailure() noexcept {
-    return errno == EISDIR || errno == ESPIPE ? Failure{errorInvalidData} : lastFailure();
+    return errno == EISDIR || errno == ESPIPE ? Failure{errorInvalidData} : systemFailure();
 }
 
 // A length of 0 means all bytes up to the end. Open file description locks (F_OFD_...) belong to the descriptor.
@@ -86,7 +86,7 @@ ErrorCode flushToDisk(const SystemHandle& handle) noexcept {
 
 Result<FileFacts> factsOf(int descriptor) noexcept {
     struct stat status {};
-    if (systemCall("fileFacts", [&] { return ::fstat(descriptor, &status); }) != 0) return lastFailure();
+    if (systemCall("fileFacts", [&] { return ::fstat(descriptor, &status); }) != 0) return systemFailure();
     return FileFacts{status.st_dev, status.st_ino, static_cast<std::uint64_t>(status.st_size), S_ISREG(status.st_mode),
                      status.st_nlink > 0};
 }
@@ -133,7 +133,7 @@ ErrorCode File::write(std::string_view bytes) const noexcept {
     while (!bytes.empty()) {
         const ssize_t taken =
             systemCall("writeFile", [&] { return ::write(descriptorOf(*this), bytes.data(), bytes.size()); });
-        if (taken < 0) return lastFailure();
+        if (taken < 0) return systemFailure();
         bytes.remove_prefix(static_cast<std::size_t>(taken));
     }
     return 0;
@@ -152,7 +152,7 @@ Result<FileFacts> File::facts() const noexcept {
 
 ErrorCode File::lockByte(std::int64_t offset) const noexcept {
     if (systemCall("lockByte", [&] { return setLock(*this, F_WRLCK, offset, 1); }) == 0) return 0;
-    return errno == EAGAIN || errno == EACCES ? errorBusy : lastFailure();
+    return errno == EAGAIN || errno == EACCES ? errorBusy : systemFailure();
 }
 
 void File::markByte(std::int64_t offset) const noexcept {
@@ -166,14 +166,14 @@ void File::unlock(std::int64_t offset, std::int64_t length) const noexcept {
 Result<std::optional<std::int64_t>> File::findLock(std::int64_t offset, std::int64_t length) const noexcept {
     struct flock lock = lockOn(F_WRLCK, offset, length);
     if (systemCall("findLock", [&] { return ::fcntl(descriptorOf(*this), F_OFD_GETLK, &lock); }) != 0) {
-        return lastFailure();
+        return systemFailure();
     }
     return lock.l_type == F_UNLCK ? std::nullopt : std::optional<std::int64_t>(lock.l_start);
 }
 
 Result<Folder> Folder::open(const std::string& path) {
     const int opened = systemCall("openFolder", [&] { return ::open(path.c_str(), kFolderFlags); });
-    if (opened < 0) return lastFailure();
+    if (opened < 0) return systemFailure();
     return Folder(opened);
 }
 
@@ -207,7 +207,7 @@ Result<std::vector<std::string>> Folder::folders() const {
     Result<Folder> folder = openFolder(".");
     if (!folder) return folder.failure();
     const std::unique_ptr<DIR, FolderCloser> entries(::fdopendir(descriptorOf(*folder)));
-    if (entries == nullptr) return lastFailure();
+    if (entries == nullptr) return systemFailure();
     static_cast<void>(folder->release());
     std::vector<std::string> names;
     for (errno = 0; const dirent* entry = ::readdir(entries.get()); errno = 0) {
@@ -215,13 +215,13 @@ Result<std::vector<std::string>> Folder::folders() const {
         const bool mayBeFolder = entry->d_type == DT_DIR || entry->d_type == DT_UNKNOWN;
         if (mayBeFolder && name != "." && name != "..") names.emplace_back(name);
     }
-    if (errno != 0) return lastFailure();
+    if (errno != 0) return systemFailure();
     return names;
 }
 
 Result<FolderAccess> Folder::access() const noexcept {
     struct stat status {};
-    if (systemCall("folderAccess", [&] { return ::fstat(descriptorOf(*this), &status); }) != 0) return lastFailure();
+    if (systemCall("folderAccess", [&] { return ::fstat(descriptorOf(*this), &status); }) != 0) return systemFailure();
     return FolderAccess{status.st_uid, (status.st_mode & (S_IWGRP | S_IWOTH)) != 0};
 }
 
@@ -237,7 +237,7 @@ ErrorCode Folder::replaceFile(const char* name, const char* next, std::string_vi
     if (const ErrorCode error = flushToDisk(*file); error != 0) return error;
     const int folder = descriptorOf(*this);
     const int renamed = systemCall("replaceFile", [&] { return ::renameat(folder, next, folder, name); });
-    return renamed == 0 ? flush() : lastFailure();
+    return renamed == 0 ? flush() : systemFailure();
 }
 
 ErrorCode Folder::renameFile(const char* from, const char* to) const noexcept {
@@ -264,7 +264,7 @@ Result<SystemHandle> Folder::lock() const {
     if (systemCall("lockFolder", [&] { return ::flock(descriptorOf(*handle), LOCK_EX | LOCK_NB); }) == 0) {
         return SystemHandle(std::move(*handle));
     }
-    return errno == EWOULDBLOCK ? Failure{errorBusy} : lastFailure();
+    return errno == EWOULDBLOCK ? Failure{errorBusy} : systemFailure();
 }
 
 SystemHandle openNullDevice() noexcept {
@@ -295,7 +295,7 @@ std::uint32_t currentProcess() noexcept {
 // A detached program leads a session.
 Result<bool> isDetached(std::uint32_t process) noexcept {
     const pid_t session = ::getsid(static_cast<pid_t>(process));
-    if (session < 0) return lastFailure();
+    if (session < 0) return systemFailure();
     return session == static_cast<pid_t>(process);
 }
 

@@ -481,10 +481,6 @@ std::optional<std::uint32_t> threadExitCode(WaitHandle handle) noexcept {
     return hasEnded(*thread) ? thread->exitCode.load(std::memory_order_relaxed) : kStillActive;
 }
 
-void yieldThread() noexcept {
-    sched_yield();
-}
-
 void setThreadName(const char* name) noexcept {
     std::array<char, 16> text{};  // the limit of the kernel, with the NUL
     std::size_t length = 0;
@@ -496,6 +492,10 @@ void setThreadName(const char* name) noexcept {
         --length;
     std::copy_n(name, length, text.data());
     pthread_setname_np(pthread_self(), text.data());
+}
+
+void yieldThread() noexcept {
+    sched_yield();
 }
 
 void sleepThread(std::uint32_t milliseconds) noexcept {

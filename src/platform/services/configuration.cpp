@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 
+#include "platform/common/ascii_words.h"
 #include "platform/common/hex.h"
 
 namespace KestSupport::platform {
@@ -11,7 +12,6 @@ namespace {
 
 constexpr std::string_view kFirstLine = "kest-service 1";
 constexpr std::string_view kLastLine = "end";
-constexpr std::size_t kLongestName = 256;
 constexpr std::size_t kLongestCommandLine = 32767;
 
 struct TextField {
@@ -35,15 +35,11 @@ constexpr std::array<NumberField, 4> kNumbers{{{"type", &StoredService::type},
                                                {"restart", &StoredService::restart}}};
 constexpr std::string_view kDeletedLine = "deleted";
 
-bool isControl(char each) {
-    return static_cast<unsigned char>(each) < 0x20 || each == 0x7F;
-}
-
 std::string escaped(std::string_view text) {
     std::string result;
     result.reserve(text.size());
     for (const char each : text) {
-        if (!isControl(each) && each != '\\') {
+        if (!isAsciiControl(each) && each != '\\') {
             result.push_back(each);
             continue;
         }
@@ -108,12 +104,6 @@ bool isWithoutNul(std::string_view text) {
 
 }  // namespace
 
-bool isServiceName(std::string_view name) noexcept {
-    if (name.empty() || name.size() > kLongestName) return false;
-    return std::none_of(name.begin(), name.end(),
-                        [](char each) { return isControl(each) || each == '/' || each == '\\'; });
-}
-
 bool isValidService(const StoredService& service) {
     constexpr std::uint32_t kHighestErrorControl = 3;
     const std::vector<std::string> dependencies = dependencyNames(service.dependencies);
@@ -121,7 +111,7 @@ bool isValidService(const StoredService& service) {
            service.startType <= kServiceDisabled && service.restart <= kServiceRestartAlways &&
            service.errorControl <= kHighestErrorControl && !service.commandLine.empty() &&
            service.commandLine.size() <= kLongestCommandLine && isWithoutNul(service.commandLine) &&
-           isWithoutNul(service.displayName) && service.displayName.size() <= kLongestName &&
+           isWithoutNul(service.displayName) && service.displayName.size() <= kLongestServiceName &&
            std::all_of(dependencies.begin(), dependencies.end(), isServiceName);
 }
 

@@ -17,8 +17,6 @@ struct StoredService : ServiceConfiguration {
     bool deleted = false;     ///< marked for deletion: deleted when it has stopped
 };
 
-bool isServiceName(std::string_view name) noexcept;
-
 /// Whether every field except the name is in its range.
 bool isValidService(const StoredService& service);
 

@@ -228,8 +228,7 @@ ErrorCode EmbeddedServiceManager::enumerateServices(Handle manager, std::vector<
             std::string name = stored.name.empty() ? ServiceFiles::nameOf(folder) : std::move(stored.name);
             services.push_back({std::move(name), std::move(stored.displayName), status, error});
         }
-        std::sort(services.begin(), services.end(),
-                  [](const ServiceEntry& one, const ServiceEntry& other) { return one.name < other.name; });
+        sortByName(services);
         return 0;
     });
 }
@@ -304,8 +303,8 @@ ErrorCode EmbeddedServiceManager::startService(Handle service, const std::vector
 
 ErrorCode EmbeddedServiceManager::control(Handle service, std::uint32_t control, ServiceStatus& answer) {
     const std::uint32_t access = accessFor(control);
-    if (access == 0) return errorInvalidParameter;
-    return withService(service, access, [&](const OpenHandle& open) {
+    return withService(service, access, [&](const OpenHandle& open) -> ErrorCode {
+        if (access == 0) return errorInvalidParameter;
         return controlService(*open.database, open.name, control, answer);
     });
 }

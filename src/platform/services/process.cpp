@@ -25,7 +25,6 @@ namespace {
 constexpr std::size_t kMostConnections = 16;
 static_assert(kMostConnections + 2 <= kMostAwaited);
 constexpr std::uint32_t kAttentionInterval = 100;  // milliseconds
-constexpr std::uint32_t kMainPatience = 1000;      // milliseconds
 
 // The bit of the accepted controls that a control needs; 0 for one that every service takes.
 std::uint32_t acceptanceOf(std::uint32_t control) {
@@ -319,7 +318,7 @@ void ServiceProcess::serve() {
         m_listener.close();
     }
     // The process is about to end, and main should return before the objects that it uses are destroyed.
-    waitForOne(m_main.get(), kMainPatience);
+    waitForOne(m_main.get(), kServiceMainPatience);
     m_main.reset();
     // A service that was marked for deletion is removed once it is stopped, and there may be no other process for that.
     const Result<Folder> database = m_folder.openParent();

@@ -71,8 +71,8 @@ const IsEnding g_isProcessEnding = reinterpret_cast<IsEnding>(systemFunction("Rt
 
 }  // namespace
 
-void* systemFunction(const char* name) noexcept {
-    return reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), name));
+void* systemFunction(const char* name, const wchar_t* library) noexcept {
+    return reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(library), name));
 }
 
 bool isProcessEnding() noexcept {

@@ -23,6 +23,19 @@ std::wstring systemPath(std::string_view path);
 /// removed, since it would make the system follow a link.
 std::wstring folderPath(std::string_view path);
 
+/// The longest path of the system, with its end, and the sharing under which others may rename and replace an open
+/// file.
+inline constexpr std::size_t kLongestPath = 32768;
+inline constexpr DWORD kAnySharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+inline std::uint64_t joined(DWORD high, DWORD low) noexcept {
+    return std::uint64_t{high} << 32 | low;
+}
+/// Units of 100 nanoseconds since 1970-01-01 00:00:00 UTC. The system counts from the beginning of 1601.
+inline std::int64_t calendarUnits(FILETIME time) noexcept {
+    return static_cast<std::int64_t>(joined(time.dwHighDateTime, time.dwLowDateTime)) - 116'444'736'000'000'000;
+}
+
 /// The module that contains this code: the library, or the program that contains it.
 enum class ModuleReference : DWORD {
     none = GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
@@ -30,8 +43,9 @@ enum class ModuleReference : DWORD {
 };
 HMODULE thisModule(ModuleReference reference) noexcept;
 
-/// A function of ntdll, or null. Takes the lock of the loader.
-void* systemFunction(const char* name) noexcept;
+/// A function of a library that each program has, or null. Takes the lock of the loader, for which a thread with a lock
+/// of our library must not wait.
+void* systemFunction(const char* name, const wchar_t* library = L"ntdll.dll") noexcept;
 
 /// The environment variable in this process; empty when it is not set.
 std::wstring environmentVariable(const wchar_t* name);
@@ -39,11 +53,17 @@ std::wstring environmentVariable(const wchar_t* name);
 /// True once the process ends: the system has ended all threads but one, and unloads the libraries.
 bool isProcessEnding() noexcept;
 
+/// Why the last call failed; never errorSuccess, which some calls leave.
+inline ErrorCode lastError() noexcept {
+    const ErrorCode error = GetLastError();
+    return error == errorSuccess ? errorGeneralFailure : error;
+}
+
 /// Makes a call that returns false and sets the last error when it fails. Returns errorSuccess or the error's number.
 template <typename Call>
 ErrorCode errorCall(const char* step, Call&& call) {
     if (const int injected = injectedFault(step); injected != 0) return errorFromErrno(injected);
-    return call() ? errorSuccess : GetLastError();
+    return call() ? errorSuccess : lastError();
 }
 
 /// The same, but returns the errno value of the error.
@@ -53,6 +73,12 @@ int errnoCall(const char* step, Call&& call) {
     if (error == errorSuccess) return 0;
     const int number = errnoFromError(error);
     return number == 0 ? EIO : number;
+}
+
+/// The outcome of a function that sets errno when it fails.
+inline bool failWith(int error) noexcept {
+    errno = error;
+    return false;
 }
 
 }  // namespace KestSupport::platform

@@ -1,6 +1,8 @@
 // Command lines by the rules that the system's programs follow: blanks and tabs separate, double quotes keep them, and
 // backslashes count as escapes only before a double quote.
 
+#include <new>
+
 #include "platform/process.h"
 #include "platform/windows/windows_api.h"
 
@@ -11,11 +13,11 @@ namespace KestSupport::platform {
 std::vector<std::string> splitArguments(std::string_view commandLine) {
     const std::wstring line = L"program " + wideText(commandLine);
     int count = 0;
-    wchar_t** const words = CommandLineToArgvW(line.c_str(), &count);
+    const LocalMemory<wchar_t*> words(CommandLineToArgvW(line.c_str(), &count));
+    if (words == nullptr) throw std::bad_alloc();
     std::vector<std::string> arguments;
     for (int i = 1; i < count; ++i)
-        arguments.push_back(ansiText(words[i]));
-    LocalFree(words);
+        arguments.push_back(ansiText(words.get()[i]));
     return arguments;
 }
 
@@ -32,17 +34,14 @@ std::string quoteArgument(std::string_view argument) {
     return quoted.append(backslashes, '\\') + '"';
 }
 
-std::string quoteProgram(const std::string& commandLine) {
-    const bool isAbsolute = commandLine.size() > 2 && commandLine[1] == ':';
-    if (!isAbsolute && !commandLine.starts_with("\\\\")) return commandLine;
-    for (std::size_t end = commandLine.size(); end != std::string::npos && end != 0;) {
-        const std::string path = commandLine.substr(0, end);
-        const DWORD attributes = GetFileAttributesW(systemPath(path).c_str());
-        if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0)
-            return quoteArgument(path) + commandLine.substr(end);
-        end = commandLine.find_last_of(" \t", end - 1);
-    }
-    return commandLine;
+// The system tries the name with the ending of programs too.
+bool isProgramFile(const std::string& path) {
+    const auto isFile = [](const std::string& name) {
+        const DWORD attributes = GetFileAttributesW(systemPath(name).c_str());
+        return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+    };
+    const bool isAbsolute = path.substr(1, 1) == ":" || path.starts_with("\\\\");
+    return isAbsolute && (isFile(path) || isFile(path + ".exe"));
 }
 
 }  // namespace KestSupport::platform

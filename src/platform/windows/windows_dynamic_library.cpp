@@ -26,7 +26,6 @@ LibraryHandle refuse(ErrorCode error, std::string& message) {
 
 LibraryHandle loadLibrary(const std::string& name, std::string& message) {
     if (const int error = injectedFault("loadLibrary"); error != 0) return refuse(errorFromErrno(error), message);
-    if (name.empty()) return refuse(errorModuleNotFound, message);
     std::wstring path = wideText(name);
     // Elsewhere the loader takes '/' for a part of the name.
     for (wchar_t& unit : path) {
@@ -34,7 +33,7 @@ LibraryHandle loadLibrary(const std::string& name, std::string& message) {
     }
     const NoDialogs quiet;
     const HMODULE module = LoadLibraryW(path.c_str());
-    return module != nullptr ? static_cast<LibraryHandle>(module) : refuse(GetLastError(), message);
+    return module != nullptr ? static_cast<LibraryHandle>(module) : refuse(lastError(), message);
 }
 
 LibraryHandle loadAgain(LibraryHandle library, std::string& message) {
@@ -42,7 +41,7 @@ LibraryHandle loadAgain(LibraryHandle library, std::string& message) {
     HMODULE module = nullptr;
     const auto* const address = static_cast<const wchar_t*>(library);
     if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, address, &module))
-        return refuse(GetLastError(), message);
+        return refuse(lastError(), message);
     return module;
 }
 

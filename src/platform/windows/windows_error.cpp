@@ -4,12 +4,12 @@
 namespace KestSupport::platform {
 namespace {
 
-constexpr ErrorCode kErrorDirectory = ERROR_DIRECTORY;  // a file where a folder is asked for
-
 // The C runtime gives ENOENT for a path that is not found, and reports no file in place of a folder.
 constexpr ErrorNumber kRuntimeErrors[] = {
-    {errorFileNotFound, ENOENT}, {errorPathNotFound, ENOENT},     {errorInvalidName, ENOENT},
-    {kErrorDirectory, ENOTDIR},  {errorSharingViolation, EACCES},
+    {errorFileNotFound, ENOENT},    {errorPathNotFound, ENOENT},     {errorInvalidName, ENOENT},
+    {ERROR_DIRECTORY, ENOTDIR},     {errorSharingViolation, EACCES}, {ERROR_INVALID_DRIVE, ENOENT},
+    {ERROR_BAD_NETPATH, ENOENT},    {ERROR_BAD_NET_NAME, ENOENT},    {ERROR_BAD_PATHNAME, ENOENT},
+    {ERROR_LOCK_VIOLATION, EACCES},
 };
 
 }  // namespace
@@ -23,10 +23,9 @@ std::string errorMessage(ErrorCode code) {
     constexpr DWORD flags = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
     wchar_t* text = nullptr;
     const DWORD length = FormatMessageW(flags, nullptr, code, 0, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
+    const LocalMemory<wchar_t> owner(text);
     const std::wstring_view all(text, length);
-    const std::string message = ansiText(all.substr(0, all.find_last_not_of(L"\r\n ") + 1));
-    LocalFree(text);
-    return message;
+    return ansiText(all.substr(0, all.find_last_not_of(L"\r\n ") + 1));
 }
 
 }  // namespace KestSupport::platform

@@ -1,23 +1,18 @@
 #include "platform/file_replacement.h"
 
-#include <fcntl.h>
-#include <io.h>
-#include <sys/stat.h>
-
-#include <atomic>
 #include <new>
 #include <vector>
 
+#include "platform/common/new_file_name.h"
 #include "platform/windows/windows_api.h"
+#include "platform/windows/windows_file_stream.h"
 
 namespace KestSupport::platform {
 namespace {
 
-constexpr DWORD kAnySharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-
-bool failWith(int error) noexcept {
-    errno = error;
-    return false;
+// Returns the path up to and with its last separator; "" for a bare name.
+std::wstring folderOf(const std::wstring& path) {
+    return path.substr(0, path.find_last_of(L"/\\:") + 1);
 }
 
 template <typename Call>
@@ -41,7 +36,7 @@ bool followLinks(std::wstring& path, bool& exists) {
     if (!succeeds("openReplacement", openToWrite)) return false;
     if (GetFileType(file.get()) != FILE_TYPE_DISK) return failWith(EINVAL);
     if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return true;
-    std::vector<wchar_t> target(32768);
+    std::vector<wchar_t> target(kLongestPath);
     const DWORD size = static_cast<DWORD>(target.size());
     const DWORD length = GetFinalPathNameByHandleW(file.get(), target.data(), size, FILE_NAME_NORMALIZED);
     if (length == 0 || length >= size) return failWith(EIO);
@@ -49,23 +44,21 @@ bool followLinks(std::wstring& path, bool& exists) {
     return true;
 }
 
-// Creates a file with a name that no other file has, and returns its descriptor of the C runtime, or -1.
-int createBeside(const std::wstring& path, int flags, std::wstring& name) {
-    static std::atomic<unsigned> s_number{0};
-    constexpr int kMostTries = 1000;  // against files that killed processes have left
-    const std::wstring start =
-        path.substr(0, path.find_last_of(L"/\\") + 1) + L".kest-" + std::to_wstring(GetCurrentProcessId()) + L"-";
-    int file = -1;
-    for (int i = 0; i < kMostTries && file < 0; ++i) {
-        name = start + std::to_wstring(s_number++);
-        if (const int error = injectedFault("openReplacement"); error != 0) {
-            errno = error;
-            return -1;
-        }
-        file = _wopen(name.c_str(), _O_WRONLY | _O_CREAT | _O_EXCL | _O_NOINHERIT | flags, _S_IREAD | _S_IWRITE);
-        if (file < 0 && errno != EEXIST) break;
-    }
+SystemHandle createFile(const std::wstring& path) noexcept {
+    SystemHandle file;
+    succeeds("openReplacement", [&] {
+        file = SystemHandle(
+            CreateFileW(path.c_str(), GENERIC_WRITE, kAnySharing, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+        return file.isOpen();
+    });
     return file;
+}
+
+// Returns whether the new file takes no other file's place any more: the old one was removed, or the system has moved
+// it away and then failed.
+bool isOldGone(DWORD error) noexcept {
+    return error == ERROR_FILE_NOT_FOUND || error == ERROR_UNABLE_TO_MOVE_REPLACEMENT ||
+           error == ERROR_UNABLE_TO_MOVE_REPLACEMENT_2;
 }
 
 }  // namespace
@@ -87,18 +80,13 @@ Stream FileReplacement::open(const char* name, StreamMode mode) noexcept {
         m_state = std::make_unique<State>();
         m_state->path = systemPath(name);
         if (!followLinks(m_state->path, m_state->exists)) return nullptr;
-        const bool isText = mode == StreamMode::writeText;
-        std::wstring newPath;
-        const int file = createBeside(m_state->path, isText ? _O_TEXT : _O_BINARY, newPath);
-        if (file < 0) return nullptr;
-        m_state->newPath.swap(newPath);
-        Stream stream(_wfdopen(file, isText ? L"wt" : L"wb"));
-        if (stream == nullptr) {
-            _close(file);
-            return nullptr;
-        }
-        std::setvbuf(stream.get(), nullptr, _IONBF, 0);
-        return stream;
+        SystemHandle file;
+        const auto create = [&](const std::wstring& newPath) {
+            file = createFile(newPath);
+            return file.isOpen();
+        };
+        m_state->newPath = createWithNewName(folderOf(m_state->path), GetCurrentProcessId(), create);
+        return streamOf(std::move(file), mode);
     } catch (const std::bad_alloc&) {
         errno = ENOMEM;
         return nullptr;
@@ -114,13 +102,17 @@ bool FileReplacement::commit() noexcept {
         const SystemHandle file(CreateFileW(from, GENERIC_WRITE, kAnySharing, nullptr, OPEN_EXISTING, 0, nullptr));
         return file.isOpen() && FlushFileBuffers(file.get());
     };
+    // Then the new file may be the only one that is left, so it stays.
+    bool isOnlyCopy = false;
     const auto replace = [&] {
-        if (state.exists) return ReplaceFileW(to, from, nullptr, 0, nullptr, nullptr) != 0;
+        if (state.exists && ReplaceFileW(to, from, nullptr, 0, nullptr, nullptr)) return true;
+        isOnlyCopy = state.exists && isOldGone(GetLastError());
+        if (state.exists && !isOnlyCopy) return false;
         return MoveFileExW(from, to, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
     };
-    if (!succeeds("flushReplacement", flush) || !succeeds("replaceFile", replace)) return false;
-    state.newPath.clear();
-    return true;
+    const bool isDone = succeeds("flushReplacement", flush) && succeeds("replaceFile", replace);
+    if (isDone || isOnlyCopy) state.newPath.clear();
+    return isDone;
 }
 
 }  // namespace KestSupport::platform

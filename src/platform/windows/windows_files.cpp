@@ -124,15 +124,15 @@ int FileSearch::start(const std::string& pattern) {
     return m_state->reader.error();
 }
 
-int FileSearch::error() const noexcept {
-    return m_state == nullptr ? 0 : m_state->reader.error();
-}
-
 bool FileSearch::next(std::string& name) {
     const WIN32_FIND_DATAW* const entry = m_state == nullptr ? nullptr : m_state->reader.next();
     if (entry == nullptr) return false;
     name = ansiText(entry->cFileName);
     return true;
+}
+
+int FileSearch::error() const noexcept {
+    return m_state == nullptr ? 0 : m_state->reader.error();
 }
 
 struct TreeWalk::State {

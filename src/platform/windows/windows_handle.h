@@ -7,6 +7,7 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <memory>
 #include <utility>
 
 #include "platform/wait.h"
@@ -38,6 +39,13 @@ class SystemHandle {
   private:
     HANDLE m_handle = nullptr;
 };
+
+struct LocalFreer {
+    void operator()(void* memory) const noexcept { LocalFree(memory); }
+};
+/// Memory that the system has allocated for its caller.
+template <typename T>
+using LocalMemory = std::unique_ptr<T, LocalFreer>;
 
 /// The contracts keep handles as wait handles or as numbers.
 inline HANDLE systemHandle(WaitHandle handle) noexcept {

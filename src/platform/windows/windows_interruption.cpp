@@ -1,6 +1,7 @@
 #include "platform/interruption.h"
 
 #include <atomic>
+#include <new>
 
 #include "platform/windows/windows_api.h"
 #include "platform/windows/windows_thread_record.h"
@@ -13,10 +14,14 @@ namespace {
 constinit std::atomic<int> g_request{0};
 constinit std::atomic<HANDLE> g_arrived{nullptr};
 
-// An event's number is one more than the system's, so that it is not 0.
+// An event's number is one more than the system's, so that it is not 0. The end of a user's session is told to services
+// only, and ends them no more than other programs in their session. After the other events than Ctrl+C and Ctrl+Break,
+// the system ends the program when the routine returns, or after some seconds.
 BOOL WINAPI onEvent(DWORD event) noexcept {
+    if (event == CTRL_LOGOFF_EVENT) return FALSE;
     g_request.store(static_cast<int>(event) + 1, std::memory_order_release);
     SetEvent(g_arrived.load(std::memory_order_acquire));
+    if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) Sleep(INFINITE);
     return TRUE;
 }
 
@@ -28,7 +33,9 @@ struct Interruption::State {
 
 Interruption::Interruption() : m_state(std::make_unique<State>()) {
     if (g_arrived.load(std::memory_order_relaxed) == nullptr) {
-        g_arrived.store(CreateEventW(nullptr, TRUE, FALSE, nullptr), std::memory_order_release);
+        const HANDLE arrived = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        if (arrived == nullptr) throw std::bad_alloc();
+        g_arrived.store(arrived, std::memory_order_release);
         thisModule(ModuleReference::forEver);
     }
     g_request.store(0, std::memory_order_relaxed);

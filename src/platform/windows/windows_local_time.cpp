@@ -9,28 +9,18 @@
 #include <string>
 
 #include "platform/clock.h"
-#include "platform/process_memory.h"
+#include "platform/common/known_zones.h"
 #include "platform/uninterrupted.h"
 #include "platform/windows/windows_api.h"
 
 namespace KestSupport::platform {
 namespace {
 
-constinit ProcessList<std::string> g_zones;
-constexpr std::uint32_t kMostZones = 1000;
-
-// The zones, each by its number and 1 more. A query of the system's zone reads the registry.
+// A query of the system's zone reads the registry.
 constexpr std::int64_t kLookAfter = 1'000'000'000;  // nanoseconds
 constinit std::atomic<std::uint32_t> g_systemZone{0};
 constinit std::atomic<std::int64_t> g_latestLook{0};
 constinit std::atomic<std::uint32_t> g_zoneOfRuntime{0};
-
-std::uint32_t numberOf(const std::string& text) {
-    const auto isOurs = [&text](const std::string& known) { return known == text; };
-    const auto* zone = g_zones.find(isOurs);
-    if (zone == nullptr && g_zones.size() < kMostZones) zone = &g_zones.add(isOurs, text);
-    return zone == nullptr ? 0 : zone->number + 1;
-}
 
 std::uint32_t systemZone(bool ofNow) {
     const std::uint32_t known = g_systemZone.load(std::memory_order_acquire);
@@ -39,8 +29,8 @@ std::uint32_t systemZone(bool ofNow) {
     DYNAMIC_TIME_ZONE_INFORMATION zone{};
     GetDynamicTimeZoneInformation(&zone);
     const std::uint32_t found =
-        numberOf("system " + ansiText(zone.TimeZoneKeyName) + ' ' + std::to_string(zone.Bias) + ' ' +
-                 std::to_string(zone.StandardBias) + ' ' + std::to_string(zone.DaylightBias));
+        numberOf(knownZone("system " + ansiText(zone.TimeZoneKeyName) + ' ' + std::to_string(zone.Bias) + ' ' +
+                           std::to_string(zone.StandardBias) + ' ' + std::to_string(zone.DaylightBias)));
     g_latestLook.store(now, std::memory_order_relaxed);
     g_systemZone.store(found, std::memory_order_release);
     return found;
@@ -49,7 +39,8 @@ std::uint32_t systemZone(bool ofNow) {
 std::uint32_t useZone(bool ofNow) {
     const Uninterrupted whileRuntimeIsLocked;
     const char* const variable = std::getenv("TZ");
-    const std::uint32_t zone = variable == nullptr ? systemZone(ofNow) : numberOf(std::string("TZ=") + variable);
+    const std::uint32_t zone =
+        variable == nullptr ? systemZone(ofNow) : numberOf(knownZone(std::string("TZ=") + variable));
     if (zone == 0 || g_zoneOfRuntime.load(std::memory_order_acquire) != zone) _tzset();
     g_zoneOfRuntime.store(zone, std::memory_order_release);
     return zone;

@@ -7,12 +7,6 @@
 #include "platform/windows/windows_api.h"
 
 namespace KestSupport::platform {
-namespace {
-
-constexpr DWORD kAnySharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-
-}  // namespace
-
 OutputCapture::~OutputCapture() {
     if (m_handle != kInheritHandle) CloseHandle(systemHandle(m_handle));
 }
@@ -40,20 +34,15 @@ std::uint64_t OutputCapture::size() const noexcept {
 }
 
 // A handle of its own has a position of its own, so the read does not move the position at which the programs write.
-std::string OutputCapture::text(std::size_t most) const {
+std::size_t OutputCapture::read(std::uint64_t position, char* block, std::size_t size) const noexcept {
     const SystemHandle file(ReOpenFile(systemHandle(m_handle), GENERIC_READ, kAnySharing, 0));
-    if (!file.isOpen()) return {};
-    std::string text(static_cast<std::size_t>(std::min<std::uint64_t>(size(), most)), '\0');
-    std::size_t done = 0;
-    while (done < text.size()) {
-        constexpr std::size_t kMostAtOnce = std::size_t{1} << 30;
-        DWORD count = 0;
-        const auto wanted = static_cast<DWORD>(std::min(text.size() - done, kMostAtOnce));
-        if (!ReadFile(file.get(), text.data() + done, wanted, &count, nullptr) || count == 0) break;
-        done += count;
-    }
-    text.resize(done);
-    return text;
+    OVERLAPPED from{};
+    from.Offset = static_cast<DWORD>(position);
+    from.OffsetHigh = static_cast<DWORD>(position >> 32);
+    constexpr std::size_t kMostAtOnce = std::size_t{1} << 30;
+    DWORD count = 0;
+    ReadFile(file.get(), block, static_cast<DWORD>(std::min(size, kMostAtOnce)), &count, &from);
+    return count;
 }
 
 }  // namespace KestSupport::platform

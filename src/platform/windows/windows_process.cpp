@@ -42,7 +42,7 @@ class StandardHandles {
             m_handles[index] =
                 SystemHandle(CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                          &inheritable, OPEN_EXISTING, 0, nullptr));
-            return m_handles[index].isOpen() ? errorSuccess : GetLastError();
+            return m_handles[index].isOpen() ? errorSuccess : lastError();
         }
         const HANDLE source = asked == kInheritHandle ? GetStdHandle(kStandardHandles[index]) : systemHandle(asked);
         // A program of the desktop has none to pass on.
@@ -90,6 +90,10 @@ class InheritedHandles {
     bool m_isMade = false;
 };
 
+struct EnvironmentFreer {
+    void operator()(wchar_t* environment) const noexcept { FreeEnvironmentStringsW(environment); }
+};
+
 bool isVariable(const std::wstring& entry, const std::wstring& name) {
     return entry.size() > name.size() && entry[name.size()] == L'=' &&
            CompareStringOrdinal(entry.c_str(), static_cast<int>(name.size()), name.c_str(),
@@ -99,11 +103,10 @@ bool isVariable(const std::wstring& entry, const std::wstring& name) {
 // This process's environment with the request's variables, in the system's order: by name, without regard to case.
 std::wstring environmentBlock(const ProcessRequest& request) {
     std::vector<std::wstring> entries;
-    wchar_t* const own = GetEnvironmentStringsW();
+    const std::unique_ptr<wchar_t, EnvironmentFreer> own(GetEnvironmentStringsW());
     if (own == nullptr) throw std::bad_alloc();
-    for (const wchar_t* entry = own; *entry != L'\0'; entry += std::wcslen(entry) + 1)
+    for (const wchar_t* entry = own.get(); *entry != L'\0'; entry += std::wcslen(entry) + 1)
         entries.emplace_back(entry);
-    FreeEnvironmentStringsW(own);
     for (const auto& [name, value] : request.environment) {
         const std::wstring wideName = wideText(name);
         std::erase_if(entries, [&](const std::wstring& entry) { return isVariable(entry, wideName); });
@@ -118,6 +121,13 @@ std::wstring environmentBlock(const ProcessRequest& request) {
         block.append(entry).push_back(L'\0');
     block.push_back(L'\0');
     return block;
+}
+
+ErrorCode runInJob(HANDLE job, HANDLE process, HANDLE thread) noexcept {
+    if (AssignProcessToJobObject(job, process) && ResumeThread(thread) != static_cast<DWORD>(-1)) return errorSuccess;
+    const ErrorCode error = lastError();
+    TerminateProcess(process, 1);
+    return error;
 }
 
 }  // namespace
@@ -148,10 +158,11 @@ ErrorCode Process::start(const ProcessRequest& request) {
     const std::wstring folder = wideText(request.workingDirectory);
     DWORD flags = EXTENDED_STARTUPINFO_PRESENT | CREATE_UNICODE_ENVIRONMENT;
     if (request.detached) flags |= DETACHED_PROCESS | CREATE_NEW_PROCESS_GROUP;
-    // A program that runs before it is in the job could start others outside it.
+    // The group is a job. A program that runs before it is in the job could start others outside it.
     SystemHandle job(request.ownGroup ? CreateJobObjectW(nullptr, nullptr) : nullptr);
-    if (request.ownGroup && !job.isOpen()) return GetLastError();
+    if (request.ownGroup && !job.isOpen()) return lastError();
     if (request.ownGroup) flags |= CREATE_SUSPENDED;
+    if (request.usualSurroundings) flags |= NORMAL_PRIORITY_CLASS;
     PROCESS_INFORMATION started{};
     const ErrorCode error = errorCall(request.detached ? "startDetached" : "startProcess", [&] {
         return CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, !inherited.isEmpty(), flags,
@@ -159,41 +170,27 @@ ErrorCode Process::start(const ProcessRequest& request) {
                               &started) != 0;
     });
     if (error != 0) return error;
+    SystemHandle process(started.hProcess);
     const SystemHandle thread(started.hThread);
     if (request.ownGroup) {
-        if (!AssignProcessToJobObject(job.get(), started.hProcess)) {
-            const ErrorCode refusal = GetLastError();
-            TerminateProcess(started.hProcess, 1);
-            CloseHandle(started.hProcess);
-            return refusal;
-        }
+        if (const ErrorCode refusal = runInJob(job.get(), process.get(), thread.get()); refusal != 0) return refusal;
         m_group = reinterpret_cast<std::intptr_t>(job.release());
-        ResumeThread(thread.get());
     }
     m_id = started.dwProcessId;
-    m_handle = reinterpret_cast<std::intptr_t>(started.hProcess);
+    m_handle = reinterpret_cast<std::intptr_t>(process.release());
     m_detached = request.detached;
     if (request.detached && request.announce) request.announce(m_id);
     return errorSuccess;
 }
 
-bool Process::askForEnd(bool block) noexcept {
-    sleepUntilEnd(block ? INFINITE : 0);
+bool Process::wait(std::uint32_t timeout) noexcept {
+    if (m_ended) return true;
+    const WaitMark mark;
+    if (WaitForSingleObject(systemHandle(m_handle), timeout) != WAIT_OBJECT_0) return false;
+    m_ended = true;
     DWORD code = 0;
-    if (WaitForSingleObject(systemHandle(m_handle), 0) != WAIT_OBJECT_0) return false;
     if (!m_detached && GetExitCodeProcess(systemHandle(m_handle), &code)) m_exitCode = static_cast<int>(code);
     return true;
-}
-
-void Process::sleepUntilEnd(std::uint32_t timeout) noexcept {
-    const WaitMark mark;
-    WaitForSingleObject(systemHandle(m_handle), timeout);
-}
-
-bool Process::wait(std::uint32_t timeout) noexcept {
-    if (!m_ended && timeout != kInfinite) sleepUntilEnd(timeout);
-    if (!m_ended) m_ended = askForEnd(timeout == kInfinite);
-    return m_ended;
 }
 
 void Process::endGroup() noexcept {
@@ -211,15 +208,20 @@ std::intptr_t Process::duplicateHandle() noexcept {
     return error == 0 ? reinterpret_cast<std::intptr_t>(duplicate.release()) : kInheritHandle;
 }
 
-// Some openers are components, which need a thread that components may run on.
+// Some openers are components, which need a thread that components may run on. The thread may end soon, and a service
+// has no user who could answer a question.
 ErrorCode openDocument(const std::string& path) {
-    constexpr std::intptr_t kLargestError = 32;
-    if (const int error = injectedFault("startProcess"); error != 0) return errorFromErrno(error);
+    const std::wstring file = wideText(path);
+    SHELLEXECUTEINFOW request{};
+    request.cbSize = sizeof request;
+    request.fMask = SEE_MASK_NOASYNC | SEE_MASK_FLAG_NO_UI;
+    request.lpVerb = L"open";
+    request.lpFile = file.c_str();
+    request.nShow = SW_SHOWNORMAL;
     const HRESULT initialised = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
-    const auto result = reinterpret_cast<std::intptr_t>(
-        ShellExecuteW(nullptr, L"open", wideText(path).c_str(), nullptr, nullptr, SW_SHOWNORMAL));
+    const ErrorCode error = errorCall("startProcess", [&] { return ShellExecuteExW(&request) != 0; });
     if (SUCCEEDED(initialised)) CoUninitialize();
-    return result > kLargestError ? errorSuccess : static_cast<ErrorCode>(result == 0 ? errorNotEnoughMemory : result);
+    return error;
 }
 
 }  // namespace KestSupport::platform

@@ -4,16 +4,18 @@
 
 namespace KestSupport::platform {
 
-Result<std::string> programPath(std::size_t capacity) {
-    constexpr std::size_t kLongestPath = 32768;
-    if (const int error = injectedFault("programPath"); error != 0) return Failure{errorFromErrno(error)};
-    std::wstring buffer(kLongestPath, L'\0');
-    const DWORD length = GetModuleFileNameW(nullptr, buffer.data(), static_cast<DWORD>(buffer.size()));
-    if (length == 0) return Failure{GetLastError()};
-    buffer.resize(length);
-    std::string narrow = ansiText(buffer);
-    if (narrow.size() >= capacity) return Failure{errorInsufficientBuffer};
-    return narrow;
+// A path that is too long is cut.
+Result<std::string> programPath() {
+    std::wstring path(kLongestPath, L'\0');
+    DWORD length = 0;
+    const ErrorCode error = errorCall("programPath", [&] {
+        length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
+        return length != 0;
+    });
+    if (error != 0) return Failure{error};
+    if (length == path.size()) return Failure{errorInsufficientBuffer};
+    path.resize(length);
+    return ansiText(path);
 }
 
 }  // namespace KestSupport::platform

@@ -12,13 +12,6 @@
 namespace KestSupport::platform {
 namespace {
 
-constexpr DWORD kAnySharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-
-bool failWith(int error) noexcept {
-    errno = error;
-    return false;
-}
-
 bool informationOf(HANDLE file, BY_HANDLE_FILE_INFORMATION& information) noexcept {
     return GetFileInformationByHandle(file, &information) != 0;
 }
@@ -108,13 +101,9 @@ void RecordFile::close() noexcept {
 RecordFileState RecordFile::state() const noexcept {
     BY_HANDLE_FILE_INFORMATION information;
     if (!isOpen() || !informationOf(systemHandle(m_handle), information)) return {};
-    constexpr std::int64_t kTicksPerSecond = 10'000'000;
-    constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
-    const auto joined = [](DWORD high, DWORD low) { return static_cast<std::uint64_t>(high) << 32 | low; };
-    const FILETIME written = information.ftLastWriteTime;
-    const auto ticks = static_cast<std::int64_t>(joined(written.dwHighDateTime, written.dwLowDateTime));
+    constexpr std::int64_t kUnitsPerSecond = 10'000'000;
     return {joined(information.nFileSizeHigh, information.nFileSizeLow),
-            ticks / kTicksPerSecond - kSecondsFrom1601To1970};
+            calendarUnits(information.ftLastWriteTime) / kUnitsPerSecond};
 }
 
 bool RecordFile::hasName(const char* name) const noexcept try {
@@ -126,6 +115,10 @@ bool RecordFile::hasName(const char* name) const noexcept try {
            own.nFileIndexHigh == named.nFileIndexHigh && own.nFileIndexLow == named.nFileIndexLow;
 } catch (const std::bad_alloc&) {
     return false;
+}
+
+std::size_t RecordFile::write(std::string_view text) noexcept {
+    return writeAsText(&writeFile, systemHandle(m_handle), text);
 }
 
 std::size_t sizeInFile(std::string_view text) noexcept {
@@ -140,18 +133,17 @@ int renameRecordFile(const char* from, const char* to) noexcept try {
     return ENOMEM;
 }
 
-std::size_t RecordFile::write(std::string_view text) noexcept {
-    return writeAsText(&writeFile, systemHandle(m_handle), text);
+// The runtime does not tell.
+bool mayHaveBufferedText(std::FILE*) noexcept {
+    return true;
 }
 
 // Past the runtime's streams, whose lock a killed thread would keep.
-std::size_t writeAfter(std::FILE* stream, std::string_view text) noexcept {
-    if (std::fflush(stream) != 0) std::clearerr(stream);
+std::optional<std::size_t> writeToFileOf(std::FILE* stream, std::string_view text) noexcept {
     const int descriptor = _fileno(stream);
     const std::intptr_t handle = descriptor < 0 ? -1 : _get_osfhandle(descriptor);
-    if (handle > 0) return writeAsText(&writeStream, systemHandle(handle), text);
-    const std::size_t taken = std::fwrite(text.data(), 1, text.size(), stream);
-    return std::fflush(stream) == 0 ? taken : 0;
+    if (handle <= 0) return std::nullopt;
+    return writeAsText(&writeStream, systemHandle(handle), text);
 }
 
 }  // namespace KestSupport::platform

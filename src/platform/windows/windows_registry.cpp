@@ -23,7 +23,7 @@ Result<RegistryValue> readRegistryValue(std::string_view subkey, std::string_vie
     const std::wstring valueName = wideText(name);
     HKEY opened = nullptr;
     LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_QUERY_VALUE, &opened);
-    if (status == ERROR_PATH_NOT_FOUND) status = ERROR_FILE_NOT_FOUND;
+    if (status == ERROR_PATH_NOT_FOUND || status == ERROR_BAD_PATHNAME) status = ERROR_FILE_NOT_FOUND;
     if (status != ERROR_SUCCESS) return Failure{static_cast<ErrorCode>(status)};
     const std::unique_ptr<HKEY__, KeyCloser> closer(opened);
     std::wstring data;

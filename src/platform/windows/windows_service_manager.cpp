@@ -1,16 +1,17 @@
-// The system's service control manager.
+// The clients' side of the system's service control manager.
 //
 // Texts go to it as UTF-16. A handle of ours keeps what the manager does not tell by a handle: the service's name and
 // the rights that it was opened with.
 #include "platform/service_manager.h"
 
 #include <algorithm>
-#include <atomic>
 #include <memory>
-#include <mutex>
 
+#include "platform/deadline.h"
 #include "platform/process_memory.h"
+#include "platform/thread.h"
 #include "platform/windows/windows_api.h"
+#include "platform/windows/windows_service_process.h"
 
 namespace KestSupport::platform {
 namespace {
@@ -49,19 +50,26 @@ std::string nameList(const wchar_t* list) {
     return names;
 }
 
+// No two services have the same display name, an empty one included.
+std::wstring displayNameOf(const std::string& text, const std::wstring& service) {
+    return text.empty() ? service : wideText(text);
+}
+
 std::string textOf(const wchar_t* text) {
     return text == nullptr ? std::string() : ansiText(text);
 }
 
 ErrorCode result(bool succeeded) noexcept {
-    return succeeded ? errorSuccess : GetLastError();
+    return succeeded ? errorSuccess : lastError();
 }
+
+constexpr DWORD kContractControls = kServiceAcceptStop | kServiceAcceptPauseContinue | kServiceAcceptParameterChange;
 
 template <typename Status>
 ServiceStatus statusOf(const Status& status, std::uint32_t processId) {
     return {status.dwServiceType,
             status.dwCurrentState,
-            status.dwControlsAccepted,
+            status.dwControlsAccepted & kContractControls,
             status.dwWin32ExitCode,
             status.dwServiceSpecificExitCode,
             status.dwCheckPoint,
@@ -81,138 +89,27 @@ ErrorCode queryGrowing(std::vector<BYTE>& buffer, const Query& query) {
     return errorSuccess;
 }
 
-// The service that this process is. The manager calls plain functions, so there is one for each process.
-struct RunningService {
-    std::wstring name;
-    ServiceManager::ServiceMain main = nullptr;
-    std::atomic<ServiceManager::ControlHandler> handler{nullptr};
-    std::atomic<SERVICE_STATUS_HANDLE> statusHandle{nullptr};
-
-    std::mutex lock;                // guards the rest; held while the manager receives a report
-    ServiceStatus last;             // the last report; its state is 0 before the first
-    bool isStopUnreported = false;  // a request has made it stop pending, and it has reported nothing since
-};
-
-RunningService& runningService() noexcept {
-    static constinit ProcessObject<RunningService> service;
-    return service.get();
-}
-
-// The caller has the lock.
-bool report(RunningService& service, const ServiceStatus& status) noexcept {
-    service.last = status;
-    service.isStopUnreported = false;
-    SERVICE_STATUS system{status.serviceType,     status.currentState, status.controlsAccepted, status.exitCode,
-                          status.serviceExitCode, status.checkPoint,   status.waitHint};
-    return SetServiceStatus(service.statusHandle.load(std::memory_order_acquire), &system);
-}
-
-// The caller has the lock.
-void reportState(RunningService& service, std::uint32_t state) noexcept {
-    ServiceStatus status = service.last;
-    status.currentState = state;
-    report(service, status);
-}
-
-// The manager waits for what the service itself reports. So a client would see a service that was asked to stop, and
-// has not reported anything yet, in its former state. Returns that state.
-std::uint32_t beginStop(RunningService& service) {
-    const std::lock_guard guard(service.lock);
-    const std::uint32_t before = service.last.currentState;
-    if (before == 0 || before == kServiceStopped) return before;
-    reportState(service, kServiceStopPending);
-    service.isStopUnreported = true;
-    return before;
-}
-
-// A stop that failed has no effect: the next request tries again.
-void cancelStop(RunningService& service, std::uint32_t before) {
-    const std::lock_guard guard(service.lock);
-    if (service.isStopUnreported) reportState(service, before);
-}
-
-// A control handler that throws has not met the control.
-DWORD WINAPI handleControl(DWORD control, DWORD, void*, void*) noexcept {
-    RunningService& service = runningService();
-    const auto handler = service.handler.load(std::memory_order_acquire);
-    if (handler == nullptr) return NO_ERROR;
-    const std::uint32_t before = control == kServiceControlStop ? beginStop(service) : 0;
-    try {
-        handler(control);
-        return NO_ERROR;
-    } catch (...) {
-        if (control == kServiceControlStop) cancelStop(service, before);
-        return errorExceptionInService;
-    }
-}
-
-// A main that ends without a stopped status has stopped the service.
-void reportStopped(std::uint32_t exitCode) noexcept {
-    RunningService& service = runningService();
-    const std::lock_guard guard(service.lock);
-    if (service.last.currentState == kServiceStopped) return;
-    if (service.statusHandle.load() == nullptr)
-        service.statusHandle = RegisterServiceCtrlHandlerExW(service.name.c_str(), &handleControl, nullptr);
-    if (service.statusHandle.load() == nullptr) return;
-    ServiceStatus stopped;
-    stopped.currentState = kServiceStopped;
-    stopped.exitCode = exitCode;
-    report(service, stopped);
-}
-
-void WINAPI runMain(DWORD count, wchar_t** words) noexcept {
-    RunningService& service = runningService();
-    try {
-        std::vector<std::string> arguments;
-        for (DWORD i = 0; i < count; ++i)
-            arguments.push_back(ansiText(words[i]));
-        service.main(arguments);
-        if (service.handler.load() == nullptr) reportStopped(errorSuccess);
-    } catch (...) {
-        reportStopped(errorExceptionInService);
-    }
-}
-
 class SystemServiceManager : public ServiceManager {
   public:
-    ErrorCode runDispatcher(const std::string& name, ServiceMain main) override {
-        RunningService& service = runningService();
-        service.name = wideText(name);
-        service.main = main;
-        service.handler.store(nullptr);
-        service.statusHandle.store(nullptr);
-        service.last = {};
-        SERVICE_TABLE_ENTRYW table[] = {{service.name.data(), &runMain}, {nullptr, nullptr}};
-        return result(StartServiceCtrlDispatcherW(table));
-    }
-
+    ErrorCode runDispatcher(const std::string& name, ServiceMain main) override { return runAsService(name, main); }
     Handle registerControlHandler(const std::string& name, ControlHandler handler) override {
-        RunningService& service = runningService();
-        service.handler.store(handler, std::memory_order_release);
-        const SERVICE_STATUS_HANDLE handle =
-            RegisterServiceCtrlHandlerExW(wideText(name).c_str(), &handleControl, nullptr);
-        service.statusHandle.store(handle, std::memory_order_release);
-        return handle;
+        return handleControlsBy(name, handler);
     }
-
     ErrorCode setStatus(Handle statusHandle, const ServiceStatus& status) override {
-        RunningService& service = runningService();
-        if (statusHandle == nullptr || statusHandle != service.statusHandle.load()) return errorInvalidHandle;
-        const std::lock_guard guard(service.lock);
-        if (service.last.currentState == kServiceStopped) return errorInvalidHandle;
-        return result(report(service, status));
+        return reportStatus(statusHandle, status);
     }
 
     ErrorCode openManager(std::uint32_t access, Handle& manager) override {
         manager = nullptr;
         OwnedServiceHandle opened(OpenSCManagerW(nullptr, nullptr, access));
-        if (opened == nullptr) return GetLastError();
+        if (opened == nullptr) return lastError();
         manager = new OpenHandle{std::move(opened), {}};
         return errorSuccess;
     }
 
     ErrorCode enumerateServices(Handle manager, std::vector<ServiceEntry>& services) override {
         if (!isManager(manager)) return errorInvalidHandle;
+        services.clear();
         std::vector<BYTE> buffer(65536);
         DWORD resume = 0;
         for (bool isComplete = false; !isComplete;) {
@@ -221,7 +118,7 @@ class SystemServiceManager : public ServiceManager {
             isComplete = EnumServicesStatusExW(system(manager), SC_ENUM_PROCESS_INFO, SERVICE_WIN32, SERVICE_STATE_ALL,
                                                buffer.data(), static_cast<DWORD>(buffer.size()), &needed, &count,
                                                &resume, nullptr);
-            if (!isComplete && GetLastError() != ERROR_MORE_DATA) return GetLastError();
+            if (!isComplete && GetLastError() != ERROR_MORE_DATA) return lastError();
             const auto* const entries = reinterpret_cast<const ENUM_SERVICE_STATUS_PROCESSW*>(buffer.data());
             for (DWORD i = 0; i < count; ++i) {
                 const SERVICE_STATUS_PROCESS& status = entries[i].ServiceStatusProcess;
@@ -229,8 +126,7 @@ class SystemServiceManager : public ServiceManager {
                                     statusOf(status, status.dwProcessId), errorSuccess});
             }
         }
-        std::sort(services.begin(), services.end(),
-                  [](const ServiceEntry& a, const ServiceEntry& b) { return a.name < b.name; });
+        sortByName(services);
         return errorSuccess;
     }
 
@@ -238,17 +134,17 @@ class SystemServiceManager : public ServiceManager {
                             Handle& service) override {
         service = nullptr;
         if (!isManager(manager)) return errorInvalidHandle;
+        if (!isServiceName(configuration.name)) return errorInvalidName;
         // The system restarts services by recovery actions, which its own tools set.
         if (configuration.restart != kServiceRestartNever) return errorCallNotImplemented;
         std::wstring name = wideText(configuration.name);
         const std::wstring dependencies = nameList(dependencyNames(configuration.dependencies));
-        const std::wstring displayName = wideText(configuration.displayName);
-        // No two services have the same display name, an empty one included. Without one the system takes the name.
+        const std::wstring displayName = displayNameOf(configuration.displayName, name);
         OwnedServiceHandle created(CreateServiceW(
-            system(manager), name.c_str(), displayName.empty() ? nullptr : displayName.c_str(), access,
-            configuration.type, configuration.startType, configuration.errorControl,
-            wideText(configuration.commandLine).c_str(), nullptr, nullptr, dependencies.c_str(), nullptr, nullptr));
-        if (created == nullptr) return GetLastError();
+            system(manager), name.c_str(), displayName.c_str(), access, configuration.type, configuration.startType,
+            configuration.errorControl, wideText(configuration.commandLine).c_str(), nullptr, nullptr,
+            dependencies.c_str(), nullptr, nullptr));
+        if (created == nullptr) return lastError();
         service = new OpenHandle{std::move(created), std::move(name)};
         return errorSuccess;
     }
@@ -256,9 +152,10 @@ class SystemServiceManager : public ServiceManager {
     ErrorCode openService(Handle manager, const std::string& name, std::uint32_t access, Handle& service) override {
         service = nullptr;
         if (!isManager(manager)) return errorInvalidHandle;
+        if (!isServiceName(name)) return errorInvalidName;
         std::wstring wideName = wideText(name);
         OwnedServiceHandle opened(OpenServiceW(system(manager), wideName.c_str(), access));
-        if (opened == nullptr) return GetLastError();
+        if (opened == nullptr) return lastError();
         service = new OpenHandle{std::move(opened), std::move(wideName)};
         return errorSuccess;
     }
@@ -284,7 +181,7 @@ class SystemServiceManager : public ServiceManager {
     ErrorCode changeConfiguration(Handle service, const ServiceChange& change) override {
         if (!isService(service)) return errorInvalidHandle;
         if (change.restart.value_or(kServiceRestartNever) != kServiceRestartNever) return errorCallNotImplemented;
-        const std::wstring displayName = wideText(change.displayName.value_or(""));
+        const std::wstring displayName = displayNameOf(change.displayName.value_or(""), ownHandle(service)->service);
         const std::wstring commandLine = wideText(change.commandLine.value_or(""));
         const std::wstring dependencies = nameList(dependencyNames(change.dependencies.value_or("")));
         return result(ChangeServiceConfigW(system(service), SERVICE_NO_CHANGE,
@@ -328,13 +225,21 @@ class SystemServiceManager : public ServiceManager {
     ErrorCode endService(Handle service) override {
         if (!isService(service)) return errorInvalidHandle;
         ServiceStatus status;
-        if (const ErrorCode error = queryStatus(service, status); error != 0) return error;
-        if (status.currentState == kServiceStopped) return errorServiceNotActive;
-        if (status.processId == 0) return errorServiceCannotAcceptControl;
-        constexpr DWORD kWait = 30'000;
-        const SystemHandle process(OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, status.processId));
-        if (!process.isOpen() || !TerminateProcess(process.get(), errorProcessAborted)) return GetLastError();
-        return WaitForSingleObject(process.get(), kWait) == WAIT_OBJECT_0 ? errorSuccess : errorServiceRequestTimeout;
+        SystemHandle process;
+        // While the manager names the process, its number is not used again. So the second answer is about the one that
+        // is open.
+        for (bool isKnown = false; !isKnown;) {
+            const std::uint32_t before = status.processId;
+            if (const ErrorCode error = queryStatus(service, status); error != 0) return error;
+            if (status.currentState == kServiceStopped) return errorServiceNotActive;
+            if (status.processId == 0) return errorServiceCannotAcceptControl;
+            isKnown = process.isOpen() && status.processId == before;
+            if (isKnown) break;
+            process = SystemHandle(OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, status.processId));
+            if (!process.isOpen()) return lastError();
+        }
+        if (!TerminateProcess(process.get(), errorProcessAborted)) return lastError();
+        return awaitStop(service, process.get());
     }
 
     ErrorCode control(Handle service, std::uint32_t control, ServiceStatus& answer) override {
@@ -355,7 +260,7 @@ class SystemServiceManager : public ServiceManager {
         DWORD needed = 0;
         if (!QueryServiceStatusEx(system(service), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&found),
                                   sizeof found, &needed))
-            return GetLastError();
+            return lastError();
         status = statusOf(found, found.dwProcessId);
         return errorSuccess;
     }
@@ -367,6 +272,19 @@ class SystemServiceManager : public ServiceManager {
     void closeHandle(Handle handle) override { delete ownHandle(handle); }
 
   private:
+    // The manager learns of the end of a process a moment later.
+    ErrorCode awaitStop(Handle service, HANDLE process) {
+        constexpr std::uint32_t kWait = 30'000;  // milliseconds
+        constexpr std::uint32_t kPause = 10;
+        const Deadline end = Deadline::after(kWait);
+        if (WaitForSingleObject(process, kWait) != WAIT_OBJECT_0) return errorServiceRequestTimeout;
+        for (ServiceStatus status; !end.hasPassed(); sleepThread(kPause)) {
+            if (const ErrorCode error = queryStatus(service, status); error != 0) return error;
+            if (status.currentState == kServiceStopped) return errorSuccess;
+        }
+        return errorServiceRequestTimeout;
+    }
+
     static SC_HANDLE system(Handle handle) noexcept { return ownHandle(handle)->system.get(); }
     static bool isManager(Handle handle) noexcept { return handle != nullptr && ownHandle(handle)->service.empty(); }
     static bool isService(Handle handle) noexcept { return handle != nullptr && !ownHandle(handle)->service.empty(); }

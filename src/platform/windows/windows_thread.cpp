@@ -197,19 +197,19 @@ std::uint32_t currentThreadId() noexcept {
     return GetCurrentThreadId();
 }
 
-void yieldThread() noexcept {
-    SwitchToThread();
-}
-
 // Windows before version 10 has no names of threads.
 void setThreadName(const char* name) noexcept {
     using SetDescription = HRESULT(WINAPI*)(HANDLE, const wchar_t*);
-    const FARPROC found = GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "SetThreadDescription");
+    void* const found = systemFunction("SetThreadDescription", L"kernel32.dll");
     if (found == nullptr) return;
     std::array<wchar_t, 64> text{};
     const int most = static_cast<int>(text.size()) - 1;
     MultiByteToWideChar(CP_UTF8, 0, name, -1, text.data(), most);
-    reinterpret_cast<SetDescription>(reinterpret_cast<void*>(found))(GetCurrentThread(), text.data());
+    reinterpret_cast<SetDescription>(found)(GetCurrentThread(), text.data());
+}
+
+void yieldThread() noexcept {
+    SwitchToThread();
 }
 
 void sleepThread(std::uint32_t milliseconds) noexcept {

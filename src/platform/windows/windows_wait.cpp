@@ -6,6 +6,7 @@
 #include <array>
 #include <new>
 
+#include "platform/common/wait_arguments.h"
 #include "platform/windows/windows_api.h"
 #include "platform/windows/windows_owner_lock.h"
 #include "platform/windows/windows_thread_record.h"
@@ -102,24 +103,16 @@ bool cancelWaitableTimer(WaitHandle timer) noexcept {
 }
 
 std::uint32_t waitForOne(WaitHandle object, std::uint32_t timeout) noexcept {
-    if (object == nullptr) return kWaitFailed;
     if (OwnerLock* const lock = lockOf(object)) return lock->enter(timeout);
     const WaitMark mark;
     return WaitForSingleObject(systemHandle(object), timeout);
 }
 
 std::uint32_t waitForMany(std::span<const WaitHandle> objects, bool all, std::uint32_t timeout) noexcept {
-    if (objects.empty() || objects.size() > kMaximumWaitObjects) return kWaitFailed;
-    std::array<HANDLE, kMaximumWaitObjects> handles{};
+    if (!canWaitFor(objects, all)) return kWaitFailed;
+    std::array<HANDLE, kMaximumWaitObjects> handles;
     std::transform(objects.begin(), objects.end(), handles.begin(),
                    [](WaitHandle handle) { return systemHandle(handle); });
-    const auto end = handles.begin() + static_cast<std::ptrdiff_t>(objects.size());
-    if (std::find(handles.begin(), end, nullptr) != end) return kWaitFailed;
-    // The system finds an object that is named twice only in a wait for all.
-    std::array<HANDLE, kMaximumWaitObjects> sorted = handles;
-    const auto sortedEnd = sorted.begin() + static_cast<std::ptrdiff_t>(objects.size());
-    std::sort(sorted.begin(), sortedEnd);
-    if (std::adjacent_find(sorted.begin(), sortedEnd) != sortedEnd) return kWaitFailed;
     const WaitMark mark;
     const DWORD result = WaitForMultipleObjects(static_cast<DWORD>(objects.size()), handles.data(), all, timeout);
     if (!all || result == WAIT_TIMEOUT || result == WAIT_FAILED) return result;
@@ -127,7 +120,6 @@ std::uint32_t waitForMany(std::span<const WaitHandle> objects, bool all, std::ui
 }
 
 std::uint32_t signalAndWait(WaitHandle toSignal, WaitHandle toWait, std::uint32_t timeout) noexcept {
-    if (toSignal == nullptr || toWait == nullptr) return kWaitFailed;
     const WaitMark mark;
     return SignalObjectAndWait(systemHandle(toSignal), systemHandle(toWait), timeout, FALSE);
 }

@@ -1,3 +1,4 @@
+// The form of a name depends on the compiler, not on the system.
 #include "platform/type_names.h"
 
 #ifdef __GNUC__

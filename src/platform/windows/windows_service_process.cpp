@@ -1,0 +1,148 @@
+#include "platform/windows/windows_service_process.h"
+
+#include <atomic>
+#include <mutex>
+
+#include "platform/process_memory.h"
+#include "platform/uninterrupted.h"
+#include "platform/windows/windows_api.h"
+
+namespace KestSupport::platform {
+namespace {
+
+// The service that this process is. The manager calls plain functions, so there is one for each process.
+struct RunningService {
+    std::wstring name;
+    ServiceManager::ServiceMain main = nullptr;
+    std::atomic<ServiceManager::ControlHandler> handler{nullptr};
+    std::atomic<SERVICE_STATUS_HANDLE> statusHandle{nullptr};
+
+    OwnedHandle mainReturned;  // an event
+
+    UninterruptedMutex lock;        // guards the rest; held while the manager receives a report
+    ServiceStatus last;             // the last report; its state is 0 before the first
+    bool isStopUnreported = false;  // a request has made it stop pending, and it has reported nothing since
+};
+
+RunningService& runningService() noexcept {
+    static constinit ProcessObject<RunningService> service;
+    return service.get();
+}
+
+// The caller has the lock.
+bool report(RunningService& service, const ServiceStatus& status) noexcept {
+    service.last = status;
+    service.isStopUnreported = false;
+    // The end of the system is a request to stop for a service that takes such requests.
+    const bool isStoppable = (status.controlsAccepted & kServiceAcceptStop) != 0;
+    const DWORD accepted = status.controlsAccepted | (isStoppable ? SERVICE_ACCEPT_SHUTDOWN : 0);
+    SERVICE_STATUS system{status.serviceType,     status.currentState, accepted,       status.exitCode,
+                          status.serviceExitCode, status.checkPoint,   status.waitHint};
+    return SetServiceStatus(service.statusHandle.load(std::memory_order_acquire), &system);
+}
+
+// The caller has the lock.
+void reportState(RunningService& service, std::uint32_t state) noexcept {
+    ServiceStatus status = service.last;
+    status.currentState = state;
+    report(service, status);
+}
+
+// The manager waits for what the service itself reports. So a client would see a service that was asked to stop, and
+// has not reported anything yet, in its former state. Returns that state.
+std::uint32_t beginStop(RunningService& service) {
+    const std::lock_guard guard(service.lock);
+    const std::uint32_t before = service.last.currentState;
+    if (before == 0 || before == kServiceStopped) return before;
+    reportState(service, kServiceStopPending);
+    service.isStopUnreported = true;
+    return before;
+}
+
+// A stop that failed has no effect: the next request tries again.
+void cancelStop(RunningService& service, std::uint32_t before) {
+    const std::lock_guard guard(service.lock);
+    if (service.isStopUnreported) reportState(service, before);
+}
+
+// A control handler that throws has not met the control.
+DWORD WINAPI handleControl(DWORD code, DWORD, void*, void*) noexcept {
+    const std::uint32_t control = code == SERVICE_CONTROL_SHUTDOWN ? kServiceControlStop : code;
+    RunningService& service = runningService();
+    const auto handler = service.handler.load(std::memory_order_acquire);
+    if (handler == nullptr) return NO_ERROR;
+    const std::uint32_t before = control == kServiceControlStop ? beginStop(service) : 0;
+    try {
+        handler(control);
+        return NO_ERROR;
+    } catch (...) {
+        if (control == kServiceControlStop) cancelStop(service, before);
+        return errorExceptionInService;
+    }
+}
+
+// A main that ends without a stopped status has stopped the service.
+void reportStopped(std::uint32_t exitCode) noexcept {
+    RunningService& service = runningService();
+    const std::lock_guard guard(service.lock);
+    if (service.last.currentState == kServiceStopped) return;
+    if (service.statusHandle.load() == nullptr)
+        service.statusHandle = RegisterServiceCtrlHandlerExW(service.name.c_str(), &handleControl, nullptr);
+    if (service.statusHandle.load() == nullptr) return;
+    ServiceStatus stopped;
+    stopped.currentState = kServiceStopped;
+    stopped.exitCode = exitCode;
+    report(service, stopped);
+}
+
+void WINAPI runMain(DWORD count, wchar_t** words) noexcept {
+    RunningService& service = runningService();
+    try {
+        std::vector<std::string> arguments;
+        for (DWORD i = 0; i < count; ++i)
+            arguments.push_back(ansiText(words[i]));
+        service.main(arguments);
+        if (service.handler.load() == nullptr) reportStopped(errorSuccess);
+    } catch (...) {
+        reportStopped(errorExceptionInService);
+    }
+    setEvent(service.mainReturned.get());
+}
+
+}  // namespace
+
+ErrorCode runAsService(const std::string& name, ServiceManager::ServiceMain main) {
+    RunningService& service = runningService();
+    service.name = wideText(name);
+    service.main = main;
+    service.handler.store(nullptr);
+    service.statusHandle.store(nullptr);
+    service.last = {};
+    service.mainReturned.reset(createEvent(true, false));
+    if (service.mainReturned == nullptr) return errorNotEnoughMemory;
+    SERVICE_TABLE_ENTRYW table[] = {{service.name.data(), &runMain}, {nullptr, nullptr}};
+    if (!StartServiceCtrlDispatcherW(table)) return lastError();
+    waitForOne(service.mainReturned.get(), kServiceMainPatience);
+    return errorSuccess;
+}
+
+// A control may arrive before the system's function returns.
+ServiceManager::Handle handleControlsBy(const std::string& name, ServiceManager::ControlHandler handler) {
+    if (handler == nullptr) return nullptr;
+    RunningService& service = runningService();
+    service.handler.store(handler, std::memory_order_release);
+    const SERVICE_STATUS_HANDLE handle = RegisterServiceCtrlHandlerExW(wideText(name).c_str(), &handleControl, nullptr);
+    if (handle == nullptr) service.handler.store(nullptr);
+    service.statusHandle.store(handle, std::memory_order_release);
+    return handle;
+}
+
+ErrorCode reportStatus(ServiceManager::Handle statusHandle, const ServiceStatus& status) {
+    RunningService& service = runningService();
+    if (statusHandle == nullptr || statusHandle != service.statusHandle.load()) return errorInvalidHandle;
+    const std::lock_guard guard(service.lock);
+    if (service.last.currentState == kServiceStopped) return errorInvalidHandle;
+    return report(service, status) ? errorSuccess : lastError();
+}
+
+}  // namespace KestSupport::platform

@@ -24,9 +24,9 @@ class FileReplacement {
     ~FileReplacement();
 
     /// Creates the new file in the folder of the file to replace, and returns a stream to write it. If the name is a
-    /// link, the file to which it leads is replaced; it need not exist. Returns null and sets errno on failure: EACCES
-    /// if the old file is not writable, EINVAL if it is neither a file nor a folder, EISDIR for a folder. May be called
-    /// once. `mode` is one of those that write.
+    /// link, the file to which it leads is replaced; except on Windows it need not exist. Returns null and sets errno
+    /// on failure: EACCES if the old file is not writable, EINVAL if it is neither a file nor a folder, EISDIR for a
+    /// folder. May be called once. `mode` is one of those that write.
     ///
     /// The new file gets the owner, the group and the permissions of the old one, or fails; on Windows commit gives it
     /// the attributes and the access list.

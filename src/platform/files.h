@@ -23,7 +23,8 @@ bool pathExists(const std::string& path);
 
 /// A search for the names in one folder that match a pattern: '*' matches any characters, '?' one character. Only the
 /// last name of the path is a pattern. "." and ".." are found like other names. Upper and lower case differ if they do
-/// in the system's file names.
+/// in the system's file names. Windows searches by its own rules, by which a pattern may also match a file's short
+/// name, and '?' at the end of a name no character.
 class FileSearch {
   public:
     FileSearch();

@@ -155,7 +155,8 @@ class ServiceManager {
     /// Serves controls on the calling thread and calls `main` on another one. Returns after the service has reported
     /// that it is stopped, and main has returned or a second has passed. In a process that the manager did not start,
     /// returns errorFailedServiceControllerConnect at once. When main throws, or returns without a control handler, the
-    /// service is stopped. A supervisor's request that the process end (SIGTERM) becomes kServiceControlStop.
+    /// service is stopped. A supervisor's request that the process end (SIGTERM) becomes kServiceControlStop, and so
+    /// does the end of a system that asks services.
     virtual ErrorCode runDispatcher(const std::string& service, ServiceMain main) = 0;
     /// The manager calls `handler` for each control, one at a time, on one of its threads. Returns the status handle;
     /// null when the manager refuses.

@@ -22,7 +22,7 @@ set(edges
   "tools                 | platform core sync threads text values os"
   "examples              | core sync threads text values os"
   "umbrella              | core sync threads text values os")  # support/support.h, which only other projects include
-set(no_system_header "^([a-z_]+|support/[a-z_]+\\.h|(cpuid|emmintrin)\\.h)$")
+set(no_system_header "^([a-z_]+|support/[a-z_]+\\.h|(cpuid|cxxabi|emmintrin)\\.h)$")
 
 foreach(edge IN LISTS edges)
   string(REGEX REPLACE " *\\| *" ";" edge "${edge}")

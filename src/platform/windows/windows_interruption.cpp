@@ -14,9 +14,9 @@ namespace {
 constinit std::atomic<int> g_request{0};
 constinit std::atomic<HANDLE> g_arrived{nullptr};
 
-// An event's number is one more than the system's, so that it is not 0. The end of a user's session is told to services
-// only, and ends them no more than other programs in their session. After the other events than Ctrl+C and Ctrl+Break,
-// the system ends the program when the routine returns, or after some seconds.
+// An event's number is one more than the system's, so that it is not 0. Only services receive the end of a user's
+// session, and it does not end them. After an event other than Ctrl+C and Ctrl+Break, the system ends the program when
+// the routine returns, or after some seconds.
 BOOL WINAPI onEvent(DWORD event) noexcept {
     if (event == CTRL_LOGOFF_EVENT) return FALSE;
     g_request.store(static_cast<int>(event) + 1, std::memory_order_release);

@@ -44,7 +44,7 @@ bool followLinks(std::string& path) {
     return failWith(ELOOP);
 }
 
-Descriptor createFile(const std::string& path, mode_t permissions) noexcept {
+Descriptor createNewFile(const std::string& path, mode_t permissions) noexcept {
     constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
     return Descriptor(systemCall("openReplacement", [&] { return ::open(path.c_str(), kFlags, permissions); }));
 }
@@ -103,7 +103,7 @@ Stream FileReplacement::open(const char* name, StreamMode mode) noexcept {
         if (exists && ::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) != 0) return nullptr;
         Descriptor& file = m_state->file;
         const auto create = [&](const std::string& newPath) {
-            file = createFile(newPath, exists ? S_IRUSR | S_IWUSR : kNewFile);
+            file = createNewFile(newPath, exists ? S_IRUSR | S_IWUSR : kNewFile);
             return file.isOpen();
         };
         m_state->newPath = createWithNewName(folderOf(path), static_cast<std::uint32_t>(::getpid()), create);

@@ -44,7 +44,7 @@ bool followLinks(std::wstring& path, bool& exists) {
     return true;
 }
 
-SystemHandle createFile(const std::wstring& path) noexcept {
+SystemHandle createNewFile(const std::wstring& path) noexcept {
     SystemHandle file;
     succeeds("openReplacement", [&] {
         file = SystemHandle(
@@ -82,7 +82,7 @@ Stream FileReplacement::open(const char* name, StreamMode mode) noexcept {
         if (!followLinks(m_state->path, m_state->exists)) return nullptr;
         SystemHandle file;
         const auto create = [&](const std::wstring& newPath) {
-            file = createFile(newPath);
+            file = createNewFile(newPath);
             return file.isOpen();
         };
         m_state->newPath = createWithNewName(folderOf(m_state->path), GetCurrentProcessId(), create);

@@ -60,6 +60,13 @@ internal::FileEncoding encodingFor(const internal::PropertyTable<StringType>& ta
     return isExpressible ? internal::FileEncoding::kBytes : internal::FileEncoding::kUtf16;
 }
 
+template <typename StringType>
+std::vector<StringType> namesOf(const internal::PropertyTable<StringType>& table) {
+    std::vector<StringType> names;
+    table.visitInOrder([&](const auto& entry) { names.emplace_back(entry.name()); });
+    return names;
+}
+
 }  // namespace
 
 template <typename StringType>
@@ -168,10 +175,8 @@ void KestProperties<StringType>::removeProperty(const StringType& name) {
 
 template <typename StringType>
 std::vector<StringType> KestProperties<StringType>::getNames() const {
-    ValueList names;
     KestCriticalSection guard(m_lock, true);
-    inOrder().visitInOrder([&](const auto& entry) { names.emplace_back(entry.name()); });
-    return names;
+    return namesOf(inOrder());
 }
 
 template <typename StringType>
@@ -186,9 +191,7 @@ std::map<StringType, std::vector<StringType>> KestProperties<StringType>::getPro
 
 template <typename StringType>
 void KestProperties<StringType>::forEach(KestPropertyIterator<StringType>& it) const {
-    ValueList names;
-    inOrder().visitInOrder([&](const auto& entry) { names.emplace_back(entry.name()); });
-    for (const StringType& name : names) {
+    for (const StringType& name : namesOf(inOrder())) {
         const auto* const entry = m_pTable->find(typename Table::Key(name));
         if (entry != nullptr) it.handleProperty({name, m_pTable->valuesOf(*entry)});
     }

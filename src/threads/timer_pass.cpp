@@ -140,10 +140,9 @@ bool KestTimerManager::fire(KestTimer& timer, KestCriticalSection& guard) {
     return isCurrent();
 }
 
-// Finishes a pass whose thread was killed. The timer that it was about to fire fires in the next pass.
-bool KestTimerManager::isPassUnderWay() {
-    m_timers.recover();
-    if (!m_dispatching) return false;
+// Finishes a pass whose thread was killed, and returns false. The timer that it was about to fire fires in the next
+// pass.
+bool KestTimerManager::isPassAlive() {
     const platform::Uninterrupted whole;
     Shared& state = shared();
     KestTimer* const interrupted = state.m_pFiring;

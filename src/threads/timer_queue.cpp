@@ -55,19 +55,6 @@ void TimerQueue::remove(TimerEntry& entry) noexcept {
     unlink(entry);
 }
 
-TimerEntry* TimerQueue::first() const noexcept {
-    const std::uint32_t start = bucketOf(m_base);
-    const std::uint32_t word = start / kWordBits;
-    const std::uint32_t bit = start % kWordBits;
-    if (const std::uint64_t here = m_occupied[word] >> bit; here != 0) {
-        return m_buckets[start + static_cast<std::uint32_t>(std::countr_zero(here))];
-    }
-    const std::uint64_t others = std::rotr(m_occupiedWords, static_cast<int>(word) + 1);
-    if (others == 0) return nullptr;
-    const std::uint32_t next = (word + 1 + static_cast<std::uint32_t>(std::countr_zero(others))) % kWordBits;
-    return m_buckets[next * kWordBits + static_cast<std::uint32_t>(std::countr_zero(m_occupied[next]))];
-}
-
 TimerEntry* TimerQueue::takeDue(std::int64_t now) noexcept {
     const Change change(m_changing);
     for (;;) {
@@ -94,12 +81,6 @@ void TimerQueue::endPass() noexcept {
 bool TimerQueue::precedes(const TimerEntry& entry, const TimerEntry& other) noexcept {
     if (entry.expirySeconds != other.expirySeconds) return entry.expirySeconds < other.expirySeconds;
     return entry.sequence > other.sequence;
-}
-
-std::uint32_t TimerQueue::bucketOf(std::int64_t expiry) const noexcept {
-    const std::int64_t held = std::max(expiry, m_base);
-    if (held - m_base >= kNear) return kFar;
-    return static_cast<std::uint32_t>(held & (kNear - 1));
 }
 
 void TimerQueue::link(TimerEntry& entry, std::uint32_t bucket) noexcept {

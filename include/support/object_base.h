@@ -115,7 +115,7 @@ class KestSmartPointer {
     ~KestSmartPointer() { drop(m_pTarget); }
 
     KestSmartPointer& operator=(const KestSmartPointer& other) {
-        if (m_pTarget == other.m_pTarget) return *this;
+        if (this == &other || m_pTarget == other.m_pTarget) return *this;
         T* const target = other.m_pTarget;
         clear();
         m_pTarget = target;

@@ -21,9 +21,9 @@ struct VirtualFunctions {
 };
 
 const VirtualFunctions& virtualFunctions(const KestObjectBase& object) noexcept {
-    const VirtualFunctions* functions = nullptr;
+    const void* functions = nullptr;
     std::memcpy(&functions, static_cast<const void*>(&object), sizeof functions);
-    return *functions;
+    return *static_cast<const VirtualFunctions*>(functions);
 }
 
 }  // namespace

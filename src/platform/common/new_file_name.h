@@ -10,8 +10,8 @@ namespace KestSupport::platform {
 
 /// Returns a name that this process has not used.
 inline std::string newFileName(std::uint32_t processId) {
-    static constinit std::atomic<unsigned> s_number{0};
-    return ".kest-" + std::to_string(processId) + "-" + std::to_string(s_number++);
+    static constinit std::atomic<unsigned> number{0};
+    return ".kest-" + std::to_string(processId) + "-" + std::to_string(number++);
 }
 
 /// Calls `create` with new paths until it returns true, or fails with another errno value than EEXIST. The folder is

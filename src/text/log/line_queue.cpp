@@ -18,7 +18,7 @@ void LineQueue::dropLinesOfParent() noexcept {
 bool LineQueue::tryToLead() noexcept {
     const bool hasLeader = m_hasLeader.load(std::memory_order_relaxed);
     const bool mayLead = !hasLeader || m_leader.load(std::memory_order_relaxed) == platform::threadKey();
-    if (mayLead && m_outputLock.try_lock()) return true;
+    if (mayLead && m_outputLock.tryLock()) return true;
     if (!hasLeader) m_hasLeader.store(true, std::memory_order_relaxed);
     return false;
 }
@@ -40,7 +40,7 @@ bool LineQueue::awaitOutput(std::uint64_t number) {
             if (sleeps != 0) m_sleeps.store(0, std::memory_order_relaxed);
             return false;
         }
-        if (!m_outputLock.try_lock()) continue;
+        if (!m_outputLock.tryLock()) continue;
         m_hasLeader.store(false, std::memory_order_relaxed);
         return true;
     }

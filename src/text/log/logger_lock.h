@@ -17,7 +17,7 @@ class LoggerLock {
     }
 
     void lock() noexcept { platform::waitForOne(m_handle.get(), platform::kInfinite); }
-    bool try_lock() noexcept {
+    bool tryLock() noexcept {
         const std::uint32_t result = platform::waitForOne(m_handle.get(), 0);
         return result == platform::kWaitObject0 || result == platform::kWaitAbandoned;
     }

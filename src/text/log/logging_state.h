@@ -62,7 +62,7 @@ struct LoggingState {
 
     /// Takes the lock.
     void enter() {
-        if (lock.try_lock()) return;
+        if (lock.tryLock()) return;
         lock.lock();
         isShared = true;
     }

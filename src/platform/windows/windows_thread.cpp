@@ -169,12 +169,13 @@ bool terminateThread(WaitHandle thread, std::uint32_t exitCode) noexcept {
     return true;
 }
 
-// The module stays loaded, and at the end of the process the system has ended all threads before any static destructor
-// of a library runs.
+// The system's own wait is as cheap.
 bool endsSoon(WaitHandle) noexcept {
     return false;
 }
 
+// The module stays loaded, and at the end of the process the system has ended all threads before any static destructor
+// of a library runs.
 void leaveThread() noexcept {}
 
 bool otherThreadsAreGone() noexcept {

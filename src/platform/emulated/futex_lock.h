@@ -31,7 +31,7 @@ class FutexLock {
     }
 
     static void lock(FutexWord& word, std::uint32_t tag = 0) noexcept {
-        if (!tryLock(word, tag) && !lockSpinning(word, tag)) lockSleeping(word, tag);
+        if (!tryLock(word, tag)) lockSlowly(word, tag);
     }
 
     static void unlock(FutexWord& word) noexcept {
@@ -43,6 +43,11 @@ class FutexLock {
     // Nanoseconds: less than a sleep and a wake-up (docs/performance.md: 8 us), more than the short steps that such a
     // lock guards.
     static constexpr unsigned kSpin = 2500;
+
+    // Not inlined, so callers save no registers for it.
+    [[gnu::noinline]] static void lockSlowly(FutexWord& word, std::uint32_t tag) noexcept {
+        if (!lockSpinning(word, tag)) lockSleeping(word, tag);
+    }
 
     static bool lockSpinning(FutexWord& word, std::uint32_t tag) noexcept {
         return spinUntil(pausesFor(kSpin),

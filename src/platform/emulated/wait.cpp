@@ -262,8 +262,15 @@ std::uint32_t waitSlowly(ThreadRecord& self, WaitObject& object, std::uint32_t t
     return SlowWait(self, waiter, timeout).run(toSignal);
 }
 
+// The slow paths of the two calls of a lock are not inlined, so the fast paths save no registers. Two levels take 12.1
+// instead of 12.6 ns (bench/locks).
+[[gnu::noinline]] void offerReleased(WaitHandle mutex) noexcept {
+    Dispatcher dispatcher(currentRecord());
+    dispatcher.offerIfContended(mutex);
+}
+
 // Waits for an object that the fast path did not take.
-std::uint32_t waitAfterFirstLook(WaitObject& object, std::uint32_t timeout) noexcept {
+[[gnu::noinline]] std::uint32_t waitAfterFirstLook(WaitObject& object, std::uint32_t timeout) noexcept {
     ThreadRecord& self = currentRecord();
     if (object.isEvent()) {
         const Attempt attempt = tryEvent(object);
@@ -343,10 +350,8 @@ bool releaseMutex(WaitHandle mutex) noexcept {
     }
     storeBeforeLoad(mutex->owner, WaitObject::kNoOwner);
     // Another thread may have taken and freed the mutex. From here on only its address is used.
-    if (g_contended.mayHold(mutex)) [[unlikely]] {
-        Dispatcher dispatcher(currentRecord());
-        dispatcher.offerIfContended(mutex);
-    }
+    if (g_contended.mayHold(mutex)) [[unlikely]]
+        offerReleased(mutex);
     return true;
 }
 

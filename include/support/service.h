@@ -18,9 +18,9 @@
 
 #include <atomic>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "support/events.h"
 #include "support/export.h"
@@ -107,7 +107,11 @@ class KEST_SUPPORT_EXPORT KestService {
     /// so possibly before startIt and after stopIt. It runs on a thread of the manager or of the console, possibly on
     /// both concurrently; a request to stop waits until it returns. An exception is logged at level 1; the sender of
     /// the control gets error 1064. A program that was started with SIGHUP ignored, as by nohup, ignores it.
-    void acceptReload(std::function<void()> reload);
+    template <typename Function>
+    void acceptReload(Function reload) {
+        setReload(std::make_shared<Function>(std::move(reload)),
+                  [](void* object) { (*static_cast<Function*>(object))(); });
+    }
 
     /// Does nothing.
     void AddToMessageLog(const std::string& message);
@@ -123,6 +127,8 @@ class KEST_SUPPORT_EXPORT KestService {
   private:
     friend class internal::ServiceHost;
 
+    // Not a std::function, whose header takes 100 ms to compile.
+    void setReload(std::shared_ptr<void> reload, void (*call)(void*));
     bool runInConsole(const std::string& arguments);
     void runUnderManager();
 

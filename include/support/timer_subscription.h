@@ -14,7 +14,8 @@
 // firings are waited for: while a subscription ends, the program does not call set or pulse of the timer itself.
 #pragma once
 
-#include <functional>
+#include <memory>
+#include <utility>
 
 #include "support/export.h"
 #include "support/observer.h"
@@ -26,7 +27,10 @@ namespace KestSupport {
 class KEST_SUPPORT_EXPORT KestTimerSubscription final : private KestDependent {
   public:
     /// Calls the function at each firing from now on. Throws std::bad_alloc.
-    KestTimerSubscription(KestTimer& timer KEST_SUPPORT_LIFETIMEBOUND, std::function<void()> function);
+    template <typename Function>
+    KestTimerSubscription(KestTimer& timer KEST_SUPPORT_LIFETIMEBOUND, Function function)
+        : KestTimerSubscription(timer, std::make_shared<Function>(std::move(function)),
+                                [](void* object) { (*static_cast<Function*>(object))(); }) {}
     KestTimerSubscription(const KestTimerSubscription&) = delete;
     KestTimerSubscription& operator=(const KestTimerSubscription&) = delete;
     /// Ends the subscription.
@@ -37,10 +41,13 @@ class KEST_SUPPORT_EXPORT KestTimerSubscription final : private KestDependent {
     void end();
 
   private:
+    KestTimerSubscription(KestTimer& timer, std::shared_ptr<void> function, void (*call)(void*));
     void handleNotification(KestCollaborator& sender, const KestNotification& notification) override;
 
     KestTimer* m_timer;  // null after the end
-    const std::function<void()> m_function;
+    // Not a std::function, whose header takes 100 ms to compile.
+    const std::shared_ptr<void> m_function;
+    void (*const m_call)(void*);
 };
 
 }  // namespace KestSupport

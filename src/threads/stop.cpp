@@ -101,7 +101,7 @@ KestStoppableThread::~KestStoppableThread() {
 }
 
 int KestStoppableThread::run() {
-    return m_work ? m_work(m_stop) : 0;
+    return m_work.work == nullptr ? 0 : m_work.call(m_work.work.get(), m_stop);
 }
 
 int KestStoppableThread::run(KestWorkInformation&) {

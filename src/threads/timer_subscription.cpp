@@ -6,8 +6,8 @@
 
 namespace KestSupport {
 
-KestTimerSubscription::KestTimerSubscription(KestTimer& timer, std::function<void()> function)
-    : m_timer(&timer), m_function(std::move(function)) {
+KestTimerSubscription::KestTimerSubscription(KestTimer& timer, std::shared_ptr<void> function, void (*call)(void*))
+    : m_timer(&timer), m_function(std::move(function)), m_call(call) {
     timer.addDependent(*this);
 }
 
@@ -24,7 +24,7 @@ void KestTimerSubscription::end() {
 }
 
 void KestTimerSubscription::handleNotification(KestCollaborator&, const KestNotification&) {
-    m_function();
+    m_call(m_function.get());
 }
 
 }  // namespace KestSupport

@@ -139,8 +139,8 @@ void* KestService::getStatusHandle() const noexcept {
     return m_pRecord->statusHandle;
 }
 
-void KestService::acceptReload(std::function<void()> reload) {
-    m_pRecord->reload = std::move(reload);
+void KestService::setReload(std::shared_ptr<void> reload, void (*call)(void*)) {
+    m_pRecord->reload = [reload = std::move(reload), call] { call(reload.get()); };
 }
 
 void KestService::AddToMessageLog(const std::string&) {}

@@ -19,10 +19,17 @@ struct Queue : internal::LineQueue {
         return add([&text](std::string& to) { to += text; });
     }
     void end(const Turn& turn) {
-        finish(turn, [this](std::string_view text, std::span<const std::size_t>) { written.emplace_back(text); });
+        finish(turn, [this](std::string_view text, std::span<const std::size_t>) {
+            if (text == "slow\n") {
+                begun.open();
+                never.passWithin(std::chrono::milliseconds(100));
+            }
+            written.emplace_back(text);
+        });
     }
     KestCriticalSectionObject records;
     Texts written;
+    kit::Gate begun, never;
 };
 
 struct Sender : KestThread {
@@ -66,6 +73,19 @@ TEST(LineQueue, KeepsTheLineOfAThreadThatIsKilledWhileItWaits) {
     queue.end(first);
     queue.end(queue.addText("last\n"));
     EXPECT_EQ(queue.written, (Texts{"first\n", "killed\nlast\n"}));
+}
+
+// The thread that writes lines of others ends after that, although it is killed inside.
+TEST(LineQueue, FinishesALineThatWaitedBeforeAKill) {
+    Queue queue;
+    const auto first = queue.addText("first\n");
+    Sender killed(queue, "slow\n");
+    killed.added.pass();
+    queue.end(first);
+    queue.begun.pass();
+    killed.kill();
+    queue.end(queue.addText("last\n"));
+    EXPECT_EQ(queue.written, (Texts{"first\n", "slow\n", "last\n"}));
 }
 
 TEST(LineQueue, LosesOneLineWhenAnOutputFails) {

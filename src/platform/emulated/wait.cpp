@@ -355,6 +355,12 @@ bool releaseMutex(WaitHandle mutex) noexcept {
     return true;
 }
 
+std::uint32_t mutexLevels(WaitHandle mutex) noexcept {
+    const std::uint32_t owner = mutex->owner.load(std::memory_order_relaxed);
+    if (owner == WaitObject::kNoOwner || owner == WaitObject::kReserved) return 0;
+    return mutex->innerLevels.load(std::memory_order_relaxed) + 1;
+}
+
 WaitHandle createWaitableTimer(bool manualReset) noexcept {
     return newObject(manualReset ? Kind::manualTimer : Kind::autoTimer, 0, "createWaitableTimer");
 }
@@ -401,12 +407,6 @@ std::uint32_t waitForOne(WaitHandle object, std::uint32_t timeout) noexcept {
         }
     }
     return waitAfterFirstLook(*object, timeout);
-}
-
-std::uint32_t mutexLevels(WaitHandle mutex) noexcept {
-    const std::uint32_t owner = mutex->owner.load(std::memory_order_relaxed);
-    if (owner == WaitObject::kNoOwner || owner == WaitObject::kReserved) return 0;
-    return mutex->innerLevels.load(std::memory_order_relaxed) + 1;
 }
 
 std::uint32_t waitForMany(std::span<const WaitHandle> objects, bool all, std::uint32_t timeout) noexcept {

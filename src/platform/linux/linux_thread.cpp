@@ -264,18 +264,6 @@ ThreadObject* asThread(WaitHandle handle) noexcept {
 
 }  // namespace
 
-void leaveThread() noexcept {
-    ThreadRecord& self = currentRecord();
-    if (self.finishing == nullptr || self.leaving) return;
-    const Region region(self);
-    self.leaving = true;
-    g_leaving.fetch_add(1, std::memory_order_relaxed);
-}
-
-bool otherThreadsAreGone() noexcept {
-    return false;
-}
-
 // A forked child has no thread of its parent that could end.
 void forgetLeavingThreads(const ThreadRecord& self) noexcept {
     g_lastEnded = {};
@@ -360,27 +348,6 @@ void closeThread(WaitObject& closed) noexcept {
     delete &thread;
 }
 
-// Joins the thread, so the kernel wakes the calling thread as the last step of the other one. A wake-up by the other
-// thread itself, which then has to run once more, costs a further switch: a start and a wait on one processor take 11.5
-// instead of 10.3 us (bench/threads).
-bool endsSoon(WaitHandle handle) noexcept {
-    ThreadObject* const thread = asThread(handle);
-    // ThreadSanitizer does not know the call.
-    if (thread == nullptr || kSanitizerDefersSignals || thread->forks != g_forks) return false;
-    const pthread_t native = thread->native.load(std::memory_order_acquire);
-    if (native == pthread_t{}) return false;
-    // The C library knows one joining thread, and does not forget it when that thread is terminated.
-    const Region region(currentRecord());
-    if (thread->joining.exchange(true, std::memory_order_acquire)) return false;
-    int cancelState = 0;
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState);
-    const timespec until = timeOf(Deadline::after(kEndsSoonWithin));
-    const bool joined = pthread_clockjoin_np(native, nullptr, CLOCK_MONOTONIC, &until) == 0;
-    pthread_setcancelstate(cancelState, nullptr);
-    if (!joined) thread->joining.store(false, std::memory_order_release);
-    return joined;
-}
-
 // The creation of a thread does not use the loader.
 void prepareForThreads() noexcept {}
 
@@ -451,6 +418,39 @@ bool terminateThread(WaitHandle handle, std::uint32_t exitCode) noexcept {
     if (self.thread == thread) terminateHere(*thread);
     futexWake(&thread->control, 1);
     return interruptUntil(*thread, thread->word, [&] { return hasEnded(*thread); });
+}
+
+// Joins the thread, so the kernel wakes the calling thread as the last step of the other one. A wake-up by the other
+// thread itself, which then has to run once more, costs a further switch: a start and a wait on one processor take 11.5
+// instead of 10.3 us (bench/threads).
+bool endsSoon(WaitHandle handle) noexcept {
+    ThreadObject* const thread = asThread(handle);
+    // ThreadSanitizer does not know the call.
+    if (thread == nullptr || kSanitizerDefersSignals || thread->forks != g_forks) return false;
+    const pthread_t native = thread->native.load(std::memory_order_acquire);
+    if (native == pthread_t{}) return false;
+    // The C library knows one joining thread, and does not forget it when that thread is terminated.
+    const Region region(currentRecord());
+    if (thread->joining.exchange(true, std::memory_order_acquire)) return false;
+    int cancelState = 0;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState);
+    const timespec until = timeOf(Deadline::after(kEndsSoonWithin));
+    const bool joined = pthread_clockjoin_np(native, nullptr, CLOCK_MONOTONIC, &until) == 0;
+    pthread_setcancelstate(cancelState, nullptr);
+    if (!joined) thread->joining.store(false, std::memory_order_release);
+    return joined;
+}
+
+void leaveThread() noexcept {
+    ThreadRecord& self = currentRecord();
+    if (self.finishing == nullptr || self.leaving) return;
+    const Region region(self);
+    self.leaving = true;
+    g_leaving.fetch_add(1, std::memory_order_relaxed);
+}
+
+bool otherThreadsAreGone() noexcept {
+    return false;
 }
 
 bool setThreadPriority(WaitHandle handle, ThreadPriority priority) noexcept {

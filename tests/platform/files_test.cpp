@@ -1,5 +1,7 @@
-// The names that a search pattern matches.
+// The names that a search pattern matches, and files that replace others.
+#include "platform/file_replacement.h"
 #include "platform/found_names.h"
+#include "platform/record_file.h"
 
 namespace {
 
@@ -18,6 +20,26 @@ TEST(FileSearch, MatchesWholeNames) {
                                 stars + "b", ""};
     for (std::size_t i = 0; i < std::size(rows); i += 2)
         EXPECT_EQ(found(folder.pathOf(rows[i])), rows[i + 1]) << rows[i];
+}
+
+TEST(FileReplacement, TakesPlaceOfOpenOrRemovedFile) {
+    using namespace KestSupport::platform;
+    const kit::TemporaryFolder folder;
+    const std::string path = folder.write("file", "old");
+    for (const std::string content : {"new", "newest"}) {
+        FileReplacement replacement;
+        Stream stream = replacement.open(path.c_str(), StreamMode::writeBinary);
+        ASSERT_TRUE(stream != nullptr && writeStream(stream.get(), content.data(), content.size()));
+        EXPECT_TRUE(closeStream(std::move(stream)));
+        const Stream reader = openStream(path.c_str(), StreamMode::readBinary);
+        EXPECT_TRUE(content == "new" || renameRecordFile(path.c_str(), folder.pathOf("moved").c_str()) == 0);
+        EXPECT_TRUE(replacement.commit()) << errno;
+        EXPECT_EQ(folder.read("file"), content);
+        char first = 0;
+        bool failed = false;
+        EXPECT_EQ(readStream(reader.get(), &first, 1, failed), 1u);
+        EXPECT_EQ(first, content == "new" ? 'o' : 'n');
+    }
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <string_view>
+#include <thread>
 
 #include "kit/child_process.h"
 #include "platform/process.h"
@@ -58,6 +60,9 @@ bool ChildRole::run(int argc, char** argv, int& exitCode) {
     if (argc < 2) return false;
     const std::string_view first = argv[1];
     if (!first.starts_with(kRoleOption)) return false;
+    // ThreadSanitizer loses a signal that arrives while a thread makes its first call that may block. This
+    // is such a call, before another process can send one.
+    std::this_thread::sleep_for(std::chrono::nanoseconds(1));
     exitCode = roles().at(std::string(first.substr(kRoleOption.size())))({argv + 2, argv + argc});
     return true;
 }

@@ -122,4 +122,25 @@ TEST(TimersStress, ObeysStartsAndStopsBesideKilledThreads) {
     EXPECT_EQ(Restless::s_faults, 0);
 }
 
+TEST(TimersStress, LosesNoTimerWithThreadsKilledInPasses) {
+    constexpr std::int32_t kOverdue = -1;
+    Restless::s_isWild = false;
+    Restless periodic(nullptr);
+    KestTimer due;
+    periodic.start(0, 1, false);
+    for (int kills = 0; kills < 200; ++kills) {
+        KestThread firer(new kit::FunctionWork([&due] {
+            for (t_mayBeKilled = true;;)
+                due.start(kOverdue, 1000, true);
+            return 0;
+        }));
+        firer.start();
+        int before = periodic.m_fired;
+        kit::await([&] { return periodic.m_fired > before + kills % 50; });
+        firer.kill();
+        before = periodic.m_fired;
+        kit::await([&] { return periodic.m_fired > before; });
+    }
+}
+
 }  // namespace

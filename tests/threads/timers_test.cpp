@@ -271,25 +271,6 @@ TEST(Timer, FiresWhenThreadsFailOrAreKilled) {
     }
 }
 
-TEST(Timer, IsNotLostWithThreadsKilledInPasses) {
-    Probe periodic;
-    KestTimer due;
-    periodic.start(0, 1, false);
-    for (int kills = 0; kills < 200; ++kills) {
-        KestThread firer(new kit::FunctionWork([&due] {
-            for (;;)
-                due.start(kOverdue, 1000, true);
-            return 0;
-        }));
-        firer.start();
-        int before = periodic.fired;
-        kit::await([&] { return periodic.fired > before + kills % 50; });
-        firer.kill();
-        before = periodic.fired;
-        kit::await([&] { return periodic.fired > before; });
-    }
-}
-
 const kit::ChildRole exitRole("timers-exit", [](const std::vector<std::string>&) {
     static auto& firing = *new kit::Gate;
     static auto& timer = *new Probe;

@@ -71,17 +71,25 @@ constinit Records g_records;
 constinit std::atomic<std::uint32_t> g_latestKey{0};
 constinit ThreadRecord g_sharedRecord;
 
-// The threads that a process has ended at its own end release nothing.
-void lockRecords() noexcept {
+bool tryLockRecords() noexcept {
+    return !g_records.locked.exchange(true, std::memory_order_acquire);
+}
+
+// Returns false if no other thread can release the lock: those that a process has ended at its own end release nothing.
+bool pauseBeforeTry(int tries) noexcept {
     constexpr int kSpins = 100;
-    for (int tries = 0; g_records.locked.exchange(true, std::memory_order_acquire); ++tries) {
-        if (tries < kSpins) {
-            YieldProcessor();
-            continue;
-        }
-        if (isProcessEnding()) return;
-        Sleep(1);
+    if (tries < kSpins) {
+        YieldProcessor();
+        return true;
     }
+    if (isProcessEnding()) return false;
+    Sleep(1);
+    return true;
+}
+
+void lockRecords() noexcept {
+    for (int tries = 0; !tryLockRecords() && pauseBeforeTry(tries);)
+        ++tries;
 }
 
 void unlockRecords() noexcept {
@@ -161,9 +169,16 @@ ThreadRecord& currentRecord() noexcept {
     return record;
 }
 
+// A thread may be interrupted while it waits for the lock. The thread that is to interrupt it holds the lock at each
+// look, so it would hardly ever find it elsewhere: a termination took up to 7 s.
 RecordGuard::RecordGuard() noexcept : m_own(currentRecord()) {
+    for (int tries = 0;; ++tries) {
+        m_own.depth.fetch_add(1, std::memory_order_relaxed);
+        if (tryLockRecords()) return;
+        m_own.depth.fetch_sub(1, std::memory_order_relaxed);
+        if (!pauseBeforeTry(tries)) break;
+    }
     m_own.depth.fetch_add(1, std::memory_order_relaxed);
-    lockRecords();
 }
 
 RecordGuard::~RecordGuard() {

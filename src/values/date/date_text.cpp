@@ -164,8 +164,9 @@ bool readUsualDayMonthYear(const std::string& text, std::tm& fields) {
     static constexpr PatternWord kTime("00:00:00");
     if (text.size() != kLongestDayMonthYear) return false;
     std::uint64_t date = 0, year = 0, time = 0;
-    const bool fits =
-        kDate.read(text.data(), date) & kYear.read(text.data() + 8, year) & kTime.read(text.data() + 11, time);
+    bool fits = kDate.read(text.data(), date);
+    fits &= kYear.read(text.data() + 8, year);
+    fits &= kTime.read(text.data() + 11, time);
     if (!fits) return false;
     const auto pair = [](std::uint64_t pairs, int at) { return static_cast<int>(pairs >> 8 * at & 0xFF); };
     fields.tm_mday = pair(date, 0);

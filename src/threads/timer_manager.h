@@ -80,7 +80,8 @@ class KestTimerManager {
 
     static Shared& shared();
     static void awaitThreads(Shared& shared) noexcept;
-    static bool recoverPass(Shared& shared) noexcept;
+    static bool takeDeadPass(Shared& shared) noexcept;
+    static void endDeadPass(Shared& shared) noexcept;
     static Order nextOrder(const KestTimerThread& thread, std::uint32_t& milliseconds);
     static bool isWaiting(const KestTimerThread& thread);
     static void resetInForkedChild() noexcept;

@@ -143,10 +143,11 @@ bool KestTimerManager::fire(KestTimer& timer, KestCriticalSection& guard) {
 // Finishes a pass whose thread was killed, and returns false. The timer that it was about to fire fires in the next
 // pass.
 bool KestTimerManager::isPassAlive() {
-    const platform::Uninterrupted whole;
     Shared& state = shared();
+    if (!takeDeadPass(state)) return true;
+    const platform::Uninterrupted whole;
     KestTimer* const interrupted = state.m_pFiring;
-    if (!recoverPass(state)) return true;
+    endDeadPass(state);
     m_timers.endPass();
     m_dispatching = false;
     if (interrupted != nullptr && state.m_rearm && !m_timers.contains(interrupted->m_entry)) {
@@ -155,15 +156,19 @@ bool KestTimerManager::isPassAlive() {
     return false;
 }
 
-// True when the thread of the pass was killed; no timer fires then.
-bool KestTimerManager::recoverPass(Shared& shared) noexcept {
+// Takes the pass lock of a killed thread, and returns false if the thread of the pass lives. If the calling thread is
+// killed after this, the next owner of the list lock finds the same.
+bool KestTimerManager::takeDeadPass(Shared& shared) noexcept {
     if (shared.m_passThread == platform::lifelongThreadKey()) return false;
     const std::uint32_t taken = platform::waitForOne(shared.m_passLock.get(), 0);
-    if (taken != platform::kWaitObject0 && taken != platform::kWaitAbandoned) return false;
+    return taken == platform::kWaitObject0 || taken == platform::kWaitAbandoned;
+}
+
+// No timer fires after this.
+void KestTimerManager::endDeadPass(Shared& shared) noexcept {
     shared.m_passThread = 0;
     shared.m_pFiring = nullptr;
     platform::releaseMutex(shared.m_passLock.get());
-    return true;
 }
 
 bool KestTimerManager::waitWhileFiring(const KestTimer& timer) {
@@ -172,7 +177,10 @@ bool KestTimerManager::waitWhileFiring(const KestTimer& timer) {
     bool waited = false;
     while (state.m_pFiring == &timer && state.m_passThread != platform::lifelongThreadKey()) {
         waited = true;
-        if (recoverPass(state)) break;
+        if (takeDeadPass(state)) {
+            endDeadPass(state);
+            break;
+        }
         platform::resetEvent(state.m_fired.get());
         guard.unlock();
         platform::waitForOne(state.m_fired.get(), internal::kFiringCheck);

@@ -1,16 +1,18 @@
 #include "registration.h"
 
 #include <support/locales.h>
+#include <support/program_run.h>
 #include <support/service.h>
 #include <support/service_control.h>
 #include <support/strings.h>
 
 #include <filesystem>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "bad_input.h"
 #include "messages.h"
-#include "system.h"
 
 namespace agent {
 namespace {
@@ -54,9 +56,11 @@ const char* const kServiceName = "kest-agent";
 
 void installService(const std::optional<std::string>& settingsFile) {
     if (isInstalled()) throw BadInput(thing(), say("error.installed"));
-    std::string arguments = "--service";
-    if (settingsFile) arguments += " --settings " + quoted(std::filesystem::absolute(*settingsFile).string());
-    if (!Registration(arguments).install()) throw BadInput(thing(), say("error.cannotInstall"));
+    std::vector<std::string> arguments{"--service"};
+    if (settingsFile)
+        arguments.insert(arguments.end(), {"--settings", std::filesystem::absolute(*settingsFile).string()});
+    if (!Registration(KestSupport::KestJoinArguments(arguments)).install())
+        throw BadInput(thing(), say("error.cannotInstall"));
 }
 
 void removeService() {

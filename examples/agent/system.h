@@ -8,7 +8,4 @@ namespace agent {
 /// The folder of this program; empty when the system does not tell it.
 std::string programFolder();
 
-/// Quotes a word for the service manager, which splits a command line by the system's rules.
-std::string quoted(const std::string& word);
-
 }  // namespace agent

@@ -1,11 +1,12 @@
-// Runs a program with a list of arguments, waits for its end, and returns what it has written:
+// Runs a program with a list of arguments, waits for its end, and returns what it has written. KestJoinArguments makes
+// a command line of such a list.
 //
 //     const KestProgramResult result = KestRunProgram({.arguments = {"tar", "-tf", file}, .timeout = 60'000});
 //     if (result.exitCode == 0) use(result.output);
 //
 // No shell is involved, so no argument needs quotes. KestExecuteProgram (utilities.h) takes a command line instead.
 //
-// Threads: any thread may call KestRunProgram while no thread changes the environment.
+// Threads: any thread may call KestJoinArguments, and KestRunProgram while no thread changes the environment.
 #pragma once
 
 #include <cstddef>
@@ -55,5 +56,10 @@ struct KestProgramResult {
 /// code: 2 if there is no such program, 87 for an empty list, a NUL in a text, or a variable without a name or with
 /// '=' in it, 193 for a file that is no program. Throws std::bad_alloc.
 KEST_SUPPORT_EXPORT KestProgramResult KestRunProgram(const KestProgramRun& run);
+
+/// Returns a command line that the system splits into exactly these arguments, quoted where this is necessary. It is
+/// for KestExecuteProgram (utilities.h) and for the arguments of an installed service (service.h). An argument contains
+/// no NUL. Throws std::bad_alloc.
+KEST_SUPPORT_EXPORT std::string KestJoinArguments(const std::vector<std::string>& arguments);
 
 }  // namespace KestSupport

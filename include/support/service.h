@@ -120,7 +120,7 @@ class KEST_SUPPORT_EXPORT KestService {
     std::string m_serviceName;   ///< the name by which the manager knows the service
     std::string m_displayName;   ///< what the manager's clients show
     std::string m_dependencies;  ///< the names of the services that must run first, each with a NUL at its end
-    std::string m_arguments;     ///< follows the program's path in what install registers
+    std::string m_arguments;     ///< follows the program's path in what install registers; see KestJoinArguments
     wstring16 m_description;     ///< registered by install unless empty
     bool m_interactive = false;  ///< the service may interact with the desktop
 

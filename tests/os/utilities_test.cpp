@@ -85,6 +85,9 @@ TEST(RunProgram, ReturnsOutputOfListedArguments) {
                                                    {{.arguments = {program}, .workingDirectory = nul}, 87},
                                                    {{.arguments = {program}, .environment = {{"a=b", ""}}}, 87},
                                                    {{.arguments = {"kest-no-such-program"}}, 2}};
+    int exitCode = 0;
+    EXPECT_TRUE(KestExecuteProgram(KestJoinArguments(inRole("ends", {"7 of \"9\""})), true, nullptr, &exitCode));
+    EXPECT_EQ(exitCode, 7);
     for (const auto& [run, code] : rows) {
         const std::string name = run.arguments.empty() ? "" : run.arguments[0];
         EXPECT_EQ(kit::failureOf([&, &wrong = run] { KestRunProgram(wrong); }),

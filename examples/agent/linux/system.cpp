@@ -10,12 +10,4 @@ std::string programFolder() {
     return std::filesystem::read_symlink("/proc/self/exe", error).parent_path().string();
 }
 
-// The words of a shell.
-std::string quoted(const std::string& word) {
-    std::string text = "'";
-    for (const char each : word)
-        text += each == '\'' ? "'\\''" : std::string(1, each);
-    return text + "'";
-}
-
 }  // namespace agent

@@ -13,16 +13,4 @@ std::string programFolder() {
     return std::filesystem::path(path).parent_path().string();
 }
 
-// Backslashes count only before a quote.
-std::string quoted(const std::string& word) {
-    std::string text = "\"";
-    std::size_t backslashes = 0;
-    for (const char each : word) {
-        if (each == '"') text.append(backslashes + 1, '\\');
-        backslashes = each == '\\' ? backslashes + 1 : 0;
-        text += each;
-    }
-    return text.append(backslashes, '\\') + '"';
-}
-
 }  // namespace agent

@@ -86,4 +86,8 @@ KestProgramResult KestRunProgram(const KestProgramRun& run) {
     return result;
 }
 
+std::string KestJoinArguments(const std::vector<std::string>& arguments) {
+    return platform::joinArguments(arguments);
+}
+
 }  // namespace KestSupport

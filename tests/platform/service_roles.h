@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "kit/service_fixture.h"
 #include "platform/process.h"
@@ -21,7 +22,11 @@ void report(std::uint32_t state, std::uint32_t accepted = 3, std::uint32_t exitC
 void onControl(std::uint32_t code) {
     std::ofstream("controls", std::ios::app) << code << " ";
     if (code == 200 || (code == kServiceControlStop && std::filesystem::remove("throw once"))) throw 1;
-    if (code == kServiceControlStop) report(kServiceStopped, 0, 7);
+    if (code == kServiceControlStop) {
+        report(kServiceStopped, 0, 7);
+        // The process must not end before the answer is sent.
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
     if (code == kServiceControlPause) report(kServicePaused);
     if (code == kServiceControlContinue) report(kServiceRunning);
 }

@@ -19,6 +19,8 @@ struct RunningService {
 
     OwnedHandle mainReturned;  // an event
 
+    std::mutex handling;  // held while the handler runs; taken before the other lock
+
     UninterruptedMutex lock;        // guards the rest; held while the manager receives a report
     ServiceStatus last;             // the last report; its state is 0 before the first
     bool isStopUnreported = false;  // a request has made it stop pending, and it has reported nothing since
@@ -71,6 +73,7 @@ DWORD WINAPI handleControl(DWORD code, DWORD, void*, void*) noexcept {
     RunningService& service = runningService();
     const auto handler = service.handler.load(std::memory_order_acquire);
     if (handler == nullptr) return NO_ERROR;
+    const std::lock_guard handling(service.handling);
     const std::uint32_t before = control == kServiceControlStop ? beginStop(service) : 0;
     try {
         handler(control);
@@ -122,6 +125,10 @@ ErrorCode runAsService(const std::string& name, ServiceManager::ServiceMain main
     if (service.mainReturned == nullptr) return errorNotEnoughMemory;
     SERVICE_TABLE_ENTRYW table[] = {{service.name.data(), &runMain}, {nullptr, nullptr}};
     if (!StartServiceCtrlDispatcherW(table)) return lastError();
+    // Windows runs the handler on this thread. Wine has another one for it and returns here once the service is
+    // stopped, so a process that ends now would end inside the handler, and the sender of the control would get error
+    // 109.
+    const std::lock_guard handled(service.handling);
     waitForOne(service.mainReturned.get(), kServiceMainPatience);
     return errorSuccess;
 }

@@ -4,7 +4,8 @@
 //     const KestProgramResult result = KestRunProgram({.arguments = {"tar", "-tf", file}, .timeout = 60'000});
 //     if (result.exitCode == 0) use(result.output);
 //
-// No shell is involved, so no argument needs quotes. KestExecuteProgram (utilities.h) takes a command line instead.
+// No shell is involved, but for batch files on Windows, so no argument needs quotes. KestExecuteProgram (utilities.h)
+// takes a command line instead.
 //
 // Threads: any thread may call KestJoinArguments, and KestRunProgram while no thread changes the environment.
 #pragma once
@@ -52,9 +53,12 @@ struct KestProgramResult {
 /// cut there. As with any file, a program that opens its output again with truncation ("> /dev/stdout" in a shell)
 /// removes what was written before.
 ///
+/// Windows runs a batch file (.bat, .cmd) by its shell. A path or an argument with one of "%!&|<>^ or a line end, which
+/// could run another program there, is refused. The shell's other rules apply: '=' separates two parameters.
+///
 /// Throws KestException "KestRunProgram: Could not start " and the program, with the platform's error number as the
-/// code: 2 if there is no such program, 87 for an empty list, a NUL in a text, or a variable without a name or with
-/// '=' in it, 193 for a file that is no program. Throws std::bad_alloc.
+/// code: 2 if there is no such program, 87 for an empty list, a NUL in a text, an argument that a batch file cannot
+/// get, or a variable without a name or with '=' in it, 193 for a file that is no program. Throws std::bad_alloc.
 KEST_SUPPORT_EXPORT KestProgramResult KestRunProgram(const KestProgramRun& run);
 
 /// Returns a command line that the system splits into exactly these arguments, quoted where this is necessary. It is

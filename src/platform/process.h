@@ -32,6 +32,10 @@ std::vector<std::string> splitArguments(std::string_view commandLine);
 /// Returns the argument, which contains no NUL, so that splitArguments returns it unchanged.
 std::string quoteArgument(std::string_view argument);
 
+/// Back end: returns whether the program gets the argument as it is. A batch file on Windows does not: its shell takes
+/// some characters for its own language, so an argument could run a second program.
+bool getsUnchanged(std::string_view program, std::string_view argument) noexcept;
+
 /// Returns a command line that splitArguments splits into these arguments.
 std::string joinArguments(const std::vector<std::string>& arguments);
 

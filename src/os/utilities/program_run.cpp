@@ -25,7 +25,10 @@ bool textHasNul(const std::string& text) {
 
 // The system would cut a text at a NUL and so run something else.
 bool isValid(const KestProgramRun& run) {
-    return !run.arguments.empty() && std::none_of(run.arguments.begin(), run.arguments.end(), textHasNul) &&
+    const auto isArgument = [&run](const std::string& text) {
+        return !textHasNul(text) && platform::getsUnchanged(run.arguments.front(), text);
+    };
+    return !run.arguments.empty() && std::all_of(run.arguments.begin(), run.arguments.end(), isArgument) &&
            !textHasNul(run.workingDirectory) &&
            std::all_of(run.environment.begin(), run.environment.end(), [](const auto& variable) {
                return !variable.first.empty() && !textHasNul(variable.first) && !textHasNul(variable.second) &&

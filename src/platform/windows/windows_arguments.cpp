@@ -1,6 +1,7 @@
 // Command lines by the rules that the system's programs follow: blanks and tabs separate, double quotes keep them, and
 // backslashes count as escapes only before a double quote.
 
+#include <cstring>
 #include <new>
 
 #include "platform/process.h"
@@ -32,6 +33,16 @@ std::string quoteArgument(std::string_view argument) {
         quoted += c;
     }
     return quoted.append(backslashes, '\\') + '"';
+}
+
+// The system calls a file with one of the endings through its shell. It ignores blanks and dots after the ending.
+bool getsUnchanged(std::string_view program, std::string_view argument) noexcept {
+    constexpr std::string_view kOfShell = "\"%!&|<>^\r\n";
+    constexpr std::size_t kEndingSize = 4;
+    const std::string_view name = program.substr(0, program.find_last_not_of(" .") + 1);
+    if (name.size() < kEndingSize || argument.find_first_of(kOfShell) == std::string_view::npos) return true;
+    const char* const ending = name.data() + name.size() - kEndingSize;
+    return _strnicmp(ending, ".bat", kEndingSize) != 0 && _strnicmp(ending, ".cmd", kEndingSize) != 0;
 }
 
 // The system tries the name with the ending of programs too.

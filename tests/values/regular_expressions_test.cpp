@@ -98,7 +98,7 @@ TYPED_TEST(RegularExpressions, CompilePatternsIntoTokens) {
     compile("empty set in pattern", {{"[", ""}, {"a[]b]", "la1 "}, {"[^]a]", ""}, {".[^", "a1 "}, {"[.[", "i1 a1 "}});
     compile("bad escape expression", {{"\\", ""}, {".\\", "a1 "}});
     compile("bad regular expression", {{"a\\", ""}, {"[\\", ""}});
-    compile("end of expression found in pattern", {{"a*[a-", "la* "}});
+    compile("end of expression found in pattern", {{"a*[a-", "la* "}, {"[-", ""}, {".[^-", "a1 "}});
     compile("invalid endpoint in range", {{"[b-a]", ""}, {"x[a-]", "lx1 "}});
 }
 

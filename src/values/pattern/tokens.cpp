@@ -112,7 +112,7 @@ class PatternParser {
                 ++m_next;
                 return true;
             }
-            if (isSet() && c == '-' && !m_token.ranges.empty()) {
+            if (isSet() && c == '-') {
                 if (!appendRange()) return false;
                 continue;
             }
@@ -147,9 +147,11 @@ class PatternParser {
         }
     }
 
-    // Appends the range from the last member, which is then a member twice, to the character after the '-'.
+    // Appends the range from the last member, which is then a member twice, to the character after the '-'. Without a
+    // member before it, the '-' is one.
     bool appendRange() {
         if (m_next + 1 == m_pattern.size()) return fail(kOpenRange);
+        if (m_token.ranges.empty()) return append(m_pattern[m_next++]);
         const Place first = m_token.ranges.back().last;
         const Place last = static_cast<Place>(placeOf(m_pattern[m_next + 1]));
         if (first > last) return fail(kBackwardRange);

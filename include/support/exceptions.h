@@ -119,6 +119,9 @@ class KEST_SUPPORT_EXPORT KestPropertyNotFound : public KestException {
     /// A wide name is narrowed and widened again, so characters that narrow text cannot represent become '?'.
     explicit KestPropertyNotFound(const wstring16& name);
     explicit KestPropertyNotFound(const wstring16_ci& name);
+    /// Literals, which convert to two of the string types. The name is not null.
+    explicit KestPropertyNotFound(const char* name) : KestPropertyNotFound(std::string(name)) {}
+    explicit KestPropertyNotFound(const unsigned short* name) : KestPropertyNotFound(wstring16(name)) {}
     KestPropertyNotFound(const KestPropertyNotFound& other);
     KestPropertyNotFound& operator=(const KestPropertyNotFound& other);
     ~KestPropertyNotFound() override;

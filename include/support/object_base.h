@@ -94,8 +94,7 @@ class KestSmartPointer {
   public:
     /// Null.
     KestSmartPointer() noexcept = default;
-    KestSmartPointer(std::nullptr_t) noexcept {}  // NOLINT(google-explicit-constructor)
-    /// Adds a reference, so a new object has the count 1.
+    /// Adds a reference, so a new object has the count 1. The target may be null: nullptr, NULL or 0.
     KestSmartPointer(T* target)  // NOLINT(google-explicit-constructor)
         : m_pTarget(receive(target)) {
         hold(m_pTarget);
@@ -159,7 +158,6 @@ class KestSmartPointer {
         return a.m_pTarget == b.m_pTarget;
     }
     friend bool operator==(const KestSmartPointer& a, const T* b) noexcept { return a.m_pTarget == b; }
-    friend bool operator==(const KestSmartPointer& a, std::nullptr_t) noexcept { return a.m_pTarget == nullptr; }
     friend std::strong_ordering operator<=>(const KestSmartPointer& a, const KestSmartPointer& b) noexcept {
         return std::compare_three_way()(a.m_pTarget, b.m_pTarget);
     }

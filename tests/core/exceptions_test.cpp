@@ -83,9 +83,11 @@ TEST(Exceptions, ShowSubclassByPrefix) {
     expectCaught(KestKeyDataNotSupportedException(text), "KestKeyDataNotSupportedException - ABC");
     expectCaught(KestMissingMessageException(text), "KestMissingMessageException - Missing ABC");
     expectCaught(KestPropertyNotFound(), "");
-    expectCaught(KestPropertyNotFound(string_ci("ABC")), "Property not found: ABC");
-    expectCaught(KestPropertyNotFound(wide(text)), "Property not found: ABC");
-    expectCaught(KestPropertyNotFound(wstring16_ci{'A', 'B', 'C'}), "Property not found: ABC");
+    const KestPropertyNotFound byName[] = {KestPropertyNotFound("ABC"), KestPropertyNotFound(string_ci("ABC")),
+                                           KestPropertyNotFound(wide(text)), KestPropertyNotFound(wide(text).c_str()),
+                                           KestPropertyNotFound(wstring16_ci{'A', 'B', 'C'})};
+    for (const KestPropertyNotFound& exception : byName)
+        expectCaught(exception, "Property not found: ABC");
 }
 
 TEST(Exceptions, ConvertNarrowText) {

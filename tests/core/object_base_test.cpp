@@ -37,7 +37,7 @@ TEST(SmartPointer, MovesReferencesBetweenTargets) {
     first = nullptr;
     EXPECT_TRUE(first.isNull());
     EXPECT_FALSE(first);
-    EXPECT_EQ(first, nullptr);
+    EXPECT_TRUE(first == nullptr && first == NULL && first == KestSmartPointer<Witness>(NULL));
     EXPECT_NE(first, second);
     KestSmartPointer<Witness> third(std::move(second));
     EXPECT_EQ(second, nullptr);

@@ -20,7 +20,6 @@
 #include <support/export.h>
 #include <support/strings.h>
 
-#include <atomic>
 #include <cstdint>
 #include <ctime>
 #ifdef __GLIBCXX__
@@ -42,7 +41,8 @@ class KEST_SUPPORT_EXPORT KestDateTime {
 
     /// The number of stamps taken in this process. Each default construction and each successful change by operator= or
     /// set takes the next number as the value's stamp, which only hash() shows.
-    static std::atomic<unsigned int> m_objectCounter;
+    /// The library counts in atomic steps; read it in a std::atomic_ref while another thread takes stamps.
+    static unsigned int m_objectCounter;
 
     /// "Jan" to "Dec", as date texts spell them.
     static const char* const abbrevMonthNames[12];

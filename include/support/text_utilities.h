@@ -78,6 +78,11 @@ void KestTokenizer(const char (&s)[N], const std::string& delims, std::vector<st
 KEST_SUPPORT_EXPORT void KestTokenizer(char* s, std::vector<std::string>& out);
 /// The same for a list of one item: the text up to its first NUL. If that is empty, there is no item.
 KEST_SUPPORT_EXPORT void KestTokenizer(const std::string& s, std::vector<std::string>& out);
+/// The same for a literal, which GCC would otherwise take for a list that continues after it.
+template <std::size_t N>
+void KestTokenizer(const char (&s)[N], std::vector<std::string>& out) {
+    KestTokenizer(std::string(s), out);
+}
 
 /// Replaces `out` with the tokens between runs of spaces, up to the first NUL. Tabs are no delimiters. Spaces between
 /// double quotes belong to the token; the quotes may be anywhere in it, and are removed. A quote without its partner

@@ -56,6 +56,8 @@ TEST(TextUtilities, SplitAtDelimitersOrNuls) {
     EXPECT_EQ(out, (Texts{"a", "bc"}));
     KestTokenizer("a,b", ",", out);
     EXPECT_EQ(out, (Texts{"a", "b"}));
+    KestTokenizer("a b\0c", out);
+    EXPECT_EQ(out, Texts{"a b"});
     KestTokenizer(static_cast<char*>(nullptr), ",", out);
     EXPECT_EQ(out, Texts());
     KestTokenizer(static_cast<char*>(nullptr), out = {"old"});

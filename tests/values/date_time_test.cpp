@@ -389,7 +389,7 @@ TEST(DateTime, WritesTextsOfItsLocale) {
 TEST(DateTime, SharesZoneDataBetweenThreads) {
     const TimeZoneGuard guard(kSummer);
     constexpr unsigned int kChanges = 4000;
-    const unsigned int before = D::m_objectCounter;
+    const auto before = D::m_objectCounter;
     const auto change = [] {
         D date;
         for (unsigned int i = 0; i < kChanges; ++i) {

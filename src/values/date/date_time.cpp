@@ -2,6 +2,7 @@
 #include <support/exceptions.h>
 #include <support/locales.h>
 
+#include <atomic>
 #include <limits>
 #include <new>
 #include <optional>
@@ -35,7 +36,7 @@ std::tm standardTime(unsigned int day, unsigned int month, unsigned int year, un
 
 }  // namespace
 
-constinit std::atomic<unsigned int> KestDateTime::m_objectCounter{0};
+constinit unsigned int KestDateTime::m_objectCounter = 0;
 
 const char* const KestDateTime::abbrevMonthNames[12] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                                         "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
@@ -340,7 +341,7 @@ int KestDateTime::getMonthForRFCName(std::string_view name) {
 }
 
 void KestDateTime::adjustInstanceId(unsigned int stamps) {
-    m_instanceId = m_objectCounter.fetch_add(stamps, std::memory_order_relaxed) + stamps;
+    m_instanceId = std::atomic_ref(m_objectCounter).fetch_add(stamps, std::memory_order_relaxed) + stamps;
 }
 
 void KestDateTime::store(const std::tm& fields) {

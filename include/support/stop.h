@@ -15,6 +15,10 @@
 //
 // The operations with std::stop_token exist where the standard library has it (__cpp_lib_jthread). A thread that is
 // killed while it uses a token may leave the token locked; the other operations are not affected by a kill.
+//
+// Windows: the C++ runtime of GCC 12 loses wake-ups. A std::stop_callback whose destructor waits for its callback may
+// wait without end, also inside a wait of std::condition_variable_any that takes a token. Wait for the event, or poll
+// the token.
 #pragma once
 
 #include <version>

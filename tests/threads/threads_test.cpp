@@ -337,5 +337,32 @@ TEST(StopEvent, FollowsAndGivesTokens) {
     EXPECT_THROW(KestStopEvent(), std::bad_alloc);
 }
 
+TEST(StopEvent, IsDestroyedWhileItsTokenIsStopped) {
+    struct Holder : KestDependent {
+        kit::Gate entered, left;
+        void handleNotification(KestCollaborator&, const KestNotification&) override {
+            entered.open();
+            left.pass();
+        }
+    } holder;
+    for (int round = 0; round < 300; ++round) {
+        std::stop_source source;
+        auto follows = std::make_unique<KestStopEvent>(source.get_token());
+        if (round == 0) follows->addDependent(holder);
+        kit::Gate isDestroyed;
+        const std::jthread stopper([&] { source.request_stop(); });
+        if (round == 0) holder.entered.pass();
+        while (round % 3 == 1 && !follows->isRequested())
+            std::this_thread::yield();
+        const std::jthread destroyer([&] {
+            follows.reset();
+            isDestroyed.open();
+        });
+        if (round > 0) continue;
+        EXPECT_FALSE(isDestroyed.passWithin(std::chrono::milliseconds(20)));
+        holder.left.open();
+    }
+}
+
 }  // namespace
 }  // namespace KestSupport

@@ -9,7 +9,8 @@
 //   KestGetOSErrorMessage                                                the text of a platform error number
 //
 // Paths are bytes in the encoding of the system. Both '\' and '/' separate the names in a given path. Returned texts
-// show a path as it was given, with '/' before each added name.
+// show a path as it was given. Before a name that it adds, KestFindFile puts '/', and KestRemoveDirectory the separator
+// of the system.
 //
 // Threads: any thread may call the functions while no thread changes the environment. A KestFindFile and its copies are
 // for one thread at a time.
@@ -36,7 +37,7 @@ KEST_SUPPORT_EXPORT bool KestCreateDirectory(const std::string& path);
 /// as its code, or 0 when the contents were processed before; or "KestRemoveDirectory: Could not remove the file " and
 /// the path, with the code 0. Files that were removed before the failure stay removed. A folder that is not empty and
 /// cannot be read stays. For `path` itself this is logged at level 1 and not a failure; for a subfolder the removal of
-/// its parent fails.
+/// its parent fails. Windows refuses to remove a read-only file, and a file that a program has open.
 KEST_SUPPORT_EXPORT void KestRemoveDirectory(const std::string& path, bool recursive);
 
 /// The same with a result: returns false and sets text and code where KestRemoveDirectory throws for `path` itself or a
@@ -51,6 +52,7 @@ KEST_SUPPORT_EXPORT bool KestRemoveDirectoryImpl(const std::string& path, bool r
 /// With `wait`, blocks until the program has ended and stores its exit code at `exitCode`. For a program that a signal
 /// ended, this is minus the signal's number; it is std::numeric_limits<int>::min() when the system does not report it,
 /// because this process ignores SIGCHLD or another part of it waits for any child. Without `wait` the exit code is 0.
+/// On Windows a program of the console shows no window, unless the log level is above 5.
 ///
 /// Stores the handle of the process at `process`; the caller closes it. It is null when the system gives none, and then
 /// the caller need not wait for the program. On Linux it is the number of a process descriptor, for poll, waitid and
@@ -63,7 +65,7 @@ KEST_SUPPORT_EXPORT bool KestExecuteProgram(const std::string& commandLine, bool
 
 /// The same, with handles for the program's standard input and output: on Linux the number of a descriptor, as a
 /// pointer. All ones means the standard handle of this process. The caller still owns the handles. Read the program's
-/// pipe while you wait, or both block once it is full.
+/// pipe while you wait, or both block once it is full. On Windows null means that the program has no such handle.
 KEST_SUPPORT_EXPORT bool KestExecuteProgramEx(const std::string& commandLine, void* standardInput, void* standardOutput,
                                               bool wait, void** process, int* exitCode);
 

@@ -12,6 +12,9 @@
 
 namespace KestSupport::platform {
 
+/// Back end: stands between the names in the texts about removed folders.
+extern const char kNameSeparator;
+
 /// Creates one folder. ENOENT if its parent does not exist.
 int makeDirectory(const std::string& path);
 
@@ -71,7 +74,7 @@ class TreeWalk {
     /// disappeared, which ends the walk.
     bool ascend();
 
-    /// Removes an entry of the current folder.
+    /// Removes an entry of the current folder. Where the system protects read-only files, they stay (EACCES).
     int removeFile(const char* name) noexcept;
     int removeFolder(const char* name) noexcept;
 

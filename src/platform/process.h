@@ -47,7 +47,8 @@ std::string quoteProgram(const std::string& commandLine);
 /// Back end: returns whether the path is absolute and leads to a file that a command line can name as its program.
 bool isProgramFile(const std::string& path);
 
-/// Values for a child's standard handle. Another value is a handle of this process, on POSIX a descriptor.
+/// Values for a child's standard handle. Another value is a handle of this process, on POSIX a descriptor; on Windows 0
+/// is none.
 inline constexpr std::intptr_t kInheritHandle = -1;  ///< the handle of this process
 inline constexpr std::intptr_t kNullDevice = -2;     ///< input is empty, output is discarded
 
@@ -59,8 +60,8 @@ struct ProcessRequest {
     std::vector<std::pair<std::string, std::string>> environment;
     /// Standard input, output and error. The caller still owns the handles.
     std::array<std::intptr_t, 3> standardHandles{kInheritHandle, kInheritHandle, kInheritHandle};
-    /// The program has no console and may outlive this process. The system needs no wait for its end, and its exit code
-    /// is not reported.
+    /// The program may outlive this process; with a POSIX back end it has no terminal. The system needs no wait for its
+    /// end, and its exit code is not reported.
     bool detached = false;
     /// The caller will call duplicateHandle instead of wait. Without a handle the caller could not wait for the
     /// program. So on a system that has none, the program is started as a detached one.
@@ -68,6 +69,8 @@ struct ProcessRequest {
     /// The program, which is not detached, and the programs that it starts are a group that endGroup ends. A program
     /// can leave the group.
     bool ownGroup = false;
+    /// On a system where a program of the console would show a window of its own, it shows none.
+    bool noWindow = false;
     /// A detached program starts with the file mode mask 022, the default effect of each signal, and, if this process
     /// may set it, the usual priority, instead of those of this process.
     bool usualSurroundings = false;

@@ -5,6 +5,7 @@
 #include "kit/failing_calls.h"
 #include "kit/failure_of.h"
 #include "kit/log_capture.h"
+#include "platform/files.h"
 #include "support/utilities.h"
 
 namespace {
@@ -18,6 +19,7 @@ std::string removalFailure(const std::string& path, bool recursive = true) {
 }
 
 const std::string kNoDirectory = "KestRemoveDirectory: Could not remove the directory ";
+const std::string kSeparator(1, platform::kNameSeparator);
 const std::string kNoFile = "KestRemoveDirectory: Could not remove the file ";
 
 TEST(CreateDirectory, CreatesMissingParents) {
@@ -49,8 +51,8 @@ TEST(RemoveDirectory, RemovesWholeTrees) {
     const std::string tree = folder.pathOf("tree");
     const std::string none = folder.pathOf("none");
     fs::create_directories(tree + "/a/b/c");
-    for (const char* name : {"tree/.dot", "tree/a/b/c/read-only", "tree/a/b/d"})
-        fs::permissions(folder.write(name, "x"), fs::perms::owner_read);
+    for (const char* name : {"tree/.dot", "tree/a/b/c/e", "tree/a/b/d"})
+        folder.write(name, "x");
     EXPECT_EQ(removalFailure(tree, false), kNoDirectory + tree + ": " + std::to_string(ENOTEMPTY));
     EXPECT_EQ(removalFailure(tree), "no failure");
     EXPECT_FALSE(fs::exists(tree));
@@ -63,15 +65,15 @@ TEST(RemoveDirectory, RemovesWholeTrees) {
 TEST(RemoveDirectory, KeepsDotFolders) {
     const kit::TemporaryFolder folder;
     const std::string tree = folder.pathOf("tree");
-    const std::string below = tree + "/a";
+    const std::string below = tree + kSeparator + "a";
     fs::create_directories(below + "/.kept/b");
     folder.write("tree/a/file", "");
     {
         const kit::LogCapture log;
         EXPECT_EQ(removalFailure(tree), kNoDirectory + below);
         const std::string removing = "KestRemoveDirectory: Remove directoryImpl ";
-        EXPECT_EQ(log.messages(),
-                  (Texts{removing + tree, removing + below, "KestRemoveDirectory: Delete file " + below + "/file"}));
+        EXPECT_EQ(log.messages(), (Texts{removing + tree, removing + below,
+                                         "KestRemoveDirectory: Delete file " + below + kSeparator + "file"}));
     }
     std::string text = "before";
     int code = 77;
@@ -83,11 +85,11 @@ TEST(RemoveDirectory, KeepsDotFolders) {
 
 TEST(RemoveDirectory, ReportsFailedSystemCalls) {
     const kit::TemporaryFolder folder;
-    const std::string tree = folder.pathOf("tree"), below = tree + "/d";
+    const std::string tree = folder.pathOf("tree"), below = tree + kSeparator + "d";
     const std::tuple<const char*, int, std::string> rows[] = {{"removeDirectory", 1, kNoDirectory + tree + ": 5"},
                                                               {"openDirectory", 2, kNoDirectory + tree},
                                                               {"removeEntry", 1, kNoDirectory + below + ": 5"},
-                                                              {"removeEntry", 2, kNoFile + below + "/file"},
+                                                              {"removeEntry", 2, kNoFile + below + kSeparator + "file"},
                                                               {"openDirectory", 1, "no failure"}};
     const kit::LogCapture log(1);
     for (const auto& [step, first, failure] : rows) {

@@ -57,6 +57,8 @@ TEST(ExecuteProgram, StartsAndWaits) {
     EXPECT_NE(process, nullptr);
     EXPECT_EQ(exitCode, 0);
     kit::closeHandle(process);
+    EXPECT_TRUE(KestExecuteProgramEx(program + " 9", nullptr, nullptr, true, nullptr, &exitCode));
+    EXPECT_EQ(exitCode, 9);
     EXPECT_FALSE(KestExecuteProgram("kest-no-such-program", false, &process, &exitCode));
     EXPECT_EQ(exitCode, -1);
     EXPECT_EQ(log.messages().back(), "KestExecuteProgram: Failed to start process. Error code :2");
@@ -186,7 +188,8 @@ TEST(GetEnvironmentVariable, ReadsTheRegistry) {
 }
 
 TEST(OSErrorMessage, IsTheTextOrTheNumber) {
-    const std::pair<int, std::string> rows[] = {{5, kit::systemText(5, EACCES)},
+    const std::pair<int, std::string> rows[] = {{0, kit::systemText(0, 0)},
+                                                {5, kit::systemText(5, EACCES)},
                                                 {1060, platform::errorMessage(1060)},
                                                 {123456, "Unrecognized error code: 123456 (0x0001e240)"},
                                                 {-1, "Unrecognized error code: -1 (0xffffffff)"}};

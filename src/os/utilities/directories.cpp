@@ -13,6 +13,8 @@ namespace {
 constexpr internal::LogLevel kLogTrace = internal::LogLevel::trace;
 constexpr internal::LogLevel kLogUnreadable = internal::LogLevel::failure;
 constexpr std::string_view kSeparators = "\\/";
+using platform::kNameSeparator;
+
 constexpr char kNoDirectory[] = "KestRemoveDirectory: Could not remove the directory ";
 constexpr char kNoFile[] = "KestRemoveDirectory: Could not remove the file ";
 
@@ -56,10 +58,11 @@ class TreeRemoval {
                 continue;
             }
             if (internal::isLogged(kLogTrace)) {
-                internal::logRecord(kLogTrace, "KestRemoveDirectory: Delete file ", m_path + '/' + entry.name);
+                internal::logRecord(kLogTrace, "KestRemoveDirectory: Delete file ",
+                                    m_path + kNameSeparator + entry.name);
             }
             if (m_walk.removeFile(entry.name) == 0) continue;
-            errorText = kNoFile + m_path + '/' + entry.name;
+            errorText = kNoFile + m_path + kNameSeparator + entry.name;
             return false;
         }
         return true;
@@ -67,7 +70,7 @@ class TreeRemoval {
 
     void removeSubfolder(const std::string& name) {
         const std::size_t pathLength = m_path.size();
-        m_path.append(1, '/').append(name);
+        m_path.append(1, kNameSeparator).append(name);
         internal::logRecord(kLogTrace, "KestRemoveDirectory: Remove directoryImpl ", m_path);
         const int error = m_walk.removeFolder(name.c_str());
         if (error != 0 && error != ENOTEMPTY) throw KestException(kNoDirectory + m_path, error);

@@ -1,5 +1,6 @@
 #include <cstdint>
 
+#include "platform/files.h"
 #include "platform/process.h"
 #include "platform/wait.h"
 #include "support/utilities.h"
@@ -11,7 +12,7 @@ namespace {
 constexpr internal::LogLevel kProcessTrace = internal::LogLevel::trace;
 constexpr internal::LogLevel kLogRun = internal::LogLevel::operation;
 constexpr internal::LogLevel kLogFailure = internal::LogLevel::failure;
-constexpr std::uint32_t kNoWindow = 0x08000000;
+constexpr std::uint32_t kNoWindow = 0x08000000;  // the flag of the record
 
 void* handleOf(std::intptr_t number) noexcept {
     return reinterpret_cast<void*>(number);  // NOLINT(performance-no-int-to-ptr): callers hold handles as pointers
@@ -26,7 +27,10 @@ bool openInstead(const std::string& commandLine, platform::ErrorCode error, int*
     store(exitCode, -1);
     internal::logRecord(kLogFailure, "KestExecuteProgram: Failed to start process. Error code :", error);
     if (error != platform::errorBadExecutable) return false;
-    const platform::ErrorCode refusal = platform::openDocument(platform::splitArguments(commandLine).front());
+    // Windows also finds a file whose path contains blanks without quotes.
+    const bool isWhole = platform::pathExists(commandLine);
+    const platform::ErrorCode refusal =
+        platform::openDocument(isWhole ? commandLine : platform::splitArguments(commandLine).front());
     // The record shows results as ShellExecute returns them: a number above 32 is a success.
     constexpr platform::ErrorCode kOpened = 42;
     internal::logRecord(kLogFailure, "KestExecuteProgram: Process started using ", "ShellExecute. ",
@@ -53,6 +57,7 @@ bool KestExecuteProgramEx(const std::string& commandLine, void* standardInput, v
 
     platform::ProcessRequest request;
     request.commandLine = commandLine;
+    request.noWindow = flags != 0;
     request.standardHandles = {reinterpret_cast<std::intptr_t>(standardInput),
                                reinterpret_cast<std::intptr_t>(standardOutput), platform::kInheritHandle};
     request.detached = !wait && process == nullptr;

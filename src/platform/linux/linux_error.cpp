@@ -59,7 +59,7 @@ std::span<const ErrorNumber> systemErrorNumbers() noexcept {
 }
 
 std::string errorMessage(ErrorCode code) {
-    if (const int errnoValue = errnoFromError(code); errnoValue != 0)
+    if (const int errnoValue = errnoFromError(code); errnoValue != 0 || code == errorSuccess)
         return std::generic_category().message(errnoValue);
     const auto* const row = std::find_if(std::begin(kErrorTexts), std::end(kErrorTexts),
                                          [&](const ErrorText& each) { return each.code == code; });

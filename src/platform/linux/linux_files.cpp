@@ -114,6 +114,8 @@ bool matches(std::string_view pattern, std::string_view name) noexcept {
 
 }  // namespace
 
+const char kNameSeparator = '/';
+
 int makeDirectory(const std::string& path) {
     const std::string name = systemPath(path);
     return resultOf(systemCall("makeDirectory", [&] { return ::mkdir(name.c_str(), kAllPermissions); }));

@@ -19,7 +19,6 @@ std::span<const ErrorNumber> systemErrorNumbers() noexcept {
 }
 
 std::string errorMessage(ErrorCode code) {
-    if (code == errorSuccess) return {};
     constexpr DWORD flags = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
     wchar_t* text = nullptr;
     const DWORD length = FormatMessageW(flags, nullptr, code, 0, reinterpret_cast<wchar_t*>(&text), 0, nullptr);

@@ -66,25 +66,9 @@ bool isLink(const std::wstring& path) noexcept {
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
 }
 
-// A read-only file or folder is removed too, as on systems where the folder's permission decides.
-template <typename Remove>
-int removeEntry(const char* step, const std::wstring& path, const Remove& remove) noexcept {
-    return errnoCall(step, [&] {
-        if (remove(path.c_str())) return true;
-        const DWORD error = GetLastError();
-        const DWORD attributes = GetFileAttributesW(path.c_str());
-        const bool isReadOnly = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0;
-        if (error == ERROR_ACCESS_DENIED && isReadOnly &&
-            SetFileAttributesW(path.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY))) {
-            if (remove(path.c_str())) return true;
-            SetFileAttributesW(path.c_str(), attributes);
-        }
-        SetLastError(error);
-        return false;
-    });
-}
-
 }  // namespace
+
+const char kNameSeparator = '\\';
 
 int makeDirectory(const std::string& path) {
     const std::wstring name = systemPath(path);
@@ -94,7 +78,7 @@ int makeDirectory(const std::string& path) {
 int removeDirectory(const std::string& path) {
     const std::wstring name = systemPath(path);
     if (isLink(name)) return ENOTDIR;
-    return removeEntry("removeDirectory", name, [](const wchar_t* p) { return RemoveDirectoryW(p); });
+    return errnoCall("removeDirectory", [&] { return RemoveDirectoryW(name.c_str()) != 0; });
 }
 
 // Links are followed, which the query of attributes does not do.
@@ -213,18 +197,19 @@ bool TreeWalk::ascend() {
 
 // A link to a folder counts as a file, but only the call for folders removes it.
 int TreeWalk::removeFile(const char* name) noexcept try {
-    return removeEntry("removeEntry", m_state->pathOf(name), [](const wchar_t* path) {
-        const DWORD attributes = GetFileAttributesW(path);
+    const std::wstring path = m_state->pathOf(name);
+    return errnoCall("removeEntry", [&] {
+        const DWORD attributes = GetFileAttributesW(path.c_str());
         const bool isFolder = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-        return isFolder ? RemoveDirectoryW(path) : DeleteFileW(path);
+        return (isFolder ? RemoveDirectoryW(path.c_str()) : DeleteFileW(path.c_str())) != 0;
     });
 } catch (const std::bad_alloc&) {
     return ENOMEM;
 }
 
 int TreeWalk::removeFolder(const char* name) noexcept try {
-    return removeEntry("removeEntry", m_state->pathOf(name),
-                       [](const wchar_t* path) { return RemoveDirectoryW(path); });
+    const std::wstring path = m_state->pathOf(name);
+    return errnoCall("removeEntry", [&] { return RemoveDirectoryW(path.c_str()) != 0; });
 } catch (const std::bad_alloc&) {
     return ENOMEM;
 }

@@ -46,7 +46,7 @@ class StandardHandles {
         }
         const HANDLE source = asked == kInheritHandle ? GetStdHandle(kStandardHandles[index]) : systemHandle(asked);
         // A program of the desktop has none to pass on.
-        if (asked == kInheritHandle && (source == nullptr || source == INVALID_HANDLE_VALUE)) return errorSuccess;
+        if (source == nullptr || source == INVALID_HANDLE_VALUE) return errorSuccess;
         return errorCall("passHandle", [&] {
             m_handles[index] = duplicateOf(source, true);
             return m_handles[index].isOpen();
@@ -147,7 +147,8 @@ ErrorCode Process::start(const ProcessRequest& request) {
 
     STARTUPINFOEXW startup{};
     startup.StartupInfo.cb = sizeof startup;
-    startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
+    startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES | STARTF_USESHOWWINDOW;
+    startup.StartupInfo.wShowWindow = SW_SHOWNORMAL;
     startup.StartupInfo.hStdInput = handles[0];
     startup.StartupInfo.hStdOutput = handles[1];
     startup.StartupInfo.hStdError = handles[2];
@@ -157,7 +158,7 @@ ErrorCode Process::start(const ProcessRequest& request) {
     std::wstring environment = environmentBlock(request);
     const std::wstring folder = wideText(request.workingDirectory);
     DWORD flags = EXTENDED_STARTUPINFO_PRESENT | CREATE_UNICODE_ENVIRONMENT;
-    if (request.detached) flags |= DETACHED_PROCESS | CREATE_NEW_PROCESS_GROUP;
+    if (request.noWindow) flags |= CREATE_NO_WINDOW;
     // The group is a job. A program that runs before it is in the job could start others outside it.
     SystemHandle job(request.ownGroup ? CreateJobObjectW(nullptr, nullptr) : nullptr);
     if (request.ownGroup && !job.isOpen()) return lastError();

@@ -1,6 +1,10 @@
-// Paths and names of the system's own form: long ones, those of shares, and those that the ANSI code page lacks.
+// Paths and names of the system's own form: long ones, those of shares, and those that the ANSI code page lacks. How
+// programs and documents are shown.
 #include <filesystem>
 
+#include "kit/child_process.h"
+#include "kit/failure_of.h"
+#include "kit/log_capture.h"
 #include "kit/temporary_folder.h"
 #include "platform/windows/windows_api.h"
 #include "support/utilities.h"
@@ -38,6 +42,35 @@ TEST(TreeWalk, RemovesNamesThatTheCodePageLacks) {
     }
     KestRemoveDirectory(tree.string(), true);
     EXPECT_FALSE(fs::exists(tree));
+    const fs::path kept = folder.write("read-only", "");
+    fs::permissions(kept, fs::perms::owner_read);
+    EXPECT_EQ(kit::failureOf([&] { KestRemoveDirectory(folder.path(), true); }),
+              "KestRemoveDirectory: Could not remove the file " + folder.path() + "\\read-only");
+    fs::permissions(kept, fs::perms::owner_all);
+}
+
+// Whether it is told how to show a window, and has a console of its own.
+const kit::ChildRole g_shown("shown", [](const std::vector<std::string>&) {
+    STARTUPINFOW startup;
+    GetStartupInfoW(&startup);
+    DWORD process = 0;
+    return static_cast<int>(startup.dwFlags) + startup.wShowWindow +
+           (GetConsoleProcessList(&process, 1) == 1 ? 1000 : 0);
+});
+
+TEST(ExecuteProgram, ShowsWindowsAndOpensDocuments) {
+    const kit::TemporaryFolder folder;
+    const std::string document = folder.write("a document.kest", "");
+    for (const auto& [level, expected] : {std::pair{5, 0x101 + 1 + 1000}, {6, 0x101 + 1}}) {
+        const kit::LogCapture log(level);
+        int shown = 0;
+        EXPECT_TRUE(KestExecuteProgram(kit::ChildProcess::commandOfRole("shown"), true, nullptr, &shown));
+        EXPECT_EQ(shown, expected) << level;
+    }
+    const kit::LogCapture log(1);
+    for (const std::string& command : {document, '"' + document + '"'})
+        EXPECT_TRUE(KestExecuteProgram(command, true, nullptr, nullptr));
+    EXPECT_EQ(log.messages().at(1), log.messages().at(3)) << "quotes are not necessary";
 }
 
 }  // namespace

@@ -272,29 +272,4 @@ TEST(Wait, LetsReleasedThreadCloseObject) {
     }
 }
 
-// The system does not report the end of these threads. They are more than the C library keeps stacks of, so a later
-// thread has the record of an ended one.
-TEST(Wait, ForgetsThreadsWithoutReportOfTheirEnd) {
-    const auto turn = mutex();
-    const auto takeAndRelease = [&] {
-        waitForOne(turn.get(), kInfinite);
-        releaseMutex(turn.get());
-    };
-    {
-        const kit::FailingCalls failing("attachThread");
-        kit::Gate end;  // opens when all threads exist
-        std::vector<std::jthread> threads;
-        for (int i = 0; i < 40; ++i) {
-            threads.emplace_back([&] {
-                takeAndRelease();
-                end.pass();
-            });
-        }
-        end.open();
-    }
-    for (int i = 0; i < 300; ++i)
-        std::thread(takeAndRelease).join();
-    EXPECT_EQ(mutexLevels(turn.get()), 0U);
-}
-
 }  // namespace

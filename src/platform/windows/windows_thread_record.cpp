@@ -30,8 +30,11 @@ class Records : ProcessMemory {
     /// Returns false when the system has no slot for it.
     bool setCurrent(ThreadRecord& record) noexcept {
         if (m_slot.load(std::memory_order_acquire) == TLS_OUT_OF_INDEXES && !makeSlots()) return false;
-        FlsSetValue(m_endSlot.load(std::memory_order_acquire), &record);
-        return TlsSetValue(m_slot.load(std::memory_order_acquire), &record);
+        if (!TlsSetValue(m_slot.load(std::memory_order_acquire), &record)) return false;
+        const bool isReported =
+            injectedFault("reportThreadEnd") == 0 && FlsSetValue(m_endSlot.load(std::memory_order_acquire), &record);
+        record.endIsReported.store(isReported, std::memory_order_relaxed);
+        return true;
     }
 
   private:
@@ -97,8 +100,9 @@ void unlockRecords() noexcept {
 }
 
 bool hasEnded(const ThreadRecord& record) noexcept {
-    return record.leaving.load(std::memory_order_acquire) &&
-           WaitForSingleObject(record.thread.get(), 0) == WAIT_OBJECT_0;
+    const bool mayHaveEnded =
+        record.leaving.load(std::memory_order_acquire) || !record.endIsReported.load(std::memory_order_relaxed);
+    return mayHaveEnded && WaitForSingleObject(record.thread.get(), 0) == WAIT_OBJECT_0;
 }
 
 // Takes the records of ended threads out of the list and returns them as a list.

@@ -28,7 +28,8 @@ struct ThreadRecord {
     SystemHandle thread;
     std::atomic<std::uint32_t> depth{0};
     std::atomic<std::uint32_t> waiting{0};
-    std::atomic<bool> leaving{false};  ///< it ends soon, or has ended
+    std::atomic<bool> leaving{false};        ///< it ends soon, or has ended
+    std::atomic<bool> endIsReported{false};  ///< the system sets leaving at the latest when the thread ends
     // Of a thread that createThread made.
     ThreadEntry entry = nullptr;
     void* argument = nullptr;

@@ -1,0 +1,23 @@
+// The records that the back end keeps about threads.
+#include "platform/windows/windows_thread_record.h"
+
+#include "kit/failing_calls.h"
+
+using namespace KestSupport::platform;
+
+TEST(ThreadRecord, IsForgottenWithoutReportOfItsThreadsEnd) {
+    currentRecord();  // each new record removes those of ended threads
+    const auto useLibrary = [] { std::thread(&currentRecord).join(); };
+    for (const char* const step : {"reportThreadEnd", "attachThread"}) {
+        const kit::FailingCalls failing(step);
+        for (int i = 0; i < 3; ++i)
+            useLibrary();
+    }
+    useLibrary();
+    int ended = 0;
+    RecordGuard().find([&](const ThreadRecord& each) {
+        ended += WaitForSingleObject(each.thread.get(), 0) == WAIT_OBJECT_0 ? 1 : 0;
+        return false;
+    });
+    EXPECT_EQ(ended, 1) << "more than the latest thread's";
+}

@@ -72,8 +72,8 @@ std::size_t writeAfter(std::FILE* stream, std::string_view text) noexcept;
 /// Back end: returns whether the stream may have buffered text. Does not lock it if the system tells without that.
 bool mayHaveBufferedText(std::FILE* stream) noexcept;
 
-/// Back end: writes the text to the stream's file, without the stream. Returns how many characters the system took, or
-/// nothing for a stream without a file, such as one in memory.
+/// Back end: writes the text to the stream's file, without the stream but in its mode. Returns how many characters the
+/// system took, or nothing for a stream without a file, such as one in memory.
 std::optional<std::size_t> writeToFileOf(std::FILE* stream, std::string_view text) noexcept;
 
 }  // namespace KestSupport::platform

@@ -1,11 +1,13 @@
 #include "platform/record_file.h"
 
+#include <fcntl.h>
 #include <io.h>
 
 #include <algorithm>
 #include <array>
 #include <new>
 
+#include "platform/uninterrupted.h"
 #include "platform/windows/windows_api.h"
 #include "platform/windows/windows_thread_record.h"
 
@@ -51,21 +53,32 @@ bool writeBytes(Write write, HANDLE file, const char* bytes, std::size_t size) n
     return true;
 }
 
-// Writes a line feed as the system's line end. A record that fits into the block is one write.
-std::size_t writeAsText(Write write, HANDLE file, std::string_view text) noexcept {
+// In text mode a line feed becomes the system's line end. A record that fits into the block is one write.
+std::size_t writeInMode(int mode, Write write, HANDLE file, std::string_view text) noexcept {
     std::array<char, 65536> block;
     std::size_t done = 0;
     while (done < text.size()) {
         std::size_t used = 0;
         std::size_t next = done;
         for (; next < text.size() && used + 2 <= block.size(); ++next) {
-            if (text[next] == '\n') block[used++] = '\r';
+            if (text[next] == '\n' && mode != _O_BINARY) block[used++] = '\r';
             block[used++] = text[next];
         }
         if (!writeBytes(write, file, block.data(), used)) break;
         done = next;
     }
     return done;
+}
+
+// Returns the mode that the program has chosen for the stream. The runtime only tells the former mode when another one
+// is set. For a stream in text mode, that changes nothing. For another one, the lock keeps other threads from writing.
+int modeOf(std::FILE* stream, int descriptor) noexcept {
+    const Uninterrupted whole;
+    _lock_file(stream);
+    const int mode = _setmode(descriptor, _O_TEXT);
+    if (mode != _O_TEXT && mode != -1) _setmode(descriptor, mode);
+    _unlock_file(stream);
+    return mode;
 }
 
 }  // namespace
@@ -118,7 +131,7 @@ bool RecordFile::hasName(const char* name) const noexcept try {
 }
 
 std::size_t RecordFile::write(std::string_view text) noexcept {
-    return writeAsText(&writeFile, systemHandle(m_handle), text);
+    return writeInMode(_O_TEXT, &writeFile, systemHandle(m_handle), text);
 }
 
 std::size_t sizeInFile(std::string_view text) noexcept {
@@ -143,7 +156,7 @@ std::optional<std::size_t> writeToFileOf(std::FILE* stream, std::string_view tex
     const int descriptor = _fileno(stream);
     const std::intptr_t handle = descriptor < 0 ? -1 : _get_osfhandle(descriptor);
     if (handle <= 0) return std::nullopt;
-    return writeAsText(&writeStream, systemHandle(handle), text);
+    return writeInMode(modeOf(stream, descriptor), &writeStream, systemHandle(handle), text);
 }
 
 }  // namespace KestSupport::platform

@@ -39,10 +39,11 @@ KestTreeNode::KestTreeNode(const KestTreeNode& other)
 
 KestTreeNode& KestTreeNode::operator=(const KestTreeNode& other) {
     if (this == &other) return *this;
-    // The former children are released last: one of them may be the only owner of `other`.
-    const auto former = std::exchange(m_children, copyOf(other.m_children));
-    m_pParent = other.m_pParent;
+    // On failure nothing changes. The former children are released last: one of them may be the only owner of `other`.
+    auto children = copyOf(other.m_children);
     setKey(other.m_key);
+    m_pParent = other.m_pParent;
+    m_children.swap(children);
     return *this;
 }
 

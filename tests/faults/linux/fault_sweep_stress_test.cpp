@@ -274,10 +274,16 @@ void useValues() {
     KestEncryption cipher;
     cipher.encryptData("key", "a text that is encrypted", secret);
     cipher.decryptData("key", secret, plain);
-    KestTreeNode tree("root");
+    KestTreeNode tree("a key that is longer than a short text"), former("key");
     for (const char* path : {"a/b", "a/c/d", "a/b/e"})
         tree.add(KestSmartPointer<KestTreeNode>(new KestTreeNode(path)), "/");
-    const bool grown = !tree.getNode("a/b/e", "/").isNull();
+    try {
+        former = tree;
+    } catch (const std::bad_alloc&) {
+        confirm("unchanged", [&] { return former.getKey() == "key" && former.size() == 0; });
+        throw;
+    }
+    const bool grown = former.getNode("a/b/e", "/") == tree.getNode("a/b/e", "/");
     confirm("values", [&] {
         return when.size() > 20 && expanded == "a text with  in it" && option == "a value" && grown &&
                plain.starts_with("a text that is encrypted");

@@ -59,7 +59,9 @@ class KEST_SUPPORT_EXPORT KestStopEvent : public KestEvent {
     void reset() override;
 
 #ifdef __cpp_lib_jthread
-    /// Follows the token: a stop of the token is one of this event. What a dependent throws then is dropped.
+    /// Follows the token: a stop of the token is one of this event. What a dependent throws then is dropped. Throws
+    /// std::bad_alloc. The library keeps a small registration with the token for each event that followed it at the
+    /// same time, for later events, until the token is stopped or has no source.
     explicit KestStopEvent(std::stop_token token);
     /// Returns a token of this event.
     std::stop_token getToken() const;

@@ -320,7 +320,10 @@ TEST(StopEvent, FollowsAndGivesTokens) {
         void handleNotification(KestCollaborator&, const KestNotification&) override { throw 5; }
     } refusal;
     std::stop_source source;
+    std::make_unique<KestStopEvent>(std::stop_source().get_token());
+    std::make_unique<KestStopEvent>(source.get_token());
     KestStopEvent follows(source.get_token());
+    std::make_unique<KestStopEvent>(source.get_token());
     const std::stop_token given = follows.getToken();
     KestStopEvent last(given);
     last.addDependent(refusal);

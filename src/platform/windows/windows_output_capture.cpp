@@ -2,27 +2,31 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 
+#include "platform/common/new_file_name.h"
 #include "platform/windows/windows_api.h"
 
 namespace KestSupport::platform {
+
 OutputCapture::~OutputCapture() {
     if (m_handle != kInheritHandle) CloseHandle(systemHandle(m_handle));
 }
 
-// The system deletes the file after its last handle was closed.
+// The system deletes the file after its last handle was closed. A program of an ended process with the number of this
+// one may still have such a handle; then access to the name is denied.
 ErrorCode OutputCapture::open() {
-    static std::atomic<unsigned> s_number{0};
     std::array<wchar_t, MAX_PATH + 1> folder{};
     SystemHandle file;
-    const ErrorCode error = errorCall("openCapture", [&] {
-        if (GetTempPathW(static_cast<DWORD>(folder.size()), folder.data()) == 0) return false;
-        const std::wstring name = std::wstring(folder.data()) + L"kest-" + std::to_wstring(GetCurrentProcessId()) +
-                                  L"-" + std::to_wstring(s_number++);
-        file = SystemHandle(CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, kAnySharing, nullptr,
+    const auto create = [&](const std::wstring& path) {
+        file = SystemHandle(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, kAnySharing, nullptr,
                                         CREATE_NEW, FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
+        const DWORD refusal = GetLastError();
+        errno = refusal == ERROR_ACCESS_DENIED ? EEXIST : errnoFromError(refusal);
         return file.isOpen();
+    };
+    const ErrorCode error = errorCall("openCapture", [&] {
+        return GetTempPathW(static_cast<DWORD>(folder.size()), folder.data()) != 0 &&
+               !createWithNewName(std::wstring(folder.data()), GetCurrentProcessId(), create).empty();
     });
     if (error == errorSuccess) m_handle = reinterpret_cast<std::intptr_t>(file.release());
     return error;

@@ -6,7 +6,9 @@
 #include "kit/failure_of.h"
 #include "kit/log_capture.h"
 #include "kit/temporary_folder.h"
+#include "platform/process.h"
 #include "platform/windows/windows_api.h"
+#include "support/program_run.h"
 #include "support/utilities.h"
 
 namespace {
@@ -49,7 +51,7 @@ TEST(TreeWalk, RemovesNamesThatTheCodePageLacks) {
     fs::permissions(kept, fs::perms::owner_all);
 }
 
-// Whether it is told how to show a window, and has a console of its own.
+// Returns whether the system has asked it to show its window, and has given it a console of its own.
 const kit::ChildRole g_shown("shown", [](const std::vector<std::string>&) {
     STARTUPINFOW startup;
     GetStartupInfoW(&startup);
@@ -67,6 +69,16 @@ TEST(ExecuteProgram, ShowsWindowsAndOpensDocuments) {
         EXPECT_TRUE(KestExecuteProgram(kit::ChildProcess::commandOfRole("shown"), true, nullptr, &shown));
         EXPECT_EQ(shown, expected) << level;
     }
+    std::vector<fs::path> taken;
+    for (int i = 0; i < 9; ++i) {
+        taken.push_back(fs::temp_directory_path() /
+                        (".kest-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(i)));
+        std::ofstream(taken.back()) << "of another process";
+    }
+    EXPECT_EQ(KestRunProgram({.arguments = platform::splitArguments(kit::ChildProcess::commandOfRole("shown"))}).errors,
+              "");
+    for (const fs::path& path : taken)
+        EXPECT_TRUE(fs::remove(path));
     const kit::LogCapture log(1);
     for (const std::string& command : {document, '"' + document + '"'})
         EXPECT_TRUE(KestExecuteProgram(command, true, nullptr, nullptr));

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <ctime>
 
+#include "kit/allocations.h"
 #include "kit/child_process.h"
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
@@ -18,6 +19,7 @@
 #include "support/threads.h"
 #include "text/log/internal_log.h"
 #include "text/log/log_file.h"
+#include "text/log/log_format.h"
 #include "threads/timer_manager.h"
 
 using namespace KestSupport;
@@ -129,6 +131,24 @@ TEST(Logging, ForgetsTheChoiceAfterARecord) {
     EXPECT_EQ(log.messages(), (Lines{"replaced", "kept", "shown 4!"}));
     EXPECT_NE(log.lines()[0].find(" 3 Global     ["), std::string::npos);
     EXPECT_NE(log.lines()[1].find(" 4 N          ["), std::string::npos);
+}
+
+TEST(Logging, KeepsNoPrefixThatNoMemoryWasLeftFor) {
+    static thread_local int t_accepted = -1;
+    for (const int accepted : {0, 1}) {
+        internal::RecordPrefix prefix(true, false, false);
+        std::string line;
+        prefix.appendTo(line, 2, "A", 7);
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));  // until another millisecond
+        t_accepted = accepted;
+        {
+            const kit::AllocationHook hook([](std::size_t) { return t_accepted-- != 0; });
+            EXPECT_THROW(prefix.appendTo(line, 3, "a module that is longer than a short text", 7), std::bad_alloc);
+        }
+        line.clear();
+        prefix.appendTo(line, 3, "A", 7);
+        EXPECT_NE(line.find(" 3 A "), std::string::npos) << line;
+    }
 }
 
 TEST(Logging, CutsTheFileNameAtTheLastDot) {

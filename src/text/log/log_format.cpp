@@ -123,11 +123,11 @@ void RecordPrefix::appendTo(std::string& line, int level, std::string_view modul
     }
     if (now != m_second || millisecond != m_millisecond) {
         const platform::Uninterrupted whole;  // a termination would leave half of a text for the next record
+        m_threadId = 0;                       // no thread's, if there is no memory for what follows
         if (now != m_second) makeTime(now);
         m_millisecond = millisecond;
         m_level = level;
         m_module = module;
-        m_threadId = 0;  // no thread's, if there is no memory for the text
         m_text.clear();
         make(m_text, level, module, threadId);
         m_threadId = threadId;

@@ -108,8 +108,9 @@ void PropertyTable<StringType>::erase(const Key& key) {
     const auto position = locate(key);
     if (m_index.isFree(position)) return;
     const std::uint32_t number = m_index.entryAt(position);
-    m_furtherValues.erase(&m_entries[number]);
-    m_entries.erase(number);
+    const auto further = m_furtherValues.find(&m_entries[number]);
+    m_entries.erase(number);  // only this may throw, so it comes before all other changes
+    if (further != m_furtherValues.end()) m_furtherValues.erase(further);
     m_index.erase(position);
     m_order.clear();
     m_isInOrder = m_isInOrder && number != m_last;

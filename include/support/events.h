@@ -38,8 +38,9 @@ class KEST_SUPPORT_EXPORT KestEvent {
     KestEvent& operator=(const KestEvent&) = delete;
     virtual ~KestEvent();
 
-    /// Notifies the dependents, then signals. If a dependent throws, the caller gets the exception and the event is not
-    /// signalled. A plain KestEvent that never had a dependent allocates nothing, so its set cannot fail.
+    /// Notifies the dependents, then signals. If a dependent or a hook of a derived class throws, the caller gets the
+    /// exception and the event is not signalled. A plain KestEvent that never had a dependent allocates nothing, so its
+    /// set cannot fail.
     virtual void set();
     /// Clears the signal, without a notification.
     virtual void reset();
@@ -72,7 +73,7 @@ class KEST_SUPPORT_EXPORT KestEvent {
 
     /// Returns what the dependents receive: a new KestEventNotification. destroyNotification gets it afterwards.
     virtual KestNotification* createNotification();
-    /// Deletes the notification; null is allowed.
+    /// Deletes the notification; null is allowed. Called also after a dependent has thrown.
     virtual void destroyNotification(KestNotification* notification);
 
   private:

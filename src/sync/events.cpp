@@ -1,7 +1,6 @@
 #include "support/events.h"
 
 #include <algorithm>
-#include <memory>
 #include <new>
 #include <typeinfo>
 
@@ -36,9 +35,14 @@ KestEvent::~KestEvent() {
 void KestEvent::notifyDependents() {
     // Without a dependent, set must not fail for lack of memory. The hooks of a derived class run in any case.
     if (!m_hadDependents.load(std::memory_order_acquire) && typeid(*this) == typeid(KestEvent)) return;
-    const auto destroy = [this](KestNotification* notification) { destroyNotification(notification); };
-    const std::unique_ptr<KestNotification, decltype(destroy)> notification(createNotification(), destroy);
-    if (notification != nullptr) m_collaborator.notify(*notification);
+    KestNotification* const notification = createNotification();
+    try {
+        if (notification != nullptr) m_collaborator.notify(*notification);
+    } catch (...) {
+        destroyNotification(notification);
+        throw;
+    }
+    destroyNotification(notification);  // outside a destructor, since a derived class may throw
 }
 
 void KestEvent::set() {

@@ -21,6 +21,7 @@ struct Observed : KestEvent, KestDependent {
     void destroyNotification(KestNotification* notification) override {
         record += 'd';
         KestEvent::destroyNotification(notification);
+        if (throwsLast) throw std::logic_error("no");
     }
     void handleNotification(KestCollaborator&, const KestNotification& notification) override {
         record += dynamic_cast<const KestEventNotification*>(&notification) != nullptr ? 'h' : '?';
@@ -29,7 +30,7 @@ struct Observed : KestEvent, KestDependent {
         if (throws) throw std::runtime_error("no");
     }
     std::string record;
-    bool throws = false;
+    bool throws = false, throwsLast = false;
 };
 
 TEST(Event, NotifiesBeforeItSignals) {
@@ -44,10 +45,13 @@ TEST(Event, NotifiesBeforeItSignals) {
     EXPECT_EQ(event.wait(0), kTimedOut);
     event.throws = true;
     EXPECT_THROW(event.set(), std::runtime_error);
+    event.throwsLast = true;
+    EXPECT_THROW(event.set(), std::logic_error);
     EXPECT_EQ(event.wait(0), kTimedOut);
+    event.throwsLast = false;
     event.removeDependent(event);
     event.set();
-    EXPECT_EQ(event.record, "cdchdchdchdcd");
+    EXPECT_EQ(event.record, "cdchdchdchdchdcd");
 }
 
 TEST(Event, WaitsForAnyAndForAll) {

@@ -160,7 +160,8 @@ class KEST_SUPPORT_EXPORT KestDateTime {
     /// an item outside its range is "not a date".
     static KestDateTime fromUtc(const std::tm& fields);
 
-    /// Return the instant. They throw "not a date" if getTime() is -1.
+    /// Return the instant. They throw "not a date" if getTime() is -1; toTimePoint also for an instant that is too late
+    /// for the clock, which in libstdc++ ends in the year 2262.
     std::chrono::system_clock::time_point toTimePoint() const;
     /// With the offset of the local time, "1994-11-06T09:49:37+01:00". If the zone has an offset of odd seconds, the
     /// text has the offset without these seconds, and a time of day that agrees with it.

@@ -287,7 +287,7 @@ TEST(DateTime, ConvertsInstantsAndRfc3339) {
           "2024-01-01T00:00:00+24:00", "2024-01-01T00:00:00+00:60", "2024-01-01T00:00:00Z "})
         EXPECT_EQ(read(text), wrong) << text;
 
-    using std::chrono::system_clock, std::chrono::milliseconds;
+    using std::chrono::system_clock, std::chrono::milliseconds, std::chrono::seconds;
     const D date = D::fromTimePoint(system_clock::time_point(milliseconds(784108177999)));
     EXPECT_EQ(show(date), "1994-11-06 08:49:37");
     EXPECT_EQ(date.toTimePoint(), system_clock::time_point(milliseconds(784108177000)));
@@ -299,8 +299,10 @@ TEST(DateTime, ConvertsInstantsAndRfc3339) {
     D without;
     without.set(1, 1, 70, 1, 0, 0);
     without.setHour(0);
+    const auto lastOfClock = std::chrono::floor<seconds>(system_clock::time_point::max()).time_since_epoch().count();
     for (const Action& action : {Action([&](D&) { D::fromUtc(utc); }), Action([](D&) { D::fromTime(-1); }),
-                                 Action([](D& d) { d.toRfc3339(); }), Action([](D& d) { d.toTimePoint(); })})
+                                 Action([](D& d) { d.toRfc3339(); }), Action([](D& d) { d.toTimePoint(); }),
+                                 Action([&](D&) { D::fromTime(lastOfClock + 1).toTimePoint(); })})
         EXPECT_EQ(kit::failureOf([&] { action(without); }), kNotADate);
 }
 

@@ -126,7 +126,12 @@ std::int64_t KestDateTime::instant() const {
 }
 
 std::chrono::system_clock::time_point KestDateTime::toTimePoint() const {
-    return std::chrono::system_clock::time_point(std::chrono::seconds(instant()));
+    using std::chrono::seconds;
+    using TimePoint = std::chrono::system_clock::time_point;
+    constexpr std::int64_t kLatest = std::chrono::floor<seconds>(TimePoint::max()).time_since_epoch().count();
+    const std::int64_t sinceEpoch = instant();
+    if (sinceEpoch > kLatest) throw KestInvalidDateException(internal::kNotADate);
+    return TimePoint(seconds(sinceEpoch));
 }
 
 std::tm KestDateTime::toUtc() const {

@@ -100,7 +100,7 @@ bool ServiceHost::onReload(std::uint32_t) {
 }
 
 void ServiceHost::logReport(KestService& service, std::uint32_t state) {
-    if (service.m_pRecord->runAsService) logRecord(LogLevel::trace, "KestService::ReportStatusToSCMgr: state=", state);
+    if (service.m_pRecord->runAsService) traceStep("KestService::ReportStatusToSCMgr: state=", state);
 }
 
 bool ServiceHost::send(KestService& service, std::uint32_t state, std::uint32_t exitCode, std::uint32_t waitHint) {

@@ -9,9 +9,9 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <functional>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <optional>
 
 #include "os/service/describe_exception.h"
@@ -26,27 +26,14 @@ using platform::OwnedHandle;
 
 constexpr std::uint32_t kReportInterval = 1000;  // milliseconds
 
-using Work = std::function<std::uint32_t()>;
-
-std::uint32_t runWork(void* argument) {
-    const std::unique_ptr<Work> work(static_cast<Work*>(argument));
-    return (*work)();
-}
-
-OwnedHandle launch(Work work) {
-    auto argument = std::make_unique<Work>(std::move(work));
-    platform::WaitHandle handle = nullptr;
-    if (platform::createThread(runWork, argument.get(), handle)) static_cast<void>(argument.release());
-    return OwnedHandle(handle);
-}
-
 // The state that the threads of one run share. Its lock need not survive its owner: only a KestThread can be killed,
 // and no thread of a run is one.
 class ServiceRun {
   public:
-    explicit ServiceRun(KestService& service) : m_service(service) {}
+    ServiceRun(KestService& service, const std::string& arguments) : m_service(service), m_arguments(arguments) {}
 
     KestService& service() { return m_service; }
+    const std::string& arguments() const { return m_arguments; }
 
     /// Sets the start thread, null when there is none. The wait thread does not act before this call.
     void setStartThread(OwnedHandle thread) {
@@ -72,7 +59,7 @@ class ServiceRun {
 
     void becomeRunning() {
         if (phase() != Phase::starting) return;
-        logRecord(LogLevel::trace, "service_main: service has started, signaling SCM");
+        traceStep("service_main: service has started, signaling SCM");
         ServiceHost::logReport(m_service, KestService::RUNNING);
         const std::lock_guard guard(m_lock);
         if (m_phase != Phase::starting) return;
@@ -135,6 +122,7 @@ class ServiceRun {
     }
 
     KestService& m_service;
+    const std::string m_arguments;
     std::atomic<std::uint32_t> m_exitCode{0};
     std::mutex m_lock;  // guards what follows; held while a report is sent; taken before the lock of reports
     std::condition_variable m_launch;
@@ -143,51 +131,78 @@ class ServiceRun {
     Phase m_phase = Phase::starting;
 };
 
-std::uint32_t serviceStartThread(ServiceRun& run, const std::string& arguments) {
-    logRecord(LogLevel::trace, "ServiceStartThread: calling startIt");
+// The work of one thread. It throws nothing, because no exception may leave a thread.
+struct Work {
+    std::shared_ptr<ServiceRun> run;
+    std::uint32_t (*function)(const std::shared_ptr<ServiceRun>& run);
+};
+
+std::uint32_t runWork(void* argument) {
+    const std::unique_ptr<Work> work(static_cast<Work*>(argument));
+    return work->function(work->run);
+}
+
+// Returns null when there is no thread, or no memory for it.
+OwnedHandle launch(const std::shared_ptr<ServiceRun>& run, decltype(Work::function) function) {
+    std::unique_ptr<Work> work(new (std::nothrow) Work{run, function});
+    platform::WaitHandle handle = nullptr;
+    if (work != nullptr && platform::createThread(runWork, work.get(), handle)) static_cast<void>(work.release());
+    return OwnedHandle(handle);
+}
+
+// Called in a handler of an exception: logs what the function threw, and returns it. Without memory the texts are
+// missing.
+std::string noteException(const char* thread, const char* function) noexcept try {
+    std::string failure = std::string(function) + " threw " + describeException();
+    logRecord(LogLevel::failure, thread, ": ", failure);
+    return failure;
+} catch (const std::bad_alloc&) {
+    return {};
+}
+
+std::uint32_t serviceStartThread(const std::shared_ptr<ServiceRun>& run) {
+    traceStep("ServiceStartThread: calling startIt");
     bool started = false;
     try {
-        started = ServiceHost::startIt(run.service(), arguments);
+        started = ServiceHost::startIt(run->service(), run->arguments());
     } catch (...) {
-        const std::string failure = "startIt threw " + describeException();
-        logRecord(LogLevel::failure, "ServiceStartThread: ", failure);
-        ServiceHost::keepFailure(run.service(), failure);
-        run.setExitCode(platform::errorExceptionInService);
+        run->setExitCode(platform::errorExceptionInService);
+        ServiceHost::keepFailure(run->service(), noteException("ServiceStartThread", "startIt"));
     }
-    logRecord(LogLevel::trace, "ServiceStartThread: startIt returned with status=", started ? 1 : 0);
+    traceStep("ServiceStartThread: startIt returned with status=", started ? 1 : 0);
     return started ? 1 : 0;
 }
 
-std::uint32_t serviceStopThread(ServiceRun& run) {
-    logRecord(LogLevel::trace, "ServiceStopThread: calling stopIt");
+std::uint32_t serviceStopThread(const std::shared_ptr<ServiceRun>& run) {
+    traceStep("ServiceStopThread: calling stopIt");
     bool stopped = false;
     try {
-        stopped = ServiceHost::stopIt(run.service());
+        stopped = ServiceHost::stopIt(run->service());
     } catch (...) {
-        logRecord(LogLevel::failure, "ServiceStopThread: stopIt threw ", describeException());
+        noteException("ServiceStopThread", "stopIt");
     }
-    logRecord(LogLevel::trace, "ServiceStopThread: stopIt returned with status=", stopped ? 1 : 0);
+    traceStep("ServiceStopThread: stopIt returned with status=", stopped ? 1 : 0);
     return stopped ? 1 : 0;
 }
 
 std::uint32_t waitForServiceThread(const std::shared_ptr<ServiceRun>& run) {
-    logRecord(LogLevel::trace, "WaitForServiceThread: waiting for service to exit");
+    traceStep("WaitForServiceThread: waiting for service to exit");
     ServiceHost::stopEvent(run->service()).wait(-1);
-    logRecord(LogLevel::trace, "WaitForServiceThread: enter: service completed");
+    traceStep("WaitForServiceThread: enter: service completed");
     const platform::WaitHandle startThread = run->awaitStartThread();
     if (!run->beginStopping()) return 0;
 
-    logRecord(LogLevel::trace, "WaitForServiceThread: creating ServiceStopThread");
-    const OwnedHandle stopThread = launch([run] { return serviceStopThread(*run); });
+    traceStep("WaitForServiceThread: creating ServiceStopThread");
+    const OwnedHandle stopThread = launch(run, serviceStopThread);
     if (stopThread != nullptr) {
-        logRecord(LogLevel::trace, "WaitForServiceThread: waiting for ServiceStopThread to exit");
+        traceStep("WaitForServiceThread: waiting for ServiceStopThread to exit");
         ServiceHost::state(run->service()) = KestService::STOP_PENDING;
         run->reportStoppingUntilEndOf(stopThread.get());
-        logRecord(LogLevel::trace, "WaitForServiceThread: ServiceStopThread has exited");
+        traceStep("WaitForServiceThread: ServiceStopThread has exited");
     }
     // startIt must return before the final report, after which the service may be destroyed.
     if (platform::waitForOne(startThread, 0) == platform::kWaitTimeout) run->reportStoppingUntilEndOf(startThread);
-    logRecord(LogLevel::trace, "WaitForServiceThread: stopping service");
+    traceStep("WaitForServiceThread: stopping service");
     run->becomeStopped();
     return 0;
 }
@@ -214,12 +229,11 @@ void endFailedStart(ServiceRun& run, platform::WaitHandle waitThread) {
 bool hasStarted(platform::WaitHandle startThread) {
     const std::optional<std::uint32_t> exitCode = platform::threadExitCode(startThread);
     if (!exitCode) {
-        logRecord(LogLevel::trace,
-                  "service_main: Unable to get ServiceStartThread exit code, signaling WaitForServiceThread to exit");
+        traceStep("service_main: Unable to get ServiceStartThread exit code, signaling WaitForServiceThread to exit");
         return false;
     }
     if (*exitCode == 0) {
-        logRecord(LogLevel::trace, "service_main: Service start failed, signaling WaitForServiceThread to exit");
+        traceStep("service_main: Service start failed, signaling WaitForServiceThread to exit");
         return false;
     }
     return true;
@@ -228,21 +242,21 @@ bool hasStarted(platform::WaitHandle startThread) {
 }  // namespace
 
 void runService(KestService& service, const std::string& arguments) {
-    const auto run = std::make_shared<ServiceRun>(service);
-    logRecord(LogLevel::trace, "service_main: creating WaitForServiceThread");
-    const OwnedHandle waitThread = launch([run] { return waitForServiceThread(run); });
+    const auto run = std::make_shared<ServiceRun>(service, arguments);
+    traceStep("service_main: creating WaitForServiceThread");
+    const OwnedHandle waitThread = launch(run, waitForServiceThread);
     if (waitThread == nullptr) {
-        logRecord(LogLevel::trace, "service_main: WaitForServiceThread creation failed");
+        traceStep("service_main: WaitForServiceThread creation failed");
         run->report(KestService::STOPPED, 0, 0);
         return;
     }
 
-    logRecord(LogLevel::trace, "service_main: creating ServiceStartThread");
-    OwnedHandle launched = launch([run, arguments] { return serviceStartThread(*run, arguments); });
+    traceStep("service_main: creating ServiceStartThread");
+    OwnedHandle launched = launch(run, serviceStartThread);
     const platform::WaitHandle startThread = launched.get();
     if (startThread == nullptr) {
-        logRecord(LogLevel::trace, "service_main: ServiceStartThread creation failed");
-        logRecord(LogLevel::trace, "service_main: signaling WaitForServiceThread to exit");
+        traceStep("service_main: ServiceStartThread creation failed");
+        traceStep("service_main: signaling WaitForServiceThread to exit");
         run->giveUpStarting();
         run->setStartThread(nullptr);
         endFailedStart(*run, waitThread.get());
@@ -250,11 +264,11 @@ void runService(KestService& service, const std::string& arguments) {
     }
 
     run->setStartThread(std::move(launched));
-    logRecord(LogLevel::trace, "service_main: waiting for ServiceStartThread to exit");
+    traceStep("service_main: waiting for ServiceStartThread to exit");
     do {
         if (!run->reportStarting()) return;
     } while (platform::waitForOne(startThread, kReportInterval) == platform::kWaitTimeout);
-    logRecord(LogLevel::trace, "service_main: ServiceStartThread exited");
+    traceStep("service_main: ServiceStartThread exited");
     if (hasStarted(startThread)) {
         run->becomeRunning();
     } else if (run->giveUpStarting()) {

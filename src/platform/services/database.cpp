@@ -186,9 +186,11 @@ Result<ServiceRun> ServiceFiles::run() const {
     return Failure{errorInvalidData};
 }
 
-ErrorCode storeRun(const Folder& service, const ServiceRun& run) {
+ErrorCode storeRun(const Folder& service, const ServiceRun& run) noexcept try {
     const Result<File> file = service.openFile(ServiceFiles::kRun, FileUse::create);
     return file ? file->writeStart(encodeRun(run)) : file.error();
+} catch (const std::bad_alloc&) {
+    return errorNotEnoughMemory;
 }
 
 void removeIfDeleted(const Folder& database, const std::string& name) noexcept {

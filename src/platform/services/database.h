@@ -104,7 +104,7 @@ class ServiceFiles {
 
 /// Stores the record of a service's run in its folder. Only the holder of a lock of the service's status, or of the
 /// database's lock while there is no such holder, may call it.
-ErrorCode storeRun(const Folder& service, const ServiceRun& run);
+ErrorCode storeRun(const Folder& service, const ServiceRun& run) noexcept;
 
 /// Removes a service that was marked for deletion and has stopped.
 void removeIfDeleted(const Folder& database, const std::string& name) noexcept;

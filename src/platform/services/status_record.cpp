@@ -1,5 +1,7 @@
 #include "platform/services/status_record.h"
 
+#include <new>
+
 #include "platform/services/messages.h"
 #include "platform/thread.h"
 
@@ -46,8 +48,10 @@ std::uint32_t StatusRecord::program() const noexcept {
     return found && found->has_value() ? static_cast<std::uint32_t>(**found - kPrograms) : 0;
 }
 
-ErrorCode StatusRecord::store(const ServiceStatus& status) const {
+ErrorCode StatusRecord::store(const ServiceStatus& status) const noexcept try {
     return writeStart(encodeRecord(status));
+} catch (const std::bad_alloc&) {
+    return errorNotEnoughMemory;
 }
 
 Result<ServiceStatus> StatusRecord::status() const {

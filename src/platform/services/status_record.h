@@ -48,7 +48,7 @@ class StatusRecord : public File {
     /// The number that another handle has recorded, or 0.
     std::uint32_t program() const noexcept;
 
-    ErrorCode store(const ServiceStatus& status) const;
+    ErrorCode store(const ServiceStatus& status) const noexcept;
     /// The state seen in the table; errorInvalidData for a record that stays unreadable. May sleep for 0.1 seconds.
     Result<ServiceStatus> status() const;
 };

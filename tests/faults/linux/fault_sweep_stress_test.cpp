@@ -10,6 +10,7 @@
 
 #include "kit/allocations.h"
 #include "kit/failing_calls.h"
+#include "kit/recording_service_manager.h"
 #include "platform/service_roles.h"
 #include "platform/thread.h"
 #include "support/support.h"
@@ -325,6 +326,50 @@ void liveAsService() {
     confirm("deleted", [] { return Services::list().empty(); });
 }
 
+// Calls the service in this process. Its own calls do not fail.
+class Dispatcher : public kit::RecordingServiceManager {
+  public:
+    ErrorCode runDispatcher(const std::string&, ServiceMain main) override {
+        try {
+            main(startArguments);
+        } catch (const std::bad_alloc&) {
+            return platform::errorExceptionInService;
+        }
+        if (m_state != 1) withoutFaults([&] { m_handler(1); });
+        kit::await([&] { return m_state == 1; });
+        return 0;
+    }
+    Handle registerControlHandler(const std::string&, ControlHandler handler) override {
+        m_handler = handler;
+        return this;
+    }
+    ErrorCode setStatus(Handle, const ServiceStatus& status) override {
+        m_state = status.currentState;
+        return 0;
+    }
+
+  private:
+    ControlHandler m_handler = nullptr;
+    std::atomic<std::uint32_t> m_state{0};
+};
+
+class Hosted : public KestService {
+  public:
+    bool started = false, stopped = false;
+
+  private:
+    bool startIt(const std::string&) override { return started = true; }
+    bool stopIt() override { return stopped = true; }
+};
+
+void hostService() {
+    std::optional<Dispatcher> manager;
+    withoutFaults([&] { manager.emplace(); });
+    Hosted service;
+    service.start("", true);
+    accept(service.started && service.stopped);
+}
+
 struct Scenario {
     const char* name;
     void (*run)();
@@ -344,7 +389,8 @@ const Scenario kScenarios[] = {{"properties", loadAndSaveProperties},
                                {"pattern", matchPattern},
                                {"values", useValues},
                                {"library", loadLibrary},
-                               {"service", liveAsService}};
+                               {"service", liveAsService},
+                               {"host", hostService}};
 
 struct Mode {
     const char* name;

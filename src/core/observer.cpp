@@ -1,6 +1,7 @@
 #include "support/observer.h"
 
 #include "core/dependent_list.h"
+#include "platform/uninterrupted.h"
 #include "support/locales.h"
 
 namespace KestSupport {
@@ -49,8 +50,11 @@ PropertyChanged::PropertyChanged(const wstring16& propertyName)
 
 void KestDependent::handleNotification(KestCollaborator&, const KestNotification&) {}
 
+// The list is changed as a whole. A thread that was killed between two of its members would leave a list in which the
+// next notification calls a null pointer.
 void KestCollaborator::addDependent(KestDependent& dependent) {
     const KestCriticalSection guard(m_lock, true);
+    const platform::Uninterrupted change;
     internal::DependentList* dependents = m_pDependents.load(std::memory_order_relaxed);
     if (dependents == nullptr) {
         dependents = new internal::DependentList;
@@ -61,6 +65,7 @@ void KestCollaborator::addDependent(KestDependent& dependent) {
 
 void KestCollaborator::removeDependent(KestDependent& dependent) {
     const KestCriticalSection guard(m_lock, true);
+    const platform::Uninterrupted change;
     internal::DependentList* const dependents = m_pDependents.load(std::memory_order_relaxed);
     if (dependents != nullptr) dependents->remove(dependent);
 }

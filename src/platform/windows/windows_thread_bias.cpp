@@ -7,7 +7,7 @@ namespace KestSupport::platform {
 namespace {
 
 // A thread without a record of its own has its id as key. The system gives the id to another thread after its end.
-constexpr std::uint32_t kKeyIsId = 0x40000000;
+constexpr std::uint32_t kKeyIsId = kThreadKeys;
 
 }  // namespace
 

@@ -71,7 +71,7 @@ class Records : ProcessMemory {
 };
 
 constinit Records g_records;
-constinit std::atomic<std::uint32_t> g_latestKey{0};
+constinit std::atomic<std::uint64_t> g_latestNumber{0};
 constinit ThreadRecord g_sharedRecord;
 
 bool tryLockRecords() noexcept {
@@ -158,8 +158,17 @@ void setCurrentRecord(ThreadRecord& record) noexcept {
     g_records.setCurrent(record);
 }
 
+std::uint32_t keyOfThread(std::uint64_t number) noexcept {
+    const auto key = static_cast<std::uint32_t>(number % kThreadKeys);
+    const auto hasKey = [key](const ThreadRecord& each) { return each.key == key; };
+    return number > kThreadKeys && RecordGuard().find(hasKey) != nullptr ? 0 : key;
+}
+
 std::uint32_t newThreadKey() noexcept {
-    return g_latestKey.fetch_add(1, std::memory_order_relaxed) + 1;
+    for (;;) {
+        const std::uint64_t number = g_latestNumber.fetch_add(1, std::memory_order_relaxed) + 1;
+        if (const std::uint32_t key = keyOfThread(number); key != 0) return key;
+    }
 }
 
 // TlsGetValue clears the last error, which callers of ours read after a wait.

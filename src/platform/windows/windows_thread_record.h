@@ -9,9 +9,9 @@
 //                    first and ends or completes the second, and neither uses a lock of the process
 //   otherwise        where it holds no lock of the system or the C runtime (windows_thread_place.h)
 //
-// The list has a lock of its own kind: a thread that holds it or waits for it is not interrupted, since its depth is
-// above 0. A thread that is about to suspend another one holds it from before the suspension until it has decided, so
-// the suspended thread cannot hold it, and two decisions about one thread do not overlap.
+// The list has a lock of its own kind: a thread that holds it is not interrupted, since its depth is above 0. A thread
+// that waits for it may be. A thread that is about to suspend another one holds it from before the suspension until it
+// has decided, so the suspended thread cannot hold it, and two decisions about one thread do not overlap.
 #pragma once
 
 #include <atomic>
@@ -23,7 +23,7 @@
 namespace KestSupport::platform {
 
 struct ThreadRecord {
-    std::uint32_t key = 0;  ///< of no other thread, living or ended; 0 in the record that threads share
+    std::uint32_t key = 0;  ///< of no other record of the list; 0 in the record that threads share
     DWORD id = 0;
     SystemHandle thread;
     std::atomic<std::uint32_t> depth{0};
@@ -40,8 +40,12 @@ struct ThreadRecord {
 void addRecord(ThreadRecord& record) noexcept;
 /// Gives the calling thread its record, which is in the list.
 void setCurrentRecord(ThreadRecord& record) noexcept;
-/// Returns a key for a new record.
+/// Returns a key for a new record, from 1 to kThreadKeys - 1. Higher bits of a word with a key have other meanings
+/// (windows_owner_lock.cpp, windows_thread_bias.cpp).
 std::uint32_t newThreadKey() noexcept;
+inline constexpr std::uint32_t kThreadKeys = 0x40000000;
+/// Returns the key of a thread by its number in the order of creation, or 0 if another record has that key.
+std::uint32_t keyOfThread(std::uint64_t number) noexcept;
 
 /// The calling thread's record, added by its first call. When memory is short, one that all such threads share until
 /// they end; it forbids to interrupt any of them. The last error stays.

@@ -21,3 +21,10 @@ TEST(ThreadRecord, IsForgottenWithoutReportOfItsThreadsEnd) {
     });
     EXPECT_EQ(ended, 1) << "more than the latest thread's";
 }
+
+TEST(ThreadRecord, HasAKeyOfItsOwnAfterManyThreads) {
+    const std::uint64_t own = currentRecord().key;
+    EXPECT_EQ(keyOfThread(kThreadKeys + own), 0U) << "the key of a thread that runs";
+    EXPECT_EQ(keyOfThread(3ULL * kThreadKeys), 0U);
+    EXPECT_EQ(keyOfThread(3ULL * kThreadKeys - 1), kThreadKeys - 1);
+}

@@ -131,6 +131,15 @@ const Activity kActivities[] = {
      true},
 };
 
+// While the machine is busy, one call may give up before it finds a thread outside the runtime that is mostly inside.
+template <typename Call>
+bool reaches(bool isMostlyInRuntime, Call&& call) {
+    bool reached = call();
+    while (!reached && isMostlyInRuntime)
+        reached = call();
+    return reached;
+}
+
 void terminateDuring(const Activity& activity, bool suspended) {
     const OwnedHandle held(createMutex()), event(createEvent(false, false));
     const std::shared_ptr<CriticalSection> section(createCriticalSection(), &destroyCriticalSection);
@@ -147,8 +156,8 @@ void terminateDuring(const Activity& activity, bool suspended) {
     });
     ready.pass();
     std::this_thread::sleep_for(5ms);
-    EXPECT_EQ(suspended && suspendThread(thread.handle), suspended);
-    EXPECT_TRUE(terminateThread(thread.handle, 42));
+    EXPECT_TRUE(!suspended || reaches(activity.holdsRuntimeLocks, [&] { return suspendThread(thread.handle); }));
+    EXPECT_TRUE(reaches(activity.holdsRuntimeLocks, [&] { return terminateThread(thread.handle, 42); }));
     const int attempts = kit::FailingCalls::seen();
     EXPECT_LT(activity.holdsRuntimeLocks ? 0 : attempts, 1000) << "only force ended the thread";
     EXPECT_TRUE(kit::errorStreamIsFree());
@@ -184,7 +193,7 @@ TEST(Thread, LeavesTextsAndDatesUnlocked) {
         });
         ready.pass();
         std::this_thread::sleep_for(std::chrono::microseconds(i * 5));
-        EXPECT_TRUE(terminateThread(thread.handle, 1));
+        EXPECT_TRUE(reaches(true, [&] { return terminateThread(thread.handle, 1); }));
         use();
     }
 }

@@ -218,8 +218,8 @@ class KEST_SUPPORT_EXPORT utf8_ctype : public wide_ctype {
 /// the platform has one. Null is an empty string.
 using BSTR = unsigned short*;
 
-/// Returns a copy of the zero-terminated text; null for null and if memory is short. The caller frees it with
-/// SysFreeString.
+/// Returns a copy of the zero-terminated text; null for null, for a text of 4 GiB or more, and if memory is short. The
+/// caller frees it with SysFreeString.
 KEST_SUPPORT_EXPORT BSTR SysAllocString(const unsigned short* text) noexcept;
 /// Returns a string of `bytes` bytes, copied from `data` unless that is null; null if memory is short. The caller frees
 /// it with SysFreeString.
@@ -249,7 +249,7 @@ class KEST_SUPPORT_EXPORT KestStringUtilities {
 
     /// Returns a new BSTR with the text up to its first zero unit. The caller frees it with SysFreeString. Throws
     /// KestException with code 0 and the text "KestStringUtilities::makeBSTR: com_error exception converting BSTR - "
-    /// and the system's text if memory is short.
+    /// and the system's text if memory is short or the text has 4 GiB or more.
     static BSTR makeBSTR(const wstring16& s);
 
   private:

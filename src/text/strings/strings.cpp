@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <exception>
+#include <limits>
 #include <memory>
 #include <typeinfo>
 #include <vector>
@@ -242,8 +243,9 @@ const wide_ctype::char_type* utf8_ctype::do_narrow(const char_type* first, const
 
 BSTR SysAllocString(const unsigned short* text) noexcept {
     if (text == nullptr) return nullptr;
-    const std::size_t length = wstring16::traits_type::length(text);
-    return SysAllocStringByteLen(reinterpret_cast<const char*>(text), static_cast<unsigned int>(length * sizeof *text));
+    const std::size_t bytes = wstring16::traits_type::length(text) * sizeof *text;
+    if (bytes > std::numeric_limits<unsigned int>::max()) return nullptr;
+    return SysAllocStringByteLen(reinterpret_cast<const char*>(text), static_cast<unsigned int>(bytes));
 }
 
 BSTR SysAllocStringByteLen(const char* data, unsigned int bytes) noexcept {

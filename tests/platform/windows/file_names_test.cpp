@@ -69,16 +69,13 @@ TEST(ExecuteProgram, ShowsWindowsAndOpensDocuments) {
         EXPECT_TRUE(KestExecuteProgram(kit::ChildProcess::commandOfRole("shown"), true, nullptr, &shown));
         EXPECT_EQ(shown, expected) << level;
     }
-    std::vector<fs::path> taken;
-    for (int i = 0; i < 9; ++i) {
-        taken.push_back(fs::temp_directory_path() /
-                        (".kest-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(i)));
-        std::ofstream(taken.back()) << "of another process";
-    }
+    const std::string names = (fs::temp_directory_path() / ".kest-").string() + std::to_string(GetCurrentProcessId());
+    for (const char number : std::string("01234"))
+        std::ofstream(names + "-" + number) << "of another process";
     EXPECT_EQ(KestRunProgram({.arguments = platform::splitArguments(kit::ChildProcess::commandOfRole("shown"))}).errors,
               "");
-    for (const fs::path& path : taken)
-        EXPECT_TRUE(fs::remove(path));
+    for (const char number : std::string("01234"))
+        EXPECT_TRUE(fs::remove(names + "-" + number));
     const kit::LogCapture log(1);
     for (const std::string& command : {document, '"' + document + '"'})
         EXPECT_TRUE(KestExecuteProgram(command, true, nullptr, nullptr));

@@ -11,12 +11,13 @@ namespace KestSupport::platform {
 
 /// Returns the number of the local zone. The same text of TZ has the same number, and different texts have different
 /// numbers. Without TZ, the number identifies the state of the system's zone file at the library's latest look. Returns
-/// 0 if the process has seen too many zones; all numbers are below 4096. The runtime uses that zone from now on. The
-/// call costs a few loads while the environment stays the same.
+/// 0 if the process has seen too many zones; all numbers are below 4096. The call costs a few loads while the
+/// environment stays the same.
 std::uint32_t localZone();
 
-/// The same, but looks at the system's zone file first if TZ is not set. Called before conversions of the runtime, so
-/// that all of them use the state of the file that has the number. A back end may look once a second.
+/// The same, but looks at the system's zone file first if TZ is not set, and lets the runtime use that zone. Called
+/// before conversions of the runtime, so that all of them use the zone, or the state of the file, that has the number.
+/// A back end may look at the file once a second.
 std::uint32_t localZoneOfNow();
 
 /// Stores the fields of an instant in the local zone, with the zone name if the runtime has a member for it. Returns

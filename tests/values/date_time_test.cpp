@@ -292,6 +292,11 @@ TEST(DateTime, ConvertsInstantsAndRfc3339) {
     EXPECT_EQ(show(date), "1994-11-06 08:49:37");
     EXPECT_EQ(date.toTimePoint(), system_clock::time_point(milliseconds(784108177000)));
     EXPECT_EQ(date.toRfc3339Utc(), "1994-11-06T07:49:37Z");
+    {
+        const TimeZoneGuard other(kUtc);
+        fieldsAt(0);  // the runtime uses that zone from now on
+    }
+    EXPECT_EQ(dateOf("06/02/2777 12:00:00").toRfc3339Utc(), "2777-02-06T11:00:00Z");
     std::tm utc = date.toUtc();
     EXPECT_EQ(D::fromUtc(utc), date);
     EXPECT_EQ(D::fromTime(1730590200).getTime(), 1730593800) << "of two hours the one in standard time";

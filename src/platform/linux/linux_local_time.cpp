@@ -30,7 +30,7 @@ std::string systemZone() {
 // it.
 class ZoneWatch {
   public:
-    // With `ofNow`, looks at the system's zone file again if TZ is not set.
+    // With `ofNow`, looks at TZ and the system's zone file in any case.
     std::uint32_t zone(bool ofNow) {
         const std::uint32_t before = m_sequence.load(std::memory_order_acquire);
         const Sighting sighting{m_environment.load(std::memory_order_acquire), m_slot.load(std::memory_order_acquire),
@@ -38,7 +38,7 @@ class ZoneWatch {
         const std::uint32_t number = m_number.load(std::memory_order_acquire);
         const bool whole = before % 2 == 0 && m_sequence.load(std::memory_order_relaxed) == before;
         if (!whole || !sighting.holds()) return look(0);
-        return ofNow && sighting.text == nullptr ? look(number) : number;
+        return ofNow ? look(number) : number;
     }
 
   private:
@@ -56,7 +56,8 @@ class ZoneWatch {
         }
     };
 
-    // Returns the number of the present zone, and publishes it if it is not the published one.
+    // Returns the number of the present zone, and publishes it if it is not the published one. The runtime looks too:
+    // the program may have let it use another zone since.
     std::uint32_t look(std::uint32_t published) {
         const Uninterrupted whileRuntimeIsLocked;
         Sighting sighting = search();
@@ -69,12 +70,11 @@ class ZoneWatch {
             std::string before;
             for (std::string now = systemZone(); now != before; now = systemZone()) {
                 zone = knownZone(now);
-                if (zone != nullptr && numberOf(zone) == published) return published;
                 tzset();
                 before = std::move(now);
             }
         }
-        if (zone == nullptr) return 0;
+        if (zone == nullptr || numberOf(zone) == published) return numberOf(zone);
         if (sighting.text != nullptr) sighting.text = zone->value.c_str();
         publish(sighting, numberOf(zone));
         return numberOf(zone);

@@ -6,6 +6,7 @@
 #include <time.h>
 
 #include <atomic>
+#include <mutex>
 #include <string>
 
 #include "platform/clock.h"
@@ -20,7 +21,12 @@ namespace {
 constexpr std::int64_t kLookAfter = 1'000'000'000;  // nanoseconds
 constinit std::atomic<std::uint32_t> g_systemZone{0};
 constinit std::atomic<std::int64_t> g_latestLook{0};
-constinit std::atomic<std::uint32_t> g_zoneOfRuntime{0};
+
+// The zone for which this library called _tzset, and what the runtime computed. The lock is taken for the call: the
+// runtime changes its variables one by one.
+constinit std::atomic<std::uint32_t> g_zoneInUse{0};
+constinit std::atomic<std::int64_t> g_offsetsInUse{0};
+constinit UninterruptedMutex g_lock;
 
 std::uint32_t systemZone(bool ofNow) {
     const std::uint32_t known = g_systemZone.load(std::memory_order_acquire);
@@ -36,13 +42,28 @@ std::uint32_t systemZone(bool ofNow) {
     return found;
 }
 
+std::int64_t offsetsOfRuntime() {
+    return std::int64_t{_timezone} * 4 + (_daylight != 0 ? 1 : 0);
+}
+
+// The program may have called _tzset for another zone since.
+bool isInUse(std::uint32_t zone) {
+    return zone != 0 && g_zoneInUse.load(std::memory_order_acquire) == zone &&
+           g_offsetsInUse.load(std::memory_order_relaxed) == offsetsOfRuntime();
+}
+
 std::uint32_t useZone(bool ofNow) {
     const Uninterrupted whileRuntimeIsLocked;
     const char* const variable = std::getenv("TZ");
     const std::uint32_t zone =
         variable == nullptr ? systemZone(ofNow) : numberOf(knownZone(std::string("TZ=") + variable));
-    if (zone == 0 || g_zoneOfRuntime.load(std::memory_order_acquire) != zone) _tzset();
-    g_zoneOfRuntime.store(zone, std::memory_order_release);
+    if (!isInUse(zone)) {
+        const std::lock_guard guard(g_lock);
+        if (isInUse(zone)) return zone;
+        _tzset();
+        g_offsetsInUse.store(offsetsOfRuntime(), std::memory_order_relaxed);
+        g_zoneInUse.store(zone, std::memory_order_release);
+    }
     return zone;
 }
 

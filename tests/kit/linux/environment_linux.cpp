@@ -1,5 +1,4 @@
 #include <cstdlib>
-#include <ctime>
 
 #include "kit/environment_guard.h"
 
@@ -11,7 +10,6 @@ void EnvironmentGuard::put(const std::string& name, const std::optional<std::str
     } else {
         ::unsetenv(name.c_str());
     }
-    ::tzset();
 }
 
 }  // namespace kit

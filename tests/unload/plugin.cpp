@@ -2,6 +2,7 @@
 #include <support/date_time.h>
 #include <support/exceptions.h>
 #include <support/object_factory.h>
+#include <support/stop.h>
 #include <support/threads.h>
 #include <support/timers.h>
 #include <support/utilities.h>
@@ -42,6 +43,8 @@ extern "C" __attribute__((visibility("default"))) bool useLibrary() {
     thread.start();
     thread.wait(-1);
     leaveTimers();
+    std::stop_source source;
+    if (KestStopEvent(source.get_token()).isRequested()) return false;
     KestDateTime().toString();
     KestGetEnvironmentVariable("none");
     try {

@@ -17,6 +17,12 @@ using Path = std::vector<std::string>;
 struct Leaf : KestTreeNode {
     using KestTreeNode::KestTreeNode;
     using KestTreeNode::m_pParent;
+
+    // Removes a leaf that insert added to a list.
+    void printGuts(int indent) override {
+        if (m_pParent != nullptr) m_pParent->erase(getKey());
+        KestTreeNode::printGuts(indent);
+    }
 };
 
 // Returns the keys of all nodes below the node, with the keys below each in parentheses, as in "a(b c) d".
@@ -186,10 +192,17 @@ TEST(TreeNode, FindsAndAddsAlongPaths) {
     EXPECT_EQ(keysOf(unordered), "a b");
     const kit::LogCapture log;
     root[0]->print(1);
+    unordered.insert(2, new Leaf("c"));
+    unordered.print(-1);
     KestLogging::getInstance().setLogLevel(8);
     root.print(0);
-    EXPECT_EQ(log.messages(), (Path{"    KestTreeNode::print: Key = a", "        KestTreeNode::print: Key = b",
-                                    "            KestTreeNode::print: Key = c"}));
+    std::string printed;
+    for (const std::string& line : log.messages())
+        printed += line + "|";
+    const std::string text = "KestTreeNode::print: Key = ";
+    EXPECT_EQ(printed, "    " + text + "a|        " + text + "b|            " + text + "c|" + text + "|" + text + "a|" +
+                           text + "b|" + text + "c|");
+    EXPECT_EQ(keysOf(unordered), "a b") << "a node that removes itself is kept until it is printed";
 }
 
 }  // namespace

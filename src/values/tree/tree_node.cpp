@@ -144,26 +144,12 @@ void KestTreeNode::erase(const std::string& key) {
     if (m_children != nullptr) m_children->erase(key);
 }
 
-// Not recursive: a tree may be deeper than the stack of a thread allows.
 void KestTreeNode::print(int indent) {
-    struct Level {
-        KestTreeNode* node;
-        std::size_t next;  // index of the child to print
-    };
-    if (!internal::isLogLevel(internal::LogLevel::trace)) return;
-    printGuts(indent);
-    std::vector<Level> levels{{this, 0}};
-    while (!levels.empty()) {
-        Level& level = levels.back();
-        if (level.next == level.node->count()) {
-            levels.pop_back();
-            continue;
-        }
-        KestTreeNode* const child = (*level.node->m_children)[level.next++];
-        if (!internal::isLogLevel(internal::LogLevel::trace)) continue;
-        child->printGuts(indent + static_cast<int>(levels.size()));
-        levels.push_back({child, 0});
-    }
+    walk([indent](KestTreeNode& node, std::size_t depth) {
+        if (!internal::isLogLevel(internal::LogLevel::trace)) return false;
+        node.printGuts(indent + static_cast<int>(depth));
+        return true;
+    });
 }
 
 void KestTreeNode::printGuts(int indent) {

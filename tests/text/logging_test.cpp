@@ -151,6 +151,20 @@ TEST(Logging, KeepsNoPrefixThatNoMemoryWasLeftFor) {
     }
 }
 
+TEST(Logging, ReleasesTheMemoryOfALongRecord) {
+    static thread_local int t_large = 0;
+    Capture log(5);
+    const std::string text(1 << 20, 'x');
+    const auto largeAllocations = [&] {
+        t_large = 0;
+        const kit::AllocationHook counting([](std::size_t size) { return (t_large += size >> 20 != 0) >= 0; });
+        log << setloglevel(5) << text << endrecord << setloglevel(5) << "short" << endrecord;
+        return t_large;
+    };
+    const int first = largeAllocations();
+    EXPECT_EQ(largeAllocations(), first) << "memory of the first record was kept";
+}
+
 TEST(Logging, CutsTheFileNameAtTheLastDot) {
     std::string names;
     for (const char* base : {"app.cfg", "log", "a.b.c", "", ".cfg", "\"quoted", "\"", "d.d/app"})

@@ -26,13 +26,14 @@
 #include "platform/fork.h"
 #include "platform/uninterrupted.h"
 #include "text/log/logger_lock.h"
+#include "text/log/open_record.h"
 
 namespace KestSupport::internal {
 
 /// Lines one after another, and the end of each. A line may contain line ends.
 struct LineBatch {
     void clear() noexcept {
-        text.clear();
+        empty(text);
         ends.clear();
     }
 
@@ -111,7 +112,7 @@ class LineQueue {
 
     template <typename Build>
     void buildOwn(const Build& build) {
-        m_lines[m_line].clear();
+        empty(m_lines[m_line]);
         build(m_lines[m_line]);
     }
 

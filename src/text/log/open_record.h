@@ -37,6 +37,16 @@ inline void makeRoom(std::string& text, std::size_t more) {
     text.reserve(std::max(text.size() + more, 2 * text.capacity()));
 }
 
+/// Empties a text that serves many records. Keeps its memory, unless that is much.
+inline void empty(std::string& text) noexcept {
+    constexpr std::size_t kKeptCapacity = 65536;
+    if (text.capacity() > kKeptCapacity) {
+        const platform::Uninterrupted whole;
+        std::string().swap(text);
+    }
+    text.clear();
+}
+
 /// What a thread knows of its own records. Its number is never used again, unlike the id that the system gave it.
 struct LoggingThread {
     std::uint64_t number = 0;
@@ -93,14 +103,9 @@ class alignas(64) OpenRecord {
         return m_text;
     }
 
-    /// Makes the record idle. Keeps the memory of its text, unless that is much.
+    /// Makes the record idle.
     void reset() noexcept {
-        constexpr std::size_t kKeptCapacity = 65536;
-        if (m_text.capacity() > kKeptCapacity) {
-            const platform::Uninterrupted whole;
-            std::string().swap(m_text);
-        }
-        m_text.clear();
+        empty(m_text);
         if (!m_module.empty()) m_module.clear();
         m_level = kUnchosenLevel;
         m_accepted = false;

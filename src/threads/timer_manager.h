@@ -82,6 +82,7 @@ class KestTimerManager {
     static void awaitThreads(Shared& shared) noexcept;
     static bool takeDeadPass(Shared& shared) noexcept;
     static void endDeadPass(Shared& shared) noexcept;
+    static bool endsDeadPass(Shared& shared);
     static Order nextOrder(const KestTimerThread& thread, std::uint32_t& milliseconds);
     static bool isWaiting(const KestTimerThread& thread);
     static void resetInForkedChild() noexcept;

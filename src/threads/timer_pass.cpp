@@ -171,16 +171,21 @@ void KestTimerManager::endDeadPass(Shared& shared) noexcept {
     platform::releaseMutex(shared.m_passLock.get());
 }
 
+// Returns false if the thread of the pass lives. The manager keeps the timer that the killed thread was about to fire.
+bool KestTimerManager::endsDeadPass(Shared& shared) {
+    if (KestTimerManager* const manager = m_pInstance) return !manager->isPassUnderWay();
+    if (!takeDeadPass(shared)) return false;
+    endDeadPass(shared);
+    return true;
+}
+
 bool KestTimerManager::waitWhileFiring(const KestTimer& timer) {
     Shared& state = shared();
     KestCriticalSection guard(state.m_listLock, true);
     bool waited = false;
     while (state.m_pFiring == &timer && state.m_passThread != platform::lifelongThreadKey()) {
         waited = true;
-        if (takeDeadPass(state)) {
-            endDeadPass(state);
-            break;
-        }
+        if (endsDeadPass(state)) break;
         platform::resetEvent(state.m_fired.get());
         guard.unlock();
         platform::waitForOne(state.m_fired.get(), internal::kFiringCheck);

@@ -247,15 +247,15 @@ TEST(Timer, FiresWhenThreadsFailOrAreKilled) {
         kit::await([&] { return timer.fired >= 4; });
         timer.stop();
     }
-    for (const bool whenAsked : {true, false}) {
+    for (const auto& [whenAsked, foundByWait] : {std::pair(true, false), {true, true}, {false, false}}) {
         kit::Gate hangs;
         std::atomic<bool> isFirst{true};
         const auto hangOnce = [&](bool isHere) {
             if (isHere && isFirst.exchange(false)) hang(hangs);
             return false;
         };
-        timer.onAsk = [&] { return hangOnce(whenAsked); };
-        timer.onFire = [&] { hangOnce(!whenAsked); };
+        timer.onAsk = [&, here = whenAsked] { return hangOnce(here); };
+        timer.onFire = [&, here = !whenAsked] { hangOnce(here); };
         timer.fired = 0;
         KestThread firer(new kit::FunctionWork([&timer] {
             timer.start(kOverdue, 1000, false);
@@ -263,6 +263,10 @@ TEST(Timer, FiresWhenThreadsFailOrAreKilled) {
         }));
         firer.start();
         hangs.pass();
+        if (foundByWait) {
+            platform::terminateThread(*static_cast<platform::WaitHandle*>(firer.getHandle()), 0);
+            KestTimerManager::waitWhileFiring(timer);
+        }
         firer.kill();
         other.start(10, true);
         EXPECT_EQ(other.wait(-1), kSignalled);

@@ -15,9 +15,18 @@
 namespace KestSupport::platform {
 namespace {
 
+// With mingw-w64, the thread's first use of a thread_local variable takes a lock of all threads in the runtime. If the
+// runtime is linked into the program, its code cannot be told from the program's, so a termination there left the lock
+// taken: no thread could end then.
+void makeThreadLocalMemory() noexcept {
+    [[maybe_unused]] static thread_local volatile bool t_isUsed = false;
+    t_isUsed = true;
+}
+
 unsigned __stdcall runThread(void* argument) {
     ThreadRecord& record = *static_cast<ThreadRecord*>(argument);
     setCurrentRecord(record);
+    makeThreadLocalMemory();
     record.depth.store(0, std::memory_order_release);
     const std::uint32_t exitCode = record.entry(record.argument);
     record.leaving.store(true, std::memory_order_release);

@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "platform/process_memory.h"
+#include "platform/thread.h"
 #include "platform/uninterrupted.h"
 #include "platform/windows/windows_api.h"
 
@@ -19,7 +20,8 @@ struct RunningService {
 
     OwnedHandle mainReturned;  // an event
 
-    std::mutex handling;  // held while the handler runs; taken before the other lock
+    std::mutex handling;                   // held while the handler runs; taken before the other lock
+    std::atomic<DWORD> handlingThread{0};  // the last that called the handler
 
     UninterruptedMutex lock;        // guards the rest; held while the manager receives a report
     ServiceStatus last;             // the last report; its state is 0 before the first
@@ -74,6 +76,7 @@ DWORD WINAPI handleControl(DWORD code, DWORD, void*, void*) noexcept {
     const auto handler = service.handler.load(std::memory_order_acquire);
     if (handler == nullptr) return NO_ERROR;
     const std::lock_guard handling(service.handling);
+    service.handlingThread = GetCurrentThreadId();
     const std::uint32_t before = control == kServiceControlStop ? beginStop(service) : 0;
     try {
         handler(control);
@@ -112,6 +115,16 @@ void WINAPI runMain(DWORD count, wchar_t** words) noexcept {
     setEvent(service.mainReturned.get());
 }
 
+// Windows runs the handler on the dispatcher's thread. Wine has another one for it, and the dispatcher returns once the
+// service is stopped. If the process ended then, the sender of the control could get error 109 instead of the answer,
+// which the system sends after the handler has returned.
+void awaitAnswer(RunningService& service) {
+    constexpr std::uint32_t kTimeOfAnswer = 5;  // milliseconds
+    const std::lock_guard handled(service.handling);
+    const DWORD thread = service.handlingThread;
+    if (thread != 0 && thread != GetCurrentThreadId()) sleepThread(kTimeOfAnswer);
+}
+
 }  // namespace
 
 ErrorCode runAsService(const std::string& name, ServiceManager::ServiceMain main) {
@@ -125,10 +138,7 @@ ErrorCode runAsService(const std::string& name, ServiceManager::ServiceMain main
     if (service.mainReturned == nullptr) return errorNotEnoughMemory;
     SERVICE_TABLE_ENTRYW table[] = {{service.name.data(), &runMain}, {nullptr, nullptr}};
     if (!StartServiceCtrlDispatcherW(table)) return lastError();
-    // Windows runs the handler on this thread. Wine has another one for it and returns here once the service is
-    // stopped, so a process that ends now would end inside the handler, and the sender of the control would get error
-    // 109.
-    const std::lock_guard handled(service.handling);
+    awaitAnswer(service);
     waitForOne(service.mainReturned.get(), kServiceMainPatience);
     return errorSuccess;
 }

@@ -213,6 +213,15 @@ TEST(Thread, SendsAndHoldsNothingWhenKilled) {
     EXPECT_EQ(held.lockCount(), 1);
     held.unlock();
     thread.kill();
+    for (int i = 0; i < 500; ++i) {
+        Work ending([] { return 1; });
+        ending.start();
+        ending.waitForThreadExit();
+        for (std::atomic<int> pause{0}; pause < i * 20; ++pause) {  // until some moment before the native thread's end
+        }
+        ending.kill();
+        EXPECT_FALSE(ending.isAlive());
+    }
 }
 
 TEST(Thread, EndsAsItIsMarked) {

@@ -56,11 +56,14 @@ class SafeStop {
     }
 
   private:
-    // A thread that was suspended before is at such a place, or has not begun.
+    // A thread that was suspended before is at such a place, or has not begun. One that ends now cannot be suspended; a
+    // later look finds that it has ended.
     Stop tryOnce() noexcept {
         const RecordGuard records;
         const DWORD before = SuspendThread(m_thread);
-        if (before == static_cast<DWORD>(-1)) return Stop::refused;
+        if (before == static_cast<DWORD>(-1)) {
+            return GetLastError() == ERROR_SIGNAL_REFUSED ? Stop::refused : Stop::moving;
+        }
         if (before > 0) return Stop::standing;
         CONTEXT context{};
         context.ContextFlags = CONTEXT_FULL;

@@ -30,11 +30,17 @@
 
 namespace KestSupport::internal {
 
+// A child that is forked while another thread grows or empties a text uses the text again. So both swap it with another
+// string, which releases the memory. The functions of a string release its memory while it still has the address.
+
 /// Reserves memory for more characters, before they are appended.
 inline void makeRoom(std::string& text, std::size_t more) {
     if (text.capacity() - text.size() >= more) return;
     const platform::Uninterrupted whole;
-    text.reserve(std::max(text.size() + more, 2 * text.capacity()));
+    std::string larger;
+    larger.reserve(std::max(text.size() + more, 2 * text.capacity()));
+    larger.append(text);
+    larger.swap(text);
 }
 
 /// Empties a text that serves many records. Keeps its memory, unless that is much.

@@ -8,7 +8,6 @@
 
 #include "kit/allocations.h"
 #include "kit/failing_calls.h"
-#include "support/threads.h"
 
 namespace KestSupport {
 namespace {
@@ -258,31 +257,6 @@ TEST(BufferStream, IgnoresWriteWithoutRoom) {
     stream >> number;
     EXPECT_EQ(stream.write("abcd", 4, 1), 4U) << "the read made room";
     EXPECT_EQ(payloadOf(stream), "\2\0\0\0\3\0\0\0abcd"s);
-}
-
-// The writer is killed, in some rounds after realloc has moved a block.
-TEST(BufferStream, KeepsItsBlockAfterAKill) {
-    struct Writer : KestThread {
-        explicit Writer(std::vector<KestBufferStream>& all) : streams(all) {}
-        int run() override {
-            running = true;
-            for (std::size_t i = 0;; ++i)
-                streams[i / 60 % 64].write(text.data(), text.size(), 1);
-        }
-        const std::string text = std::string(4096, 'x');
-        std::vector<KestBufferStream>& streams;
-        std::atomic<bool> running{false};
-    };
-    for (int round = 0; round < 100; ++round) {
-        std::vector<KestBufferStream> streams(64);
-        Writer writer(streams);
-        writer.start();
-        while (!writer.running)
-            std::this_thread::yield();
-        writer.kill();
-        for (const KestBufferStream& stream : streams)
-            ASSERT_EQ(payloadOf(stream), std::string(stream.size(), 'x'));
-    }
 }
 
 // Each stream belongs to its writer until the reader evicts it, so there are many.

@@ -20,7 +20,7 @@ namespace KestSupport::internal {
 /// The destructor of std::stop_callback waits for its callback if that has begun on another thread. With the C++
 /// runtime of GCC 12 for Windows this wait may last without end: the runtime loses wake-ups, and loses all of them if
 /// the program and the library are separate files. So the std::stop_callback is destroyed only where it does not wait:
-/// by itself while it runs, or when no thread can stop the token any more. Until then it is kept for the next follower.
+/// by its own call, or when no thread can stop the token any more. Until then it is kept for the next follower.
 struct TokenCallback {
     struct Call {
         TokenCallback& callback;

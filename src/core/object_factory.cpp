@@ -3,6 +3,8 @@
 #include <map>
 #include <utility>
 
+#include "platform/uninterrupted.h"
+
 namespace KestSupport {
 namespace {
 
@@ -40,18 +42,22 @@ KestObjectFactory::~KestObjectFactory() {
     delete m_pEntries;
 }
 
+// A map is changed as a whole: a thread that was killed in between would leave a tree that another thread cannot use.
 void KestObjectFactory::add(const std::string& name, Creator creator) {
     const KestCriticalSection guard(m_lock, true);
+    const platform::Uninterrupted change;
     m_pEntries->creators[name] = creator;
 }
 
 void KestObjectFactory::add(const std::string& name, KestObjectFactoryRegistration& registration) {
     const KestCriticalSection guard(m_lock, true);
+    const platform::Uninterrupted change;
     m_pEntries->registrations[name] = &registration;
 }
 
 void KestObjectFactory::remove(const std::string& name) {
     const KestCriticalSection guard(m_lock, true);
+    const platform::Uninterrupted change;
     if (m_pEntries->registrations.erase(name) == 0) m_pEntries->creators.erase(name);
 }
 

@@ -2,6 +2,7 @@
 
 #include <map>
 
+#include "platform/uninterrupted.h"
 #include "support/exceptions.h"
 
 namespace KestSupport {
@@ -22,6 +23,7 @@ KestLockFactory<Key, Lock>& KestLockFactory<Key, Lock>::operator=(const KestLock
     if (this == &other) return *this;
     Locks locks(*other.m_pLocks);
     const KestCriticalSection guard(m_lock, true);
+    const platform::Uninterrupted change;
     m_pLocks->named.swap(locks.named);
     return *this;
 }
@@ -31,9 +33,11 @@ KestLockFactory<Key, Lock>::~KestLockFactory() {
     delete m_pLocks;
 }
 
+// The map is changed as a whole: a thread that was killed in between would leave a tree that another thread cannot use.
 template <typename Key, typename Lock>
 void KestLockFactory<Key, Lock>::createLock(const Key& name) {
     const KestCriticalSection guard(m_lock, true);
+    const platform::Uninterrupted change;
     m_pLocks->named.try_emplace(name);
 }
 

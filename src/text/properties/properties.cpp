@@ -5,6 +5,7 @@
 
 #include "platform/file_replacement.h"
 #include "platform/file_stream.h"
+#include "platform/uninterrupted.h"
 #include "support/exceptions.h"
 #include "text/log/internal_log.h"
 #include "text/properties/property_line.h"
@@ -106,12 +107,14 @@ void KestProperties<StringType>::addProperty(const StringType& name, const Strin
     if (!name.empty()) add(name, value);
 }
 
+// The table is changed as a whole: a thread that was killed in between would leave one that another thread cannot use.
 template <typename StringType>
 void KestProperties<StringType>::setProperty(const StringType& name, const StringType& value) {
     if (name.empty()) return;
     StringType copy(value);
     const typename Table::Key key(name);
     KestCriticalSection guard(m_lock, true);
+    const platform::Uninterrupted change;
     m_pTable->findOrAdd(key).first->value = std::move(copy);
 }
 
@@ -170,6 +173,7 @@ template <typename StringType>
 void KestProperties<StringType>::removeProperty(const StringType& name) {
     const typename Table::Key key(name);
     KestCriticalSection guard(m_lock, true);
+    const platform::Uninterrupted change;
     m_pTable->erase(key);
 }
 
@@ -303,6 +307,7 @@ void KestProperties<StringType>::add(View name, View value) {
     StringType copy(value);
     const typename Table::Key key(name);
     KestCriticalSection guard(m_lock, true);
+    const platform::Uninterrupted change;
     const auto [entry, isNew] = m_pTable->findOrAdd(key);
     if (isNew || !m_multiValued) {
         entry->value = std::move(copy);

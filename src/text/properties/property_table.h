@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/uninterrupted.h"
 #include "text/properties/entry_store.h"
 #include "text/properties/name_index.h"
 #include "text/properties/name_sorter.h"
@@ -136,7 +137,9 @@ void PropertyTable<StringType>::prepareOrder() {
     NameSorter<Entry> sorter;
     sorter.reserve(size());
     m_entries.visitAll([&](const Entry& entry) { sorter.add(entry); });
-    m_order = sorter.inOrder();
+    auto order = sorter.inOrder();
+    const platform::Uninterrupted change;
+    m_order.swap(order);
 }
 
 // Entries in the order of their names are scattered over the memory. A read of several entries loads them at once,

@@ -68,6 +68,8 @@ struct Envelope {
 ErrorCode sendBlock(const Channel& channel, const msghdr& header) noexcept {
     const ssize_t size =
         systemCall("sendMessage", [&] { return ::sendmsg(descriptorOf(channel), &header, MSG_NOSIGNAL); });
+    // A listener that ends resets the connections that it has not accepted.
+    if (size < 0 && errno == ECONNRESET) return errorBrokenPipe;
     return size >= 0 ? errorSuccess : systemFailure();
 }
 

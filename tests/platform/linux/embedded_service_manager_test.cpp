@@ -198,8 +198,8 @@ TEST_F(ServiceManagerTest, StartsWithDefaultProcessSettings) {
 // The service has too many callers, and signals arrive more often than the wait is long.
 TEST_F(ServiceManagerTest, ConnectTimesOutDespiteSignals) {
     const Result<Folder> folder = Folder::open(state.path());
-    const Result<Listener> listener = Listener::make(*folder, "s");
-    ASSERT_EQ(listener.error(), errorSuccess);
+    std::optional<Result<Listener>> listener(Listener::make(*folder, "s"));
+    ASSERT_EQ(listener->error(), errorSuccess);
     std::vector<Result<Channel>> callers;
     while (callers.empty() || callers.back())
         callers.push_back(Channel::connect(*folder, "s", 10));
@@ -209,6 +209,8 @@ TEST_F(ServiceManagerTest, ConnectTimesOutDespiteSignals) {
     EXPECT_EQ(Channel::connect(*folder, "s", 200).error(), errorServiceRequestTimeout);
     ::setitimer(ITIMER_REAL, &never, nullptr);
     std::signal(SIGALRM, before);
+    listener.reset();
+    EXPECT_EQ(callers.front()->send("to a listener that has not accepted"), errorBrokenPipe);
 }
 
 TEST_F(ServiceManagerTest, CleansUpAfterDeathAndDeletion) {

@@ -80,8 +80,8 @@ TEST(Agent, SamplesAndKeepsItsState) {
     std::error_code noLinks;
     std::filesystem::create_symlink("precious", folder.pathOf("log.kest-agent-probe"), noLinks);
     folder.write("s",
-                 "# comment\n\n interval = 1 \nprocess.limit=1\nmemory.limit=100\ndisk.path=/\ndisk.path=.\r\n"
-                 "log.level.Cpu=0\nlog.file=./log\nlog.console=yes\nstate.file=state\n");
+                 "# comment\n\n interval = 1 \nprocess.limit=1\nmemory.limit=100\ndisk.limit=100\n"
+                 "disk.path=/\ndisk.path=.\r\nlog.level.Cpu=0\nlog.file=./log\nlog.console=yes\nstate.file=state\n");
     using Counts = std::vector<std::pair<const char*, std::size_t>>;
     const auto expectCounts = [](const std::string& text, const Counts& expected) {
         for (const auto& [pattern, times] : expected)
@@ -91,7 +91,7 @@ TEST(Agent, SamplesAndKeepsItsState) {
     EXPECT_EQ(first.wait(), 0) << first.errors();
     expectCounts(first.output(),
                  {{" 3 Memory     \\[\\d+\\] memory in use \\(%\\) \\d+(\\.\\d\\d)? \\(limit 100\\)\n", 2},
-                  {" 3 Disk       \\[\\d+\\] file system of [/.] in use \\(%\\) \\d", 4},
+                  {" 3 Disk       \\[\\d+\\] file system of [/.] in use \\(%\\) \\d+(\\.\\d\\d)? \\(limit 100\\)\n", 4},
                   {" 3 Process    \\[\\d+\\] processes \\d+ \\(limit 1\\)\n", 2},
                   {" 1 Process    \\[\\d+\\] processes has risen to \\d+, above its limit of 1\n", 1},
                   {" Cpu ", 0},

@@ -63,13 +63,11 @@ ErrorCode result(bool succeeded) noexcept {
     return succeeded ? errorSuccess : lastError();
 }
 
-constexpr DWORD kContractControls = kServiceAcceptStop | kServiceAcceptPauseContinue | kServiceAcceptParameterChange;
-
 template <typename Status>
 ServiceStatus statusOf(const Status& status, std::uint32_t processId) {
     return {status.dwServiceType,
             status.dwCurrentState,
-            status.dwControlsAccepted & kContractControls,
+            status.dwControlsAccepted,
             status.dwWin32ExitCode,
             status.dwServiceSpecificExitCode,
             status.dwCheckPoint,

@@ -37,10 +37,7 @@ RunningService& runningService() noexcept {
 bool report(RunningService& service, const ServiceStatus& status) noexcept {
     service.last = status;
     service.isStopUnreported = false;
-    // The end of the system is a request to stop for a service that takes such requests.
-    const bool isStoppable = (status.controlsAccepted & kServiceAcceptStop) != 0;
-    const DWORD accepted = status.controlsAccepted | (isStoppable ? SERVICE_ACCEPT_SHUTDOWN : 0);
-    SERVICE_STATUS system{status.serviceType,     status.currentState, accepted,       status.exitCode,
+    SERVICE_STATUS system{status.serviceType,     status.currentState, status.controlsAccepted, status.exitCode,
                           status.serviceExitCode, status.checkPoint,   status.waitHint};
     return SetServiceStatus(service.statusHandle.load(std::memory_order_acquire), &system);
 }
@@ -70,8 +67,7 @@ void cancelStop(RunningService& service, std::uint32_t before) {
 }
 
 // A control handler that throws has not met the control.
-DWORD WINAPI handleControl(DWORD code, DWORD, void*, void*) noexcept {
-    const std::uint32_t control = code == SERVICE_CONTROL_SHUTDOWN ? kServiceControlStop : code;
+DWORD WINAPI handleControl(DWORD control, DWORD, void*, void*) noexcept {
     RunningService& service = runningService();
     const auto handler = service.handler.load(std::memory_order_acquire);
     if (handler == nullptr) return NO_ERROR;

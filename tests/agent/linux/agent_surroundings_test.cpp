@@ -35,7 +35,8 @@ TEST(Agent, ContinuesWhenSavingFails) {
 
 TEST(Agent, ReloadsOnHangUp) {
     const Folder folder;
-    folder.write("s", "interval=1\nlog.level.Cpu=0\nlog.file=log\nlog.console=yes\n");
+    const std::string limits = "cpu.limit=1000000\nmemory.limit=100\ndisk.limit=100\n";  // no value exceeds them
+    folder.write("s", limits + "interval=1\nlog.level.Cpu=0\nlog.file=log\nlog.console=yes\n");
     ChildProcess agent = folder.start({"-s", "s"});
     ASSERT_TRUE(agent.waitForOutput(" Process "));
     std::filesystem::rename(folder.pathOf("log"), folder.pathOf("old"));
@@ -46,7 +47,7 @@ TEST(Agent, ReloadsOnHangUp) {
          {"the settings were not changed: settings file s: interval: \"never\"", " Disk "}},
         {"process.limit=0\nlog.file=other\n", {"the new log.file takes effect at the next start\n", " Process "}}};
     for (const auto& [settings, expected] : steps) {
-        folder.write("s", settings);
+        folder.write("s", limits + settings);
         agent.hangUp();
         for (const std::string& text : expected)
             ASSERT_TRUE(agent.waitForOutput(text)) << text << agent.output();

@@ -64,7 +64,8 @@ class KEST_SUPPORT_EXPORT KestEncryption {
     /// If the value is not a Strength, encryption and decryption throw KestInvalidEncryptionException with
     /// "KestInvalidEncryptionException - The mode is not initialized properly" until a strength is set.
     KestEncryption(const Strength& strength);
-    /// A copy computes its key schedule again when it is first used.
+    /// A copy computes its key schedule again when it is first used. After an exception the target of an assignment
+    /// encrypts and decrypts as before.
     KestEncryption(KestEncryption& source);
     KestEncryption& operator=(KestEncryption& source);
     virtual ~KestEncryption();

@@ -12,7 +12,7 @@
 // for the classic locale the files are msg_C.pro and msg_C_C.pro, and for a locale without a name (with a facet of the
 // caller) msg_*.pro and msg_*_*.pro.
 //
-// Threads: a message set does not change after its construction, so any number of threads may read it. Each look-up
+// Threads: only an assignment changes a message set, so until then any number of threads may read it. Each look-up
 // takes the lock of the table.
 #pragma once
 
@@ -35,6 +35,7 @@ class KEST_SUPPORT_EXPORT KestMessageSet {
     /// KestProperties.
     KestMessageSet(const std::string& baseName, std::locale loc);
     KestMessageSet(const KestMessageSet& other);
+    /// After an exception the object is unchanged.
     KestMessageSet& operator=(const KestMessageSet& other);
     virtual ~KestMessageSet();
 

@@ -20,8 +20,8 @@
 //     if (options.isSet("h") || options.isSet("help")) std::cout << table.usage(KestGnuOptions());
 //
 // Threads: one thread at a time uses an object; several threads may call const operations at once.
-// Lifetime: an object keeps copies, no pointers into the command line. An iterator is valid during the life of its
-// object.
+// Lifetime: an object keeps copies, no pointers into the command line. An iterator is valid until its object is
+// destroyed or assigned to.
 #pragma once
 
 #include <cstddef>
@@ -74,7 +74,7 @@ class KEST_SUPPORT_EXPORT KestProgramOptions {
                        KestGnuOptions);
     /// Copies everything except the cursor, which is on the first argument of the copy.
     KestProgramOptions(const KestProgramOptions& other);
-    /// Copies like the constructor. Assignment to itself does nothing.
+    /// Copies like the constructor. Assignment to itself does nothing. After an exception the object is unchanged.
     KestProgramOptions& operator=(const KestProgramOptions& other);
     ~KestProgramOptions();
 

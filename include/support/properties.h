@@ -72,7 +72,7 @@ class KEST_SUPPORT_EXPORT_TEMPLATE KestProperties : public KestObjectBase, publi
     explicit KestProperties(bool multiValued);
     /// Copies the entries and the mode. The copy has no dependents and no holders.
     KestProperties(const KestProperties& other);
-    /// Replaces the entries and the mode.
+    /// Replaces the entries and the mode. After an exception the object is unchanged.
     KestProperties& operator=(const KestProperties& other);
     ~KestProperties() override;
 

@@ -43,6 +43,7 @@ class KEST_SUPPORT_EXPORT KestVersion {
     KestVersion(const KestVersion& source);
     virtual ~KestVersion();
 
+    /// After an exception the object is unchanged.
     KestVersion& operator=(const KestVersion& source);
     /// Reads a text like the constructor. After an exception the object has the numbers before the faulty piece.
     KestVersion& operator=(const std::string& text);

@@ -21,7 +21,11 @@ KestMessageSet::KestMessageSet(const std::string& baseName, std::locale loc) : m
 
 KestMessageSet::KestMessageSet(const KestMessageSet& other) = default;
 
-KestMessageSet& KestMessageSet::operator=(const KestMessageSet& other) = default;
+KestMessageSet& KestMessageSet::operator=(const KestMessageSet& other) {
+    m_messages = other.m_messages;  // only this may throw
+    m_locale = other.m_locale;
+    return *this;
+}
 
 KestMessageSet::~KestMessageSet() = default;
 

@@ -135,9 +135,12 @@ KestProgramOptions::KestProgramOptions(const KestProgramOptions& other)
 
 KestProgramOptions& KestProgramOptions::operator=(const KestProgramOptions& other) {
     if (this == &other) return *this;
-    m_programName = other.m_programName;
+    // On failure nothing changes.
+    std::string programName = other.m_programName;
+    std::vector<std::string> arguments = other.m_arguments;
     m_options = other.m_options;
-    m_arguments = other.m_arguments;
+    m_programName.swap(programName);
+    m_arguments.swap(arguments);
     reset();
     return *this;
 }

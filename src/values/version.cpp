@@ -68,7 +68,12 @@ KestVersion::KestVersion(const std::string& text) {
 KestVersion::KestVersion(const KestVersion& source) = default;
 KestVersion::~KestVersion() = default;
 
-KestVersion& KestVersion::operator=(const KestVersion& source) = default;
+KestVersion& KestVersion::operator=(const KestVersion& source) {
+    m_suffix.reserve(source.m_suffix.size());
+    m_components = source.m_components;
+    m_suffix = source.m_suffix;  // does not throw, so a failure changes nothing
+    return *this;
+}
 
 KestVersion& KestVersion::operator=(const std::string& text) {
     m_components.clear();

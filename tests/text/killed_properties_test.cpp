@@ -9,30 +9,36 @@
 namespace {
 
 using namespace KestSupport;
+using Properties = KestProperties<std::string>;
 
 std::string nameOf(int number) {
     return "a name that is stored outside of the string " + std::to_string(number % 400);
 }
 
+// Kills a thread that changes the properties again and again, with the numbers from 0 on.
+void killInside(int microseconds, const std::function<void(int)>& change) {
+    kit::Gate begins;
+    KestThread writer(new kit::FunctionWork([&] {
+        begins.open();
+        for (int i = 0; i < 100'000; ++i)
+            change(i);
+        return 0;
+    }));
+    writer.start();
+    begins.pass();
+    std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
+    writer.kill();
+    if (writer.isAlive()) writer.wait(-1);
+}
+
 TEST(KilledProperties, AreWhole) {
     for (int round = 0; round < 100; ++round) {
-        KestProperties<std::string> properties;
-        kit::Gate begins;
-        KestThread writer(new kit::FunctionWork([&] {
-            begins.open();
-            for (int i = 0; i < 100'000; ++i) {
-                properties.setProperty(nameOf(i * 7), nameOf(i));
-                if (i % 3 != 0) properties.removeProperty(nameOf(i * 11));
-                if (i % 50 == 0) properties.getNames();
-            }
-            return 0;
-        }));
-        writer.start();
-        begins.pass();
-        std::this_thread::sleep_for(std::chrono::microseconds(round * 9));
-        writer.kill();
-        if (writer.isAlive()) writer.wait(-1);
-
+        Properties properties;
+        killInside(round * 9, [&](int i) {
+            properties.setProperty(nameOf(i * 7), nameOf(i));
+            if (i % 3 != 0) properties.removeProperty(nameOf(i * 11));
+            if (i % 50 == 0) properties.getNames();
+        });
         const std::vector<std::string> names = properties.getNames();
         EXPECT_EQ(std::set(names.begin(), names.end()).size(), names.size());
         for (const std::string& name : names)
@@ -43,6 +49,20 @@ TEST(KilledProperties, AreWhole) {
             properties.removeProperty(nameOf(i));
         }
         EXPECT_TRUE(properties.getNames().empty());
+    }
+}
+
+TEST(KilledProperties, HaveTheModeOfTheirEntries) {
+    Properties single(false), multiple(true);
+    for (int i = 0; i < 400; ++i)
+        for (Properties* each : {&single, &multiple})
+            each->addProperty(nameOf(i), nameOf(i));
+    multiple.addProperty("multiple", "");
+    for (int round = 0; round < 200; ++round) {
+        Properties properties(single);
+        killInside(round % 100 * 9, [&](int i) { properties = i % 2 == 0 ? multiple : single; });
+        properties.addProperty(nameOf(0), "another");
+        EXPECT_EQ(properties.getPropertyValues(nameOf(0)).size(), 1 + properties.getPropertyValues("multiple").size());
     }
 }
 

@@ -93,8 +93,10 @@ KestProperties<StringType>::KestProperties(const KestProperties& other)
 template <typename StringType>
 KestProperties<StringType>& KestProperties<StringType>::operator=(const KestProperties& other) {
     if (this == &other) return *this;
+    auto table = std::make_unique<Table>(*other.m_pTable);  // released after the lock
     KestCriticalSection guard(m_lock, true);
-    m_pTable = std::make_unique<Table>(*other.m_pTable);
+    const platform::Uninterrupted change;
+    m_pTable.swap(table);
     m_multiValued = other.m_multiValued;
     return *this;
 }

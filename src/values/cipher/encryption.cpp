@@ -154,13 +154,14 @@ void KestEncryption::initialize(const std::string& key) {
 }
 
 void KestEncryption::copyValues(KestEncryption& source) {
+    const Strength strength = source.getStrength();
     m_initialized = false;
     wipeText(m_key);
-    m_strength = source.getStrength();
+    m_key = source.m_key;  // if this fails, the object only computes its key schedule again
+    m_strength = strength;
     m_mode = source.m_mode;
     m_initialVector = source.m_initialVector;
     m_schedule = source.m_schedule;
-    m_key = source.m_key;
 }
 
 }  // namespace KestSupport

@@ -102,6 +102,17 @@ class Folder {
     std::optional<kit::EnvironmentGuard> m_environment;
 };
 
+/// An assignment that fails changes nothing.
+template <typename Value, typename IsFormer>
+void assign(Value& to, Value& from, IsFormer isFormer) {
+    try {
+        to = from;
+    } catch (const std::bad_alloc&) {
+        confirm("unchanged", isFormer);
+        throw;
+    }
+}
+
 void loadAndSaveProperties() {
     const Folder folder(
         [](const auto& it) { it.write("in", "b=2\na=1\nc=a value that is longer than a short text\n"); });
@@ -144,7 +155,10 @@ void readCatalogue() {
         it.write("m.pro", "a=1\nb=1\n");
         it.write("m_C.pro", "b=2\n");
     });
-    const KestMessageSet messages(folder.pathOf("m"), std::locale::classic());
+    KestMessageSet general(folder.pathOf("m"), std::locale::classic());
+    const std::locale unnamed = withoutFaults([] { return std::locale(std::locale::classic(), new ansi_ctype); });
+    KestMessageSet messages(folder.pathOf("m"), unnamed);
+    assign(messages, general, [&] { return messages.getLocale() == unnamed; });
     const auto text = [&](char16_t key) { return messages.getString(wstring16(1, key)); };
     const wstring16 first = text('a'), second = text('b');
     confirm("messages",
@@ -269,21 +283,24 @@ void useValues() {
     const KestDateTime date;
     const wstring16 when = KestDateTime(date).toGMTString();
     const std::string expanded = KestExpandString("a text with <KEST_NO_SUCH_VARIABLE> in it");
-    const KestProgramOptions options("program -a --name=\"a value\" argument", false);
+    KestProgramOptions options("program -a --name=\"a value\" argument", false), emptied("none", false);
     const std::string option = options.getSwitch("name");
+    assign(options, emptied, [&] {
+        return options.getProgramName() == "program" && options.isSet("a") && options.getArgument() == "argument";
+    });
+    KestVersion version("1.2"), longer("1.2.3.4.a suffix that is longer than a short text");
+    assign(version, longer, [&] { return version.toString() == "1.2"; });
     std::string secret, plain;
     KestEncryption cipher;
     cipher.encryptData("key", "a text that is encrypted", secret);
     cipher.decryptData("key", secret, plain);
+    KestEncryption other(KestEncryption::Normal);
+    other.encryptData("a key that is longer than a short text", plain, secret);
+    assign(cipher, other, [&] { return cipher.getStrength() == KestEncryption::High; });
     KestTreeNode tree("a key that is longer than a short text"), former("key");
     for (const char* path : {"a/b", "a/c/d", "a/b/e"})
         tree.add(KestSmartPointer<KestTreeNode>(new KestTreeNode(path)), "/");
-    try {
-        former = tree;
-    } catch (const std::bad_alloc&) {
-        confirm("unchanged", [&] { return former.getKey() == "key" && former.size() == 0; });
-        throw;
-    }
+    assign(former, tree, [&] { return former.getKey() == "key" && former.size() == 0; });
     const bool grown = former.getNode("a/b/e", "/") == tree.getNode("a/b/e", "/");
     confirm("values", [&] {
         return when.size() > 20 && expanded == "a text with  in it" && option == "a value" && grown &&

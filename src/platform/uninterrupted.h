@@ -20,6 +20,17 @@ class Uninterrupted {
     ~Uninterrupted() { endUninterrupted(); }
 };
 
+/// The same around a function of the runtime that takes a lock of the runtime. A fork waits until no thread is in one,
+/// for at most 5 seconds, since a forked child cannot release such a lock. While a thread forks, another thread that
+/// begins one waits until the fork ends. Recursive.
+class RuntimeCall {
+  public:
+    RuntimeCall() noexcept;
+    RuntimeCall(const RuntimeCall&) = delete;
+    RuntimeCall& operator=(const RuntimeCall&) = delete;
+    ~RuntimeCall();
+};
+
 /// A mutex that no termination leaves locked: a thread that waits for it or holds it is not suspended or terminated
 /// until it has released it. In a forked child it is free if another thread held it. For short steps. Not recursive.
 class UninterruptedMutex {

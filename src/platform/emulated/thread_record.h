@@ -35,6 +35,7 @@ struct ThreadRecord {
 
     // Written by the thread, and read by its signal handler.
     volatile int regionDepth = 0;
+    volatile int runtimeCalls = 0;  ///< the number of nested calls of the runtime, of which a fork waits for the end
     volatile bool controlPending = false;
     volatile bool inDispatcher = false;  ///< holds the dispatcher lock, or waits for it
 

@@ -4,6 +4,7 @@
 
 #include "platform/emulated/barrier.h"
 #include "platform/emulated/futex_lock.h"
+#include "platform/emulated/runtime_calls.h"
 
 namespace KestSupport::platform {
 namespace {
@@ -314,12 +315,14 @@ void lockForFork(ThreadRecord& self) noexcept {
     self.holdsForFork = !self.inDispatcher;
     if (!self.holdsForFork) return;
     Region::begin(self);
+    beginFork(self);
     FutexLock::lock(g_lock);
 }
 
 void unlockAfterFork(ThreadRecord& self) noexcept {
     if (!std::exchange(self.holdsForFork, false)) return;
     FutexLock::unlock(g_lock);
+    endFork(self);
     Region::end(self);
 }
 
@@ -335,6 +338,7 @@ void resetInForkedChild(ThreadRecord& self) noexcept {
     }
     keepOnlyThread(self);
     forgetLeavingThreads(self);
+    forgetRuntimeCalls(self, self.holdsForFork);
     if (std::exchange(self.holdsForFork, false)) Region::end(self);
     g_lock.store(0, std::memory_order_release);
 }

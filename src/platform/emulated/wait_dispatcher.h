@@ -61,7 +61,8 @@ void settleMutexes(Dispatcher& dispatcher, std::uint32_t endedId) noexcept;
 /// its thread.
 void closeThread(WaitObject& thread) noexcept;
 
-/// Takes the dispatcher lock for a fork. A signal handler may fork while its thread holds that lock.
+/// Waits for the calls of the runtime, and takes the dispatcher lock, for a fork. A signal handler may fork while its
+/// thread holds that lock.
 void lockForFork(ThreadRecord& self) noexcept;
 void unlockAfterFork(ThreadRecord& self) noexcept;
 /// Makes `self`, which forked, the only thread that the waits know, and frees the dispatcher lock.

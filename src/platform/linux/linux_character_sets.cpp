@@ -31,13 +31,16 @@ class Iconv {
             errno = error;
             return;
         }
+        const RuntimeCall call;
         m_handle = iconv_open(to, from);
         m_open = reinterpret_cast<std::intptr_t>(m_handle) != -1;
     }
     Iconv(const Iconv&) = delete;
     Iconv& operator=(const Iconv&) = delete;
     ~Iconv() {
-        if (m_open) iconv_close(m_handle);
+        if (!m_open) return;
+        const RuntimeCall call;
+        iconv_close(m_handle);
     }
 
     bool isOpen() const { return m_open; }
@@ -202,7 +205,7 @@ std::unique_ptr<CharacterSet> openIconvSet(const std::string& name) {
 }  // namespace
 
 std::string installedCharset(const std::string& locale) {
-    const Uninterrupted whileRuntimeIsLocked;
+    const RuntimeCall call;
     const locale_t loaded = newlocale(LC_CTYPE_MASK, locale.c_str(), nullptr);
     if (loaded == nullptr) return {};
     const std::string charset = nl_langinfo_l(CODESET, loaded);
@@ -212,7 +215,7 @@ std::string installedCharset(const std::string& locale) {
 }
 
 std::unique_ptr<CharacterSet> openCharacterSet(const std::string& name) {
-    const Uninterrupted whileRuntimeIsLocked;
+    const RuntimeCall call;
     Iconv conversion(kNativeUtf16, name.c_str());
     if (!conversion.isOpen()) return nullptr;
     SingleByteSet::Units units;

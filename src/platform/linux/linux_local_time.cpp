@@ -59,7 +59,7 @@ class ZoneWatch {
     // Returns the number of the present zone, and publishes it if it is not the published one. The runtime looks too:
     // the program may have let it use another zone since.
     std::uint32_t look(std::uint32_t published) {
-        const Uninterrupted whileRuntimeIsLocked;
+        const RuntimeCall call;
         Sighting sighting = search();
         const KnownZone* zone = nullptr;
         if (sighting.text != nullptr) {
@@ -125,19 +125,19 @@ std::uint32_t localZoneOfNow() {
 }
 
 bool localTime(std::int64_t instant, std::tm& result) noexcept {
-    const Uninterrupted whileRuntimeIsLocked;
+    const RuntimeCall call;
     const time_t seconds = instant;
     return localtime_r(&seconds, &result) != nullptr;
 }
 
 bool utcTime(std::int64_t instant, std::tm& result) noexcept {
-    const Uninterrupted whileRuntimeIsLocked;
+    const RuntimeCall call;
     const time_t seconds = instant;
     return gmtime_r(&seconds, &result) != nullptr;
 }
 
 std::int64_t instantOfLocalTime(std::tm& fields) noexcept {
-    const Uninterrupted whileRuntimeIsLocked;
+    const RuntimeCall call;
     return mktime(&fields);
 }
 

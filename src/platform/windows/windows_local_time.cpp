@@ -53,7 +53,7 @@ bool isInUse(std::uint32_t zone) {
 }
 
 std::uint32_t useZone(bool ofNow) {
-    const Uninterrupted whileRuntimeIsLocked;
+    const RuntimeCall call;
     const char* const variable = std::getenv("TZ");
     const std::uint32_t zone =
         variable == nullptr ? systemZone(ofNow) : numberOf(knownZone(std::string("TZ=") + variable));
@@ -78,7 +78,7 @@ std::uint32_t localZoneOfNow() {
 }
 
 bool localTime(std::int64_t instant, std::tm& result) noexcept {
-    const Uninterrupted whileRuntimeIsLocked;
+    const RuntimeCall call;
     const __time64_t seconds = instant;
     std::tm fields{};
     if (_localtime64_s(&fields, &seconds) != 0) return false;
@@ -87,7 +87,7 @@ bool localTime(std::int64_t instant, std::tm& result) noexcept {
 }
 
 bool utcTime(std::int64_t instant, std::tm& result) noexcept {
-    const Uninterrupted whileRuntimeIsLocked;
+    const RuntimeCall call;
     const __time64_t seconds = instant;
     std::tm fields{};
     if (_gmtime64_s(&fields, &seconds) != 0) return false;
@@ -96,7 +96,7 @@ bool utcTime(std::int64_t instant, std::tm& result) noexcept {
 }
 
 std::int64_t instantOfLocalTime(std::tm& fields) noexcept {
-    const Uninterrupted whileRuntimeIsLocked;
+    const RuntimeCall call;
     return _mktime64(&fields);
 }
 

@@ -23,6 +23,14 @@ void endUninterrupted() noexcept {
     currentRecord().depth.fetch_sub(1, std::memory_order_relaxed);
 }
 
+RuntimeCall::RuntimeCall() noexcept {
+    beginUninterrupted();
+}
+
+RuntimeCall::~RuntimeCall() {
+    endUninterrupted();
+}
+
 void UninterruptedMutex::lock() noexcept {
     beginUninterrupted();
     std::uint32_t word = kFree;

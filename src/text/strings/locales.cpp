@@ -78,7 +78,7 @@ std::string decidingName(const std::locale& locale) {
 
 // The runtime holds a lock while it reads a locale.
 std::locale namedLocale(const char* name) {
-    const platform::Uninterrupted whileRuntimeIsLocked;
+    const platform::RuntimeCall call;
     return std::locale(name);
 }
 

@@ -148,8 +148,8 @@ wstring16 formatTime(const std::locale& locale, std::wios& state, const std::tm&
     const std::wstring widePattern(pattern, pattern + wstring16::traits_type::length(pattern));
     UnitCollector collector;
     // The standard facet calls the runtime, which locks its time zone. A facet of the caller is foreign code.
-    std::optional<platform::Uninterrupted> whileRuntimeIsLocked;
-    if (typeid(facet) == typeid(std::time_put<wchar_t>)) whileRuntimeIsLocked.emplace();
+    std::optional<platform::RuntimeCall> call;
+    if (typeid(facet) == typeid(std::time_put<wchar_t>)) call.emplace();
     facet.put(std::ostreambuf_iterator<wchar_t>(&collector), state, L'\0', &fields, widePattern.data(),
               widePattern.data() + widePattern.size());
     return collector.take();

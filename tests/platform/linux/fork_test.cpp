@@ -67,6 +67,7 @@ void useInChild(Inherited& parent) {
     EXPECT_EQ(parent.sleeper.end.wait(0), 0) << "the sleeper took the event";
     EXPECT_EQ(parent.sleeper.end.wait(1), -2);
     parent.log << setloglevel(1) << "from the child" << endrecord;
+    EXPECT_FALSE(KestDateTime().toString().empty()) << "needs a lock of the runtime";
     if (platform::kSanitizerDefersSignals) return;  // ThreadSanitizer has no new threads in a forked child
     KestTimer timer;
     timer.start(1, true);
@@ -93,6 +94,10 @@ TEST(Fork, KeepsLocksTimersAndLogUsable) {
             }
         });
     }
+    busy.emplace_back([&] {
+        while (!stop)
+            KestDateTime().toString();
+    });
     for (int round = 0; round < kRounds; ++round) {
         Inherited parent(log);
         parent.sleeper.start();

@@ -12,7 +12,8 @@ export CCACHE_DIR=${CCACHE_DIR:-$(ccache -k cache_dir 2>/dev/null)} CCACHE_BASED
 export HOME=$PWD PATH=$work/bin:$prefix/bin:$PATH KEST_SOURCES=$4 CXX=$3 LC_ALL=C.UTF-8 TZ=UTC
 library=$(dirname "$(find "$prefix/" -name libkestsupport.so)")
 export CPATH=$prefix/include LIBRARY_PATH=$library LD_LIBRARY_PATH=$library
-unset KEST_STATE_DIR XDG_STATE_HOME NOTIFY_SOCKET
+unset KEST_STATE_DIR XDG_STATE_HOME NOTIFY_SOCKET KEST_SERVICE_TIMEOUT
+umask 022
 [ "$(id -u)" != 0 ] || export KEST_STATE_DIR=$work/state
 
 awk -v expected="$work/expected" '

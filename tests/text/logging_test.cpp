@@ -12,6 +12,7 @@
 
 #include "kit/allocations.h"
 #include "kit/child_process.h"
+#include "kit/environment_guard.h"
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
 #include "kit/log_capture.h"
@@ -49,6 +50,7 @@ void onAnotherThread(Work work) {
 }  // namespace
 
 TEST(Logging, WritesRecordsWithinTheLevels) {
+    const kit::TimeZoneGuard utc("UTC0");  // no hour comes twice
     const std::string id = "[" + std::to_string(KestThread::getCurrentThreadId()) + "] x\n";
     const auto now = [] {
         const std::time_t seconds = std::time(nullptr);

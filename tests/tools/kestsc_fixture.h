@@ -48,7 +48,7 @@ void serve(const Texts& arguments) {
     if (g_behaviour == "failing") return report(kServiceStopped, 1066);
     if (g_behaviour == "slow") {
         report(kServiceStartPending, 0, 1, 100);
-        sleepThread(arguments.size() > 1 ? 2000 : 100);
+        sleepThread(arguments.size() > 2 ? kInfinite : arguments.size() > 1 ? 2000 : 100);
     }
     std::ofstream starts("starts", std::ios::app);
     for (std::size_t i = 1; i < arguments.size(); ++i)

@@ -1,14 +1,24 @@
 #include <pthread.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 
 #include "kit/system.h"
 
 namespace kit {
+
+void takeUsualSurroundings() {
+    for (const int number :
+         {SIGHUP, SIGINT, SIGTERM, SIGPIPE, SIGCHLD})  // nohup, background jobs and supervisors ignore some
+        signal(number, SIG_DFL);
+    umask(022);
+    setenv("PATH", "/usr/local/bin:/usr/bin:/bin", 1);
+}
 
 std::string systemText(std::uint32_t, int errnoValue) {
     return std::strerror(errnoValue);

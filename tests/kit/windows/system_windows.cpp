@@ -11,6 +11,8 @@
 
 namespace kit {
 
+void takeUsualSurroundings() {}
+
 std::string systemText(std::uint32_t code, int) {
     std::array<char, 512> text{};
     constexpr DWORD flags = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;

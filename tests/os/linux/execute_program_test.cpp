@@ -77,20 +77,20 @@ TEST(ExecuteProgram, OpensDocuments) {
     const kit::TemporaryFolder folder;
     const std::string document = folder.write("a document", "text");
     // The opener writes its argument to a file.
-    folder.write("xdg-open", "#!/bin/sh\ncd '" + folder.path() + "'; printf %s \"$1\" > part; mv part opened\n");
+    folder.write("xdg-open", "#!/bin/sh\ncd \"${0%/*}\"; printf %s \"$1\" > part; mv part opened\n");
     fs::permissions(folder.pathOf("xdg-open"), fs::perms::owner_all);
     kit::EnvironmentGuard environment;
     environment.set("PATH", folder.path() + ":" + std::getenv("PATH"));
     const kit::LogCapture log(1);
     int exitCode = 5;
     void* process = &exitCode;
-    EXPECT_TRUE(KestExecuteProgram("'" + document + "' argument", true, &process, &exitCode));
+    EXPECT_TRUE(KestExecuteProgram(KestJoinArguments({document, "argument"}), true, &process, &exitCode));
     EXPECT_EQ(exitCode, 0);
     EXPECT_EQ(process, nullptr);
     kit::await([&] { return fs::exists(folder.pathOf("opened")); });
     EXPECT_EQ(folder.read("opened"), document);
     environment.set("PATH", "/none");
-    EXPECT_TRUE(KestExecuteProgram("'" + document + "'", true, nullptr, nullptr));
+    EXPECT_TRUE(KestExecuteProgram(KestJoinArguments({document}), true, nullptr, nullptr));
     EXPECT_FALSE(KestExecuteProgram("kest-no-such-program", false, &process, &exitCode));
     EXPECT_EQ(exitCode, -1);
     const std::string failed = "KestExecuteProgram: Failed to start process. Error code :";

@@ -1,4 +1,5 @@
 // Tests which registry files KestGetEnvironmentVariable refuses, and by which character set it reads names.
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include "kit/child_process.h"
 #include "kit/environment_guard.h"
 #include "kit/failing_calls.h"
+#include "kit/gate.h"
 #include "kit/log_capture.h"
 #include "kit/registry.h"
 #include "support/utilities.h"
@@ -40,8 +42,8 @@ TEST(GetEnvironmentVariable, LogsAnUnusableRegistry) {
         expectNone("writable by another user");
     }
     ASSERT_EQ(chmod(file.c_str(), 0644), 0);
-    if (ChildProcess::isRoot()) {
-        ASSERT_EQ(chown(file.c_str(), 65534, 0), 0);
+    const bool mayGive = ChildProcess::isRoot() && chown(file.c_str(), 65534, 0) == 0;  // a container may forbid it
+    if (mayGive) {
         expectNone("owned by another user");
         ASSERT_EQ(chown(file.c_str(), 0, 0), 0);
     }
@@ -53,7 +55,7 @@ TEST(GetEnvironmentVariable, LogsAnUnusableRegistry) {
     Texts expected;
     for (const char* code : {"4", "4", "4", "5", "5", "5", "13"})
         expected.push_back(std::string("KestGetEnvironmentVariable: Could not read the registry (") + code + ")");
-    if (!ChildProcess::isRoot()) expected.erase(expected.begin() + 5);
+    if (!mayGive) expected.erase(expected.begin() + 5);
     EXPECT_EQ(log.messages(), expected);
 }
 
@@ -62,6 +64,10 @@ TEST(GetEnvironmentVariable, NoticesChangesOfAWatchedFile) {
         return "Windows Registry Editor Version 5.00\n\n[HKLM\\a]\n\"Text\"=\"" + value + "\"\n";
     };
     const auto value = [] { return KestGetEnvironmentVariable("a\\Text"); };
+    const auto mayWatch = [] {  // a user has few of these descriptors for all programs
+        const int descriptor = inotify_init1(IN_CLOEXEC);
+        return descriptor >= 0 && close(descriptor) == 0;
+    };
     const kit::TemporaryFolder folder;
     using Change = std::function<void(const fs::path& state)>;
     const auto writeNew = [&](const fs::path& file) { std::ofstream(file) << textOf("new"); };
@@ -89,12 +95,13 @@ TEST(GetEnvironmentVariable, NoticesChangesOfAWatchedFile) {
     kit::EnvironmentGuard environment;
     for (std::size_t row = 0; row < std::size(rows); ++row) {
         environment.set("KEST_STATE_DIR", stateOf(row).string());
-        for (int times = 0; times < 70; ++times)
-            ASSERT_EQ(value(), "old");
-        {
+        // At last without a look at the file. A watch lasts a second, so a busy machine may need several attempts.
+        kit::await([&] {
+            for (int times = 0; times < 70; ++times)
+                EXPECT_EQ(value(), "old");
             const kit::FailingCalls calls("findRegistry", 1, true, EMFILE);
-            EXPECT_EQ(value(), "old") << "without a look at the file";
-        }
+            return value() == "old" || !mayWatch();
+        });
         rows[row].first(stateOf(row));
         EXPECT_EQ(value(), rows[row].second) << row;
     }

@@ -107,7 +107,7 @@ TEST(Fork, KeepsLocksTimersAndLogUsable) {
         parent.shared.writeLock();
         const pid_t child = fork();
         if (child == 0) {
-            alarm(60);
+            alarm(300);
             useInChild(parent);
             _exit(testing::Test::HasFailure() ? 1 : 0);
         }
@@ -146,7 +146,7 @@ TEST(Fork, LeavesWaitingRecordsToTheParent) {
     for (int round = 0; round < kRounds; ++round) {
         const pid_t child = fork();
         if (child == 0) {
-            alarm(60);
+            alarm(300);
             KestLogRecord(1) << "child " << round;
             _exit(0);
         }

@@ -76,7 +76,7 @@ TEST(Process, ReportsWhyFileIsNoProgram) {
         for (const auto& [program, error] : {std::pair{broken, errorBadExecutable},
                                              {folder.path(), errorAccessDenied},
                                              {document + "/below", errorPathNotFound}})
-            EXPECT_EQ(Process().start({program, "", {}, {0, 1, 2}, detached}), error) << program;
+            EXPECT_EQ(Process().start({joinArguments({program}), "", {}, {0, 1, 2}, detached}), error) << program;
         EXPECT_EQ(Process().start({"true", folder.pathOf("absent"), {}, {0, 1, 2}, detached}), errorFileNotFound);
     }
     EXPECT_FALSE(ChildProcess::anyLeft());

@@ -11,7 +11,8 @@ TEST(Strings, RefuseTextsTooLongForABstr) {
     const int file = memfd_create("text", MFD_CLOEXEC);
     ASSERT_EQ(ftruncate(file, kPart), 0);
     const auto map = [&](void* at, std::size_t size, int sharing) {
-        return mmap(at, size, PROT_READ | PROT_WRITE, sharing, (sharing & MAP_ANONYMOUS) != 0 ? -1 : file, 0);
+        return mmap(at, size, at == nullptr ? PROT_NONE : PROT_READ | PROT_WRITE, sharing,
+                    (sharing & MAP_ANONYMOUS) != 0 ? -1 : file, 0);
     };
     auto* const text = static_cast<char*>(map(nullptr, kParts * kPart, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE));
     ASSERT_NE(text, MAP_FAILED);

@@ -81,7 +81,7 @@ TEST_F(Kestsc, WaitsUntilTheTimeOut) {
             {"stop slow", 0, "slow: stopped\n"}});
     install("mute", "mute");
     expect({"config mute --command '/bin/sleep 100'", 0, "mute: changed\n"});
-    for (const Texts& arguments : {Texts{"start", "mute"}, {"start", "slow", "--", "slowly"}}) {
+    for (const Texts& arguments : {Texts{"start", "mute"}, {"start", "slow", "--", "for", "ever"}}) {
         kit::ChildProcess broken(KESTSC, arguments);
         kit::await([&] { return query(arguments[1]).processId != 0; });
         broken.interrupt();
@@ -93,9 +93,10 @@ TEST_F(Kestsc, WaitsUntilTheTimeOut) {
     environment.set("KEST_SERVICE_TIMEOUT", "1000");
     const std::string explained =
         " as a service, which only a program with KestService::start does; kestsc logs shows its output";
-    expect({{"start mute", 6, "",
-             "start mute: the service did not answer in time (1053); the program did not answer" + explained},
-            {"config mute --command \"/bin/sh -c 'echo hello >&2'\"", 0, "mute: changed\n"},
+    expect({"start mute", 6, "",
+            "start mute: the service did not answer in time (1053); the program did not answer" + explained});
+    environment.set("KEST_SERVICE_TIMEOUT", std::nullopt);
+    expect({{"config mute --command \"/bin/sh -c 'echo hello >&2'\"", 0, "mute: changed\n"},
             {"start mute", 1, "",
              "start mute: the process ended unexpectedly (1067); the program ended before it answered" + explained},
             {"logs mute", 0, "hello\n"},
@@ -193,7 +194,7 @@ TEST(KestscCommand, RunsFromAnyFolder) {
         {{"web"}, "web"},
         {{"/bin/a", "b c", "-d"}, "/bin/a 'b c' -d"},
         {{"/opt/my app \"b c\""}, "/opt/my app \"b c\""},
-        {{program + " c d"}, "'" + program + "' c d"},
+        {{program + " c d"}, joinArguments({program}) + " c d"},
         {{"./a b"}, here + "/a b"},
         {{"a/../b", "c d"}, here + "/b 'c d'"},
     };

@@ -10,8 +10,8 @@
 
 namespace kit {
 
-/// Sets what this program inherits and its tests rely on: on POSIX the signals that their children end by, the
-/// permissions of new files, and folders of programs that every user may search.
+/// Sets what this program inherits and its tests rely on: open standard streams; on POSIX the signals that their
+/// children end by, the permissions of new files, and folders of programs that every user may search.
 void takeUsualSurroundings();
 
 /// Returns the system's own text for an error: for the errno value on POSIX, for the code on Windows.

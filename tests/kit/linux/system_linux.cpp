@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -13,6 +14,10 @@
 namespace kit {
 
 void takeUsualSurroundings() {
+    int unused = 0;  // after the standard streams, which may be closed
+    while ((unused = open("/dev/null", O_RDWR)) <= 2 && unused >= 0) {
+    }
+    close(unused);
     for (const int number :
          {SIGHUP, SIGINT, SIGTERM, SIGPIPE, SIGCHLD})  // nohup, background jobs and supervisors ignore some
         signal(number, SIG_DFL);

@@ -1,8 +1,8 @@
 // Auto-reset events that notify their dependents before they signal.
 //
 // Threads: any thread may call every operation. set and pulse notify on the calling thread and signal after that, so
-// every dependent has returned when a waiting thread wakes. An event must not be destroyed while a thread waits for it;
-// a thread whose wait was satisfied may destroy it at once.
+// every dependent has returned when a waiting thread wakes. An event must not be destroyed while a thread waits for it,
+// nor by a dependent that it notifies; a thread whose wait was satisfied may destroy it at once.
 //
 // A pulse reaches only a thread that waits at that moment. Use set where the waiting thread may be late.
 #pragma once

@@ -12,9 +12,9 @@
 // another order than they were written are wrong, without an error.
 //
 // Threads: any thread may call read, peek and write of one buffer stream, and so the operators. A text is one step of a
-// KestBufferStream itself. In a class derived from it a text takes two calls, one for the length and one for the
-// characters, because the class may override read and write; the call of another thread may come between them. All
-// other operations take no lock: no other thread uses the stream at that time.
+// KestBufferStream itself. In a class derived from it a text takes several calls, one for the length and one or more
+// for the characters, because the class may override read and write; the call of another thread may come between them.
+// All other operations take no lock: no other thread uses the stream at that time.
 #pragma once
 
 #include <concepts>
@@ -143,7 +143,7 @@ class KEST_SUPPORT_EXPORT KestOutputObjectStream : public KestObjectStream {
 ///     if (checked.failed()) ...
 ///
 /// The source's read returns the number of bytes. A value that failed may have some of its bytes; a text above the
-/// limit leaves its variable unchanged. A text takes two calls of the source's read.
+/// limit leaves its variable unchanged. A text takes two calls of the source's read, and more above 64 KiB.
 class KEST_SUPPORT_EXPORT KestCheckedInputStream final : public KestInputObjectStream {
   public:
     static constexpr std::uint64_t kNoLimit = ~std::uint64_t{0};  ///< texts of any length
@@ -155,7 +155,7 @@ class KEST_SUPPORT_EXPORT KestCheckedInputStream final : public KestInputObjectS
     KestCheckedInputStream& operator=(const KestCheckedInputStream&) = delete;
     ~KestCheckedInputStream() override;
 
-    /// Returns whether a value was incomplete since the construction or the last reset.
+    /// Returns whether there was a failure since the construction or the last reset.
     bool failed() const noexcept { return m_failed; }
     /// Forgets the failure, and makes the source empty.
     void reset() override;
@@ -172,7 +172,7 @@ class KEST_SUPPORT_EXPORT KestCheckedInputStream final : public KestInputObjectS
 };
 
 /// Writes to another stream and notes a failure: the stream took less than a value. After a failure it writes nothing
-/// more. The source's write returns the number of bytes.
+/// more. The target's write returns the number of bytes.
 class KEST_SUPPORT_EXPORT KestCheckedOutputStream final : public KestOutputObjectStream {
   public:
     /// Refers to the target, which outlives this object.
@@ -181,7 +181,7 @@ class KEST_SUPPORT_EXPORT KestCheckedOutputStream final : public KestOutputObjec
     KestCheckedOutputStream& operator=(const KestCheckedOutputStream&) = delete;
     ~KestCheckedOutputStream() override;
 
-    /// Returns whether a value was incomplete since the construction or the last reset.
+    /// Returns whether there was a failure since the construction or the last reset.
     bool failed() const noexcept { return m_failed; }
     /// Forgets the failure, and makes the target empty.
     void reset() override;

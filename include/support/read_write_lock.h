@@ -19,8 +19,9 @@
 // std::scoped_lock take it. In those names "shared" is a read level; the others are the write lock.
 //
 // Threads: any thread may call every operation, and different threads may make and destroy copies. One lock object is
-// not assigned to while another thread uses that object. The levels of a thread that ends stay held. A thread that
-// forks holds in the child what it holds in the parent. The lock's inner guard is never held while the library logs.
+// not assigned to while another thread uses that object. The levels of a thread that ends stay held. A thread that is
+// killed while it waits delays the next one by a second at most. A thread that forks holds in the child what it holds
+// in the parent. The lock's inner guard is never held while the library logs.
 //
 // Lifetime: the last copy destroys what the copies share. A thread that got the lock may destroy it at once, even while
 // the thread that unlocked it is still inside its call.

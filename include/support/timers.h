@@ -80,7 +80,8 @@ class KEST_SUPPORT_EXPORT KestTimer : public KestEvent {
     /// Starts the timer, or restarts it from now: once, or periodically until it is stopped. When neither part is
     /// above 0, the timer is stopped instead. An interval whose sum is negative is due at once. Does not wait for a
     /// firing under way on another thread. Throws KestException "KestTimer::start: Cannot create a thread that fires
-    /// timers", code 0, with the timer stopped; never inside a firing.
+    /// timers", code 0, with the timer stopped; never inside a firing. The first use of a timer in the process may
+    /// throw std::bad_alloc; the timer is then unchanged.
     virtual void start(std::int32_t seconds, std::int32_t milliseconds, bool oneShot);
     virtual void start(std::int32_t milliseconds, bool oneShot);
     void start(std::int32_t, std::int32_t) = delete;

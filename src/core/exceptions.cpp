@@ -35,7 +35,14 @@ KestException::KestException(const std::string& text, int code) : KestException(
 KestException::KestException(const KestException& other) = default;
 KestException::~KestException() = default;
 
-KestException& KestException::operator=(const KestException& other) = default;
+// Without memory, nothing is changed.
+KestException& KestException::operator=(const KestException& other) {
+    MessageStack messages = other.m_messages;
+    m_text = other.m_text;
+    m_code = other.m_code;
+    m_messages.swap(messages);
+    return *this;
+}
 
 std::string KestException::getText() const {
     try {

@@ -34,7 +34,8 @@ KestObjectFactory::KestObjectFactory(const KestObjectFactory& other)
 
 // The target keeps its lock and its registrations.
 KestObjectFactory& KestObjectFactory::operator=(const KestObjectFactory& other) {
-    if (this != &other) m_pEntries->creators = other.m_pEntries->creators;
+    auto creators = other.m_pEntries->creators;  // without memory, nothing is changed
+    m_pEntries->creators.swap(creators);
     return *this;
 }
 

@@ -42,9 +42,10 @@ void showCurrentException() noexcept {
 }  // namespace
 
 void kestShowUncaughtExceptions() noexcept {
-    const std::terminate_handler before = std::get_terminate();
-    if (before == showAndEnd) return;
-    g_next = before;
+    // The present handler may be one of the program that calls this one.
+    static constinit std::atomic<bool> isInstalled{false};
+    if (isInstalled.exchange(true)) return;
+    g_next = std::get_terminate();
     std::set_terminate(showAndEnd);
 }
 

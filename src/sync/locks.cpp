@@ -111,9 +111,9 @@ KestCriticalSectionObject::KestCriticalSectionObject(const KestCriticalSectionOb
 
 KestCriticalSectionObject& KestCriticalSectionObject::operator=(const KestCriticalSectionObject& other) {
     if (this == &other) return *this;
-    delete m_pImpl.exchange(nullptr, std::memory_order_acq_rel);
+    KestCriticalSectionObject shared(other);  // without memory, nothing is changed
+    delete m_pImpl.exchange(shared.m_pImpl.exchange(nullptr), std::memory_order_acq_rel);
     m_isCriticalSection = other.m_isCriticalSection;
-    shareFrom(other);
     return *this;
 }
 

@@ -13,9 +13,9 @@
 // The levels of a thread whose slot belongs to another thread are counted in m_readers.
 //
 // No thread may sleep forever. While threads wait and m_lock is free, at least one of these is true: the event is set,
-// or a thread that it woke is running; there is a writer, and the gate has kWaiting; m_readers has a level; a slot has
-// kWanted. The holder that finds such a mark releases with m_lock held. It then sets the event or, when there are other
-// readers, marks their slots.
+// or a thread that it woke is running or was killed; there is a writer, and the gate has kWaiting; m_readers has a
+// level; a slot has kWanted. The holder that finds such a mark releases with m_lock held. It then sets the event or,
+// when there are other readers, marks their slots.
 //
 // After the step that releases the lock, a holder without a mark uses no member, and a holder with a mark uses none
 // after it has released m_lock. So the next thread that takes the lock may destroy it.
@@ -236,17 +236,21 @@ void RwLockImplementation::signalIfFree() noexcept {
     if (m_waiting != 0 && !holderWillSignal()) platform::setEvent(m_event);
 }
 
-// Waits until `take` succeeds or the time has passed, and returns whether it succeeded. Returns with the guard held.
+// Waits until `take` succeeds or the time has passed, and returns whether it succeeded. Returns with the guard held. A
+// waiting thread may be killed after it has consumed the signal, so the others look regularly whether the lock is free.
 template <typename Take>
 bool RwLockImplementation::waitUntil(KestCriticalSection& guard, std::uint32_t milliseconds, Take take) {
+    constexpr std::uint32_t kLookAgain = 1000;  // milliseconds
     const platform::Deadline deadline = platform::Deadline::after(milliseconds);
     const Waiting waiting(*this);
     while (!take()) {
-        if (!deadline.isNever() && deadline.hasPassed()) return false;
-        if (!holderWillSignal()) continue;  // the last reader has just released
-        guard.unlock();
-        platform::waitForOne(m_event, deadline.isNever() ? platform::kInfinite : deadline.rest());
-        guard.lock();
+        if (deadline.hasPassed()) return false;
+        bool isSet = false;
+        while (!isSet && !deadline.hasPassed() && holderWillSignal()) {
+            guard.unlock();
+            isSet = platform::waitForOne(m_event, std::min(deadline.rest(), kLookAgain)) == platform::kWaitObject0;
+            guard.lock();
+        }
     }
     return true;
 }

@@ -20,6 +20,7 @@
 #include <utility>
 
 #include "platform/thread.h"
+#include "platform/thread_bias.h"
 #include "platform/wait.h"
 #include "sync/wait_set.h"
 #include "threads/timer_deferral.h"
@@ -30,6 +31,11 @@ namespace {
 
 constexpr int kNotRunning = 128;
 constexpr const char* kLibraryName = "class ";  // the beginning of a name that the program has not given
+
+// The system gives the only thread of a forked child another id, but it is still inside the run.
+int runningThread() noexcept {
+    return static_cast<int>(platform::lifelongThreadKey());
+}
 
 // Called in a catch (...). pthread_exit unwinds the stack with an object that is no C++ exception; a handler that does
 // not throw it again ends the process.
@@ -77,7 +83,7 @@ class KestThread::Run {
   public:
     explicit Run(KestThread& thread) noexcept : m_thread(&thread) {
         thread.m_run = this;
-        thread.m_runThreadId = getCurrentThreadId();
+        thread.m_runThreadId = runningThread();
     }
     Run(const Run&) = delete;
     Run& operator=(const Run&) = delete;
@@ -217,7 +223,7 @@ KestThread::Run::~Run() {
 }
 
 bool KestThread::isCurrentThread() const noexcept {
-    return m_runThreadId == getCurrentThreadId();
+    return m_runThreadId == runningThread();
 }
 
 void KestThread::kill() {

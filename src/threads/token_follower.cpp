@@ -11,6 +11,7 @@
 
 #include "platform/process_memory.h"
 #include "platform/thread.h"
+#include "platform/thread_bias.h"
 #include "platform/uninterrupted.h"
 
 namespace KestSupport::internal {
@@ -98,6 +99,7 @@ class TokenCallbacks {
         TokenFollower* const follower = callback.follower;
         if (follower != nullptr) {
             follower->m_callback = nullptr;
+            follower->m_runner = platform::threadKey();
             platform::resetEvent(follower->m_isIdle.get());
             return follower;
         }
@@ -158,8 +160,12 @@ TokenFollower::TokenFollower(KestStopEvent& event, const std::stop_token& token)
 }
 
 TokenFollower::~TokenFollower() {
+    constexpr std::uint32_t kLookAgain = 50;  // milliseconds
     g_callbacks.get().leave(*this);
-    platform::waitForOne(m_isIdle.get(), platform::kInfinite);
+    // A thread that was killed, or that is not in a forked child, does not complete the request.
+    while (platform::waitForOne(m_isIdle.get(), kLookAgain) == platform::kWaitTimeout &&
+           platform::threadMayRun(m_runner)) {
+    }
 }
 
 }  // namespace KestSupport::internal

@@ -30,7 +30,9 @@ class TokenFollower {
     friend class TokenCallbacks;
 
     KestStopEvent& m_event;
-    TokenCallback* m_callback = nullptr;  // null once it runs; guarded by the lock of TokenCallbacks
+    // Guarded by the lock of TokenCallbacks.
+    TokenCallback* m_callback = nullptr;                                      // null once it runs
+    std::uint32_t m_runner = 0;                                               // the key of the thread that runs it
     const platform::OwnedHandle m_isIdle{platform::createEvent(true, true)};  // reset while the callback runs
 };
 

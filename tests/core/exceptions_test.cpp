@@ -25,7 +25,9 @@ std::string contentOf(const KestException& exception) {
 }
 
 const kit::ChildRole g_throws("throws", [](const std::vector<std::string>& arguments) -> int {
+    static std::terminate_handler shows = nullptr;
     kestShowUncaughtExceptions();
+    shows = std::set_terminate([] { shows(); });
     kestShowUncaughtExceptions();
     if (arguments.size() == 1) throw KestPropertyNotFound(arguments[0]);
     throw 1;
@@ -38,6 +40,7 @@ TEST(Exceptions, AreShownWhenUncaught) {
     EXPECT_NE(child.wait(), 0);
     EXPECT_NE(other.wait(), 0);
     EXPECT_TRUE(child.errors().starts_with(expected)) << child.errors();
+    EXPECT_EQ(child.errors().find(expected, 1), std::string::npos);
     EXPECT_EQ(other.errors().find("Uncaught"), std::string::npos);
 }
 

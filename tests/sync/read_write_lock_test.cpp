@@ -7,10 +7,13 @@
 #include "kit/failing_calls.h"
 #include "kit/gate.h"
 #include "kit/log_capture.h"
+#include "support/stop.h"
 
 namespace {
 
 using KestSupport::KestReadWriteLock;
+using KestSupport::KestStoppableThread;
+using KestSupport::KestThread;
 using namespace std::chrono_literals;
 
 // What another thread can take: a read level (r), the write lock (w).
@@ -95,6 +98,33 @@ TEST(ReadWriteLock, LetsReadersPassWaitingWriter) {
         readers.lock.readUnLock();
         readers.release.open();
     }
+}
+
+TEST(ReadWriteLock, WakesNextWaiterAfterKilledOne) {
+    KestReadWriteLock lock;
+    kit::Gate held, release, written;
+    KestStoppableThread holder([&] {
+        lock.writeLock();
+        held.open();
+        release.pass();
+        lock.writeUnLock();
+    });
+    KestStoppableThread killed([&] { lock.writeLock(); });
+    KestStoppableThread waits([&] {
+        lock.writeLock();
+        written.open();
+    });
+    holder.start();
+    held.pass();
+    for (KestThread* thread : {&killed, &waits}) {
+        thread->start();
+        EXPECT_FALSE(written.passWithin(20ms));
+    }
+    killed.stop();  // it gets the signal, and cannot use it
+    release.open();
+    holder.wait(1000);
+    killed.kill();
+    written.pass();
 }
 
 TEST(ReadWriteLock, WakesOneReaderAfterWriter) {

@@ -127,6 +127,37 @@ TEST(Fork, KeepsLocksTimersAndLogUsable) {
     }
 }
 
+// The child has the forking thread, inside its run, and none that completes the stop of a token.
+TEST(Fork, WaitsForNoThreadOfTheParent) {
+    struct Holder : KestDependent {
+        kit::Gate entered, left;
+        void handleNotification(KestCollaborator&, const KestNotification&) override {
+            entered.open();
+            left.pass();
+        }
+    } holder;
+    std::stop_source source;
+    auto follows = std::make_unique<KestStopEvent>(source.get_token());
+    follows->addDependent(holder);
+    const std::jthread stopper([&] { source.request_stop(); });
+    holder.entered.pass();
+    int status = -1;
+    KestStoppableThread forker([&] {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(60);
+            forker.waitForThreadExit();
+            follows.reset();
+            _exit(0);
+        }
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+    });
+    forker.start();
+    forker.waitForThreadExit();
+    EXPECT_EQ(status, 0);
+    holder.left.open();
+}
+
 // A line that waits for another thread's write while the process forks is written by the parent alone.
 TEST(Fork, LeavesWaitingRecordsToTheParent) {
     constexpr int kRounds = 40;

@@ -7,7 +7,8 @@
 //   dependencyNames                        the names in a text of dependencies
 //
 // A service's name has 1 to 256 bytes, without separators of paths and control characters; any other name gives
-// errorInvalidName. Names are compared byte by byte.
+// errorInvalidName. Names are compared byte by byte, or without regard to case by a manager that is a part of the
+// system.
 //
 // The caller closes each handle with closeHandle, except the status handle, which belongs to the manager. A handle
 // allows the access that it was opened for; any other call gives errorAccessDenied. A call with a null handle, or with
@@ -91,7 +92,7 @@ struct ServiceStatus {
 /// is a part of the system, otherwise the account that owns the services.
 struct ServiceConfiguration {
     std::string name;
-    std::string displayName;
+    std::string displayName;  ///< for an empty one, a manager that is a part of the system takes the name
     std::uint32_t type = kServiceOwnProcess;
     std::uint32_t startType = kServiceAutoStart;  ///< automatic, on demand or disabled
     std::uint32_t errorControl = kServiceErrorNormal;
@@ -155,8 +156,8 @@ class ServiceManager {
     /// Serves controls on the calling thread and calls `main` on another one. Returns after the service has reported
     /// that it is stopped, and main has returned or a second has passed. In a process that the manager did not start,
     /// returns errorFailedServiceControllerConnect at once. When main throws, or returns without a control handler, the
-    /// service is stopped. A supervisor's request that the process end (SIGTERM) becomes kServiceControlStop, and so
-    /// does the end of a system that asks services.
+    /// service is stopped with the exit code errorExceptionInService or errorProcessAborted. A supervisor's request
+    /// that the process end (SIGTERM) becomes kServiceControlStop.
     virtual ErrorCode runDispatcher(const std::string& service, ServiceMain main) = 0;
     /// The manager calls `handler` for each control, one at a time, on one of its threads. Returns the status handle;
     /// null when the manager refuses.
@@ -191,11 +192,13 @@ class ServiceManager {
     /// after 30 seconds; errorProcessAborted when the process ends before; the error of executing the program.
     virtual ErrorCode startService(Handle service, const std::vector<std::string>& arguments) = 0;
     /// Kills the program that a call of startService in this process waits for, with the group that it leads. From now
-    /// on such calls fail with errorProcessAborted. Used by a program that has received a request to end.
+    /// on such calls fail with errorProcessAborted. Used by a program that has received a request to end. Without
+    /// effect when the manager is a part of the system, which ends a program that does not call runDispatcher in time.
     virtual void cancelStarts() noexcept {}
-    /// Kills the process of a service that is not stopped, with its group, and waits until the service is stopped:
-    /// errorServiceRequestTimeout after 30 seconds, errorServiceNotActive for a service that is stopped,
-    /// errorServiceCannotAcceptControl before its program has started. Requires kServiceStop.
+    /// Kills the process of a service that is not stopped, with its group on a system with groups of processes, and
+    /// waits until the service is stopped: errorServiceRequestTimeout after 30 seconds, errorServiceNotActive for a
+    /// service that is stopped, errorServiceCannotAcceptControl before its program has started. Requires kServiceStop
+    /// and kServiceQueryStatus.
     virtual ErrorCode endService(Handle) { return errorCallNotImplemented; }
     /// Sends a control and waits until the handler has returned. Stores the status after it in `answer`, also when the
     /// service could not receive the control in its state (errorServiceNotActive, errorServiceCannotAcceptControl) or
@@ -203,8 +206,9 @@ class ServiceManager {
     /// errorDependentServicesRunning for a stop while a service that depends on this one is not stopped,
     /// errorServiceRequestTimeout after 30 seconds, errorExceptionInService, errorInvalidParameter for a number that is
     /// no control. With a stop request the service becomes stop pending, before it reports that; when its handler
-    /// throws, it returns to its previous state. A stop of a program that has been started and has not called
-    /// runDispatcher ends the program: it is asked to end as a supervisor does, and killed after a second.
+    /// throws, it returns to its previous state. If the manager is embedded, a stop of a program that has been started
+    /// and has not called runDispatcher ends the program: it is asked to end as a supervisor does, and killed after a
+    /// second.
     virtual ErrorCode control(Handle service, std::uint32_t control, ServiceStatus& answer) = 0;
     virtual ErrorCode queryStatus(Handle service, ServiceStatus& status) = 0;
     /// The text of setFailureText; empty when there is none. Requires kServiceQueryStatus.

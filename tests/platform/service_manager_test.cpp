@@ -30,6 +30,8 @@ TEST_F(ServiceManagerTest, KeepsWhatWasRegistered) {
 
 TEST_F(ServiceManagerTest, DeliversControls) {
     EXPECT_EQ(run("create s plain; start s x y=z; await s 4; tell s; start s"), "0 0 4/3/0p 1056");
+    EXPECT_EQ(Opened("s", 0x4).call(&Manager::endService), 5u);
+    EXPECT_EQ(Opened("s", 0x20).call(&Manager::endService), 5u);
     EXPECT_EQ(state.read("heard"), joinArguments({named("s"), "x", "y=z"}));
     EXPECT_EQ(run("control s 2; control s 4; control s 3; control s 128"), "0/7 0/7 0/4 0/4");
     EXPECT_EQ(run("control s 6; control s 127; control s 1; await s 1; tell s; control s 1"),
@@ -39,7 +41,8 @@ TEST_F(ServiceManagerTest, DeliversControls) {
 
 TEST_F(ServiceManagerTest, TellsHowServicesEnd) {
     ASSERT_EQ(run("create s plain"), "0");
-    for (const auto& [role, told] : {std::pair{"failing", "1/0/42"}, {"throwing", "1/0/1064"}}) {
+    for (const auto& [role, told] :
+         {std::pair{"failing", "1/0/42"}, {"throwing", "1/0/1064"}, {"silent", "1/0/1067"}}) {
         run(std::string("line s ") + role + "; start s; await s 1");
         EXPECT_EQ(run("tell s"), told) << role;
     }

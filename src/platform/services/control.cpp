@@ -88,8 +88,9 @@ ErrorCode controlService(const ServiceDatabase& database, const std::string& nam
         if (!ended) return ended.failure();
         if (*ended) {
             const Result<ServiceStatus> later = files.status();
-            if (!later) return later.failure();
-            answer = *later;
+            const bool isGone = later.error() == errorServiceDoesNotExist;  // it was marked for deletion
+            if (!later && !isGone) return later.failure();
+            answer = isGone ? stoppedWith(errorProcessAborted) : *later;
             if (answer.currentState == kServiceStopped) return 0;
         }
         if (const ErrorCode refusal = refusalOf(status->currentState); refusal != 0) {

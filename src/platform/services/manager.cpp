@@ -117,7 +117,9 @@ ErrorCode deleteIn(const OpenHandle& service) {
     if (!active || !*active) return files.remove();
     if (!stored) return stored.failure();
     stored->deleted = true;
-    return files.replace(*stored);
+    if (const ErrorCode error = files.replace(*stored); error != 0) return error;
+    // A service that has stopped since the first look did not see the mark.
+    return files.read().error() == errorServiceDoesNotExist ? files.remove() : errorSuccess;
 }
 
 class EmbeddedServiceManager final : public ServiceManager {
@@ -301,6 +303,11 @@ ErrorCode EmbeddedServiceManager::startService(Handle service, const std::vector
     });
 }
 
+ErrorCode EmbeddedServiceManager::endService(Handle service) {
+    return withService(service, kServiceStop | kServiceQueryStatus,
+                       [](const OpenHandle& open) { return platform::endService(*open.database, open.name); });
+}
+
 ErrorCode EmbeddedServiceManager::control(Handle service, std::uint32_t control, ServiceStatus& answer) {
     const std::uint32_t access = accessFor(control);
     return withService(service, access, [&](const OpenHandle& open) -> ErrorCode {
@@ -314,11 +321,6 @@ ErrorCode EmbeddedServiceManager::queryStatus(Handle service, ServiceStatus& sta
         status = ServiceStatus();
         return store(open.files().status(), status);
     });
-}
-
-ErrorCode EmbeddedServiceManager::endService(Handle service) {
-    return withService(service, kServiceStop,
-                       [](const OpenHandle& open) { return platform::endService(*open.database, open.name); });
 }
 
 ErrorCode EmbeddedServiceManager::queryFailureText(Handle service, std::string& text) {

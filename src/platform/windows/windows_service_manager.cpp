@@ -1,7 +1,7 @@
 // The clients' side of the system's service control manager.
 //
 // Texts go to it as UTF-16. A handle of ours keeps what the manager does not tell by a handle: the service's name and
-// the rights that it was opened with.
+// the access that it was opened for.
 #include "platform/service_manager.h"
 
 #include <algorithm>
@@ -28,6 +28,7 @@ using OwnedServiceHandle = std::unique_ptr<SC_HANDLE__, ServiceHandleCloser>;
 struct OpenHandle {
     OwnedServiceHandle system;
     std::wstring service;  // empty: the manager
+    std::uint32_t access;
 };
 
 OpenHandle* ownHandle(void* handle) noexcept {
@@ -61,6 +62,14 @@ std::string textOf(const wchar_t* text) {
 
 ErrorCode result(bool succeeded) noexcept {
     return succeeded ? errorSuccess : lastError();
+}
+
+// Stores a handle that the system has opened. Called before anything else changes the system's last error.
+ErrorCode keep(SC_HANDLE opened, const std::wstring& service, std::uint32_t access, void*& handle) {
+    OwnedServiceHandle system(opened);
+    if (system == nullptr) return lastError();
+    handle = new OpenHandle{std::move(system), service, access};
+    return errorSuccess;
 }
 
 template <typename Status>
@@ -99,10 +108,7 @@ class SystemServiceManager : public ServiceManager {
 
     ErrorCode openManager(std::uint32_t access, Handle& manager) override {
         manager = nullptr;
-        OwnedServiceHandle opened(OpenSCManagerW(nullptr, nullptr, access));
-        if (opened == nullptr) return lastError();
-        manager = new OpenHandle{std::move(opened), {}};
-        return errorSuccess;
+        return keep(OpenSCManagerW(nullptr, nullptr, access), {}, access, manager);
     }
 
     ErrorCode enumerateServices(Handle manager, std::vector<ServiceEntry>& services) override {
@@ -135,27 +141,22 @@ class SystemServiceManager : public ServiceManager {
         if (!isServiceName(configuration.name)) return errorInvalidName;
         // The system restarts services by recovery actions, which its own tools set.
         if (configuration.restart != kServiceRestartNever) return errorCallNotImplemented;
-        std::wstring name = wideText(configuration.name);
+        const std::wstring name = wideText(configuration.name);
+        const std::wstring commandLine = wideText(configuration.commandLine);
         const std::wstring dependencies = nameList(dependencyNames(configuration.dependencies));
         const std::wstring displayName = displayNameOf(configuration.displayName, name);
-        OwnedServiceHandle created(CreateServiceW(
-            system(manager), name.c_str(), displayName.c_str(), access, configuration.type, configuration.startType,
-            configuration.errorControl, wideText(configuration.commandLine).c_str(), nullptr, nullptr,
-            dependencies.c_str(), nullptr, nullptr));
-        if (created == nullptr) return lastError();
-        service = new OpenHandle{std::move(created), std::move(name)};
-        return errorSuccess;
+        return keep(CreateServiceW(system(manager), name.c_str(), displayName.c_str(), access, configuration.type,
+                                   configuration.startType, configuration.errorControl, commandLine.c_str(), nullptr,
+                                   nullptr, dependencies.c_str(), nullptr, nullptr),
+                    name, access, service);
     }
 
     ErrorCode openService(Handle manager, const std::string& name, std::uint32_t access, Handle& service) override {
         service = nullptr;
         if (!isManager(manager)) return errorInvalidHandle;
         if (!isServiceName(name)) return errorInvalidName;
-        std::wstring wideName = wideText(name);
-        OwnedServiceHandle opened(OpenServiceW(system(manager), wideName.c_str(), access));
-        if (opened == nullptr) return lastError();
-        service = new OpenHandle{std::move(opened), std::move(wideName)};
-        return errorSuccess;
+        const std::wstring wideName = wideText(name);
+        return keep(OpenServiceW(system(manager), wideName.c_str(), access), wideName, access, service);
     }
 
     ErrorCode queryConfiguration(Handle service, ServiceConfiguration& configuration) override {
@@ -222,17 +223,17 @@ class SystemServiceManager : public ServiceManager {
 
     ErrorCode endService(Handle service) override {
         if (!isService(service)) return errorInvalidHandle;
+        if ((ownHandle(service)->access & kServiceStop) == 0) return errorAccessDenied;
         ServiceStatus status;
         SystemHandle process;
         // While the manager names the process, its number is not used again. So the second answer is about the one that
         // is open.
-        for (bool isKnown = false; !isKnown;) {
+        for (;;) {
             const std::uint32_t before = status.processId;
             if (const ErrorCode error = queryStatus(service, status); error != 0) return error;
             if (status.currentState == kServiceStopped) return errorServiceNotActive;
             if (status.processId == 0) return errorServiceCannotAcceptControl;
-            isKnown = process.isOpen() && status.processId == before;
-            if (isKnown) break;
+            if (process.isOpen() && status.processId == before) break;
             process = SystemHandle(OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, status.processId));
             if (!process.isOpen()) return lastError();
         }

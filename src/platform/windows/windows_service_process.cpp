@@ -33,13 +33,14 @@ RunningService& runningService() noexcept {
     return service.get();
 }
 
-// The caller has the lock.
+// The caller has the lock. A report that the manager refuses changes nothing.
 bool report(RunningService& service, const ServiceStatus& status) noexcept {
-    service.last = status;
-    service.isStopUnreported = false;
     SERVICE_STATUS system{status.serviceType,     status.currentState, status.controlsAccepted, status.exitCode,
                           status.serviceExitCode, status.checkPoint,   status.waitHint};
-    return SetServiceStatus(service.statusHandle.load(std::memory_order_acquire), &system);
+    if (!SetServiceStatus(service.statusHandle.load(std::memory_order_acquire), &system)) return false;
+    service.last = status;
+    service.isStopUnreported = false;
+    return true;
 }
 
 // The caller has the lock.
@@ -83,7 +84,7 @@ DWORD WINAPI handleControl(DWORD control, DWORD, void*, void*) noexcept {
     }
 }
 
-// A main that ends without a stopped status has stopped the service.
+// For a main that throws or leaves no control handler, since nothing else would report.
 void reportStopped(std::uint32_t exitCode) noexcept {
     RunningService& service = runningService();
     const std::lock_guard guard(service.lock);
@@ -104,7 +105,7 @@ void WINAPI runMain(DWORD count, wchar_t** words) noexcept {
         for (DWORD i = 0; i < count; ++i)
             arguments.push_back(ansiText(words[i]));
         service.main(arguments);
-        if (service.handler.load() == nullptr) reportStopped(errorSuccess);
+        if (service.handler.load() == nullptr) reportStopped(errorProcessAborted);
     } catch (...) {
         reportStopped(errorExceptionInService);
     }

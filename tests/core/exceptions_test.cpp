@@ -5,8 +5,6 @@
 #include <type_traits>
 #include <typeinfo>
 
-#include "kit/child_process.h"
-#include "kit/environment_guard.h"
 #include "support/terminate_handler.h"
 
 namespace {

@@ -1,9 +1,6 @@
 // Object factory: which creator a name has, and what copies and the factory of the process contain.
 #include "support/object_factory.h"
 
-#include <new>
-#include <set>
-
 #include "kit/allocations.h"
 #include "support/exceptions.h"
 

@@ -2,12 +2,7 @@
 // buffer stream.
 #include "support/object_streams.h"
 
-#include <algorithm>
-#include <cstring>
-#include <new>
-
 #include "kit/allocations.h"
-#include "kit/failing_calls.h"
 
 namespace KestSupport {
 namespace {

@@ -1,11 +1,6 @@
 // Observer: order, changes of the list during a notification, exceptions, and threads.
 #include "support/observer.h"
 
-#include <algorithm>
-#include <functional>
-#include <random>
-#include <stdexcept>
-
 #include "support/threads.h"
 
 namespace KestSupport {

@@ -2,7 +2,6 @@
 #include "os/module_data.h"
 
 #include "kit/failure_of.h"
-#include "kit/gate.h"
 #include "support/locks.h"
 #include "support/object_factory.h"
 #include "support/timers.h"

@@ -1,9 +1,6 @@
 // Tests KestServiceControl and its exception with a recording manager, and the life of an installed service.
 #include "support/service_control.h"
 
-#include <cerrno>
-#include <functional>
-
 #include "kit/log_capture.h"
 #include "kit/recording_service_manager.h"
 #include "kit/service_fixture.h"

@@ -1,7 +1,5 @@
 // Tests that properties are whole after a thread was killed while it changed them.
-#include <set>
 
-#include "kit/gate.h"
 #include "support/properties.h"
 #include "support/threads.h"
 #include "threads/function_work.h"

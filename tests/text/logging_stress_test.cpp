@@ -1,7 +1,5 @@
 // Records of many threads stay whole while settings change and threads are killed.
 
-#include <cstdlib>
-
 #include "kit/log_capture.h"
 #include "support/log_record.h"
 #include "support/threads.h"

@@ -2,19 +2,9 @@
 #include "support/logging.h"
 #include "support/log_record.h"
 
-#include <algorithm>
-#include <cerrno>
 #include <cfloat>
-#include <climits>
-#include <cmath>
-#include <cstdlib>
-#include <ctime>
 
 #include "kit/allocations.h"
-#include "kit/child_process.h"
-#include "kit/environment_guard.h"
-#include "kit/failing_calls.h"
-#include "kit/gate.h"
 #include "kit/log_capture.h"
 #include "platform/clock.h"
 #include "support/threads.h"

@@ -2,14 +2,7 @@
 // such call; the same for allocations; and each once or from then on. No run may crash, hang, leak or report a false
 // success, and each failure that it reports has a text.
 
-#include <filesystem>
-#include <functional>
-#include <limits>
-#include <optional>
-#include <sstream>
-
 #include "kit/allocations.h"
-#include "kit/failing_calls.h"
 #include "kit/recording_service_manager.h"
 #include "platform/service_roles.h"
 #include "platform/thread.h"

@@ -2,7 +2,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "kit/temporary_folder.h"
 #include "support/utilities.h"
 
 namespace {

@@ -3,15 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-
-#include "kit/child_process.h"
-#include "kit/environment_guard.h"
-#include "kit/failing_calls.h"
-#include "kit/gate.h"
 #include "kit/log_capture.h"
 #include "kit/registry.h"
 #include "support/utilities.h"

@@ -7,11 +7,8 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <fstream>
 #include <regex>
-#include <tuple>
 
-#include "kit/failing_calls.h"
 #include "platform/service_roles.h"
 #include "platform/services/channel.h"
 #include "platform/services/output.h"

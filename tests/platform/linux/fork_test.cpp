@@ -2,14 +2,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
-#include <map>
-#include <sstream>
-#include <thread>
-
-#include "kit/gate.h"
-#include "kit/temporary_folder.h"
 #include "platform/linux/linux_sanitizers.h"
 #include "support/support.h"
 

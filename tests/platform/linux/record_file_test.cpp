@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "kit/temporary_folder.h"
 #include "platform/file_stream.h"
 
 using namespace KestSupport::platform;

@@ -5,11 +5,6 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <cstddef>
-
-#include "kit/environment_guard.h"
-#include "kit/failing_calls.h"
-#include "kit/temporary_folder.h"
 #include "platform/linux/linux_descriptor.h"
 #include "support/service.h"
 

@@ -4,7 +4,6 @@
 #include <signal.h>
 #include <sys/resource.h>
 
-#include "kit/gate.h"
 #include "platform/lambda_thread.h"
 #include "platform/thread_bias.h"
 

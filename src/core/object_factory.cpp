@@ -3,6 +3,7 @@
 #include <map>
 #include <utility>
 
+#include "platform/process_memory.h"
 #include "platform/uninterrupted.h"
 
 namespace KestSupport {
@@ -81,8 +82,16 @@ std::vector<std::string> KestObjectFactory::getRegisteredClasses() const {
     return names;
 }
 
+// A plug-in that is linked with the static library may have no Module object, which deletes the factory otherwise.
 KestObjectFactory& KestObjectFactory::getGlobalInstance() {
-    if (m_pGlobalInstance == nullptr) m_pGlobalInstance = new KestObjectFactory;
+    struct DeleteAtUnload {
+        ~DeleteAtUnload() { deleteGlobalInstance(); }
+    };
+    static constinit platform::ProcessObject<DeleteAtUnload> deleteAtUnload;
+    if (m_pGlobalInstance == nullptr) {
+        deleteAtUnload.get();
+        m_pGlobalInstance = new KestObjectFactory;
+    }
     return *m_pGlobalInstance;
 }
 

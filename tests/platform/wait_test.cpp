@@ -50,20 +50,27 @@ TEST(Wait, ResetsAnAutoResetEvent) {
 
 TEST(Wait, ReceivesPulseOnlyWhileItLasts) {
     for (const bool manual : {false, true}) {
-        const auto subject = event(manual), other = event();
+        const auto subject = event(manual), other = event(), begun = event();
         pulseEvent(subject.get());
         EXPECT_EQ(waitForOne(subject.get(), 0), kWaitTimeout);
-        const std::array both{other.get(), subject.get()};
-        auto one = elsewhere([&] { return waitForOne(subject.get(), kInfinite); });
-        expectBlocked(one);
-        auto any = elsewhere([&] { return waitForMany(both, false, kInfinite); });
-        expectBlocked(any);
+        const auto waiter = [&] {
+            auto wait = elsewhere([&] { return signalAndWait(begun.get(), subject.get(), kInfinite); });
+            waitForOne(begun.get(), kInfinite);
+            return wait;
+        };
+        auto first = waiter(), second = waiter();
+        expectBlocked(first);
         pulseEvent(subject.get());
-        EXPECT_EQ(one.get(), 0U);
+        EXPECT_EQ(first.get(), 0U);
         if (!manual) {
-            expectBlocked(any);
+            expectBlocked(second);
             pulseEvent(subject.get());
         }
+        EXPECT_EQ(second.get(), 0U);
+        const std::array both{other.get(), subject.get()};
+        auto any = elsewhere([&] { return waitForMany(both, false, kInfinite); });
+        while (any.wait_for(1ms) != std::future_status::ready)  // it may begin to wait after some pulses
+            pulseEvent(subject.get());
         EXPECT_EQ(any.get(), 1U);
         EXPECT_EQ(waitForOne(subject.get(), 0), kWaitTimeout);
     }

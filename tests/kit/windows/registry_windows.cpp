@@ -23,6 +23,7 @@ struct Registry::State {
     HKEY root = nullptr;
 
     State() {
+        RegDeleteTreeW(HKEY_CURRENT_USER, path.c_str());  // of a process that was killed
         if (RegCreateKeyExW(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &root, nullptr) !=
                 0 ||
             RegOverridePredefKey(HKEY_LOCAL_MACHINE, root) != 0)

@@ -53,10 +53,11 @@ inline constexpr std::intptr_t kInheritHandle = -1;  ///< the handle of this pro
 inline constexpr std::intptr_t kNullDevice = -2;     ///< input is empty, output is discarded
 
 struct ProcessRequest {
-    /// If the program's name has no separator, PATH is searched. A relative path starts at the folder of this process.
+    /// If the program's name has no separator, PATH is searched; before it, Windows searches the folder of this
+    /// program, the current folder and its own folders. A relative path starts at the folder of this process.
     std::string commandLine;
     std::string workingDirectory;  ///< empty: that of this process
-    /// Names and values, in addition to the environment of this process.
+    /// Names and values, in addition to the environment of this process. The last value of a name counts.
     std::vector<std::pair<std::string, std::string>> environment;
     /// Standard input, output and error. The caller still owns the handles.
     std::array<std::intptr_t, 3> standardHandles{kInheritHandle, kInheritHandle, kInheritHandle};
@@ -104,7 +105,7 @@ class Process {
     ErrorCode start(const ProcessRequest& request);
 
     /// Waits for the end, at most `timeout` milliseconds (kInfinite of wait.h: without limit; 0: does not wait).
-    /// Returns whether the program has ended.
+    /// Returns whether the program has ended. Requires a program.
     bool wait(std::uint32_t timeout) noexcept;
 
     /// Ends all programs of the group by force, without waiting for that. Requires ownGroup, and that wait has returned

@@ -1,4 +1,5 @@
-// The folder of the data that outlives a process: the registry and the services.
+// The folder of the data that outlives a process: the registry and the services. For back ends that keep these in
+// files; Windows has them itself.
 //
 // It is $KEST_STATE_DIR. When that is unset or empty, a POSIX back end uses /var/lib/kest for root and
 // $XDG_STATE_HOME/kest, by default ~/.local/state/kest, for other users.

@@ -21,8 +21,9 @@ CodePage ansiCodePage();
 
 /// Converts `length` bytes to 16-bit units and returns their number. A zero byte is a character like others, and no
 /// terminator is added. Text that the code page does not define becomes U+FFFD in UTF-8 (one for each maximal part of a
-/// broken sequence) and '?' in other code pages. If `capacity` units do not hold the result, returns 0; the destination
-/// then holds an undefined part of the result and never more than `capacity` units.
+/// broken sequence) and '?' in other code pages; the system's own code pages may have another character for it. If
+/// `capacity` units do not hold the result, returns 0; the destination then holds an undefined part of the result and
+/// never more than `capacity` units.
 std::size_t widenText(CodePage codePage, const char* text, std::size_t length, unsigned short* dest,
                       std::size_t capacity);
 
@@ -39,7 +40,7 @@ unsigned int wideStringBytes(const unsigned short* text) noexcept;
 void freeWideString(unsigned short* text) noexcept;
 
 /// Returns the system's names for one of the library's locale names ("german"), the preferred one first. Returns none
-/// for another name.
+/// for another name, and none if the system has no other names than the library.
 std::vector<std::string> localeNames(const std::string& name);
 
 /// Returns the id of the user's locale, or 0. The low ten bits are the language, the others the region, numbered as on

@@ -24,7 +24,7 @@ const ChildRole g_copies("copies", [](const Words& arguments) {
 });
 
 Process started(ProcessRequest request, const std::string& command) {
-    request.commandLine = ChildProcess::commandOfRole(command);
+    request.commandLine = " \t" + ChildProcess::commandOfRole(command);
     Process process;
     EXPECT_EQ(process.start(request), 0u);
     return process;
@@ -38,7 +38,7 @@ TEST(Process, ReceivesWhatRequestNames) {
     std::FILE* const output = std::fopen(folder.pathOf("output").c_str(), "w");
     ProcessRequest request;
     request.workingDirectory = folder.path();
-    request.environment = {{"KEST_A", "1=2"}, {"KEST_B", ""}};
+    request.environment = {{"KEST_A", "earlier"}, {"KEST_A", "1=2"}, {"KEST_B", ""}};
     request.standardHandles = {kit::handleOf(input), kit::handleOf(output), kNullDevice};
     kit::EnvironmentGuard environment;
     environment.set("KEST_A", "of the parent");
@@ -48,6 +48,13 @@ TEST(Process, ReceivesWhatRequestNames) {
     for (const std::string& argument : arguments)
         expected += '\0' + argument;
     EXPECT_EQ(folder.readText("output"), expected + '\0' + "text");
+}
+
+TEST(CommandLine, GetsQuotesAroundThePathOfItsProgramOnly) {
+    const kit::TemporaryFolder folder;
+    const std::string program = folder.write("a b.exe", "");
+    for (const char* const arguments : {"", " ", " .", " a. ..", " b.exe"})
+        EXPECT_EQ(quoteProgram(program + arguments), quoteArgument(program) + arguments);
 }
 
 TEST(Process, IsWaitedForWithTimeLimit) {

@@ -1,7 +1,6 @@
 // The table of error numbers, searched in both directions.
 #include <algorithm>
 #include <cerrno>
-#include <iterator>
 
 #include "platform/common/error_numbers.h"
 
@@ -22,7 +21,6 @@ constexpr ErrorNumber kErrorNumbers[] = {
     {errorNotEnoughMemory, ENOMEM},
     {errorOutOfMemory, ENOMEM},
     {errorNotSameDevice, EXDEV},
-    {errorSharingViolation, ETXTBSY},
     {errorFileExists, EEXIST},
     {errorAlreadyExists, EEXIST},
     {errorInvalidParameter, EINVAL},
@@ -39,29 +37,28 @@ constexpr ErrorNumber kErrorNumbers[] = {
     {errorTimeout, ETIMEDOUT},
 };
 
-template <typename Table, typename Predicate>
-auto findRow(const Table& table, Predicate predicate) noexcept {
-    const auto row = std::find_if(std::begin(table), std::end(table), predicate);
-    return row == std::end(table) ? nullptr : row;
+// Returns the first row, or null if there is none.
+template <typename Predicate>
+const ErrorNumber* findRow(Predicate isWanted) noexcept {
+    using Rows = std::span<const ErrorNumber>;
+    for (const Rows rows : {Rows(kErrorNumbers), systemErrorNumbers()}) {
+        const auto row = std::find_if(rows.begin(), rows.end(), isWanted);
+        if (row != rows.end()) return &*row;
+    }
+    return nullptr;
 }
 
 }  // namespace
 
 ErrorCode errorFromErrno(int errnoValue) noexcept {
     if (errnoValue == 0) return errorSuccess;
-    const auto isOurs = [&](const ErrorNumber& row) { return row.errnoValue == errnoValue; };
-    if (const auto* const row = findRow(kErrorNumbers, isOurs)) return row->code;
-    const std::span<const ErrorNumber> others = systemErrorNumbers();
-    const auto other = std::find_if(others.begin(), others.end(), isOurs);
-    return other == others.end() ? errorGeneralFailure : other->code;
+    const auto* const row = findRow([&](const ErrorNumber& each) { return each.errnoValue == errnoValue; });
+    return row == nullptr ? errorGeneralFailure : row->code;
 }
 
 int errnoFromError(ErrorCode code) noexcept {
-    const auto isOurs = [&](const ErrorNumber& row) { return row.code == code; };
-    if (const auto* const row = findRow(kErrorNumbers, isOurs)) return row->errnoValue;
-    const std::span<const ErrorNumber> others = systemErrorNumbers();
-    const auto other = std::find_if(others.begin(), others.end(), isOurs);
-    return other == others.end() ? 0 : other->errnoValue;
+    const auto* const row = findRow([&](const ErrorNumber& each) { return each.code == code; });
+    return row == nullptr ? 0 : row->errnoValue;
 }
 
 }  // namespace KestSupport::platform

@@ -13,13 +13,14 @@
 //   output_capture.h  openCapture
 //   process.h         Process::start: currentDirectory, passHandle (of a standard handle), startProcess, startDetached,
 //                     openProcess (the system's handle); Process::wait: waitForProcess, for a detached program only
-//   record_file.h     openRecordFile, renameRecordFile, writeRecords
+//   record_file.h     openRecordFile, emptyRecordFile, renameRecordFile, writeRecords
 //   registry.h        findRegistry, openRegistry, readRegistry
 //   services/         system.h: openFolder, openFile, readFile, writeFile, lockByte, findLock, folderAccess,
 //                     makeFolder, replaceFile, renameFile, removeEntry, fileFacts, flush, lockFolder, openNullDevice,
 //                     installForkHandlers;
 //                     channel.h: openChannel, connectChannel, takeStandardInput, sendMessage, awaitMessage,
 //                     receiveMessage, peerUser, listen, acceptChannel, makeWakeUp
+//   state_directory.h homeDirectory, makeDirectory, isDirectory
 //   supervisor.h      connectSupervisor, tellSupervisor
 //   text.h            openCharacterSet, allocateWideString
 //   thread.h          prepareThreads: once for each process; createThread; inheritScheduling: on the new thread;

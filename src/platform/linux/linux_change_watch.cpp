@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <sys/inotify.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -6,12 +7,14 @@
 
 #include "platform/emulated/change_watch.h"
 #include "platform/fork.h"
+#include "platform/linux/linux_descriptor.h"
 
 namespace KestSupport::platform {
 namespace {
 
 constexpr std::int64_t kValidTime = 1000;  // milliseconds
 constexpr int kRarely = 64;                // a user may have 128 of these descriptors
+constexpr int kLowestNumber = 512;         // of the descriptor; an opened file gets the lowest free number
 
 constexpr std::uint32_t kChanges =
     IN_MODIFY | IN_ATTRIB | IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF;
@@ -47,7 +50,9 @@ void ChangeWatch::start(const std::string& path) {
     if (now() - m_started < kValidTime && m_path == path) return;
     m_path = path;
     m_started = now();
-    m_descriptor = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    Descriptor low(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    m_descriptor = ::fcntl(low.get(), F_DUPFD_CLOEXEC, kLowestNumber);
+    if (m_descriptor < 0) m_descriptor = low.release();  // the process may not have as many
     if (m_descriptor < 0) return;
     m_inode = inodeOf(m_descriptor);
     m_forks = forkCount();
@@ -59,7 +64,8 @@ void ChangeWatch::start(const std::string& path) {
 }
 
 // A program may have closed the descriptor, for example every descriptor at its start. Then its number is not closed
-// again. Several kinds of descriptors share an inode, but only this kind counts waiting bytes.
+// again. Several kinds of descriptors share an inode, but only this kind counts waiting bytes. The program's own ones
+// of this kind have lower numbers.
 void ChangeWatch::stop() noexcept {
     const int descriptor = std::exchange(m_descriptor, -1);
     int pending = 0;

@@ -10,6 +10,7 @@ namespace {
 
 constexpr ErrorNumber kSystemErrors[] = {
     {errorPathNotFound, ENOTDIR},
+    {errorSharingViolation, ETXTBSY},
     {errorDiskFull, EDQUOT},
 };
 

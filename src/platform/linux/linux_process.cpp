@@ -106,17 +106,15 @@ class SpawnPlan {
     }
 
     void fillEnvironment(const ProcessRequest& request) {
-        for (const auto& [name, value] : request.environment)
-            m_additions.emplace_back(name).append(1, '=').append(value);
-        for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
-            const std::string_view present = *entry;
-            const bool replaced = std::any_of(request.environment.begin(), request.environment.end(), [&](auto& added) {
-                return present.starts_with(added.first) && present.substr(added.first.size()).starts_with('=');
+        for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry)
+            m_environment.push_back(*entry);
+        m_additions.reserve(request.environment.size());  // so that the texts keep their places
+        for (const auto& [name, value] : request.environment) {
+            std::erase_if(m_environment, [&name = name](std::string_view present) {
+                return present.starts_with(name) && present.substr(name.size()).starts_with('=');
             });
-            if (!replaced) m_environment.push_back(*entry);
+            m_environment.push_back(m_additions.emplace_back(name).append(1, '=').append(value).data());
         }
-        for (std::string& addition : m_additions)
-            m_environment.push_back(addition.data());
         m_environment.push_back(nullptr);
     }
 

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <poll.h>
 #include <stdio_ext.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -10,12 +11,15 @@
 namespace KestSupport::platform {
 namespace {
 
+// Another program may have made a shared pipe or terminal non-blocking. Then a refused write waits until there is room.
 template <typename Write>
-std::size_t writeWhole(std::string_view text, Write&& write) noexcept {
+std::size_t writeWhole(int file, std::string_view text, Write&& write) noexcept {
     std::size_t written = 0;
     while (written < text.size()) {
         const std::string_view rest = text.substr(written);
-        const ssize_t taken = systemCall("writeRecords", [&] { return write(rest); });
+        const ssize_t taken = systemCall("writeRecords", [&] { return write(file, rest); });
+        pollfd room{file, POLLOUT, 0};
+        if (taken < 0 && errno == EAGAIN && uninterrupted([&] { return ::poll(&room, 1, -1); }) > 0) continue;
         if (taken <= 0) break;
         written += static_cast<std::size_t>(taken);
     }
@@ -47,17 +51,15 @@ RecordFileState RecordFile::state() const noexcept {
 }
 
 bool RecordFile::hasName(const char* name) const noexcept {
-    struct stat own {
-    }, named{};
+    struct stat own, named;
     return ::fstat(static_cast<int>(m_handle), &own) == 0 && ::lstat(name, &named) == 0 && own.st_dev == named.st_dev &&
            own.st_ino == named.st_ino;
 }
 
 std::size_t RecordFile::write(std::string_view text) noexcept {
-    return writeWhole(text, [file = static_cast<int>(m_handle)](std::string_view rest) {
-        // On a file that is open for appending, pwrite appends whatever its offset is. In a program with several
-        // threads it is faster than write, since it does not take the lock of the file position. A pipe has no
-        // positions.
+    return writeWhole(static_cast<int>(m_handle), text, [](int file, std::string_view rest) {
+        // With O_APPEND, pwrite appends whatever its offset is. In a program with several threads it is faster than
+        // write, since it does not take the lock of the file position. A pipe has no positions.
         // The pwrite of the C runtime is a cancellation point: in a program with several threads that takes 7 % of the
         // time of a record (bench/logging), and a cancelled thread would leave its record unfinished.
         const ssize_t appended = ::syscall(SYS_pwrite64, file, rest.data(), rest.size(), 0L);
@@ -81,8 +83,8 @@ bool mayHaveBufferedText(std::FILE* stream) noexcept {
 std::optional<std::size_t> writeToFileOf(std::FILE* stream, std::string_view text) noexcept {
     const int descriptor = ::fileno(stream);
     if (descriptor < 0) return std::nullopt;
-    return writeWhole(text,
-                      [descriptor](std::string_view rest) { return ::write(descriptor, rest.data(), rest.size()); });
+    return writeWhole(descriptor, text,
+                      [](int file, std::string_view rest) { return ::write(file, rest.data(), rest.size()); });
 }
 
 }  // namespace KestSupport::platform

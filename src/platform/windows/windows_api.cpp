@@ -1,10 +1,14 @@
 #include "platform/windows/windows_api.h"
 
-#include "platform/text.h"
+#include "platform/common/wide_units.h"
 
 namespace KestSupport::platform {
-
 namespace {
+
+// No header declares the system's function. It is found while the library is loaded, since a search later takes the
+// lock of the loader, for which a thread with a lock of the library must not wait.
+using IsEnding = BOOLEAN(WINAPI*)();
+const IsEnding g_isProcessEnding = reinterpret_cast<IsEnding>(systemFunction("RtlDllShutdownInProgress"));
 
 // Empty if the path is not valid. The current folder may change between two calls.
 std::wstring absolutePath(const std::wstring& path) {
@@ -32,11 +36,7 @@ std::wstring wideText(std::string_view text) {
 }
 
 std::string ansiText(std::wstring_view text) {
-    constexpr std::size_t kMostBytesOfUnit = 4;
-    std::string narrow(text.size() * kMostBytesOfUnit, '\0');
-    const auto* const units = reinterpret_cast<const unsigned short*>(text.data());
-    narrow.resize(narrowText(ansiCodePage(), units, text.size(), narrow.data(), narrow.size()));
-    return narrow;
+    return fromUnits(ansiCodePage(), {reinterpret_cast<const unsigned short*>(text.data()), text.size()});
 }
 
 // A folder's path has to leave room for a file name of the old form, 8 + 1 + 3 characters.
@@ -62,21 +62,8 @@ HMODULE thisModule(ModuleReference reference) noexcept {
     return module;
 }
 
-namespace {
-
-// No header declares the system's function. It is found while the library is loaded, since a search later takes the
-// lock of the loader, for which a thread with a lock of the library must not wait.
-using IsEnding = BOOLEAN(WINAPI*)();
-const IsEnding g_isProcessEnding = reinterpret_cast<IsEnding>(systemFunction("RtlDllShutdownInProgress"));
-
-}  // namespace
-
 void* systemFunction(const char* name, const wchar_t* library) noexcept {
     return reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(library), name));
-}
-
-bool isProcessEnding() noexcept {
-    return g_isProcessEnding != nullptr && g_isProcessEnding();
 }
 
 std::wstring environmentVariable(const wchar_t* name) {
@@ -84,6 +71,10 @@ std::wstring environmentVariable(const wchar_t* name) {
     std::wstring value(room, L'\0');
     value.resize(room == 0 ? 0 : GetEnvironmentVariableW(name, value.data(), room));
     return value;
+}
+
+bool isProcessEnding() noexcept {
+    return g_isProcessEnding != nullptr && g_isProcessEnding();
 }
 
 }  // namespace KestSupport::platform

@@ -28,6 +28,9 @@ std::wstring folderPath(std::string_view path);
 inline constexpr std::size_t kLongestPath = 32768;
 inline constexpr DWORD kAnySharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
+/// The most bytes that one call transfers. The system counts them with 32 bits.
+inline constexpr std::size_t kMostAtOnce = std::size_t{1} << 30;
+
 inline std::uint64_t joined(DWORD high, DWORD low) noexcept {
     return std::uint64_t{high} << 32 | low;
 }

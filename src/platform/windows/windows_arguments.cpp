@@ -45,14 +45,15 @@ bool getsUnchanged(std::string_view program, std::string_view argument) noexcept
     return _strnicmp(ending, ".bat", kEndingSize) != 0 && _strnicmp(ending, ".cmd", kEndingSize) != 0;
 }
 
-// The system tries the name with the ending of programs too.
+// The system tries the name with the ending of programs too. It ignores blanks and dots at the end of a path, so there
+// they are arguments. A path such as "C:name" begins at the current folder of the drive.
 bool isProgramFile(const std::string& path) {
     const auto isFile = [](const std::string& name) {
         const DWORD attributes = GetFileAttributesW(systemPath(name).c_str());
         return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
     };
-    const bool isAbsolute = path.substr(1, 1) == ":" || path.starts_with("\\\\");
-    return isAbsolute && (isFile(path) || isFile(path + ".exe"));
+    const bool isAbsolute = path.find(":\\") == 1 || path.find(":/") == 1 || path.starts_with("\\\\");
+    return isAbsolute && !path.ends_with(' ') && !path.ends_with('.') && (isFile(path) || isFile(path + ".exe"));
 }
 
 }  // namespace KestSupport::platform

@@ -22,8 +22,7 @@ BOOL WINAPI onEvent(DWORD event) noexcept {
 }
 
 HANDLE handleOf(StandardStream stream) noexcept {
-    constexpr DWORD handles[] = {STD_INPUT_HANDLE, STD_OUTPUT_HANDLE, STD_ERROR_HANDLE};
-    return GetStdHandle(handles[static_cast<int>(stream)]);
+    return standardHandle(static_cast<std::size_t>(stream));
 }
 
 }  // namespace

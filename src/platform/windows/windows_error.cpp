@@ -4,12 +4,12 @@
 namespace KestSupport::platform {
 namespace {
 
-// The C runtime gives ENOENT for a path that is not found, and reports no file in place of a folder.
+// As the C runtime translates them, which has ENOENT for a path that is not found. But it has no errno value for a file
+// in place of a folder.
 constexpr ErrorNumber kRuntimeErrors[] = {
-    {errorFileNotFound, ENOENT},    {errorPathNotFound, ENOENT},     {errorInvalidName, ENOENT},
-    {ERROR_DIRECTORY, ENOTDIR},     {errorSharingViolation, EACCES}, {ERROR_INVALID_DRIVE, ENOENT},
-    {ERROR_BAD_NETPATH, ENOENT},    {ERROR_BAD_NET_NAME, ENOENT},    {ERROR_BAD_PATHNAME, ENOENT},
-    {ERROR_LOCK_VIOLATION, EACCES},
+    {errorPathNotFound, ENOENT},     {errorInvalidName, ENOENT},    {ERROR_DIRECTORY, ENOTDIR},
+    {errorSharingViolation, EACCES}, {ERROR_INVALID_DRIVE, ENOENT}, {ERROR_BAD_NETPATH, ENOENT},
+    {ERROR_BAD_NET_NAME, ENOENT},    {ERROR_BAD_PATHNAME, ENOENT},  {ERROR_LOCK_VIOLATION, EACCES},
 };
 
 }  // namespace

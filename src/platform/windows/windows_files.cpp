@@ -88,8 +88,7 @@ bool pathExists(const std::string& path) {
                const DWORD attributes = GetFileAttributesW(name.c_str());
                if (attributes == INVALID_FILE_ATTRIBUTES) return false;
                if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return true;
-               constexpr DWORD anySharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-               return SystemHandle(CreateFileW(name.c_str(), 0, anySharing, nullptr, OPEN_EXISTING,
+               return SystemHandle(CreateFileW(name.c_str(), 0, kAnySharing, nullptr, OPEN_EXISTING,
                                                FILE_FLAG_BACKUP_SEMANTICS, nullptr))
                    .isOpen();
            }) == errorSuccess;
@@ -121,7 +120,7 @@ int FileSearch::error() const noexcept {
 
 struct TreeWalk::State {
     struct Folder {
-        std::wstring path;
+        std::wstring path;  // with its separator at the end
         SystemHandle held;
     };
 
@@ -137,7 +136,7 @@ struct TreeWalk::State {
 
     std::wstring pathOf(std::string_view entry) const {
         const std::size_t mark = entry.rfind(kMark);
-        const std::wstring path = folders.back().path + L'\\';
+        const std::wstring& path = folders.back().path;
         if (mark == std::string_view::npos) return path + wideText(entry);
         return path + otherNames[std::stoul(std::string(entry.substr(mark + 1)))];
     }
@@ -154,7 +153,9 @@ struct TreeWalk::State {
         if (!GetFileInformationByHandle(held.get(), &information)) return EIO;
         if ((information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) return ELOOP;
         if ((information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) return ENOTDIR;
-        if (!reader.start(path + L"\\*", "readDirectory")) return reader.error();
+        // The root of a drive has a separator. In a path without the limit, two are no path.
+        if (path.back() != L'\\') path += L'\\';
+        if (!reader.start(path + L'*', "readDirectory")) return reader.error();
         folders.push_back({std::move(path), std::move(held)});
         return 0;
     }

@@ -6,6 +6,7 @@
 #endif
 #include <windows.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <utility>
@@ -53,6 +54,12 @@ inline HANDLE systemHandle(WaitHandle handle) noexcept {
 }
 inline HANDLE systemHandle(std::intptr_t handle) noexcept {
     return reinterpret_cast<HANDLE>(handle);
+}
+
+/// Of this process: 0 is input, 1 output, 2 error. Null or INVALID_HANDLE_VALUE if there is none.
+inline HANDLE standardHandle(std::size_t index) noexcept {
+    constexpr DWORD numbers[] = {STD_INPUT_HANDLE, STD_OUTPUT_HANDLE, STD_ERROR_HANDLE};
+    return GetStdHandle(numbers[index]);
 }
 
 /// Another handle of the same object; not open if the system refuses.

@@ -43,7 +43,6 @@ std::size_t OutputCapture::read(std::uint64_t position, char* block, std::size_t
     OVERLAPPED from{};
     from.Offset = static_cast<DWORD>(position);
     from.OffsetHigh = static_cast<DWORD>(position >> 32);
-    constexpr std::size_t kMostAtOnce = std::size_t{1} << 30;
     DWORD count = 0;
     ReadFile(file.get(), block, static_cast<DWORD>(std::min(size, kMostAtOnce)), &count, &from);
     return count;

@@ -12,8 +12,6 @@
 namespace KestSupport::platform {
 namespace {
 
-constexpr DWORD kStandardHandles[] = {STD_INPUT_HANDLE, STD_OUTPUT_HANDLE, STD_ERROR_HANDLE};
-
 // The child's standard handles: duplicates that can be inherited.
 class StandardHandles {
   public:
@@ -44,13 +42,15 @@ class StandardHandles {
                                          &inheritable, OPEN_EXISTING, 0, nullptr));
             return m_handles[index].isOpen() ? errorSuccess : lastError();
         }
-        const HANDLE source = asked == kInheritHandle ? GetStdHandle(kStandardHandles[index]) : systemHandle(asked);
+        const HANDLE source = asked == kInheritHandle ? standardHandle(index) : systemHandle(asked);
         // A program of the desktop has none to pass on.
         if (source == nullptr || source == INVALID_HANDLE_VALUE) return errorSuccess;
-        return errorCall("passHandle", [&] {
+        const ErrorCode error = errorCall("passHandle", [&] {
             m_handles[index] = duplicateOf(source, true);
             return m_handles[index].isOpen();
         });
+        // This process may have closed its own.
+        return asked == kInheritHandle && error == errorInvalidHandle ? errorSuccess : error;
     }
 
     std::array<SystemHandle, 3> m_handles;
@@ -154,7 +154,9 @@ ErrorCode Process::start(const ProcessRequest& request) {
     startup.StartupInfo.hStdError = handles[2];
     startup.lpAttributeList = inherited.list();
 
+    // The system would take blanks before the program for an empty name.
     std::wstring commandLine = wideText(request.commandLine);
+    commandLine.erase(0, commandLine.find_first_not_of(L" \t"));
     std::wstring environment = environmentBlock(request);
     const std::wstring folder = wideText(request.workingDirectory);
     DWORD flags = EXTENDED_STARTUPINFO_PRESENT | CREATE_UNICODE_ENVIRONMENT;

@@ -44,7 +44,7 @@ using Write = decltype(&writeFile);
 bool writeBytes(Write write, HANDLE file, const char* bytes, std::size_t size) noexcept {
     while (size > 0) {
         DWORD taken = 0;
-        const auto most = static_cast<DWORD>(std::min<std::size_t>(size, 1u << 30));
+        const auto most = static_cast<DWORD>(std::min(size, kMostAtOnce));
         const int error = errnoCall("writeRecords", [&] { return write(file, bytes, most, taken) != 0; });
         if (error != 0 || taken == 0) return failWith(error);
         bytes += taken;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "platform/common/surrogates.h"
 #include "platform/common/utf8.h"
 #include "platform/text.h"
 #include "platform/windows/windows_api.h"
@@ -10,8 +11,10 @@
 namespace KestSupport::platform {
 namespace {
 
-// The system counts characters by int. A piece ends between two characters.
-constexpr std::size_t kPiece = std::size_t{1} << 30;
+// The system counts by int. A piece ends between two characters. Its result fits into the room: a unit of the source
+// becomes at most four bytes.
+constexpr std::size_t kPiece = std::size_t{1} << 28;
+constexpr std::size_t kMostRoom = 4 * kPiece;
 
 const wchar_t* systemUnits(const unsigned short* text) noexcept {
     return reinterpret_cast<const wchar_t*>(text);
@@ -19,20 +22,16 @@ const wchar_t* systemUnits(const unsigned short* text) noexcept {
 
 std::size_t narrowPiece(CodePage codePage, const unsigned short* text, std::size_t length, char* dest,
                         std::size_t capacity) {
-    const int room = static_cast<int>(std::min(capacity, kPiece));
+    const int room = static_cast<int>(std::min(capacity, kMostRoom));
     return static_cast<std::size_t>(WideCharToMultiByte(codePage, WC_NO_BEST_FIT_CHARS, systemUnits(text),
                                                         static_cast<int>(length), dest, room, "?", nullptr));
 }
 
 std::size_t widenPiece(CodePage codePage, const char* text, std::size_t length, unsigned short* dest,
                        std::size_t capacity) {
-    const int room = static_cast<int>(std::min(capacity, kPiece));
+    const int room = static_cast<int>(std::min(capacity, kMostRoom));
     return static_cast<std::size_t>(
         MultiByteToWideChar(codePage, 0, text, static_cast<int>(length), reinterpret_cast<wchar_t*>(dest), room));
-}
-
-bool isHighSurrogate(unsigned short unit) noexcept {
-    return unit >= 0xD800 && unit < 0xDC00;
 }
 
 // Of a text of more than one piece.

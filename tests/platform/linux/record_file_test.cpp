@@ -1,6 +1,7 @@
 // Record files, and streams that signals interrupt.
 #include "platform/record_file.h"
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -30,9 +31,10 @@ TEST(RecordFile, WritesWholeTextDespiteSignals) {
     constexpr int kTexts = 20;
     const std::string text(300'000, 'x');  // more than a pipe holds
     const pthread_t reader = pthread_self();
-    for (const bool asRecord : {true, false}) {
+    for (const int mode : {0, O_NONBLOCK, -1}) {
+        const bool asRecord = mode >= 0;
         int ends[2];
-        ASSERT_EQ(pipe(ends), 0);
+        ASSERT_TRUE(pipe(ends) == 0 && fcntl(ends[1], F_SETFL, asRecord ? mode : 0) == 0);
         const Stream input(fdopen(ends[0], "rb"));
         std::setvbuf(input.get(), nullptr, _IONBF, 0);
         std::thread writer([&] {

@@ -20,6 +20,9 @@ TEST(SystemPath, LiftsTheLimitOfLongPaths) {
     const std::wstring wideName(longName.begin(), longName.end());
     fs::create_directories(deep);
     fs::current_path(deep);
+    std::ofstream("n.exe") << "a program";
+    EXPECT_TRUE(platform::isProgramFile((deep / "n").string()));
+    EXPECT_FALSE(platform::isProgramFile(deep.root_name().string() + "n"));
     EXPECT_EQ(platform::systemPath("n"), L"n");
     EXPECT_EQ(platform::systemPath(longName), L"\\\\?\\" + deep.native() + L'\\' + wideName);
     fs::current_path(before);
@@ -46,6 +49,7 @@ TEST(TreeWalk, RemovesNamesThatTheCodePageLacks) {
     EXPECT_EQ(kit::failureOf([&] { KestRemoveDirectory(folder.path(), true); }),
               "KestRemoveDirectory: Could not remove the file " + folder.path() + "\\read-only");
     fs::permissions(kept, fs::perms::owner_all);
+    EXPECT_EQ(platform::errnoFromError(ERROR_SHARING_VIOLATION), EACCES);
 }
 
 // Returns whether the system has asked it to show its window, and has given it a console of its own.
@@ -60,12 +64,15 @@ const kit::ChildRole g_shown("shown", [](const std::vector<std::string>&) {
 TEST(ExecuteProgram, ShowsWindowsAndOpensDocuments) {
     const kit::TemporaryFolder folder;
     const std::string document = folder.write("a document.kest", "");
+    const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+    SetStdHandle(STD_INPUT_HANDLE, reinterpret_cast<HANDLE>(std::intptr_t{0x7FFC}));  // as if it were closed
     for (const auto& [level, expected] : {std::pair{5, 0x101 + 1 + 1000}, {6, 0x101 + 1}}) {
         const kit::LogCapture log(level);
         int shown = 0;
         EXPECT_TRUE(KestExecuteProgram(kit::ChildProcess::commandOfRole("shown"), true, nullptr, &shown));
         EXPECT_EQ(shown, expected) << level;
     }
+    SetStdHandle(STD_INPUT_HANDLE, input);
     const std::string names = (fs::temp_directory_path() / ".kest-").string() + std::to_string(GetCurrentProcessId());
     for (const char number : std::string("01234"))
         std::ofstream(names + "-" + number) << "of another process";

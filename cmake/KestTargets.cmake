@@ -76,6 +76,22 @@ function(kest_configure_gnu target)
   endif()
 endfunction()
 
+# Gives a DLL or a program for Windows the version and the description that the system shows among the properties of the file.
+# The resource is a target of its own, because its compiler does not know the options of the others.
+function(kest_add_version_resource target file_name description)
+  if(WIN32)
+    set(file_type 1)  # a program
+    if(file_name MATCHES "\\.dll$")
+      set(file_type 2)
+    endif()
+    get_filename_component(name ${file_name} NAME_WLE)
+    string(REPLACE . , numbers ${PROJECT_VERSION})
+    configure_file(${PROJECT_SOURCE_DIR}/packaging/windows/version.rc.in ${target}.rc @ONLY)
+    add_library(${target}_version OBJECT ${CMAKE_CURRENT_BINARY_DIR}/${target}.rc)
+    target_sources(${target} PRIVATE $<TARGET_OBJECTS:${target}_version>)
+  endif()
+endfunction()
+
 # Makes the precompiled header of a target one that ccache can store.
 function(kest_cacheable_precompiled_header target)
   target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>

@@ -30,6 +30,15 @@ foreach(pattern "bin/libkestsupport-[0-9]+\\.dll" "lib/libkestsupport\\.dll\\.a"
   endif()
 endforeach()
 
+# Windows shows the version of each of our files: texts in UTF-16, here in hexadecimal.
+file(GLOB own "${root}/bin/libkestsupport-*.dll" "${root}/bin/kest*.exe")
+foreach(file IN LISTS own)
+  file(READ "${file}" bytes HEX)
+  if(NOT bytes MATCHES "460069006c006500560065007200730069006f006e00(0000)+[1-9][0-9]00([23][0-9e]00)+0000")
+    message(SEND_ERROR "${file} has no version")
+  endif()
+endforeach()
+
 # The project of a user finds the package there; its program, the tools and the agent run with the DLLs of the zip file only.
 run(${CMAKE_COMMAND} -G "${GENERATOR}" -S ${CMAKE_CURRENT_LIST_DIR}/stranger -B ${WORK}/user -D ROAD=package -D PROGRAM=${PROGRAM}
     -D CMAKE_TOOLCHAIN_FILE=${TOOLCHAIN} "-DCMAKE_PREFIX_PATH=${root}")
@@ -44,4 +53,13 @@ run(${EMULATOR} "${root}/bin/kestsc.exe" list)
 run(${EMULATOR} "${root}/bin/kest-agent.exe" --inventory)
 if(NOT output MATCHES "seconds between samples")
   message(FATAL_ERROR "${output}")
+endif()
+
+# The static library of the same sources: pkg-config passes what a program needs, and no object has exports.
+run(${CMAKE_COMMAND} -G "${GENERATOR}" -S ${CMAKE_CURRENT_LIST_DIR}/../.. -B ${WORK}/static -D BUILD_SHARED_LIBS=OFF -D KEST_BUILD_TESTS=OFF
+    -D CMAKE_TOOLCHAIN_FILE=${TOOLCHAIN})
+file(READ ${WORK}/static/kestsupport.pc package)
+file(READ ${WORK}/static/compile_commands.json commands)
+if(NOT package MATCHES "-DKEST_SUPPORT_STATIC\nLibs: [^\n]*-lkestsupport( -l[a-z0-9]+)* -ladvapi32" OR commands MATCHES "KEST_SUPPORT_BUILD")
+  message(FATAL_ERROR "The static library cannot be used: ${package}")
 endif()

@@ -27,9 +27,9 @@ const char* const kExitCodes =
     "  7  services that depend on it run              305\n"
     "  8  not implemented on this platform              1\n"
     "\n"
-    "kestsc COMMAND --help explains a command. The services are in $KEST_STATE_DIR;\n"
-    "when that is unset, in /var/lib/kest for root and in $XDG_STATE_HOME/kest\n"
-    "(~/.local/state/kest) for others.\n";
+    "kestsc COMMAND --help explains a command. On Linux the services are in\n"
+    "$KEST_STATE_DIR; when that is unset, in /var/lib/kest for root and in\n"
+    "$XDG_STATE_HOME/kest (~/.local/state/kest) for others.\n";
 
 std::string callOf(const CommandEntry& command) {
     const std::string arguments = command.arguments;

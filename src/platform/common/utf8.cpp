@@ -144,12 +144,17 @@ constexpr std::size_t kWordLength = sizeof(std::uint64_t);
 
 // Writes eight units. (A loop would convert one by one, since the source could be in the destination.)
 void widenAsciiWord(const unsigned char* text, unsigned short* dest) {
+#if defined(__GNUC__)
     using Bytes [[gnu::vector_size(kWordLength)]] = unsigned char;
     using Units [[gnu::vector_size(2 * kWordLength)]] = unsigned short;
     Bytes bytes;
     std::memcpy(&bytes, text, sizeof bytes);
     const Units units = __builtin_convertvector(bytes, Units);
     std::memcpy(dest, &units, sizeof units);
+#else
+    for (std::size_t i = 0; i < kWordLength; ++i)
+        dest[i] = text[i];
+#endif
 }
 
 // Converts as long as a word is left in the source and in the destination, without a test for the ends at each

@@ -30,6 +30,8 @@ KestEventTimerThread::~KestEventTimerThread() {
 }
 
 void KestEventTimerThread::start() {
+    // What the run of a killed thread has left.
+    if (getHandle() == nullptr) m_cameToWait = m_waiting = m_loopOver = false;
     // Set before the thread exists, since its first wait may end at once.
     m_active = true;
     KestThread::start();

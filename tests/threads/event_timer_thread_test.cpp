@@ -57,17 +57,22 @@ TEST(EventTimerThread, EndsAfterExceptionsAndLostSignals) {
     KestTimer timer;
     ThrowsOnSecondCall dependent;
     std::atomic<int> handled{0};
-    Worker informed(timer, [] {}), throwing(timer, [] { throw 7; });
+    Worker informed(timer, [] {});
+    auto throwing = std::make_unique<Worker>(timer, [] { throw 7; });
     informed.setWorkInfo(new KestWorkInformation);
     informed.start();
     timer.set();
-    throwing.start();
-    throwing.waitForThreadExit();
+    throwing->start();
+    throwing->waitForThreadExit();
+    throwing->kill();
     Worker first(timer, [&] { ++handled; }), second(timer, [&] { ++handled; });
     first.start();
     second.start();
     timer.set();
     kit::await([&] { return handled == 1; });
+    throwing->start();
+    EXPECT_FALSE(kit::Gate().passWithin(std::chrono::milliseconds(20))) << "time to reach the wait";
+    throwing.reset();
     timer.addDependent(dependent);
 }
 

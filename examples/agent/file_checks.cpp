@@ -9,6 +9,7 @@
 
 #include "bad_input.h"
 #include "messages.h"
+#include "system.h"
 
 namespace agent {
 namespace {
@@ -28,7 +29,7 @@ std::string reasonOf(int error) {
 
 void requireReadableText(const std::string& what, const std::string& file) {
     std::error_code error;
-    const auto status = std::filesystem::status(file, error);
+    const auto status = std::filesystem::status(pathOf(file), error);
     if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
         throw BadInput(what, say("error.notRegular"));
     }
@@ -60,7 +61,7 @@ void requireCreatable(const std::string& what, const std::string& probe) {
 
 void requireAppendable(const std::string& what, const std::string& file) {
     std::error_code error;
-    const auto status = std::filesystem::symlink_status(file, error);
+    const auto status = std::filesystem::symlink_status(pathOf(file), error);
     if (!std::filesystem::exists(status)) return requireCreatable(what, file + ".kest-agent-probe");
     if (!std::filesystem::is_regular_file(status)) throw BadInput(what, say("error.notRegular"));
     if (OwnedFile(std::fopen(file.c_str(), "ab")) == nullptr) throw BadInput(what, reasonOf(errno));

@@ -13,6 +13,7 @@
 
 #include "bad_input.h"
 #include "messages.h"
+#include "system.h"
 
 namespace agent {
 namespace {
@@ -58,7 +59,7 @@ void installService(const std::optional<std::string>& settingsFile) {
     if (isInstalled()) throw BadInput(thing(), say("error.installed"));
     std::vector<std::string> arguments{"--service"};
     if (settingsFile)
-        arguments.insert(arguments.end(), {"--settings", std::filesystem::absolute(*settingsFile).string()});
+        arguments.insert(arguments.end(), {"--settings", textOf(std::filesystem::absolute(pathOf(*settingsFile)))});
     if (!Registration(KestSupport::KestJoinArguments(arguments)).install())
         throw BadInput(thing(), say("error.cannotInstall"));
 }

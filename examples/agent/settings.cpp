@@ -18,6 +18,7 @@
 #include "messages.h"
 #include "number.h"
 #include "secret.h"
+#include "system.h"
 
 namespace agent {
 namespace {
@@ -144,7 +145,7 @@ void takeDiskPaths(Settings& settings, const std::string& setting, const std::ve
         const std::string path = trimmed(value);
         std::error_code error;
         // On Windows space accepts a path that does not exist.
-        const std::filesystem::path found = std::filesystem::canonical(path, error);
+        const std::filesystem::path found = std::filesystem::canonical(pathOf(path), error);
         if (!error) static_cast<void>(std::filesystem::space(found, error));
         if (error) throw BadInput(setting, say("error.path", {printable(path), error.message()}));
         settings.diskPaths.push_back(path);

@@ -8,6 +8,7 @@
 #include "bad_input.h"
 #include "file_checks.h"
 #include "messages.h"
+#include "system.h"
 
 namespace agent {
 namespace {
@@ -19,7 +20,7 @@ struct Temporary {
     std::string name;
     ~Temporary() {
         std::error_code ignored;
-        fs::remove(name, ignored);
+        fs::remove(pathOf(name), ignored);
     }
 };
 
@@ -31,10 +32,10 @@ std::string temporaryName(const std::string& file) {
 
 StateFile::StateFile(const std::string& file) : m_described(say("error.state", {printable(file)})) {
     std::error_code error;
-    m_file = fs::weakly_canonical(file, error).string();
+    m_file = textOf(fs::weakly_canonical(pathOf(file), error));
     if (error) throw BadInput(m_described, error.message());
     requireCreatable(m_described, temporaryName(m_file));
-    if (!fs::exists(m_file, error)) return;
+    if (!fs::exists(pathOf(m_file), error)) return;
 
     requireReadableText(m_described, m_file);
     m_last.loadProperties(m_file, '=');
@@ -51,7 +52,7 @@ void StateFile::save(Properties& state) const {
         throw BadInput(m_described, say("error.notWhole"));
     }
     std::error_code error;
-    fs::rename(temporary.name, m_file, error);
+    fs::rename(pathOf(temporary.name), pathOf(m_file), error);
     if (error) throw BadInput(m_described, error.message());
 }
 

@@ -1,5 +1,6 @@
 // Tests kest-agent from outside: its output, its files and its life as a service.
 #include "agent/agent_folder.h"
+#include "kit/environment_guard.h"
 #include "kit/system.h"
 
 namespace {
@@ -114,9 +115,10 @@ TEST(Agent, SamplesAndKeepsItsState) {
     ChildProcess third = folder.start({"-s", "s", "-n1"});
     EXPECT_EQ(third.wait(), 0) << third.errors();
     expectCounts(third.output(), {{"last seen .*, stopped after 1 samples\n", 1}});
-    folder.write("s", "log.file=log\nlog.size=1\nstate.file=state\n");
+    folder.write("s", std::string("log.file=log\nlog.size=1\nstate.file=") + kit::kUmlaut + "\n");
     EXPECT_EQ(folder.start({"-s", "s", "-n1"}).wait(), 0);
     EXPECT_EQ(folder.readText("log.1"), first.output() + second.output() + third.output());
+    EXPECT_EQ(folder.names().back(), "\u00fc");
 }
 
 TEST(Agent, PrintsItsInventory) {

@@ -30,6 +30,8 @@ std::locale namedLocale();
 /// Asks this program to read its settings again, as a supervisor does. Returns false on a system without such a
 /// request.
 bool hangUpThisProgram();
+/// The letter U+00FC in the code page of this program.
+extern const char* const kUmlaut;
 /// Why no file can have a name of 300 characters.
 extern const char* const kLongNameFails;
 /// Whether the system has a load average.

@@ -5,7 +5,8 @@ namespace {
 
 TEST_F(Kestsc, AdministersServices) {
     const std::string heading = "Service       web\nDisplay name  a web\\x1B[2J\n";
-    install("web", "plain", "\"--display=a web\x1b[2J\" --description=text --start demand");
+    install("web", "plain",
+            "\"--display=a web\x1b[2J\" --description=" + std::string(kit::kUmlaut) + " --start demand");
     install("a", "plain");
     expect({
         {"install @web x", 1, "", "install web: the service is already installed (1073)"},
@@ -30,6 +31,9 @@ TEST_F(Kestsc, AdministersServices) {
         {"control @web reload", 1, "", "control web: the service does not take this control (1052)"},
         {"wait @web @web running", 0, "web: is running\nweb: is running\n"},
         {"wait @web paused --timeout 1", 6, "", "wait web: timed out after 1 s; the service is running"},
+        {"config @web", 0,
+         heading + "Description   \u00fc\nStart         demand\nRestart       never\nDepends on\nCommand       SERVE "
+                   "plain\n"},
         {"config @web --start=auto --description \"\" --json", 0,
          "{\"results\":[{\"operation\":\"config\",\"service\":\"web\",\"status\":0,\"error\":0,"
          "\"message\":\"changed\"}]}\n"},

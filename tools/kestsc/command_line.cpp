@@ -253,11 +253,13 @@ std::vector<std::string> servicesOf(const CommandLine& line) {
 std::string registeredCommand(const std::vector<std::string>& words, const CommandEntry& command) {
     std::vector<std::string> parts = words.size() == 1 ? platform::splitArguments(words.front()) : words;
     if (parts.empty() || parts.front().empty()) refuse("the command names no program", &command);
-    const std::filesystem::path program = parts.front();
+    // Texts are UTF-8 on each system.
+    const std::filesystem::path program = std::u8string(parts.front().begin(), parts.front().end());
     if (program.is_absolute() || !program.has_parent_path()) {
         return words.size() == 1 ? platform::quoteProgram(words.front()) : platform::joinArguments(parts);
     }
-    parts.front() = std::filesystem::absolute(program).lexically_normal().string();
+    const std::u8string whole = std::filesystem::absolute(program).lexically_normal().u8string();
+    parts.front().assign(whole.begin(), whole.end());
     return platform::joinArguments(parts);
 }
 

@@ -29,7 +29,9 @@ const char* const kExitCodes =
     "\n"
     "kestsc COMMAND --help explains a command. On Linux the services are in\n"
     "$KEST_STATE_DIR; when that is unset, in /var/lib/kest for root and in\n"
-    "$XDG_STATE_HOME/kest (~/.local/state/kest) for others.\n";
+    "$XDG_STATE_HOME/kest (~/.local/state/kest) for others. On Windows they are\n"
+    "those of the system; logs, start-all, stop-all, run-all and --restart are not\n"
+    "available there.\n";
 
 std::string callOf(const CommandEntry& command) {
     const std::string arguments = command.arguments;

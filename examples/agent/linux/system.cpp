@@ -1,6 +1,5 @@
 #include "system.h"
 
-#include <filesystem>
 #include <system_error>
 
 namespace agent {
@@ -8,6 +7,14 @@ namespace agent {
 std::string programFolder() {
     std::error_code error;
     return std::filesystem::read_symlink("/proc/self/exe", error).parent_path().string();
+}
+
+std::filesystem::path pathOf(const std::string& text) {
+    return text;
+}
+
+std::string textOf(const std::filesystem::path& path) {
+    return path.string();
 }
 
 }  // namespace agent

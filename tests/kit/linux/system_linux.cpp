@@ -47,6 +47,7 @@ bool hangUpThisProgram() {
     return raise(SIGHUP) == 0;
 }
 
+const char* const kUmlaut = "\u00fc";
 const char* const kLongNameFails = "File name too long";
 const bool kHasLoadAverage = true;
 

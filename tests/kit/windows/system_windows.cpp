@@ -38,6 +38,7 @@ bool hangUpThisProgram() {
     return false;
 }
 
+const char* const kUmlaut = "\xfc";
 const char* const kLongNameFails = "No such file or directory";
 const bool kHasLoadAverage = false;
 

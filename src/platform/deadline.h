@@ -1,8 +1,8 @@
 // Time-outs as points in time.
 //
 // A wait makes its Deadline when it begins, and asks it after each wake-up how much time is left. So a wait that sleeps
-// several times keeps its time-out. The rest is rounded up, so no wait ends too early. The clock is the real steady
-// clock: stepClocks (clock.h) does not move a wait that has begun.
+// several times keeps its time-out. The rest is rounded up, so no wait ends too early. The clock is the steady clock of
+// the C++ runtime, so stepClocks (clock.h) does not move a wait that has begun.
 //
 // Threads: a Deadline is a value.
 #pragma once
@@ -32,7 +32,11 @@ class Deadline {
     static constexpr Deadline never() noexcept { return Deadline(std::numeric_limits<Time>::max()); }
     /// The point `milliseconds` from now; never for kInfinite.
     static Deadline after(std::uint32_t milliseconds) noexcept {
-        return milliseconds == kInfinite ? never() : at(now() + milliseconds * kMillisecond);
+        return milliseconds == kInfinite ? never() : afterNumber(milliseconds);
+    }
+    /// The same, where kInfinite is a number like others.
+    static Deadline afterNumber(std::uint32_t milliseconds) noexcept {
+        return at(now() + milliseconds * kMillisecond);
     }
 
     constexpr bool isNever() const noexcept { return *this == never(); }

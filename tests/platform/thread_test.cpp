@@ -37,6 +37,10 @@ TEST(Thread, CountsSuspensions) {
     EXPECT_TRUE(resumeThread(handle));
     awaitProgress();
     EXPECT_FALSE(resumeThread(handle));
+    const Lambda other([&](WaitHandle) { awaitProgress(); });
+    while (suspendThread(other.handle)) {
+    }
+    EXPECT_TRUE(terminateThread(other.handle, 2)) << "as often suspended as possible";
     EXPECT_TRUE(setThreadPriority(handle, ThreadPriority::idle)) << "which any user may set";
     {
         const kit::FailingCalls failing("setThreadPriority", 1, true, EPERM);

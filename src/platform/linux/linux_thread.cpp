@@ -499,8 +499,7 @@ void yieldThread() noexcept {
 }
 
 void sleepThread(std::uint32_t milliseconds) noexcept {
-    // kInfinite is a number here. Deadline::after would make it never.
-    const Deadline end = Deadline::at(Deadline::now() + milliseconds * Deadline::kMillisecond);
+    const Deadline end = Deadline::afterNumber(milliseconds);
     FutexWord neverWoken{0};
     do {
         futexWait(neverWoken, 0, end);

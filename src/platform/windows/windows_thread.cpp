@@ -1,11 +1,10 @@
 // Threads of the system, and the moments at which one may be suspended or terminated.
 #include "platform/thread.h"
 
-#include <process.h>
-
 #include <array>
 #include <atomic>
 #include <new>
+#include <optional>
 
 #include "platform/deadline.h"
 #include "platform/uninterrupted.h"
@@ -23,25 +22,27 @@ void makeThreadLocalMemory() noexcept {
     t_isUsed = true;
 }
 
-unsigned __stdcall runThread(void* argument) {
+DWORD WINAPI runThread(void* argument) {
     ThreadRecord& record = *static_cast<ThreadRecord*>(argument);
-    setCurrentRecord(record);
+    const bool isCurrent = setCurrentRecord(record);
     makeThreadLocalMemory();
-    record.depth.store(0, std::memory_order_release);
+    // Without its record, the thread cannot say where it must not be interrupted.
+    if (isCurrent) record.depth.store(0, std::memory_order_release);
     const std::uint32_t exitCode = record.entry(record.argument);
     record.leaving.store(true, std::memory_order_release);
     return exitCode;
 }
 
-enum class Stop { standing, moving, ended, refused };
+enum class Stop { done, moving, ended, refused };
 
-// Suspends a thread at a place at which it may be ended.
+// Suspends a thread, or ends it, at a place at which it may be ended.
 class SafeStop {
   public:
-    explicit SafeStop(HANDLE thread) noexcept : m_thread(thread), m_id(GetThreadId(thread)) {}
+    explicit SafeStop(HANDLE thread, std::optional<DWORD> exitCode = std::nullopt) noexcept
+        : m_thread(thread), m_id(GetThreadId(thread)), m_exitCode(exitCode) {}
 
-    // Suspends it once more. A thread that uses the runtime most of the time is rarely at such a place, so the first
-    // looks follow each other quickly.
+    // A thread that uses the runtime most of the time is rarely at such a place, so the first looks follow each other
+    // quickly.
     Stop run() noexcept {
         constexpr std::uint32_t kGiveUpAfter = 10'000;  // milliseconds
         constexpr int kQuickTries = 500;
@@ -56,24 +57,32 @@ class SafeStop {
     }
 
   private:
-    // A thread that was suspended before is at such a place, or has not begun. One that ends now cannot be suspended; a
-    // later look finds that it has ended.
+    // A thread that was suspended before, perhaps as often as the system permits, is at such a place or has not begun.
+    // One that ends now cannot be suspended; a later look finds that it has ended. The thread is ended under the lock,
+    // so a caller that is itself terminated does not leave it suspended.
     Stop tryOnce() noexcept {
         const RecordGuard records;
+        ThreadRecord* const record =
+            records.find([this](const ThreadRecord& each) { return each.id == m_id && !each.leaving.load(); });
         const DWORD before = SuspendThread(m_thread);
-        if (before == static_cast<DWORD>(-1)) {
-            return GetLastError() == ERROR_SIGNAL_REFUSED ? Stop::refused : Stop::moving;
+        const bool isCounted = before != static_cast<DWORD>(-1);
+        if (!isCounted && GetLastError() != ERROR_SIGNAL_REFUSED) return Stop::moving;
+        const bool isAtPlace = before != 0 || mayBeCut(record);
+        if (isAtPlace && !m_exitCode && isCounted) return Stop::done;
+        if (isAtPlace && m_exitCode && TerminateThread(m_thread, *m_exitCode)) {
+            if (record != nullptr) record->leaving.store(true);
+            return Stop::done;
         }
-        if (before > 0) return Stop::standing;
+        if (isCounted) ResumeThread(m_thread);
+        return isAtPlace ? Stop::refused : Stop::moving;
+    }
+
+    bool mayBeCut(const ThreadRecord* record) noexcept {
         CONTEXT context{};
         context.ContextFlags = CONTEXT_FULL;
-        const bool isKnown = GetThreadContext(m_thread, &context);  // returns when the thread has stopped
-        const ThreadRecord* const record =
-            records.find([this](const ThreadRecord& each) { return each.id == m_id && !each.leaving.load(); });
-        const bool mayBeCut = isKnown && record != nullptr && record->depth.load() == 0;
-        if (mayBeCut && (record->waiting.load() != 0 || usesNoLock(context))) return Stop::standing;
-        ResumeThread(m_thread);
-        return Stop::moving;
+        if (!GetThreadContext(m_thread, &context)) return false;  // returns when the thread has stopped
+        if (record == nullptr || record->leaving.load() || record->depth.load() != 0) return false;
+        return record->waiting.load() != 0 || usesNoLock(context);
     }
 
     bool usesNoLock(const CONTEXT& context) noexcept {
@@ -89,6 +98,7 @@ class SafeStop {
 
     const HANDLE m_thread;
     const DWORD m_id;
+    const std::optional<DWORD> m_exitCode;  // none: the thread is suspended
     const RuntimeLocks m_locks;
     // The system call of the latest look that found one.
     DWORD64 m_instruction = 0;
@@ -122,9 +132,10 @@ bool createThread(ThreadEntry entry, void* argument, WaitHandle& handle, bool su
     prepareForThreads();
     // While the thread begins, the loader calls code of the program's libraries, and the program's own.
     record->depth.store(1, std::memory_order_relaxed);
-    unsigned id = 0;
-    const HANDLE thread =
-        reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, &runThread, record, CREATE_SUSPENDED, &id));
+    // The C runtime's own function may take the lock of the loader, for which a caller that has a lock must not wait
+    // (prepareForThreads). The runtime makes its data of a thread when the thread first uses it.
+    DWORD id = 0;
+    const HANDLE thread = CreateThread(nullptr, 0, &runThread, record, CREATE_SUSPENDED, &id);
     SystemHandle duplicate = duplicateOf(thread);
     if (!duplicate.isOpen()) {
         if (thread != nullptr) {
@@ -150,7 +161,7 @@ bool suspendThread(WaitHandle thread) noexcept {
         const WaitMark mark;
         return SuspendThread(handle) != static_cast<DWORD>(-1);
     }
-    return SafeStop(handle).run() == Stop::standing;
+    return SafeStop(handle).run() == Stop::done;
 }
 
 bool resumeThread(WaitHandle thread) noexcept {
@@ -161,24 +172,13 @@ bool resumeThread(WaitHandle thread) noexcept {
 bool terminateThread(WaitHandle thread, std::uint32_t exitCode) noexcept {
     const HANDLE handle = systemHandle(thread);
     if (handle == nullptr) return false;
-    const DWORD id = GetThreadId(handle);
-    if (id == GetCurrentThreadId()) {
-        ThreadRecord& own = currentRecord();
-        own.leaving.store(true, std::memory_order_release);
-        _endthreadex(exitCode);
+    if (GetThreadId(handle) == GetCurrentThreadId()) {
+        currentRecord().leaving.store(true, std::memory_order_release);
+        ExitThread(exitCode);
     }
-    const Stop stop = SafeStop(handle).run();
-    if (stop != Stop::standing) return stop == Stop::ended;
-    if (!TerminateThread(handle, exitCode)) {
-        ResumeThread(handle);
-        return false;
-    }
-    WaitForSingleObject(handle, INFINITE);
-    const RecordGuard records;
-    ThreadRecord* const record =
-        records.find([id](const ThreadRecord& each) { return each.id == id && !each.leaving.load(); });
-    if (record != nullptr) record->leaving.store(true);
-    return true;
+    const Stop stop = SafeStop(handle, exitCode).run();
+    if (stop == Stop::done) WaitForSingleObject(handle, INFINITE);
+    return stop == Stop::done || stop == Stop::ended;
 }
 
 // The system's own wait is as cheap.
@@ -226,8 +226,12 @@ void yieldThread() noexcept {
 }
 
 void sleepThread(std::uint32_t milliseconds) noexcept {
-    const WaitMark mark;
-    Sleep(milliseconds);
+    const Deadline end = Deadline::afterNumber(milliseconds);
+    do {
+        const DWORD rest = end.rest();
+        const WaitMark mark;
+        Sleep(rest);  // up to a tick of the system's clock too short
+    } while (!end.hasPassed());
 }
 
 }  // namespace KestSupport::platform

@@ -20,6 +20,8 @@ class Records : ProcessMemory {
 
     std::atomic<bool> locked{false};
     ThreadRecord* first = nullptr;
+    std::size_t count = 0;
+    std::size_t nextFullLook = 0;  // the count from which takeEnded asks the system about each record
 
     /// Null before the calling thread's record was set.
     ThreadRecord* current() noexcept {
@@ -99,18 +101,20 @@ void unlockRecords() noexcept {
     g_records.locked.store(false, std::memory_order_release);
 }
 
-bool hasEnded(const ThreadRecord& record) noexcept {
-    const bool mayHaveEnded =
-        record.leaving.load(std::memory_order_acquire) || !record.endIsReported.load(std::memory_order_relaxed);
-    return mayHaveEnded && WaitForSingleObject(record.thread.get(), 0) == WAIT_OBJECT_0;
+bool mayHaveEnded(const ThreadRecord& record) noexcept {
+    return record.leaving.load(std::memory_order_acquire) || !record.endIsReported.load(std::memory_order_relaxed);
 }
 
-// Takes the records of ended threads out of the list and returns them as a list.
+// Takes the records of ended threads out of the list and returns them as a list. The system reports no end of a thread
+// that first uses the library in its last destructors. So all records are looked at when their number may have doubled.
 ThreadRecord* takeEnded() noexcept {
+    constexpr std::size_t kFewest = 16;
+    const bool looksAtAll = g_records.count >= g_records.nextFullLook;
     ThreadRecord* ended = nullptr;
     for (ThreadRecord** link = &g_records.first; *link != nullptr;) {
         ThreadRecord* const record = *link;
-        if (hasEnded(*record)) {
+        if ((looksAtAll || mayHaveEnded(*record)) && WaitForSingleObject(record->thread.get(), 0) == WAIT_OBJECT_0) {
+            --g_records.count;
             *link = record->next;
             record->next = ended;
             ended = record;
@@ -118,6 +122,7 @@ ThreadRecord* takeEnded() noexcept {
             link = &record->next;
         }
     }
+    if (looksAtAll) g_records.nextFullLook = g_records.count * 2 + kFewest;
     return ended;
 }
 
@@ -144,8 +149,8 @@ ThreadRecord& attach() noexcept {
 void addRecord(ThreadRecord& record) noexcept {
     lockRecords();
     ThreadRecord* ended = takeEnded();
-    record.next = g_records.first;
-    g_records.first = &record;
+    record.next = std::exchange(g_records.first, &record);
+    ++g_records.count;
     unlockRecords();
     while (ended != nullptr) {
         ThreadRecord* const next = ended->next;
@@ -154,8 +159,8 @@ void addRecord(ThreadRecord& record) noexcept {
     }
 }
 
-void setCurrentRecord(ThreadRecord& record) noexcept {
-    g_records.setCurrent(record);
+bool setCurrentRecord(ThreadRecord& record) noexcept {
+    return g_records.setCurrent(record);
 }
 
 std::uint32_t keyOfThread(std::uint64_t number) noexcept {

@@ -29,7 +29,7 @@ struct ThreadRecord {
     std::atomic<std::uint32_t> depth{0};
     std::atomic<std::uint32_t> waiting{0};
     std::atomic<bool> leaving{false};        ///< it ends soon, or has ended
-    std::atomic<bool> endIsReported{false};  ///< the system sets leaving at the latest when the thread ends
+    std::atomic<bool> endIsReported{false};  ///< the system sets leaving, unless the last destructors already run
     // Of a thread that createThread made.
     ThreadEntry entry = nullptr;
     void* argument = nullptr;
@@ -38,8 +38,8 @@ struct ThreadRecord {
 
 /// Adds the complete record of a thread to the list, which owns it from then on.
 void addRecord(ThreadRecord& record) noexcept;
-/// Gives the calling thread its record, which is in the list.
-void setCurrentRecord(ThreadRecord& record) noexcept;
+/// Gives the calling thread its record, which is in the list. Returns false if the system has no room for that.
+bool setCurrentRecord(ThreadRecord& record) noexcept;
 /// Returns a key for a new record, from 1 to kThreadKeys - 1. Higher bits of a word with a key have other meanings
 /// (windows_owner_lock.cpp, windows_thread_bias.cpp).
 std::uint32_t newThreadKey() noexcept;

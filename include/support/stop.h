@@ -47,7 +47,7 @@ class KEST_SUPPORT_EXPORT KestStopEvent : public KestEvent {
 
     /// Requests the stop. Returns whether this call did it; false when it was requested before. The first call notifies
     /// the dependents, runs the callbacks of tokens, and signals. If a dependent throws, the caller gets the exception
-    /// after the rest was done.
+    /// after the rest was done. If the thread of the first call is killed during the call, the next call does the rest.
     bool request();
     /// Returns whether a stop was requested.
     bool isRequested() const noexcept;

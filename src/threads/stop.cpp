@@ -1,10 +1,12 @@
 #include "support/stop.h"
 
 #include <atomic>
+#include <cstdint>
 #include <new>
 #include <optional>
 #include <utility>
 
+#include "platform/thread_bias.h"
 #include "platform/wait.h"
 #include "threads/token_follower.h"
 
@@ -12,7 +14,7 @@ namespace KestSupport {
 
 /// Without a token that was given, a request does not use the source, whose lock a killed thread would leave taken.
 struct KestStopEvent::State {
-    std::atomic<bool> isRequested{false};
+    std::atomic<std::uint32_t> requester{0};  // the key of the thread that made the request; 0: none
 #ifdef __cpp_lib_jthread
     void requestOfTokens() {
         if (isTokenGiven) source.request_stop();
@@ -37,7 +39,10 @@ KestStopEvent::~KestStopEvent() {
 }
 
 bool KestStopEvent::request() {
-    if (m_pState->isRequested.exchange(true)) return false;
+    std::uint32_t requester = 0;
+    const bool isFirst = m_pState->requester.compare_exchange_strong(requester, platform::threadKey());
+    // The rest is done once more if the first thread has ended: it may have been killed before it did that.
+    if (!isFirst && platform::threadMayRun(requester)) return false;
     struct Rest {
         KestStopEvent& event;
         ~Rest() {
@@ -45,12 +50,12 @@ bool KestStopEvent::request() {
             platform::setEvent(event.handle());  // a thread that waits may destroy the event now
         }
     } const rest{*this};
-    notifyDependents();
-    return true;
+    if (isFirst) notifyDependents();
+    return isFirst;
 }
 
 bool KestStopEvent::isRequested() const noexcept {
-    return m_pState->isRequested;
+    return m_pState->requester != 0;
 }
 
 void KestStopEvent::set() {

@@ -345,6 +345,25 @@ TEST(StopEvent, FollowsAndGivesTokens) {
     EXPECT_THROW(KestStopEvent(), std::bad_alloc);
 }
 
+TEST(StopEvent, IsSignalledAfterItsRequesterWasKilled) {
+    struct Killing : KestStopEvent {
+        KestNotification* createNotification() override {
+            entered.set();
+            never.wait(-1);
+            return nullptr;
+        }
+        KestEvent entered, never;
+    } stop;
+    KestStoppableThread requester([&] { stop.request(); });
+    requester.start();
+    stop.entered.wait(-1);
+    EXPECT_FALSE(stop.request());
+    EXPECT_EQ(stop.wait(0), -2);
+    requester.kill();
+    EXPECT_FALSE(stop.request());
+    EXPECT_EQ(stop.wait(0), 0);
+}
+
 TEST(StopEvent, IsDestroyedWhileItsTokenIsStopped) {
     struct Holder : KestDependent {
         kit::Gate entered, left;

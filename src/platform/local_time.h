@@ -10,18 +10,18 @@
 namespace KestSupport::platform {
 
 /// Returns the number of the local zone. The same text of TZ has the same number, and different texts have different
-/// numbers. Without TZ, the number identifies the state of the system's zone file at the library's latest look. Returns
-/// 0 if the process has seen too many zones; all numbers are below 4096. The call costs a few loads while the
-/// environment stays the same.
+/// numbers. Without TZ, the number identifies the rules of the system's zone at the library's latest look. Returns 0 if
+/// the process has seen too many zones; all numbers are below 4096. The call is cheap while the environment stays the
+/// same: on Linux it costs a few loads.
 std::uint32_t localZone();
 
-/// The same, but looks at the system's zone file first if TZ is not set, and lets the runtime use that zone. Called
-/// before conversions of the runtime, so that all of them use the zone, or the state of the file, that has the number.
-/// A back end may look at the file once a second.
+/// The same, but looks at the system's zone first if TZ is not set, and lets the runtime use that zone. Called before
+/// conversions of the runtime, so that all of them use the zone, or the rules, that have the number. A back end may look
+/// at the system's zone once a second.
 std::uint32_t localZoneOfNow();
 
 /// Stores the fields of an instant in the local zone, with the zone name if the runtime has a member for it. Returns
-/// false, and stores nothing, if the runtime cannot represent it.
+/// false if the runtime cannot represent it; the fields then have any values.
 bool localTime(std::int64_t instant, std::tm& result) noexcept;
 
 /// The same in UTC.

@@ -28,15 +28,26 @@ constinit std::atomic<std::uint32_t> g_zoneInUse{0};
 constinit std::atomic<std::int64_t> g_offsetsInUse{0};
 constinit UninterruptedMutex g_lock;
 
+// A zone keeps its name when its rules change, and some zones have other rules in each year.
+std::string textOf(const DYNAMIC_TIME_ZONE_INFORMATION& zone) {
+    std::string text = "system " + ansiText(zone.TimeZoneKeyName) + ' ' + std::to_string(zone.Bias);
+    const auto add = [&text](LONG bias, const SYSTEMTIME& begin) {
+        text += ' ' + std::to_string(bias);
+        for (const WORD part : {begin.wYear, begin.wMonth, begin.wDayOfWeek, begin.wDay, begin.wHour, begin.wMinute})
+            text += ' ' + std::to_string(part);
+    };
+    add(zone.StandardBias, zone.StandardDate);
+    add(zone.DaylightBias, zone.DaylightDate);
+    return text;
+}
+
 std::uint32_t systemZone(bool ofNow) {
     const std::uint32_t known = g_systemZone.load(std::memory_order_acquire);
     const std::int64_t now = coarseSteadyTime();
     if (known != 0 && !(ofNow && now - g_latestLook.load(std::memory_order_relaxed) >= kLookAfter)) return known;
     DYNAMIC_TIME_ZONE_INFORMATION zone{};
     GetDynamicTimeZoneInformation(&zone);
-    const std::uint32_t found =
-        numberOf(knownZone("system " + ansiText(zone.TimeZoneKeyName) + ' ' + std::to_string(zone.Bias) + ' ' +
-                           std::to_string(zone.StandardBias) + ' ' + std::to_string(zone.DaylightBias)));
+    const std::uint32_t found = numberOf(knownZone(textOf(zone)));
     g_latestLook.store(now, std::memory_order_relaxed);
     g_systemZone.store(found, std::memory_order_release);
     return found;
@@ -80,19 +91,13 @@ std::uint32_t localZoneOfNow() {
 bool localTime(std::int64_t instant, std::tm& result) noexcept {
     const RuntimeCall call;
     const __time64_t seconds = instant;
-    std::tm fields{};
-    if (_localtime64_s(&fields, &seconds) != 0) return false;
-    result = fields;
-    return true;
+    return _localtime64_s(&result, &seconds) == 0;
 }
 
 bool utcTime(std::int64_t instant, std::tm& result) noexcept {
     const RuntimeCall call;
     const __time64_t seconds = instant;
-    std::tm fields{};
-    if (_gmtime64_s(&fields, &seconds) != 0) return false;
-    result = fields;
-    return true;
+    return _gmtime64_s(&result, &seconds) == 0;
 }
 
 std::int64_t instantOfLocalTime(std::tm& fields) noexcept {

@@ -36,6 +36,7 @@ std::tm localTimeOf(std::int64_t instant) {
     std::tm time{};
     platform::localZoneOfNow();
     if (!platform::localTime(instant, time)) {
+        time = {};
         time.tm_year = 70;
         time.tm_mday = 1;
     }

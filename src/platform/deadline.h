@@ -35,9 +35,7 @@ class Deadline {
         return milliseconds == kInfinite ? never() : afterNumber(milliseconds);
     }
     /// The same, where kInfinite is a number like others.
-    static Deadline afterNumber(std::uint32_t milliseconds) noexcept {
-        return at(now() + milliseconds * kMillisecond);
-    }
+    static Deadline afterNumber(std::uint32_t milliseconds) noexcept { return at(now() + milliseconds * kMillisecond); }
 
     constexpr bool isNever() const noexcept { return *this == never(); }
     constexpr Time time() const noexcept { return m_time; }

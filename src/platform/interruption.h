@@ -20,7 +20,7 @@ class Interruption {
     ~Interruption();
 
     /// Waits at most `timeout` milliseconds for a request; 0 does not wait. Returns its number, for takeEffect, or 0 if
-    /// there was none.
+    /// there was none. Returns each request once.
     int wait(std::uint32_t timeout) noexcept;
 
     /// Runs the usual effect of a request, which ends the program. Called after the destruction of the object.

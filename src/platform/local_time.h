@@ -16,8 +16,8 @@ namespace KestSupport::platform {
 std::uint32_t localZone();
 
 /// The same, but looks at the system's zone first if TZ is not set, and lets the runtime use that zone. Called before
-/// conversions of the runtime, so that all of them use the zone, or the rules, that have the number. A back end may look
-/// at the system's zone once a second.
+/// conversions of the runtime, so that all of them use the zone, or the rules, that have the number. A back end may
+/// look at the system's zone once a second.
 std::uint32_t localZoneOfNow();
 
 /// Stores the fields of an instant in the local zone, with the zone name if the runtime has a member for it. Returns

@@ -41,7 +41,7 @@ class UninterruptedMutex {
     void unlock() noexcept;
 
   private:
-    std::atomic<std::uint32_t> m_word{0};  // a FutexLock
+    std::atomic<std::uint32_t> m_word{0};  // 0: free; the other values are those of the back end
 };
 
 }  // namespace KestSupport::platform

@@ -9,17 +9,21 @@
 namespace KestSupport::platform {
 namespace {
 
+// The number of the first request that is not reported yet. That of an event is one more than the system's.
+constexpr int kNone = 0;
+constexpr int kNotHeld = -1;  // no Interruption exists
+constinit std::atomic<int> g_request{kNotHeld};
+
 // The routine runs on threads of the system, possibly after the object's end. So the event stays open, and the module
 // loaded.
-constinit std::atomic<int> g_request{0};
 constinit std::atomic<HANDLE> g_arrived{nullptr};
 
-// An event's number is one more than the system's, so that it is not 0. Only services receive the end of a user's
-// session, and it does not end them. After an event other than Ctrl+C and Ctrl+Break, the system ends the program when
-// the routine returns, or after some seconds.
+// Only services receive the end of a user's session, and it does not end them. After an event other than Ctrl+C and
+// Ctrl+Break, the system ends the program when the routine returns, or after some seconds.
 BOOL WINAPI onEvent(DWORD event) noexcept {
+    int before = kNone;
     if (event == CTRL_LOGOFF_EVENT) return FALSE;
-    g_request.store(static_cast<int>(event) + 1, std::memory_order_release);
+    if (!g_request.compare_exchange_strong(before, static_cast<int>(event) + 1) && before == kNotHeld) return FALSE;
     SetEvent(g_arrived.load(std::memory_order_acquire));
     if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) Sleep(INFINITE);
     return TRUE;
@@ -27,33 +31,28 @@ BOOL WINAPI onEvent(DWORD event) noexcept {
 
 }  // namespace
 
-struct Interruption::State {
-    bool reported = false;
-};
+struct Interruption::State {};
 
-Interruption::Interruption() : m_state(std::make_unique<State>()) {
+Interruption::Interruption() {
     if (g_arrived.load(std::memory_order_relaxed) == nullptr) {
-        const HANDLE arrived = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        const HANDLE arrived = CreateEventW(nullptr, FALSE, FALSE, nullptr);
         if (arrived == nullptr) throw std::bad_alloc();
         g_arrived.store(arrived, std::memory_order_release);
         thisModule(ModuleReference::forEver);
     }
-    g_request.store(0, std::memory_order_relaxed);
-    ResetEvent(g_arrived.load(std::memory_order_relaxed));
+    g_request.store(kNone);
     SetConsoleCtrlHandler(&onEvent, TRUE);
 }
 
 Interruption::~Interruption() {
     SetConsoleCtrlHandler(&onEvent, FALSE);
-    const int request = g_request.load(std::memory_order_acquire);
-    if (request != 0 && !m_state->reported) takeEffect(request);
+    if (const int request = g_request.exchange(kNotHeld); request != kNone) takeEffect(request);
 }
 
 int Interruption::wait(std::uint32_t timeout) noexcept {
     const WaitMark mark;
-    if (WaitForSingleObject(g_arrived.load(std::memory_order_relaxed), timeout) != WAIT_OBJECT_0) return 0;
-    m_state->reported = true;
-    return g_request.load(std::memory_order_acquire);
+    const bool hasArrived = WaitForSingleObject(g_arrived.load(std::memory_order_relaxed), timeout) == WAIT_OBJECT_0;
+    return hasArrived ? g_request.exchange(kNone) : kNone;
 }
 
 void Interruption::takeEffect(int) noexcept {

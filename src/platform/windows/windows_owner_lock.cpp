@@ -6,6 +6,7 @@
 
 #include "platform/deadline.h"
 #include "platform/process_memory.h"
+#include "platform/spin.h"
 #include "platform/thread_bias.h"
 #include "platform/uninterrupted.h"
 #include "platform/wait.h"
@@ -17,8 +18,8 @@ namespace {
 constexpr std::uint32_t kAwaited = 0x80000000;  // beside the owner's key
 constexpr std::uint32_t kLook = 50;             // milliseconds
 
-// A look at a lock that another processor is about to release is cheaper than a sleep.
-constexpr int kSpins = 100;
+// Nanoseconds. A look at a lock that another processor is about to release is cheaper than a sleep.
+constexpr unsigned kSpin = 2500;
 
 }  // namespace
 
@@ -55,6 +56,7 @@ struct OwnerLock::WakeUpPool : ProcessMemory {
         WakeUpPool& pool = static_cast<WakeUpPool&>(self);
         while (pool.m_unused != nullptr)
             delete std::exchange(pool.m_unused, pool.m_unused->next);
+        pool.m_isRemembered = false;  // a lock that is destroyed later puts another one back
     }
 
     UninterruptedMutex m_lock;  // guards the members below
@@ -102,11 +104,11 @@ bool OwnerLock::tryTake(std::uint32_t& word, std::uint32_t taken) noexcept {
 
 // A thread that has slept keeps the mark, since other threads may sleep too.
 std::uint32_t OwnerLock::enterSlowly(std::uint32_t self, std::uint32_t timeout) noexcept {
-    for (int i = 0; i < kSpins && timeout != 0; ++i) {
+    const auto look = [&] {
         std::uint32_t word = 0;
-        if (tryTake(word, self)) return kWaitObject0;
-        YieldProcessor();
-    }
+        return m_word.load(std::memory_order_relaxed) == 0 && tryTake(word, self);
+    };
+    if (timeout != 0 && spinUntil(pausesFor(kSpin), look)) return kWaitObject0;
     const Deadline end = Deadline::after(timeout);
     const WakeUp* wakeUp = nullptr;
     for (bool hasSlept = false;;) {

@@ -1,6 +1,7 @@
 // Output of whole records, to the end of a file or to a stream of the C runtime. Each record is written at once and in
-// one piece, without the buffers of the C runtime. So a thread that is terminated while it writes leaves no stream
-// locked, a failed record does not stop later ones, and a signal that interrupts a write loses nothing.
+// one piece (on Windows, pieces of up to 64 KiB), without the buffers of the C runtime. So a thread that is terminated
+// while it writes leaves no stream locked, a failed record does not stop later ones, and a signal that interrupts a
+// write loses nothing.
 //
 // Threads: one at a time. Lifetime: the destructor closes the file.
 #pragma once

@@ -48,9 +48,9 @@ std::wstring systemPath(std::string_view path) {
 }
 
 std::wstring folderPath(std::string_view path) {
-    constexpr std::size_t kDriveRoot = 3;  // "C:\"
+    // "C:\" is the root of a drive, "C:" is not.
     std::wstring full = absolutePath(wideText(path));
-    while (full.size() > kDriveRoot && full.back() == L'\\')
+    while (full.ends_with(L'\\') && !full.ends_with(L":\\"))
         full.pop_back();
     return withoutLimit(full);
 }

@@ -4,12 +4,16 @@
 namespace KestSupport::platform {
 namespace {
 
-// As the C runtime translates them, which has ENOENT for a path that is not found. But it has no errno value for a file
-// in place of a folder.
+// As the C runtime translates them, which has ENOENT for a path that is not found. But it has no errno values for a
+// file in place of a folder, for one of the two errors of a full disk, and for a pipe without a reader.
 constexpr ErrorNumber kRuntimeErrors[] = {
-    {errorPathNotFound, ENOENT},     {errorInvalidName, ENOENT},    {ERROR_DIRECTORY, ENOTDIR},
-    {errorSharingViolation, EACCES}, {ERROR_INVALID_DRIVE, ENOENT}, {ERROR_BAD_NETPATH, ENOENT},
-    {ERROR_BAD_NET_NAME, ENOENT},    {ERROR_BAD_PATHNAME, ENOENT},  {ERROR_LOCK_VIOLATION, EACCES},
+    {errorPathNotFound, ENOENT},    {errorInvalidName, ENOENT},
+    {ERROR_DIRECTORY, ENOTDIR},     {errorSharingViolation, EACCES},
+    {ERROR_INVALID_DRIVE, ENOENT},  {ERROR_BAD_NETPATH, ENOENT},
+    {ERROR_BAD_NET_NAME, ENOENT},   {ERROR_BAD_PATHNAME, ENOENT},
+    {ERROR_LOCK_VIOLATION, EACCES}, {ERROR_CURRENT_DIRECTORY, EACCES},
+    {ERROR_WRITE_PROTECT, EACCES},  {ERROR_HANDLE_DISK_FULL, ENOSPC},
+    {ERROR_NO_DATA, EPIPE},
 };
 
 }  // namespace

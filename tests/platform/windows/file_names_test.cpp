@@ -28,6 +28,7 @@ TEST(SystemPath, LiftsTheLimitOfLongPaths) {
     fs::current_path(before);
     const std::pair<std::string, std::wstring> rows[] = {{"C:/a/b//", L"\\\\?\\C:\\a\\b"},
                                                          {"C:\\", L"\\\\?\\C:\\"},
+                                                         {"\\\\?\\C:\\", L"\\\\?\\C:\\"},
                                                          {"\\\\server\\share\\a\\", L"\\\\?\\UNC\\server\\share\\a"},
                                                          {"\\\\?\\C:\\a", L"\\\\?\\C:\\a"}};
     for (const auto& [path, expected] : rows)
@@ -49,7 +50,8 @@ TEST(TreeWalk, RemovesNamesThatTheCodePageLacks) {
     EXPECT_EQ(kit::failureOf([&] { KestRemoveDirectory(folder.path(), true); }),
               "KestRemoveDirectory: Could not remove the file " + folder.path() + "\\read-only");
     fs::permissions(kept, fs::perms::owner_all);
-    EXPECT_EQ(platform::errnoFromError(ERROR_SHARING_VIOLATION), EACCES);
+    for (const auto& [error, errnoValue] : {std::pair(ERROR_SHARING_VIOLATION, EACCES), {ERROR_NO_DATA, EPIPE}})
+        EXPECT_EQ(platform::errnoFromError(error), errnoValue);
 }
 
 // Returns whether the system has asked it to show its window, and has given it a console of its own.

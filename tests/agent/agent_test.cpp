@@ -1,14 +1,11 @@
 // Tests kest-agent from outside: its output, its files and its life as a service.
 #include "agent/agent_folder.h"
-#include "kit/environment_guard.h"
-#include "kit/system.h"
 
 namespace {
 
 const std::string kHint = " (kest-agent --help lists the options)";
 const std::string kWhole = " is not a whole number from ";
 const std::string kLimit = " is not a number of 0 or more";
-const std::string kDamaged = "settings file s: secret: damaged: not the output of kest-agent --encipher";
 
 TEST(Agent, RefusesBadInput) {
     const Folder folder;
@@ -33,36 +30,35 @@ TEST(Agent, RefusesBadInput) {
     for (const auto& [argument, line] : arguments)
         check({argument}, line);
     const std::string longName(300, 'x');
+    // A line that begins with a colon follows "settings file s".
     const std::pair<std::string, std::string> settings[] = {
-        {std::string("a\nb\0c", 5), "settings file s: line 2 is not text"},
-        {std::string((1 << 20) + 1, '#'), "settings file s: larger than 1048576 bytes"},
-        {"cpu.limit 5\n", "settings file s: there is no setting \"cpu.limit 5\""},
-        {"cpu.limit=1\n cpu.limit = 2\n", "settings file s: cpu.limit is given twice"},
-        {"memory.limit=5%\r\n", "settings file s: memory.limit: \"5%\"" + kLimit},
-        {"process.limit=-1\n", "settings file s: process.limit: \"-1\"" + kLimit},
-        {"process.limit=+1\n", "settings file s: process.limit: \"+1\"" + kLimit},
-        {"process.limit=1.2.3\n", "settings file s: process.limit: \"1.2.3\"" + kLimit},
-        {"log.level.Disk=-2\n", "settings file s: log.level.Disk: \"-2\"" + kWhole + "-1 to 9"},
-        {"agent.version=0.9,{2-3}\n",
-         "settings file s: agent.version: \"0.9,{2-3}\" is not for this version of kest-agent, 1.0.0"},
+        {std::string("a\nb\0c", 5), ": line 2 is not text"},
+        {std::string((1 << 20) + 1, '#'), ": larger than 1048576 bytes"},
+        {"cpu.limit 5\n", ": there is no setting \"cpu.limit 5\""},
+        {"cpu.limit=1\n cpu.limit = 2\n", ": cpu.limit is given twice"},
+        {"memory.limit=5%\r\n", ": memory.limit: \"5%\"" + kLimit},
+        {"process.limit=-1\n", ": process.limit: \"-1\"" + kLimit},
+        {"process.limit=+1\n", ": process.limit: \"+1\"" + kLimit},
+        {"process.limit=1.2.3\n", ": process.limit: \"1.2.3\"" + kLimit},
+        {"log.level.Disk=-2\n", ": log.level.Disk: \"-2\"" + kWhole + "-1 to 9"},
+        {"agent.version=0.9,{2-3}\n", ": agent.version: \"0.9,{2-3}\" is not for this version of kest-agent, 1.0.0"},
         {"agent.version={2}\n",
-         "settings file s: agent.version: \"{2}\" is not a version range: "
+         ": agent.version: \"{2}\" is not a version range: "
          "KestVersion::createRangeVector: Invalid range specification: {2}"},
-        {"language=xx_YY\n", "settings file s: language: \"xx_YY\" is not a locale of this system"},
-        {"cpu.limit.host=web5\n",
-         "settings file s: cpu.limit.host: \"web5\" is not a pattern, a blank and a number of 0 or more"},
-        {"cpu.limit.host=[ 5\n", "settings file s: cpu.limit.host: \"[ 5\" is not a pattern: empty set in pattern"},
-        {"secret=00\n", "settings file s: secret: needs secret.key.file"},
-        {"secret=00\nsecret.key.file=s\n", kDamaged},
+        {"language=xx_YY\n", ": language: \"xx_YY\" is not a locale of this system"},
+        {"cpu.limit.host=web5\n", ": cpu.limit.host: \"web5\" is not a pattern, a blank and a number of 0 or more"},
+        {"cpu.limit.host=[ 5\n", ": cpu.limit.host: \"[ 5\" is not a pattern: empty set in pattern"},
+        {"secret=00\n", ": secret: needs secret.key.file"},
+        {"secret=00\nsecret.key.file=s\n", ": secret: damaged: not the output of kest-agent --encipher"},
         {"secret=" + std::string(48, '0') + "\nsecret.key.file=s\n",
-         "settings file s: secret: cannot be deciphered: the key is wrong, or the text is damaged"},
+         ": secret: cannot be deciphered: the key is wrong, or the text is damaged"},
         {"\nsecret=\nsecret.key.file=s\n", "key file s: has no key in its first line"},
-        {"log.console=on\n", "settings file s: log.console: \"on\" is neither yes nor no"},
-        {"disk.path=/none\n", "settings file s: disk.path: \"/none\": No such file or directory"},
+        {"log.console=on\n", ": log.console: \"on\" is neither yes nor no"},
+        {"disk.path=/none\n", ": disk.path: \"/none\": No such file or directory"},
         {"log.file=none/log\n", "log file none/log: No such file or directory"},
         {"log.file=.\n", "log file .: not a regular file"},
-        {"log.keep=1000\n", "settings file s: log.keep: \"1000\"" + kWhole + "0 to 999"},
-        {"state.file=\n", "settings file s: state.file: \"\" is not a file name"},
+        {"log.keep=1000\n", ": log.keep: \"1000\"" + kWhole + "0 to 999"},
+        {"state.file=\n", ": state.file: \"\" is not a file name"},
         {"state.file=none/state\n", "state file none/state: No such file or directory"},
         {"state.file=.\n", "state file .: not a regular file"},
         {"state.file=" + longName + "\n", "state file " + longName.substr(0, 120) + "...: " + kit::kLongNameFails},
@@ -70,7 +66,7 @@ TEST(Agent, RefusesBadInput) {
     };
     for (const auto& [text, line] : settings) {
         folder.write("s", text);
-        check({"--settings", "s", "-n1"}, line);
+        check({"--settings", "s", "-n1"}, (line[0] == ':' ? "settings file s" : "") + line);
     }
 }
 

@@ -1,12 +1,9 @@
 // Object factory: which creator a name has, and what copies and the factory of the process contain.
 #include "support/object_factory.h"
 
-#include "kit/allocations.h"
-#include "support/exceptions.h"
-
-namespace KestSupport {
 namespace {
 
+using namespace KestSupport;
 using Names = std::vector<std::string>;
 
 template <char Mark>
@@ -64,46 +61,6 @@ TEST(ObjectFactory, PrefersRegistrationToFunction) {
     }
 }
 
-// Fails each allocation of an assignment in turn, until one succeeds. Returns the description of the target after each.
-template <typename Value, typename Describe>
-std::set<std::string> seenWhileAssigning(Value& target, const Value& source, Describe describe) {
-    static int s_left = 0;
-    std::set<std::string> seen;
-    for (int accepted = 0;; ++accepted) {
-        s_left = accepted;
-        const kit::AllocationHook hook([](std::size_t) { return s_left-- > 0; });
-        try {
-            target = source;
-            return seen;
-        } catch (const std::bad_alloc&) {
-            s_left = 1'000'000;
-            seen.insert(describe(target));
-        }
-    }
-}
-
-TEST(Assignment, ChangesNothingWithoutMemory) {
-    KestObjectFactory factory, others;
-    factory.add("kept", Made<'1'>::make);
-    for (const char* name : {"a", "b"})
-        others.add(name, Made<'2'>::make);
-    const auto namesOf = [](const KestObjectFactory& each) { return each.getRegisteredClasses().front(); };
-    EXPECT_EQ(seenWhileAssigning(factory, others, namesOf), std::set<std::string>{"kept"});
-
-    const wstring16 longText(100, 'x');
-    KestException exception(std::string("kept"), 1), other(longText, 2);
-    const auto contentOf = [](const KestException& each) {
-        return each.getText() + std::to_string(each.getCode() + static_cast<int>(each.getCallStack().size()));
-    };
-    EXPECT_EQ(seenWhileAssigning(exception, other, contentOf), std::set<std::string>{"kept2"});
-
-    KestMutexObject lock, otherLock;
-    otherLock.unlock();  // creates the lock
-    lock.lock();
-    const auto levelsOf = [](KestMutexObject& each) { return std::to_string(each.lockCount()); };
-    EXPECT_EQ(seenWhileAssigning(lock, otherLock, levelsOf), std::set<std::string>{"1"});
-}
-
 TEST(ObjectFactory, StartsEmptyForTheProcess) {
     KestObjectFactory& first = KestObjectFactory::getGlobalInstance();
     first.add("b", Made<'1'>::make);
@@ -114,4 +71,3 @@ TEST(ObjectFactory, StartsEmptyForTheProcess) {
 }
 
 }  // namespace
-}  // namespace KestSupport

@@ -4,9 +4,9 @@
 
 #include "kit/allocations.h"
 
-namespace KestSupport {
 namespace {
 
+using namespace KestSupport;
 using namespace std::string_literals;
 
 constexpr std::size_t kHeaderSize = 4;
@@ -272,4 +272,3 @@ TEST(BufferStream, HasReaderBesideWriter) {
 }
 
 }  // namespace
-}  // namespace KestSupport

@@ -1,10 +1,11 @@
 // Observer: order, changes of the list during a notification, exceptions, and threads.
 #include "support/observer.h"
 
-#include "support/threads.h"
+#include "threads/function_work.h"
 
-namespace KestSupport {
 namespace {
+
+using namespace KestSupport;
 
 struct Recorder : KestDependent {
     Recorder(std::string& calls, char ownName) : record(calls), name(ownName) {}
@@ -99,24 +100,19 @@ TEST_F(Collaborator, ReleasesLockAfterException) {
 
 // The changing thread is killed, in some rounds within a change of the list.
 TEST_F(Collaborator, ChangesWhileAnotherThreadNotifies) {
-    struct Changer : KestThread {
-        explicit Changer(Collaborator& all) : test(all) {}
-        int run() override {
-            for (;; ++changes) {
-                for (int i = 0; i < 150; ++i)
-                    test.collaborator.addDependent(test.b);
-                test.collaborator.removeDependent(test.b);
-            }
-        }
-        Collaborator& test;
-        std::atomic<int> changes{0};
-    };
     collaborator.addDependent(a);
     for (int round = 0; round < 60; ++round) {
-        Changer changer(*this);
+        std::atomic<int> changes{0};
+        KestThread changer(new kit::FunctionWork([&]() -> int {
+            for (;; ++changes) {
+                for (int i = 0; i < 150; ++i)
+                    collaborator.addDependent(b);
+                collaborator.removeDependent(b);
+            }
+        }));
         changer.start();
         int walks = 0;
-        for (; changer.changes < 5; ++walks)
+        for (; changes < 5; ++walks)
             collaborator.notify(KestNotification(1));
         EXPECT_EQ(std::count(record.begin(), record.end(), 'a'), walks) << "no walk skips the first entry";
         changer.kill();
@@ -131,4 +127,3 @@ TEST(PropertyChanged, NarrowsWideName) {
 }
 
 }  // namespace
-}  // namespace KestSupport

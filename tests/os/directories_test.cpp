@@ -1,7 +1,5 @@
 // Tests KestCreateDirectory and KestRemoveDirectory: results, texts, log records and failed system calls.
 
-#include "kit/failure_of.h"
-#include "kit/log_capture.h"
 #include "platform/files.h"
 #include "support/utilities.h"
 

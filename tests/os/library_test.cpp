@@ -1,9 +1,6 @@
 // Tests the loads, copies, unloads and failures of KestLibrary.
 #include "support/library.h"
 
-#include "kit/failure_of.h"
-#include "kit/system.h"
-
 namespace {
 
 using namespace KestSupport;

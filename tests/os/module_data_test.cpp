@@ -1,7 +1,6 @@
 // Tests the tear-down of the process-wide state while other threads use locks.
 #include "os/module_data.h"
 
-#include "kit/failure_of.h"
 #include "support/locks.h"
 #include "support/object_factory.h"
 #include "support/timers.h"

@@ -3,9 +3,7 @@
 
 #include <regex>
 
-#include "kit/log_capture.h"
 #include "kit/recording_service_manager.h"
-#include "kit/system.h"
 #include "platform/program_path.h"
 #include "support/exceptions.h"
 

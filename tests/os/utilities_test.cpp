@@ -3,10 +3,7 @@
 
 #include <iostream>
 
-#include "kit/failure_of.h"
-#include "kit/log_capture.h"
 #include "kit/registry.h"
-#include "kit/system.h"
 #include "platform/error.h"
 #include "platform/process.h"
 #include "support/program_run.h"

@@ -1,8 +1,6 @@
 // Console events of a program with a console of its own: the order of handlers, and the default effect.
 #include "platform/console.h"
 
-#include "kit/system.h"
-
 namespace {
 
 using kit::ChildProcess;

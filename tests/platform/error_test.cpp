@@ -1,8 +1,6 @@
 // Error numbers: their translation from and to errno values, and their texts.
 #include "platform/error.h"
 
-#include "kit/system.h"
-
 using namespace KestSupport::platform;
 
 TEST(ErrorNumber, IsTranslatedBothWays) {

@@ -3,7 +3,6 @@
 
 #include <iostream>
 
-#include "kit/system.h"
 #include "platform/wait.h"
 
 namespace {

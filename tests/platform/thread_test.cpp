@@ -1,7 +1,6 @@
 // What every back end of platform/thread.h must do.
 #include "platform/thread.h"
 
-#include "kit/system.h"
 #include "platform/critical_section.h"
 #include "platform/lambda_thread.h"
 #include "support/date_time.h"

@@ -3,8 +3,9 @@
 
 #include "kit/allocations.h"
 
-namespace KestSupport {
 namespace {
+
+using namespace KestSupport;
 
 constexpr int kSignalled = 0, kFailed = -1, kTimedOut = -2;
 
@@ -92,4 +93,3 @@ TEST(Event, IsInertWithoutMemory) {
 }
 
 }  // namespace
-}  // namespace KestSupport

@@ -1,8 +1,6 @@
 // Lock factory: one lock for each name, copies, and the factory's own lock.
 #include "support/lock_factory.h"
 
-#include "kit/failure_of.h"
-
 namespace {
 
 using namespace KestSupport;

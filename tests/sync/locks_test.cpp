@@ -1,9 +1,9 @@
 // Locks in both modes: levels, copies, creation by the first use, and owners that end.
 #include "support/locks.h"
 
-namespace KestSupport {
 namespace {
 
+using namespace KestSupport;
 using namespace std::chrono_literals;
 
 bool canBeTakenElsewhere(KestCriticalSectionObject& lock) {
@@ -134,4 +134,3 @@ TEST_P(Locks, WorkWithStandardGuards) {
 }
 
 }  // namespace
-}  // namespace KestSupport

@@ -1,7 +1,6 @@
 // Read-write lock: levels, copies and their owners, and which waiting threads wake.
 #include "support/read_write_lock.h"
 
-#include "kit/log_capture.h"
 #include "support/stop.h"
 
 namespace {

@@ -1,7 +1,6 @@
 // Tests that properties are whole after a thread was killed while it changed them.
 
 #include "support/properties.h"
-#include "support/threads.h"
 #include "threads/function_work.h"
 
 namespace {
@@ -13,26 +12,10 @@ std::string nameOf(int number) {
     return "a name that is stored outside of the string " + std::to_string(number % 400);
 }
 
-// Kills a thread that changes the properties again and again, with the numbers from 0 on.
-void killInside(int microseconds, const std::function<void(int)>& change) {
-    kit::Gate begins;
-    KestThread writer(new kit::FunctionWork([&] {
-        begins.open();
-        for (int i = 0; i < 100'000; ++i)
-            change(i);
-        return 0;
-    }));
-    writer.start();
-    begins.pass();
-    std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
-    writer.kill();
-    if (writer.isAlive()) writer.wait(-1);
-}
-
 TEST(KilledProperties, AreWhole) {
     for (int round = 0; round < 100; ++round) {
         Properties properties;
-        killInside(round * 9, [&](int i) {
+        kit::killInside(round * 9, [&](int i) {
             properties.setProperty(nameOf(i * 7), nameOf(i));
             if (i % 3 != 0) properties.removeProperty(nameOf(i * 11));
             if (i % 50 == 0) properties.getNames();
@@ -58,7 +41,7 @@ TEST(KilledProperties, HaveTheModeOfTheirEntries) {
     multiple.addProperty("multiple", "");
     for (int round = 0; round < 200; ++round) {
         Properties properties(single);
-        killInside(round % 100 * 9, [&](int i) { properties = i % 2 == 0 ? multiple : single; });
+        kit::killInside(round % 100 * 9, [&](int i) { properties = i % 2 == 0 ? multiple : single; });
         properties.addProperty(nameOf(0), "another");
         EXPECT_EQ(properties.getPropertyValues(nameOf(0)).size(), 1 + properties.getPropertyValues("multiple").size());
     }

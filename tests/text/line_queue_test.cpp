@@ -61,28 +61,24 @@ TEST(LineQueue, WritesLinesThatWaitInOneCall) {
     EXPECT_EQ(queue.written, (Texts{"first\n", "one\ntwo\n", "again\n"}));
 }
 
-TEST(LineQueue, KeepsTheLineOfAThreadThatIsKilledWhileItWaits) {
-    Queue queue;
-    const auto first = queue.addText("first\n");
-    Sender killed(queue, "killed\n");
-    killed.added.pass();
-    killed.kill();
-    queue.end(first);
-    queue.end(queue.addText("last\n"));
-    EXPECT_EQ(queue.written, (Texts{"first\n", "killed\nlast\n"}));
-}
-
-// The thread that writes lines of others ends after that, although it is killed inside.
-TEST(LineQueue, FinishesALineThatWaitedBeforeAKill) {
-    Queue queue;
-    const auto first = queue.addText("first\n");
-    Sender killed(queue, "slow\n");
-    killed.added.pass();
-    queue.end(first);
-    queue.begun.pass();
-    killed.kill();
-    queue.end(queue.addText("last\n"));
-    EXPECT_EQ(queue.written, (Texts{"first\n", "slow\n", "last\n"}));
+// A thread that is killed while it writes, ends after that.
+TEST(LineQueue, KeepsTheLineOfAKilledThread) {
+    for (const std::string text : {"waits\n", "slow\n"}) {
+        Queue queue;
+        const auto first = queue.addText("first\n");
+        Sender killed(queue, text);
+        killed.added.pass();
+        const bool isWriting = text == "slow\n";
+        if (isWriting) {
+            queue.end(first);
+            queue.begun.pass();
+        }
+        killed.kill();
+        if (!isWriting) queue.end(first);
+        queue.end(queue.addText("last\n"));
+        EXPECT_EQ(queue.written,
+                  isWriting ? (Texts{"first\n", "slow\n", "last\n"}) : (Texts{"first\n", "waits\nlast\n"}));
+    }
 }
 
 TEST(LineQueue, LosesOneLineWhenAnOutputFails) {

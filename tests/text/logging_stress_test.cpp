@@ -1,9 +1,8 @@
 // Records of many threads stay whole while settings change and threads are killed.
 
-#include "kit/log_capture.h"
 #include "support/log_record.h"
-#include "support/threads.h"
 #include "text/log/internal_log.h"
+#include "threads/function_work.h"
 
 using namespace KestSupport;
 
@@ -87,24 +86,11 @@ TEST(LoggingStress, TellsTheLevelWhileLoggersEnd) {
 }
 
 TEST(LoggingStress, LosesNoRecordWhileThreadsAreKilled) {
-    struct Sender : KestThread {
-        explicit Sender(KestLogging& target) : log(target) {}
-        using KestThread::run;
-        int run() override {
-            for (;;)
-                logRecord(log, 9, text);
-        }
-        KestLogging& log;
-        const std::string text = message(kKilled, kLongest);  // a killed thread frees nothing
-    };
     kit::LogCapture log(9);
     std::thread steady(logFromFourThreads, std::ref(log));
-    for (int i = 0; i < 100; ++i) {
-        Sender sender(log);
-        sender.start();
-        std::this_thread::sleep_for(std::chrono::microseconds(i * 20));
-        sender.kill();
-    }
+    const std::string text = message(kKilled, kLongest);  // a killed thread frees nothing
+    for (int i = 0; i < 100; ++i)
+        kit::killInside(i * 20, [&](int) { logRecord(log, 9, text); });
     steady.join();
     for (int sender = 0; sender < 4; ++sender)
         EXPECT_EQ(countRecords(log, sender), kRecords);

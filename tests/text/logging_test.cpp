@@ -5,7 +5,6 @@
 #include <cfloat>
 
 #include "kit/allocations.h"
-#include "kit/log_capture.h"
 #include "platform/clock.h"
 #include "support/threads.h"
 #include "text/log/internal_log.h"
@@ -31,11 +30,6 @@ struct Capture : kit::LogCapture {
     bool counts = false;
     std::atomic<int> visits{0};
 };
-
-template <typename Work>
-void onAnotherThread(Work work) {
-    std::thread(work).join();
-}
 
 }  // namespace
 
@@ -202,12 +196,12 @@ TEST(Logging, ContinuesAfterAnOutputFailure) {
 TEST(Logging, LetsOthersWaitForAnOpenRecord) {
     Capture log(5);
     log << setloglevel("Mine", 5) << "open";
-    onAnotherThread([&] {
+    std::thread([&] {
         log << endrecord;  // has no effect on another thread's record
         log.setTarget(2);  // the old file is closed after the record
         log.setTarget(1);
         log.setLogLevel("Mine", 5);
-    });
+    }).join();
     kit::Gate entered;
     std::thread waiting([&] {
         log << setloglevel("Other", 4);
@@ -223,12 +217,12 @@ TEST(Logging, LetsOthersWaitForAnOpenRecord) {
 TEST(Logging, WritesARecordWholeOrNotAtAll) {
     Capture log(5);
     log << setloglevel(5);
-    onAnotherThread([&] { log << endrecord; });  // discards the choice
+    std::thread([&] { log << endrecord; }).join();  // discards the choice
     log << "refused";
-    onAnotherThread([&] { log << setloglevel(5); });
+    std::thread([&] { log << setloglevel(5); }).join();
     log << "and so is the rest" << endrecord << setloglevel(5) << "a ";
     for (const int level : {3, 5}) {
-        onAnotherThread([&] { log.setLogLevel(level); });
+        std::thread([&] { log.setLogLevel(level); }).join();
         log << level;
     }
     log << endrecord << setloglevel(6);
@@ -240,10 +234,10 @@ TEST(Logging, WritesARecordWholeOrNotAtAll) {
 TEST(Logging, SeparatesRecordsOfEndedThreadsAndExceptions) {
     Capture log(5);
     std::string id;
-    onAnotherThread([&] {
+    std::thread([&] {
         id = " 4 Dead       [" + std::to_string(KestThread::getCurrentThreadId()) + "] left";
         log << setloglevel("Dead", 4) << "left";
-    });
+    }).join();
     const auto fails = []() -> int { throw 1; };
     EXPECT_THROW(log << setloglevel(5) << "half" << fails() << endrecord, int);
     log << setloglevel(5) << "next" << endrecord;

@@ -2,9 +2,6 @@
 #include "support/properties.h"
 
 #include "kit/allocations.h"
-#include "kit/failure_of.h"
-#include "kit/log_capture.h"
-#include "kit/system.h"
 #include "text/properties/property_table.h"
 
 using namespace KestSupport;

@@ -4,9 +4,6 @@
 #include <clocale>
 #include <typeinfo>
 
-#include "kit/failure_of.h"
-#include "kit/system.h"
-
 namespace {
 
 using namespace KestSupport;

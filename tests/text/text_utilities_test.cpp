@@ -3,8 +3,6 @@
 
 #include <clocale>
 
-#include "kit/system.h"
-
 using namespace KestSupport;
 using namespace std::string_literals;
 using Texts = std::vector<std::string>;

@@ -1,8 +1,6 @@
 // Tests KestEventTimerThread: the pace of its loop, its end, and firings that threads share.
 #include "support/event_timer_thread.h"
 
-#include "kit/log_capture.h"
-
 namespace {
 
 using namespace KestSupport;

@@ -1,9 +1,12 @@
 // Work of a thread that is given as a function.
 #pragma once
 
+#include <chrono>
 #include <functional>
+#include <thread>
 #include <utility>
 
+#include "kit/gate.h"
 #include "support/threads.h"
 
 namespace kit {
@@ -13,5 +16,20 @@ struct FunctionWork : KestSupport::KestThread::KestRunnable {
     int run() override { return m_function(); }
     const std::function<int()> m_function;
 };
+
+/// Kills a thread that repeats the step with the numbers from 0 on.
+inline void killInside(int microseconds, const std::function<void(int)>& step) {
+    Gate begins;
+    KestSupport::KestThread thread(new FunctionWork([&]() -> int {
+        begins.open();
+        for (int i = 0;; ++i)
+            step(i);
+    }));
+    thread.start();
+    begins.pass();
+    std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
+    thread.kill();
+    if (thread.isAlive()) thread.wait(-1);
+}
 
 }  // namespace kit

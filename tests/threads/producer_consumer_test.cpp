@@ -1,8 +1,6 @@
 // Tests the bases of queues: the sentinel, the event that acts with the mutex, and what serves without them.
 #include "support/producer_consumer.h"
 
-#include "kit/log_capture.h"
-
 namespace {
 
 using namespace KestSupport;

@@ -1,14 +1,14 @@
 // Tests KestThread: its life and results, waits, the end by force, and the end of the object.
 #include "support/threads.h"
 
-#include "kit/system.h"
 #include "platform/thread.h"
 #include "support/locks.h"
 #include "support/stop.h"
 #include "threads/function_work.h"
 
-namespace KestSupport {
 namespace {
+
+using namespace KestSupport;
 
 constexpr int kEnded = 0, kNotRunning = 128, kTimedOut = 258, kSetTimedOut = -2, kFailed = -1, kNoResult = -1;
 
@@ -392,4 +392,3 @@ TEST(StopEvent, IsDestroyedWhileItsTokenIsStopped) {
 }
 
 }  // namespace
-}  // namespace KestSupport

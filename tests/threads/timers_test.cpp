@@ -1,7 +1,6 @@
 // Tests KestTimer: intervals, passes, stopping, clocks that are set, threads that fail, and the order of the list.
 #include "support/timers.h"
 
-#include "kit/failure_of.h"
 #include "platform/clock.h"
 #include "platform/thread.h"
 #include "support/timer_subscription.h"

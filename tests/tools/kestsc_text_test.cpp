@@ -5,7 +5,6 @@
 #include "kestsc/json.h"
 #include "kestsc/table.h"
 #include "kestsc/text.h"
-#include "kit/system.h"
 #include "platform/error.h"
 
 namespace {

@@ -2,7 +2,6 @@
 #include <support/date_time.h>
 #include <support/locales.h>
 
-#include "kit/failure_of.h"
 #include "values/date/local_zone.h"
 
 namespace {

@@ -1,8 +1,6 @@
 // Tests KestEncryption with published vectors, all lengths of data and keys, bad arguments, and memory after use.
 #include <support/encryption.h>
 
-#include "kit/failure_of.h"
-
 namespace {
 
 using KestSupport::KestEncryption;

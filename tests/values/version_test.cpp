@@ -1,8 +1,6 @@
 // Tests the texts and the order of versions, and which versions a range holds.
 #include <support/version.h>
 
-#include "kit/failure_of.h"
-
 namespace {
 
 using KestSupport::KestVersion;

@@ -302,6 +302,20 @@ void useValues() {
     throw KestException("a text that a caller sees", 0);
 }
 
+void assignObjects() {
+    const auto create = [] { return static_cast<KestObjectBase*>(nullptr); };
+    KestObjectFactory factory, factories;
+    factory.add("kept", create);
+    factories.add("a", create);
+    assign(factory, factories, [&] { return factory.getRegisteredClasses() == std::vector<std::string>{"kept"}; });
+    KestException exception(std::string("kept"), 1), other(wstring16(100, 'x'), 2);
+    assign(exception, other, [&] { return exception.getText() == "kept" && exception.getCode() == 1; });
+    KestMutexObject lock, used;
+    used.unlock();  // creates the lock
+    lock.lock();
+    assign(lock, used, [&] { return lock.lockCount() == 1; });
+}
+
 void loadLibrary() {
     const KestSmartPointer<KestLibrary> library(new KestLibrary(KEST_LIBRARY_FIXTURE, true));
     const KestLibrary copy(*library);
@@ -398,6 +412,7 @@ const Scenario kScenarios[] = {{"properties", loadAndSaveProperties},
                                {"streams", streamValues},
                                {"pattern", matchPattern},
                                {"values", useValues},
+                               {"assignments", assignObjects},
                                {"library", loadLibrary},
                                {"service", liveAsService},
                                {"host", hostService}};

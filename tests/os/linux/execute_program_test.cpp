@@ -5,7 +5,6 @@
 
 #include <csignal>
 
-#include "kit/log_capture.h"
 #include "support/program_run.h"
 #include "support/utilities.h"
 

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "kit/log_capture.h"
 #include "kit/registry.h"
 #include "support/utilities.h"
 

@@ -169,6 +169,7 @@ TEST(Agent, NoticesAnAlteredState) {
 }
 
 TEST(Agent, RunsAsAService) {
+    kit::ownFixedServiceNames();
     const Folder folder;
     kit::EnvironmentGuard environment;
     environment.set("KEST_STATE_DIR", folder.pathOf("services"));

@@ -48,6 +48,8 @@ extern int (*const kThreadExit)();
 bool threadIsCalled(const std::string& name);
 /// Whether a test has a service manager of its own, so that all services are the test's.
 bool servicesAreOfTheTest();
+/// Waits until no other program that has called this uses the same service manager. The turn ends with this program.
+void ownFixedServiceNames();
 /// Returns a stream's handle, and the ends of a pipe, read end first, which a careless start of a child would pass on.
 std::intptr_t handleOf(std::FILE* stream);
 std::pair<std::intptr_t, std::intptr_t> inheritablePipe();

@@ -62,6 +62,7 @@ const int kConsoleSteps = 2;
 bool servicesAreOfTheTest() {
     return true;
 }
+void ownFixedServiceNames() {}
 
 int (*const kThreadExit)() = +[]() -> int { pthread_exit(nullptr); };
 

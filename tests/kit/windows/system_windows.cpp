@@ -55,6 +55,10 @@ bool servicesAreOfTheTest() {
     return false;
 }
 
+void ownFixedServiceNames() {
+    WaitForSingleObject(CreateMutexW(nullptr, FALSE, L"kest-test-services"), INFINITE);
+}
+
 int (*const kThreadExit)() = nullptr;
 
 bool threadIsCalled(const std::string& name) {

@@ -7,10 +7,12 @@
 #include <ios>
 #include <limits>
 #include <locale>
+#include <optional>
 #include <streambuf>
 #include <utility>
 
 #include "platform/thread.h"
+#include "platform/uninterrupted.h"
 #include "support/locales.h"
 #include "support/locks.h"
 #include "text/log/log_format.h"
@@ -122,8 +124,10 @@ void KestLogRecord::appendStreamed(void (*insert)(std::ostream&, const void*), c
         }
         KestLogRecord& record;
     };
+    std::optional<platform::RuntimeCall> construction(std::in_place);  // locks the global locale of the program
     Buffer buffer(*this);
     std::ostream stream(&buffer);
+    construction.reset();
     stream.imbue(std::locale::classic());
     stream.exceptions(std::ios_base::badbit);  // otherwise the stream would swallow the exception of the buffer
     insert(stream, value);

@@ -146,10 +146,11 @@ wstring16 formatTime(const std::locale& locale, std::wios& state, const std::tm&
                      const unsigned short* pattern) {
     const auto& facet = std::use_facet<std::time_put<wchar_t>>(locale);
     const std::wstring widePattern(pattern, pattern + wstring16::traits_type::length(pattern));
+    // The runtime locks the global locale for a new buffer, and its time zone for the standard facet. A facet of the
+    // caller is foreign code.
+    std::optional<platform::RuntimeCall> call(std::in_place);
     UnitCollector collector;
-    // The standard facet calls the runtime, which locks its time zone. A facet of the caller is foreign code.
-    std::optional<platform::RuntimeCall> call;
-    if (typeid(facet) == typeid(std::time_put<wchar_t>)) call.emplace();
+    if (typeid(facet) != typeid(std::time_put<wchar_t>)) call.reset();
     facet.put(std::ostreambuf_iterator<wchar_t>(&collector), state, L'\0', &fields, widePattern.data(),
               widePattern.data() + widePattern.size());
     return collector.take();
@@ -202,7 +203,9 @@ wstring16 KestDateTime::constructTimeString(std::tm* fields, const std::locale& 
     if (std::optional<wstring16> text = classicText(locale, *fields, pattern)) return *std::move(text);
     DefaultState& byDefault = g_defaultState.get();
     if (locale == byDefault.locale) return formatTime(locale, byDefault.state, *fields, pattern);
+    std::optional<platform::RuntimeCall> construction(std::in_place);  // locks the global locale of the program
     std::wios state(nullptr);
+    construction.reset();
     state.imbue(locale);
     return formatTime(locale, state, *fields, pattern);
 }

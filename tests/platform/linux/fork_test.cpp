@@ -75,6 +75,7 @@ TEST(Fork, KeepsLocksTimersAndLogUsable) {
     constexpr int kRounds = 40;
     const kit::TemporaryFolder folder;
     KestLogging log(folder.pathOf("log"), KestLogging::fileTarget, 1);
+    const std::locale before = std::locale::global(g_unnamed);  // the runtime locks it for each new stream
     std::atomic<bool> stop{false};
     std::vector<std::jthread> busy;
     for (int i = 0; i < 2; ++i) {
@@ -114,6 +115,7 @@ TEST(Fork, KeepsLocksTimersAndLogUsable) {
         parent.sleeper.waitForThreadExit();
     }
     stop = true;
+    std::locale::global(before);
     for (const auto& file : std::filesystem::directory_iterator(folder.path())) {
         const std::string text = folder.read(file.path().filename().string());
         EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2 * kRounds) << text;

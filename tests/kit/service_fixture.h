@@ -42,9 +42,10 @@ struct ServiceFixture : testing::Test {
             servicesAreOfTheTest() ? "" : "kest-test-" + std::to_string(std::random_device{}()) + "-";
         return prefix + name;
     }
-    /// The command line of a role of this program as a service, and its part after the program.
+    /// The command line of a role of this program as a service, and its part after the program. A path stays, quoted or
+    /// not.
     static std::string commandOf(const std::string& role) {
-        return role.at(0) == '/' ? role : ChildProcess::commandOfRole(role, s_folder);
+        return role.find_first_of("/'") == 0 ? role : ChildProcess::commandOfRole(role, s_folder);
     }
     static std::string argumentsOf(const std::string& role) { return ChildProcess::argumentsOfRole(role, s_folder); }
 

@@ -11,7 +11,8 @@
 namespace kit {
 
 /// Sets what this program inherits and its tests rely on: open standard streams; on POSIX the signals that their
-/// children end by, the permissions of new files, and folders of programs that every user may search.
+/// children end by, the permissions of new files, folders of programs that every user may search, the language,
+/// and no settings of services.
 void takeUsualSurroundings();
 
 /// Returns the system's own text for an error: for the errno value on POSIX, for the code on Windows.

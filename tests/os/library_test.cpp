@@ -8,7 +8,9 @@ using namespace KestSupport;
 TEST(Library, UnloadsWithTheLastLoad) {
     const kit::TemporaryFolder folder;
     const std::string path = folder.pathOf("libfixture.so");
-    std::filesystem::copy_file(KEST_LIBRARY_FIXTURE, path);
+    std::error_code noLinks;
+    std::filesystem::create_symlink(KEST_LIBRARY_FIXTURE, path, noLinks);  // temporary folders may forbid to run files
+    if (noLinks) std::filesystem::copy_file(KEST_LIBRARY_FIXTURE, path);
     int unloads = 0;
     auto first = std::make_unique<KestLibrary>(path, true);
     EXPECT_EQ(first->getProcAddr("countUnload"), nullptr);

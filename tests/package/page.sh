@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Does in an empty folder what a page of the documentation says: page.sh PAGE PREFIX COMPILER SOURCES. A block is
+# Does in an empty folder beside PREFIX what a page of the documentation says: page.sh PAGE PREFIX COMPILER SOURCES. A block is
 #   ```LANGUAGE NAME   a file of that name
 #   ```sh              commands that succeed
 #   ```console         commands after "$ ", each with its output. Times and the numbers of processes and threads may differ
 set -uo pipefail
-page=$(realpath "$1") prefix=$2 work=$(mktemp -d)
+page=$(realpath "$1") prefix=$2 work=$(mktemp -d "$2.page.XXXXXX")
 trap '{ kill -- -"${script-}"; kestsc stop-all --force; } >/dev/null 2>&1; rm -rf "$work"' EXIT
 mkdir "$work/bin" "$work/home" && ln -s "$3" "$work/bin/c++" && ln -s "$prefix" "$work/home/kest" && cd "$work/home" || exit 1
 

@@ -22,6 +22,9 @@ void takeUsualSurroundings() {
          {SIGHUP, SIGINT, SIGTERM, SIGPIPE, SIGCHLD})  // nohup, background jobs and supervisors ignore some
         signal(number, SIG_DFL);
     umask(022);
+    for (const char* const setting : {"KEST_SERVICE_TIMEOUT", "NOTIFY_SOCKET"})
+        unsetenv(setting);
+    setenv("LC_ALL", "C", 1);
     setenv("PATH", "/usr/local/bin:/usr/bin:/bin", 1);
 }
 

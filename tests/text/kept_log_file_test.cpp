@@ -162,14 +162,9 @@ TEST(KeptLogFile, ReportsFailuresOnceAndContinues) {
         write("last", 30);
     }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), unopened + unnamed + unopened);
-    std::string body;
+    std::string first = "KestLogging: 2 records were not written to " + kept.options.name + " (13)\nfirst\n";
     for (int i = 0; i < 6; ++i)
-        body += half + "\n" + (i == 1 ? unnamed : "");
-    std::string first =
-        "KestLogging: 2 records were not written to " + kept.options.name + " (13)\nfirst\n" + half + "\n";
-    first += unnamed;
-    for (int i = 0; i < 5; ++i)
-        first += half + "\n";
+        first += half + (i == 0 ? "\n" + unnamed : "\n");
     EXPECT_EQ(kept.files(), "log: last\nlog.1: " + first + unopened + half + half + "\nin the renamed file\n");
 }
 

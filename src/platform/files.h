@@ -7,13 +7,19 @@
 // runtime's errno; 0 is success.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace KestSupport::platform {
 
 /// Back end: stands between the names in the texts about removed folders.
 extern const char kNameSeparator;
+
+/// Back end: returns the position of the first separator of names at or after `from`, or npos. In a code page of the
+/// system, the second byte of a character may be that of '\', which is then no separator.
+std::size_t findSeparator(std::string_view path, std::size_t from) noexcept;
 
 /// Creates one folder. ENOENT if its parent does not exist.
 int makeDirectory(const std::string& path);

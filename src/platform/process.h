@@ -34,7 +34,7 @@ std::string quoteArgument(std::string_view argument);
 
 /// Back end: returns whether the program gets the argument as it is. A batch file on Windows does not: its shell takes
 /// some characters for its own language, so an argument could run a second program.
-bool getsUnchanged(std::string_view program, std::string_view argument) noexcept;
+bool getsUnchanged(std::string_view program, std::string_view argument);
 
 /// Returns a command line that splitArguments splits into these arguments.
 std::string joinArguments(const std::vector<std::string>& arguments);

@@ -51,6 +51,7 @@ TEST(Process, ReceivesWhatRequestNames) {
 
 TEST(CommandLine, GetsQuotesAroundThePathOfItsProgramOnly) {
     const kit::TemporaryFolder folder;
+    EXPECT_EQ(splitArguments(quoteArgument("a \x95\\")), Words{"a \x95\\"}) << "one character in the code page 932";
     const std::string program = folder.write("a b.exe", "");
     for (const char* const arguments : {"", " ", " .", " a. ..", " b.exe"})
         EXPECT_EQ(quoteProgram(program + arguments), quoteArgument(program) + arguments);

@@ -12,7 +12,6 @@ namespace {
 
 constexpr internal::LogLevel kLogTrace = internal::LogLevel::trace;
 constexpr internal::LogLevel kLogUnreadable = internal::LogLevel::failure;
-constexpr std::string_view kSeparators = "\\/";
 using platform::kNameSeparator;
 
 constexpr char kNoDirectory[] = "KestRemoveDirectory: Could not remove the directory ";
@@ -108,7 +107,7 @@ bool KestCreateDirectory(const std::string& path) {
     if (error != ENOENT) return error == EEXIST || platform::pathExists(path);
     std::string copy = path;
     for (std::size_t end = 0; end != std::string::npos;) {
-        end = copy.find_first_of(kSeparators, end + 1);
+        end = platform::findSeparator(copy, end + 1);
         const std::string prefix = copy.substr(0, end);
         error = platform::makeDirectory(prefix);
         if (error != 0 && error != EEXIST && !platform::pathExists(prefix)) {

@@ -16,8 +16,10 @@ void logUnreadable(const std::string& pattern, int error) {
 }  // namespace
 
 FindFileBase::FindFileBase(const std::string& pattern) : m_pattern(pattern) {
-    const std::size_t separator = pattern.find_last_of("\\/");
-    if (separator != std::string::npos) m_directory = pattern.substr(0, separator);
+    for (std::size_t end = platform::findSeparator(pattern, 0); end != std::string::npos;
+         end = platform::findSeparator(pattern, end + 1)) {
+        m_directory = pattern.substr(0, end);
+    }
 }
 
 FindFileBase::~FindFileBase() = default;

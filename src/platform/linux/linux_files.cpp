@@ -116,6 +116,10 @@ bool matches(std::string_view pattern, std::string_view name) noexcept {
 
 const char kNameSeparator = '/';
 
+std::size_t findSeparator(std::string_view path, std::size_t from) noexcept {
+    return path.find_first_of("\\/", from);
+}
+
 int makeDirectory(const std::string& path) {
     const std::string name = systemPath(path);
     return resultOf(systemCall("makeDirectory", [&] { return ::mkdir(name.c_str(), kAllPermissions); }));

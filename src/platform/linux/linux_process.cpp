@@ -96,10 +96,8 @@ class SpawnPlan {
         if (directory.empty()) return 0;
         if (!program.starts_with('/') && program.find('/') != std::string::npos) {
             std::array<char, 4096> folder;
-            if (systemCall("currentDirectory",
-                           [&] { return ::getcwd(folder.data(), folder.size()) == nullptr ? -1 : 0; }) != 0) {
-                return errno;
-            }
+            const auto find = [&] { return ::getcwd(folder.data(), folder.size()) == nullptr ? -1 : 0; };
+            if (systemCall("currentDirectory", find) != 0) return errno;
             program = std::string(folder.data()) + '/' + program;
         }
         return posix_spawn_file_actions_addchdir_np(&m_actions, directory.c_str());
@@ -200,10 +198,8 @@ pid_t forkHelper(SpawnPlan& plan, const ProcessRequest& request, int socket) noe
 
 int runDetached(SpawnPlan& plan, const ProcessRequest& request, pid_t& child, std::intptr_t& handle) noexcept {
     int ends[2];
-    if (systemCall("startDetached", [&] { return ::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends); }) !=
-        0) {
-        return errno;
-    }
+    const auto connect = [&] { return ::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends); };
+    if (systemCall("startDetached", connect) != 0) return errno;
     const Descriptor ours(ends[0]);
     Descriptor theirs(ends[1]);
     const pid_t helper = forkHelper(plan, request, theirs.get());

@@ -23,8 +23,7 @@ std::string variable(const char* name) {
 std::string homeDirectory() {
     std::string home = variable("HOME");
     if (!home.empty()) return home;
-    constexpr std::size_t kEnough = 16384;
-    std::vector<char> buffer(kEnough);
+    std::vector<char> buffer(16384);  // the C library asks for less
     passwd entry{};
     passwd* found = nullptr;
     const int error =

@@ -9,6 +9,9 @@
 
 namespace KestSupport::platform {
 
+// Texts are examined as 16-bit units, since the second byte of a character may be that of a backslash or of '|', as in
+// the code page 932.
+
 // The system reads the first word, the program's, by simpler rules than the others. With a program before the line,
 // all its words follow the same rules.
 std::vector<std::string> splitArguments(std::string_view commandLine) {
@@ -25,22 +28,22 @@ std::vector<std::string> splitArguments(std::string_view commandLine) {
 std::string quoteArgument(std::string_view argument) {
     if (!argument.empty() && argument.find_first_of(" \t\n\v\"") == std::string_view::npos)
         return std::string(argument);
-    std::string quoted = "\"";
+    std::wstring quoted = L"\"";
     std::size_t backslashes = 0;
-    for (const char c : argument) {
-        if (c == '"') quoted.append(backslashes + 1, '\\');
-        backslashes = c == '\\' ? backslashes + 1 : 0;
+    for (const wchar_t c : wideText(argument)) {
+        if (c == L'"') quoted.append(backslashes + 1, L'\\');
+        backslashes = c == L'\\' ? backslashes + 1 : 0;
         quoted += c;
     }
-    return quoted.append(backslashes, '\\') + '"';
+    return ansiText(quoted.append(backslashes, L'\\') + L'"');
 }
 
 // The system calls a file with one of the endings through its shell. It ignores blanks and dots after the ending.
-bool getsUnchanged(std::string_view program, std::string_view argument) noexcept {
-    constexpr std::string_view kOfShell = "\"%!&|<>^\r\n";
+bool getsUnchanged(std::string_view program, std::string_view argument) {
+    constexpr std::wstring_view kOfShell = L"\"%!&|<>^\r\n";
     constexpr std::size_t kEndingSize = 4;
     const std::string_view name = program.substr(0, program.find_last_not_of(" .") + 1);
-    if (name.size() < kEndingSize || argument.find_first_of(kOfShell) == std::string_view::npos) return true;
+    if (name.size() < kEndingSize || wideText(argument).find_first_of(kOfShell) == std::wstring::npos) return true;
     const char* const ending = name.data() + name.size() - kEndingSize;
     return _strnicmp(ending, ".bat", kEndingSize) != 0 && _strnicmp(ending, ".cmd", kEndingSize) != 0;
 }

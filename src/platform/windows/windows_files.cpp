@@ -5,6 +5,7 @@
 #include <new>
 #include <vector>
 
+#include "platform/text.h"
 #include "platform/windows/windows_api.h"
 
 namespace KestSupport::platform {
@@ -69,6 +70,15 @@ bool isLink(const std::wstring& path) noexcept {
 }  // namespace
 
 const char kNameSeparator = '\\';
+
+std::size_t findSeparator(std::string_view path, std::size_t from) noexcept {
+    const CodePage codePage = ansiCodePage();
+    for (std::size_t i = 0; i < path.size(); ++i) {
+        if (i >= from && (path[i] == '\\' || path[i] == '/')) return i;
+        if (IsDBCSLeadByteEx(codePage, static_cast<BYTE>(path[i]))) ++i;
+    }
+    return std::string_view::npos;
+}
 
 int makeDirectory(const std::string& path) {
     const std::wstring name = systemPath(path);

@@ -229,7 +229,7 @@ bool KestThread::isCurrentThread() const noexcept {
 void KestThread::kill() {
     const NativeThread* const native = m_handle.load();
     if (native == nullptr) return;
-    // A thread that kills itself does not return from here, and the system may give its id to another thread.
+    // A thread that kills itself does not return from here, and another thread may get its key later.
     if (isCurrentThread()) m_runThreadId = 0;
     if (!platform::terminateThread(native->handle, 0)) return;
     cleanup();

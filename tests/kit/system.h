@@ -1,12 +1,14 @@
 // What tests ask of the system, or set in it, where systems differ. kit/SYSTEM has the functions.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <locale>
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace kit {
 
@@ -56,6 +58,11 @@ std::intptr_t handleOf(std::FILE* stream);
 std::pair<std::intptr_t, std::intptr_t> inheritablePipe();
 /// How KestServiceControl fails to stop a service that is starting, which accepts no stop.
 extern const char* const kStopOfStartingServiceFails;
+/// The words that have the system's shell run a command.
+std::vector<std::string> shellCommand(const std::string& command);
+/// The number of threads of this program, and of its open handles.
+std::ptrdiff_t threadCount();
+std::ptrdiff_t handleCount();
 /// Closes a handle that the library or inheritablePipe has returned.
 void closeHandle(void* handle);
 

@@ -7,11 +7,19 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 
 #include "kit/system.h"
 
 namespace kit {
+namespace {
+
+std::ptrdiff_t entriesIn(const char* folder) {
+    return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
+}
+
+}  // namespace
 
 void takeUsualSurroundings() {
     int unused = 0;  // after the standard streams, which may be closed
@@ -84,6 +92,15 @@ std::pair<std::intptr_t, std::intptr_t> inheritablePipe() {
     int ends[2] = {-1, -1};
     if (pipe(ends) != 0) std::perror("pipe");
     return {ends[0], ends[1]};
+}
+std::vector<std::string> shellCommand(const std::string& command) {
+    return {"/bin/sh", "-c", command};
+}
+std::ptrdiff_t threadCount() {
+    return entriesIn("/proc/self/task");
+}
+std::ptrdiff_t handleCount() {
+    return entriesIn("/proc/self/fd");
 }
 void closeHandle(void* handle) {
     close(static_cast<int>(reinterpret_cast<std::intptr_t>(handle)));

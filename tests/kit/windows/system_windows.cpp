@@ -1,6 +1,7 @@
 #include <windows.h>
 // After windows.h.
 #include <io.h>
+#include <tlhelp32.h>
 
 #include <array>
 #include <cstdio>
@@ -85,6 +86,24 @@ std::pair<std::intptr_t, std::intptr_t> inheritablePipe() {
     HANDLE ends[2] = {};
     CreatePipe(&ends[0], &ends[1], &inheritable, 0);
     return {reinterpret_cast<std::intptr_t>(ends[0]), reinterpret_cast<std::intptr_t>(ends[1])};
+}
+std::vector<std::string> shellCommand(const std::string& command) {
+    return {"cmd.exe", "/c", command};
+}
+std::ptrdiff_t threadCount() {
+    const HANDLE all = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+    std::ptrdiff_t count = 0;
+    THREADENTRY32 thread{};
+    thread.dwSize = sizeof thread;
+    for (BOOL found = Thread32First(all, &thread); found; found = Thread32Next(all, &thread))
+        count += thread.th32OwnerProcessID == GetCurrentProcessId();
+    CloseHandle(all);
+    return count;
+}
+std::ptrdiff_t handleCount() {
+    DWORD count = 0;
+    GetProcessHandleCount(GetCurrentProcess(), &count);
+    return static_cast<std::ptrdiff_t>(count);
 }
 void closeHandle(void* handle) {
     CloseHandle(handle);

@@ -14,8 +14,8 @@ file(REMOVE_RECURSE ${WORK})
 run(${CPACK} --config ${BUILD}/CPackConfig.cmake -B ${WORK})
 file(GLOB zip ${WORK}/*.zip)
 
-# A folder with a blank, where nothing else is.
-set(folder "${WORK}/an unpacked zip")
+# A folder with a blank and a letter that is not ASCII, where nothing else is.
+set(folder "${WORK}/an unpacked zip ä")
 file(ARCHIVE_EXTRACT INPUT ${zip} DESTINATION ${folder})
 file(GLOB root "${folder}/kestsupport-*-windows-x86_64")
 file(GLOB_RECURSE files RELATIVE "${root}" "${root}/*")

@@ -26,9 +26,11 @@ TEST(FileReplacement, TakesPlaceOfOpenOrRemovedFile) {
     using namespace KestSupport::platform;
     const kit::TemporaryFolder folder;
     const std::string path = folder.write("file", "old");
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(folder.path());
     for (const std::string content : {"new", "newest"}) {
         FileReplacement replacement;
-        Stream stream = replacement.open(path.c_str(), StreamMode::writeBinary);
+        Stream stream = replacement.open("file", StreamMode::writeBinary);
         ASSERT_TRUE(stream != nullptr && writeStream(stream.get(), content.data(), content.size()));
         EXPECT_TRUE(closeStream(std::move(stream)));
         const Stream reader = openStream(path.c_str(), StreamMode::readBinary);
@@ -40,6 +42,7 @@ TEST(FileReplacement, TakesPlaceOfOpenOrRemovedFile) {
         EXPECT_EQ(readStream(reader.get(), &first, 1, failed), 1u);
         EXPECT_EQ(first, content == "new" ? 'o' : 'n');
     }
+    std::filesystem::current_path(before);
 }
 
 }  // namespace

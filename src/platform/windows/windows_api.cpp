@@ -21,6 +21,9 @@ std::wstring absolutePath(const std::wstring& path) {
     }
 }
 
+// A folder's path has to leave room for a file name of the old form, 8 + 1 + 3 characters.
+constexpr std::size_t kLongestUsualPath = MAX_PATH - 13;
+
 std::wstring withoutLimit(const std::wstring& full) {
     if (full.empty() || full.starts_with(L"\\\\?\\") || full.starts_with(L"\\\\.\\")) return full;
     return full.starts_with(L"\\\\") ? L"\\\\?\\UNC" + full.substr(1) : L"\\\\?\\" + full;
@@ -39,12 +42,15 @@ std::string ansiText(std::wstring_view text) {
     return fromUnits(ansiCodePage(), {reinterpret_cast<const unsigned short*>(text.data()), text.size()});
 }
 
-// A folder's path has to leave room for a file name of the old form, 8 + 1 + 3 characters.
 std::wstring systemPath(std::string_view path) {
-    constexpr std::size_t kLongestUsualPath = MAX_PATH - 13;
     std::wstring wide = wideText(path);
     const std::wstring full = absolutePath(wide);
     return full.size() < kLongestUsualPath ? wide : withoutLimit(full);
+}
+
+std::wstring lastingPath(std::string_view path) {
+    const std::wstring full = absolutePath(wideText(path));
+    return full.size() < kLongestUsualPath ? full : withoutLimit(full);
 }
 
 std::wstring folderPath(std::string_view path) {

@@ -19,6 +19,8 @@ std::string ansiText(std::wstring_view text);
 /// A path for the system. One that is too long for the usual limit is made absolute and gets the prefix "\\?\", which
 /// lifts the limit.
 std::wstring systemPath(std::string_view path);
+/// The same, and always absolute: the current folder may change before the last use of the path.
+std::wstring lastingPath(std::string_view path);
 /// The same for a folder below which folders of any depth follow: always without the limit. A separator at the end is
 /// removed, since it would make the system follow a link.
 std::wstring folderPath(std::string_view path);

@@ -78,7 +78,7 @@ FileReplacement::~FileReplacement() {
 Stream FileReplacement::open(const char* name, StreamMode mode) noexcept {
     try {
         m_state = std::make_unique<State>();
-        m_state->path = systemPath(name);
+        m_state->path = lastingPath(name);  // for Wine too: its ReplaceFile refuses a relative path
         if (!followLinks(m_state->path, m_state->exists)) return nullptr;
         SystemHandle file;
         const auto create = [&](const std::wstring& newPath) {

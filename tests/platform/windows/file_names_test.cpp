@@ -24,6 +24,7 @@ TEST(SystemPath, LiftsTheLimitOfLongPaths) {
     EXPECT_TRUE(platform::isProgramFile((deep / "n").string()));
     EXPECT_FALSE(platform::isProgramFile(deep.root_name().string() + "n"));
     EXPECT_EQ(platform::systemPath("n"), L"n");
+    EXPECT_EQ(platform::lastingPath("n"), (deep / "n").native());
     EXPECT_EQ(platform::systemPath(longName), L"\\\\?\\" + deep.native() + L'\\' + wideName);
     fs::current_path(before);
     const std::pair<std::string, std::wstring> rows[] = {{"C:/a/b//", L"\\\\?\\C:\\a\\b"},

@@ -9,9 +9,9 @@
 // program itself keeps; the library stays loaded after its first thread. Only threads made by createThread
 // can be suspended and terminated.
 //
-// A new thread has the scheduling that the process had when it loaded the library, as far as the system permits. It can
-// be suspended and terminated even if its creator blocks all signals. If a thread blocks the control signal itself, a
-// request fails after 10 seconds, but takes effect when the thread can be reached again.
+// A new thread has the scheduling that the process had when it loaded the library, as far as the system permits. On
+// Linux it can be suspended and terminated even if its creator blocks all signals. If it blocks the control signal
+// itself, a request fails after 10 seconds, but takes effect when the thread can be reached again.
 #pragma once
 
 #include <cstdint>
@@ -58,7 +58,8 @@ bool terminateThread(WaitHandle thread, std::uint32_t exitCode) noexcept;
 bool endsSoon(WaitHandle thread) noexcept;
 /// Announces that the calling thread is about to return from its entry. At the exit of the process and at the unload of
 /// the library, the static destructors wait until all such threads have ended and destroyed their thread-local objects,
-/// for at most 5 seconds. Does nothing on a thread that createThread did not make.
+/// for at most 5 seconds. Does nothing on a thread that createThread did not make, nor on a system where the
+/// library stays loaded and no other thread is left at that exit.
 void leaveThread() noexcept;
 /// Returns true while the process ends on a system that has ended all its other threads by then. No wait for a thread
 /// succeeds any more.

@@ -16,7 +16,8 @@
 // A back end with waits of its own (emulated/) does not enter the kernel for an uncontended mutex, nor for an event
 // that is signalled or that no thread waits for. A waiting thread spins for a few microseconds at most before it
 // sleeps, and does not spin if there is only one processor. A back end over the system's objects enters the kernel for
-// each operation, and the system chooses the order of waiting threads.
+// each operation, the system chooses the order of waiting threads, and a time-out may end a tick of its clock too
+// early.
 #pragma once
 
 #include <cstddef>

@@ -9,7 +9,7 @@
 // again after kDrainTime, and finds what that thread stored.
 #pragma once
 
-#include "platform/futex.h"
+#include "platform/emulated/futex.h"
 #include "platform/thread_bias.h"
 
 namespace KestSupport::platform {

@@ -10,7 +10,7 @@
 // A thread that has slept takes the lock as tag | 2, since it cannot know whether others still sleep.
 #pragma once
 
-#include "platform/futex.h"
+#include "platform/emulated/futex.h"
 #include "platform/spin.h"
 
 namespace KestSupport::platform {

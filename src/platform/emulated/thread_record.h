@@ -4,8 +4,8 @@
 #include <atomic>
 #include <cstdint>
 
+#include "platform/emulated/futex.h"
 #include "platform/emulated/intrusive_list.h"
-#include "platform/futex.h"
 
 namespace KestSupport::platform {
 

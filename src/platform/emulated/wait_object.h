@@ -46,9 +46,9 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "platform/emulated/futex.h"
 #include "platform/emulated/intrusive_list.h"
 #include "platform/emulated/thread_record.h"
-#include "platform/futex.h"
 #include "platform/wait.h"
 
 namespace KestSupport::platform {

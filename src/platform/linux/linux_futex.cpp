@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "platform/futex.h"
+#include "platform/emulated/futex.h"
 #include "platform/linux/linux_call.h"
 #include "platform/linux/linux_sanitizers.h"
 

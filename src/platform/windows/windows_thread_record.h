@@ -1,6 +1,6 @@
 // What the back end keeps about each thread that it has made, or that has used it.
 //
-// A record exists until its thread has ended and the next record is added. So it serves the thread's last destructors,
+// A record exists until its thread has ended and a later record is added. So it serves the thread's last destructors,
 // and a killed thread leaves no work. The record says where its thread may be suspended or terminated:
 //
 //   leaving          nowhere: the thread is about to end, and the loader's lock may be its own

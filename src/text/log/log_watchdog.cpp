@@ -87,7 +87,7 @@ void LogWatchLink::cut() noexcept {
         {
             const std::lock_guard guard(m_lock);
             m_pLogging = nullptr;
-            if (!isVisiting()) return;
+            if (!isVisiting() || platform::otherThreadsAreGone()) return;
         }
         constexpr std::uint32_t kLookAgain = 50;  // milliseconds; the event may not exist
         if (platform::waitForOne(m_left.get(), kLookAgain) == platform::kWaitFailed) platform::sleepThread(1);

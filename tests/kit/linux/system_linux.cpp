@@ -29,6 +29,9 @@ void takeUsualSurroundings() {
     for (const int number :
          {SIGHUP, SIGINT, SIGTERM, SIGPIPE, SIGCHLD})  // nohup, background jobs and supervisors ignore some
         signal(number, SIG_DFL);
+    sigset_t none;
+    sigemptyset(&none);
+    pthread_sigmask(SIG_SETMASK, &none, nullptr);
     umask(022);
     for (const char* const setting : {"KEST_SERVICE_TIMEOUT", "NOTIFY_SOCKET"})
         unsetenv(setting);

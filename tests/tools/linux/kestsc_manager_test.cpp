@@ -195,8 +195,8 @@ TEST(KestscCommand, RunsFromAnyFolder) {
         {{"/bin/a", "b c", "-d"}, "/bin/a 'b c' -d"},
         {{"/opt/my app \"b c\""}, "/opt/my app \"b c\""},
         {{program + " c d"}, joinArguments({program}) + " c d"},
-        {{"./a b"}, here + "/a b"},
-        {{"a/../b", "c d"}, here + "/b 'c d'"},
+        {{"./a b"}, joinArguments({here + "/a"}) + " b"},
+        {{"a/../b", "c d"}, joinArguments({here + "/b", "c d"})},
     };
     for (const auto& [words, registered] : commands)
         EXPECT_EQ(kestsc::registeredCommand(words, kestsc::kCommands[0]), registered);

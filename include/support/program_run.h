@@ -22,10 +22,10 @@ namespace KestSupport {
 
 /// What KestRunProgram runs, and its limits.
 struct KestProgramRun {
-    /// The program first. Without a separator in its name, PATH is searched.
+    /// The program first. Without a separator in its name, PATH is searched, on Windows after other folders.
     std::vector<std::string> arguments;
     std::string workingDirectory = {};  ///< empty: that of this process
-    /// Names and values, in addition to the environment of this process.
+    /// Names and values, in addition to the environment of this process. The last value of a name counts.
     std::vector<std::pair<std::string, std::string>> environment = {};
     /// Milliseconds; negative: waits without limit.
     int timeout = -1;

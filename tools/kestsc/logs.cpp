@@ -108,12 +108,17 @@ std::string readNew(const Source& source) {
     return text;
 }
 
-bool isDeleted(const Source& source) {
-    ServiceStatus status;
-    return platform::serviceManager().queryStatus(source.service.get(), status) == platform::errorServiceDoesNotExist;
+// An open handle does not tell: a service that is marked for deletion and then killed leaves its files.
+bool isDeleted(const Manager& manager, const Source& source) {
+    try {
+        manager.open(source.task, platform::kServiceQueryStatus);
+        return false;
+    } catch (const Failure& failure) {
+        return failure.error() == platform::errorServiceDoesNotExist;
+    }
 }
 
-void follow(std::vector<Source> sources, Screen& screen) {
+void follow(const Manager& manager, std::vector<Source> sources, Screen& screen) {
     constexpr std::chrono::milliseconds kStep{200};
     for (bool canWrite = true; canWrite && !sources.empty();) {
         bool isIdle = true;
@@ -125,7 +130,7 @@ void follow(std::vector<Source> sources, Screen& screen) {
         }
         if (!isIdle) continue;
         canWrite = canWrite && screen.flush();
-        sources.erase(std::remove_if(sources.begin(), sources.end(), isDeleted), sources.end());
+        std::erase_if(sources, [&](const Source& each) { return isDeleted(manager, each); });
         std::this_thread::sleep_for(kStep);
     }
 }
@@ -152,7 +157,7 @@ void showLogs(const CommandLine& line, Report& report) {
         const std::string all = JsonObject().addJson("services", jsonArray(objects)).text();
         report.show(names.size() == 1 ? objects.front() : all);
     } else if (line.follows && canWrite) {
-        follow(std::move(sources), screen);
+        follow(manager, std::move(sources), screen);
     }
 }
 

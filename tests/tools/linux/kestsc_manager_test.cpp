@@ -151,6 +151,13 @@ TEST_F(Kestsc, KeepsTheOutputOfServices) {
     std::filesystem::remove(folder + "output");
     std::filesystem::create_symlink(state.write("kept", ""), folder + "output");
     expect({{"start talker", 1, "", "start talker: the data is not valid (13)"}});
+    std::filesystem::remove(folder + "output");
+    EXPECT_EQ(run("start talker; await talker 4; control talker 200"), "0 0/4");
+    kit::ChildProcess last(KESTSC, {"logs", "talker", "-f", "-n", "1"});
+    EXPECT_TRUE(last.waitForOutput("\n"));
+    EXPECT_EQ(run("remove talker"), "0");
+    kit::ChildProcess::kill(query("talker").processId);
+    EXPECT_EQ(last.wait(), 0) << "the service is deleted";
 }
 
 TEST_F(Kestsc, RestartsServicesThatEnd) {

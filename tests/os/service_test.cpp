@@ -4,6 +4,7 @@
 #include <regex>
 
 #include "kit/recording_service_manager.h"
+#include "platform/process.h"
 #include "platform/program_path.h"
 #include "support/exceptions.h"
 
@@ -300,7 +301,7 @@ TEST(ServiceMode, IsStoppedAfterEachFailure) {
 }
 
 TEST(ServiceInstall, RegistersTheRunningProgram) {
-    const std::string program = *platform::programPath();
+    const std::string program = platform::quoteArgument(*platform::programPath());
     RecordingServiceManager manager;
     TestService plain;
     plain.describe("what it does");

@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <thread>
 
 #include "../../kit/gate.h"
@@ -89,7 +90,8 @@ int main(int count, char** arguments) {
         loadAndUnload(arguments[1], round % 2 != 0);
     require(GetModuleHandleA(arguments[1]) == nullptr, "the plug-in is still loaded");
     require(GetModuleHandleA(arguments[2]) != nullptr, "the library does not stay loaded");
-    const auto code = _spawnl(_P_WAIT, arguments[0], arguments[0], arguments[1], arguments[2], "exit", nullptr);
+    const std::string quote = "\"", plugin = quote + arguments[1] + quote;  // _spawnl quotes nothing
+    const auto code = _spawnl(_P_WAIT, arguments[0], "program", plugin.c_str(), arguments[2], "exit", nullptr);
     require(code == kExitCode, "the process does not keep its exit code");
     return 0;
 }

@@ -1,5 +1,7 @@
 // Tests kest-agent from outside: its output, its files and its life as a service.
 #include "agent/agent_folder.h"
+#include "kit/environment_guard.h"
+#include "kit/system.h"
 
 namespace {
 

@@ -5,6 +5,8 @@
 #include <type_traits>
 #include <typeinfo>
 
+#include "kit/child_process.h"
+#include "kit/environment_guard.h"
 #include "support/terminate_handler.h"
 
 namespace {

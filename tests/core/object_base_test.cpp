@@ -1,8 +1,11 @@
 // Object base and smart pointer: the count, the last release, and class names.
 #include "support/object_base.h"
 
+#include <set>
 #include <unordered_set>
+#include <utility>
 
+#include "kit/child_process.h"
 #include "support/locks.h"
 #include "support/observer.h"
 #include "support/threads.h"

@@ -2,7 +2,12 @@
 // buffer stream.
 #include "support/object_streams.h"
 
+#include <algorithm>
+#include <cstring>
+#include <new>
+
 #include "kit/allocations.h"
+#include "kit/failing_calls.h"
 
 namespace {
 

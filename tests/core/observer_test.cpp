@@ -1,7 +1,11 @@
 // Observer: order, changes of the list during a notification, exceptions, and threads.
 #include "support/observer.h"
-
 #include "threads/function_work.h"
+
+#include <algorithm>
+#include <functional>
+#include <random>
+#include <stdexcept>
 
 namespace {
 

@@ -1,5 +1,11 @@
 // Tests KestCreateDirectory and KestRemoveDirectory: results, texts, log records and failed system calls.
 
+#include <cerrno>
+#include <filesystem>
+
+#include "kit/failing_calls.h"
+#include "kit/failure_of.h"
+#include "kit/log_capture.h"
 #include "platform/files.h"
 #include "support/utilities.h"
 

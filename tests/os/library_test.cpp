@@ -1,6 +1,14 @@
 // Tests the loads, copies, unloads and failures of KestLibrary.
 #include "support/library.h"
 
+#include <cerrno>
+#include <filesystem>
+
+#include "kit/failing_calls.h"
+#include "kit/failure_of.h"
+#include "kit/system.h"
+#include "kit/temporary_folder.h"
+
 namespace {
 
 using namespace KestSupport;

@@ -1,6 +1,8 @@
 // Tests the tear-down of the process-wide state while other threads use locks.
 #include "os/module_data.h"
 
+#include "kit/failure_of.h"
+#include "kit/gate.h"
 #include "support/locks.h"
 #include "support/object_factory.h"
 #include "support/timers.h"

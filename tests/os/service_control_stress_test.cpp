@@ -1,5 +1,7 @@
 // Tests the time-out of KestServiceControl, which takes 30 seconds.
 
+#include <chrono>
+
 #include "kit/recording_service_manager.h"
 #include "support/service_control.h"
 

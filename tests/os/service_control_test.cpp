@@ -1,8 +1,12 @@
 // Tests KestServiceControl and its exception with a recording manager, and the life of an installed service.
 #include "support/service_control.h"
 
+#include <cerrno>
+#include <functional>
+
 #include "kit/recording_service_manager.h"
 #include "kit/service_fixture.h"
+#include "kit/system.h"
 #include "platform/process.h"
 #include "platform/program_path.h"
 #include "support/exceptions.h"

@@ -1,9 +1,18 @@
 // Tests KestService in console mode and in service mode, install and remove, with a recording manager.
 #include "support/service.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <functional>
 #include <regex>
+#include <stdexcept>
 
+#include "kit/child_process.h"
+#include "kit/failing_calls.h"
+#include "kit/gate.h"
+#include "kit/log_capture.h"
 #include "kit/recording_service_manager.h"
+#include "kit/system.h"
 #include "platform/process.h"
 #include "platform/program_path.h"
 #include "support/exceptions.h"

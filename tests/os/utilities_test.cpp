@@ -1,9 +1,19 @@
 // Tests the functions for programs, expansion, the registry and error texts, and KestFindFile.
 #include "support/utilities.h"
 
+#include <cerrno>
+#include <filesystem>
 #include <iostream>
+#include <set>
+#include <sstream>
 
+#include "kit/child_process.h"
+#include "kit/environment_guard.h"
+#include "kit/failing_calls.h"
+#include "kit/failure_of.h"
+#include "kit/log_capture.h"
 #include "kit/registry.h"
+#include "kit/system.h"
 #include "platform/error.h"
 #include "platform/process.h"
 #include "support/program_run.h"

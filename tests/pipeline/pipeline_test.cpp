@@ -1,4 +1,6 @@
 // Tests kest-words: the counts of several files, and a file that cannot be read.
+#include "kit/child_process.h"
+#include "kit/temporary_folder.h"
 
 namespace {
 

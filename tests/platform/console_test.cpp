@@ -1,6 +1,14 @@
 // Console events of a program with a console of its own: the order of handlers, and the default effect.
 #include "platform/console.h"
 
+#include <chrono>
+#include <cstdio>
+
+#include "kit/child_process.h"
+#include "kit/failing_calls.h"
+#include "kit/gate.h"
+#include "kit/system.h"
+
 namespace {
 
 using kit::ChildProcess;

@@ -1,6 +1,11 @@
 // Error numbers: their translation from and to errno values, and their texts.
 #include "platform/error.h"
 
+#include <cerrno>
+#include <set>
+
+#include "kit/system.h"
+
 using namespace KestSupport::platform;
 
 TEST(ErrorNumber, IsTranslatedBothWays) {

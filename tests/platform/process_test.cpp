@@ -1,8 +1,14 @@
 // Command lines, child processes and how they end.
 #include "platform/process.h"
 
+#include <chrono>
+#include <filesystem>
 #include <iostream>
 
+#include "kit/child_process.h"
+#include "kit/environment_guard.h"
+#include "kit/system.h"
+#include "kit/temporary_folder.h"
 #include "platform/wait.h"
 
 namespace {

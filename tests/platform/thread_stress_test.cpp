@@ -1,5 +1,9 @@
 // Threads that work on shared objects while they are suspended, resumed and terminated at random.
 
+#include <array>
+#include <random>
+
+#include "kit/gate.h"
 #include "platform/thread.h"
 #include "platform/wait.h"
 

@@ -1,6 +1,15 @@
 // What every back end of platform/thread.h must do.
 #include "platform/thread.h"
 
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <limits>
+
+#include "kit/environment_guard.h"
+#include "kit/failing_calls.h"
+#include "kit/gate.h"
+#include "kit/system.h"
 #include "platform/critical_section.h"
 #include "platform/lambda_thread.h"
 #include "support/date_time.h"

@@ -1,7 +1,13 @@
 // What every back end of platform/wait.h must do, beyond what the tests of locks and events (tests/sync) need.
 #include "platform/wait.h"
 
+#include <array>
+#include <chrono>
+#include <functional>
 #include <future>
+
+#include "kit/failing_calls.h"
+#include "kit/gate.h"
 
 using namespace KestSupport::platform;
 using namespace std::chrono_literals;

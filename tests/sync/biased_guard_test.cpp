@@ -1,6 +1,7 @@
 // The biased guard: newcomers wait for the owner, also when a thread is terminated.
 #include "sync/biased_guard.h"
 
+#include "kit/gate.h"
 #include "platform/thread.h"
 
 namespace KestSupport {

@@ -1,7 +1,11 @@
 // Events: the notification before the signal, the waits for one, any and all, and an event without memory.
 #include "support/events.h"
 
+#include <array>
+#include <stdexcept>
+
 #include "kit/allocations.h"
+#include "kit/failing_calls.h"
 
 namespace {
 

@@ -1,6 +1,11 @@
 // Lock factory: one lock for each name, copies, and the factory's own lock.
 #include "support/lock_factory.h"
 
+#include <new>
+
+#include "kit/failing_calls.h"
+#include "kit/failure_of.h"
+
 namespace {
 
 using namespace KestSupport;

@@ -1,6 +1,14 @@
 // Locks in both modes: levels, copies, creation by the first use, and owners that end.
 #include "support/locks.h"
 
+#include <chrono>
+#include <mutex>
+#include <new>
+#include <utility>
+
+#include "kit/failing_calls.h"
+#include "kit/gate.h"
+
 namespace {
 
 using namespace KestSupport;

@@ -1,5 +1,6 @@
 // Many threads use one read-write lock, and the last one destroys it.
 
+#include "kit/gate.h"
 #include "support/read_write_lock.h"
 
 namespace {

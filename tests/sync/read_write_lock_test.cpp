@@ -1,6 +1,12 @@
 // Read-write lock: levels, copies and their owners, and which waiting threads wake.
 #include "support/read_write_lock.h"
 
+#include <chrono>
+#include <new>
+
+#include "kit/failing_calls.h"
+#include "kit/gate.h"
+#include "kit/log_capture.h"
 #include "support/stop.h"
 
 namespace {

@@ -1,7 +1,14 @@
 // Log files with a fixed name: appending, rotation, opening again, failures, and the form of the lines.
 
+#include <algorithm>
+#include <ctime>
+#include <filesystem>
 #include <regex>
+#include <sstream>
 
+#include "kit/environment_guard.h"
+#include "kit/failing_calls.h"
+#include "kit/temporary_folder.h"
 #include "platform/clock.h"
 #include "platform/record_file.h"
 #include "support/log_record.h"

@@ -1,5 +1,7 @@
 // Tests that properties are whole after a thread was killed while it changed them.
 
+#include <set>
+
 #include "support/properties.h"
 #include "threads/function_work.h"
 

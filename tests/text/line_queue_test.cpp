@@ -1,6 +1,7 @@
 // Which thread writes the lines of several threads, and what a failed output loses of them.
 #include "text/log/line_queue.h"
 
+#include "kit/gate.h"
 #include "support/threads.h"
 #include "text/log/log_file.h"
 

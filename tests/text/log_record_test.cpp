@@ -1,6 +1,13 @@
 // The texts of KestLogRecord, which records it writes, and how it and records of the other kind meet.
 #include "support/log_record.h"
 
+#include <climits>
+#include <cmath>
+#include <sstream>
+
+#include "kit/gate.h"
+#include "kit/log_capture.h"
+
 using namespace KestSupport;
 using namespace std::chrono_literals;
 

@@ -1,5 +1,6 @@
 // Records of many threads stay whole while settings change and threads are killed.
 
+#include "kit/log_capture.h"
 #include "support/log_record.h"
 #include "text/log/internal_log.h"
 #include "threads/function_work.h"

@@ -2,9 +2,19 @@
 #include "support/logging.h"
 #include "support/log_record.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cfloat>
+#include <climits>
+#include <cmath>
+#include <ctime>
 
 #include "kit/allocations.h"
+#include "kit/child_process.h"
+#include "kit/environment_guard.h"
+#include "kit/failing_calls.h"
+#include "kit/gate.h"
+#include "kit/log_capture.h"
 #include "platform/clock.h"
 #include "support/threads.h"
 #include "text/log/internal_log.h"

@@ -1,6 +1,11 @@
 // Which of its files a message set takes a message from, and what it reports about them.
 #include "support/message_sets.h"
 
+#include "kit/failing_calls.h"
+#include "kit/failure_of.h"
+#include "kit/log_capture.h"
+#include "kit/system.h"
+
 using namespace KestSupport;
 
 namespace {

@@ -1,6 +1,7 @@
 // Which options and arguments a command line gives, and which command lines are errors.
 #include "support/program_options.h"
 
+#include "kit/failure_of.h"
 #include "text/strings/command_line_splitter.h"
 
 using namespace KestSupport;

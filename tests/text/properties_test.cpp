@@ -1,7 +1,16 @@
 // What a property map holds after any changes, the bytes of its files, and what it reports.
 #include "support/properties.h"
 
+#include <filesystem>
+#include <locale>
+#include <random>
+#include <set>
+
 #include "kit/allocations.h"
+#include "kit/failing_calls.h"
+#include "kit/failure_of.h"
+#include "kit/log_capture.h"
+#include "kit/system.h"
 #include "text/properties/property_table.h"
 
 using namespace KestSupport;

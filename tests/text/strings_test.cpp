@@ -1,8 +1,16 @@
 // The case-insensitive order, the traits of 16-bit units, the conversions and the platform strings.
 #include "support/strings.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <clocale>
+#include <stdexcept>
 #include <typeinfo>
+
+#include "kit/environment_guard.h"
+#include "kit/failing_calls.h"
+#include "kit/failure_of.h"
+#include "kit/system.h"
 
 namespace {
 

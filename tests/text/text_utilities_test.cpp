@@ -3,6 +3,8 @@
 
 #include <clocale>
 
+#include "kit/system.h"
+
 using namespace KestSupport;
 using namespace std::string_literals;
 using Texts = std::vector<std::string>;

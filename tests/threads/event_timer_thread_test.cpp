@@ -1,6 +1,11 @@
 // Tests KestEventTimerThread: the pace of its loop, its end, and firings that threads share.
 #include "support/event_timer_thread.h"
 
+#include <functional>
+
+#include "kit/gate.h"
+#include "kit/log_capture.h"
+
 namespace {
 
 using namespace KestSupport;

@@ -1,6 +1,12 @@
 // Tests the bases of queues: the sentinel, the event that acts with the mutex, and what serves without them.
 #include "support/producer_consumer.h"
 
+#include <functional>
+
+#include "kit/failing_calls.h"
+#include "kit/gate.h"
+#include "kit/log_capture.h"
+
 namespace {
 
 using namespace KestSupport;

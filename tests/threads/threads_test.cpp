@@ -1,6 +1,11 @@
 // Tests KestThread: its life and results, waits, the end by force, and the end of the object.
 #include "support/threads.h"
 
+#include <functional>
+
+#include "kit/failing_calls.h"
+#include "kit/gate.h"
+#include "kit/system.h"
 #include "platform/thread.h"
 #include "support/locks.h"
 #include "support/stop.h"

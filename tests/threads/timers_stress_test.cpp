@@ -1,5 +1,8 @@
 // Tests many timers, which ten threads and their own notifications change while other threads are killed.
 
+#include <random>
+
+#include "kit/gate.h"
 #include "platform/thread.h"
 #include "support/timers.h"
 #include "threads/function_work.h"

@@ -1,6 +1,17 @@
 // Tests KestTimer: intervals, passes, stopping, clocks that are set, threads that fail, and the order of the list.
 #include "support/timers.h"
 
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <functional>
+#include <limits>
+#include <random>
+
+#include "kit/child_process.h"
+#include "kit/failing_calls.h"
+#include "kit/failure_of.h"
+#include "kit/gate.h"
 #include "platform/clock.h"
 #include "platform/thread.h"
 #include "support/timer_subscription.h"

@@ -1,10 +1,13 @@
 // Tests the texts of kestsc: what it refuses, how it shows any text, its failures.
 #include <cctype>
+#include <cerrno>
 
 #include "kestsc/failure.h"
 #include "kestsc/json.h"
 #include "kestsc/table.h"
 #include "kestsc/text.h"
+#include "kit/child_process.h"
+#include "kit/system.h"
 #include "platform/error.h"
 
 namespace {

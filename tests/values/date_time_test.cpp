@@ -2,6 +2,17 @@
 #include <support/date_time.h>
 #include <support/locales.h>
 
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <functional>
+#include <locale>
+#include <optional>
+#include <random>
+#include <tuple>
+
+#include "kit/environment_guard.h"
+#include "kit/failure_of.h"
 #include "values/date/local_zone.h"
 
 namespace {

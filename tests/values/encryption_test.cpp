@@ -1,6 +1,12 @@
 // Tests KestEncryption with published vectors, all lengths of data and keys, bad arguments, and memory after use.
 #include <support/encryption.h>
 
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include "kit/failure_of.h"
+
 namespace {
 
 using KestSupport::KestEncryption;

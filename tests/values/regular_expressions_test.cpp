@@ -1,6 +1,11 @@
 // Tests how patterns compile, find and replace, and compares the fast search and the one with traces with a naive one.
 #include "support/regular_expressions.h"
 
+#include <random>
+#include <tuple>
+
+#include "kit/failure_of.h"
+#include "kit/log_capture.h"
 #include "values/naive_expression_matcher.h"
 #include "values/pattern/trace.h"
 

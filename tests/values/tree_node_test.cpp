@@ -1,6 +1,13 @@
 // Tests the order of children, look-ups after changes, paths, and the release of deep trees.
 #include "support/tree_node.h"
 
+#include <algorithm>
+#include <random>
+#include <tuple>
+
+#include "kit/failure_of.h"
+#include "kit/log_capture.h"
+
 namespace {
 
 using namespace KestSupport;

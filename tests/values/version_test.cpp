@@ -1,6 +1,10 @@
 // Tests the texts and the order of versions, and which versions a range holds.
 #include <support/version.h>
 
+#include <tuple>
+
+#include "kit/failure_of.h"
+
 namespace {
 
 using KestSupport::KestVersion;

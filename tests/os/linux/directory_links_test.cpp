@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "kit/temporary_folder.h"
 #include "support/utilities.h"
 
 namespace {

@@ -4,7 +4,15 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <limits>
 
+#include "kit/child_process.h"
+#include "kit/environment_guard.h"
+#include "kit/failing_calls.h"
+#include "kit/gate.h"
+#include "kit/log_capture.h"
 #include "support/program_run.h"
 #include "support/utilities.h"
 

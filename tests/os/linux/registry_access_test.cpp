@@ -1,8 +1,18 @@
 // Tests which registry files KestGetEnvironmentVariable refuses, and by which character set it reads names.
-#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <sys/inotify.h>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+
+#include "kit/child_process.h"
+#include "kit/environment_guard.h"
+#include "kit/failing_calls.h"
+#include "kit/gate.h"
+#include "kit/log_capture.h"
 #include "kit/registry.h"
 #include "support/utilities.h"
 

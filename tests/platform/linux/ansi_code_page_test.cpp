@@ -1,5 +1,8 @@
 // Which code page and which locale id the environment means.
 
+#include <tuple>
+
+#include "kit/failing_calls.h"
 #include "platform/conversions.h"
 #include "support/exceptions.h"
 

@@ -1,6 +1,10 @@
 // The release of a mutex while the kernel begins to refuse the barrier in all threads. This program has only one test,
 // since the process has no barrier after the first refusal.
 
+#include <chrono>
+
+#include "kit/failing_calls.h"
+#include "kit/gate.h"
 #include "platform/emulated/barrier.h"
 #include "platform/emulated/wait_dispatcher.h"
 

@@ -1,8 +1,15 @@
 // The signals that are console events, and what counts as a terminal.
 #include "platform/console.h"
 
+#include <chrono>
 #include <csignal>
+#include <cstdio>
+#include <filesystem>
 #include <semaphore>
+#include <tuple>
+
+#include "kit/child_process.h"
+#include "kit/failing_calls.h"
 
 namespace {
 

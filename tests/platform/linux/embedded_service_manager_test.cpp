@@ -7,8 +7,11 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <fstream>
 #include <regex>
+#include <tuple>
 
+#include "kit/failing_calls.h"
 #include "platform/service_roles.h"
 #include "platform/services/channel.h"
 #include "platform/services/output.h"

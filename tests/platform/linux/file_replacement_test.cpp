@@ -1,5 +1,9 @@
 // What a replaced file keeps on Linux: its permissions, and the links that lead to it.
 
+#include <filesystem>
+
+#include "kit/failing_calls.h"
+#include "kit/temporary_folder.h"
 #include "platform/file_replacement.h"
 
 namespace {

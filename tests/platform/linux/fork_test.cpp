@@ -2,6 +2,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <sstream>
+
+#include "kit/gate.h"
+#include "kit/temporary_folder.h"
 #include "platform/linux/linux_sanitizers.h"
 #include "support/support.h"
 

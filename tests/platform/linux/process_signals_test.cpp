@@ -1,6 +1,9 @@
 // Command lines by the rules of the shell, and what Linux adds to child processes: signals, descriptors, permissions.
 #include <csignal>
+#include <filesystem>
 
+#include "kit/child_process.h"
+#include "kit/temporary_folder.h"
 #include "platform/common/fault_seam.h"
 #include "platform/process.h"
 #include "platform/wait.h"

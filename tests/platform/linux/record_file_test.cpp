@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "kit/temporary_folder.h"
 #include "platform/file_stream.h"
 
 using namespace KestSupport::platform;

@@ -1,5 +1,9 @@
 // Kills services at random moments, and lets clients contend for one. KEST_STRESS_ROUNDS sets another number of rounds.
 
+#include <cstdlib>
+#include <random>
+#include <set>
+
 #include "kit/service_fixture.h"
 
 namespace {

@@ -3,6 +3,12 @@
 
 #include <unistd.h>
 
+#include <filesystem>
+
+#include "kit/environment_guard.h"
+#include "kit/failing_calls.h"
+#include "kit/temporary_folder.h"
+
 namespace {
 
 using namespace KestSupport::platform;

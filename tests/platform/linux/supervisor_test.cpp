@@ -1,10 +1,15 @@
 // The messages of a service in the foreground to its supervisor.
 #include "platform/supervisor.h"
 
-#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <fcntl.h>
+#include <cstddef>
+
+#include "kit/environment_guard.h"
+#include "kit/failing_calls.h"
+#include "kit/temporary_folder.h"
 #include "platform/linux/linux_descriptor.h"
 #include "support/service.h"
 

@@ -1,4 +1,6 @@
 // The records that the back end keeps about threads.
+#include "kit/failing_calls.h"
+#include "kit/gate.h"
 #include "platform/wait.h"
 
 using namespace KestSupport::platform;

@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 
+#include "kit/gate.h"
 #include "platform/lambda_thread.h"
 #include "platform/thread_bias.h"
 

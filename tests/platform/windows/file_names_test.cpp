@@ -1,8 +1,12 @@
 // Paths and names of the system's own form: long ones, those of shares, and those that the ANSI code page lacks. How
 // programs and documents are shown.
 
+#include <filesystem>
+
+#include "kit/child_process.h"
 #include "kit/failure_of.h"
 #include "kit/log_capture.h"
+#include "kit/temporary_folder.h"
 #include "platform/process.h"
 #include "platform/windows/windows_api.h"
 #include "support/program_run.h"

@@ -1,5 +1,8 @@
 // Records in streams of the C runtime.
 
+#include <cstdio>
+
+#include "kit/temporary_folder.h"
 #include "platform/record_file.h"
 
 TEST(RecordOutput, HasTheLineEndsOfTheStream) {

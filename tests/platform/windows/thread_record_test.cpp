@@ -1,6 +1,8 @@
 // The records that the back end keeps about threads.
 #include "platform/windows/windows_thread_record.h"
 
+#include "kit/failing_calls.h"
+
 using namespace KestSupport::platform;
 
 TEST(ThreadRecord, IsForgottenWithoutReportOfItsThreadsEnd) {

@@ -1,6 +1,14 @@
 // The codes of locale names, the locales of languages, and the default locale of the environment.
 #include "support/locales.h"
 
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+
+#include "kit/child_process.h"
+#include "kit/environment_guard.h"
+#include "kit/temporary_folder.h"
 #include "support/exceptions.h"
 #include "support/strings.h"
 

@@ -35,7 +35,9 @@ KestObjectFactory::KestObjectFactory(const KestObjectFactory& other)
 
 // The target keeps its lock and its registrations.
 KestObjectFactory& KestObjectFactory::operator=(const KestObjectFactory& other) {
+    if (this == &other) return *this;
     auto creators = other.m_pEntries->creators;  // without memory, nothing is changed
+    const platform::Uninterrupted change;
     m_pEntries->creators.swap(creators);
     return *this;
 }

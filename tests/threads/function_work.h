@@ -1,4 +1,4 @@
-// Work of a thread that is given as a function.
+// Work of a thread that is given as a function, and a dependent that holds the thread that notifies it.
 #pragma once
 
 #include <chrono>
@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "kit/gate.h"
+#include "support/observer.h"
 #include "support/threads.h"
 
 namespace kit {
@@ -15,6 +16,15 @@ struct FunctionWork : KestSupport::KestThread::KestRunnable {
     explicit FunctionWork(std::function<int()> function) : m_function(std::move(function)) {}
     int run() override { return m_function(); }
     const std::function<int()> m_function;
+};
+
+/// A notification returns once `left` is open.
+struct HoldingDependent : KestSupport::KestDependent {
+    Gate entered, left;
+    void handleNotification(KestSupport::KestCollaborator&, const KestSupport::KestNotification&) override {
+        entered.open();
+        left.pass();
+    }
 };
 
 /// Kills a thread that repeats the step with the numbers from 0 on.

@@ -370,13 +370,7 @@ TEST(StopEvent, IsSignalledAfterItsRequesterWasKilled) {
 }
 
 TEST(StopEvent, IsDestroyedWhileItsTokenIsStopped) {
-    struct Holder : KestDependent {
-        kit::Gate entered, left;
-        void handleNotification(KestCollaborator&, const KestNotification&) override {
-            entered.open();
-            left.pass();
-        }
-    } holder;
+    kit::HoldingDependent holder;
     for (int round = 0; round < 300; ++round) {
         std::stop_source source;
         auto follows = std::make_unique<KestStopEvent>(source.get_token());

@@ -10,6 +10,7 @@
 #include "kit/temporary_folder.h"
 #include "platform/linux/linux_sanitizers.h"
 #include "support/support.h"
+#include "threads/function_work.h"
 
 using namespace KestSupport;
 
@@ -131,13 +132,7 @@ TEST(Fork, KeepsLocksTimersAndLogUsable) {
 
 // The child has the forking thread, inside its run, and none that completes the stop of a token.
 TEST(Fork, WaitsForNoThreadOfTheParent) {
-    struct Holder : KestDependent {
-        kit::Gate entered, left;
-        void handleNotification(KestCollaborator&, const KestNotification&) override {
-            entered.open();
-            left.pass();
-        }
-    } holder;
+    kit::HoldingDependent holder;
     std::stop_source source;
     auto follows = std::make_unique<KestStopEvent>(source.get_token());
     follows->addDependent(holder);
